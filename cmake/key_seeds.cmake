@@ -1,0 +1,43 @@
+# The three key seeds of the LAN protocol. Gateway and apps must be built with the same ones. They reach the code
+# through a generated header, as a list of character codes and as single stores into a buffer, so that no string of them
+# exists.
+include_guard(GLOBAL)
+set(seed_lists "")
+set(default_seeds "")
+foreach(number 1 2 3)
+    set(ENGR_KEY${number}_SEED "engr-dev-seed-0${number}" CACHE STRING
+        "Seed of the built-in LAN key ${number}: exactly 16 characters")
+    set(seed "${ENGR_KEY${number}_SEED}")
+    string(LENGTH "${seed}" length)
+    if(NOT length EQUAL 16)
+        message(FATAL_ERROR "ENGR_KEY${number}_SEED must have exactly 16 characters, not ${length}")
+    endif()
+    if(seed STREQUAL "engr-dev-seed-0${number}")
+        list(APPEND default_seeds "ENGR_KEY${number}_SEED")
+    endif()
+    string(HEX "${seed}" hex)
+    if(NOT hex MATCHES "^................................$")
+        message(FATAL_ERROR "ENGR_KEY${number}_SEED must have exactly 16 characters of one byte each")
+    endif()
+    string(REGEX REPLACE "(..)" "0x\\1, " codes "${hex}")
+    string(REGEX REPLACE ", $" "" codes "${codes}")
+    string(APPEND seed_lists "#define ENGR_KEY${number}_SEED_CODES ${codes}\n")
+    set(stores "")
+    set(position 0)
+    string(REPLACE ", " ";" code_list "${codes}")
+    foreach(code IN LISTS code_list)
+        string(APPEND stores " (buffer)[${position}] = ${code};")
+        math(EXPR position "${position} + 1")
+    endforeach()
+    string(APPEND seed_lists "#define ENGR_KEY${number}_SEED_STORES(buffer)${stores}\n")
+endforeach()
+if(default_seeds)
+    list(JOIN default_seeds ", " default_seeds)
+    message(WARNING "Public development defaults are in use for ${default_seeds}; before you ship set your own "
+                    "with -DENGR_KEY1_SEED=<16 characters> and so on")
+endif()
+
+file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/generated/key_seeds.h"
+     CONTENT "/* Written at configure time from ENGR_KEY1_SEED .. ENGR_KEY3_SEED. */\n#pragma once\n@seed_lists@" @ONLY)
+add_library(engr_key_seeds INTERFACE)
+target_include_directories(engr_key_seeds INTERFACE "$<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/generated>")
