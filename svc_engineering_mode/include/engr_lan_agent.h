@@ -1,0 +1,164 @@
+/*
+ * LAN agent of a Zigbee gateway in engineering mode: everything that a gateway application calls.
+ *
+ * Threads. Every function here may be called from any thread at any time, also before
+ * engr_lan_pro_cntl_init, during and after engr_lan_pro_cntl_exit, and from inside a callback or
+ * service call that the agent makes. None of them may be called with the gateway record's dev_mutex
+ * or field_mutex held.
+ *
+ * Linking. The agent needs a port (the contracts in platform/) and the gateway's services (the
+ * contracts in gateway/).
+ */
+#pragma once
+
+#include "gateway/upgrade.h"
+
+#include <cjson/cJSON.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Result codes of the functions below; other values are those of the platform call or service that
+ * failed. */
+enum {
+    ENGR_OK = 0,               /**< success */
+    ENGR_ERR_FAILED = -1,      /**< failed */
+    ENGR_ERR_ARGUMENT = -2,    /**< a required argument is absent, or a table is full */
+    ENGR_ERR_NO_MEMORY = -3,   /**< no memory, or a callback is missing */
+    ENGR_ERR_NO_HANDLER = -4,  /**< no registered handler for a frame type */
+    ENGR_ERR_NO_DEVICE = -901, /**< no such device */
+    ENGR_ERR_SEND_FAILED =
+        -909, /**< a write failed or was short; the client is now marked faulty */
+    ENGR_ERR_SOCKET_FAULTY =
+        -925,                 /**< the client is marked faulty or unknown; nothing was written */
+    ENGR_ERR_NO_CLIENT = -940 /**< no app is connected */
+};
+
+/** Modes of the agent. Any other value than ENGR_MODE_WECHAT means ENGR_MODE_LAN. */
+enum {
+    ENGR_MODE_LAN = 0,   /**< TCP server on port 6668, discovery broadcast on UDP port 6667 */
+    ENGR_MODE_WECHAT = 1 /**< AirKiss LAN discovery of the platform */
+};
+
+/* ---- start and stop ---- */
+
+/**
+ * Starts the agent. Starting it while it is started changes nothing. Another thread's start or stop
+ * that is under way is waited for; from inside a callback of the agent that is being stopped the
+ * call fails at once.
+ *
+ * @param mode  one of ENGR_MODE_...; fixed until the agent is stopped
+ * @return 0 started (or already started); -3 no memory; -1 no watchdog timer, or called from inside
+ * a callback while the agent stops; else the code of the platform call that failed. After a failure
+ * the agent is not started.
+ */
+int32_t engr_lan_pro_cntl_init(int32_t mode);
+
+/**
+ * Stops the agent. Every connection is closed; nothing of the agent runs any more when the call
+ * returns. Called from inside a callback that the agent makes, it returns at once and the rest of
+ * the stop happens when that callback has returned. Waits and sleeps of the agent end at once,
+ * whatever the clients do.
+ *
+ * @return 0
+ */
+int32_t engr_lan_pro_cntl_exit(void);
+
+/** @return number of connected apps that are not marked faulty, 0 to 10; 0 while the agent is not
+ * started */
+int32_t engr_lan_pro_cntl_get_valid_connect_cnt(void);
+
+/** Closes every connection and the listening socket. The server comes back by itself after 1.5 s.
+ */
+void lpc_close_all_socket(void);
+
+/* ---- reports to every connected app ---- */
+
+/** Block of a data-point report; the text follows it directly. */
+typedef struct {
+    uint32_t pack_arg; /**< handed to engr_pack_data_with_cmd */
+    uint32_t reserved; /**< not read */
+    char data[];       /**< the data points, NUL-terminated */
+} lan_dp_report_t;
+
+/**
+ * Sends a report, encrypted, to every connected app, on the calling thread. May wait for a slow
+ * app.
+ *
+ * @param fr_type  frame type
+ * @param ret      return code of the frame
+ * @param data     payload, len bytes; may be null when len is 0
+ * @return 0, whatever happened to single apps; -940 no app is connected
+ */
+int32_t engr_lan_data_report_cb(uint32_t fr_type, uint32_t ret, const void *data, uint32_t len);
+
+/**
+ * Queues a data-point report on the message bus; it is packed and sent from there.
+ *
+ * @param data  the block, copied
+ * @param len   its size, text and NUL included
+ * @return 0 queued; -940 no app is connected; -2 data is null or too short to be a block; else the
+ * message bus's code
+ */
+int32_t engr_lan_dp_sata_report(const lan_dp_report_t *data, uint32_t len);
+
+/** Tells that a sub-device was bound. @return as engr_lan_data_report_cb; -2 when an argument is
+ * null */
+int32_t engr_lan_sub_dev_bind_report(const char *cid, const char *pid);
+/** Tells that a sub-device was unbound. @return as engr_lan_data_report_cb; -2 when cid is null */
+int32_t engr_lan_sub_dev_unbind_report(const char *cid);
+/** Tells that the gateway was deactivated. @return as engr_lan_data_report_cb */
+int32_t engr_lan_gw_unactive_report(void);
+
+/* ---- frame types of other modules ---- */
+
+/**
+ * Handles one frame. Called on the server task.
+ *
+ * @param root  the parsed request; the handler's own when it returns 0 (released with cJSON_Delete,
+ * then or later), else not
+ * @return 0 = done: the app gets an empty success; else it is told that the handler failed
+ */
+typedef int (*lan_protocol_cb_t)(cJSON *root);
+
+/**
+ * Registers a handler for a frame type, for as long as the process lives; it goes before any
+ * built-in handling. Of several for one type the first gets the frames.
+ *
+ * @return 0 registered; -2 the table of 20 is full, or handler is null
+ */
+int32_t engr_lan_protocol_register_cb(int32_t frame_type, lan_protocol_cb_t handler);
+
+/* ---- helper for other modules ---- */
+
+/**
+ * Reads an exact number of bytes from a non-blocking socket, giving the peer about 30 s for each
+ * further byte. Ends at once when the peer closes, the socket is closed or the calling thread is
+ * told to stop.
+ *
+ * @param socket       a connection
+ * @param buffer       room for buffer_size bytes
+ * @param buffer_size  its size, at least needed
+ * @param needed       bytes wanted
+ * @return needed when they were read; -1 buffer is null or too small; -2 they could not all be read
+ */
+int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_size,
+                              uint32_t needed);
+
+/* ---- firmware upgrade ---- */
+
+/**
+ * Pushes the progress of the current upgrade to every connected app.
+ *
+ * @param progress  percent
+ * @param cid       id of the device being upgraded; null counts as empty
+ * @param reserved  not read
+ * @return as engr_lan_data_report_cb
+ */
+int32_t engr_rpt_upload_upgrade_percent(int32_t progress, const char *cid, uint8_t reserved);
+
+#ifdef __cplusplus
+}
+#endif
