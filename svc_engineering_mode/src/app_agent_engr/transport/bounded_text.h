@@ -1,0 +1,53 @@
+/* Formatted text in a fixed buffer. */
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+
+/** Appends formatted pieces to a buffer of the caller's; always NUL-terminated. What does not fit
+ * is cut off and noted. */
+class bounded_text {
+  public:
+    /** @param size  bytes of the buffer, at least 1; it must outlive the text */
+    bounded_text(char *buffer, uint32_t size) : buffer_(buffer), size_(size) { buffer_[0] = '\0'; }
+
+    /** Appends; printf form. */
+    __attribute__((format(printf, 2, 3))) void add(const char *format, ...) {
+        va_list arguments;
+        va_start(arguments, format);
+        const int wanted = std::vsnprintf(buffer_ + length_, size_ - length_, format, arguments);
+        va_end(arguments);
+        const uint32_t room = size_ - length_ - 1;
+        if (wanted < 0 || static_cast<uint32_t>(wanted) > room) {
+            cut_ = true;
+            length_ = wanted < 0 ? length_ : size_ - 1;
+        } else {
+            length_ += static_cast<uint32_t>(wanted);
+        }
+    }
+
+    [[nodiscard]] const char *text() const { return buffer_; }
+    /** Length without the NUL. */
+    [[nodiscard]] uint32_t length() const { return length_; }
+    /** Whether something did not fit. */
+    [[nodiscard]] bool is_cut() const { return cut_; }
+
+  private:
+    char *buffer_;
+    uint32_t size_;
+    uint32_t length_ = 0;
+    bool cut_ = false;
+};
+
+/** A bounded_text with its own buffer, for short texts on the stack. */
+template <uint32_t Size>
+class local_text {
+  public:
+    [[nodiscard]] bounded_text &operator*() { return text_; }
+    bounded_text *operator->() { return &text_; }
+
+  private:
+    char buffer_[Size] = {};
+    bounded_text text_{buffer_, Size};
+};
