@@ -1,0 +1,112 @@
+/* The device list and the lists of online and offline devices. */
+#include "story_gateway.h"
+
+#include <atomic>
+
+namespace {
+
+/** A site with these device records. */
+std::string site_of(const std::string &devices) {
+    return R"({"gateway": {"gw_id": "GW0001"}, "devices": [)" + devices + "]}";
+}
+
+TEST(device_lists, show_the_devices_that_are_to_be_shown) {
+    const struct {
+        const char *what;
+        const char *devices;
+        const char *list;
+        const char *line_stat;
+    } cases[] = {
+        {"no device", "", R"({"products":[]})", "224/7/1/online_dev or offline_dev is null"},
+        {"online only", R"({"dev_id":"a","pid":"p","state":1,"online":1})",
+         R"({"products":[{"cid":"a","pid":"p"}]})", R"(224/7/0/{"online":["a"]})"},
+        {"offline only", R"({"dev_id":"a","pid":"","state":1,"online":0})",
+         R"({"products":[{"cid":"a","pid":""}]})", R"(224/7/0/{"offline":["a"]})"},
+        {"both", R"({"dev_id":"a","state":1,"online":1},{"dev_id":"b","state":1,"online":0},
+                    {"dev_id":"c","state":1,"online":1})",
+         nullptr, R"(224/7/0/{"online":["a","c"],"offline":["b"]})"},
+        {"states 0 and 2, excluded", R"({"dev_id":"a","pid":"p","state":0,"online":1},
+          {"dev_id":"b","pid":"p","state":2,"online":1},{"dev_id":"c","pid":"p","state":1,"excluded":1,"online":1})",
+         R"({"products":[{"cid":"b","pid":"p"}]})", "224/7/1/online_dev or offline_dev is null"},
+        {"the gateway itself, in another letter case",
+         R"({"dev_id":"gw0001","pid":"p","state":1,"online":1},{"dev_id":"gw00012","pid":"p","state":1,"online":1})",
+         R"({"products":[{"cid":"gw0001","pid":"p"},{"cid":"gw00012","pid":"p"}]})",
+         R"(224/7/0/{"online":["gw00012"]})"},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        sim::world world;
+        {
+            story_gateway gateway(world, site_of(one.devices));
+            gateway.start();
+            story_app app = gateway.connect();
+            if (one.list != nullptr) {
+                EXPECT_EQ(app.ask(241), "241/7/0/" + std::string(one.list));
+            }
+            EXPECT_EQ(app.ask(224, "payload that is not looked at"), one.line_stat);
+        }
+        EXPECT_TRUE(world.finish().empty());
+    }
+}
+
+using device_lists_memory = agent_test;
+
+TEST_F(device_lists_memory, tell_which_allocation_failed) {
+    gateway.start();
+    story_app app = gateway.connect();
+    const struct {
+        uint32_t fr_type;
+        uint64_t n;
+        const char *message;
+        const char *log;
+    } cases[] = {
+        {241, 1, "malloc error", nullptr},
+        {224, 1, "malloc ol_buf buffer fails", "malloc ol_buf buffer fails"},
+        {224, 2, "malloc off_buf buffer fails", "malloc off_buf buffer fails"},
+        {224, 3, "malloc send_data buffer fails", "malloc send_data buffer fails"},
+    };
+    for (const auto &one : cases) {
+        world.fail("Malloc", sim::nth(one.n), {.thread = "lpc_task"});
+        EXPECT_EQ(app.ask(one.fr_type), std::to_string(one.fr_type) + "/7/1/" + one.message);
+        EXPECT_TRUE(one.log == nullptr || world.log().has(0, one.log));
+    }
+}
+
+/** A list that holds more than dev_count says, as one that grows between the two looks does. */
+TEST_F(device_lists_memory, stay_inside_their_buffers_when_the_list_grew_meanwhile) {
+    gateway.start();
+    story_app app = gateway.connect();
+    gw_cntl_t &record = *engr_get_gw_cntl();
+    std::atomic_ref<uint32_t> count(record.dev_count);
+    const uint32_t real = count.exchange(0);
+    EXPECT_EQ(app.ask(224), "224/7/1/length not enough");
+    EXPECT_TRUE(world.log().has(0, "length:30,ol_size:8,off_size:1"));
+    EXPECT_EQ(app.ask(241), R"(241/7/0/{"products":[{"cid":"lamp","p)")
+        << "expected the text to be cut at 29 characters";
+    count.store(real);
+    EXPECT_EQ(app.ask(224), R"(224/7/0/{"online":["lamp"],"offline":["door"]})");
+}
+
+TEST_F(device_lists_memory, answer_10000_devices_whole) {
+    std::string devices;
+    for (int i = 0; i < 10'000; ++i) {
+        devices += (i == 0 ? "" : ",") + std::string(R"({"dev_id":"device-)") + std::to_string(i) +
+                   R"(","pid":"product-of-the-usual-length","state":1,"online":1})";
+    }
+    gateway.stop();
+    ::gateway::close();
+    ::gateway::open_options options;
+    options.initial_site = ::gateway::parse_site(site_of(devices), "site");
+    options.address = [] { return "192.168.1.1"; };
+    ::gateway::open(options);
+    gateway.start();
+    story_app app = gateway.connect();
+    const std::string list = app.ask(241);
+    EXPECT_GT(list.size(), 500'000U);
+    EXPECT_TRUE(list.ends_with(R"({"cid":"device-9999","pid":"product-of-the-usual-length"}]})"));
+    const std::string line_stat = app.ask(224);
+    EXPECT_GT(line_stat.size(), 65'536U);
+    EXPECT_TRUE(line_stat.ends_with(R"("device-9999"]})"));
+}
+
+} // namespace

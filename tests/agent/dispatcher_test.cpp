@@ -1,0 +1,133 @@
+/* The dispatcher: registered handlers, decryption, and types that nobody serves. */
+#include "story_gateway.h"
+
+namespace {
+
+struct dispatcher : agent_test {
+    dispatcher() { gateway.start(); }
+};
+
+TEST_F(dispatcher, decrypts_unless_the_type_is_exempt_and_answers_what_it_can_not_read) {
+    const std::string noise(32, 'n');
+    const auto cipher = [](std::string_view plain) {
+        return lan_client::encrypt(lan_client::unactivated_key(), plain);
+    };
+    const struct {
+        const char *what;
+        uint32_t fr_type;
+        std::string payload;
+        const char *answer;
+        const char *log;
+    } cases[] = {
+        {"exempt, answered", 241, noise, nullptr, "tmp_out length is 32"},
+        {"exempt, served by nobody", 34, noise, "nothing", "unsupport frame type:34"},
+        {"unlisted, undecryptable", 100, noise, "100/7/1/parse data error",
+         "aes128_ecb_decode error:-5"},
+        {"unlisted, ragged", 100, "short", "100/7/1/parse data error",
+         "aes128_ecb_decode error:-4"},
+        {"unlisted, decrypted", 100, cipher("{}"), "nothing", "unsupport frame type:100"},
+        {"unlisted, empty", 100, "", "nothing", "unsupport frame type:100"},
+        {"below the list", 3, cipher("{}"), "nothing", "unsupport frame type:3"},
+        {"far above the list", 0x80000000, cipher("{}"), "nothing",
+         "unsupport frame type:-2147483648"},
+        {"a report's type", 243, cipher("{}"), "nothing", "unsupport frame type:243"},
+        {"a datagram's type", 1, noise, "1/7/1/parse data error",
+         "Cmd Parse Fails -5.Cannot handle"},
+        {"without a brace", 251, cipher("[1, 2]"), "251/7/1/parse data error",
+         "find last } fails -1 [1, 2]"},
+        {"no operation", 251, cipher("{}"), "nothing", "tmp_out length is 2"},
+        {"no operation, empty", 251, "", "nothing", "tmp_out length is 0"},
+        {"cut behind the last brace", 251, cipher("{\"a\":1}  \n\x01"), "nothing",
+         "lan parse decode buf:{\"a\":1}"},
+    };
+    story_app app = gateway.connect();
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        world.log().clear();
+        app.send(7, one.fr_type, one.payload);
+        const std::string answer = app.receive_text(100);
+        EXPECT_TRUE(one.answer == nullptr || answer == one.answer)
+            << "expected " << one.answer << ", got " << answer;
+        EXPECT_TRUE(world.log().has(one.log)) << "expected: " << one.log;
+    }
+}
+
+TEST_F(dispatcher, uses_the_gateways_own_key_exactly_while_it_is_activated) {
+    story_app app = gateway.connect();
+    const auto own_key = *lan_client::aes_key::from_text("0123456789abcdef");
+    ::gateway::set_gateway_field("local_key", "0123456789abcdef");
+    EXPECT_EQ(app.ask(100, "no cipher"), "100/7/1/parse data error")
+        << "expected the built-in key while not activated";
+    ::gateway::set_gateway_field("active_stat", "2");
+    app.key = own_key;
+    EXPECT_EQ(app.ask(100, "no cipher"), "100/7/1/parse data error");
+    app.send_encrypted(1, 251, "{}");
+    EXPECT_EQ(app.receive_text(100), "nothing") << "expected a request with the own key to be read";
+    ::gateway::set_gateway_field("active_stat", "1");
+    app.send_encrypted(1, 251, "{}");
+    app.key = lan_client::unactivated_key();
+    EXPECT_EQ(app.receive_text(100), "251/1/1/parse data error")
+        << "expected the own key to be of no use any more";
+}
+
+cJSON *taken = nullptr;
+int handler_result = 0;
+
+int record_request(cJSON *root) {
+    if (handler_result == 0) {
+        taken = root;
+    }
+    return handler_result;
+}
+
+int must_not_run(cJSON *) {
+    ADD_FAILURE() << "expected only the first handler of a type to run";
+    return 1;
+}
+
+TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_handling) {
+    EXPECT_EQ(engr_lan_protocol_register_cb(241, nullptr), -2);
+    ASSERT_EQ(engr_lan_protocol_register_cb(241, record_request), 0);
+    EXPECT_TRUE(world.log().has(4, "frame_type: 241, lan_protocol_handler_cnt: 1"));
+    ASSERT_EQ(engr_lan_protocol_register_cb(241, must_not_run), 0);
+    story_app app = gateway.connect();
+    const std::string deep(40, '[');
+    const struct {
+        const char *what;
+        const char *plain; // null: not encrypted
+        int result;
+        const char *answer;
+    } cases[] = {
+        {"taken", R"({"a":1})", 0, "241/7/0/"},
+        {"refused", R"({"a":1})", 5, "241/7/1/Json Cmd handler err"},
+        {"not JSON", "{not json}", 0, "241/7/1/data format error"},
+        {"text behind the object", R"({"a":1} {"b":2})", 0, "241/7/1/data format error"},
+        {"nested too deep",
+         R"({"a":[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[0]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]})", 0,
+         "241/7/1/data format error"},
+        {"braces in a string", R"({"a":"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[\"[[["})", 0,
+         "241/7/0/"},
+        {"not encrypted", nullptr, 0, "241/7/1/parse data error"},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        handler_result = one.result;
+        EXPECT_EQ(one.plain != nullptr ? app.ask(241, one.plain, true) : app.ask(241), one.answer);
+        cJSON_Delete(taken);
+        taken = nullptr;
+    }
+    EXPECT_TRUE(world.log().has(0, "Json Cmd handler err op_ret = 5"));
+    EXPECT_TRUE(world.log().has(0, "Not Json Cmd Parse Fails"));
+
+    gateway.stop();
+    gateway.start();
+    EXPECT_EQ(gateway.connect().ask(241), "241/7/1/parse data error")
+        << "expected registrations to outlive a stop";
+    for (int i = 2; i < 20; ++i) {
+        EXPECT_EQ(engr_lan_protocol_register_cb(500 + i, must_not_run), 0);
+    }
+    EXPECT_EQ(engr_lan_protocol_register_cb(600, must_not_run), -2);
+    EXPECT_TRUE(world.log().has(0, "register lan proto err, reach max: 20"));
+}
+
+} // namespace

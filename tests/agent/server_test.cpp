@@ -1,0 +1,245 @@
+/* The TCP server: clients, frames, silence, and a network that comes and goes. */
+#include "story_gateway.h"
+
+namespace {
+
+struct server : agent_test {
+    server() { gateway.start(); }
+
+    /** Bytes of one request. */
+    static std::string frame(uint32_t fr_num, uint32_t fr_type, std::string_view payload = {}) {
+        return lan_client::encode_request(fr_num, fr_type, payload);
+    }
+    static std::string with_byte(std::string bytes, size_t at, char value) {
+        bytes[at] = value;
+        return bytes;
+    }
+};
+
+const std::string dev_list_answer =
+    R"({"products":[{"cid":"lamp","pid":"p1"},{"cid":"door","pid":"p2"},{"cid":"gone","pid":"p3"}]})";
+
+TEST_F(server, cuts_what_a_client_sends_into_frames_and_says_what_it_drops) {
+    const std::string list = frame(5, 241);
+    const std::string cut_head = list.substr(0, 12);
+    struct {
+        const char *what;
+        std::vector<std::string> reads; // each is one receive of the server
+        int answers;
+        const char *log; // a line that must appear, null for none
+    } const cases[] = {
+        {"two frames in one read", {list + list}, 2, nullptr},
+        {"a frame behind noise", {"noise\x55\xAA" + list}, 1, nullptr},
+        {"noise alone", {std::string(400, '\x55')}, 0, nullptr},
+        {"fewer bytes than the smallest frame", {list.substr(0, 23)}, 0, "not enough data"},
+        {"a head cut by two reads", {cut_head, list.substr(12) + list}, 1, "not enough data"},
+        {"a frame of 600 bytes", {frame(5, 241, std::string(576, 'x'))}, 1, nullptr},
+        {"a wrong CRC", {with_byte(list, 16, 'x')}, 1, nullptr},
+        {"a wrong tail, then a frame", {with_byte(list, 23, 'x') + list}, 1, "recv tail:0xaa78"},
+        {"a length of 7", {with_byte(list, 15, '\x07') + list}, 1, "lan data len is too short:7"},
+        {"a length of 0", {with_byte(list, 15, '\x00') + list}, 1, "lan data len is too short:0"},
+        {"a length of 4 GiB",
+         {with_byte(list, 12, '\xFF') + list},
+         0,
+         "lan data len is out of limit"},
+        {"urgent length just past the limit",
+         {with_byte(with_byte(with_byte(list, 13, '\x20'), 14, '\x03'), 15, '\xF0')},
+         0,
+         "lan data len is out of limit"},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        story_app app = gateway.connect();
+        world.log().clear();
+        for (const std::string &bytes : one.reads) {
+            app.peer.send(bytes);
+            world.run_until_idle();
+        }
+        for (int i = 0; i < one.answers; ++i) {
+            EXPECT_EQ(app.receive_text(), "241/5/0/" + dev_list_answer);
+        }
+        EXPECT_EQ(app.receive_text(100), "nothing");
+        EXPECT_TRUE(one.log == nullptr || world.log().has(0, one.log)) << "expected: " << one.log;
+        app.peer.close();
+        world.run_for(20'000);
+    }
+}
+
+TEST_F(server, takes_frames_of_up_to_2098175_bytes) {
+    story_app app = gateway.connect();
+    constexpr size_t overhead = 24;
+    app.send(3, 241, std::string(2098175 - overhead, 'x'));
+    EXPECT_EQ(app.receive_text(), "241/3/0/" + dev_list_answer);
+    app.peer.send(frame(4, 241, std::string(2098176 - overhead, 'x')).substr(0, 500));
+    world.run_until_idle();
+    EXPECT_TRUE(world.log().has(0, "lan data len is out of limit"));
+    EXPECT_EQ(app.ask(241), "241/7/0/" + dev_list_answer) << "expected the connection to go on";
+}
+
+TEST_F(server, gives_up_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
+    story_app app = gateway.connect();
+    app.peer.send(frame(3, 241, std::string(1000, 'x')).substr(0, 600));
+    world.run_for(29'000);
+    EXPECT_FALSE(world.log().has("unw_recv_nd_size error"));
+    world.run_for(2'000);
+    EXPECT_TRUE(world.log().has(0, "kelo_net_recv_nd_size, -4, ret:-1"));
+    EXPECT_TRUE(world.log().has(0, "unw_recv_nd_size error ret:-2"));
+    EXPECT_EQ(app.ask(241), "241/7/0/" + dev_list_answer);
+}
+
+TEST_F(server, answers_keepalives_itself_with_frame_number_0) {
+    story_app app = gateway.connect();
+    for (const char *payload : {"", "any payload"}) {
+        app.send(77, 9, payload);
+        EXPECT_EQ(app.receive_text(), "9/0/0/");
+    }
+    EXPECT_FALSE(world.log().has("Process Data"));
+}
+
+TEST_F(server, refuses_the_eleventh_client_and_serves_the_ten) {
+    std::vector<story_app> apps;
+    for (int i = 0; i < 10; ++i) {
+        apps.push_back(gateway.connect());
+    }
+    sim::peer eleventh = world.connect(lan_port);
+    EXPECT_TRUE(eleventh.wait_for_end(1000)) << "expected the eleventh client to be closed at once";
+    EXPECT_TRUE(world.log().has(0, "out of client limit:0x"));
+    for (story_app &app : apps) {
+        EXPECT_EQ(app.ask(241), "241/7/0/" + dev_list_answer);
+    }
+    apps.front().peer.close();
+    world.run_for(11'000);
+    EXPECT_EQ(gateway.connect().ask(241), "241/7/0/" + dev_list_answer)
+        << "expected the free slot to be used again";
+}
+
+TEST_F(server, closes_a_client_after_120_s_of_silence_and_not_before) {
+    story_app silent = gateway.connect();
+    story_app lively = gateway.connect();
+    for (int s = 0; s < 119; s += 7) {
+        lively.send(1, 9);
+        world.run_for(7'000);
+    }
+    // 119 s have passed; sweeps open every cycle, which the lively client keeps short.
+    EXPECT_EQ(world.log().count("time out close socket"), 0U);
+    EXPECT_FALSE(silent.peer.ended());
+    world.run_for(1'000);
+    lively.send(1, 9);
+    world.run_for(1'000);
+    EXPECT_EQ(world.log().count("time out close socket"), 1U);
+    EXPECT_TRUE(silent.peer.ended());
+    EXPECT_FALSE(lively.peer.ended());
+}
+
+TEST_F(server, keeps_clients_when_the_clock_is_set_by_30_days_or_back) {
+    story_app app = gateway.connect();
+    world.jump_posix(30 * 24 * 3600);
+    world.run_for(20'000);
+    EXPECT_FALSE(app.peer.ended()) << "expected 30 days of silence to be seen as a set clock";
+    EXPECT_EQ(app.ask(9), "9/0/0/");
+    world.jump_posix(-3600);
+    world.run_for(200'000);
+    EXPECT_FALSE(app.peer.ended()) << "expected negative silence to be no silence";
+    world.jump_posix(3600);
+    world.run_for(11'000);
+    EXPECT_TRUE(app.peer.ended()) << "expected normal ageing to go on";
+}
+
+TEST_F(server, closes_a_client_that_left_broke_off_or_sent_urgent_data) {
+    story_app closed = gateway.connect();
+    story_app reset = gateway.connect();
+    story_app urgent = gateway.connect();
+    story_app sound = gateway.connect();
+    closed.peer.close();
+    reset.peer.reset();
+    world.run_until_idle();
+    urgent.peer.send_urgent();
+    world.run_until_idle();
+    EXPECT_EQ(world.log().count(2, "find error socket"), 3U);
+    world.run_for(11'000);
+    EXPECT_EQ(engr_lan_pro_cntl_get_valid_connect_cnt(), 1);
+    EXPECT_EQ(world.log().count(5, "time out close socket"), 3U);
+    EXPECT_TRUE(urgent.peer.ended());
+    EXPECT_EQ(sound.ask(241), "241/7/0/" + dev_list_answer);
+}
+
+TEST_F(server, a_client_that_does_not_read_costs_the_others_one_bounded_wait) {
+    story_app deaf = gateway.connect();
+    story_app sound = gateway.connect();
+    deaf.peer.link().to_peer_bytes_max = 100;
+    deaf.peer.stop_reading();
+    deaf.send(1, 241);
+    world.run_until_idle();
+    const uint64_t before = world.now_ms();
+    EXPECT_EQ(sound.ask(241), "241/7/0/" + dev_list_answer);
+    EXPECT_LE(world.now_ms() - before, 2'100U);
+    world.run_for(11'000);
+    EXPECT_EQ(engr_lan_pro_cntl_get_valid_connect_cnt(), 1)
+        << "expected the deaf client to be gone";
+}
+
+TEST_F(server, comes_back_by_itself_when_its_sockets_were_closed_or_broke) {
+    const struct {
+        const char *what;
+        void (*harm)(sim::world &);
+    } cases[] = {
+        {"all sockets closed by the gateway", [](sim::world &) { lpc_close_all_socket(); }},
+        {"listening socket broken", [](sim::world &of) { of.break_listener(lan_port); }},
+        {"select fails",
+         [](sim::world &of) {
+             of.fail("kelo_hal_net_select", sim::nth(1));
+             of.run_for(10'000);
+         }},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        story_app app = gateway.connect();
+        one.harm(world);
+        EXPECT_TRUE(app.peer.wait_for_end(5'000));
+        ASSERT_TRUE(world.run_until([&] { return world.listens(lan_port); }, 5'000));
+        EXPECT_EQ(gateway.connect().ask(241), "241/7/0/" + dev_list_answer);
+    }
+}
+
+TEST_F(server, waits_for_the_network_before_it_listens_again) {
+    ::gateway::set_network_up(false);
+    lpc_close_all_socket();
+    world.run_for(60'000);
+    EXPECT_FALSE(world.listens(lan_port));
+    ::gateway::set_network_up(true);
+    EXPECT_TRUE(world.run_until_listening(lan_port, 3'000));
+}
+
+TEST_F(server, names_the_step_of_set_up_that_failed_and_tries_again) {
+    const struct {
+        const char *operation;
+        const char *log;
+    } cases[] = {
+        {"kelo_hal_net_socket_create", "Socket creation failed: Port:6668 errno:-199"},
+        {"kelo_hal_net_set_bufsize", "Failed to set bufsize on port:6668 errno:-199"},
+        {"kelo_hal_net_set_reuse", "Failed to set reuse socket on port:6668 errno:-199"},
+        {"kelo_hal_net_bind", "Failed to bind socket on port:6668 errno:-199"},
+        {"kelo_hal_net_set_cloexec", "Failed to set cloexec port:6668 errno:-199"},
+        {"kelo_hal_net_listen", "Failed to listen on port:6668,errno:-199."},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.operation);
+        world.fail(one.operation, sim::nth(1), {.thread = "lpc_task"});
+        lpc_close_all_socket();
+        world.run_until([&] { return world.log().has(0, "create server socket err"); }, 5'000);
+        EXPECT_TRUE(world.log().has(0, one.log)) << "expected: " << one.log;
+        EXPECT_TRUE(world.run_until_listening(lan_port, 5'000));
+        world.log().clear();
+    }
+}
+
+TEST_F(server, exact_read_refuses_a_buffer_that_is_absent_or_too_small) {
+    uint8_t buffer[4];
+    EXPECT_EQ(kelo_net_recv_nd_size(1, nullptr, 4, 4), -1);
+    EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, 3, 4), -1);
+    EXPECT_EQ(kelo_net_recv_nd_size(1 << 20, buffer, 4, 4), -2)
+        << "expected an unknown socket to end it at once";
+    EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, 4, 0), 0);
+}
+
+} // namespace
