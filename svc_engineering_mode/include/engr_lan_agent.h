@@ -23,12 +23,11 @@ extern "C" {
 /** Result codes of the functions below; other values are those of the platform call or service that
  * failed. */
 enum {
-    ENGR_OK = 0,               /**< success */
-    ENGR_ERR_FAILED = -1,      /**< failed */
-    ENGR_ERR_ARGUMENT = -2,    /**< a required argument is absent, or a table is full */
-    ENGR_ERR_NO_MEMORY = -3,   /**< no memory, or a callback is missing */
-    ENGR_ERR_NO_HANDLER = -4,  /**< no registered handler for a frame type */
-    ENGR_ERR_NO_DEVICE = -901, /**< no such device */
+    ENGR_OK = 0,              /**< success */
+    ENGR_ERR_FAILED = -1,     /**< failed */
+    ENGR_ERR_ARGUMENT = -2,   /**< a required argument is absent, or a table is full */
+    ENGR_ERR_NO_MEMORY = -3,  /**< no memory, or a callback is missing */
+    ENGR_ERR_NO_HANDLER = -4, /**< no registered handler for a frame type */
     ENGR_ERR_SEND_FAILED =
         -909, /**< a write failed or was short; the client is now marked faulty */
     ENGR_ERR_SOCKET_FAULTY =
@@ -142,7 +141,8 @@ int32_t engr_lan_protocol_register_cb(int32_t frame_type, lan_protocol_cb_t hand
  * @param buffer       room for buffer_size bytes
  * @param buffer_size  its size, at least needed
  * @param needed       bytes wanted
- * @return needed when they were read; -1 buffer is null or too small; -2 they could not all be read
+ * @return needed when they were read; -1 buffer is null or too small, or needed is above 2^31 - 1;
+ * -2 they could not all be read
  */
 int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_size,
                               uint32_t needed);

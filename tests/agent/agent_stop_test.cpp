@@ -33,6 +33,13 @@ TEST(agent_stop, is_quick_in_the_middle_of_whatever_clients_do) {
              lpc_close_all_socket();
              world.run_for(2'000);
          }},
+        {"a frame that comes in drips",
+         [](auto &, auto &, auto &apps) {
+             apps[0].peer.link().segment_bytes_max = 1;
+             apps[0].peer.link().delay_ms_min = 1;
+             apps[0].peer.link().delay_ms_max = 1;
+             apps[0].peer.send(lan_client::encode_request(1, 241, std::string(20'000, 'x')));
+         }},
         {"half a frame",
          [](auto &, auto &, auto &apps) {
              apps[0].peer.send(

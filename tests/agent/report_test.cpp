@@ -44,6 +44,8 @@ TEST_F(report, notices_carry_their_text_cut_at_127_characters) {
     EXPECT_EQ(app.receive_text(), R"(228/0/0/{"cid":")" + std::string(119, 'c'));
     EXPECT_EQ(engr_lan_data_report_cb(232, 3, "{}", 2), 0);
     EXPECT_EQ(app.receive_text(), "232/0/3/{}");
+    EXPECT_EQ(engr_rpt_upload_upgrade_percent(98, "a", 0), 0);
+    EXPECT_EQ(app.receive_text(), R"(232/0/0/{"firmwareType":0, "cid":"a", "progress":98})");
 }
 
 TEST_F(report, reaches_the_clients_before_and_behind_a_faulty_one) {

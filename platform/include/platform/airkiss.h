@@ -13,7 +13,7 @@ enum { WF_STATION_CONNECTED = 4, WF_STATION_CONNECTED_DHCP = 6, WF_STATION_CONNE
 
 /**
  * Body of the thread that answers AirKiss requests. Returns when its thread is told to stop; waits
- * only in contract calls.
+ * only in contract calls. It must neither start nor stop the agent: a stop waits for it.
  *
  * @param argument  null
  */

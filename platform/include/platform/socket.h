@@ -144,8 +144,9 @@ int32_t kelo_hal_net_listen(int32_t descriptor, int32_t backlog);
 int32_t kelo_hal_net_accept(int32_t descriptor, uint32_t *address, uint16_t *port);
 
 /**
- * Receives what is there, waiting for the first byte in blocking mode. One thread at a time may
- * receive on a socket.
+ * Receives what is there, waiting for the first byte in blocking mode. Where it would have to wait
+ * on a thread that was told to stop it fails with KELO_ERR_STOPPED, in non-blocking mode too. One
+ * thread at a time may receive on a socket.
  *
  * @return the number of bytes; 0 when the peer has closed (code KELO_ERR_PEER_CLOSED); negative on
  * failure
@@ -165,8 +166,8 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
 /**
  * Sends a whole buffer on a connection, or fails. Waits for room whatever the blocking mode, at
  * most 2 s without progress. Sends of several threads to one socket follow each other, whole buffer
- * by whole buffer; waiting for one's turn counts as waiting for room. A connection on which a send
- * failed after some bytes must not be written to again.
+ * by whole buffer; waiting for one's turn counts as waiting for room. After a send that failed
+ * behind some bytes, every later send on that connection fails.
  *
  * @return length when all bytes were accepted; 0 or negative, or a smaller count, when not
  */

@@ -7,6 +7,7 @@
 #include "transport/gateway_fields.h"
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <strings.h>
 

@@ -20,7 +20,7 @@ bool is_transient(int32_t error) {
 
 int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_size,
                               uint32_t needed) {
-    if (buffer == nullptr || buffer_size < needed) {
+    if (buffer == nullptr || buffer_size < needed || needed > INT32_MAX) {
         return -1;
     }
     uint32_t got = 0;

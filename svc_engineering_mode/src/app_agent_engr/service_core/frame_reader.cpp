@@ -3,6 +3,7 @@
 #include "frame_reader.h"
 
 #include "clients/agent_log.h"
+#include "clients/agent_use.h"
 #include "clients/client_table.h"
 #include "command/dispatcher.h"
 #include "engr_lan_agent.h"
@@ -116,7 +117,8 @@ bool step(scan &read) {
 void scan_frames(scan &read) {
     bool more = true;
     while (more && !read.frame_buffer && read.size - read.offset >= frame_request_min) {
-        more = step(read);
+        // A handler may have stopped the agent: nothing is handled after that.
+        more = step(read) && agent_current_state() != agent_state::stopping;
     }
 }
 
@@ -146,5 +148,6 @@ read_outcome read_from_client(int32_t socket, uint32_t now) {
     }
     scan read{socket, now, recv_buf, size, 0, {}};
     scan_frames(read);
-    return read_outcome::go_on;
+    return agent_current_state() == agent_state::stopping ? read_outcome::end_cycle
+                                                          : read_outcome::go_on;
 }

@@ -15,6 +15,8 @@
 #include "udp/discovery.h"
 #include "upgrade/upgrade_state.h"
 
+#include <atomic>
+
 namespace {
 
 constexpr uint32_t discovery_period_ms = 5000;
@@ -22,7 +24,7 @@ constexpr uint32_t worker_stack_size = 0x800;
 constexpr uint32_t worker_priority = 3;
 
 struct message_entry {
-    uint16_t *message_id;
+    std::atomic<uint16_t> *message_id;
     cmmod_callback_t callback;
 };
 
@@ -59,8 +61,9 @@ void __lan_dev_tm_cb(uint16_t /*timer_id*/, void * /*argument*/) {
 
 void unregister_messages() {
     for (const message_entry &entry : msg_tbl) {
-        if (*entry.message_id != CMMOD_NO_MESSAGE_ID) {
-            cmmod_unreg_msgcb(*entry.message_id);
+        const uint16_t message_id = *entry.message_id;
+        if (message_id != CMMOD_NO_MESSAGE_ID) {
+            cmmod_unreg_msgcb(message_id);
             *entry.message_id = CMMOD_NO_MESSAGE_ID;
         }
     }
@@ -69,10 +72,12 @@ void unregister_messages() {
 int32_t register_messages() {
     int32_t registered = 0;
     for (const message_entry &entry : msg_tbl) {
-        const int32_t op_ret = cmmod_reg_msgcb(entry.callback, entry.message_id);
+        uint16_t message_id = CMMOD_NO_MESSAGE_ID;
+        const int32_t op_ret = cmmod_reg_msgcb(entry.callback, &message_id);
         if (op_ret != 0) {
             return op_ret;
         }
+        *entry.message_id = message_id;
         ++registered;
     }
     LAN_LOG(LOG_LEVEL_TRACE, "cmmod register finish %d", registered);

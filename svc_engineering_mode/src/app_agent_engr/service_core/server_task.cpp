@@ -183,6 +183,9 @@ void serve_cycle(server &server) {
     }
     sockets.ready = kelo_hal_net_select(server.highest + 1, &sockets.read_set, nullptr,
                                         &sockets.exception_set, select_wait_ms);
+    if (sockets.ready < 0 && !shall_run()) {
+        return; // the stop has ended the wait
+    }
     if (sockets.ready < 0) {
         LAN_LOG(LOG_LEVEL_FAILURE, "Select failed: %d,errno:%d", sockets.ready, errno);
         restart(server);

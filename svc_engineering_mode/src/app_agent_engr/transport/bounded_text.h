@@ -44,6 +44,10 @@ class bounded_text {
 template <uint32_t Size>
 class local_text {
   public:
+    local_text() = default;
+    local_text(const local_text &) = delete;
+    local_text &operator=(const local_text &) = delete;
+
     [[nodiscard]] bounded_text &operator*() { return text_; }
     bounded_text *operator->() { return &text_; }
 

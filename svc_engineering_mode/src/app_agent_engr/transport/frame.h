@@ -1,10 +1,9 @@
 /*
  * The LAN frame: building outgoing frames and cutting incoming ones. All words are big-endian.
  *
- * Request form (app to gateway):  head, fr_num, fr_type, length = n + 8,  payload n, CRC, tail
- * Reply form (gateway to app):    head, fr_num, fr_type, length = n + 12, ret, payload n, CRC, tail
- * Segmented form:                 head, fr_num, fr_type, length = n + 20, ret, count, seq, payload
- * n, CRC, tail
+ * request (app to gateway)  head fr_num fr_type length = n + 8  payload[n] CRC tail
+ * reply (gateway to app)    head fr_num fr_type length = n + 12 ret payload[n] CRC tail
+ * segmented (the log)       head fr_num fr_type length = n + 20 ret count seq payload[n] CRC tail
  *
  * length counts every byte behind it; the CRC covers everything before it. Receivers ignore the
  * CRC.

@@ -13,7 +13,8 @@
  *          report:   pushed to every connected app, frame number 0
  *          datagram: UDP
  * payload  raw: the handler sees the payload as received; decrypted: it sees the decrypted text;
- * none handler  function of the command floor, or no_handler
+ *          none
+ * handler  function of the command floor, or no_handler
  */
 #define LAN_FRAME_TYPES(X)                                                                         \
     X(1, FRM_AP_NW_CFG, datagram, none, no_handler, "network configuration in plain")              \

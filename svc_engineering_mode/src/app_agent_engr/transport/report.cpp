@@ -13,7 +13,7 @@
 #include "platform/owners.h"
 #include "tcp_send.h"
 
-uint16_t mid_lan_dp_report = CMMOD_NO_MESSAGE_ID;
+std::atomic<uint16_t> mid_lan_dp_report{CMMOD_NO_MESSAGE_ID};
 
 namespace {
 

@@ -56,6 +56,7 @@ int32_t build_frame(uint32_t fr_num, uint32_t fr_type, uint32_t ret, const uint8
     const tcp_key key = current_tcp_key();
     const int32_t op_ret = encrpt_lan_msg(data, len, cipher.out(), &cipher_len, key.bytes);
     if (op_ret != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "aes128_ecb_encode error:%d", op_ret);
         return op_ret;
     }
     LAN_LOG(LOG_LEVEL_TRACE, "send length:%d", static_cast<int>(cipher_len));

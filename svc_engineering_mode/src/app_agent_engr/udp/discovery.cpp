@@ -111,6 +111,7 @@ bool encrypt_in_place(discovery_buffer &buffer) {
     const int32_t op_ret =
         encrpt_lan_msg(buffer.bytes.get(), buffer.length, cipher.out(), &cipher_len, app_key2);
     if (op_ret != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "aes128_ecb_encode error:%d", op_ret);
         return false;
     }
     if (cipher_len > discovery_buffer_size) {

@@ -8,6 +8,7 @@
 #include "platform/timer.h"
 
 lan_upg_mgr_t *p_lan_upg_mgr = nullptr;
+lan_upgrade_info_t up_info{};
 std::atomic<int32_t> update_stat{0};
 
 namespace {

@@ -8,6 +8,12 @@
 #include <atomic>
 #include <cstdint>
 
+/** What is known of the current upgrade. Each field keeps its last value, across upgrades too. */
+struct lan_upgrade_info_t {
+    std::atomic<int32_t>
+        firmware_type; /**< 0 gateway, 10 Zigbee sub-device; others start nothing */
+};
+
 /** The upgrade manager record: what the upgrade service gave when it started the transfer, and the
  * worker. */
 struct lan_upg_mgr_t {
@@ -25,6 +31,8 @@ struct lan_upg_mgr_t {
 
 /** The record; null before the first start and after a stop without an upgrade under way. */
 extern lan_upg_mgr_t *p_lan_upg_mgr;
+/** The current upgrade; all zero at first. */
+extern lan_upgrade_info_t up_info;
 /** 1 while an upgrade is under way, else 0. */
 extern std::atomic<int32_t> update_stat;
 
