@@ -1,0 +1,34 @@
+// The two lists of devices that a gateway gives: who belongs to it, and who is online.
+#pragma once
+
+#include "lan_client/client.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace engr_app {
+
+struct device {
+    std::string id;
+    std::string product_id;
+};
+
+struct line_state {
+    std::vector<std::string> online;
+    std::vector<std::string> offline;
+};
+
+[[nodiscard]] lan_client::request device_list_request();
+[[nodiscard]] lan_client::request line_state_request();
+
+/// Throws a failure when the payload is not a device list.
+[[nodiscard]] std::vector<device> parse_device_list(std::string_view payload);
+
+/// Throws a failure when the payload is not an online/offline list.
+[[nodiscard]] line_state parse_line_state(std::string_view payload);
+
+/// A gateway refuses to give two empty lists; this is how it says so.
+[[nodiscard]] bool says_no_devices(const lan_client::answer &answered);
+
+} // namespace engr_app

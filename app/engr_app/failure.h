@@ -1,0 +1,29 @@
+// A piece of work that failed, with the sentence for the person in front of it.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace engr_app {
+
+inline constexpr int exit_success = 0;
+inline constexpr int exit_failed = 1;
+inline constexpr int exit_wrong_usage = 2;
+
+/// Thrown by verbs and what they use; main shows it and ends the program.
+class failure : public std::runtime_error {
+  public:
+    failure(std::string kind, const std::string &sentence, int exit_code = exit_failed)
+        : std::runtime_error(sentence), kind_(std::move(kind)), exit_code_(exit_code) {}
+
+    /// A short name for scripts, such as "timed_out".
+    [[nodiscard]] const std::string &kind() const { return kind_; }
+    [[nodiscard]] int exit_code() const { return exit_code_; }
+
+  private:
+    std::string kind_;
+    int exit_code_;
+};
+
+} // namespace engr_app

@@ -1,0 +1,38 @@
+// Frames in words for people (-v), and as JSON lines in a file (--record).
+#pragma once
+
+#include "lan_client/traffic.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace engr_app {
+
+/// Present time as in 2026-01-31T12:00:00.123Z.
+[[nodiscard]] std::string time_text();
+
+/// A duration as in "0.213 ms".
+[[nodiscard]] std::string milliseconds_text(double time_ms);
+
+/// One frame in one line; passwords, tokens and keys in it are hidden.
+[[nodiscard]] std::string frame_words(const lan_client::traffic &seen);
+
+/// Writes every frame as one JSON line to a file that only its owner can read.
+class frame_recorder {
+  public:
+    /// Throws a failure when the file can't be made.
+    explicit frame_recorder(const std::string &path);
+
+    /// Throws a failure when the line can't be written.
+    void write(const lan_client::traffic &seen);
+
+  private:
+    struct closer {
+        void operator()(std::FILE *file) const { std::fclose(file); }
+    };
+    std::string path_;
+    std::unique_ptr<std::FILE, closer> file_;
+};
+
+} // namespace engr_app

@@ -1,0 +1,114 @@
+// Parsing of foreign JSON, writing of our own.
+#include "json_text.h"
+
+#include "lan_client/utf8.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+
+// Copying and writing a value takes stack for every level.
+constexpr std::size_t max_nesting = 200;
+
+constexpr std::array<std::string_view, 8> secret_members = {
+    "passwd", "password", "token", "localKey", "local_key", "secKey", "authKey", "wf_passwd"};
+
+bool nested_too_deeply(std::string_view text) {
+    std::size_t depth = 0;
+    bool in_string = false;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char byte = text[at];
+        if (byte == '"') {
+            in_string = !in_string;
+        } else if (in_string) {
+            at += byte == '\\' ? 1 : 0;
+        } else if (byte == '{' || byte == '[') {
+            if (++depth > max_nesting) {
+                return true;
+            }
+        } else if ((byte == '}' || byte == ']') && depth > 0) {
+            --depth;
+        }
+    }
+    return false;
+}
+
+bool is_secret(std::string_view name) {
+    return std::ranges::find(secret_members, name) != secret_members.end();
+}
+
+void hide_secrets(json &value) {
+    if (value.is_object()) {
+        for (auto &[name, member] : value.items()) {
+            // Discovery's "token": true is no secret.
+            if (is_secret(name) && !member.is_boolean()) {
+                member = "***";
+            }
+        }
+    }
+    if (value.is_structured()) {
+        std::ranges::for_each(value, hide_secrets);
+    }
+}
+
+} // namespace
+
+json parse_json(std::string_view text) {
+    if (nested_too_deeply(text)) {
+        return json(json::value_t::discarded);
+    }
+    return json::parse(lan_client::to_utf8(text), nullptr, false);
+}
+
+json payload_json(std::string_view payload) {
+    json value = parse_json(payload);
+    return value.is_discarded() ? json(lan_client::to_utf8(payload)) : value;
+}
+
+std::string one_line(const json &value) {
+    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string member_text(const json &object, const char *name) {
+    if (!object.is_object() || !object.contains(name)) {
+        return "";
+    }
+    const json &member = object.at(name);
+    return member.is_string() ? member.get<std::string>() : one_line(member);
+}
+
+std::string without_secrets(std::string_view text) {
+    const bool suspect = std::ranges::any_of(secret_members, [text](std::string_view name) {
+        return text.find(name) != std::string_view::npos;
+    });
+    if (!suspect) {
+        return std::string(text);
+    }
+    json value = parse_json(text);
+    if (value.is_discarded()) {
+        return "(hidden: it names a secret)";
+    }
+    hide_secrets(value);
+    return one_line(value);
+}
+
+std::string to_hex(std::string_view bytes) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string out;
+    out.reserve(bytes.size() * 2);
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        out += digits[value >> 4];
+        out += digits[value & 0xF];
+    }
+    return out;
+}
+
+} // namespace engr_app

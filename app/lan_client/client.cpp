@@ -1,0 +1,238 @@
+// The client's life: connecting, sending, waiting, coming back. What it receives is handled in
+// client_receive.cpp.
+#include "lan_client/client.h"
+
+#include "conversation.h"
+#include "send_window.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace lan_client {
+
+client::conversation::conversation(event_loop &loop, client_options options, client_events events)
+    : loop_(loop), options_(std::move(options)), events_(std::move(events)),
+      peer_(options_.address + ":" + std::to_string(options_.port)),
+      connection_(loop,
+                  {[this] { connected(); }, [this](std::string_view bytes) { received(bytes); },
+                   [this](const error &why) { closed(why); }}),
+      deadline_timer_(loop), keep_alive_timer_(loop), pause_timer_(loop) {}
+
+void client::conversation::open() {
+    if (stage_ == stage::idle) {
+        connect();
+    }
+}
+
+void client::conversation::connect() {
+    stage_ = stage::connecting;
+    stream_end_ = 0;
+    proved_ = false;
+    cutter_ = {};
+    keep_alive_sent_ = {};
+    connection_.open({options_.address, options_.port, options_.interface_name},
+                     options_.connect_timeout);
+}
+
+void client::conversation::connected() {
+    stage_ = stage::up;
+    last_received_ = clock::now();
+    if (options_.reconnect) {
+        keep_alive(); // its answer proves that the gateway took us in
+    } else {
+        keep_alive_timer_.start(options_.keep_alive_interval, [this] { keep_alive(); });
+    }
+    send_ready();
+}
+
+void client::conversation::closed(error why) {
+    const auto self = shared_from_this();
+    const bool was_up = stage_ == stage::up;
+    if (was_up && !proved_ && why.kind == error_kind::connection_lost) {
+        why.kind = error_kind::table_full;
+    }
+    connection_.close();
+    keep_alive_timer_.cancel();
+    link_change change{link_state::lost, why, {}};
+    const bool returns = options_.reconnect && ever_proved_;
+    if (returns) {
+        stage_ = stage::pausing;
+        change.pause = options_.pause.next(std::uniform_real_distribution<>(0, 1)(chance_));
+        pause_timer_.start(change.pause, [this] { connect(); });
+    } else {
+        stage_ = stage::idle;
+        last_failure_ = why;
+    }
+    // What was not sent yet can still be sent over the next connection.
+    exchange_list gone;
+    std::ranges::copy_if(exchanges_, std::back_inserter(gone),
+                         [returns](const exchange &one) { return one.sent || !returns; });
+    std::erase_if(exchanges_, [returns](const exchange &one) { return one.sent || !returns; });
+    complete_all(std::move(gone), why);
+    if (events_.on_link && !forgotten_) {
+        events_.on_link(change);
+    }
+}
+
+void client::conversation::close() {
+    const auto self = shared_from_this();
+    stage_ = stage::idle;
+    last_failure_ = {error_kind::cancelled, {}};
+    connection_.close();
+    deadline_timer_.cancel();
+    keep_alive_timer_.cancel();
+    pause_timer_.cancel();
+    complete_all(std::exchange(exchanges_, {}), last_failure_);
+}
+
+void client::conversation::forget() {
+    forgotten_ = true;
+    close();
+}
+
+void client::conversation::ask(request wanted, completion done) {
+    const auto timeout = wanted.timeout.count() > 0 ? wanted.timeout : options_.request_timeout;
+    exchange made;
+    made.done = std::move(done);
+    made.asked = clock::now();
+    made.deadline = made.asked + timeout;
+    last_number_ += last_number_ == UINT32_MAX ? 2 : 1; // 0 is for frames that answer nothing
+    made.number = last_number_;
+    // Encryption makes a text up to one block longer.
+    if (wanted.payload.size() + key_bytes > max_request_payload_bytes) {
+        made.at_deadline = {error_kind::too_large, std::to_string(wanted.payload.size())};
+        made.deadline = made.asked;
+    } else if (stage_ == stage::idle) {
+        made.at_deadline = last_failure_;
+        made.deadline = made.asked;
+    }
+    made.wanted = std::move(wanted);
+    exchanges_.push_back(std::move(made));
+    send_ready();
+    arm();
+}
+
+void client::conversation::keep_alive() {
+    if (last_received_ < keep_alive_sent_) {
+        return closed({error_kind::connection_lost, "the keep-alive was not answered"});
+    }
+    keep_alive_sent_ = clock::now();
+    keep_alive_timer_.start(options_.keep_alive_interval, [this] { keep_alive(); });
+    ask({.type = frame_type::keepalive,
+         .coding = payload_coding::plain,
+         .timeout = options_.keep_alive_interval},
+        {});
+}
+
+void client::conversation::send_ready() {
+    if (stage_ != stage::up) {
+        return;
+    }
+    for (exchange &due : exchanges_) {
+        if (due.sent || due.at_deadline.kind != error_kind::timed_out) {
+            continue;
+        }
+        if (options_.reconnect && !proved_ && due.wanted.type != frame_type::keepalive) {
+            continue; // so that a refused connection costs no request
+        }
+        const bool safe = std::ranges::all_of(exchanges_, [this](const exchange &earlier) {
+            return !earlier.sent || earlier.taken || may_follow(earlier.stream_start, stream_end_);
+        });
+        if (!safe) {
+            return; // goes on when an earlier one is answered or given up
+        }
+        send(due);
+    }
+}
+
+void client::conversation::send(exchange &due) {
+    const bool encrypted =
+        due.wanted.coding == payload_coding::encrypted && !due.wanted.payload.empty();
+    const std::string cipher = encrypted ? encrypt(options_.keys.front(), due.wanted.payload) : "";
+    const std::string &wire_payload = encrypted ? cipher : due.wanted.payload;
+    std::string bytes = encode_request(due.number, due.wanted.type, wire_payload);
+    due.sent = true;
+    due.stream_start = stream_end_;
+    stream_end_ += bytes.size();
+    connection_.send(std::move(bytes));
+    if (events_.on_traffic && !forgotten_) {
+        events_.on_traffic({.sent = true,
+                            .peer = peer_,
+                            .number = due.number,
+                            .type = due.wanted.type,
+                            .state = encrypted ? payload_state::decrypted : payload_state::plain,
+                            .wire_payload = wire_payload,
+                            .text = due.wanted.payload});
+    }
+}
+
+void client::conversation::arm() {
+    const auto earliest = std::ranges::min_element(exchanges_, {}, &exchange::deadline);
+    if (earliest == exchanges_.end()) {
+        return deadline_timer_.cancel();
+    }
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(earliest->deadline - clock::now());
+    deadline_timer_.start(std::max(left, std::chrono::milliseconds(0)), [this] { expire(); });
+}
+
+void client::conversation::expire() {
+    const auto self = shared_from_this();
+    const auto now = clock::now();
+    for (;;) {
+        const auto late = std::ranges::find_if(
+            exchanges_, [now](const exchange &one) { return one.deadline <= now; });
+        if (late == exchanges_.end()) {
+            break;
+        }
+        complete(late, {.failure = late->at_deadline});
+    }
+    send_ready();
+    arm();
+}
+
+void client::conversation::complete(exchange_list::iterator found, answer outcome) {
+    const completion done = std::move(found->done);
+    outcome.type = found->wanted.type;
+    outcome.number = found->number;
+    outcome.round_trip =
+        std::chrono::duration_cast<std::chrono::microseconds>(clock::now() - found->asked);
+    exchanges_.erase(found);
+    arm();
+    if (done && !forgotten_) {
+        done(outcome);
+    }
+}
+
+void client::conversation::complete_all(exchange_list gone, const error &why) {
+    for (const exchange &one : gone) {
+        if (one.done && !forgotten_) {
+            one.done({.failure = why, .type = one.wanted.type, .number = one.number});
+        }
+    }
+    arm();
+}
+
+client::client(event_loop &loop, client_options options, client_events events)
+    : conversation_(std::make_shared<conversation>(loop, std::move(options), std::move(events))) {}
+
+client::~client() {
+    conversation_->forget();
+}
+
+void client::open() {
+    conversation_->open();
+}
+void client::close() {
+    conversation_->close();
+}
+
+void client::ask(request wanted, completion done) {
+    conversation_->ask(std::move(wanted), std::move(done));
+}
+
+void client::tell(request wanted) {
+    conversation_->ask(std::move(wanted), {});
+}
+
+} // namespace lan_client

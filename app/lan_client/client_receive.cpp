@@ -1,0 +1,153 @@
+// What a client does with the frames that arrive.
+#include "conversation.h"
+
+#include "lan_client/frame_types.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace lan_client {
+namespace {
+
+// How a gateway answers a request that it can't decrypt.
+constexpr std::string_view undecryptable_reply = "parse data error";
+
+} // namespace
+
+void client::conversation::received(std::string_view bytes) {
+    const auto self = shared_from_this();
+    last_received_ = clock::now();
+    cutter_.feed(bytes);
+    while (stage_ == stage::up) {
+        std::optional<frame> got = cutter_.next();
+        if (!got) {
+            break;
+        }
+        take(std::move(*got));
+    }
+}
+
+void client::conversation::take(frame got) {
+    opened_payload payload = open_payload(got);
+    if (events_.on_traffic) {
+        events_.on_traffic({.peer = peer_,
+                            .number = got.number,
+                            .type = got.type,
+                            .ret = got.ret,
+                            .segment = got.segment,
+                            .crc_matches = got.crc_matches,
+                            .state = payload.state,
+                            .wire_payload = got.payload,
+                            .text = payload.text});
+    }
+    proved();
+    if (stage_ != stage::up) {
+        return; // who was told of the link closed the client
+    }
+    const auto found = find(got);
+    if (found != exchanges_.end()) {
+        // Requests are handled in order, so those before it have been read as well.
+        for (auto earlier = exchanges_.begin(); earlier != std::next(found); ++earlier) {
+            earlier->taken = earlier->taken || earlier->sent;
+        }
+        take_answer(found, got, payload);
+        send_ready();
+    } else if (events_.on_report && got.type != frame_type::keepalive) {
+        events_.on_report(
+            {.type = got.type,
+             .number = got.number,
+             .ret = got.ret,
+             .readable = got.crc_matches && payload.state != payload_state::unreadable,
+             .payload = std::move(payload.text)});
+    }
+}
+
+// Everything that has a payload is encrypted with the TCP key, except the segments of the log.
+client::conversation::opened_payload client::conversation::open_payload(frame &got) {
+    if (got.payload.empty() || got.segment) {
+        return {payload_state::plain, got.payload, false};
+    }
+    for (auto key = options_.keys.begin(); key != options_.keys.end(); ++key) {
+        if (std::optional<std::string> text = decrypt_text(*key, got.payload)) {
+            const bool changed = key != options_.keys.begin();
+            std::iter_swap(options_.keys.begin(), key);
+            return {payload_state::decrypted, std::move(*text), changed};
+        }
+    }
+    return {payload_state::unreadable, {}, false};
+}
+
+// The first frame shows that the gateway took the connection into its table.
+void client::conversation::proved() {
+    if (proved_) {
+        return;
+    }
+    proved_ = true;
+    ever_proved_ = true;
+    options_.pause.reset();
+    if (events_.on_link && !forgotten_) {
+        events_.on_link({link_state::connected, {}, {}});
+    }
+    send_ready(); // some waited for this
+}
+
+client::conversation::exchange_list::iterator client::conversation::find(const frame &got) {
+    const bool keep_alive = got.type == frame_type::keepalive; // answered with number 0
+    return std::ranges::find_if(exchanges_, [&got, keep_alive](const exchange &one) {
+        return one.sent && one.wanted.type == got.type && (one.number == got.number || keep_alive);
+    });
+}
+
+void client::conversation::take_answer(exchange_list::iterator found, const frame &got,
+                                       opened_payload &payload) {
+    if (!got.crc_matches) {
+        return complete(found, {.failure = {error_kind::damaged, "its CRC is wrong"}});
+    }
+    if (payload.state == payload_state::unreadable) {
+        return complete(found, {.failure = {error_kind::wrong_key, {}}});
+    }
+    if (got.segment) {
+        return take_segment(found, got, payload.text);
+    }
+    const bool refused_for_its_key = payload.key_changed && got.ret != 0 &&
+                                     payload.text == undecryptable_reply &&
+                                     found->wanted.coding == payload_coding::encrypted;
+    if (refused_for_its_key && !found->repeated) {
+        found->repeated = true;
+        found->sent = false; // goes out again with the key that we know now
+        found->taken = false;
+        return;
+    }
+    complete(found, {.ret = got.ret, .payload = std::move(payload.text)});
+}
+
+void client::conversation::take_segment(exchange_list::iterator found, const frame &got,
+                                        std::string &bytes) {
+    const segment_position at = *got.segment;
+    if (at.number != found->segments_received + 1 || at.count < at.number) {
+        return complete(found,
+                        {.failure = {error_kind::damaged,
+                                     "segment " + std::to_string(found->segments_received + 1) +
+                                         " is missing"}});
+    }
+    if (found->received.size() + bytes.size() > max_transfer_bytes) {
+        return complete(found, {.failure = {error_kind::damaged, "the transfer is too long"}});
+    }
+    found->received += bytes;
+    found->segments_received = at.number;
+    if (at.number == at.count) {
+        std::string whole = std::move(found->received);
+        return complete(found, {.ret = got.ret, .payload = std::move(whole)});
+    }
+    found->deadline = clock::now() + (found->wanted.timeout.count() > 0 ? found->wanted.timeout
+                                                                        : options_.request_timeout);
+    arm();
+    if (found->wanted.on_segment) {
+        // A copy: the callback may close the client, which ends the exchange.
+        const auto on_segment = found->wanted.on_segment;
+        on_segment(at);
+    }
+}
+
+} // namespace lan_client

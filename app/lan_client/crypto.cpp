@@ -1,0 +1,125 @@
+// AES-128-ECB with PKCS#7 padding and the built-in keys, over nettle.
+#include "lan_client/crypto.h"
+
+#include "key_seeds.h"
+#include "lan_client/utf8.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <nettle/aes.h>
+#include <nettle/md5.h>
+
+namespace lan_client {
+namespace {
+
+using seed_bytes = std::array<std::uint8_t, key_bytes>;
+
+// The seeds lie masked in the program, and the mask is not known to the optimiser, so that
+// searching the program for texts does not find them.
+constexpr std::uint8_t seed_mask = 0xA5;
+volatile std::uint8_t unmask = seed_mask;
+
+constexpr seed_bytes masked(seed_bytes seed) {
+    for (std::uint8_t &byte : seed) {
+        byte ^= seed_mask;
+    }
+    return seed;
+}
+
+aes_key key_of_seed(seed_bytes seed) {
+    for (std::uint8_t &byte : seed) {
+        byte = static_cast<std::uint8_t>(byte ^ unmask);
+    }
+    md5_ctx context;
+    md5_init(&context);
+    md5_update(&context, seed.size(), seed.data());
+    std::array<std::uint8_t, MD5_DIGEST_SIZE> digest{};
+    md5_digest(&context, digest.size(), digest.data());
+    explicit_bzero(seed.data(), seed.size());
+    return aes_key(digest);
+}
+
+const std::uint8_t *as_bytes(std::string_view text) {
+    return reinterpret_cast<const std::uint8_t *>(text.data());
+}
+
+std::uint8_t *as_bytes(std::string &text) {
+    return reinterpret_cast<std::uint8_t *>(text.data());
+}
+
+} // namespace
+
+aes_key::~aes_key() {
+    explicit_bzero(bytes_.data(), bytes_.size());
+}
+
+std::optional<aes_key> aes_key::from_text(std::string_view text) {
+    std::array<std::uint8_t, key_bytes> bytes{};
+    if (text.size() != bytes.size()) {
+        return std::nullopt;
+    }
+    std::copy_n(as_bytes(text), bytes.size(), bytes.begin());
+    return aes_key(bytes);
+}
+
+aes_key configuration_key() {
+    static constexpr seed_bytes seed = masked({ENGR_KEY1_SEED_CODES});
+    return key_of_seed(seed);
+}
+
+aes_key discovery_key() {
+    static constexpr seed_bytes seed = masked({ENGR_KEY2_SEED_CODES});
+    return key_of_seed(seed);
+}
+
+aes_key unactivated_key() {
+    static constexpr seed_bytes seed = masked({ENGR_KEY3_SEED_CODES});
+    return key_of_seed(seed);
+}
+
+std::string encrypt(const aes_key &key, std::string_view plain) {
+    const std::size_t padding = AES_BLOCK_SIZE - plain.size() % AES_BLOCK_SIZE;
+    std::string text(plain);
+    text.append(padding, static_cast<char>(padding));
+    aes128_ctx context;
+    aes128_set_encrypt_key(&context, key.data());
+    aes128_encrypt(&context, text.size(), as_bytes(text), as_bytes(text));
+    explicit_bzero(&context, sizeof context);
+    return text;
+}
+
+std::optional<std::string> decrypt(const aes_key &key, std::string_view cipher) {
+    if (cipher.empty() || cipher.size() % AES_BLOCK_SIZE != 0) {
+        return std::nullopt;
+    }
+    std::string text(cipher.size(), '\0');
+    aes128_ctx context;
+    aes128_set_decrypt_key(&context, key.data());
+    aes128_decrypt(&context, text.size(), as_bytes(text), as_bytes(cipher));
+    explicit_bzero(&context, sizeof context);
+    const std::size_t padding = static_cast<unsigned char>(text.back());
+    if (padding == 0 || padding > AES_BLOCK_SIZE) {
+        return std::nullopt;
+    }
+    if (text.find_first_not_of(static_cast<char>(padding), text.size() - padding) !=
+        std::string::npos) {
+        return std::nullopt;
+    }
+    text.resize(text.size() - padding);
+    return text;
+}
+
+std::optional<std::string> decrypt_text(const aes_key &key, std::string_view cipher) {
+    std::optional<std::string> text = decrypt(key, cipher);
+    if (!text || text->find('\0') != std::string::npos) {
+        return std::nullopt;
+    }
+    const bool in_braces = text->size() >= 2 && text->front() == '{' && text->back() == '}';
+    if (!in_braces && !is_utf8(*text)) {
+        return std::nullopt;
+    }
+    return text;
+}
+
+} // namespace lan_client

@@ -1,0 +1,105 @@
+// Encoding of requests and decoding of what a gateway sends.
+#include "lan_client/frame.h"
+
+#include "byte_cursor.h"
+#include "lan_client/frame_types.h"
+
+#include <zlib.h>
+
+namespace lan_client {
+namespace {
+
+constexpr std::uint32_t head_word = 0x000055AA;
+constexpr std::uint32_t tail_word = 0x0000AA55;
+constexpr std::size_t head_number_type_length_bytes = 16;
+constexpr std::size_t crc_and_tail_bytes = 8;
+constexpr std::size_t reply_words_bytes = 4;    // ret
+constexpr std::size_t segment_words_bytes = 12; // ret, count, number
+
+// The format counts the bytes under the CRC in 16 bits, so a long frame is covered only in part.
+std::uint32_t frame_crc(std::string_view covered) {
+    const auto *data = reinterpret_cast<const Bytef *>(covered.data());
+    return static_cast<std::uint32_t>(crc32(0, data, static_cast<uInt>(covered.size() % 65536)));
+}
+
+// Only the log travels in segments, and only when it was read: its failures are ordinary replies,
+// and a handler that replaces the built-in one answers with an empty ordinary reply.
+bool has_segment_words(std::uint32_t type, std::uint32_t ret, std::size_t length) {
+    return type == frame_type::get_log && ret == 0 &&
+           length >= segment_words_bytes + crc_and_tail_bytes;
+}
+
+bool read_body(byte_reader &reader, std::size_t length, frame &decoded) {
+    if (!reader.read(decoded.ret)) {
+        return false;
+    }
+    std::size_t words_bytes = reply_words_bytes;
+    if (has_segment_words(decoded.type, decoded.ret, length)) {
+        std::uint32_t count = 0;
+        std::uint32_t number = 0;
+        if (!reader.read(count) || !reader.read(number)) {
+            return false;
+        }
+        decoded.segment =
+            segment_position{static_cast<std::int32_t>(count), static_cast<std::int32_t>(number)};
+        words_bytes = segment_words_bytes;
+    }
+    std::string_view payload;
+    if (!reader.take(length - words_bytes - crc_and_tail_bytes, payload)) {
+        return false;
+    }
+    decoded.payload = payload;
+    return true;
+}
+
+} // namespace
+
+std::string encode_request(std::uint32_t number, std::uint32_t type, std::string_view payload) {
+    std::string bytes;
+    bytes.reserve(payload.size() + request_overhead_bytes);
+    byte_writer writer(bytes);
+    writer.write(head_word);
+    writer.write(number);
+    writer.write(type);
+    writer.write(static_cast<std::uint32_t>(payload.size() + crc_and_tail_bytes));
+    writer.append(payload);
+    writer.write(frame_crc(bytes));
+    writer.write(tail_word);
+    return bytes;
+}
+
+decode_result decode_frame(std::string_view bytes) {
+    decode_result result;
+    byte_reader reader(bytes);
+    std::uint32_t head = 0;
+    std::uint32_t length = 0;
+    if (reader.read(head) && head != head_word) {
+        return result;
+    }
+    if (!reader.read(result.decoded.number) || !reader.read(result.decoded.type) ||
+        !reader.read(length)) {
+        result.status = decode_status::incomplete;
+        return result;
+    }
+    if (length < reply_words_bytes + crc_and_tail_bytes ||
+        length > max_received_frame_bytes - head_number_type_length_bytes) {
+        return result;
+    }
+    if (reader.remaining() < length) {
+        result.status = decode_status::incomplete;
+        return result;
+    }
+    std::uint32_t crc = 0;
+    std::uint32_t tail = 0;
+    if (!read_body(reader, length, result.decoded) || !reader.read(crc) || !reader.read(tail) ||
+        tail != tail_word) {
+        return result;
+    }
+    result.status = decode_status::whole;
+    result.consumed_bytes = head_number_type_length_bytes + length;
+    result.decoded.crc_matches =
+        crc == frame_crc(bytes.substr(0, result.consumed_bytes - crc_and_tail_bytes));
+    return result;
+}
+
+} // namespace lan_client

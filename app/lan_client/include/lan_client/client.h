@@ -1,0 +1,119 @@
+// One app's conversation with one gateway.
+#pragma once
+
+#include "lan_client/crypto.h"
+#include "lan_client/errors.h"
+#include "lan_client/event_loop.h"
+#include "lan_client/frame_types.h"
+#include "lan_client/reconnect_pause.h"
+#include "lan_client/traffic.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace lan_client {
+
+inline constexpr std::uint16_t gateway_port = 6668;
+
+/// Longest transfer in segments that is put together, in bytes.
+inline constexpr std::size_t max_transfer_bytes = 64 * 1024 * 1024;
+
+struct client_options {
+    std::string address; ///< IPv4, dotted decimal
+    std::uint16_t port = gateway_port;
+    std::string interface_name = "lo"; ///< traffic stays on it; empty: any
+
+    /// Keys the gateway may use, the likely one first, at least one. When an answer can only be
+    /// decrypted with another one, the client changes over to that.
+    std::vector<aes_key> keys;
+
+    std::chrono::milliseconds connect_timeout{5000};
+    std::chrono::milliseconds request_timeout{5000};
+
+    /// A gateway drops an app that is silent for 120 s. An answer that is missing when the next
+    /// keep-alive is due, with nothing else received meanwhile, means a dead connection.
+    std::chrono::milliseconds keep_alive_interval{30000};
+
+    bool reconnect = false; ///< come back by itself once a connection has worked
+    reconnect_pause pause;
+};
+
+/// The outcome of one request.
+struct answer {
+    error failure{};          ///< none: the gateway answered, with whatever `ret`
+    std::uint32_t type = 0;   ///< of the request
+    std::uint32_t number = 0; ///< of the request
+    std::uint32_t ret = 0;
+    std::string payload{}; ///< decrypted; a transfer in segments is put together
+    std::chrono::microseconds round_trip{0};
+};
+
+/// A frame that answers no request under way: a report (number 0), or an answer that came late.
+struct report {
+    std::uint32_t type = 0;
+    std::uint32_t number = 0;
+    std::uint32_t ret = 0;
+    bool readable = true;  ///< false: damaged, or no key at hand decrypts it
+    std::string payload{}; ///< decrypted
+};
+
+enum class link_state {
+    connected, ///< the gateway answers
+    lost,      ///< the connection ended or could not be made
+};
+
+struct link_change {
+    link_state state = link_state::lost;
+    error why{};                        ///< of a lost connection
+    std::chrono::milliseconds pause{0}; ///< until the next attempt; 0: there is none
+};
+
+struct client_events {
+    std::function<void(const report &)> on_report;
+    std::function<void(const link_change &)> on_link;
+    traffic_observer on_traffic;
+};
+
+struct request {
+    std::uint32_t type = 0;
+    std::string payload{};
+    payload_coding coding = payload_coding::plain;
+    std::chrono::milliseconds timeout{0}; ///< 0: the client's request_timeout
+
+    /// Told of each segment of a long transfer, which also renews the time-out.
+    std::function<void(segment_position)> on_segment{};
+};
+
+using completion = std::function<void(const answer &)>;
+
+/// Requests may be made at any time, several at once; each is completed exactly once, from the
+/// loop or from close, unless the client is destroyed before. A callback may make requests, close
+/// or destroy the client. All calls are made on the loop's thread.
+class client {
+  public:
+    client(event_loop &loop, client_options options, client_events events = {});
+    ~client();
+    client(const client &) = delete;
+    client &operator=(const client &) = delete;
+
+    /// Starts to connect. Requests made meanwhile wait for the connection.
+    void open();
+
+    /// Ends the connection; requests under way are cancelled.
+    void close();
+
+    void ask(request wanted, completion done);
+
+    /// Sends a frame that gets no answer of its own, such as a piece of an image.
+    void tell(request wanted);
+
+  private:
+    class conversation;
+    std::shared_ptr<conversation> conversation_;
+};
+
+} // namespace lan_client

@@ -1,0 +1,67 @@
+// Finding gateways by the datagrams that they broadcast every 5 seconds.
+#pragma once
+
+#include "lan_client/errors.h"
+#include "lan_client/event_loop.h"
+#include "lan_client/traffic.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace lan_client {
+
+inline constexpr std::uint16_t discovery_port = 6667;
+
+/// A gateway sends this often; whoever listens for longer has heard all that can be heard.
+inline constexpr std::chrono::milliseconds discovery_period{5000};
+
+/// What one discovery datagram says. The texts are well-formed UTF-8, otherwise as received.
+struct announcement {
+    std::string address;      ///< where it came from, and where to connect
+    std::string told_address; ///< what the gateway believes its address is
+    std::string id;
+    std::string product_key;
+    std::string version;
+    std::int64_t ability = 0;
+    bool activated = false; ///< the TCP key is then the gateway's local key
+    bool needs_wifi_setup = false;
+};
+
+enum class datagram_kind {
+    announcement,
+    foreign,    ///< not a discovery frame at all
+    unreadable, ///< a discovery frame of a gateway with other key seeds, or damaged
+};
+
+struct parsed_datagram {
+    datagram_kind kind = datagram_kind::foreign;
+    announcement said;
+};
+
+/// Understands one datagram from `address`, telling the observer if there is one.
+[[nodiscard]] parsed_datagram parse_datagram(std::string_view bytes, std::string_view address,
+                                             const traffic_observer &observer = {});
+
+/// Listens on UDP port 6667 of one interface, beside other listeners on the same machine.
+class discovery_listener {
+  public:
+    using callback = std::function<void(const parsed_datagram &)>;
+
+    discovery_listener(event_loop &loop, callback heard, traffic_observer observer = {});
+    ~discovery_listener();
+    discovery_listener(const discovery_listener &) = delete;
+    discovery_listener &operator=(const discovery_listener &) = delete;
+
+    /// Starts to listen; the error says why it can't.
+    [[nodiscard]] error open(const std::string &interface_name);
+
+  private:
+    class socket;
+    std::shared_ptr<socket> socket_;
+};
+
+} // namespace lan_client

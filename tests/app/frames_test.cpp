@@ -1,0 +1,158 @@
+// Frames, their cutting out of a stream, and payload encryption.
+#include "fake_gateway.h"
+#include "lan_client/crypto.h"
+#include "lan_client/discovery.h"
+#include "lan_client/frame.h"
+#include "lan_client/stream_cutter.h"
+
+#include <random>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace lan_client;
+
+std::string from_hex(std::string_view digits) {
+    std::string bytes;
+    for (std::size_t at = 0; at < digits.size(); at += 2) {
+        bytes += static_cast<char>(std::stoi(std::string(digits.substr(at, 2)), nullptr, 16));
+    }
+    return bytes;
+}
+
+aes_key key_of(std::string_view sixteen) {
+    return *aes_key::from_text(sixteen);
+}
+
+TEST(request_frame, has_exactly_these_bytes) {
+    EXPECT_EQ(encode_request(1, 241, ""),
+              from_hex("000055aa00000001000000f1000000080aac03fd0000aa55"));
+    EXPECT_EQ(encode_request(0x01020304, 251, "ping"),
+              from_hex("000055aa01020304000000fb0000000c70696e67b6f6cdb30000aa55"));
+}
+
+TEST(received_frame, is_decoded_from_exactly_these_bytes) {
+    const auto refusal =
+        decode_frame(from_hex("000055aa00000007000000f10000000e000000016e6f33df43c00000aa55"));
+    ASSERT_EQ(refusal.status, decode_status::whole);
+    EXPECT_EQ(refusal.consumed_bytes, 30u);
+    EXPECT_EQ(refusal.decoded.number, 7u);
+    EXPECT_EQ(refusal.decoded.type, 241u);
+    EXPECT_EQ(refusal.decoded.ret, 1u);
+    EXPECT_EQ(refusal.decoded.payload, "no");
+    EXPECT_TRUE(refusal.decoded.crc_matches);
+    EXPECT_FALSE(refusal.decoded.segment);
+
+    const auto segment = decode_frame(
+        from_hex("000055aa00000007000000fe000000170000000000000002000000016c6f675276eb450000aa55"));
+    ASSERT_EQ(segment.status, decode_status::whole);
+    ASSERT_TRUE(segment.decoded.segment) << "a log travels in segments";
+    EXPECT_EQ(segment.decoded.segment->count, 2);
+    EXPECT_EQ(segment.decoded.segment->number, 1);
+    EXPECT_EQ(segment.decoded.payload, "log");
+}
+
+TEST(received_frame, crc_of_a_long_one_covers_its_length_modulo_65536) {
+    std::string bytes = gateway_frame(7, 247, {0}, std::string(70000, 'x'));
+    ASSERT_EQ(bytes.substr(bytes.size() - 8, 4), from_hex("7894cf05"));
+    EXPECT_TRUE(decode_frame(bytes).decoded.crc_matches);
+    bytes[100] = 'y';
+    EXPECT_FALSE(decode_frame(bytes).decoded.crc_matches) << "a changed covered byte must show";
+}
+
+TEST(received_frame, false_lengths_and_tails_are_no_frames) {
+    const std::string good = gateway_frame(1, 9, {0}, "");
+    for (const std::uint32_t length : {0u, 8u, 11u, 0x01000000u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        std::string bytes = good;
+        for (int index = 0; index < 4; ++index) {
+            bytes[static_cast<std::size_t>(12 + index)] =
+                static_cast<char>(length >> (24 - 8 * index));
+        }
+        EXPECT_EQ(decode_frame(bytes).status, decode_status::no_frame) << "length " << length;
+    }
+    std::string no_tail = good;
+    no_tail.back() = 'x';
+    EXPECT_EQ(decode_frame(no_tail).status, decode_status::no_frame);
+    for (std::size_t size = 0; size < good.size(); ++size) {
+        EXPECT_EQ(decode_frame(good.substr(0, size)).status, decode_status::incomplete)
+            << size << " of " << good.size() << " bytes";
+    }
+}
+
+TEST(stream_cutter, finds_every_frame_between_garbage_however_the_stream_is_cut) {
+    const std::string cut_short = gateway_frame(5, 8, {0}, "never finished").substr(0, 30);
+    std::string stream = "noise";
+    stream += gateway_frame(1, 241, {0}, std::string(100000, 'a'));
+    stream += from_hex("0000aa5500000000005500aa");
+    stream += gateway_frame(2, 224, {1}, from_hex("000055aa")) + gateway_frame(3, 9, {0}, "");
+    stream += cut_short + gateway_frame(4, 254, {0, 1, 1}, "log");
+    for (const unsigned seed : {1u, 2u, 3u, 4u}) {
+        std::minstd_rand random(seed);
+        stream_cutter cutter;
+        std::string numbers;
+        for (std::size_t at = 0; at < stream.size();) {
+            const std::size_t size = 1 + random() % (seed * 40);
+            cutter.feed(std::string_view(stream).substr(at, size));
+            at += size;
+            while (const auto got = cutter.next()) {
+                EXPECT_TRUE(got->crc_matches);
+                numbers += std::to_string(got->number);
+            }
+        }
+        EXPECT_EQ(numbers, "1234") << "seed " << seed;
+        EXPECT_EQ(cutter.skipped_bytes(), 5 + 12 + cut_short.size()) << "seed " << seed;
+    }
+}
+
+TEST(encryption, is_aes_128_ecb_with_pkcs7_padding) {
+    const aes_key key = key_of(from_hex("2b7e151628aed2a6abf7158809cf4f3c"));
+    const std::string plain = from_hex("6bc1bee22e409f96e93d7e117393172a");
+    const std::string cipher =
+        from_hex("3ad77bb40d7a3660a89ecaf32466ef97a254be88e037ddd9d79fb6411c3f9df8");
+    EXPECT_EQ(encrypt(key, plain), cipher);
+    EXPECT_EQ(decrypt(key, cipher), plain);
+    EXPECT_EQ(encrypt(key, "").size(), 16u);
+}
+
+TEST(decryption, refuses_what_no_right_key_made) {
+    const aes_key key = key_of("0123456789abcdef");
+    EXPECT_FALSE(decrypt(key, ""));
+    EXPECT_FALSE(decrypt(key, std::string(17, 'x')));
+    EXPECT_FALSE(decrypt_text(key, encrypt(key, std::string("a\0b", 3)))) << "no text has zeros";
+    EXPECT_FALSE(decrypt_text(key, encrypt(key, "\xff\xfe"))) << "neither UTF-8 nor in braces";
+    EXPECT_TRUE(decrypt_text(key, encrypt(key, "{\"name\":\"\xff\"}")));
+    const std::string answer = encrypt(key, R"({"products":[{"cid":"a1","pid":"p1"}]})");
+    int accepted = 0;
+    for (int number = 0; number < 1000; ++number) {
+        const std::string digits = std::to_string(number);
+        accepted +=
+            decrypt_text(key_of(std::string(16 - digits.size(), 'k') + digits), answer).has_value();
+    }
+    EXPECT_EQ(accepted, 0) << "a wrong key must show, also when its padding looks right";
+}
+
+TEST(discovery_datagram, is_read_whole_or_told_apart) {
+    const std::string text =
+        R"({"ip":"10.0.0.9","gwId":"gw\u00e9","active":2,"ablilty":3,"encrypt":true,)"
+        R"("productKey":"pk","version":"3.3","token":true,"wf_cfg":true})";
+    const std::string good = gateway_frame(0, 19, {0}, encrypt(discovery_key(), text));
+    const parsed_datagram heard = parse_datagram(good, "127.0.0.2");
+    ASSERT_EQ(heard.kind, datagram_kind::announcement);
+    EXPECT_EQ(heard.said.address, "127.0.0.2") << "where it came from, not what it says";
+    EXPECT_EQ(heard.said.told_address, "10.0.0.9");
+    EXPECT_EQ(heard.said.id, "gwé");
+    EXPECT_EQ(heard.said.ability, 3);
+    EXPECT_TRUE(heard.said.activated);
+    EXPECT_TRUE(heard.said.needs_wifi_setup);
+
+    const auto kind = [](const std::string &bytes) { return parse_datagram(bytes, "").kind; };
+    EXPECT_EQ(kind(good + "x"), datagram_kind::foreign);
+    EXPECT_EQ(kind("hello"), datagram_kind::foreign);
+    EXPECT_EQ(kind(gateway_frame(0, 19, {0}, encrypt(unactivated_key(), text))),
+              datagram_kind::unreadable);
+    EXPECT_EQ(kind(gateway_frame(0, 19, {0}, encrypt(discovery_key(), "[]"))),
+              datagram_kind::unreadable);
+}
+
+} // namespace

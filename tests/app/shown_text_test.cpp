@@ -1,0 +1,86 @@
+// What people and scripts get to see of text that came from the network.
+#include "json_text.h"
+#include "report_words.h"
+#include "safe_text.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace engr_app;
+
+TEST(safe_text, shows_nothing_that_steers_a_terminal) {
+    const struct {
+        std::string text;
+        const char *shown;
+    } cases[] = {
+        {"plain é 漢", "plain é 漢"},
+        {"\x1b[2Jgone", "\\x1b[2Jgone"},
+        {"a\r\n\tb", "a\\r\\n\\tb"},
+        {std::string("nul\0", 4), "nul\\x00"},
+        {"bad \xff\xc3(", "bad \\xff\\xc3("},
+        {"overlong \xc0\x9b", "overlong \\xc0\\x9b"},
+        {"c1 \xc2\x9b", "c1 \\u{9b}"},
+        {"abc\u202etxt", "abc\\u{202e}txt"},
+        {"zero\u200bwidth", "zero\\u{200b}width"},
+        {"surrogate \xed\xa0\x80", "surrogate \\xed\\xa0\\x80"},
+        {"e\u0301\u0301\u0301\u0301\u0301", "e\u0301\u0301\u0301"},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(safe_text(one.text, 100), one.shown);
+    }
+}
+
+TEST(safe_text, is_cut_to_columns_not_bytes_and_never_inside_a_character) {
+    EXPECT_EQ(safe_text("12345", 5), "12345");
+    EXPECT_EQ(safe_text("123456", 5), "1234…");
+    EXPECT_EQ(safe_text("漢漢漢", 5), "漢漢…");
+    EXPECT_EQ(safe_text("漢漢漢", 4), "漢…");
+    EXPECT_EQ(safe_text("ab\n\n", 5), "ab\\n…") << "an escape is kept whole or not at all";
+    EXPECT_EQ(safe_text("abc", 0), "");
+    EXPECT_EQ(text_columns("漢é…"), 4u);
+}
+
+TEST(secrets, are_hidden_at_any_depth_also_in_text_that_can_not_be_parsed) {
+    EXPECT_EQ(without_secrets(R"({"ssid":"n","passwd":"p","in":[{"localKey":"k"}]})"),
+              R"({"in":[{"localKey":"***"}],"passwd":"***","ssid":"n"})");
+    EXPECT_EQ(without_secrets(R"({"token":true})"), R"({"token":true})");
+    EXPECT_EQ(without_secrets(R"({"passwd":"p)").find("\"p"), std::string::npos);
+}
+
+TEST(foreign_json, deep_nesting_and_bad_utf8_do_no_harm) {
+    EXPECT_TRUE(
+        parse_json(std::string(1'000'000, '[') + std::string(1'000'000, ']')).is_discarded());
+    EXPECT_FALSE(parse_json(R"({"text":"[[[\"{{{"})").is_discarded());
+    EXPECT_EQ(one_line(payload_json("{\"id\":\"a\xff\"}")), "{\"id\":\"a\uFFFD\"}");
+    EXPECT_EQ(payload_json("no json"), "no json");
+}
+
+TEST(reports, become_sentences) {
+    const struct {
+        std::uint32_t type;
+        const char *payload;
+        const char *words;
+    } cases[] = {
+        {8, R"({"cid":"a1","dps":{"1":true,"2":50}})", "device a1 reports 1 = true, 2 = 50"},
+        {8, R"({"dps":{"1":"on"}})", "the gateway reports 1 = \"on\""},
+        {8, "odd", "FRM_DP_REPORT (8): odd"},
+        {227, R"({"cid":"gw"})", "gateway gw was deactivated"},
+        {228, R"({"cid":"a1"})", "device a1 was unbound"},
+        {232, R"({"firmwareType":0, "cid":"", "progress":42})", "upgrade of the gateway: 42 %"},
+        {233, R"({"firmwareType":10, "cid":"a1", "softVer":"1.2"})",
+         "device a1 now has version 1.2"},
+        {243, R"({"products":[{"cid":"a1","pid":"p"}]})", "device a1 was bound (product p)"},
+        {243, R"({"products":[{"cid":"a1)",
+         "FRM_SUB_DEV_BIND_RPT (243): {\"products\":[{\"cid\":\"a1"},
+        {77, "", "type 77"},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(report_words({.type = one.type, .payload = one.payload}), one.words);
+    }
+    EXPECT_EQ(report_words({.type = 8, .readable = false}),
+              "FRM_DP_REPORT (8) that can't be decrypted with the key at hand");
+}
+
+} // namespace
