@@ -5,8 +5,9 @@
 extern "C" {
 #endif
 
-/** Severities, as printed: the lower, the graver. Level 4 and 5 lines may show payloads; levels 0
- * to 3 never do with secrets. */
+/** Severities, as printed: the lower, the graver. Lines of levels 4 and 5 show payloads. A failure
+ * may quote a request that can't be read: below level 4 a port hides the values of the members
+ * passwd, token and local_key. */
 enum {
     LOG_LEVEL_FAILURE = 0,       /**< something failed */
     LOG_LEVEL_WARNING = 1,       /**< something unexpected that was dealt with */

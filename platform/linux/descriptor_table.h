@@ -1,0 +1,56 @@
+// The sockets behind the descriptor numbers that the port hands out, and the error code of each
+// thread.
+#pragma once
+
+#include "platform/socket.h"
+#include "send_order.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+namespace linux_port {
+
+/**
+ * One socket. Whoever works on it holds a reference, so that the system's descriptor is closed, and
+ * its number used again, only when the last call on it has returned. A close marks the record and
+ * shuts the system's socket down, which ends every poll on it, now or begun later.
+ */
+struct socket_record {
+    socket_record(int system_descriptor, int32_t socket_kind);
+    ~socket_record();
+    socket_record(const socket_record &) = delete;
+    socket_record &operator=(const socket_record &) = delete;
+
+    const int fd;       /**< the system's descriptor, non-blocking: the port waits by itself */
+    const int32_t kind; /**< KELO_SOCKET_TCP or KELO_SOCKET_UDP */
+    /** Of a UDP socket bound to the configured "any address": a second socket that gets the
+     * broadcasts, else -1. */
+    std::atomic<int> broadcast_fd{-1};
+    std::atomic<bool> closed{false};
+    std::atomic<bool> blocking{true}; /**< mode of receives and accepts */
+    std::atomic<bool> bound{false};
+    std::atomic<uint16_t> served_port{0}; /**< of a listening TCP socket, else 0 */
+    send_order sends;
+};
+
+using socket_ref = std::shared_ptr<socket_record>;
+
+/** Puts a system socket, which it takes over, under a new number; the number, or -1 with the error
+ * set. */
+int32_t add_socket(int system_descriptor, int32_t kind);
+/** The socket of a number; null with the error set. */
+socket_ref find_socket(int32_t descriptor);
+/** The same, and takes the number out of use. */
+socket_ref take_socket(int32_t descriptor);
+
+/** Sets the calling thread's error code. @return -1 */
+int32_t fail(int32_t code);
+/** Sets it to what errno says, or to KELO_ERR_BAD_SOCKET when the socket was closed meanwhile.
+ * @return -1 */
+int32_t fail_with_errno();
+int32_t fail_with_errno(const socket_record &socket);
+/** The code that stands for an errno value. */
+int32_t code_of_errno(int error);
+
+} // namespace linux_port

@@ -1,0 +1,92 @@
+// What a program that uses the Linux port decides itself: its network, its log, the end of the
+// port's threads.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace linux_port {
+
+/** Where the sockets of this process live. */
+struct network_config {
+    /**
+     * The one interface that sockets send and receive on; a socket that cannot be confined to it is
+     * not created. Empty: any interface.
+     */
+    std::string interface = "lo";
+    /**
+     * What "any address" means, dotted decimal, so that several gateways share one host, each with
+     * an address of its own. Datagrams to 255.255.255.255 still reach a UDP socket that is bound to
+     * any address; those to the broadcast address of a subnet do not. Empty: every address of the
+     * interface.
+     */
+    std::string any_address;
+};
+
+/**
+ * Sets the network. Call it before the first socket is created, on one thread.
+ *
+ * @return false, and nothing is changed, when any_address is no IPv4 address or the interface's
+ * name is too long
+ */
+[[nodiscard]] bool configure_network(const network_config &config);
+
+/** The network as it was set. Any thread. */
+const network_config &configured_network();
+
+/** What became of a TCP server of this process. */
+enum class server_event {
+    listening, /**< it takes connections */
+    failed,    /**< its port could not be had */
+    closed     /**< it listens no more */
+};
+
+/**
+ * Told of TCP servers, on the thread that makes them and at once. Must not call the port.
+ *
+ * @param port   the server's port
+ * @param error  errno of a failure, else 0
+ */
+using server_observer = std::function<void(server_event event, uint16_t port, int error)>;
+
+/** Sets who is told. Call it before the first socket is created, and again (with an empty one) when none is left. */
+void set_server_observer(server_observer observer);
+
+/** First IPv4 address of an interface in dotted decimal; nothing when there is no such interface or
+ * it has none. Any thread. */
+std::optional<std::string> interface_address(std::string_view name);
+
+/** Mask of that address in dotted decimal. Any thread. */
+std::optional<std::string> interface_mask(std::string_view name);
+
+/** Whether an interface exists, is up and has a carrier. Any thread. */
+bool interface_is_up(std::string_view name);
+
+/** Lines above this level are dropped before they are formatted; 5 keeps all. Starts at 2. Any
+ * thread. */
+void set_log_level(int level);
+
+/**
+ * Takes one log line without its newline: `TIME LEVEL FILE:LINE FUNCTION MESSAGE`. Called by one
+ * thread at a time, whichever writes; must not call PrintLog or throw.
+ */
+using log_sink = std::function<void(int level, std::string_view line)>;
+
+/**
+ * Sets where log lines go; an empty one stands for standard error, which is also the start. Any
+ * thread. On return the old sink runs no more.
+ */
+void set_log_sink(log_sink sink);
+
+/**
+ * Ends the threads of the timers and of the message bus and forgets all timers, registrations and
+ * waiting messages. Callbacks that run are told to stop and waited for. For the end of a program or
+ * a test: no other thread may be in a timer or bus call, and no callback may call it. Both start
+ * anew when they are used again.
+ */
+void shutdown();
+
+} // namespace linux_port

@@ -1,0 +1,35 @@
+// poll(2) with a deadline and the thread's stop event.
+#include "wait.h"
+
+#include "thread_state.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+
+namespace linux_port {
+
+wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadline) {
+    watched.back() = {stop_event(), POLLIN, 0};
+    for (;;) {
+        timespec left{};
+        if (deadline != no_deadline) {
+            using std::chrono::nanoseconds;
+            const nanoseconds time = std::max<nanoseconds>(deadline - monotonic_clock::now(), {});
+            left = {time.count() / std::nano::den, time.count() % std::nano::den};
+        }
+        const int ready = ppoll(watched.data(), watched.size(),
+                                deadline != no_deadline ? &left : nullptr, nullptr);
+        if (ready < 0 && errno != EINTR) {
+            return wait_end::failed;
+        }
+        if (ready == 0) {
+            return wait_end::timed_out;
+        }
+        if (ready > 0) {
+            return watched.back().revents != 0 ? wait_end::stopped : wait_end::ready;
+        }
+    }
+}
+
+} // namespace linux_port

@@ -1,0 +1,9 @@
+// Clock of a new port.
+// Needs: a real-time clock, and a sleep that DeleteThrdHandle ends at once (an event that belongs
+// to the thread will do).
+#include "platform/clock.h"
+
+uint32_t uni_time_get_posix() {
+    return 0;
+}
+void kelo_hal_system_sleep(uint32_t) {}

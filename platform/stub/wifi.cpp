@@ -1,0 +1,12 @@
+// Wi-Fi of a new port. A gateway without Wi-Fi keeps these as they are.
+#include "platform/wifi.h"
+
+int32_t wf_wk_mode_get(uint32_t *) {
+    return -1;
+}
+int32_t wf_ap_stop() {
+    return -1;
+}
+int32_t wf_station_connect(const char *, const char *) {
+    return -1;
+}

@@ -1,0 +1,268 @@
+// Where the Linux port's sockets live, how they are set up, and what it knows of the network.
+#include "linux_port/port.h"
+#include "platform/clock.h"
+#include "platform/network.h"
+#include "platform/socket.h"
+#include "platform/thread.h"
+#include "platform/timer.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+/** An address for one gateway of this process: 127.128.0.0 upwards, two a process. */
+std::string own_address(uint32_t gateway) {
+    const uint32_t number =
+        0x7F800000u | (static_cast<uint32_t>(getpid()) * 2 + gateway) % 0x700000u;
+    return inet_ntoa(in_addr{htonl(number)});
+}
+
+uint16_t own_port() {
+    return static_cast<uint16_t>(31000 + getpid() % 1000);
+}
+
+class linux_network : public testing::Test {
+  protected:
+    void SetUp() override { be_gateway(0); }
+    void TearDown() override {
+        linux_port::shutdown();
+        (void)linux_port::configure_network({});
+    }
+    static void be_gateway(uint32_t gateway) {
+        ASSERT_TRUE(linux_port::configure_network({"lo", own_address(gateway)}));
+    }
+
+    static int32_t open_udp_listener() {
+        const int32_t socket = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
+        EXPECT_EQ(kelo_hal_net_bind(socket, KELO_ADDRESS_ANY, own_port()), 0);
+        kelo_hal_net_set_block(socket, false);
+        return socket;
+    }
+
+    /** A listening socket and one connection to it. */
+    void open_connection() {
+        listening = kelo_hal_net_socket_create(KELO_SOCKET_TCP);
+        ASSERT_EQ(kelo_hal_net_set_bufsize(listening, 0x20000, KELO_BUFFER_SEND), 0);
+        ASSERT_EQ(kelo_hal_net_set_reuse(listening), 0);
+        ASSERT_EQ(kelo_hal_net_bind(listening, KELO_ADDRESS_ANY, own_port()), 0);
+        ASSERT_EQ(kelo_hal_net_listen(listening, 5), 0);
+        connect_peer();
+    }
+    void connect_peer() {
+        peer = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(own_port());
+        to.sin_addr.s_addr = inet_addr(own_address(0).c_str());
+        ASSERT_EQ(connect(peer, reinterpret_cast<sockaddr *>(&to), sizeof to), 0);
+    }
+
+    int32_t listening = 0;
+    int peer = -1;
+};
+
+int option_of(int fd, int level, int option) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    getsockopt(fd, level, option, &value, &size);
+    return value;
+}
+
+/** The system's descriptors of sockets that this process has. */
+std::vector<int> system_sockets() {
+    std::vector<int> sockets;
+    for (int fd = 3; fd < 256; fd++) {
+        int type = 0;
+        socklen_t size = sizeof type;
+        if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0) {
+            sockets.push_back(fd);
+        }
+    }
+    return sockets;
+}
+
+} // namespace
+
+TEST_F(linux_network, every_socket_stays_on_the_interface_and_out_of_started_programs) {
+    open_connection();
+    const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
+    const int32_t udp = open_udp_listener(); // two of the system's, one for broadcasts
+    ASSERT_GT(accepted, 0);
+    size_t checked = 0;
+    for (const int fd : system_sockets()) {
+        if (fd == peer) {
+            continue;
+        }
+        char interface[16] = "";
+        socklen_t size = sizeof interface;
+        EXPECT_EQ(getsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface, &size), 0);
+        EXPECT_STREQ(interface, "lo");
+        EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+        checked++;
+    }
+    EXPECT_EQ(checked, 4u);
+    for (const int32_t socket : {listening, accepted, udp}) {
+        EXPECT_EQ(kelo_hal_net_close(socket), 0);
+    }
+    close(peer);
+    EXPECT_TRUE(system_sockets().empty()) << "a closed socket is still open";
+    ASSERT_TRUE(linux_port::configure_network({"no_such_if", ""}));
+    EXPECT_LT(kelo_hal_net_socket_create(KELO_SOCKET_TCP), 0) << "not confined, so not created";
+    EXPECT_EQ(kelo_hal_net_get_errno(), -1000 - ENODEV);
+}
+
+TEST_F(linux_network, an_accepted_socket_has_no_send_delay_and_only_its_send_buffer_is_set) {
+    const int untouched = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    open_connection();
+    const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
+    const int fd = system_sockets().back();
+    EXPECT_EQ(option_of(fd, IPPROTO_TCP, TCP_NODELAY), 1);
+    EXPECT_EQ(option_of(fd, SOL_SOCKET, SO_SNDBUF), 2 * 0x20000) << "the system counts double";
+    const int listener = system_sockets()[1];
+    EXPECT_EQ(option_of(listener, SOL_SOCKET, SO_RCVBUF),
+              option_of(untouched, SOL_SOCKET, SO_RCVBUF));
+    kelo_hal_net_close(accepted);
+    kelo_hal_net_close(listening);
+    close(peer);
+    close(untouched);
+}
+
+TEST_F(linux_network, gateways_on_one_host_get_their_own_datagrams_and_all_broadcasts) {
+    const int32_t first = open_udp_listener();
+    be_gateway(1);
+    const int32_t second = open_udp_listener();
+    const int32_t sender = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
+    ASSERT_EQ(kelo_hal_net_set_boardcast(sender), 0);
+    const auto received = [](int32_t socket) {
+        char byte = 0;
+        return kelo_hal_net_recvfrom(socket, &byte, 1, nullptr, nullptr) == 1;
+    };
+    const uint32_t second_address = ntohl(inet_addr(own_address(1).c_str()));
+    ASSERT_EQ(kelo_hal_net_send_to(sender, "x", 1, second_address, own_port()), 1);
+    EXPECT_FALSE(received(first));
+    EXPECT_TRUE(received(second));
+    ASSERT_EQ(kelo_hal_net_send_to(sender, "x", 1, KELO_ADDRESS_BROADCAST, own_port()), 1);
+    EXPECT_TRUE(received(first));
+    EXPECT_TRUE(received(second));
+    EXPECT_FALSE(received(second)) << "a broadcast came twice";
+    for (const int32_t socket : {first, second, sender}) {
+        kelo_hal_net_close(socket);
+    }
+}
+
+TEST_F(linux_network, codes_of_the_system_are_negative_and_not_the_named_ones) {
+    open_connection();
+    const int32_t other = kelo_hal_net_socket_create(KELO_SOCKET_TCP);
+    EXPECT_LT(kelo_hal_net_bind(other, KELO_ADDRESS_ANY, own_port()), 0);
+    EXPECT_EQ(kelo_hal_net_get_errno(), -1000 - EADDRINUSE);
+    kelo_hal_net_close(other);
+    kelo_hal_net_close(listening);
+    close(peer);
+}
+
+TEST_F(linux_network, running_out_of_descriptors_fails_calls_and_nothing_else) {
+    open_connection();
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlim_t lowest_free = static_cast<rlim_t>(dup(0));
+    close(static_cast<int>(lowest_free));
+    const rlimit none{lowest_free, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_LT(kelo_hal_net_accept(listening, nullptr, nullptr), 0);
+    EXPECT_EQ(kelo_hal_net_get_errno(), -1000 - EMFILE);
+    thrd_handle_t handle = nullptr;
+    const thrd_param_t param{0, 0, "none"};
+    EXPECT_LT(CreateAndStart(
+                  &handle, nullptr, nullptr, [](void *) {}, nullptr, &param),
+              0);
+    EXPECT_EQ(handle, nullptr);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
+    EXPECT_GT(accepted, 0) << "the connection is still there";
+    kelo_hal_net_close(accepted);
+    kelo_hal_net_close(listening);
+    close(peer);
+}
+
+TEST_F(linux_network, sockets_closed_while_others_use_them_harm_nobody) {
+    for (int round = 0; round < 50; round++) {
+        open_connection();
+        const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
+        ASSERT_GT(accepted, 0);
+        std::vector<std::thread> users;
+        for (int user = 0; user < 4; user++) {
+            users.emplace_back([accepted, user] {
+                const std::string frame(100'000, 'x');
+                int32_t result = 1;
+                while (result > 0) {
+                    kelo_fd_set_t set;
+                    kelo_hal_net_fd_zero(&set);
+                    kelo_hal_net_fd_set(accepted, &set);
+                    result = user < 2 ? kelo_hal_net_send(accepted, frame.data(), 100'000)
+                                      : kelo_hal_net_select(accepted + 1, &set, nullptr, nullptr,
+                                                            60'000);
+                }
+            });
+        }
+        kelo_hal_net_close(accepted);
+        for (std::thread &user : users) {
+            user.join();
+        }
+        kelo_hal_net_close(listening);
+        close(peer);
+    }
+}
+
+TEST_F(linux_network, the_port_tells_the_facts_of_its_interface) {
+    EXPECT_EQ(linux_port::interface_address("lo"), "127.0.0.1");
+    EXPECT_EQ(linux_port::interface_address("no_such_if"), std::nullopt);
+    EXPECT_TRUE(linux_port::interface_is_up("lo"));
+    EXPECT_FALSE(linux_port::interface_is_up("no_such_if"));
+    EXPECT_FALSE(linux_port::configure_network({"lo", "127.0.0"}));
+    EXPECT_FALSE(linux_port::configure_network({"a_name_that_is_too_long", ""}));
+
+    uint8_t kind = 0xFF;
+    gw_addr_t address{};
+    EXPECT_EQ(engr_get_wired_wifi_current_net(&kind), 0);
+    EXPECT_EQ(kind, NETWORK_KIND_WIRED);
+    EXPECT_NE(engr_get_gw_nw_status() & 0xFF, 0u);
+    EXPECT_EQ(bnw_get_ip(&address), 0);
+    EXPECT_EQ(address.ip, own_address(0));
+    EXPECT_STREQ(address.mask, "255.0.0.0");
+    ASSERT_TRUE(linux_port::configure_network({"no_such_if", ""}));
+    EXPECT_EQ(engr_get_gw_nw_status() & 0xFF, 0u);
+    EXPECT_NE(wf_get_ip(WF_STATION, &address), 0);
+}
+
+TEST_F(linux_network, a_shutdown_ends_a_long_callback_and_timers_start_anew) {
+    static std::atomic<int> entered;
+    entered = 0;
+    const auto callback = [](uint16_t, void *) {
+        entered++;
+        kelo_hal_system_sleep(3'600'000);
+    };
+    for (int round = 1; round <= 2; round++) {
+        uint16_t id = 0;
+        ASSERT_EQ(sys_add_timer(callback, nullptr, &id), 0);
+        ASSERT_EQ(sys_start_timer(id, 1, SYS_TIMER_PERIODIC), 0);
+        for (int waits = 0; waits < 20'000 && entered < round; waits++) {
+            kelo_hal_system_sleep(1);
+        }
+        EXPECT_EQ(entered, round);
+        linux_port::shutdown();
+        EXPECT_EQ(IsThisSysTimerRun(id), 0);
+    }
+}
