@@ -1,0 +1,157 @@
+/* Stories: each run in a world of its own, on a stack that can be left behind when the story cannot
+ * go on. */
+#include "sim/explore.h"
+
+#include "core.h"
+
+namespace sim {
+
+namespace {
+
+/** Lines of the log that a search shows of its failure. */
+constexpr size_t last_lines = 40;
+
+struct running_story {
+    const story &told;
+    world &in;
+    core &in_core;
+    fiber outside;
+    bool done = false;
+};
+
+void tell(void *argument) {
+    auto &running = *static_cast<running_story *>(argument);
+    running.told(running.in);
+    running.in.finish();
+    running.done = true;
+    running.in_core.threads.main().context->end_with(running.outside);
+}
+
+struct run_request {
+    options chosen;
+    std::unique_ptr<chooser> decides = nullptr;
+    std::optional<prepared_failure> failing = {};
+    bool arm_at_start = false;
+    run_check check = {};
+    bool is_search = true;
+};
+
+/** Runs a story once. @param[out] fine  whether it had no problem and passed the check */
+run_result run_once(run_request request, const story &told, bool &fine) {
+    run_result result;
+    result.seed = request.chosen.seed;
+    const std::unique_ptr<world> in =
+        make_world(std::move(request.chosen), std::move(request.decides));
+    core &in_core = core_of(*in);
+    in_core.prepared = std::move(request.failing);
+    if (request.arm_at_start) {
+        arm_failure();
+    }
+    running_story running = {.told = told, .in = *in, .in_core = in_core, .outside = {}};
+    in_core.outside = &running.outside;
+    in_core.threads.main().context = std::make_unique<fiber>(tell, &running);
+    running.outside.switch_to(*in_core.threads.main().context);
+    in_core.finished = true;
+    result.ended_early = !running.done;
+    result.problems = in_core.problems;
+    result.steps = in_core.threads.steps();
+    for (const fault &each : in_core.records.faults) {
+        result.reached = result.reached || (each.may_stay_unreached && each.strikes != 0);
+    }
+    fine = result.problems.empty() && (!request.check || request.check(result));
+    if (!fine || !request.is_search) {
+        result.decisions = in_core.threads.decisions();
+        result.log = in_core.log.text(request.is_search ? last_lines : 0);
+        result.trace = in_core.records.trace;
+    }
+    return result;
+}
+
+} // namespace
+
+run_result run_story(const options &chosen, const story &told) {
+    bool fine = false;
+    return run_once({.chosen = chosen, .is_search = false}, told, fine);
+}
+
+search_result try_seeds(uint64_t count, const story &told, const options &chosen,
+                        const run_check &check) {
+    search_result found;
+    for (uint64_t seed = chosen.seed; found.runs < count; ++seed) {
+        options one = chosen;
+        one.seed = seed;
+        bool fine = false;
+        run_result run = run_once({.chosen = std::move(one), .check = check}, told, fine);
+        ++found.runs;
+        if (!fine) {
+            found.failure = std::move(run);
+            return found;
+        }
+    }
+    found.complete = true;
+    return found;
+}
+
+search_result try_all_schedules(const story &told, search_bounds bounds, const options &chosen,
+                                const run_check &check) {
+    search_result found;
+    schedule_search search(bounds.preemptions_max);
+    while (found.runs < bounds.runs_max) {
+        search.begin_run();
+        run_request request = {.chosen = chosen, .check = check};
+        if (chosen.decisions.empty()) {
+            request.decides = std::make_unique<searching_chooser>(search);
+        }
+        bool fine = false;
+        run_result run = run_once(std::move(request), told, fine);
+        ++found.runs;
+        if (!fine) {
+            found.failure = std::move(run);
+            return found;
+        }
+        if (!search.next_schedule()) {
+            found.complete = true;
+            return found;
+        }
+    }
+    return found;
+}
+
+search_result for_each_nth_failure(std::string_view operation, const story &told,
+                                   const nth_failure_options &failing, const options &chosen,
+                                   const run_check &check) {
+    search_result found;
+    for (uint64_t n = 1; n <= failing.failures_max; ++n) {
+        const trigger when = failing.lasting ? from_nth(n) : nth(n);
+        bool fine = false;
+        run_result run =
+            run_once({.chosen = chosen,
+                      .failing = prepared_failure{operation_named(operation), when, failing.how},
+                      .arm_at_start = failing.from_start,
+                      .check = check},
+                     told, fine);
+        run.nth = n;
+        ++found.runs;
+        if (!fine) {
+            found.failure = std::move(run);
+            return found;
+        }
+        if (!run.reached) {
+            found.complete = true;
+            return found;
+        }
+    }
+    return found;
+}
+
+void arm_failure() {
+    core &world = current_core();
+    if (world.prepared) {
+        const prepared_failure &ready = *world.prepared;
+        const fault_id added = world.add_fault(ready.target, ready.when, ready.how);
+        world.records.faults[added].may_stay_unreached = true;
+        world.prepared.reset();
+    }
+}
+
+} // namespace sim
