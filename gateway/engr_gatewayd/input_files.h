@@ -1,0 +1,24 @@
+// The files that the command line names. They are opened before the daemon enters its data
+// directory.
+#pragma once
+
+#include "gateway_services/scenario.h"
+#include "gateway_services/site.h"
+#include "options.h"
+
+#include <functional>
+#include <string_view>
+
+namespace gatewayd {
+
+/** What was read, and where the trace goes. */
+struct input_files {
+    gateway::site site;
+    gateway::scenario scenario;
+    std::function<void(std::string_view)> trace; /**< empty: none */
+};
+
+/** @throws gateway::usage_error that names the file and what is wrong with it */
+input_files read_input_files(const options &chosen);
+
+} // namespace gatewayd

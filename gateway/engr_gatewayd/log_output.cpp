@@ -1,0 +1,43 @@
+#include "log_output.h"
+
+#include "linux_port/port.h"
+
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <cstdio>
+#include <memory>
+
+namespace gatewayd {
+namespace {
+
+constexpr std::size_t file_bytes_max = 8 * 1024 * 1024;
+constexpr std::size_t old_files_max = 3;
+
+void write_standard_error(std::string_view line) {
+    const std::string whole = std::string(line) + "\n";
+    std::fwrite(whole.data(), 1, whole.size(), stderr);
+}
+
+} // namespace
+
+void open_log(int level) {
+    // The port hands over one finished line at a time, so the logger neither locks nor formats.
+    auto file = std::make_shared<spdlog::sinks::rotating_file_sink_st>(
+        log_file_name, file_bytes_max, old_files_max);
+    file->set_pattern("%v");
+    const auto logger = std::make_shared<spdlog::logger>("gateway", file);
+    logger->flush_on(spdlog::level::trace);
+    linux_port::set_log_level(level);
+    linux_port::set_log_sink([logger](int, std::string_view line) {
+        write_standard_error(line);
+        logger->info(line);
+    });
+}
+
+void close_log() {
+    linux_port::set_log_sink({});
+}
+
+} // namespace gatewayd

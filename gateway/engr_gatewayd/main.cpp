@@ -1,0 +1,130 @@
+// engr_gatewayd: hosts the agent and the reference services on the Linux port.
+#include "agent_run.h"
+#include "control_server.h"
+#include "data_dir.h"
+#include "engr_lan_agent.h"
+#include "gateway_services/error.h"
+#include "gateway_services/gateway.h"
+#include "input_files.h"
+#include "linux_port/port.h"
+#include "log_output.h"
+#include "operations.h"
+#include "options.h"
+#include "server_watch.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+namespace gatewayd {
+namespace {
+
+constexpr const char *store_name = "gateway.db";
+
+/** Signals that end the daemon; blocked on every thread, so that only sigwait sees them. */
+sigset_t block_signals() {
+    sigset_t stopping;
+    sigemptyset(&stopping);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        sigaddset(&stopping, number);
+    pthread_sigmask(SIG_BLOCK, &stopping, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    return stopping;
+}
+
+/** Makes the data directory this process's own, for as long as it lives. */
+void lock_directory(const std::string &data_dir) {
+    const int fd = open(control::lock_name, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0)
+        throw std::runtime_error("cannot write in the data directory '" + data_dir +
+                                 "': " + std::strerror(errno));
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0)
+        throw std::runtime_error("another engr_gatewayd runs on the data directory '" + data_dir +
+                                 "'");
+}
+
+/** Holds everything that lives between start and stop, in the order in which it has to end. */
+class running_gateway {
+  public:
+    running_gateway(const options &chosen, input_files &inputs) {
+        const std::string interface = chosen.interface;
+        const std::string address = chosen.address;
+        const auto current_address = [interface, address] {
+            return address.empty() ? linux_port::interface_address(interface).value_or("")
+                                   : address;
+        };
+        gateway::open({.store_path = store_name,
+                       .initial_site = std::move(inputs.site),
+                       .faults = std::move(inputs.scenario),
+                       .trace = std::move(inputs.trace),
+                       .address = current_address});
+    }
+    running_gateway(const running_gateway &) = delete;
+    running_gateway &operator=(const running_gateway &) = delete;
+    ~running_gateway() {
+        stop_agent();
+        gateway::close();
+        linux_port::shutdown();
+    }
+};
+
+void configure_network(const options &chosen) {
+    // On lo the interface's own address leaves the others to other gateways; elsewhere a fixed one
+    // would outlive a change of address.
+    std::string any_address = chosen.address;
+    if (any_address.empty() && chosen.interface == "lo")
+        any_address = linux_port::interface_address(chosen.interface).value_or("");
+    if (!linux_port::configure_network({.interface = chosen.interface, .any_address = any_address}))
+        throw std::runtime_error("the network cannot be set up");
+}
+
+void run(const options &chosen, input_files &inputs) {
+    const sigset_t stopping = block_signals();
+    umask(077);
+    control::enter_directory(chosen.data_dir, true);
+    lock_directory(chosen.data_dir);
+    open_log(chosen.log_level);
+    configure_network(chosen);
+    const running_gateway gateway(chosen, inputs);
+    if (!chosen.site.empty() && !gateway::used_initial_site())
+        std::fprintf(stderr,
+                     "engr_gatewayd: '%s' is not used: the data directory has a gateway already\n",
+                     chosen.site.c_str());
+    watch_server(chosen.interface, chosen.address);
+    const control_server control(answer_request);
+    if (const int32_t result = start_agent(chosen.mode); result != 0)
+        throw std::runtime_error("the agent does not start: result " + std::to_string(result));
+    if (chosen.mode == ENGR_MODE_WECHAT)
+        say_ready("wechat");
+    int signal_number = 0;
+    sigwait(&stopping, &signal_number);
+}
+
+} // namespace
+} // namespace gatewayd
+
+int main(int count, char **arguments) {
+    using namespace gatewayd;
+    const parsed_options parsed = parse_options(count, arguments);
+    if (parsed.ends)
+        return parsed.status;
+    try {
+        input_files inputs = read_input_files(parsed.chosen);
+        run(parsed.chosen, inputs);
+        close_log();
+        return 0;
+    } catch (const gateway::usage_error &error) {
+        std::fprintf(stderr, "engr_gatewayd: %s\n", error.what());
+        return exit_usage;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "engr_gatewayd: %s\n", error.what());
+        return exit_failed;
+    }
+}

@@ -1,0 +1,91 @@
+#include "options.h"
+
+#include "data_dir.h"
+
+#include <CLI/CLI.hpp>
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <memory>
+
+namespace gatewayd {
+namespace {
+
+std::string interface_names() {
+    const std::unique_ptr<struct if_nameindex, decltype(&if_freenameindex)> all(if_nameindex(),
+                                                                                if_freenameindex);
+    std::string names;
+    for (const struct if_nameindex *each = all.get(); each != nullptr && each->if_index != 0;
+         ++each)
+        names += (names.empty() ? "" : ", ") + std::string(each->if_name);
+    return names;
+}
+
+/** @return what is wrong; empty when nothing is */
+std::string interface_fault(const std::string &name) {
+    if (if_nametoindex(name.c_str()) != 0)
+        return {};
+    return "there is no interface '" + name + "'; there are: " + interface_names();
+}
+
+/** @return what is wrong; empty when nothing is */
+std::string address_fault(const std::string &text) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    if (inet_pton(AF_INET, text.c_str(), &address.sin_addr) != 1)
+        return "'" + text + "' is not an IPv4 address like 127.0.0.2";
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool is_local =
+        bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    close(fd);
+    return is_local ? "" : "'" + text + "' is not an address of this host";
+}
+
+} // namespace
+
+parsed_options parse_options(int count, char **arguments) {
+    options chosen;
+    chosen.data_dir = control::default_data_dir();
+    CLI::App app(
+        "Runs the reference gateway with the LAN agent in the foreground until SIGINT or SIGTERM.");
+    app.set_version_flag("--version", "engr_gatewayd " ENGR_VERSION);
+    app.add_option("--interface", chosen.interface, "Network interface to serve (default: lo)")
+        ->type_name("IF")
+        ->check([](const std::string &name) { return interface_fault(name); });
+    app.add_option("--address", chosen.address,
+                   "Local address to serve, so that several gateways share a host (default: the "
+                   "interface's)")
+        ->type_name("ADDRESS")
+        ->check([](const std::string &text) { return address_fault(text); });
+    app.add_option("--data-dir", chosen.data_dir,
+                   std::string("Directory of everything that lasts (default: ") +
+                       control::default_data_dir_help + ")")
+        ->type_name("DIR");
+    app.add_option("--site", chosen.site,
+                   "What a new data directory begins with (default: a demo site)")
+        ->type_name("FILE");
+    app.add_option("--scenario", chosen.scenario, "How services and callbacks misbehave")
+        ->type_name("FILE");
+    app.add_option("--trace", chosen.trace, "Appends one JSON line for every call of the agent")
+        ->type_name("FILE");
+    app.add_option("--mode", chosen.mode,
+                   "0: LAN server and discovery; 1: WeChat discovery (default: 0)")
+        ->type_name("0|1")
+        ->check(CLI::Range(0, 1));
+    app.add_option("--log-level", chosen.log_level,
+                   "Most detailed level to log, 0 to 5 (default: 2)")
+        ->type_name("N")
+        ->check(CLI::Range(0, 5));
+    app.footer("Exit status: 0 stopped by a signal; 1 it could not run; 2 wrong usage or an "
+               "unreadable file.");
+    try {
+        app.parse(count, arguments);
+    } catch (const CLI::ParseError &error) {
+        return {.chosen = {}, .ends = true, .status = app.exit(error) == 0 ? 0 : exit_usage};
+    }
+    return {.chosen = chosen, .ends = false, .status = 0};
+}
+
+} // namespace gatewayd

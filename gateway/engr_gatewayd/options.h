@@ -1,0 +1,34 @@
+// The daemon's command line.
+#pragma once
+
+#include <string>
+
+namespace gatewayd {
+
+/** Exit statuses. */
+constexpr int exit_failed = 1; /**< the gateway could not run */
+constexpr int exit_usage = 2;  /**< wrong usage, or a file that cannot be read */
+
+/** What the command line says. */
+struct options {
+    std::string interface = "lo";
+    std::string address; /**< empty: the interface's */
+    std::string data_dir;
+    std::string site;     /**< file, or empty */
+    std::string scenario; /**< file, or empty */
+    std::string trace;    /**< file, or empty */
+    int mode = 0;
+    int log_level = 2;
+};
+
+/** What parsing leads to: the options, or the end of the program with a status. */
+struct parsed_options {
+    options chosen;
+    bool ends = false;
+    int status = 0;
+};
+
+/** Reads the command line and checks it. Help, version and complaints are printed. */
+parsed_options parse_options(int count, char **arguments);
+
+} // namespace gatewayd

@@ -1,0 +1,147 @@
+// The one way in which the agent's calls pass into the gateway: each service and each callback is
+// named in call_table, does the scenario's bidding, is counted, and leaves its line in the trace.
+#pragma once
+
+#include "gateway/records.h"
+
+#include <array>
+#include <cjson/cJSON.h>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace gateway {
+
+/** What a call returns, and so what a scenario can make it return. */
+enum class call_kind : uint8_t {
+    number,  /**< a 32-bit result code or number */
+    byte,    /**< 0 to 255 */
+    pointer, /**< a pointer: only none, by 0 */
+    nothing, /**< nothing: 0 keeps it from its work */
+    certain  /**< cannot misbehave */
+};
+
+/** One service or callback. */
+struct call_info {
+    std::string_view name;
+    call_kind kind;
+    bool is_callback = false;
+    bool is_traced = true;
+};
+
+/** Every service and callback there is. */
+inline constexpr std::array call_table = {
+    call_info{"engr_get_gw_ext_stat", call_kind::byte},
+    call_info{"engr_set_gw_ext_stat", call_kind::nothing},
+    call_info{"engr_get_dev_cntl", call_kind::pointer},
+    call_info{"engr_get_gw_dev_cntl", call_kind::pointer},
+    call_info{"engr_pack_data_with_cmd", call_kind::number},
+    call_info{"engr_parse_data_with_cmd", call_kind::number},
+    call_info{"engr_get_wired_wifi_current_net", call_kind::number, false, false},
+    call_info{"bnw_get_ip", call_kind::number, false, false},
+    call_info{"wf_get_ip", call_kind::number, false, false},
+    call_info{"wf_wk_mode_get", call_kind::number},
+    call_info{"wf_ap_stop", call_kind::number},
+    call_info{"wf_station_connect", call_kind::number},
+    call_info{"ak_lan_rev_active_task", call_kind::nothing},
+    call_info{"get_wf_gw_nw_status", call_kind::number},
+    call_info{"get_ak_active_status", call_kind::number},
+    call_info{"ak_lan_nwc_fin_inform", call_kind::number},
+    call_info{"ak_lan_disc_init", call_kind::number},
+    call_info{"ak_lan_disc_pack_send", call_kind::number},
+    call_info{"engr_end_notify", call_kind::nothing, true},
+    call_info{"permit_join", call_kind::number, true},
+    call_info{"dev_delete_notify", call_kind::nothing, true},
+    call_info{"scene_exec", call_kind::number, true},
+    call_info{"lan_protocol_cb", call_kind::certain},
+};
+
+/** Number of a call in the table; a name that is not there does not compile. */
+consteval std::size_t call(std::string_view name) {
+    for (std::size_t i = 0; i < call_table.size(); ++i) {
+        if (call_table[i].name == name)
+            return i;
+    }
+    throw "no such service or callback";
+}
+
+/** Collects the arguments of one call as JSON, in order. */
+class call_arguments {
+  public:
+    call_arguments &number(std::string_view name, int64_t value);
+    /** A text; null when absent. */
+    call_arguments &text(std::string_view name, const char *value);
+    /** A payload, as a text. */
+    call_arguments &bytes(std::string_view name, const void *data, std::size_t length);
+    /** A parsed request or a member of one; null when absent. */
+    call_arguments &json(std::string_view name, const cJSON *item);
+    [[nodiscard]] const std::string &members() const { return members_; }
+
+  private:
+    call_arguments &member(std::string_view name, std::string_view value);
+    std::string members_;
+};
+
+/** Whether trace lines are wanted. */
+bool tracing();
+/** Counts the call. @return the result it has to return instead of doing its work, if any */
+std::optional<int32_t> enter_call(std::size_t number);
+/** Writes the call's trace line. @param result  JSON */
+void trace_call(std::size_t number, const call_arguments &arguments, std::string_view result);
+
+std::string result_json(int64_t result);
+std::string result_json(const char *text);
+std::string result_json(const dev_cntl_t *device);
+
+/**
+ * One call of the agent.
+ *
+ * @param arguments  writes the call's arguments to a call_arguments; before the work, which may end
+ * them
+ * @param work       what the call does when it is not made to return something else
+ */
+template <typename Arguments, typename Work>
+auto service(std::size_t number, Arguments &&arguments, Work &&work) -> decltype(work()) {
+    using result_type = decltype(work());
+    const bool traced = call_table[number].is_traced && tracing();
+    call_arguments list;
+    if (traced)
+        arguments(list);
+    const std::optional<int32_t> fault = enter_call(number);
+    if constexpr (std::is_void_v<result_type>) {
+        if (!fault)
+            work();
+        if (traced)
+            trace_call(number, list, "null");
+    } else {
+        result_type result{};
+        if (!fault)
+            result = work();
+        else if constexpr (!std::is_pointer_v<result_type>)
+            result = static_cast<result_type>(*fault);
+        if (traced)
+            trace_call(number, list, result_json(result));
+        return result;
+    }
+}
+
+/** As service, for a call that takes over the request when it returns 0. */
+template <typename Work>
+int32_t service_taking_request(std::size_t number, sf_cmd_t *command, Work &&work) {
+    bool worked = false;
+    const int32_t result = service(
+        number, [&](call_arguments &list) { list.json("root", command->root); },
+        [&] {
+            worked = true;
+            return work();
+        });
+    if (result == 0 && !worked)
+        cJSON_Delete(command->root);
+    return result;
+}
+
+/** Arguments of a call that has none worth telling. */
+inline void no_arguments(call_arguments &) {}
+
+} // namespace gateway

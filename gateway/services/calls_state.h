@@ -1,0 +1,31 @@
+// Life of the scenario and the trace, for those who open, close and show the gateway.
+#pragma once
+
+#include "gateway_services/scenario.h"
+
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
+#include <string_view>
+
+namespace gateway {
+
+/** Sets up a scenario and a trace; before any call. */
+void open_calls(const scenario &faults, std::function<void(std::string_view)> trace);
+/** Ends them. */
+void close_calls();
+
+/** Refuses an unknown name and a result that the call cannot return. @throws usage_error */
+void check_scenario_entry(const scenario_entry &entry, bool is_callback);
+
+/** Whether a callback is to stand in the gateway record. @param number  its call() */
+bool is_present(std::size_t number);
+
+/** Services that misbehave: name to result and how often it was returned. */
+nlohmann::ordered_json faults_status();
+/** All callbacks: name to what it does and how often it was called since that was set. */
+nlohmann::ordered_json callbacks_status();
+
+/** Puts the present callbacks into the gateway record, and no others. */
+void install_callbacks();
+
+} // namespace gateway

@@ -1,0 +1,57 @@
+#include "data_points.h"
+
+#include "json_text.h"
+
+#include <nlohmann/json.hpp>
+
+#include <charconv>
+
+namespace gateway {
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr std::size_t text_value_bytes_max = 1024;
+
+std::string value_fault(const std::string &name, const ordered_json &value) {
+    int number = 0;
+    const char *end = name.data() + name.size();
+    const auto [stop, error] = std::from_chars(name.data(), end, number);
+    if (error != std::errc() || stop != end || number < 1 || number > 255 || name.front() == '0')
+        return "'" + name + "' is not a data-point number, 1 to 255";
+    if (!value.is_boolean() && !value.is_number() && !value.is_string())
+        return "the value of data point " + name + " is neither true, false, a number nor a text";
+    if (value.is_string() && value.get_ref<const std::string &>().size() > text_value_bytes_max)
+        return "the text of data point " + name + " is longer than " +
+               std::to_string(text_value_bytes_max) + " bytes";
+    return {};
+}
+
+} // namespace
+
+std::string data_points_fault(std::string_view dps) {
+    const ordered_json object = ordered_json::parse(dps, nullptr, false);
+    return object.is_discarded() ? "is not valid JSON" : data_points_fault(object);
+}
+
+std::string data_points_fault(const ordered_json &object) {
+    if (!object.is_object())
+        return "is not an object of data points like {\"1\": true}";
+    for (const auto &[name, value] : object.items()) {
+        if (std::string fault = value_fault(name, value); !fault.empty())
+            return fault;
+    }
+    return {};
+}
+
+std::string merged_data_points(std::string_view dps, std::string_view changes) {
+    ordered_json merged = ordered_json::parse(dps, nullptr, false);
+    merged.update(ordered_json::parse(changes, nullptr, false));
+    return merged.dump();
+}
+
+std::string report_text(std::string_view dev_id, std::string_view dps) {
+    return "{\"cid\":" + json_literal(dev_id) + ",\"dps\":" + std::string(dps) + "}";
+}
+
+} // namespace gateway

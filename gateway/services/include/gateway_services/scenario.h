@@ -1,0 +1,42 @@
+// A scenario: how the services and callbacks of the gateway misbehave.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace gateway {
+
+/** One service or callback that does something else than its work. */
+struct scenario_entry {
+    std::string name;
+    std::optional<int32_t>
+        result; /**< what it returns; without one it is a callback that is absent */
+};
+
+/** The entries of a scenario, all of them valid. */
+struct scenario {
+    std::vector<scenario_entry> services;
+    std::vector<scenario_entry> callbacks;
+};
+
+/** Reads a scenario file. @throws usage_error that names the file, the member and what is wrong */
+scenario parse_scenario(std::string_view text, const std::string &file_name);
+
+/**
+ * Sets or ends what a service does instead of its work, and counts anew. Any thread.
+ *
+ * @param name    a service
+ * @param result  what it returns; none: it does its work
+ * @throws usage_error  unknown name, or a result that the service cannot return
+ */
+void set_service_fault(std::string_view name, std::optional<int32_t> result);
+
+/** What a callback of the gateway does. */
+enum class callback_mode : uint8_t { present, absent, fixed_result };
+/** As set_service_fault, for a callback. @param result  used with fixed_result only */
+void set_callback(std::string_view name, callback_mode mode, int32_t result = 0);
+
+} // namespace gateway

@@ -1,0 +1,55 @@
+// What lasts: the gateway's fields, its devices and its settings in an SQLite database.
+//
+// Every change is one transaction and lasting when its function returns. Called with change_mutex
+// held, or before anybody else runs. All functions throw refused when the database fails.
+#pragma once
+
+#include "gateway_services/site.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+
+namespace gateway {
+
+/** The database. */
+class store {
+  public:
+    /** Opens a database, creating it when there is none. */
+    explicit store(const std::string &path);
+
+    /** Whether no gateway has lived in it yet. */
+    [[nodiscard]] bool is_new();
+    /** Begins a gateway's life, all or nothing. */
+    void begin_life(const site &first);
+    /** Reads everything back. What cannot be right any more is refused. */
+    site load();
+
+    /** Changes a field of the gateway. */
+    void set_gateway_field(const field &of, const field_value &value);
+    /** Adds a device at the end of the list. */
+    void add_device(const site_device &device);
+    /** Changes a field of a device. */
+    void set_device_field(std::string_view dev_id, const field &of, const field_value &value);
+    /** Changes a device's data points. */
+    void set_device_dps(std::string_view dev_id, std::string_view dps);
+
+    /** Stores bytes under a name of the gateway's own. */
+    void set_setting(std::string_view name, std::string_view value);
+    /** Reads them. @return empty when there are none */
+    std::string setting(std::string_view name);
+
+  private:
+    struct closer {
+        void operator()(sqlite3 *database) const;
+    };
+    std::unique_ptr<sqlite3, closer> database_;
+};
+
+/** The open gateway's store; change_mutex is held. */
+store &the_store();
+
+} // namespace gateway

@@ -1,0 +1,170 @@
+"""engr_gatewayd and engr_gatewayctl: what lasts, what they refuse, how they start and end."""
+
+import json
+import os
+import random
+import signal
+import socket
+import subprocess
+import time
+import unittest
+
+from gateway import PATIENCE_S, Gateway, own_address, program
+
+ONE_DEVICE = {"gateway": {"gw_id": "gw1"}, "devices": [{"dev_id": "a", "dps": {"1": 0}}]}
+
+
+class StoreTest(unittest.TestCase):
+    def test_acknowledged_changes_survive_kill_at_any_moment(self):
+        chance = random.Random(20)
+        with Gateway(site=ONE_DEVICE) as gateway:
+            written = 0
+            for _ in range(8):
+                client = subprocess.Popen(["sh", "-c", 'for n in $(seq $1 9999); do "$2" --data-dir "$3" set '
+                                           'product_key "$n" >/dev/null 2>&1 && echo $n || exit; done', "sh",
+                                           str(written + 1), program("engr_gatewayctl"), gateway.data_dir],
+                                          stdout=subprocess.PIPE, text=True)
+                for _ in range(chance.randrange(1, 6)):  # dies with the next change under way
+                    written = int(client.stdout.readline())
+                time.sleep(chance.random() / 100)
+                gateway.stop(signal.SIGKILL)
+                written = int((client.communicate(timeout=PATIENCE_S)[0].split() or [written])[-1])
+                gateway.start()
+                kept = int(gateway.status()["gateway"]["product_key"])
+                self.assertIn(kept, (written, written + 1), "last acknowledged, or the one under way")
+                written = kept
+
+    def test_site_is_read_once_and_everything_set_lasts(self):
+        with Gateway(site=ONE_DEVICE) as gateway:
+            gateway.ctl("set", "gw_id", "")
+            gateway.ctl("set", "local_key", "0123456789abcdef")
+            gateway.ctl("report", "a", '{"1": 7}')
+            gateway.stop()
+            gateway.start()
+            status = gateway.status()
+            self.assertEqual(status["gateway"]["gw_id"], "")
+            self.assertEqual(status["devices"], 1)
+            self.assertNotIn("0123456789abcdef", json.dumps(status))
+            self.assertIn("is not used", gateway.stderr())
+
+
+class StartTest(unittest.TestCase):
+    def run_daemon(self, *options):
+        return subprocess.run([program("engr_gatewayd"), *options], capture_output=True, text=True,
+                              timeout=PATIENCE_S, check=False)
+
+    def test_wrong_usage_is_told_and_ends_with_2(self):
+        cases = [
+            (["--interface", "nosuch0"], "no interface 'nosuch0'; there are: lo"),
+            (["--address", "127.1"], "not an IPv4 address"),
+            (["--address", "192.0.2.1"], "not an address of this host"),
+            (["--mode", "2"], "--mode"),
+            (["--log-level", "6"], "--log-level"),
+            (["--site", "/nonexistent/site"], "/nonexistent/site: cannot be read: No such file"),
+            (["--trace", "/nonexistent/trace"], "/nonexistent/trace: cannot be written"),
+            (["--scenario", os.path.abspath(__file__)], "parse error at line 1"),
+            (["--unknown"], "--unknown"),
+        ]
+        for options, complaint in cases:
+            with self.subTest(options=options):
+                done = self.run_daemon(*options, "--data-dir", "/nonexistent/data")
+                self.assertEqual((done.returncode, done.stdout), (2, ""))
+                self.assertIn(complaint, done.stderr)
+
+    def test_directory_that_cannot_be_used_ends_with_1(self):
+        done = self.run_daemon("--data-dir", "/proc/nonexistent")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("cannot enter the data directory '/proc/nonexistent'", done.stderr)
+        with Gateway() as gateway:
+            done = self.run_daemon("--data-dir", gateway.data_dir)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn("another engr_gatewayd runs on", done.stderr)
+            self.assertTrue(gateway.status()["listening"], "the first one is not disturbed")
+
+    def test_taken_port_is_told_and_taken_over_once_free(self):
+        address = own_address()
+        with socket.socket() as other:
+            other.bind((address, 6668))
+            other.listen()
+            gateway = Gateway("--log-level", "0", address=address, ready=False)
+            bound = time.monotonic() + PATIENCE_S
+            while "is taken by another program" not in gateway.stderr():
+                self.assertLess(time.monotonic(), bound, gateway.stderr())
+                time.sleep(0.02)
+        with gateway:
+            self.assertEqual(gateway.read_line(), f"ready: tcp 6668 on lo ({address})")
+
+    def test_wechat_mode_is_ready_without_a_server(self):
+        with Gateway("--mode", "1", trace=True) as gateway:
+            self.assertEqual(gateway.ready_line, f"ready: wechat on lo ({gateway.address})")
+            self.assertFalse(gateway.status()["listening"])
+            self.assertEqual(gateway.trace()[0], {"call": "ak_lan_rev_active_task", "args": {}, "result": None})
+
+
+class ControlTest(unittest.TestCase):
+    def test_directories_of_any_name_work(self):
+        for name in ("a b'c\"$(d);e", "/".join(["x" * 200] * 30)):
+            with self.subTest(name=name[:20]), Gateway(data_dir=name) as gateway:
+                self.assertEqual(gateway.status()["clients"], 0)
+                self.assertEqual(sorted(os.listdir(gateway.directory)), sorted(["stderr", name.split("/")[0]]))
+
+    def test_refusals_name_what_there_is(self):
+        with Gateway(site=ONE_DEVICE) as gateway:
+            cases = [
+                (["nosuch"], 2, "unknown verb 'nosuch'; there are: status set"),
+                (["set", "gw_id"], 2, "usage: set FIELD VALUE"),
+                (["set", "nosuch", "1"], 2, "no such field; there are: nw_cfg_stat"),
+                (["set", "local_key", "short"], 2, "a key has 16, or none"),
+                (["device", "z", "online", "1"], 1, "no device 'z'"),
+                (["report", "a", "{"], 2, "is not valid JSON"),
+                (["fault", "nosuch", "1"], 2, "no such service; there are:"),
+                (["callback", "nosuch", "absent"], 2, "no such callback; there are:"),
+                (["network", "sideways"], 2, "neither up nor down"),
+                (["call", "nosuch"], 2, "no such function; there are: engr_lan_pro_cntl_init"),
+                (["call", "engr_lan_data_report_cb", "8", "0", "abc", "4"], 2, "3 bytes only"),
+                (["set", "wf_ssid", b"\xff"], 2, "not valid UTF-8"),
+            ]
+            for arguments, status, complaint in cases:
+                with self.subTest(arguments=arguments):
+                    done = subprocess.run([program("engr_gatewayctl"), "--data-dir", gateway.data_dir, *arguments],
+                                          capture_output=True, text=True, timeout=PATIENCE_S, check=False)
+                    self.assertEqual((done.returncode, done.stdout), (status, ""))
+                    self.assertIn(complaint, done.stderr)
+            gateway.stop()
+            done = gateway.run_ctl("status")
+            self.assertEqual(done.returncode, 1)
+            self.assertIn(f"no gateway runs on '{gateway.data_dir}'; start one with: engr_gatewayd", done.stderr)
+
+    def test_silent_clients_hold_nobody_up(self):
+        with Gateway() as gateway:
+            self.assertEqual(os.stat(os.path.join(gateway.data_dir, "control.sock")).st_mode & 0o777, 0o600)
+            silent = [socket.socket(socket.AF_UNIX) for _ in range(3)]
+            for client in silent:
+                client.connect(os.path.join(gateway.data_dir, "control.sock"))
+                client.send(b'{"verb": ')
+            self.assertEqual(gateway.ctl("call", "engr_lan_pro_cntl_get_valid_connect_cnt"), {"result": 0})
+            self.assertEqual(gateway.stop(), 0)
+            for client in silent:
+                client.close()
+
+    def test_exported_functions_are_called_with_what_is_given(self):
+        with Gateway() as gateway:
+            for arguments, result in [(["engr_lan_sub_dev_bind_report", "a"], -2), (["engr_lan_pro_cntl_init"], 0),
+                                      (["engr_lan_gw_unactive_report"], -940), (["lpc_close_all_socket"], None),
+                                      (["engr_lan_pro_cntl_exit"], 0), (["engr_lan_pro_cntl_exit"], 0)]:
+                self.assertEqual(gateway.ctl("call", *arguments), {"result": result}, arguments)
+            status = gateway.status()
+            self.assertFalse(status["started"] or status["listening"])
+
+    def test_callbacks_are_absent_or_answer_as_told(self):
+        with Gateway(scenario={"callbacks": {"permit_join": "absent", "scene_exec": -3}}) as gateway:
+            self.assertEqual(gateway.status()["callbacks"]["scene_exec"], {"result": -3, "count": 0})
+            gateway.ctl("callback", "permit_join", "present")
+            gateway.ctl("callback", "scene_exec", "absent")
+            callbacks = gateway.status()["callbacks"]
+            self.assertEqual(callbacks["permit_join"]["result"], "present")
+            self.assertEqual(callbacks["scene_exec"]["result"], "absent")
+
+
+if __name__ == "__main__":
+    unittest.main()
