@@ -18,7 +18,8 @@ endforeach()
 
 add_library(engr_warnings INTERFACE)
 target_compile_options(engr_warnings INTERFACE
-    -Wall -Wextra -Wshadow -Wconversion -Wundef -Wvla
+    -Wall -Wextra -Wconversion -Wundef -Wvla
+    $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast>)
 if(ENGR_WARNINGS_AS_ERRORS)
     target_compile_options(engr_warnings INTERFACE -Werror)
