@@ -17,7 +17,8 @@ struct server : agent_test {
 };
 
 const std::string dev_list_answer =
-    R"({"products":[{"cid":"lamp","pid":"p1"},{"cid":"door","pid":"p2"},{"cid":"gone","pid":"p3"}]})";
+    R"({"products":[{"cid":"lamp","pid":"p1"},{"cid":"door","pid":"p2"},)"
+    R"({"cid":"gone","pid":"p3"}]})";
 
 TEST_F(server, cuts_what_a_client_sends_into_frames_and_says_what_it_drops) {
     const std::string list = frame(5, 241);

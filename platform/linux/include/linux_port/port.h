@@ -52,7 +52,8 @@ enum class server_event {
  */
 using server_observer = std::function<void(server_event event, uint16_t port, int error)>;
 
-/** Sets who is told. Call it before the first socket is created, and again (with an empty one) when none is left. */
+/** Sets who is told. Call it before the first socket is created, and again (with an empty one) when
+ * none is left. */
 void set_server_observer(server_observer observer);
 
 /** First IPv4 address of an interface in dotted decimal; nothing when there is no such interface or
