@@ -26,10 +26,10 @@ def main(cache_path, paths):
         with open(path, "rb") as file:
             content = file.read()
         for number, seed in enumerate(seeds, start=1):
-            for piece in sorted(pieces(seed)):
-                if piece in content:
-                    found += 1
-                    print(f"{path}: offset {content.index(piece)}: a piece of seed {number} can be read")
+            offsets = sorted(content.index(piece) for piece in pieces(seed) if piece in content)
+            if offsets:
+                found += 1
+                print(f"{path}: pieces of seed {number} can be read, the first at offset {offsets[0]}")
     if not found:
         print(f"{len(paths)} files, no piece of a seed")
     return 1 if found else 0

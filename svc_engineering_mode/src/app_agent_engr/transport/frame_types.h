@@ -44,7 +44,7 @@
     X(229, FRM_DEV_UPGRADE_INFO, request, decrypted, no_handler, "announces a firmware image")     \
     X(230, FRM_DEV_UPGRADE, request, decrypted, no_handler, "starts a firmware upgrade")           \
     X(231, FRM_DOWNLOAD_FIRMWARE, request, raw, no_handler,                                        \
-      "a piece of a firmware image; the gateway's request for one")                            \
+      "a piece of a firmware image; the gateway's request for one")                                \
     X(232, FRM_UPGRADE_PERCENT_RPT, report, none, no_handler, "progress of a firmware upgrade")    \
     X(233, FRM_SUBDEVICE_UPDATE_RPT, report, none, no_handler,                                     \
       "a sub-device's version after an upgrade")                                                   \
