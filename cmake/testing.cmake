@@ -17,7 +17,7 @@ set(engr_test_environment
 # engr_add_test(NAME SOURCES file... [LIBS target...] [LABELS label...] [TIMEOUT seconds] [MAIN])
 # Builds bin/NAME and registers each of its tests with ctest as NAME.SUITE.CASE. MAIN: the sources have a main of
 # their own (that calls RUN_ALL_TESTS), so that gtest_main is left out. The timeout (120 s when left out) is a
-# bound against hanging, not a measure of speed. Label no_tsan keeps a test out of the thread-sanitizer run.
+# bound against hanging, not a measure of speed. Label no_tsan keeps a test out of the build with the thread sanitizer.
 function(engr_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "MAIN" "TIMEOUT" "SOURCES;LIBS;LABELS")
     if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
@@ -31,6 +31,10 @@ function(engr_add_test name)
     target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock GTest::gtest engr_warnings)
     if(NOT arg_MAIN)
         target_link_libraries(${name} PRIVATE GTest::gtest_main)
+    endif()
+    if(ENGR_SANITIZE STREQUAL "thread" AND "no_tsan" IN_LIST arg_LABELS)
+        set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+        return()
     endif()
     # gtest_discover_tests expands its properties three times: a list stays one value with 2^3 backslashes.
     set(kept_semicolon "\\\\\\\\\\\\\\\\;")
@@ -49,6 +53,9 @@ endfunction()
 # ENGR_BIN_DIR.
 function(engr_add_python_test name file)
     cmake_parse_arguments(PARSE_ARGV 2 arg "" "TIMEOUT" "LABELS")
+    if(ENGR_SANITIZE STREQUAL "thread" AND "no_tsan" IN_LIST arg_LABELS)
+        return()
+    endif()
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 120)
     endif()

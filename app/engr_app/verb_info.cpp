@@ -134,7 +134,7 @@ int info(session &present, bool wait) {
         show(out, target, shown);
     }
     if (shown.problem) {
-        throw *shown.problem;
+        throw failure(*shown.problem);
     }
     return exit_success;
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <string_view>
 
 namespace {
 
@@ -43,7 +44,7 @@ int connect_to_daemon() {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, control::socket_name);
+    std::string_view(control::socket_name).copy(address.sun_path, sizeof address.sun_path - 1);
     const timeval timeout{.tv_sec = reply_timeout_s, .tv_usec = 0};
     if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0 ||
         connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -35,7 +36,7 @@ int listen_here() {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, control::socket_name);
+    std::string_view(control::socket_name).copy(address.sun_path, sizeof address.sun_path - 1);
     unlink(control::socket_name);
     // The mode is right from the first moment on: the socket is made with it.
     const mode_t old_mask = umask(0177);

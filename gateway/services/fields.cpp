@@ -174,7 +174,7 @@ void write_field(void *record, const field &of, const field_value &value) {
     case field_kind::key: {
         const std::string &text = std::get<std::string>(value);
         std::memset(place, 0, of.size);
-        std::memcpy(place, text.data(), text.size());
+        text.copy(static_cast<char *>(place), of.size);
         break;
     }
     case field_kind::unsigned8:

@@ -13,6 +13,7 @@
 #include "platform/wifi.h"
 #include "results.h"
 
+#include <arpa/inet.h>
 #include <nlohmann/json.hpp>
 
 #include <cstring>
@@ -64,17 +65,8 @@ int32_t tell_address(gw_addr_t *address) {
 }
 
 bool is_address(const std::string &text) {
-    int parts[4];
-    int end = 0;
-    if (std::sscanf(text.c_str(), "%3d.%3d.%3d.%3d%n", &parts[0], &parts[1], &parts[2], &parts[3],
-                    &end) != 4)
-        return false;
-    for (const int part : parts) {
-        if (part < 0 || part > 255)
-            return false;
-    }
-    return static_cast<std::size_t>(end) == text.size() &&
-           text.find_first_not_of("0123456789.") == std::string::npos;
+    in_addr address{};
+    return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 } // namespace

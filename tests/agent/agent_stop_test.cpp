@@ -5,7 +5,9 @@
 
 namespace {
 
-const std::string one_device_report("\0\0\0\0\0\0\0\0{\"cid\":\"lamp\",\"dps\":{\"1\":true}}", 42);
+/** A report block: two words, then the text with its NUL. */
+const std::string one_device_report =
+    std::string(8, '\0') + R"({"cid":"lamp","dps":{"1":true}})" + '\0';
 
 /** Queues a data-point report as a gateway application does. */
 int32_t queue_report() {

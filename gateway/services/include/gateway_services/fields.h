@@ -49,14 +49,14 @@ const field *find_field(std::span<const field> fields, std::string_view name);
 std::string field_names(std::span<const field> fields);
 
 /** Whether the field holds a number. */
-bool is_number(const field &field);
+bool is_number(const field &of);
 /** Checks a value. @throws usage_error that says what is wrong with it, without the field's name */
-void check_value(const field &field, const field_value &value);
+void check_value(const field &of, const field_value &value);
 /** Reads a value as people type it, and checks it. @throws usage_error as check_value */
-field_value value_from_text(const field &field, const std::string &text);
+field_value value_from_text(const field &of, const std::string &text);
 /** Stores a checked value in a record. */
-void write_field(void *record, const field &field, const field_value &value);
+void write_field(void *record, const field &of, const field_value &value);
 /** Reads a value out of a record. */
-field_value read_field(const void *record, const field &field);
+field_value read_field(const void *record, const field &of);
 
 } // namespace gateway
