@@ -1,8 +1,8 @@
 /*
  * Hostile bytes for a whole gateway on the simulated port. The first two bytes choose the seed and
- * how the rest is handed over: as it stands, cut into pieces, or as the plain text of one encrypted
- * request whose type is the next byte. A sound client must be served afterwards, the agent must
- * stop, and nothing may be left behind.
+ * how the rest is handed over: as it stands, cut into pieces, as a row of requests (type, length,
+ * text to be encrypted), or as a datagram to the access-point listener. A sound client must be
+ * served afterwards, the agent must stop, and nothing may be left behind.
  */
 #include "engr_lan_agent.h"
 #include "gateway_services/gateway.h"
@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -26,18 +27,35 @@ void require(bool holds, const char *what) {
     }
 }
 
-/** What the hostile client sends. */
-std::string hostile_bytes(uint8_t how, std::string_view rest) {
-    if (how % 3 != 2 || rest.empty()) {
-        return std::string(rest);
+/** A row of requests, each with its payload encrypted. */
+std::string encrypted_requests(std::string_view rest) {
+    std::string bytes;
+    for (uint32_t number = 1; rest.size() >= 2; ++number) {
+        const auto type = static_cast<uint8_t>(rest[0]);
+        const auto length = static_cast<uint8_t>(rest[1]);
+        const std::string_view plain = rest.substr(2, length);
+        rest.remove_prefix(2 + plain.size());
+        bytes += lan_client::encode_request(
+            number, type, lan_client::encrypt(lan_client::unactivated_key(), plain));
     }
-    const auto type = static_cast<uint8_t>(rest[0]);
-    return lan_client::encode_request(
-        1, type, lan_client::encrypt(lan_client::unactivated_key(), rest.substr(1)));
+    return bytes;
+}
+
+int take_credentials(const char *ssid, const char *, const char *token) {
+    require(ssid != nullptr && token != nullptr, "credentials to be texts");
+    return 1;
+}
+
+void send_datagram(sim::world &world, std::string_view bytes) {
+    require(engr_lan_ap_nw_cfg_start(take_credentials) == 0, "the listener to start");
+    sim::udp_peer app = world.open_udp();
+    app.send(6669, bytes);
+    world.run_until_idle();
+    engr_lan_ap_nw_cfg_stop();
 }
 
 void send_pieces(sim::world &world, sim::peer &peer, uint8_t how, std::string_view bytes) {
-    const size_t piece = how % 3 == 1 ? 1U + how / 3U : bytes.size();
+    const size_t piece = how % 4 == 1 ? 1U + how / 4U : bytes.size();
     while (!bytes.empty()) {
         peer.send(bytes.substr(0, piece));
         bytes.remove_prefix(std::min(piece, bytes.size()));
@@ -53,15 +71,31 @@ void run(sim::world &world, uint8_t how, std::string_view rest) {
     require(engr_lan_pro_cntl_init(ENGR_MODE_LAN) == 0, "the agent to start");
     require(world.run_until_listening(lan_port), "the agent to listen");
     sim::peer hostile = world.connect(lan_port);
-    send_pieces(world, hostile, how, hostile_bytes(how, rest));
+    if (how % 4 == 3) {
+        send_datagram(world, rest);
+    } else {
+        send_pieces(world, hostile, how,
+                    how % 4 == 2 ? encrypted_requests(rest) : std::string(rest));
+    }
     sim::peer sound = world.connect(lan_port);
     sound.send(lan_client::encode_request(5, 9, {}));
     require(sound.receive(28).size() == 28, "the sound client to be served");
     engr_lan_pro_cntl_exit();
+    // Ends an upgrade that was begun, which outlives a stop.
+    engr_lan_gw_subdevice_update(gateway::demo_site().devices.front().id().c_str(), "1", 0, 0, 0);
+    world.run_for(130'000);
     gateway::close();
 }
 
 } // namespace
+
+/** What an app stores must not lie about where the target was started. */
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    std::string directory = std::filesystem::temp_directory_path() / "engr_fuzz_XXXXXX";
+    require(mkdtemp(directory.data()) != nullptr, "a directory for the gateway's files");
+    std::filesystem::current_path(directory);
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 2) {

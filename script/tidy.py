@@ -45,7 +45,7 @@ AGENT_SYSTEM_HEADERS = set("""
     algorithm array atomic bit cerrno cinttypes climits concepts cstdarg cstddef cstdint cstdio cstdlib cstring
     strings.h     initializer_list iterator limits new span string_view tuple type_traits utility
     ctype.h errno.h inttypes.h limits.h stdarg.h stdbool.h stddef.h stdint.h stdio.h stdlib.h string.h
-    cjson/cJSON.h key_seeds.h""".split())
+    fcntl.h sys/stat.h unistd.h cjson/cJSON.h key_seeds.h""".split())
 
 # Headers that take seconds to compile stay out of headers of ours.
 HEAVY_HEADERS = re.compile(r"nlohmann/json\.hpp|CLI/|asio|spdlog/|gmock/|benchmark/")

@@ -23,11 +23,12 @@ extern "C" {
 /** Result codes of the functions below; other values are those of the platform call or service that
  * failed. */
 enum {
-    ENGR_OK = 0,              /**< success */
-    ENGR_ERR_FAILED = -1,     /**< failed */
-    ENGR_ERR_ARGUMENT = -2,   /**< a required argument is absent, or a table is full */
-    ENGR_ERR_NO_MEMORY = -3,  /**< no memory, or a callback is missing */
-    ENGR_ERR_NO_HANDLER = -4, /**< no registered handler for a frame type */
+    ENGR_OK = 0,               /**< success */
+    ENGR_ERR_FAILED = -1,      /**< failed */
+    ENGR_ERR_ARGUMENT = -2,    /**< a required argument is absent, or a table is full */
+    ENGR_ERR_NO_MEMORY = -3,   /**< no memory, or a callback is missing */
+    ENGR_ERR_NO_HANDLER = -4,  /**< no registered handler for a frame type */
+    ENGR_ERR_NO_DEVICE = -901, /**< no device of that id */
     ENGR_ERR_SEND_FAILED =
         -909, /**< a write failed or was short; the client is now marked faulty */
     ENGR_ERR_SOCKET_FAULTY =
@@ -56,10 +57,11 @@ enum {
 int32_t engr_lan_pro_cntl_init(int32_t mode);
 
 /**
- * Stops the agent. Every connection is closed; nothing of the agent runs any more when the call
- * returns. Called from inside a callback that the agent makes, it returns at once and the rest of
- * the stop happens when that callback has returned. Waits and sleeps of the agent end at once,
- * whatever the clients do.
+ * Stops the agent. Every connection is closed; when the call returns, nothing of the agent runs any
+ * more but a firmware upgrade's watchdog and the thread that tells the upgrade service its outcome.
+ * Called from inside a callback that the agent makes, it returns at once and the rest of the stop
+ * happens when that callback has returned. Waits and sleeps of the agent end at once, whatever the
+ * clients do.
  *
  * @return 0
  */
@@ -150,6 +152,38 @@ int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_s
 /* ---- firmware upgrade ---- */
 
 /**
+ * Starts the transfer of an image from the app that drives the upgrade. Called by the upgrade
+ * service, inside or after its acceptance of the offer. The app has 40 s for each chunk. A second
+ * call while a transfer runs replaces it.
+ *
+ * @param dev_id        device the image is for, copied; null or empty: the gateway
+ * @param firmware      the image, copied
+ * @param get_file_cb   takes each chunk
+ * @param cb_arg        handed back to both callbacks
+ * @param ug_notify_cb  told the outcome, at most once an upgrade. Not told when get_file_cb itself
+ * failed, when engr_lan_gw_subdevice_update ended the upgrade first, or when no thread could be
+ * started to tell it.
+ * @param rpt_percent   non-zero: every connected app is told the progress after each chunk
+ * @param chunk_size    most bytes asked for at once; 0 means 524288
+ * @return 0 started, whether or not the app could be asked; -2 firmware or a callback is null; -1
+ * the agent was never started
+ */
+int32_t lan_gw_start_upgrade(const char *dev_id, const lan_fw_info_t *firmware,
+                             get_file_cb_t get_file_cb, void *cb_arg, ug_notify_cb_t ug_notify_cb,
+                             uint32_t rpt_percent, uint32_t chunk_size);
+
+/**
+ * Tells that a sub-device runs a version: stores it in the device's record, ends the upgrade under
+ * way without telling the service, and reports the version to every connected app.
+ *
+ * @param firmware_type, result, reserved  not read
+ * @return as engr_lan_data_report_cb; -2 dev_id or sw_ver is null; -901 no such device, the upgrade
+ * goes on without its watchdog
+ */
+int32_t engr_lan_gw_subdevice_update(const char *dev_id, const char *sw_ver, uint32_t firmware_type,
+                                     uint32_t result, uint32_t reserved);
+
+/**
  * Pushes the progress of the current upgrade to every connected app.
  *
  * @param progress  percent
@@ -158,6 +192,42 @@ int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_s
  * @return as engr_lan_data_report_cb
  */
 int32_t engr_rpt_upload_upgrade_percent(int32_t progress, const char *cid, uint8_t reserved);
+
+/* ---- network configuration in access-point mode ---- */
+
+/**
+ * Takes the credentials that an app sent. Called on the listener's thread; may start and stop the
+ * listener.
+ *
+ * @param ssid, token  never null; valid during the call
+ * @param passwd       null for none
+ * @return 0 = accepted, the listener ends; else the app may send again
+ */
+typedef int (*lan_ap_cfg_finish_cb_t)(const char *ssid, const char *passwd, const char *token);
+
+/**
+ * Listens for credentials on UDP port 6669. Independent of engr_lan_pro_cntl_init. While the
+ * listener is set up, also when it has finished, a further call changes nothing. From inside
+ * finish_cb the listener can be stopped and started anew, unless another thread is stopping it.
+ *
+ * @return 0 started, or set up before; -3 finish_cb is null, or no memory; -1 a socket call failed,
+ * or another thread is stopping the listener that called finish_cb; else the thread's code
+ */
+int32_t engr_lan_ap_nw_cfg_start(lan_ap_cfg_finish_cb_t finish_cb);
+
+/** Stops the listener; when the call returns, finish_cb does not run any more, unless the call came
+ * from inside it. */
+void engr_lan_ap_nw_cfg_stop(void);
+
+/**
+ * Tells apps that the network configuration failed, shuts the access point down and has the station
+ * connect with the credentials of the gateway record. Does so once in the life of the process, and
+ * only while configuration by access point is under way. Takes some 40 ms.
+ *
+ * @param desc    words for the app; null counts as empty
+ * @param result  number for the app
+ */
+void engr_lan_ap_nw_cfg_error_report(const char *desc, int32_t result);
 
 #ifdef __cplusplus
 }

@@ -22,7 +22,7 @@ enum {
 
 /** Extended state. Any thread; does not block. */
 uint8_t engr_get_gw_ext_stat(void);
-/** Sets the extended state. Any thread; does not block. */
+/** Sets the extended state. Any thread; must not block nor call the agent. */
 void engr_set_gw_ext_stat(uint8_t state);
 
 /** Binds the installer's token. @param token  NUL-terminated, never null @return 0 = bound */

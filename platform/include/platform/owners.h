@@ -6,6 +6,7 @@
 #include "platform/mutex.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <utility>
 
 namespace platform {
@@ -39,6 +40,24 @@ class heap_block {
     /** Hands the block to the caller. */
     [[nodiscard]] Type *release() { return std::exchange(block_, nullptr); }
     /** Place for a contract that stores a new block through a pointer; must be empty. */
+    [[nodiscard]] Type **out() { return &block_; }
+
+  private:
+    Type *block_ = nullptr;
+};
+
+/** Owns one block of the C library's malloc that a contract hands over. */
+template <typename Type>
+class c_library_block {
+  public:
+    c_library_block() = default;
+    c_library_block(const c_library_block &) = delete;
+    c_library_block &operator=(const c_library_block &) = delete;
+    ~c_library_block() { std::free(block_); }
+
+    [[nodiscard]] Type *get() const { return block_; }
+    explicit operator bool() const { return block_ != nullptr; }
+    /** Place for the block; must be empty. */
     [[nodiscard]] Type **out() { return &block_; }
 
   private:

@@ -5,7 +5,8 @@
 
 #include <atomic>
 
-/** Holds a flag for the life of a scope. What it guards must be short and call no contract. */
+/** Holds a flag for the life of a scope. What it guards must be short and call nothing
+ * that blocks. */
 class short_lock {
   public:
     explicit short_lock(std::atomic_flag &flag) : flag_(flag) {

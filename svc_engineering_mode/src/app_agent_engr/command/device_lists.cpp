@@ -30,10 +30,6 @@ uint32_t count_devices(gw_cntl_t &gateway) {
     return std::atomic_ref<uint32_t>(gateway.dev_count).load(std::memory_order_relaxed);
 }
 
-void reply_failure_of(const lan_request &request, const char *message) {
-    reply_text(request.source, reply_failure, message);
-}
-
 /** A JSON array of device ids that is being written into a buffer: "[", then entries that each end
  * with a comma. */
 class id_list {
@@ -87,7 +83,7 @@ bool fill_line_lists(const lan_request &request, uint32_t size, id_list &online,
         if (!has_room) {
             LAN_LOG(LOG_LEVEL_FAILURE, "length:%d,ol_size:%d,off_size:%d", static_cast<int>(size),
                     static_cast<int>(online.count()), static_cast<int>(offline.count()));
-            reply_failure_of(request, "length not enough");
+            refuse(request.source, "length not enough");
             return false;
         }
         if (is_listed) {
@@ -106,7 +102,7 @@ void send_line_lists(const lan_request &request, const id_list &online, const id
     const heap_block<char> send_data = heap_block<char>::allocate(size);
     if (!send_data) {
         LAN_LOG(LOG_LEVEL_FAILURE, "malloc send_data buffer fails");
-        reply_failure_of(request, "malloc send_data buffer fails");
+        refuse(request.source, "malloc send_data buffer fails");
         return;
     }
     bounded_text text(send_data.get(), size);
@@ -144,13 +140,13 @@ void __lan_get_dev_line_stat(const lan_request &request) {
     id_list online(size);
     if (!online) {
         LAN_LOG(LOG_LEVEL_FAILURE, "malloc ol_buf buffer fails");
-        reply_failure_of(request, "malloc ol_buf buffer fails");
+        refuse(request.source, "malloc ol_buf buffer fails");
         return;
     }
     id_list offline(size);
     if (!offline) {
         LAN_LOG(LOG_LEVEL_FAILURE, "malloc off_buf buffer fails");
-        reply_failure_of(request, "malloc off_buf buffer fails");
+        refuse(request.source, "malloc off_buf buffer fails");
         return;
     }
     online.begin();
@@ -162,7 +158,7 @@ void __lan_get_dev_line_stat(const lan_request &request) {
     offline.end();
     if (!online.is_present() && !offline.is_present()) {
         LAN_LOG(LOG_LEVEL_FAILURE, "online_dev or offline_dev is null");
-        reply_failure_of(request, "online_dev or offline_dev is null");
+        refuse(request.source, "online_dev or offline_dev is null");
         return;
     }
     send_line_lists(request, online, offline);
@@ -173,7 +169,7 @@ void __lan_get_dev_list(const lan_request &request) {
         count_devices(*engr_get_gw_cntl()) * dev_list_entry_size + list_spare_size;
     const heap_block<char> buffer = heap_block<char>::allocate(size);
     if (!buffer) {
-        reply_failure_of(request, "malloc error");
+        refuse(request.source, "malloc error");
         return;
     }
     bounded_text text(buffer.get(), size);

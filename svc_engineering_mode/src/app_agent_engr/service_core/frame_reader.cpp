@@ -13,6 +13,7 @@
 #include "transport/frame_types.h"
 #include "transport/tcp_send.h"
 #include "upgrade/upgrade_state.h"
+#include "upgrade/upgrade_worker.h"
 
 #include <cerrno>
 #include <cstring>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -39,6 +40,12 @@ class bounded_text {
     uint32_t length_ = 0;
     bool cut_ = false;
 };
+
+/** Copies a text into a field, cut to its size, NUL-terminated. */
+template <std::size_t Size>
+void copy_text(char (&field)[Size], const char *text) {
+    bounded_text(field, Size).add("%s", text);
+}
 
 /** A bounded_text with its own buffer, for short texts on the stack. */
 template <uint32_t Size>

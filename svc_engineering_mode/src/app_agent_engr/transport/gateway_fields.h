@@ -29,3 +29,11 @@ template <typename Type>
     const platform::held_mutex hold(gateway.field_mutex);
     return gateway.*field;
 }
+
+/** Changes one number of the gateway record, under its field_mutex. Any thread. */
+template <typename Type>
+void set_gateway_field(Type gw_cntl_t::*field, Type value) {
+    gw_cntl_t &gateway = *engr_get_gw_cntl();
+    const platform::held_mutex hold(gateway.field_mutex);
+    gateway.*field = value;
+}

@@ -31,4 +31,5 @@ bool is_nested_too_deep(const char *text) {
 } // namespace
 
 json_request::json_request(const char *text)
-    : root_(is_nested_too_deep(text) ? nullptr : cJSON_ParseWithOpts(text, nullptr, 1)) {}
+    : root_(text == nullptr || is_nested_too_deep(text) ? nullptr
+                                                        : cJSON_ParseWithOpts(text, nullptr, 1)) {}

@@ -3,13 +3,12 @@
 #pragma once
 
 #include <cjson/cJSON.h>
-#include <utility>
 
 /** Owns a parsed JSON text. */
 class json_request {
   public:
-    /** Parses; empty when the text is not JSON, has something behind it, or is nested deeper than
-     * requests ever are. */
+    /** Parses; empty when the text is null or not JSON, has something behind it, or is nested
+     * deeper than requests ever are. */
     explicit json_request(const char *text);
     json_request(const json_request &) = delete;
     json_request &operator=(const json_request &) = delete;
@@ -17,6 +16,19 @@ class json_request {
 
     explicit operator bool() const { return root_ != nullptr; }
     [[nodiscard]] cJSON *root() const { return root_; }
+    /** A member, of whatever type; null when missing. */
+    [[nodiscard]] cJSON *member(const char *name) const { return cJSON_GetObjectItem(root_, name); }
+    /** Value of a text member, living as long as the request; null when missing or of another type.
+     */
+    [[nodiscard]] const char *text(const char *name) const {
+        return cJSON_GetStringValue(member(name));
+    }
+    /** Value of a number member, fractions dropped, limited to 32 bits; null when missing or of
+     * another type. */
+    [[nodiscard]] const int *number(const char *name) const {
+        const cJSON *item = member(name);
+        return cJSON_IsNumber(item) != 0 ? &item->valueint : nullptr;
+    }
     /** Hands the parsed text to whoever took it over. */
     void release() { root_ = nullptr; }
 

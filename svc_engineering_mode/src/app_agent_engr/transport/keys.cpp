@@ -1,6 +1,7 @@
 /* Building the keys from their seeds, and choosing the TCP key. */
 #include "keys.h"
 
+#include "clients/short_lock.h"
 #include "gateway/gateway.h"
 #include "key_seeds.h"
 #include "platform/owners.h"
@@ -12,6 +13,8 @@ uint8_t app_key2[AES128_KEY_SIZE];
 uint8_t app_key3[AES128_KEY_SIZE];
 
 namespace {
+
+std::atomic_flag building = ATOMIC_FLAG_INIT;
 
 /**
  * A key's buffer while the seed is written, character by character: the stores are volatile so that
@@ -32,13 +35,14 @@ void seed_to_key(uint8_t (&buffer)[AES128_KEY_SIZE]) {
 
 } // namespace
 
-// app_key1 may be built again while another thread reads it: the finished key is stored only when
-// it is not there yet.
+// Two threads may build app_key1 at once, and again while others read it: the finished key is
+// stored only when it is not there yet.
 void make_key1_encode() {
     uint8_t key[AES128_KEY_SIZE];
     const seed_buffer seed = key;
     ENGR_KEY1_SEED_STORES(seed)
     seed_to_key(key);
+    const short_lock hold(building);
     if (std::memcmp(app_key1, key, sizeof key) != 0) {
         std::memcpy(app_key1, key, sizeof key);
     }

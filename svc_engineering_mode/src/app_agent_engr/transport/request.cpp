@@ -18,6 +18,10 @@ int32_t reply_text(const request_source &source, reply_code ret, const char *tex
                              static_cast<uint32_t>(std::strlen(text)), true);
 }
 
+void refuse(const request_source &source, const char *message) {
+    reply_text(source, reply_failure, message);
+}
+
 int32_t __lan_encryption_pre_handle(const request_source &source, const uint8_t *payload,
                                     uint32_t len, platform::heap_block<char> &out) {
     LAN_LOG(LOG_LEVEL_TRACE, "lan version over 3.3");
@@ -25,7 +29,7 @@ int32_t __lan_encryption_pre_handle(const request_source &source, const uint8_t 
     const int32_t op_ret = __lan_parse_data(payload, len, key.bytes, out);
     if (op_ret != 0) {
         LAN_LOG(LOG_LEVEL_FAILURE, "Cmd Parse Fails %d.Cannot handle", op_ret);
-        reply_text(source, reply_failure, "parse data error");
+        refuse(source, "parse data error");
     }
     return op_ret;
 }

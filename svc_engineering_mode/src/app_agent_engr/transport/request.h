@@ -31,6 +31,8 @@ int32_t reply_empty(const request_source &source);
 /** Answers with a NUL-terminated text, encrypted, sent without its NUL. @return as
  * __mlp_gw_tcp_send */
 int32_t reply_text(const request_source &source, reply_code ret, const char *text);
+/** Answers with failure and a message. */
+void refuse(const request_source &source, const char *message);
 
 /**
  * Decrypts a request's payload with the TCP key; when that fails, the app has been told.

@@ -1,4 +1,6 @@
 /* Reports of the upgrade's progress. */
+#include "upgrade_progress.h"
+
 #include "clients/agent_log.h"
 #include "engr_lan_agent.h"
 #include "transport/bounded_text.h"
@@ -8,8 +10,19 @@
 namespace {
 
 constexpr uint32_t progress_text_size = 128;
+/** Smallest image size whose product with 100 does not fit into 32 bits. */
+constexpr uint32_t coarse_from_size = 0x28F5C28;
+/** The rest belongs to the installation. */
+constexpr uint32_t most_percent = 98;
 
 } // namespace
+
+void __rpt_upload_upgrade_percent(const char *cid, uint32_t done, uint32_t total) {
+    const uint32_t percent =
+        total < coarse_from_size ? done * 100 / (total + 1) : done / 100 / (total / 10000 + 1);
+    engr_rpt_upload_upgrade_percent(
+        static_cast<int32_t>(percent > most_percent ? most_percent : percent), cid, 0);
+}
 
 int32_t engr_rpt_upload_upgrade_percent(int32_t progress, const char *cid, uint8_t /*reserved*/) {
     local_text<progress_text_size> text;

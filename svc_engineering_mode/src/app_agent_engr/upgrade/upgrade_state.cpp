@@ -1,65 +1,117 @@
-/* The upgrade's record, watchdog and worker. */
+/* The upgrade's record and watchdog, and who may tell its outcome. */
 #include "upgrade_state.h"
 
 #include "clients/agent_log.h"
+#include "clients/short_lock.h"
 #include "engr_lan_agent.h"
 #include "gateway/gateway.h"
-#include "platform/memory.h"
 #include "platform/timer.h"
 
-lan_upg_mgr_t *p_lan_upg_mgr = nullptr;
+#include <utility>
+
 lan_upgrade_info_t up_info{};
 std::atomic<int32_t> update_stat{0};
+std::atomic<int32_t> update_socket{0};
 
 namespace {
 
-/** Watchdog timer of the upgrade; 0 while there is none. */
-uint16_t update_timeout = 0;
+using platform::heap_block;
 
-void end_upgrade() {
-    update_stat = 0;
-    engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
-}
+std::atomic_flag gate = ATOMIC_FLAG_INIT;
 
-void tell_outcome(lan_upg_mgr_t &manager, uint32_t result) {
-    if (manager.ug_notify_cb != nullptr) {
-        manager.ug_notify_cb(&manager.fw_info, static_cast<int>(result), manager.cb_arg);
-    }
-}
+// All of these are guarded by the gate.
+lan_upg_mgr_t *p_lan_upg_mgr = nullptr;
+uint16_t update_timeout = 0;     // watchdog timer, 0 while there is none
+bool is_watchdog_armed = false;  // tells an expiry that is on its way from one that was disarmed
+bool is_expiring = false;        // the expiry tells the service, or is about to
+bool is_outcome_claimed = false; // of the upgrade or transfer under way
+bool is_release_wanted = false;  // the agent was stopped meanwhile
+uint32_t number = 0;
 
-/** Expiry of the watchdog. Timer context. */
-void __update_upgrade_status(uint16_t /*timer_id*/, void * /*argument*/) {
-    LAN_LOG(LOG_LEVEL_WARNING, "upgrade timeout!");
-    end_upgrade();
-    tell_outcome(*p_lan_upg_mgr, 1);
-}
-
-/** Body of the upgrade worker. */
-void __lan_gw_upgrade_thread_func(void *argument) {
-    LAN_LOG(LOG_LEVEL_TRACE, "start lan upgrade thread");
-    if (argument == nullptr) {
-        return;
-    }
-    auto &manager = *static_cast<lan_upg_mgr_t *>(argument);
-    tell_outcome(manager, manager.notify_result);
-    LAN_LOG(LOG_LEVEL_TRACE, "====>%s, upgrade end", __func__);
-    DeleteThrdHandle(manager.thrd_hand);
-    manager.thrd_hand = nullptr;
-    end_upgrade();
+/** With the gate held. */
+void stop_watchdog() {
+    is_watchdog_armed = false;
     if (IsThisSysTimerRun(update_timeout) == 1) {
         sys_stop_timer(update_timeout);
     }
 }
 
+/** With the gate held. */
+void start_watchdog(uint32_t timeout_ms) {
+    is_watchdog_armed = true;
+    if (sys_start_timer(update_timeout, timeout_ms, SYS_TIMER_ONE_SHOT) != 0) {
+        LAN_LOG(LOG_LEVEL_WARNING, "no watchdog for the upgrade");
+    }
+}
+
+/** With the gate held. A transfer that is over leaves no callback behind: what they belong to may
+ * be gone. */
+void end_transfer() {
+    stop_watchdog();
+    is_outcome_claimed = true;
+    update_stat = 0;
+    if (p_lan_upg_mgr != nullptr) {
+        *p_lan_upg_mgr = {};
+    }
+}
+
+/** With the gate held. */
+void end_upgrade() {
+    if (update_stat == 1) {
+        end_transfer();
+    }
+    engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
+}
+
+void release_if_wanted() {
+    bool is_wanted = false;
+    {
+        const short_lock hold(gate);
+        is_wanted = is_release_wanted;
+    }
+    if (is_wanted) {
+        upgrade_release();
+    }
+}
+
+/** Ends the upgrade whose watchdog has expired. @return whether the service is to be told; its
+ * record is in manager then */
+bool expire(lan_upg_mgr_t &manager) {
+    const short_lock hold(gate);
+    if (!is_watchdog_armed || IsThisSysTimerRun(update_timeout) == 1) {
+        return false;
+    }
+    LAN_LOG(LOG_LEVEL_WARNING, "upgrade timeout!");
+    manager = *p_lan_upg_mgr;
+    is_expiring = !is_outcome_claimed;
+    end_transfer();
+    engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
+    return is_expiring;
+}
+
+/** Expiry of the watchdog. Timer context. */
+void __update_upgrade_status(uint16_t /*timer_id*/, void * /*argument*/) {
+    lan_upg_mgr_t manager{};
+    if (expire(manager)) {
+        upgrade_tell_outcome(manager, 1);
+        const short_lock hold(gate);
+        is_expiring = false;
+    }
+    release_if_wanted();
+}
+
 } // namespace
 
 int32_t upgrade_create() {
+    const short_lock hold(gate);
+    is_release_wanted = false;
     if (p_lan_upg_mgr == nullptr) {
-        p_lan_upg_mgr = static_cast<lan_upg_mgr_t *>(Malloc(sizeof(lan_upg_mgr_t)));
-        if (p_lan_upg_mgr == nullptr) {
+        auto record = heap_block<lan_upg_mgr_t>::allocate(sizeof(lan_upg_mgr_t));
+        if (!record) {
             return ENGR_ERR_NO_MEMORY;
         }
-        *p_lan_upg_mgr = {};
+        *record.get() = {};
+        p_lan_upg_mgr = record.release();
     }
     if (update_timeout == 0 &&
         sys_add_timer(__update_upgrade_status, nullptr, &update_timeout) != 0) {
@@ -69,26 +121,111 @@ int32_t upgrade_create() {
 }
 
 void upgrade_release() {
-    if (update_stat != 0) {
-        return;
+    heap_block<lan_upg_mgr_t> record;
+    uint16_t timer_id = 0;
+    {
+        const short_lock hold(gate);
+        is_release_wanted = update_stat == 1 || is_watchdog_armed || is_expiring;
+        if (is_release_wanted) {
+            return;
+        }
+        record.reset(std::exchange(p_lan_upg_mgr, nullptr));
+        timer_id = std::exchange(update_timeout, uint16_t{0});
     }
-    if (update_timeout != 0) {
-        sys_delete_timer(update_timeout);
-        update_timeout = 0;
+    if (timer_id != 0) {
+        sys_delete_timer(timer_id);
     }
-    Free(p_lan_upg_mgr);
-    p_lan_upg_mgr = nullptr;
 }
 
-void __lan_upgrade_nofity(uint32_t result) {
-    lan_upg_mgr_t &manager = *p_lan_upg_mgr;
-    manager.thrd_param = {3072, 2, "gw_lan_upgrade_func"};
-    manager.notify_result = result;
-    const int32_t op_ret =
-        CreateAndStart(&manager.thrd_hand, nullptr, nullptr, __lan_gw_upgrade_thread_func, &manager,
-                       &manager.thrd_param);
-    if (op_ret != 0) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "create thread error");
+void upgrade_begin() {
+    const short_lock hold(gate);
+    update_stat = 1;
+    is_outcome_claimed = false;
+    ++number;
+}
+
+void upgrade_set_ext_stat(uint8_t ext_stat) {
+    const short_lock hold(gate);
+    if (update_stat == 1) {
+        engr_set_gw_ext_stat(ext_stat);
+    }
+}
+
+void upgrade_end() {
+    {
+        const short_lock hold(gate);
         end_upgrade();
     }
+    release_if_wanted();
+}
+
+void upgrade_end_number(uint32_t of_number) {
+    {
+        const short_lock hold(gate);
+        if (update_stat == 1 && number == of_number) {
+            end_upgrade();
+        }
+    }
+    release_if_wanted();
+}
+
+int32_t upgrade_set_up_transfer(const lan_upg_mgr_t &manager) {
+    const short_lock hold(gate);
+    if (p_lan_upg_mgr == nullptr) {
+        return ENGR_ERR_FAILED;
+    }
+    *p_lan_upg_mgr = manager;
+    if (update_stat == 0) {
+        is_outcome_claimed = false;
+    }
+    start_watchdog(chunk_watchdog_ms);
+    return ENGR_OK;
+}
+
+chunk_admission upgrade_admit_chunk(lan_upg_mgr_t &copy) {
+    const short_lock hold(gate);
+    const bool is_set_up = p_lan_upg_mgr != nullptr && p_lan_upg_mgr->get_file_cb != nullptr &&
+                           p_lan_upg_mgr->ug_notify_cb != nullptr;
+    if (!is_set_up || update_stat != 1) {
+        return chunk_admission::no_transfer;
+    }
+    if (is_outcome_claimed) {
+        return chunk_admission::too_late;
+    }
+    copy = *p_lan_upg_mgr;
+    stop_watchdog();
+    return chunk_admission::admitted;
+}
+
+bool upgrade_claim_outcome() {
+    const short_lock hold(gate);
+    return !std::exchange(is_outcome_claimed, true);
+}
+
+void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result) {
+    if (manager.ug_notify_cb != nullptr) {
+        manager.ug_notify_cb(&manager.fw_info, static_cast<int>(result), manager.cb_arg);
+    }
+}
+
+void upgrade_arm_watchdog(uint32_t timeout_ms) {
+    const short_lock hold(gate);
+    if (update_stat == 1) {
+        start_watchdog(timeout_ms);
+    }
+}
+
+void upgrade_disarm_watchdog() {
+    const short_lock hold(gate);
+    stop_watchdog();
+}
+
+uint32_t upgrade_number() {
+    const short_lock hold(gate);
+    return number;
+}
+
+lan_upg_mgr_t upgrade_manager() {
+    const short_lock hold(gate);
+    return p_lan_upg_mgr != nullptr ? *p_lan_upg_mgr : lan_upg_mgr_t{};
 }

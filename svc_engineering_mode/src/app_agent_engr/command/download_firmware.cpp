@@ -1,0 +1,159 @@
+/* The pieces of a firmware image on their way from the app to the upgrade service. */
+#include "clients/agent_log.h"
+#include "handlers.h"
+#include "request_steps.h"
+#include "transport/byte_cursor.h"
+#include "upgrade/chunk_request.h"
+#include "upgrade/upgrade_progress.h"
+#include "upgrade/upgrade_state.h"
+#include "upgrade/upgrade_worker.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+using platform::heap_block;
+
+constexpr uint32_t offset_size = 4;
+
+/** One chunk frame's content. */
+struct image_chunk {
+    uint32_t offset;
+    const uint8_t *data;
+    uint32_t length;
+
+    /** End of the chunk in the image. */
+    [[nodiscard]] uint64_t end() const { return uint64_t{offset} + length; }
+};
+
+/** The upgrade has failed and the service does not know it yet. */
+void fail_upgrade(lan_upg_mgr_t &manager) {
+    if (upgrade_claim_outcome()) {
+        upgrade_tell_outcome(manager, 1);
+    }
+    upgrade_end();
+}
+
+void fail_by_length(lan_upg_mgr_t &manager, uint64_t length) {
+    LAN_LOG(LOG_LEVEL_FAILURE, "download length is too long:%d", static_cast<int>(length));
+    fail_upgrade(manager);
+}
+
+/** Hands a chunk to the service. @param[out] taken  bytes of the image that it has now @return
+ * false when the upgrade has failed */
+bool give_to_service(lan_upg_mgr_t &manager, const image_chunk &chunk, uint32_t &taken) {
+    uint32_t remain_len = 0;
+    const uint32_t total = manager.fw_info.file_size;
+    const int32_t op_ret = manager.get_file_cb(&manager.fw_info, total, chunk.offset, chunk.data,
+                                               chunk.length, &remain_len, manager.cb_arg);
+    if (op_ret != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "get_file_cb error:%d", op_ret);
+        upgrade_end();
+        return false;
+    }
+    taken = static_cast<uint32_t>(chunk.end()) - std::min(remain_len, chunk.length);
+    if (manager.rpt_percent != 0) {
+        __rpt_upload_upgrade_percent(manager.cid, taken, total);
+    }
+    return true;
+}
+
+/** The image is complete: the app and, on the worker, the service are told. */
+void finish_transfer(const lan_upg_mgr_t &manager) {
+    LAN_LOG(LOG_LEVEL_TRACE, "download firmware success");
+    chunk_request(manager.cid, manager.fw_info.file_size, 0).send();
+    // Armed first, so that a worker that ends at once disarms it.
+    upgrade_arm_watchdog(outcome_watchdog_ms);
+    __lan_upgrade_nofity(0);
+}
+
+/** Asks for the next chunk. @return false when the upgrade has failed */
+bool request_next(lan_upg_mgr_t &manager, uint32_t offset) {
+    const uint32_t size = std::min(manager.chunk_size, manager.fw_info.file_size - offset);
+    const int32_t op_ret = chunk_request(manager.cid, offset, size).send();
+    if (op_ret != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "send error:%d", op_ret);
+        fail_upgrade(manager);
+        return false;
+    }
+    upgrade_arm_watchdog(chunk_watchdog_ms);
+    return true;
+}
+
+/** Takes one chunk of the transfer under way. @return false when the upgrade has failed */
+bool take_chunk(lan_upg_mgr_t &manager, const image_chunk &chunk) {
+    const uint32_t total = manager.fw_info.file_size;
+    if (chunk.offset > total || chunk.end() > UINT32_MAX) {
+        fail_by_length(manager, chunk.end());
+        return false;
+    }
+    uint32_t taken = 0;
+    if (!give_to_service(manager, chunk, taken)) {
+        return false;
+    }
+    if (chunk.end() > total) {
+        fail_by_length(manager, chunk.end());
+        return false;
+    }
+    if (chunk.end() == total) {
+        finish_transfer(manager);
+        return true;
+    }
+    return request_next(manager, taken);
+}
+
+void process_chunk(const lan_request &request, lan_upg_mgr_t &manager) {
+    switch (upgrade_admit_chunk(manager)) {
+    case chunk_admission::no_transfer:
+        return upgrade_end();
+    case chunk_admission::too_late:
+        return;
+    case chunk_admission::admitted:
+        break;
+    }
+    byte_reader reader(request.tmp_out, request.tmp_len);
+    const uint32_t offset = reader.u32();
+    if (!reader.ok()) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "chunk without offset, length:%d",
+                static_cast<int>(request.tmp_len));
+        return fail_upgrade(manager);
+    }
+    const image_chunk chunk{offset, request.tmp_out + offset_size, reader.left()};
+    if (take_chunk(manager, chunk)) {
+        LAN_LOG(LOG_LEVEL_TRACE, "download end");
+    }
+}
+
+void log_offset(const uint8_t *bytes) {
+    LAN_LOG(LOG_LEVEL_TRACE, "data[0]:%d,data[1]:%d,data[2]:%d,data[3]:%d", bytes[0], bytes[1],
+            bytes[2], bytes[3]);
+}
+
+void log_place(const lan_request &request) {
+    uint32_t as_received = 0;
+    std::memcpy(&as_received, request.tmp_out, offset_size);
+    LAN_LOG(LOG_LEVEL_TRACE, "file size:%d,offset1:%d,offset2:%d,len:%d",
+            static_cast<int>(up_info.file_size), static_cast<int>(as_received),
+            static_cast<int>(byte_reader(request.tmp_out, offset_size).u32()),
+            static_cast<int>(request.tmp_len));
+}
+
+} // namespace
+
+void __lan_download_firmware(const lan_request &request) {
+    const bool has_offset = request.tmp_len >= offset_size;
+    if (has_offset) {
+        log_offset(request.tmp_out);
+    }
+    const auto copy = heap_block<lan_upg_mgr_t>::allocate(sizeof(lan_upg_mgr_t));
+    if (!copy) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "malloc error");
+        return;
+    }
+    *copy.get() = {};
+    if (has_offset) {
+        log_place(request);
+    }
+    process_chunk(request, *copy.get());
+}

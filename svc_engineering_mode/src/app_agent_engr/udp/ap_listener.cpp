@@ -1,0 +1,226 @@
+/* The access-point configuration: start, stop and listening. */
+#include "ap_datagram.h"
+#include "clients/agent_log.h"
+#include "clients/short_lock.h"
+#include "engr_lan_agent.h"
+#include "platform/clock.h"
+#include "platform/owners.h"
+#include "platform/socket.h"
+#include "platform/thread.h"
+#include "transport/keys.h"
+
+#include <atomic>
+
+namespace {
+
+using platform::heap_block;
+
+constexpr uint16_t ap_config_port = 6669;
+constexpr uint32_t receive_error_pause_ms = 1000;
+/** Pause between two looks at a start or stop of another thread. */
+constexpr uint32_t poll_ms = 1;
+constexpr thrd_param_t listener_thread{0x800, 5, "udp_ap_v3"};
+
+/** The listener. Released by the stop, or by the listener's thread when the stop came from there.
+ */
+struct lan_ap_nw_cfg_t {
+    thrd_handle_t thrd;                 /**< the listener's thread */
+    uint8_t recv_buf[ap_datagram_size]; /**< one datagram */
+    int32_t sock_fd;                    /**< bound to the port */
+    lan_ap_cfg_finish_cb_t finish_cb;   /**< gets the credentials */
+    std::atomic<uint64_t> thread_id;    /**< of the listener's thread, 0 until it runs */
+    bool is_stopped_from_within;        /**< only the listener's thread looks at it and sets it */
+};
+
+std::atomic_flag gate = ATOMIC_FLAG_INIT;
+lan_ap_nw_cfg_t *lan_ap_nw_cfg = nullptr; // guarded by the gate
+bool is_changing = false;                 // guarded by the gate: a start or stop is under way
+bool is_awaited = false;                  // guarded by the gate: a stop waits for the listener
+
+/** A start or stop of one thread; those of other threads follow each other. */
+class change {
+  public:
+    change() {
+        while (!try_begin()) {
+            kelo_hal_system_sleep(poll_ms);
+        }
+    }
+    change(const change &) = delete;
+    change &operator=(const change &) = delete;
+    ~change() {
+        if (is_begun_) {
+            const short_lock hold(gate);
+            is_changing = false;
+        }
+    }
+
+    /** False when another thread's stop waits for this very thread. */
+    explicit operator bool() const { return is_begun_; }
+
+  private:
+    /** @return whether there is no need to wait (any longer) */
+    bool try_begin() {
+        const uint64_t self = GetThrdSelfId();
+        const short_lock hold(gate);
+        if (!is_changing) {
+            is_changing = true;
+            is_begun_ = true;
+            return true;
+        }
+        return is_awaited && lan_ap_nw_cfg->thread_id == self;
+    }
+
+    bool is_begun_ = false;
+};
+
+lan_ap_nw_cfg_t *current_listener() {
+    const short_lock hold(gate);
+    return lan_ap_nw_cfg;
+}
+
+void set_listener(lan_ap_nw_cfg_t *listener) {
+    const short_lock hold(gate);
+    lan_ap_nw_cfg = listener;
+}
+
+void set_awaited(bool awaited) {
+    const short_lock hold(gate);
+    is_awaited = awaited;
+}
+
+/** Receives and handles datagrams until credentials are accepted or the thread is told to stop. */
+void listen(lan_ap_nw_cfg_t &listener) {
+    while (GetThrdSta(listener.thrd) == THRD_STATE_RUNNING) {
+        const int32_t received = kelo_hal_net_recvfrom(listener.sock_fd, listener.recv_buf,
+                                                       ap_datagram_size, nullptr, nullptr);
+        if (received <= 0) {
+            LAN_LOG(LOG_LEVEL_FAILURE, "udp_ap_v3 recvfrom error:%d", kelo_hal_net_get_errno());
+            kelo_hal_system_sleep(receive_error_pause_ms);
+            continue;
+        }
+        if (handle_ap_datagram(listener.recv_buf, static_cast<uint32_t>(received),
+                               listener.finish_cb)) {
+            return;
+        }
+    }
+}
+
+/** Body of the listener's thread. */
+void __udp_ap_v3_task(void *argument) {
+    auto &listener = *static_cast<lan_ap_nw_cfg_t *>(argument);
+    listener.thread_id = GetThrdSelfId();
+    LAN_LOG(LOG_LEVEL_TRACE, "start udp ap thread");
+    make_key1_encode();
+    listen(listener);
+    LAN_LOG(LOG_LEVEL_TRACE, "End While. Finish AP IN UDP Listen");
+    if (listener.is_stopped_from_within) {
+        Free(&listener);
+    }
+}
+
+/** Creates the socket and binds it. @return 0 or -1; a socket that was created is in sock_fd then,
+ * too */
+int32_t open_socket(int32_t &sock_fd) {
+    sock_fd = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
+    if (sock_fd < 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "unw_socket_create udp errno:%d", kelo_hal_net_get_errno());
+        return ENGR_ERR_FAILED;
+    }
+    if (kelo_hal_net_set_reuse(sock_fd) != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "Failed to set reuse socket errno:%d", kelo_hal_net_get_errno());
+        return ENGR_ERR_FAILED;
+    }
+    if (kelo_hal_net_bind(sock_fd, KELO_ADDRESS_ANY, ap_config_port) != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "unw_bind %d errno:%d", ap_config_port,
+                kelo_hal_net_get_errno());
+        return ENGR_ERR_FAILED;
+    }
+    if (kelo_hal_net_set_cloexec(sock_fd) != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "Failed to set cloexec errno:%d", kelo_hal_net_get_errno());
+        return ENGR_ERR_FAILED;
+    }
+    return ENGR_OK;
+}
+
+/** Opens the socket and starts the thread. @return 0, or the code of what failed */
+int32_t set_up(lan_ap_nw_cfg_t &listener) {
+    int32_t op_ret = open_socket(listener.sock_fd);
+    if (op_ret != 0) {
+        return op_ret;
+    }
+    LAN_LOG(LOG_LEVEL_TRACE, "start thread to listen udp");
+    op_ret = CreateAndStart(&listener.thrd, nullptr, nullptr, __udp_ap_v3_task, &listener,
+                            &listener_thread);
+    if (op_ret != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "start thread fails %d", op_ret);
+    }
+    return op_ret;
+}
+
+/** Closes the socket, which wakes the thread, and ends the thread. */
+void tear_down(lan_ap_nw_cfg_t *listener) {
+    const bool is_own_thread = listener->thread_id == GetThrdSelfId();
+    if (is_own_thread) {
+        listener->is_stopped_from_within = true;
+    }
+    set_awaited(!is_own_thread);
+    kelo_hal_net_close(listener->sock_fd);
+    const int32_t op_ret = DeleteThrdHandle(listener->thrd);
+    if (op_ret != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "DeleteThrdHandle error:%d", op_ret);
+    } else {
+        LAN_LOG(LOG_LEVEL_TRACE, "Delete thread");
+    }
+    set_awaited(false);
+    set_listener(nullptr);
+    if (!is_own_thread) {
+        Free(listener);
+    }
+}
+
+} // namespace
+
+int32_t engr_lan_ap_nw_cfg_start(lan_ap_cfg_finish_cb_t finish_cb) {
+    LAN_LOG(LOG_LEVEL_DETAIL, "start");
+    if (finish_cb == nullptr) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "finish_cb is NULL");
+        return ENGR_ERR_NO_MEMORY;
+    }
+    const change begun;
+    if (!begun) {
+        LAN_LOG(LOG_LEVEL_WARNING, "the listener is being stopped, start it when it has ended");
+        return ENGR_ERR_FAILED;
+    }
+    if (current_listener() != nullptr) {
+        LAN_LOG(LOG_LEVEL_WARNING, "ap cfg is inited before");
+        return ENGR_OK;
+    }
+    auto listener = heap_block<lan_ap_nw_cfg_t>::allocate(sizeof(lan_ap_nw_cfg_t));
+    if (!listener) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "Malloc lan_ap_nw_cfg Fails");
+        return ENGR_ERR_NO_MEMORY;
+    }
+    new (listener.get()) lan_ap_nw_cfg_t{};
+    listener->finish_cb = finish_cb;
+    set_listener(listener.get());
+    const int32_t op_ret = set_up(*listener.get());
+    if (op_ret != 0) {
+        if (listener->sock_fd >= 0) {
+            kelo_hal_net_close(listener->sock_fd);
+        }
+        set_listener(nullptr);
+        return op_ret;
+    }
+    static_cast<void>(listener.release());
+    return ENGR_OK;
+}
+
+void engr_lan_ap_nw_cfg_stop(void) {
+    const change begun;
+    lan_ap_nw_cfg_t *listener = current_listener();
+    if (!begun || listener == nullptr) {
+        LAN_LOG(LOG_LEVEL_WARNING, "ap cfg is NULL");
+        return;
+    }
+    tear_down(listener);
+}

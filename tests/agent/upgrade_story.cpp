@@ -1,0 +1,94 @@
+/* The recording upgrade service. */
+#include "upgrade_story.h"
+
+recording_service service;
+
+namespace {
+
+int take_chunk(lan_fw_info_t *firmware, uint32_t total, uint32_t offset, const uint8_t *data,
+               uint32_t length, uint32_t *remain_len, void *cb_arg) {
+    auto &self = *static_cast<recording_service *>(cb_arg);
+    EXPECT_EQ(total, firmware->file_size);
+    EXPECT_TRUE(length == 0 || data != nullptr);
+    self.told.push_back("chunk " + std::to_string(offset) + "+" + std::to_string(length));
+    *remain_len = self.remain_len;
+    if (self.in_chunk) {
+        self.in_chunk();
+    }
+    return self.chunk_result;
+}
+
+int take_outcome(lan_fw_info_t *, int result, void *cb_arg) {
+    auto &self = *static_cast<recording_service *>(cb_arg);
+    self.told.push_back("outcome " + std::to_string(result));
+    if (self.in_outcome) {
+        self.in_outcome(result);
+    }
+    return 0;
+}
+
+int32_t take_offer(lan_fw_info_t *firmware) {
+    service.told.push_back("offer " + std::to_string(firmware->fw_kind) + " " + firmware->sw_ver +
+                           " " + std::to_string(firmware->file_size) + " " + firmware->file_md5);
+    service.offered = *firmware;
+    if (service.starts_transfer) {
+        EXPECT_EQ(service.start_transfer(), 0);
+    }
+    return service.offer_result;
+}
+
+int32_t take_device_offer(const char *dev_id, lan_fw_info_t *firmware) {
+    service.told.push_back(std::string("for ") + dev_id);
+    return take_offer(firmware);
+}
+
+} // namespace
+
+size_t recording_service::outcomes() const {
+    size_t count = 0;
+    for (const std::string &one : told) {
+        count += one.starts_with("outcome") ? 1 : 0;
+    }
+    return count;
+}
+
+std::string recording_service::take_told() {
+    std::string all;
+    for (const std::string &one : told) {
+        all += (all.empty() ? "" : "; ") + one;
+    }
+    told.clear();
+    return all;
+}
+
+int32_t recording_service::start_transfer(const char *dev_id) {
+    return lan_gw_start_upgrade(dev_id, &offered, take_chunk, this, take_outcome, rpt_percent,
+                                chunk_size);
+}
+
+upgrade_gateway::upgrade_gateway(sim::world &world) : story_gateway(world) {
+    service = {};
+    engr_get_gw_cntl()->gw_lan_ug_cb = take_offer;
+    engr_get_gw_cntl()->dev_lan_ug_cb = take_device_offer;
+}
+
+std::string chunk(uint32_t offset, std::string_view bytes) {
+    std::string payload;
+    for (const int shift : {24, 16, 8, 0}) {
+        payload += static_cast<char>(offset >> shift);
+    }
+    return payload.append(bytes);
+}
+
+std::string announce(story_app &app, uint32_t size, const char *version) {
+    return app.ask(250,
+                   R"({"swVer":")" + std::string(version) + R"(","fileSize":)" +
+                       std::to_string(size) + R"(,"fileMd5":"0123456789abcdef0123456789abcdef"})",
+                   true);
+}
+
+std::string begin_upgrade(story_app &app, uint32_t size) {
+    announce(app, size);
+    EXPECT_EQ(app.ask(230, R"({"cid":"gw0001","firmwareType":0})", true), "230/7/0/");
+    return service.starts_transfer ? app.receive_text() : "";
+}

@@ -1,0 +1,45 @@
+/* An upgrade service that records what it is told and does as a test wishes, in the place of the
+ * reference gateway's own. */
+#pragma once
+
+#include "story_gateway.h"
+
+#include <functional>
+
+/** What the service was told and what it does. */
+struct recording_service {
+    std::vector<std::string>
+        told; /**< "offer KIND VERSION SIZE MD5", "chunk OFFSET+LENGTH", "outcome R" */
+    int32_t offer_result = 0;
+    bool starts_transfer = true;
+    uint32_t chunk_size = 4;
+    uint32_t rpt_percent = 0;
+    int chunk_result = 0;
+    uint32_t remain_len = 0;
+    std::function<void()> in_chunk;
+    std::function<void(int result)> in_outcome;
+
+    /** How often an outcome was told. */
+    [[nodiscard]] size_t outcomes() const;
+    /** Everything told, separated by "; "; forgets it. */
+    std::string take_told();
+    /** Starts a transfer for what was offered last. */
+    int32_t start_transfer(const char *dev_id = nullptr);
+
+    lan_fw_info_t offered = {};
+};
+
+/** The service that the gateway record's callbacks lead to. */
+extern recording_service service;
+
+/** A gateway whose upgrade service is the recording one, fresh. */
+struct upgrade_gateway : story_gateway {
+    explicit upgrade_gateway(sim::world &world);
+};
+
+/** An image chunk's payload. */
+std::string chunk(uint32_t offset, std::string_view bytes);
+/** Announces an image of the gateway; returns the answer. */
+std::string announce(story_app &app, uint32_t size, const char *version = "2.0.1");
+/** Announces an image and starts its upgrade; returns the first chunk request. */
+std::string begin_upgrade(story_app &app, uint32_t size);
