@@ -154,7 +154,8 @@ TEST_F(commands, to_devices_and_groups_are_checked_handed_on_and_silent_when_ref
 TEST_F(commands, that_query_and_delete_devices_say_what_they_find) {
     const command_case cases[] = {
         {"by id", 10, R"({"cid":"lamp"})", R"(10/7/0/{"cid":"lamp","dps":{"1":true}})",
-         R"(engr_get_dev_cntl("lamp")="lamp" engr_sf_pack_local_obj_dp_data("lamp",-1,1,0,1,1)="{\"cid\":\"lamp\",\"dps\":{\"1\":true}}")",
+         R"(engr_get_dev_cntl("lamp")="lamp" engr_sf_pack_local_obj_dp_data("lamp",-1,1,0,1,1)=)"
+         R"("{\"cid\":\"lamp\",\"dps\":{\"1\":true}}")",
          "Send Query To App:{"},
         {"own device", 16, "{}", "16/7/1/json obj data unvalid", nullptr,
          "nothing to report app query"},
@@ -177,10 +178,12 @@ TEST_F(commands, that_query_and_delete_devices_say_what_they_find) {
         {"delete, unknown", 242, R"({"cid":"nobody"})", R"(242/7/0/{"cid":"nobody"})",
          R"(engr_get_dev_cntl("nobody"))", "dev id nobody can't be found"},
         {"delete, refused", 242, R"({"cid":"lamp"})", R"(242/7/0/{"cid":"lamp"})",
-         R"(engr_get_dev_cntl("lamp")="lamp" dev_delete_notify("lamp") engr_gw_unbind_device_inner("lamp")=-2)",
+         R"(engr_get_dev_cntl("lamp")="lamp" dev_delete_notify("lamp") )"
+         R"(engr_gw_unbind_device_inner("lamp")=-2)",
          "gw_unbind_device_inner err:-2", "engr_gw_unbind_device_inner", -2},
         {"delete", 242, R"({"cid":"lamp"})", R"(228/0/0/{"cid":"lamp"})",
-         R"(engr_get_dev_cntl("lamp")="lamp" dev_delete_notify("lamp") engr_gw_unbind_device_inner("lamp")=0)",
+         R"(engr_get_dev_cntl("lamp")="lamp" dev_delete_notify("lamp") )"
+         R"(engr_gw_unbind_device_inner("lamp")=0)",
          "delete cid:lamp"},
         {"deleted", 242, R"({"cid":"lamp"})", R"(242/7/0/{"cid":"lamp"})",
          R"(engr_get_dev_cntl("lamp"))", nullptr},
@@ -348,7 +351,8 @@ TEST_F(commands, that_push_and_read_configuration_keep_it_byte_for_byte) {
         {"cloud, take-over refused", 245, "{\"b\":3}", "245/7/1/sync config error", nullptr,
          nullptr, "sync_config", 9},
         {"cloud", 245, "{\"b\":4}", "245/7/0/",
-         R"(get_config_path()="./" wd_common_write("engineer_stat","1\u0000")=0 sync_config()=0 engr_end_notify())",
+         R"(get_config_path()="./" wd_common_write("engineer_stat","1\u0000")=0 )"
+         R"(sync_config()=0 engr_end_notify())",
          "notify user the end of engineer"},
     };
     check_all(cases);

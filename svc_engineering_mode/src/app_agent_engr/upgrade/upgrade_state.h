@@ -69,8 +69,8 @@ inline constexpr uint32_t outcome_watchdog_ms = 120000;
  */
 [[nodiscard]] int32_t upgrade_create();
 
-/** Releases the manager record and the watchdog; when an upgrade or a transfer is under way, its end
- * does. Any thread. */
+/** Releases the manager record and the watchdog; while an upgrade or a transfer is under way, its
+ * end does so. Any thread. */
 void upgrade_release();
 
 /** An upgrade begins: update_stat is 1 from now on. Server task. */
