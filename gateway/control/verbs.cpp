@@ -12,10 +12,12 @@ using nlohmann::ordered_json;
 constexpr std::size_t any_number = 16;
 
 constexpr verb verb_table[] = {
-    {"status", "", 0, 0, "Shows mode, clients, gateway record, network, faults and callbacks"},
+    {"status", "", 0, 0,
+     "Shows what the gateway is, has been told and does, with faults and callbacks"},
     {"set", "FIELD VALUE", 2, 2, "Sets a field of the gateway record; '' empties a text"},
     {"device", "ID FIELD VALUE", 3, 3, "Sets a field of a device"},
     {"report", "ID DPS-JSON", 2, 2, "A device reports data points, as in '{\"1\": true}'"},
+    {"join", "ID [PID]", 1, 2, "A device joins at once; joining has to be open"},
     {"network", "up|down", 1, 1, "Takes the gateway's network down, and up again"},
     {"ip", "ADDRESS|auto", 1, 1,
      "What the platform reports as the gateway's address; '' for none, auto for the real one"},
@@ -27,6 +29,9 @@ constexpr verb verb_table[] = {
      "Makes a service return RESULT instead of doing its work"},
     {"callback", "NAME RESULT|absent|present", 2, 2, "Makes a callback absent, or return RESULT"},
     {"register", "FRAME_TYPE RESULT", 2, 2, "Registers a frame handler that returns RESULT"},
+    {"upgrade", "start [OPTION VALUE...]", 1, 11,
+     "The service starts a transfer; --cid ID, --file-size N, --chunk-size N, --percent 0|1, "
+     "--remain N"},
     {"call", "FUNCTION [ARG...]", 1, any_number, "Calls an exported function of the agent"},
 };
 

@@ -99,6 +99,27 @@ constexpr exported_function functions[] = {
      }},
     {"engr_lan_gw_unactive_report", "", 0,
      [](const argument_list &) -> ordered_json { return engr_lan_gw_unactive_report(); }},
+    {"engr_rpt_upload_upgrade_percent", "[PROGRESS [CID [RESERVED]]]", 3,
+     [](const argument_list &list) -> ordered_json {
+         return engr_rpt_upload_upgrade_percent(list.number<int32_t>(0, "progress"), list.text(1),
+                                                list.number<uint8_t>(2, "reserved"));
+     }},
+    {"engr_lan_gw_subdevice_update", "[DEV_ID [SW_VER]]", 2,
+     [](const argument_list &list) -> ordered_json {
+         return engr_lan_gw_subdevice_update(list.text(0), list.text(1), 0, 0, 0);
+     }},
+    {"engr_lan_ap_nw_cfg_start", "", 0,
+     [](const argument_list &) -> ordered_json { return gateway::listen_for_credentials(); }},
+    {"engr_lan_ap_nw_cfg_stop", "", 0,
+     [](const argument_list &) -> ordered_json {
+         engr_lan_ap_nw_cfg_stop();
+         return nullptr;
+     }},
+    {"engr_lan_ap_nw_cfg_error_report", "[DESC [RESULT]]", 2,
+     [](const argument_list &list) -> ordered_json {
+         engr_lan_ap_nw_cfg_error_report(list.text(0), list.number<int32_t>(1, "result"));
+         return nullptr;
+     }},
     {"engr_lan_protocol_register_cb", "[FRAME_TYPE]", 1,
      [](const argument_list &list) -> ordered_json {
          return gateway::register_frame_handler(list.number<int32_t>(0, "frame_type"), 0);

@@ -55,8 +55,10 @@ std::function<void(std::string_view)> open_trace(const std::string &name) {
 
 input_files read_input_files(const options &chosen) {
     input_files inputs;
-    inputs.site = chosen.site.empty() ? gateway::demo_site()
-                                      : gateway::parse_site(read_whole(chosen.site), chosen.site);
+    const uint32_t number = gateway::gateway_number(served_address(chosen));
+    inputs.site = chosen.site.empty()
+                      ? gateway::demo_site(number)
+                      : gateway::parse_site(read_whole(chosen.site), chosen.site, number);
     if (!chosen.scenario.empty())
         inputs.scenario = gateway::parse_scenario(read_whole(chosen.scenario), chosen.scenario);
     if (!chosen.trace.empty())

@@ -7,13 +7,19 @@
 #include <spdlog/spdlog.h>
 
 #include <cstdio>
+#include <fstream>
 #include <memory>
+#include <mutex>
 
 namespace gatewayd {
 namespace {
 
 constexpr std::size_t file_bytes_max = 8 * 1024 * 1024;
 constexpr std::size_t old_files_max = 3;
+/** The file that was put aside last. */
+constexpr const char *old_log_file_name = "engr_gatewayd.1.log";
+
+std::mutex files_mutex; // held while a line is written, and while the files are copied
 
 void write_standard_error(std::string_view line) {
     const std::string whole = std::string(line) + "\n";
@@ -32,8 +38,21 @@ void open_log(int level) {
     linux_port::set_log_level(level);
     linux_port::set_log_sink([logger](int, std::string_view line) {
         write_standard_error(line);
+        const std::lock_guard guard(files_mutex);
         logger->info(line);
     });
+}
+
+bool snapshot_log(const std::string &name) {
+    const std::lock_guard guard(files_mutex);
+    std::ofstream snapshot(name, std::ios::binary);
+    for (const char *part : {old_log_file_name, log_file_name}) {
+        std::ifstream file(part, std::ios::binary);
+        // Copying an empty file would count as a failure.
+        if (file && file.peek() != std::ifstream::traits_type::eof())
+            snapshot << file.rdbuf();
+    }
+    return static_cast<bool>(snapshot.flush());
 }
 
 void close_log() {

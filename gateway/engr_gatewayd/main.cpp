@@ -35,7 +35,9 @@ sigset_t block_signals() {
     for (const int number : {SIGINT, SIGTERM, SIGHUP})
         sigaddset(&stopping, number);
     pthread_sigmask(SIG_BLOCK, &stopping, nullptr);
+    // A peer that left and a file that may not grow are failures of a write, not the end.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     return stopping;
 }
 
@@ -54,17 +56,12 @@ void lock_directory(const std::string &data_dir) {
 class running_gateway {
   public:
     running_gateway(const options &chosen, input_files &inputs) {
-        const std::string interface = chosen.interface;
-        const std::string address = chosen.address;
-        const auto current_address = [interface, address] {
-            return address.empty() ? linux_port::interface_address(interface).value_or("")
-                                   : address;
-        };
         gateway::open({.store_path = store_name,
                        .initial_site = std::move(inputs.site),
                        .faults = std::move(inputs.scenario),
                        .trace = std::move(inputs.trace),
-                       .address = current_address});
+                       .snapshot_log = snapshot_log,
+                       .address = [chosen] { return served_address(chosen); }});
     }
     running_gateway(const running_gateway &) = delete;
     running_gateway &operator=(const running_gateway &) = delete;
@@ -99,6 +96,9 @@ void run(const options &chosen, input_files &inputs) {
                      chosen.site.c_str());
     watch_server(chosen.interface, chosen.address);
     const control_server control(answer_request);
+    if (const int32_t result = chosen.access_point ? gateway::open_access_point() : 0; result != 0)
+        throw std::runtime_error("nothing listens for Wi-Fi credentials on UDP port 6669: result " +
+                                 std::to_string(result));
     if (const int32_t result = start_agent(chosen.mode); result != 0)
         throw std::runtime_error("the agent does not start: result " + std::to_string(result));
     if (chosen.mode == ENGR_MODE_WECHAT)

@@ -7,6 +7,7 @@
 #include "gateway_services/gateway.h"
 #include "numbers.h"
 #include "server_watch.h"
+#include "upgrade_verb.h"
 #include "verbs.h"
 
 #include <nlohmann/json.hpp>
@@ -82,6 +83,11 @@ constexpr operation operations[] = {
          return done();
      }},
     {"report", [](const texts &a) { return with_result(gateway::report_data_points(a[0], a[1])); }},
+    {"join",
+     [](const texts &a) {
+         gateway::join_device(a[0], a.size() > 1 ? std::optional(a[1]) : std::nullopt);
+         return done();
+     }},
     {"network",
      [](const texts &a) {
          gateway::set_network_up(is_first(a[0], "up", "down"));
@@ -116,6 +122,7 @@ constexpr operation operations[] = {
              gateway::register_frame_handler(number_from_text<int32_t>("FRAME_TYPE", a[0]),
                                              number_from_text<int32_t>("RESULT", a[1])));
      }},
+    {"upgrade", [](const texts &a) { return with_result(start_upgrade(a)); }},
     {"call",
      [](const texts &a) {
          return with_result(call_agent(a[0], {a.begin() + 1, a.end()}));

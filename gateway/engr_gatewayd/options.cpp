@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include "data_dir.h"
+#include "linux_port/port.h"
 
 #include <CLI/CLI.hpp>
 #include <arpa/inet.h>
@@ -45,6 +46,11 @@ std::string address_fault(const std::string &text) {
 
 } // namespace
 
+std::string served_address(const options &chosen) {
+    return chosen.address.empty() ? linux_port::interface_address(chosen.interface).value_or("")
+                                  : chosen.address;
+}
+
 parsed_options parse_options(int count, char **arguments) {
     options chosen;
     chosen.data_dir = control::default_data_dir();
@@ -74,6 +80,8 @@ parsed_options parse_options(int count, char **arguments) {
                    "0: LAN server and discovery; 1: WeChat discovery (default: 0)")
         ->type_name("0|1")
         ->check(CLI::Range(0, 1));
+    app.add_flag("--ap", chosen.access_point,
+                 "Begins as an access point that waits for a Wi-Fi network's credentials");
     app.add_option("--log-level", chosen.log_level,
                    "Most detailed level to log, 0 to 5 (default: 2)")
         ->type_name("N")

@@ -18,8 +18,12 @@ struct options {
     std::string scenario; /**< file, or empty */
     std::string trace;    /**< file, or empty */
     int mode = 0;
+    bool access_point = false;
     int log_level = 2;
 };
+
+/** The address that is served at the moment; empty when there is none. */
+std::string served_address(const options &chosen);
 
 /** What parsing leads to: the options, or the end of the program with a status. */
 struct parsed_options {

@@ -3,12 +3,14 @@
 #include "calls_state.h"
 #include "gateway_services/error.h"
 #include "json_text.h"
+#include "platform/clock.h"
 #include "platform/owners.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <limits>
 
 namespace gateway {
@@ -26,6 +28,9 @@ kelo_mutex_t calls_mutex; // guards what follows; a trace line is written under 
 std::array<call_state, call_table.size()> states;
 std::function<void(std::string_view)> trace_sink;
 std::atomic<bool> has_trace;
+
+std::atomic<bool> is_open;
+std::atomic<uint32_t> calls_under_way;
 
 bool can_be_set(const call_info &info) {
     return info.kind != call_kind::certain;
@@ -89,6 +94,23 @@ call_arguments &call_arguments::bytes(std::string_view name, const void *data, s
                                         : json_literal({static_cast<const char *>(data), length}));
 }
 
+call_arguments &call_arguments::device(std::string_view name, const dev_cntl_t *value) {
+    return text(name, value == nullptr ? nullptr : value->dev_id);
+}
+
+call_arguments &call_arguments::firmware(std::string_view name, const lan_fw_info_t *value) {
+    if (value == nullptr)
+        return member(name, "null");
+    const auto bounded = [](const char *bytes, std::size_t size) {
+        return json_literal({bytes, strnlen(bytes, size)});
+    };
+    return member(name, "{\"fw_kind\": " + std::to_string(value->fw_kind) +
+                            ", \"sw_ver\": " + bounded(value->sw_ver, sizeof value->sw_ver) +
+                            ", \"file_size\": " + std::to_string(value->file_size) +
+                            ", \"file_md5\": " + bounded(value->file_md5, sizeof value->file_md5) +
+                            "}");
+}
+
 call_arguments &call_arguments::json(std::string_view name, const cJSON *item) {
     char *printed = item == nullptr ? nullptr : cJSON_PrintUnformatted(item);
     member(name, printed == nullptr ? "null" : valid_utf8(printed));
@@ -104,6 +126,16 @@ std::string result_json(const char *text) {
 }
 std::string result_json(const dev_cntl_t *device) {
     return result_json(device == nullptr ? nullptr : device->dev_id);
+}
+
+call_passage::call_passage() {
+    // Counted first, so that a close that does not see the call is one that the call sees.
+    ++calls_under_way;
+    is_open_ = is_open;
+}
+
+call_passage::~call_passage() {
+    --calls_under_way;
 }
 
 bool tracing() {
@@ -135,6 +167,13 @@ void open_calls(const scenario &faults, std::function<void(std::string_view)> tr
     for (const scenario_entry &entry : faults.callbacks)
         set_state(find_call(entry.name, true),
                   {.is_absent = !entry.result, .fixed_result = entry.result});
+    is_open = true;
+}
+
+void end_calls() {
+    is_open = false;
+    while (calls_under_way != 0)
+        kelo_hal_system_sleep(1);
 }
 
 void close_calls() {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "gateway/records.h"
+#include "gateway/upgrade.h"
 
 #include <array>
 #include <cjson/cJSON.h>
@@ -41,6 +42,30 @@ inline constexpr std::array call_table = {
     call_info{"engr_get_wired_wifi_current_net", call_kind::number, false, false},
     call_info{"bnw_get_ip", call_kind::number, false, false},
     call_info{"wf_get_ip", call_kind::number, false, false},
+    call_info{"engr_sf_send_gw_dev_cmd", call_kind::number},
+    call_info{"engr_sf_pack_local_obj_dp_data", call_kind::pointer},
+    call_info{"engr_sf_respone_obj_dp_query", call_kind::number},
+    call_info{"engr_gw_unbind_device_inner", call_kind::number},
+    call_info{"gw_engineer_add_sub_dev_to_list", call_kind::number},
+    call_info{"engr_gw_cntl_init_local", call_kind::number},
+    call_info{"engr_sf_send_grp_oper_cmd", call_kind::number},
+    call_info{"engr_sf_send_scene_oper_cmd", call_kind::number},
+    call_info{"engr_sf_send_scene_panel_cmd", call_kind::number},
+    call_info{"scene_linkage_scene_exe", call_kind::number},
+    call_info{"engr_check_modify_time_changed", call_kind::number},
+    call_info{"engr_reset_scene_info_to_disk", call_kind::number},
+    call_info{"engr_save_scene_link", call_kind::number},
+    call_info{"engr_load_scene_info_from_disk", call_kind::number},
+    call_info{"engr_scene_linkage_module_reinit", call_kind::number},
+    call_info{"engr_gw_user_token_bind", call_kind::number},
+    call_info{"gw_wifi_modify_and_conn", call_kind::number},
+    call_info{"engr_gw_unactive", call_kind::number},
+    call_info{"get_config_path", call_kind::certain},
+    call_info{"wd_common_write", call_kind::number},
+    call_info{"gw_engineer_sync_default_config", call_kind::number},
+    call_info{"gw_read_file", call_kind::number},
+    call_info{"gw_set_channel", call_kind::number},
+    call_info{"gw_get_channel", call_kind::number},
     call_info{"wf_wk_mode_get", call_kind::number},
     call_info{"wf_ap_stop", call_kind::number},
     call_info{"wf_station_connect", call_kind::number},
@@ -50,10 +75,17 @@ inline constexpr std::array call_table = {
     call_info{"ak_lan_nwc_fin_inform", call_kind::number},
     call_info{"ak_lan_disc_init", call_kind::number},
     call_info{"ak_lan_disc_pack_send", call_kind::number},
+    call_info{"gw_lan_ug_cb", call_kind::number, true},
+    call_info{"dev_lan_ug_cb", call_kind::number, true},
+    call_info{"get_log_path", call_kind::number, true},
+    call_info{"sync_config", call_kind::number, true},
     call_info{"engr_end_notify", call_kind::nothing, true},
     call_info{"permit_join", call_kind::number, true},
     call_info{"dev_delete_notify", call_kind::nothing, true},
     call_info{"scene_exec", call_kind::number, true},
+    call_info{"get_file_cb", call_kind::number, true},
+    call_info{"ug_notify_cb", call_kind::number, true},
+    call_info{"finish_cb", call_kind::number, true},
     call_info{"lan_protocol_cb", call_kind::certain},
 };
 
@@ -74,6 +106,10 @@ class call_arguments {
     call_arguments &text(std::string_view name, const char *value);
     /** A payload, as a text. */
     call_arguments &bytes(std::string_view name, const void *data, std::size_t length);
+    /** A device record, as its id; null when absent. */
+    call_arguments &device(std::string_view name, const dev_cntl_t *value);
+    /** A firmware record, as its four fields; null when absent. */
+    call_arguments &firmware(std::string_view name, const lan_fw_info_t *value);
     /** A parsed request or a member of one; null when absent. */
     call_arguments &json(std::string_view name, const cJSON *item);
     [[nodiscard]] const std::string &members() const { return members_; }
@@ -81,6 +117,27 @@ class call_arguments {
   private:
     call_arguments &member(std::string_view name, std::string_view value);
     std::string members_;
+};
+
+/** Whether a callback is not absent. @param number  its call() */
+bool is_present(std::size_t number);
+
+/**
+ * The way of one call through the gateway. The agent's upgrade worker may outlive the agent's stop,
+ * and so meet a gateway that closes: the close waits for the calls that have come in, and no more
+ * come in then.
+ */
+class call_passage {
+  public:
+    call_passage();
+    call_passage(const call_passage &) = delete;
+    call_passage &operator=(const call_passage &) = delete;
+    ~call_passage();
+    /** False: the gateway is closed. */
+    explicit operator bool() const { return is_open_; }
+
+  private:
+    bool is_open_;
 };
 
 /** Whether trace lines are wanted. */
@@ -95,7 +152,7 @@ std::string result_json(const char *text);
 std::string result_json(const dev_cntl_t *device);
 
 /**
- * One call of the agent.
+ * One call of the agent. It does nothing, and returns 0 or none, once the gateway is closed.
  *
  * @param arguments  writes the call's arguments to a call_arguments; before the work, which may end
  * them
@@ -104,6 +161,9 @@ std::string result_json(const dev_cntl_t *device);
 template <typename Arguments, typename Work>
 auto service(std::size_t number, Arguments &&arguments, Work &&work) -> decltype(work()) {
     using result_type = decltype(work());
+    const call_passage passage;
+    if (!passage)
+        return result_type();
     const bool traced = call_table[number].is_traced && tracing();
     call_arguments list;
     if (traced)
@@ -143,5 +203,11 @@ int32_t service_taking_request(std::size_t number, sf_cmd_t *command, Work &&wor
 
 /** Arguments of a call that has none worth telling. */
 inline void no_arguments(call_arguments &) {}
+
+/** A callback that is handed to the agent with a call, or null while it is absent. */
+template <typename Function>
+Function *callback_unless_absent(std::size_t number, Function *function) {
+    return is_present(number) ? function : nullptr;
+}
 
 } // namespace gateway

@@ -11,14 +11,13 @@ namespace gateway {
 
 /** Sets up a scenario and a trace; before any call. */
 void open_calls(const scenario &faults, std::function<void(std::string_view)> trace);
-/** Ends them. */
+/** Waits for the calls under way; those that come later do nothing. */
+void end_calls();
+/** Ends scenario and trace, after end_calls. */
 void close_calls();
 
 /** Refuses an unknown name and a result that the call cannot return. @throws usage_error */
 void check_scenario_entry(const scenario_entry &entry, bool is_callback);
-
-/** Whether a callback is to stand in the gateway record. @param number  its call() */
-bool is_present(std::size_t number);
 
 /** Services that misbehave: name to result and how often it was returned. */
 nlohmann::ordered_json faults_status();

@@ -1,12 +1,11 @@
 // Data points: JSON objects of data-point number to value, kept as text.
 #pragma once
 
-#include "records.h"
-
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace gateway {
 
@@ -29,8 +28,22 @@ std::string merged_data_points(std::string_view dps, std::string_view changes);
 /** Data points as apps are told of them: {"cid": ID, "dps": {...}}. */
 std::string report_text(std::string_view dev_id, std::string_view dps);
 
-/** Stores changed data points of a device and reports them to every app. @return the result of the
- * report @throws refused  the store failed */
-int32_t change_data_points(device_record &device, std::string_view changes);
+/** Data points of one device that change. */
+struct data_point_change {
+    std::string dev_id;
+    std::string dps; /**< an object of data points */
+};
+
+/**
+ * Stores changed data points, all or nothing, and reports each change to every app.
+ *
+ * @return the result of the last report, 0 when there was none
+ * @throws refused  a device is unknown, or the store failed
+ */
+int32_t change_data_points(const std::vector<data_point_change> &changes);
+
+/** Queues a report of data points for every app. @param dps  an object of data points @return the
+ * result of engr_lan_dp_sata_report */
+int32_t report_to_apps(std::string_view dev_id, std::string_view dps);
 
 } // namespace gateway

@@ -3,6 +3,8 @@
 
 #include "gateway/records.h"
 
+#include <arpa/inet.h>
+
 #include <cstdio>
 
 namespace gateway {
@@ -25,9 +27,12 @@ constexpr device_kind kinds[] = {
     {"zbthermostat0001", "1.4.2", R"({"1":true,"2":210,"3":198,"4":"auto"})", 4, 1},
 };
 
-field_setting setting(std::span<const field> fields, const char *name, field_value value) {
-    return {find_field(fields, name), std::move(value)};
-}
+/** Devices that join while joining is open. */
+constexpr device_kind joining_kinds[] = {
+    {"zbswitch2gang001", "1.2.4", R"({"1":false,"2":false})", 2, 0},
+    {"zbpanel4gang0001", "1.0.1", R"({"1":1})", 1, 0},
+};
+constexpr std::size_t first_joining_kind = 0x100;
 
 /** An id like the 64-bit address of a Zigbee device. */
 std::string device_id(std::size_t kind, int number) {
@@ -37,39 +42,62 @@ std::string device_id(std::size_t kind, int number) {
     return id;
 }
 
+/** Appends the devices of some kinds. @param first  number of the first kind */
+template <typename Device>
+void add_devices(std::vector<Device> &devices, std::span<const device_kind> from,
+                 std::size_t first) {
+    for (std::size_t kind = 0; kind < from.size(); ++kind) {
+        for (int number = 0; number < from[kind].count; ++number) {
+            Device &device = devices.emplace_back();
+            device.set("dev_id", device_id(first + kind, number));
+            device.set("sw_ver", from[kind].sw_ver);
+            device.set("pid", from[kind].pid);
+            device.set("online", int64_t{number < from[kind].count - from[kind].offline});
+            device.dps = from[kind].dps;
+        }
+    }
+}
+
+/** A text that ends with a number. */
+std::string numbered(const char *format, uint32_t number) {
+    char text[DEV_ID_SIZE];
+    std::snprintf(text, sizeof text, format, number);
+    return text;
+}
+
 } // namespace
 
-std::vector<field_setting> default_gateway() {
+uint32_t gateway_number(const std::string &address) {
+    constexpr uint32_t loopback_network = 127U << 24;
+    in_addr parsed{};
+    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1)
+        return first_gateway_number;
+    const uint32_t number = ntohl(parsed.s_addr);
+    return number >> 24 == 127 ? number - loopback_network : number;
+}
+
+std::vector<field_setting> default_gateway(uint32_t number) {
     const auto set = [](const char *name, field_value value) {
-        return setting(gateway_fields(), name, std::move(value));
+        return field_setting{find_field(gateway_fields(), name), std::move(value)};
     };
+    const std::string gw_id = numbered("engrgw%010u", number);
     return {
-        set("gw_id", "engrgw0000000001"),
-        set("alt_gw_id", "engrgwalt0000001"),
+        set("gw_id", gw_id),
+        set("alt_gw_id", numbered("engrgwalt%07u", number)),
         set("gw_sw_ver", "1.0.0"),
         set("disc_version", "3.3"),
         set("product_key", "engrgateway00001"),
         set("channel", int64_t{15}),
         set("ak_ident1", "engr-gateway"),
-        set("ak_ident2", "engrgw0000000001"),
+        set("ak_ident2", gw_id),
     };
 }
 
-site demo_site() {
-    const auto set = [](const char *name, field_value value) {
-        return setting(device_fields(), name, std::move(value));
-    };
+site demo_site(uint32_t number) {
     site demo;
-    demo.gateway = default_gateway();
-    for (std::size_t kind = 0; kind < std::size(kinds); ++kind) {
-        for (int number = 0; number < kinds[kind].count; ++number) {
-            const bool online = number < kinds[kind].count - kinds[kind].offline;
-            demo.devices.push_back(
-                {{set("dev_id", device_id(kind, number)), set("sw_ver", kinds[kind].sw_ver),
-                  set("pid", kinds[kind].pid), set("online", int64_t{online})},
-                 kinds[kind].dps});
-        }
-    }
+    demo.gateway = default_gateway(number);
+    add_devices(demo.devices, kinds, 0);
+    add_devices(demo.joining, joining_kinds, first_joining_kind);
     return demo;
 }
 

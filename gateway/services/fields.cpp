@@ -1,6 +1,7 @@
 #include "gateway_services/fields.h"
 
 #include "gateway_services/error.h"
+#include "json_text.h"
 #include "records.h"
 
 #include <algorithm>
@@ -69,10 +70,6 @@ constexpr field device_table[] = {
     flag(number("excluded", offsetof(dev_cntl_t, excluded), field_kind::signed8, -128, 127)),
 };
 
-[[nodiscard]] bool is_control(char c) {
-    const auto code = static_cast<unsigned char>(c);
-    return code < 0x20 || code == 0x7F;
-}
 [[nodiscard]] bool is_printable_ascii(char c) {
     return !is_control(c) && static_cast<unsigned char>(c) < 0x80;
 }
@@ -151,18 +148,22 @@ void check_value(const field &of, const field_value &value) {
 
 field_value value_from_text(const field &of, const std::string &text) {
     field_value value = text;
-    if (is_number(of)) {
-        int64_t number = 0;
-        const char *end = text.data() + text.size();
-        const auto [stop, error] = std::from_chars(text.data(), end, number);
-        if (of.is_flag && (text == "true" || text == "false"))
-            number = text == "true";
-        else if (error != std::errc() || stop != end)
-            throw usage_error("'" + text + "' is not a whole number" +
-                              (of.is_flag ? ", true or false" : ""));
-        value = number;
+    try {
+        if (is_number(of)) {
+            int64_t number = 0;
+            const char *end = text.data() + text.size();
+            const auto [stop, error] = std::from_chars(text.data(), end, number);
+            if (of.is_flag && (text == "true" || text == "false"))
+                number = text == "true";
+            else if (error != std::errc() || stop != end)
+                throw usage_error("'" + text + "' is not a whole number" +
+                                  (of.is_flag ? ", true or false" : ""));
+            value = number;
+        }
+        check_value(of, value);
+    } catch (const usage_error &error) {
+        throw usage_error(std::string(of.name) + " " + error.what());
     }
-    check_value(of, value);
     return value;
 }
 

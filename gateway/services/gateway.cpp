@@ -1,15 +1,24 @@
 // The gateway as a whole: opening and closing, and what its host changes and sees.
 #include "gateway_services/gateway.h"
 
+#include "access_point.h"
 #include "calls.h"
 #include "calls_state.h"
+#include "configuration.h"
 #include "data_points.h"
-#include "engineering.h"
+#include "firmware_install.h"
 #include "gateway/gateway.h"
 #include "gateway_services/error.h"
+#include "groups.h"
+#include "installation.h"
+#include "joining.h"
+#include "log_snapshots.h"
 #include "network.h"
 #include "platform/owners.h"
+#include "records.h"
+#include "scenes.h"
 #include "store.h"
+#include "upgrade_service.h"
 
 #include <nlohmann/json.hpp>
 
@@ -18,6 +27,8 @@
 
 namespace gateway {
 namespace {
+
+constexpr std::string_view memory_store = ":memory:";
 
 std::unique_ptr<store> open_store;
 bool store_was_new;
@@ -29,22 +40,6 @@ const field &known_field(std::span<const field> fields, std::string_view name) {
     if (of == nullptr)
         throw usage_error("no such field; there are: " + field_names(fields));
     return *of;
-}
-
-device_record &known_device(std::string_view dev_id) {
-    device_record *device = find_device(dev_id);
-    if (device == nullptr)
-        throw refused("the gateway has no device '" + std::string(dev_id) + "'");
-    return *device;
-}
-
-/** A value for a message or a reply: the name of what is wrong stands before what is wrong. */
-field_value named_value(const field &of, const std::string &text) {
-    try {
-        return value_from_text(of, text);
-    } catch (const usage_error &error) {
-        throw usage_error(std::string(of.name) + " " + error.what());
-    }
 }
 
 nlohmann::ordered_json record_status() {
@@ -73,12 +68,22 @@ static void open_parts(open_options &&options) {
     store_was_new = open_store->is_new();
     if (store_was_new)
         open_store->begin_life(options.initial_site);
-    const site stored = open_store->load();
+    else
+        open_store->update_schema();
+    const bool keeps_files = options.store_path != memory_store;
+    if (keeps_files)
+        recover_installation();
+    site stored = open_store->load();
     const std::string own_dps = open_store->setting(own_device_dps_setting);
     extended_state = 0;
     open_calls(options.faults, std::move(options.trace));
     open_network(std::move(options.address));
     open_records(stored, own_dps.empty() ? "{}" : own_dps);
+    open_joining(std::move(stored.joining));
+    open_linkage();
+    open_upgrades(options.faults.upgrade, keeps_files ? image_medium::file : image_medium::memory);
+    open_access_points();
+    open_log_snapshots(std::move(options.snapshot_log));
     install_callbacks();
 }
 
@@ -92,7 +97,13 @@ void open(open_options options) {
 }
 
 void close() {
-    close_engineering();
+    close_access_points();
+    stop_upgrades();
+    end_calls();
+    close_upgrades();
+    shut_joining();
+    close_log_snapshots();
+    close_scenes();
     close_records();
     close_network();
     close_calls();
@@ -105,7 +116,7 @@ bool used_initial_site() {
 
 void set_gateway_field(std::string_view name, const std::string &value) {
     const field &of = known_field(gateway_fields(), name);
-    const field_value checked = named_value(of, value);
+    const field_value checked = value_from_text(of, value);
     const platform::held_mutex change(change_mutex());
     the_store().set_gateway_field(of, checked);
     const platform::held_mutex guard(the_gateway().shared.field_mutex);
@@ -114,21 +125,18 @@ void set_gateway_field(std::string_view name, const std::string &value) {
 
 void set_device_field(std::string_view dev_id, std::string_view name, const std::string &value) {
     const field &of = known_field(device_fields().subspan(1), name);
-    const field_value checked = named_value(of, value);
-    device_record &device = known_device(dev_id);
-    if (!is_listed(device))
-        throw refused("'" + std::string(dev_id) +
-                      "' is the gateway itself, not one of its devices");
+    const field_value checked = value_from_text(of, value);
     const platform::held_mutex change(change_mutex());
-    the_store().set_device_field(device.dev_id, of, checked);
+    dev_cntl_t &device = need_listed_device(dev_id);
+    the_store().set_device_field(dev_id, of, checked);
     const platform::held_mutex guard(the_gateway().shared.dev_mutex);
-    write_field(static_cast<dev_cntl_t *>(&device), of, checked);
+    write_field(&device, of, checked);
 }
 
 int32_t report_data_points(std::string_view dev_id, std::string_view dps) {
     if (const std::string fault = data_points_fault(dps); !fault.empty())
         throw usage_error(fault);
-    return change_data_points(known_device(dev_id), dps);
+    return change_data_points({{std::string(dev_id), std::string(dps)}});
 }
 
 nlohmann::ordered_json status() {
@@ -137,7 +145,16 @@ nlohmann::ordered_json status() {
     all["ext_stat"] = extended_state.load();
     all["devices"] = std::atomic_ref(the_gateway().shared.dev_count).load();
     add_network_status(all);
-    add_engineering_status(all);
+    {
+        const platform::held_mutex change(change_mutex());
+        add_installation_status(all);
+        add_joining_status(all);
+        add_groups_status(all);
+        add_scenes_status(all);
+        add_linkage_status(all);
+        add_configuration_status(all);
+    }
+    add_upgrade_status(all);
     all["faults"] = faults_status();
     all["callbacks"] = callbacks_status();
     return all;

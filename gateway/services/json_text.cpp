@@ -42,4 +42,9 @@ std::string valid_utf8(std::string_view text) {
     return valid;
 }
 
+bool is_control(char c) {
+    const auto code = static_cast<unsigned char>(c);
+    return code < 0x20 || code == 0x7F;
+}
+
 } // namespace gateway

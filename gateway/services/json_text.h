@@ -12,4 +12,7 @@ std::string json_literal(std::string_view text);
 /** Replaces what is not UTF-8 by U+FFFD. */
 std::string valid_utf8(std::string_view text);
 
+/** Whether a character stands for none that is seen. */
+bool is_control(char c);
+
 } // namespace gateway

@@ -98,6 +98,25 @@ void add_network_status(nlohmann::ordered_json &status) {
     });
 }
 
+void connect_station(const std::string &ssid) {
+    with_state([&](network_state &now) { now.wifi_ssid = ssid; });
+}
+
+void begin_wifi_configuration() {
+    with_state([](network_state &now) {
+        now.wifi_mode = WF_WORK_MODE_ACCESS_POINT;
+        now.wifi_config_needed = true;
+        now.wifi_ssid.clear();
+    });
+}
+
+bool end_wifi_configuration() {
+    return with_state([](network_state &now) {
+        now.wifi_config_needed = now.wifi_ssid.empty();
+        return !now.wifi_config_needed;
+    });
+}
+
 void set_network_up(bool up) {
     with_state([&](network_state &now) { now.is_up = up; });
 }
@@ -177,7 +196,7 @@ int32_t wf_station_connect(const char *ssid, const char *password) {
         [&] {
             if (ssid == nullptr)
                 return result_argument;
-            with_state([&](network_state &now) { now.wifi_ssid = ssid; });
+            connect_station(ssid);
             return 0;
         });
 }

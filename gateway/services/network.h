@@ -12,6 +12,13 @@ namespace gateway {
 void open_network(std::function<std::string()> address);
 void close_network();
 
+/** Connects the Wi-Fi station to a network. */
+void connect_station(const std::string &ssid);
+/** Puts the Wi-Fi layer into access-point mode: the station has no network, and needs one. */
+void begin_wifi_configuration();
+/** @return whether the station has a network; then none is needed any more */
+bool end_wifi_configuration();
+
 /** Adds network, Wi-Fi and AirKiss state. */
 void add_network_status(nlohmann::ordered_json &status);
 

@@ -3,20 +3,32 @@
 #include "gateway_services/error.h"
 #include "platform/owners.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <memory>
-#include <strings.h>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace gateway {
 namespace {
 
 gateway_record record;
-kelo_mutex_t change;
+kelo_mutex_t lasting_change_mutex;
 /** Every device that ever was in the list since open, and the gateway's own. */
-std::vector<std::unique_ptr<device_record>> devices;
+std::vector<std::unique_ptr<device_record>> device_records;
 device_record own;
+dev_cntl_t *last_listed;
+/** The devices above by their ids in lower case; guarded by dev_mutex. */
+std::unordered_multimap<std::string, device_record *> devices_by_id;
+
+std::string lower_case(std::string_view text) {
+    std::string lower(text);
+    for (char &c : lower)
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return lower;
+}
 
 void make_mutex(kelo_mutex_t *mutex) {
     if (kelo_hal_mutex_create_init(mutex) != 0)
@@ -27,25 +39,34 @@ void release_mutex(kelo_mutex_t *mutex) {
     kelo_hal_mutex_release(std::exchange(*mutex, nullptr));
 }
 
-std::unique_ptr<device_record> make_device(const site_device &from) {
-    auto device = std::make_unique<device_record>();
-    device->state = DEV_STATE_BOUND;
-    device->dps = from.dps;
-    for (const field_setting &setting : from.fields)
-        write_field(static_cast<dev_cntl_t *>(device.get()), *setting.of, setting.value);
-    return device;
+/** The record of that very id, listed or not; dev_mutex is held. */
+device_record *find_record(std::string_view dev_id) {
+    const auto [first, end] = devices_by_id.equal_range(lower_case(dev_id));
+    const auto found =
+        std::find_if(first, end, [&](const auto &each) { return dev_id == each.second->dev_id; });
+    return found == end ? nullptr : found->second;
 }
 
-/** The device of that id in the list; dev_mutex is held. */
-device_record *find_listed(std::string_view dev_id, bool ignore_case) {
-    for (dev_cntl_t *device = record.shared.dev_list; device != nullptr; device = device->next) {
-        const std::string_view id(device->dev_id);
-        if (id.size() != dev_id.size())
-            continue;
-        if (id == dev_id || (ignore_case && strncasecmp(id.data(), dev_id.data(), id.size()) == 0))
-            return static_cast<device_record *>(device);
-    }
-    return nullptr;
+/** The listed device of that id in any letter case, that very id before others; dev_mutex is held.
+ */
+device_record *find_listed_ignoring_case(std::string_view dev_id) {
+    if (device_record *exact = find_record(dev_id); exact != nullptr && exact->is_listed)
+        return exact;
+    const auto [first, end] = devices_by_id.equal_range(lower_case(dev_id));
+    const auto found =
+        std::find_if(first, end, [](const auto &each) { return each.second->is_listed; });
+    return found == end ? nullptr : found->second;
+}
+
+/** The record of an id, made when there is none; dev_mutex is held. */
+device_record &make_record(const std::string &dev_id) {
+    if (device_record *known = find_record(dev_id))
+        return *known;
+    device_records.push_back(std::make_unique<device_record>());
+    device_record &made = *device_records.back();
+    dev_id.copy(made.dev_id, sizeof made.dev_id - 1);
+    devices_by_id.emplace(lower_case(dev_id), &made);
+    return made;
 }
 
 std::string gateway_id() {
@@ -59,11 +80,11 @@ gateway_record &the_gateway() {
     return record;
 }
 kelo_mutex_t change_mutex() {
-    return change;
+    return lasting_change_mutex;
 }
 
 void open_records(const site &stored, const std::string &own_dps) {
-    make_mutex(&change);
+    make_mutex(&lasting_change_mutex);
     make_mutex(&record.shared.field_mutex);
     make_mutex(&record.shared.dev_mutex);
     for (const field_setting &setting : stored.gateway)
@@ -71,47 +92,101 @@ void open_records(const site &stored, const std::string &own_dps) {
     own.state = DEV_STATE_BOUND;
     own.online = 1;
     own.dps = own_dps;
-    dev_cntl_t **end = &record.shared.dev_list;
-    for (const site_device &from : stored.devices) {
-        devices.push_back(make_device(from));
-        *end = devices.back().get();
-        end = &devices.back()->next;
-    }
-    std::atomic_ref(record.shared.dev_count).store(static_cast<uint32_t>(devices.size()));
+    for (const site_device &from : stored.devices)
+        list_device(from);
 }
 
 void close_records() {
     release_mutex(&record.shared.dev_mutex);
     release_mutex(&record.shared.field_mutex);
-    release_mutex(&change);
+    release_mutex(&lasting_change_mutex);
     record = {};
     own = {};
-    devices.clear();
+    last_listed = nullptr;
+    devices_by_id.clear();
+    device_records.clear();
+}
+
+device_record *find_listed_device(std::string_view dev_id) {
+    const platform::held_mutex guard(record.shared.dev_mutex);
+    device_record *device = find_record(dev_id);
+    return device != nullptr && device->is_listed ? device : nullptr;
 }
 
 device_record *find_device(std::string_view dev_id) {
-    {
-        const platform::held_mutex guard(record.shared.dev_mutex);
-        if (device_record *device = find_listed(dev_id, false))
-            return device;
-    }
+    if (device_record *device = find_listed_device(dev_id))
+        return device;
     return dev_id == gateway_id() ? own_device() : nullptr;
 }
 
-bool is_listed(const device_record &device) {
-    return &device != &own;
+static device_record &need(device_record *device, std::string_view dev_id) {
+    if (device == nullptr)
+        throw refused("unknown device " + std::string(dev_id));
+    return *device;
+}
+
+device_record &need_device(std::string_view dev_id) {
+    return need(find_device(dev_id), dev_id);
+}
+device_record &need_listed_device(std::string_view dev_id) {
+    return need(find_listed_device(dev_id), dev_id);
 }
 
 device_record *own_device() {
     const std::string id = gateway_id();
     const platform::held_mutex guard(record.shared.dev_mutex);
-    if (device_record *device = find_listed(id, true))
+    if (device_record *device = find_listed_ignoring_case(id))
         return device;
     if (id != own.dev_id) {
         std::memset(own.dev_id, 0, sizeof own.dev_id);
         id.copy(own.dev_id, sizeof own.dev_id - 1);
     }
     return &own;
+}
+
+void check_room_for_devices(std::size_t more) {
+    if (device_records.size() + more > device_records_max)
+        throw refused("the gateway can have had " + std::to_string(device_records_max) +
+                      " devices only until it is started anew");
+}
+
+void list_device(const site_device &from) {
+    const platform::held_mutex guard(record.shared.dev_mutex);
+    device_record &device = make_record(from.id());
+    dev_cntl_t *fields = &device;
+    // Whoever still holds the record of a device that comes back may be reading its id.
+    const field *id_field = &device_fields().front();
+    for (const field &of : device_fields().subspan(1))
+        write_field(fields, of, is_number(of) ? field_value(int64_t{0}) : field_value(""));
+    device.line_stat_sent = 0;
+    device.state = DEV_STATE_BOUND;
+    device.dps = from.dps;
+    device.is_listed = true;
+    for (const field_setting &setting : from.fields) {
+        if (setting.of != id_field)
+            write_field(fields, *setting.of, setting.value);
+    }
+    (last_listed == nullptr ? record.shared.dev_list : last_listed->next) = &device;
+    last_listed = &device;
+    std::atomic_ref(record.shared.dev_count).fetch_add(1);
+}
+
+void unlist_device(device_record &device) {
+    const platform::held_mutex guard(record.shared.dev_mutex);
+    dev_cntl_t *previous = nullptr;
+    dev_cntl_t **link = &record.shared.dev_list;
+    while (*link != &device) {
+        previous = *link;
+        link = &previous->next;
+    }
+    *link = device.next;
+    if (last_listed == &device)
+        last_listed = previous;
+    device.next = nullptr;
+    device.state = DEV_STATE_FREE;
+    device.dps = "{}";
+    device.is_listed = false;
+    std::atomic_ref(record.shared.dev_count).fetch_sub(1);
 }
 
 } // namespace gateway

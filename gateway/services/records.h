@@ -3,7 +3,7 @@
 // Whoever changes something lasting holds change_mutex over the whole change, writes the store
 // first and then the record, under field_mutex or dev_mutex. So the agent, which takes only these
 // two, never waits for the disk, and memory and store never disagree. Order: change_mutex before
-// the other two.
+// the other two. No report is sent with any of them held.
 #pragma once
 
 #include "gateway/records.h"
@@ -20,10 +20,14 @@ struct gateway_record {
     int32_t channel;  /**< Zigbee radio channel */
 };
 
+/** Most devices that a gateway may ever have had since it was opened. */
+constexpr std::size_t device_records_max = 65'536;
+
 /** A device record with what the agent does not know. Lives until the gateway is closed, so that a
- * record handed out stays valid when its device leaves. */
+ * record handed out stays valid when its device leaves; a device that comes back gets it again. */
 struct device_record : dev_cntl_t {
     std::string dps = "{}"; /**< data points, JSON object; guarded by dev_mutex */
+    bool is_listed = false; /**< stands in the list and in the store; guarded by dev_mutex */
 };
 
 /** The one gateway record. */
@@ -39,10 +43,22 @@ void close_records();
 
 /** The device in the list, or the gateway's own, or null. Takes dev_mutex. */
 device_record *find_device(std::string_view dev_id);
-/** Whether a device stands in the store; else it is the gateway's own, beside the list. */
-bool is_listed(const device_record &device);
+/** The device in the list, or null. Takes dev_mutex. */
+device_record *find_listed_device(std::string_view dev_id);
+/** The device that find_device tells. @throws refused  there is none */
+device_record &need_device(std::string_view dev_id);
+/** The same for find_listed_device. */
+device_record &need_listed_device(std::string_view dev_id);
 /** The gateway's own device: the one in the list that has its id, else one beside the list. Takes
  * dev_mutex. */
 device_record *own_device();
+
+/** @throws refused  so many more records would be too many; change_mutex is held */
+void check_room_for_devices(std::size_t more);
+/** Puts a device that is not listed at the end of the list; change_mutex is held, there is room.
+ * Takes dev_mutex. */
+void list_device(const site_device &from);
+/** Takes a listed device out of the list; change_mutex is held. Takes dev_mutex. */
+void unlist_device(device_record &device);
 
 } // namespace gateway

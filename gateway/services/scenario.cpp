@@ -1,7 +1,7 @@
 #include "gateway_services/scenario.h"
 
 #include "calls_state.h"
-#include "file_reader.h"
+#include "json_reader.h"
 
 #include <nlohmann/json.hpp>
 
@@ -10,7 +10,7 @@
 namespace gateway {
 namespace {
 
-scenario_entry read_entry(const std::string &name, const file_value &from, bool is_callback) {
+scenario_entry read_entry(const std::string &name, const json_value &from, bool is_callback) {
     scenario_entry entry{.name = name, .result = std::nullopt};
     const bool is_absent = is_callback && from.json == "absent";
     if (is_callback && !is_absent && from.json.is_string())
@@ -26,7 +26,7 @@ scenario_entry read_entry(const std::string &name, const file_value &from, bool 
     return entry;
 }
 
-std::vector<scenario_entry> read_entries(const file_value &from, bool are_callbacks) {
+std::vector<scenario_entry> read_entries(const json_value &from, bool are_callbacks) {
     from.need_object();
     std::vector<scenario_entry> entries;
     for (const auto &[name, value] : from.json.items())
@@ -34,22 +34,39 @@ std::vector<scenario_entry> read_entries(const file_value &from, bool are_callba
     return entries;
 }
 
+uint32_t read_number(const json_value &from) {
+    return static_cast<uint32_t>(from.whole_number(0, std::numeric_limits<uint32_t>::max()));
+}
+
+bool read_flag(const json_value &from) {
+    return from.json.is_boolean() ? from.json.get<bool>() : read_number(from) != 0;
+}
+
+upgrade_scenario read_upgrade(const json_value &from) {
+    upgrade_scenario read;
+    read_members(from,
+                 {
+                     {"chunk_size", [&](const json_value &v) { read.chunk_size = read_number(v); }},
+                     {"rpt_percent", [&](const json_value &v) { read.rpt_percent = read_flag(v); }},
+                     {"remain_len", [&](const json_value &v) { read.remain_len = read_number(v); }},
+                     {"fail_at", [&](const json_value &v) { read.fail_at = read_number(v); }},
+                     {"install_ms", [&](const json_value &v) { read.install_ms = read_number(v); }},
+                     {"never_start", [&](const json_value &v) { read.never_start = read_flag(v); }},
+                     {"refuse_same_version",
+                      [&](const json_value &v) { read.refuse_same_version = read_flag(v); }},
+                 });
+    return read;
+}
+
 } // namespace
 
 scenario parse_scenario(std::string_view text, const std::string &file_name) {
-    const auto json = parse_file(text, file_name);
-    const file_value whole{file_name, "", json};
-    whole.need_object();
     scenario read;
-    for (const auto &[name, value] : json.items()) {
-        const file_value member = whole.member(name, value);
-        if (name == "services")
-            read.services = read_entries(member, false);
-        else if (name == "callbacks")
-            read.callbacks = read_entries(member, true);
-        else
-            member.refuse_unknown("services, callbacks");
-    }
+    read_file_object(
+        text, file_name,
+        {{"services", [&](const json_value &from) { read.services = read_entries(from, false); }},
+         {"callbacks", [&](const json_value &from) { read.callbacks = read_entries(from, true); }},
+         {"upgrade", [&](const json_value &from) { read.upgrade = read_upgrade(from); }}});
     return read;
 }
 

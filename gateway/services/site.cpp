@@ -1,26 +1,26 @@
 #include "gateway_services/site.h"
 
-#include "data_points.h"
-#include "file_reader.h"
+#include "json_reader.h"
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <set>
 
 namespace gateway {
 namespace {
 
-field_value value_from_file(const field &of, const file_value &from) {
+constexpr int64_t join_after_ms_max = 3'600'000;
+
+field_value value_from_file(const field &of, const json_value &from) {
     field_value value;
     if (is_number(of)) {
         if (of.is_flag && from.json.is_boolean())
             value = int64_t{from.json.get<bool>()};
         else
             value = from.whole_number(of.lowest, of.highest);
-    } else if (from.json.is_string()) {
-        value = from.json.get<std::string>();
     } else {
-        from.refuse(std::string("is ") + from.json.type_name() + ", expected a text");
+        value = from.text();
     }
     try {
         check_value(of, value);
@@ -30,11 +30,11 @@ field_value value_from_file(const field &of, const file_value &from) {
     return value;
 }
 
-std::vector<field_setting> read_gateway(const file_value &from) {
+std::vector<field_setting> read_gateway(const json_value &from, uint32_t number) {
     from.need_object();
-    std::vector<field_setting> settings = default_gateway();
+    std::vector<field_setting> settings = default_gateway(number);
     for (const auto &[name, value] : from.json.items()) {
-        const file_value member = from.member(name, value);
+        const json_value member = from.member(name, value);
         const field *of = find_field(gateway_fields(), name);
         if (of == nullptr)
             member.refuse_unknown(field_names(gateway_fields()));
@@ -43,58 +43,71 @@ std::vector<field_setting> read_gateway(const file_value &from) {
     return settings;
 }
 
-site_device read_device(const file_value &from) {
+/** Reads a device. @param join_after_ms  the member of that name, which only one that waits to join
+ * may have; else null */
+void read_device(const json_value &from, site_device &device, uint32_t *join_after_ms) {
     from.need_object();
-    site_device device;
     for (const auto &[name, value] : from.json.items()) {
-        const file_value member = from.member(name, value);
+        const json_value member = from.member(name, value);
         if (name == "dps") {
-            if (const std::string fault = data_points_fault(value); !fault.empty())
-                member.refuse(fault);
-            device.dps = value.dump();
-            continue;
+            device.dps = member.data_points();
+        } else if (join_after_ms != nullptr && name == "join_after_ms") {
+            *join_after_ms = static_cast<uint32_t>(member.whole_number(0, join_after_ms_max));
+        } else if (const field *of = find_field(device_fields(), name)) {
+            device.fields.push_back({of, value_from_file(*of, member)});
+        } else {
+            member.refuse_unknown(field_names(device_fields()) + ", dps" +
+                                  (join_after_ms != nullptr ? ", join_after_ms" : ""));
         }
-        const field *of = find_field(device_fields(), name);
-        if (of == nullptr)
-            member.refuse_unknown(field_names(device_fields()) + ", dps");
-        device.fields.push_back({of, value_from_file(*of, member)});
     }
-    return device;
+    (void)from.required("dev_id");
 }
 
-std::vector<site_device> read_devices(const file_value &from) {
+/** Reads a list of devices. @param ids  those of all lists so far */
+template <typename Device>
+std::vector<Device> read_devices(const json_value &from, std::set<std::string> &ids) {
     from.need_array();
-    std::vector<site_device> devices;
-    std::set<std::string> ids;
-    for (std::size_t i = 0; i < from.json.size(); ++i) {
-        const file_value element = from.element(i);
-        devices.push_back(read_device(element));
-        const auto id = element.json.find("dev_id");
-        if (id == element.json.end())
-            element.refuse("has no dev_id");
-        if (!ids.insert(id->get<std::string>()).second)
-            element.member("dev_id", *id).refuse("'" + id->get<std::string>() + "' is given twice");
+    std::vector<Device> devices(from.json.size());
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        Device &device = devices[i];
+        const json_value element = from.element(i);
+        if constexpr (std::is_same_v<Device, joining_device>)
+            read_device(element, device, &device.join_after_ms);
+        else
+            read_device(element, device, nullptr);
+        if (!ids.insert(device.id()).second)
+            element.required("dev_id").refuse("'" + device.id() + "' is given twice");
     }
     return devices;
 }
 
 } // namespace
 
-site parse_site(std::string_view text, const std::string &file_name) {
-    const auto json = parse_file(text, file_name);
-    const file_value whole{file_name, "", json};
-    whole.need_object();
+void site_device::set(std::string_view name, field_value value) {
+    const field *of = find_field(device_fields(), name);
+    std::erase_if(fields, [&](const field_setting &setting) { return setting.of == of; });
+    fields.push_back({of, std::move(value)});
+}
+
+const std::string &site_device::id() const {
+    const auto found = std::find_if(fields.begin(), fields.end(), [](const field_setting &setting) {
+        return setting.of == &device_fields().front();
+    });
+    return std::get<std::string>(found->value);
+}
+
+site parse_site(std::string_view text, const std::string &file_name, uint32_t number) {
     site read;
-    read.gateway = default_gateway();
-    for (const auto &[name, value] : json.items()) {
-        const file_value member = whole.member(name, value);
-        if (name == "gateway")
-            read.gateway = read_gateway(member);
-        else if (name == "devices")
-            read.devices = read_devices(member);
-        else
-            member.refuse_unknown("gateway, devices");
-    }
+    read.gateway = default_gateway(number);
+    std::set<std::string> ids;
+    read_file_object(
+        text, file_name,
+        {{"gateway", [&](const json_value &from) { read.gateway = read_gateway(from, number); }},
+         {"devices",
+          [&](const json_value &from) { read.devices = read_devices<site_device>(from, ids); }},
+         {"joining", [&](const json_value &from) {
+              read.joining = read_devices<joining_device>(from, ids);
+          }}});
     return read;
 }
 

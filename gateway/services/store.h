@@ -1,17 +1,17 @@
-// What lasts: the gateway's fields, its devices and its settings in an SQLite database.
+// What lasts, in an SQLite database: the gateway's fields, its devices and its settings. What else
+// lasts is read and written by the subject that it belongs to, through prepare.
 //
-// Every change is one transaction and lasting when its function returns. Called with change_mutex
-// held, or before anybody else runs. All functions throw refused when the database fails.
+// Every change is one transaction of its own unless one is open, and lasting when its function
+// returns. Called with change_mutex held, or before anybody else runs. All functions throw refused
+// when the database fails.
 #pragma once
 
 #include "gateway_services/site.h"
+#include "sql.h"
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
-
-struct sqlite3;
 
 namespace gateway {
 
@@ -25,6 +25,8 @@ class store {
     [[nodiscard]] bool is_new();
     /** Begins a gateway's life, all or nothing. */
     void begin_life(const site &first);
+    /** Brings a database of an older version up to date, all or nothing. */
+    void update_schema();
     /** Reads everything back. What cannot be right any more is refused. */
     site load();
 
@@ -41,11 +43,23 @@ class store {
     void set_setting(std::string_view name, std::string_view value);
     /** Reads them. @return empty when there are none */
     std::string setting(std::string_view name);
+    /** Removes them, if any. */
+    void erase_setting(std::string_view name);
+
+    /** A statement on the tables of schema in store.cpp. */
+    statement prepare(const std::string &sql) { return {database_.get(), sql}; }
+    [[nodiscard]] sqlite3 *database() const { return database_.get(); }
 
   private:
     struct closer {
         void operator()(sqlite3 *database) const;
     };
+
+    [[nodiscard]] int64_t version();
+    void run_schema_steps();
+    void insert_device(const char *table, const site_device &device,
+                       const uint32_t *join_after_ms = nullptr);
+
     std::unique_ptr<sqlite3, closer> database_;
 };
 

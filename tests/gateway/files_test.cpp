@@ -80,6 +80,9 @@ TEST(site_file, what_is_left_out_has_its_default) {
 TEST(scenario_file, mistakes_are_told_with_file_and_member) {
     const bad_file files[] = {
         {R"({"service": {}})", "service: unknown; there are: services, callbacks"},
+        {R"({"upgrade": {"chunk": 1}})", "upgrade.chunk: unknown; there are: chunk_size, "},
+        {R"({"upgrade": {"remain_len": -1}})", "upgrade.remain_len: is -1; it may be 0 to"},
+        {R"({"upgrade": {"never_start": "yes"}})", "upgrade.never_start: is string, expected"},
         {R"({"services": {"nosuch": 1}})",
          "services.nosuch: no such service; there are: engr_get_gw_ext_stat"},
         {R"({"services": {"wf_get_ip": "absent"}})",

@@ -48,6 +48,48 @@ class StoreTest(unittest.TestCase):
             self.assertIn("is not used", gateway.stderr())
 
 
+class SiteTest(unittest.TestCase):
+    def test_demo_gateways_on_several_addresses_tell_themselves_apart(self):
+        with Gateway() as gateway, Gateway() as other:
+            ids = [one.status()["gateway"]["gw_id"] for one in (gateway, other)]
+            self.assertNotEqual(*ids)
+            for gw_id in ids:
+                self.assertRegex(gw_id, "^engrgw[0-9]{10}$")
+            gateway.stop()
+            gateway.start()
+            self.assertEqual(gateway.status()["gateway"]["gw_id"], ids[0])
+
+    def test_ten_thousand_devices_load_and_are_found(self):
+        many = {"devices": [{"dev_id": f"d{number}", "dps": {"1": 0}} for number in range(10_000)]}
+        with Gateway(site=many) as gateway:
+            self.assertEqual(gateway.status()["devices"], 10_000)
+            gateway.ctl("device", "d9999", "online", "1")
+            gateway.stop(signal.SIGKILL)
+            gateway.start()
+            self.assertEqual(gateway.status()["devices"], 10_000)
+
+
+class LogTest(unittest.TestCase):
+    def test_a_log_that_was_fetched_is_a_copy_and_leaves_nothing(self):
+        with Gateway("--log-level", "4", data_dir="a b'c\"$(d);e") as gateway:
+            with open(os.path.join(gateway.data_dir, "upload-0009.log"), "w", encoding="utf-8"):
+                pass
+            gateway.stop()
+            gateway.start()
+            fetched = os.path.join(gateway.directory, "fetched")
+            for _ in range(2):
+                done = subprocess.run([program("engr_app"), "--gateway", gateway.address, "log", fetched],
+                                      capture_output=True, text=True, timeout=PATIENCE_S, check=False)
+                self.assertEqual(done.returncode, 0, done.stderr)
+                log_path = os.path.join(gateway.data_dir, "engr_gatewayd.log")
+                with open(fetched, "rb") as file, open(log_path, "rb") as log:
+                    content = file.read()
+                    self.assertEqual(content, log.read(len(content)))
+            gateway.stop()
+            self.assertEqual([name for name in os.listdir(gateway.data_dir) if name.startswith("upload")], [])
+            self.assertNotIn("e", os.listdir(gateway.directory), "no shell may have read the directory's name")
+
+
 class StartTest(unittest.TestCase):
     def run_daemon(self, *options):
         return subprocess.run([program("engr_gatewayd"), *options], capture_output=True, text=True,
@@ -115,7 +157,8 @@ class ControlTest(unittest.TestCase):
                 (["set", "gw_id"], 2, "usage: set FIELD VALUE"),
                 (["set", "nosuch", "1"], 2, "no such field; there are: nw_cfg_stat"),
                 (["set", "local_key", "short"], 2, "a key has 16, or none"),
-                (["device", "z", "online", "1"], 1, "no device 'z'"),
+                (["device", "z", "online", "1"], 1, "unknown device z"),
+                (["join", "z"], 1, "joining is closed"),
                 (["report", "a", "{"], 2, "is not valid JSON"),
                 (["fault", "nosuch", "1"], 2, "no such service; there are:"),
                 (["callback", "nosuch", "absent"], 2, "no such callback; there are:"),
@@ -151,6 +194,8 @@ class ControlTest(unittest.TestCase):
         with Gateway() as gateway:
             for arguments, result in [(["engr_lan_sub_dev_bind_report", "a"], -2), (["engr_lan_pro_cntl_init"], 0),
                                       (["engr_lan_gw_unactive_report"], -940), (["lpc_close_all_socket"], None),
+                                      (["engr_rpt_upload_upgrade_percent", "50", "a", "1"], -940),
+                                      (["engr_lan_sub_dev_unbind_report"], -2), (["engr_lan_dp_sata_report"], -940),
                                       (["engr_lan_pro_cntl_exit"], 0), (["engr_lan_pro_cntl_exit"], 0)]:
                 self.assertEqual(gateway.ctl("call", *arguments), {"result": result}, arguments)
             status = gateway.status()

@@ -1,5 +1,8 @@
 // The reference gateway's services as their host sees them: opened, operated, closed.
 //
+// Configuration files, log snapshots and firmware images are files of the working directory, so
+// that no directory's name is part of a path that the agent cuts or hands to a shell.
+//
 // There is one gateway in a process, like the contracts in gateway/ and platform/ that it fulfils.
 // All functions may be called on any thread between open and close. They throw usage_error and
 // refused.
@@ -19,12 +22,16 @@ namespace gateway {
 
 /** What open needs. */
 struct open_options {
-    std::string store_path = ":memory:"; /**< SQLite file, or ":memory:" */
+    std::string store_path = ":memory:"; /**< SQLite file, or ":memory:", then images too are kept
+                                            in memory, else in files of the working directory */
     site initial_site;                   /**< used when the store is new */
     scenario faults;                     /**< how the services misbehave from the start */
     /** Takes each trace line, without line feed; it has kept the line when it returns. One call at
      * a time. Empty: no trace. */
     std::function<void(std::string_view)> trace;
+    /** Writes the log so far into a file of that name in the working directory; false when it
+     * cannot. Empty: there is no log to upload. */
+    std::function<bool(const std::string &name)> snapshot_log = {};
     /** Tells the gateway's address in dotted decimal, empty when it has none. */
     std::function<std::string()> address;
 };
@@ -54,6 +61,41 @@ void set_device_field(std::string_view dev_id, std::string_view name, const std:
  * @return the result of engr_lan_dp_sata_report
  */
 int32_t report_data_points(std::string_view dev_id, std::string_view dps);
+
+/**
+ * A device joins at once, as one of the site that waits to join or as a new one.
+ *
+ * @param pid  its product id; none: that of the site
+ * @throws refused  joining is closed, or the device is in the list already
+ */
+void join_device(const std::string &dev_id, const std::optional<std::string> &pid);
+
+/** A transfer of an image that the upgrade service starts by itself. What is left out is that of
+ * the last offer, or the service's own choice. */
+struct upgrade_start {
+    std::optional<std::string> cid = {}; /**< device, or the gateway's own id */
+    std::optional<uint32_t> file_size = {};
+    std::optional<uint32_t> chunk_size = {};
+    std::optional<bool> percent = {};
+    std::optional<uint32_t> remain = {};
+};
+
+/**
+ * Has the app that drives the upgrade asked for an image, anew when it is being received.
+ *
+ * @return the result of lan_gw_start_upgrade
+ * @throws refused  an image is being installed, or there is no room
+ */
+int32_t start_upgrade(const upgrade_start &wanted);
+
+/**
+ * Puts the Wi-Fi layer into access-point mode and listens for the credentials of a network.
+ *
+ * @return the result of engr_lan_ap_nw_cfg_start
+ */
+int32_t open_access_point();
+/** Listens for credentials without any other change. @return the same */
+int32_t listen_for_credentials();
 
 /** Puts the gateway's network down, or leaves it to follow the address. */
 void set_network_up(bool up);

@@ -16,10 +16,22 @@ struct scenario_entry {
         result; /**< what it returns; without one it is a callback that is absent */
 };
 
+/** How the upgrade service works. */
+struct upgrade_scenario {
+    uint32_t chunk_size = 524'288;    /**< most bytes asked for at once; 0: the agent's default */
+    bool rpt_percent = true;          /**< apps are told the progress */
+    uint32_t remain_len = 0;          /**< bytes handed back of every chunk but the last */
+    std::optional<uint32_t> fail_at;  /**< the byte of the image that cannot be taken */
+    uint32_t install_ms = 500;        /**< how long it takes to install a complete image */
+    bool never_start = false;         /**< the transfer of an accepted image is never started */
+    bool refuse_same_version = false; /**< a version that is installed is not taken again */
+};
+
 /** The entries of a scenario, all of them valid. */
 struct scenario {
     std::vector<scenario_entry> services;
     std::vector<scenario_entry> callbacks;
+    upgrade_scenario upgrade;
 };
 
 /** Reads a scenario file. @throws usage_error that names the file, the member and what is wrong */

@@ -3,6 +3,7 @@
 
 #include "gateway_services/fields.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,26 +20,47 @@ struct field_setting {
 struct site_device {
     std::vector<field_setting> fields; /**< dev_id, and what else was given */
     std::string dps = "{}";            /**< its data points, a JSON object */
+
+    /** Sets a field, whether it was given or not. @param name  one of device_fields() */
+    void set(std::string_view name, field_value value);
+    /** Its dev_id. */
+    [[nodiscard]] const std::string &id() const;
 };
 
-/** A gateway's fields and its devices in list order. What is left out has its default. */
+/** A device that waits to join. */
+struct joining_device : site_device {
+    uint32_t join_after_ms = 2000; /**< after the opening of joining, or after the one before it */
+};
+
+/** A gateway's fields, its devices in list order, and those that may join. What is left out has its
+ * default. */
 struct site {
     std::vector<field_setting> gateway;
     std::vector<site_device> devices;
+    std::vector<joining_device> joining;
 };
+
+/** Number of the gateway that stands on a desk alone. */
+constexpr uint32_t first_gateway_number = 1;
+/** Number that tells gateways on several addresses apart: 1 for 127.0.0.1 and for what is no
+ * address. @param address  dotted decimal */
+uint32_t gateway_number(const std::string &address);
 
 /**
  * Reads a site file.
  *
  * @param text       its content
  * @param file_name  its name, for messages
+ * @param number     as for default_gateway
  * @throws usage_error that names the file, the member and what is wrong
  */
-site parse_site(std::string_view text, const std::string &file_name);
+site parse_site(std::string_view text, const std::string &file_name,
+                uint32_t number = first_gateway_number);
 
-/** Defaults of a gateway's fields: those of the demo gateway. */
-std::vector<field_setting> default_gateway();
-/** The built-in site: a gateway with devices of several kinds. */
-site demo_site();
+/** Defaults of a gateway's fields. @param number  ends its ids */
+std::vector<field_setting> default_gateway(uint32_t number = first_gateway_number);
+/** The built-in site: a gateway with devices of several kinds. @param number  as for
+ * default_gateway */
+site demo_site(uint32_t number = first_gateway_number);
 
 } // namespace gateway

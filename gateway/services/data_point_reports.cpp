@@ -1,0 +1,72 @@
+// Changes of data points: stored, then reported to every app.
+#include "changes.h"
+#include "data_points.h"
+#include "engr_lan_agent.h"
+#include "log.h"
+#include "platform/clock.h"
+#include "records.h"
+#include "store.h"
+
+#include <cstring>
+#include <map>
+#include <new>
+
+namespace gateway {
+namespace {
+
+/** A full message bus is waited for: this often, this long. */
+constexpr int post_tries_max = 200;
+constexpr uint32_t post_pause_ms = 10;
+
+} // namespace
+
+int32_t report_to_apps(std::string_view dev_id, std::string_view dps) {
+    const std::string text = report_text(dev_id, dps);
+    const std::size_t size = sizeof(lan_dp_report_t) + text.size() + 1;
+    const auto block = platform::heap_block<lan_dp_report_t>::allocate(size);
+    if (!block)
+        return ENGR_ERR_NO_MEMORY;
+    new (block.get()) lan_dp_report_t{};
+    std::memcpy(block.get()->data, text.c_str(), text.size() + 1);
+    int32_t result = 0;
+    for (int tries = 0; tries < post_tries_max; ++tries) {
+        result = engr_lan_dp_sata_report(block.get(), static_cast<uint32_t>(size));
+        if (result == 0 || result == ENGR_ERR_NO_CLIENT)
+            return result;
+        kelo_hal_system_sleep(post_pause_ms);
+    }
+    GATEWAY_LOG(LOG_LEVEL_FAILURE, "a report of device %s is lost: result %d",
+                std::string(dev_id).c_str(), result);
+    return result;
+}
+
+int32_t change_data_points(const std::vector<data_point_change> &changes) {
+    {
+        lasting_change change;
+        std::map<device_record *, std::string> changed;
+        for (const data_point_change &each : changes) {
+            device_record &device = need_device(each.dev_id);
+            std::string &dps = changed.emplace(&device, device.dps).first->second;
+            dps = merged_data_points(dps, each.dps);
+        }
+        for (const auto &[device, dps] : changed) {
+            if (device->is_listed)
+                the_store().set_device_dps(device->dev_id, dps);
+            else
+                the_store().set_setting(own_device_dps_setting, dps);
+        }
+        change.commit();
+        const platform::held_mutex guard(the_gateway().shared.dev_mutex);
+        for (auto &[device, dps] : changed)
+            device->dps = std::move(dps);
+    }
+    int32_t result = 0;
+    for (const data_point_change &each : changes) {
+        result = report_to_apps(each.dev_id, each.dps);
+        if (result != 0)
+            break; // no app, or no way to reach any
+    }
+    return result;
+}
+
+} // namespace gateway

@@ -1,0 +1,396 @@
+#include "upgrade_service.h"
+
+#include "callbacks.h"
+#include "calls.h"
+#include "engr_lan_agent.h"
+#include "firmware_install.h"
+#include "gateway_services/error.h"
+#include "gateway_services/gateway.h"
+#include "log.h"
+#include "platform/clock.h"
+#include "platform/owners.h"
+#include "platform/thread.h"
+#include "records.h"
+#include "results.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+/** How far an upgrade has come. */
+enum class phase : uint8_t { idle, offered, receiving, installing, installed, refused, failed };
+constexpr const char *phase_names[] = {"idle",      "offered", "receiving", "installing",
+                                       "installed", "refused", "failed"};
+
+constexpr thrd_param_t starter_thread{16 * 1024, 2, "upgrade_start"};
+/** Longest time for which the end of the gateway waits for an installation to notice it. */
+constexpr uint32_t installing_step_ms = 20;
+constexpr int32_t percent_sending = 99; /**< the device is getting its image */
+constexpr int32_t percent_done = 100;
+constexpr uint32_t device_firmware_type = 10;
+
+/** The upgrade under way, or the last one. */
+struct upgrade_record {
+    phase now = phase::idle;
+    std::string dev_id; /**< as offered; empty: the gateway */
+    lan_fw_info_t firmware{};
+    upgrade_scenario knobs;
+    std::unique_ptr<received_image> image; /**< while offered or receiving */
+    uint32_t received = 0;
+    std::string reason; /**< why it was refused or has failed */
+};
+
+kelo_mutex_t upgrade_mutex; // guards what follows; no call of the agent is made under it
+upgrade_record current;
+upgrade_scenario scenario_knobs;
+image_medium medium;
+/** Tells the transfers apart; the agent hands it back with each call, which may come late. */
+uint32_t transfer_number;
+thrd_handle_t starter;
+bool is_installing;
+bool upgrades_end;
+
+void *as_argument(uint32_t number) {
+    return reinterpret_cast<void *>(static_cast<uintptr_t>(number));
+}
+bool is_current(const void *cb_arg) {
+    return current.now == phase::receiving && cb_arg == as_argument(transfer_number);
+}
+
+bool is_for_gateway() {
+    return current.firmware.fw_kind == FW_KIND_GATEWAY;
+}
+
+firmware_target current_target() {
+    return {is_for_gateway() ? "" : current.dev_id, current.firmware.sw_ver};
+}
+
+std::string own_id() {
+    const gw_cntl_t &gateway = the_gateway().shared;
+    const platform::held_mutex guard(gateway.field_mutex);
+    return gateway.gw_id;
+}
+
+std::string shown_device() {
+    return current.dev_id.empty() ? own_id() : current.dev_id;
+}
+
+/** The upgrade ends without a new version. */
+void give_up(phase how, const std::string &reason) {
+    current.image.reset();
+    current.now = how;
+    current.reason = reason;
+    GATEWAY_LOG(LOG_LEVEL_FAILURE, "upgrade of %s to %s %s: %s", shown_device().c_str(),
+                current.firmware.sw_ver, phase_names[static_cast<std::size_t>(how)],
+                reason.c_str());
+}
+
+/** Begins anew, with room for an image. What was offered or received before is given up: the agent
+ * has one upgrade at a time, and offers the next when it has lost the one before. @throws refused
+ */
+void begin(std::string dev_id, const lan_fw_info_t &firmware, const upgrade_scenario &knobs) {
+    current.image.reset();
+    current = {};
+    current.dev_id = std::move(dev_id);
+    current.firmware = firmware;
+    current.knobs = knobs;
+    ++transfer_number;
+}
+
+void take_room() {
+    current.image = std::make_unique<received_image>(current.firmware.file_size, medium);
+}
+
+/** What lan_gw_start_upgrade needs, copied so that no mutex is held while the agent is called. */
+struct transfer {
+    std::string dev_id;
+    lan_fw_info_t firmware;
+    uint32_t number;
+    bool rpt_percent;
+    uint32_t chunk_size;
+};
+
+transfer begin_transfer() {
+    current.now = phase::receiving;
+    return {current.dev_id, current.firmware, transfer_number, current.knobs.rpt_percent,
+            current.knobs.chunk_size};
+}
+
+/** Takes what is new in a chunk. @return bytes at its end that are handed back @throws refused */
+uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
+    received_image &image = *current.image;
+    const uint32_t added = image.new_bytes(offset, length);
+    const uint32_t end = image.received() + added;
+    if (current.knobs.fail_at && end > *current.knobs.fail_at)
+        throw refused("byte " + std::to_string(*current.knobs.fail_at) +
+                      " cannot be taken: the scenario says so");
+    // At least one byte is kept, so that the transfer comes to an end.
+    const uint32_t back = end == image.size() ? 0 : std::min(current.knobs.remain_len, added - 1);
+    image.append(data + (length - added), added - back);
+    current.received = image.received();
+    return back;
+}
+
+int call_get_file_cb(lan_fw_info_t *firmware, uint32_t total_size, uint32_t offset,
+                     const uint8_t *data, uint32_t length, uint32_t *remain_len, void *cb_arg) {
+    const auto arguments = [&](call_arguments &list) {
+        list.firmware("record", firmware)
+            .number("total_size", total_size)
+            .number("offset", offset)
+            .bytes("data", data, length);
+    };
+    return service(call("get_file_cb"), arguments, [&] {
+        const platform::held_mutex guard(upgrade_mutex);
+        if (!is_current(cb_arg))
+            return result_failed;
+        try {
+            *remain_len = take_chunk(offset, data, length);
+            return 0;
+        } catch (const std::exception &error) {
+            give_up(phase::failed, error.what());
+            return result_failed;
+        }
+    });
+}
+
+/** Lets the time of an installation pass. @throws refused  the gateway ends */
+void pass_installing_time(uint32_t time_ms) {
+    for (uint32_t left_ms = time_ms; left_ms > 0;) {
+        {
+            const platform::held_mutex guard(upgrade_mutex);
+            if (upgrades_end)
+                throw refused("the gateway was stopped");
+        }
+        const uint32_t step_ms = std::min(left_ms, installing_step_ms);
+        kelo_hal_system_sleep(step_ms);
+        left_ms -= step_ms;
+    }
+}
+
+void tell_percent(const firmware_target &target, const upgrade_scenario &knobs, int32_t percent) {
+    if (knobs.rpt_percent && !target.dev_id.empty())
+        engr_rpt_upload_upgrade_percent(percent, target.dev_id.c_str(), 0);
+}
+
+/** Installs a complete image: of the gateway at once, to a device it is sent by radio first. */
+void install(received_image &image, const firmware_target &target, const lan_fw_info_t &firmware,
+             const upgrade_scenario &knobs) {
+    verify_image(image, firmware.file_md5);
+    check_version(target);
+    tell_percent(target, knobs, percent_sending);
+    pass_installing_time(knobs.install_ms);
+    install_firmware(image, target);
+    {
+        // The agent's upgrade ends with the report below, and the next one may begin.
+        const platform::held_mutex guard(upgrade_mutex);
+        is_installing = false;
+    }
+    tell_percent(target, knobs, percent_done);
+    if (target.dev_id.empty())
+        return;
+    const int32_t result = engr_lan_gw_subdevice_update(
+        target.dev_id.c_str(), target.sw_ver.c_str(), device_firmware_type, 0, 0);
+    if (result != 0 && result != ENGR_ERR_NO_CLIENT)
+        GATEWAY_LOG(LOG_LEVEL_WARNING, "the version of %s is not reported: result %d",
+                    target.dev_id.c_str(), result);
+}
+
+int32_t receive_outcome(bool is_complete, const void *cb_arg) {
+    std::unique_ptr<received_image> image;
+    firmware_target target;
+    lan_fw_info_t firmware;
+    upgrade_scenario knobs;
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        if (!is_current(cb_arg))
+            return result_failed;
+        if (!is_complete) {
+            give_up(phase::failed, "the app left, fell silent or sent more than the image");
+            return 0;
+        }
+        current.now = phase::installing;
+        is_installing = true;
+        image = std::move(current.image);
+        target = current_target();
+        firmware = current.firmware;
+        knobs = current.knobs;
+    }
+    int32_t result = 0;
+    std::string reason;
+    try {
+        install(*image, target, firmware, knobs);
+    } catch (const std::exception &error) {
+        result = result_failed;
+        reason = error.what();
+    }
+    image.reset();
+    const platform::held_mutex guard(upgrade_mutex);
+    if (cb_arg != as_argument(transfer_number))
+        return result; // the next upgrade has begun
+    is_installing = false;
+    if (result == 0)
+        current.now = phase::installed;
+    else
+        give_up(phase::failed, reason);
+    return result;
+}
+
+int call_ug_notify_cb(lan_fw_info_t *firmware, int result, void *cb_arg) {
+    const auto arguments = [&](call_arguments &list) {
+        list.firmware("record", firmware).number("result", result);
+    };
+    return service(call("ug_notify_cb"), arguments,
+                   [&] { return receive_outcome(result == 0, cb_arg); });
+}
+
+/** Has the agent ask the app for the image. Takes up to the time of a send. @return the agent's
+ * result */
+int32_t run_transfer(transfer begun) {
+    const int32_t result = lan_gw_start_upgrade(
+        begun.dev_id.c_str(), &begun.firmware,
+        callback_unless_absent(call("get_file_cb"), call_get_file_cb), as_argument(begun.number),
+        callback_unless_absent(call("ug_notify_cb"), call_ug_notify_cb), begun.rpt_percent ? 1 : 0,
+        begun.chunk_size);
+    const platform::held_mutex guard(upgrade_mutex);
+    if (result != 0 && is_current(as_argument(begun.number)))
+        give_up(phase::failed, "the transfer cannot be started: result " + std::to_string(result));
+    return result;
+}
+
+void run_starter(void *argument) {
+    std::optional<transfer> begun;
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        if (current.now == phase::offered && argument == as_argument(transfer_number))
+            begun = begin_transfer();
+    }
+    if (begun)
+        run_transfer(std::move(*begun));
+}
+
+/** Waits for the end of the thread that started the transfer before. */
+void end_starter() {
+    thrd_handle_t ended = nullptr;
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        ended = std::exchange(starter, nullptr);
+    }
+    DeleteThrdHandle(ended);
+}
+
+/** Takes an offer whose data stands in the record. @throws refused, usage_error */
+void take_offer() {
+    const firmware_target target = current_target();
+    if (current.firmware.file_size == 0)
+        throw refused("the image is empty");
+    check_version(target);
+    const std::string installed = installed_version(target.dev_id);
+    if (current.knobs.refuse_same_version && installed == target.sw_ver)
+        throw refused("this version is installed already");
+    take_room();
+    current.now = phase::offered;
+    if (!current.knobs.never_start &&
+        CreateAndStart(&starter, nullptr, nullptr, run_starter, as_argument(transfer_number),
+                       &starter_thread) != 0)
+        throw refused("the transfer cannot be started: no thread");
+}
+
+int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
+    end_starter();
+    const platform::held_mutex guard(upgrade_mutex);
+    if (is_installing) {
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "another image is refused while that of %s is installed",
+                    shown_device().c_str());
+        return result_failed;
+    }
+    begin(dev_id, firmware, scenario_knobs);
+    try {
+        take_offer();
+        return 0;
+    } catch (const std::exception &error) {
+        give_up(phase::refused, error.what());
+        return result_failed;
+    }
+}
+
+} // namespace
+
+int32_t call_gw_lan_ug_cb(lan_fw_info_t *firmware) {
+    return service(
+        call("gw_lan_ug_cb"), [&](call_arguments &list) { list.firmware("record", firmware); },
+        [&] { return receive_offer("", *firmware); });
+}
+
+int32_t call_dev_lan_ug_cb(const char *dev_id, lan_fw_info_t *firmware) {
+    return service(
+        call("dev_lan_ug_cb"),
+        [&](call_arguments &list) { list.text("dev_id", dev_id).firmware("record", firmware); },
+        [&] { return receive_offer(dev_id, *firmware); });
+}
+
+int32_t start_upgrade(const upgrade_start &wanted) {
+    std::optional<transfer> begun;
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        if (is_installing)
+            throw refused("the image of " + shown_device() + " is being installed");
+        std::string dev_id = wanted.cid.value_or(current.dev_id);
+        lan_fw_info_t firmware = current.firmware;
+        const bool is_own = dev_id.empty() || dev_id == own_id();
+        firmware.fw_kind = is_own ? FW_KIND_GATEWAY : FW_KIND_SUB_DEVICE;
+        firmware.file_size = wanted.file_size.value_or(firmware.file_size);
+        upgrade_scenario knobs = scenario_knobs;
+        knobs.chunk_size = wanted.chunk_size.value_or(knobs.chunk_size);
+        knobs.rpt_percent = wanted.percent.value_or(knobs.rpt_percent);
+        knobs.remain_len = wanted.remain.value_or(knobs.remain_len);
+        begin(std::move(dev_id), firmware, knobs);
+        try {
+            take_room();
+        } catch (const std::exception &error) {
+            give_up(phase::failed, error.what());
+            throw;
+        }
+        begun = begin_transfer();
+    }
+    return run_transfer(std::move(*begun));
+}
+
+void open_upgrades(const upgrade_scenario &scenario, image_medium kept_in) {
+    if (kelo_hal_mutex_create_init(&upgrade_mutex) != 0)
+        throw refused("no mutex could be created");
+    scenario_knobs = scenario;
+    medium = kept_in;
+    is_installing = false;
+    upgrades_end = false;
+}
+
+void stop_upgrades() {
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        upgrades_end = true;
+    }
+    end_starter();
+}
+
+void close_upgrades() {
+    current = {};
+    kelo_hal_mutex_release(std::exchange(upgrade_mutex, nullptr));
+}
+
+void add_upgrade_status(nlohmann::ordered_json &status) {
+    const platform::held_mutex guard(upgrade_mutex);
+    const bool is_known = current.now != phase::idle;
+    status["upgrade"] = {{"state", phase_names[static_cast<std::size_t>(current.now)]},
+                         {"device", is_known ? shown_device() : ""},
+                         {"version", current.firmware.sw_ver},
+                         {"received", current.received},
+                         {"size", current.firmware.file_size},
+                         {"reason", current.reason}};
+}
+
+} // namespace gateway
