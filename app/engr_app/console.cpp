@@ -6,32 +6,18 @@
 #include "safe_text.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <iostream>
+#include <utility>
 
 #include <nlohmann/json.hpp>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace engr_app {
 namespace {
 
-constexpr std::size_t default_columns = 100;
-constexpr std::size_t narrowest_columns = 40;
 constexpr std::size_t column_gap = 2;
 // Nothing that a gateway says in a table, a line or a sentence is worth more.
 constexpr std::size_t max_cell_columns = 300;
 constexpr std::size_t max_line_columns = 2000;
-
-std::size_t terminal_columns(int descriptor) {
-    winsize size{};
-    if (ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
-        return default_columns;
-    }
-    return std::max<std::size_t>(size.ws_col, narrowest_columns);
-}
 
 std::string padded(std::string text, std::size_t columns) {
     const std::size_t used = text_columns(text);
@@ -39,15 +25,27 @@ std::string padded(std::string text, std::size_t columns) {
     return text;
 }
 
+std::string document_text(const nlohmann::json &value) {
+    return value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
+}
+
 } // namespace
 
-console::console(bool json, bool quiet_notices)
-    : json_(json), output_is_terminal_(isatty(STDOUT_FILENO) == 1),
-      messages_on_terminal_(isatty(STDERR_FILENO) == 1 && !quiet_notices),
-      colour_(output_is_terminal_ && std::getenv("NO_COLOR") == nullptr),
-      columns_(output_is_terminal_ ? terminal_columns(STDOUT_FILENO) : default_columns) {}
+console::console(screen &shown_on, bool json, bool quiet_notices)
+    : screen_(shown_on), json_(json), quiet_(quiet_notices),
+      colour_(shown_on.output_is_terminal() && std::getenv("NO_COLOR") == nullptr) {}
+
+console::console(screen &shown_on, bool json, bool quiet_notices, std::string gateway_name)
+    : console(shown_on, json, quiet_notices) {
+    gateway_name_ = std::move(gateway_name);
+    prefix_ = gateway_name_ + ": ";
+}
 
 void console::table(const row &header, const std::vector<row> &rows) {
+    if (!gateway_name_.empty()) {
+        kept_.tables.push_back({header, rows});
+        return;
+    }
     std::vector<row> lines{header};
     lines.insert(lines.end(), rows.begin(), rows.end());
     std::vector<std::size_t> widths(header.size(), 0);
@@ -57,100 +55,127 @@ void console::table(const row &header, const std::vector<row> &rows) {
             widths[column] = std::max(widths[column], text_columns(cells[column]));
         }
     }
+    std::string shown;
     for (std::size_t number = 0; number < lines.size(); ++number) {
-        std::string shown;
+        std::string one;
         for (std::size_t column = 0; column < lines[number].size(); ++column) {
             const bool last = column + 1 == lines[number].size();
             std::string &cell = lines[number][column];
-            if (!output_is_terminal_) {
-                shown += cell + (last ? "" : "\t");
+            if (!screen_.output_is_terminal()) {
+                one += cell + (last ? "" : "\t");
             } else {
-                shown += last ? cell : padded(cell, widths[column] + column_gap);
+                one += last ? cell : padded(cell, widths[column] + column_gap);
             }
         }
-        if (output_is_terminal_) {
-            shown = safe_text(shown, columns_);
+        if (screen_.output_is_terminal()) {
+            one = safe_text(one, screen_.columns());
         }
         const bool bold = colour_ && number == 0;
-        std::cout << (bold ? "\x1b[1m" : "") << shown << (bold ? "\x1b[0m" : "") << '\n';
+        shown += (bold ? "\x1b[1m" : "") + one + (bold ? "\x1b[0m" : "") + '\n';
     }
-    check_output();
+    screen_.output(shown);
 }
 
 void console::facts(const std::vector<std::pair<std::string, std::string>> &named) {
+    if (!gateway_name_.empty()) {
+        kept_results::table told{{"FACT", "VALUE"}, {}};
+        for (const auto &[name, value] : named) {
+            told.rows.push_back({name, value});
+        }
+        kept_.tables.push_back(std::move(told));
+        return;
+    }
     std::size_t widest = 0;
     for (const auto &[name, value] : named) {
         widest = std::max(widest, name.size());
     }
+    std::string shown;
     for (const auto &[name, value] : named) {
-        std::cout << padded(name + ":", widest + 1 + column_gap)
-                  << safe_text(value, max_cell_columns) << '\n';
+        shown +=
+            padded(name + ":", widest + 1 + column_gap) + safe_text(value, max_cell_columns) + '\n';
     }
-    check_output();
+    screen_.output(shown);
 }
 
 void console::line(std::string_view text) {
-    std::cout << safe_text(text, max_line_columns) << '\n';
-    check_output();
+    screen_.output(safe_text(prefix_ + std::string(text), max_line_columns) + '\n');
 }
 
 void console::text(std::string_view text) {
-    if (!output_is_terminal_) {
-        std::cout << text << '\n';
-        return check_output();
+    if (!gateway_name_.empty()) {
+        kept_.texts.emplace_back(text);
+        return;
+    }
+    if (!screen_.output_is_terminal()) {
+        return screen_.output(std::string(text) + '\n');
     }
     // Lines stay lines.
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
-        std::cout << safe_text(text.substr(0, end), max_line_columns) << '\n';
+        line(text.substr(0, end));
         text.remove_prefix(std::min(end + 1, text.size()));
     }
-    check_output();
 }
 
 void console::document(const nlohmann::json &value) {
     document_written_ = true;
-    std::cout << value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-    check_output();
+    if (!gateway_name_.empty()) {
+        kept_.document = std::make_shared<nlohmann::json>(value);
+        return;
+    }
+    screen_.output(document_text(value));
 }
 
 void console::json_line(const nlohmann::json &value) {
     document_written_ = true;
-    std::cout << one_line(value) << '\n';
-    check_output();
+    if (gateway_name_.empty()) {
+        return screen_.output(one_line(value) + '\n');
+    }
+    kept_.streamed = true;
+    nlohmann::json named = value;
+    named["gateway"] = gateway_name_;
+    screen_.output(one_line(named) + '\n');
+}
+
+void console::message(std::string_view sentence, std::size_t max_columns) {
+    screen_.message(safe_text(prefix_ + std::string(sentence), max_columns) + '\n');
 }
 
 void console::progress(std::string_view sentence) {
-    if (messages_on_terminal_) {
-        std::cerr << safe_text(sentence, max_line_columns) << '\n';
+    if (screen_.messages_are_terminal() && !quiet_) {
+        message(sentence, max_line_columns);
     }
+}
+
+progress_bar console::bar(std::string_view label, std::uint64_t total, std::string_view unit) {
+    if (json_ || quiet_) {
+        return {};
+    }
+    return {screen_,
+            {.label = prefix_ + std::string(label), .unit = std::string(unit), .total = total}};
 }
 
 void console::notice(std::string_view sentence) {
-    std::cerr << safe_text(sentence, max_line_columns) << '\n';
+    message(sentence, max_line_columns);
 }
 
 void console::trace(std::string_view text) {
-    std::cerr << safe_text(text, max_cell_columns) << '\n';
+    message(text, max_cell_columns);
 }
 
 void console::problem(const std::string &kind, std::string_view sentence) {
-    if (json_ && !document_written_) {
+    screen_.message("engr_app: " + safe_text(prefix_ + std::string(sentence), max_line_columns) +
+                    '\n');
+    const nlohmann::json told{{"kind", kind}, {"message", sentence}};
+    if (!gateway_name_.empty()) {
+        kept_.error = std::make_shared<nlohmann::json>(told);
+    } else if (json_ && !document_written_) {
         document_written_ = true;
-        std::cout << nlohmann::json{{"error", {{"kind", kind}, {"message", sentence}}}}.dump(
-                         2, ' ', false, nlohmann::json::error_handler_t::replace)
-                  << '\n'
-                  << std::flush;
-    }
-    std::cerr << "engr_app: " << safe_text(sentence, max_line_columns) << '\n';
-}
-
-// A result that could not be written is no result.
-void console::check_output() {
-    std::cout.flush();
-    if (!std::cout) {
-        throw failure("output",
-                      std::string("standard output can't be written: ") + std::strerror(errno));
+        try {
+            screen_.output(document_text({{"error", told}}));
+        } catch (const failure &) {
+            return; // the sentence above is all that can be said
+        }
     }
 }
 

@@ -3,6 +3,9 @@
 
 #include "failure.h"
 #include "json_text.h"
+#include "question.h"
+
+#include <unordered_set>
 
 #include <nlohmann/json.hpp>
 
@@ -21,12 +24,6 @@ std::vector<std::string> texts(const nlohmann::json &object, const char *name) {
         }
     }
     return all;
-}
-
-failure not_understood(const char *what, std::string_view payload) {
-    constexpr std::size_t shown_bytes = 120;
-    return {"bad_answer", std::string("the gateway's answer is no ") + what + ": " +
-                              std::string(payload.substr(0, shown_bytes))};
 }
 
 } // namespace
@@ -62,6 +59,33 @@ line_state parse_line_state(std::string_view payload) {
 bool says_no_devices(const lan_client::answer &answered) {
     return !answered.failure && answered.ret != 0 &&
            answered.payload == "online_dev or offline_dev is null";
+}
+
+nlohmann::json accepted_devices(session &present, const lan_client::answer &list,
+                                const lan_client::answer &states) {
+    const std::vector<device> devices = parse_device_list(present.accepted(list));
+    line_state known;
+    if (!says_no_devices(states)) {
+        known = parse_line_state(present.accepted(states));
+    }
+    const std::unordered_set<std::string> online(known.online.begin(), known.online.end());
+    const std::unordered_set<std::string> offline(known.offline.begin(), known.offline.end());
+    nlohmann::json all = nlohmann::json::array();
+    for (const device &one : devices) {
+        all.push_back({{"cid", one.id}, {"pid", one.product_id}, {"online", nullptr}});
+        if (online.contains(one.id) || offline.contains(one.id)) {
+            all.back()["online"] = online.contains(one.id);
+        }
+    }
+    return all;
+}
+
+const char *state_word(const nlohmann::json &device_of_list) {
+    const auto online = device_of_list.find("online");
+    if (online == device_of_list.end() || !online->is_boolean()) {
+        return "-";
+    }
+    return online->get<bool>() ? "online" : "offline";
 }
 
 } // namespace engr_app

@@ -7,13 +7,19 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 namespace engr_app {
+
+class session;
 
 struct device {
     std::string id;
     std::string product_id;
 };
 
+/// Devices that are neither online nor offline are the gateway itself and those that are not in
+/// normal work.
 struct line_state {
     std::vector<std::string> online;
     std::vector<std::string> offline;
@@ -30,5 +36,13 @@ struct line_state {
 
 /// A gateway refuses to give two empty lists; this is how it says so.
 [[nodiscard]] bool says_no_devices(const lan_client::answer &answered);
+
+/// [{"cid", "pid", "online"}] of the answers to both requests, with "online" null where the gateway
+/// keeps a device in neither list. Throws what explains a missing, refusing or unreadable answer.
+[[nodiscard]] nlohmann::json accepted_devices(session &present, const lan_client::answer &list,
+                                              const lan_client::answer &states);
+
+/// "online", "offline" or "-" for an entry of that list.
+[[nodiscard]] const char *state_word(const nlohmann::json &device_of_list);
 
 } // namespace engr_app

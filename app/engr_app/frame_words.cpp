@@ -22,9 +22,13 @@ namespace {
 using lan_client::payload_state;
 using lan_client::traffic;
 
-// The discovery broadcast shares its number with a command.
+// The discovery broadcast shares its number with a command; the others are not of the TCP channel.
 std::string type_text(const traffic &seen) {
-    return seen.discovery ? "FRM_UDP_DISCOVERY (19)" : lan_client::frame_type_text(seen.type);
+    namespace frame_type = lan_client::frame_type;
+    return seen.discovery                          ? "FRM_UDP_DISCOVERY (19)"
+           : seen.type == frame_type::ap_nw_cfg    ? "FRM_AP_NW_CFG (1)"
+           : seen.type == frame_type::udp_wifi_err ? "FRM_UDP_WIFI_ERR (20)"
+                                                   : lan_client::frame_type_text(seen.type);
 }
 
 std::string payload_words(const traffic &seen) {
@@ -109,6 +113,7 @@ void frame_recorder::write(const traffic &seen) {
         line["payload_hex"] = to_hex(readable ? seen.text : seen.wire_payload);
     }
     const std::string text = line.dump() + "\n";
+    const std::lock_guard lock(mutex_);
     if (std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size() ||
         std::fflush(file_.get()) != 0) {
         throw failure("record_file",

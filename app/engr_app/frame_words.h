@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace engr_app {
@@ -24,7 +25,7 @@ class frame_recorder {
     /// Throws a failure when the file can't be made.
     explicit frame_recorder(const std::string &path);
 
-    /// Throws a failure when the line can't be written.
+    /// Throws a failure when the line can't be written; may be called on any thread.
     void write(const lan_client::traffic &seen);
 
   private:
@@ -32,6 +33,7 @@ class frame_recorder {
         void operator()(std::FILE *file) const { std::fclose(file); }
     };
     std::string path_;
+    std::mutex mutex_;
     std::unique_ptr<std::FILE, closer> file_;
 };
 

@@ -99,6 +99,13 @@ std::string without_secrets(std::string_view text) {
     return one_line(value);
 }
 
+bool is_plain_text(std::string_view text, std::size_t max_bytes) {
+    return !text.empty() && text.size() <= max_bytes &&
+           std::ranges::all_of(text, [](char character) {
+               return character >= ' ' && character <= '~' && character != '"' && character != '\\';
+           });
+}
+
 std::string to_hex(std::string_view bytes) {
     constexpr std::string_view digits = "0123456789abcdef";
     std::string out;

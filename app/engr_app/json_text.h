@@ -1,6 +1,7 @@
 // JSON that came from the network, and JSON that goes to scripts.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -24,6 +25,10 @@ namespace engr_app {
 /// The text with the values of members that hold passwords, tokens or keys replaced by "***". A
 /// text that names such a member but can't be parsed is replaced as a whole.
 [[nodiscard]] std::string without_secrets(std::string_view text);
+
+/// 1 to `max_bytes` printable ASCII characters without double quote and backslash: what gateways
+/// put into their own JSON as it is.
+[[nodiscard]] bool is_plain_text(std::string_view text, std::size_t max_bytes);
 
 /// The bytes as lower-case hex digits.
 [[nodiscard]] std::string to_hex(std::string_view bytes);

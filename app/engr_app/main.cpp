@@ -1,8 +1,9 @@
 // engr_app: the installer's command line.
 #include "arguments.h"
-#include "console.h"
 #include "failure.h"
+#include "gateway_runs.h"
 #include "safe_text.h"
+#include "screen.h"
 #include "session.h"
 #include "verbs.h"
 
@@ -38,16 +39,28 @@ std::string check_interface(const std::string &name) {
 }
 
 void declare_globals(CLI::App &app, global_options &options) {
-    app.add_option("--gateway", options.gateway,
-                   "The gateway to talk to, by ADDRESS[:PORT] (no waiting for discovery) or by ID; "
-                   "when left out, the only one that is found")
-        ->type_name("ADDRESS|ID");
+    CLI::Option *named =
+        app.add_option("--gateway", options.gateways,
+                       "The gateway to talk to, by ADDRESS[:PORT] (no waiting for discovery) or by "
+                       "ID; when left out, the only one that is found. Given several times, the "
+                       "work is done with all of them at once")
+            ->type_name("ADDRESS|ID")
+            ->expected(1)
+            ->take_all();
+    app.add_flag("--all", options.all,
+                 "Do the work with all gateways that are found, at once: one table, one exit "
+                 "status")
+        ->excludes(named);
     app.add_option("--local-key", options.local_key,
-                   "Key of an activated gateway, 16 characters; in the environment variable no "
+                   "Key of activated gateways, 16 characters; in the environment variable no "
                    "process list shows it")
         ->type_name("KEY")
         ->envname("ENGR_LOCAL_KEY")
         ->check(CLI::Validator(check_key, "", "key"));
+    app.add_option("--key-file", options.key_file,
+                   "Keys by gateway: lines \"ID KEY\" or JSON {\"ID\": \"KEY\"}; --local-key holds "
+                   "for those that are not in it")
+        ->type_name("FILE");
     app.add_option("--interface", options.interface_name,
                    "Network interface to stay on; on lo only gateways of this machine are reached")
         ->type_name("IF")
@@ -60,26 +73,13 @@ void declare_globals(CLI::App &app, global_options &options) {
         ->check(CLI::Range(0.01, 86400.0));
     app.add_flag("--json", options.json,
                  "Results as one JSON document; failures too, as {\"error\": {\"kind\", "
-                 "\"message\"}}");
+                 "\"message\"}}. With several gateways one array of {\"gateway\", \"exit\", "
+                 "\"result\" or \"error\"}");
     app.add_flag("-v,--verbose", options.verbose, "Show every frame in words on standard error");
     app.add_option("--record", options.record_file,
                    "Write every frame to FILE, one JSON line each; keys, passwords and tokens are "
                    "left out")
         ->type_name("FILE");
-}
-
-int run(const verb_work &work, const global_options &options) {
-    console out(options.json, options.verbose);
-    try {
-        session present(options, out);
-        return work(present);
-    } catch (const failure &failed) {
-        out.problem(failed.kind(), failed.what());
-        return failed.exit_code();
-    } catch (const std::exception &failed) {
-        out.problem("internal", failed.what());
-        return exit_failed;
-    }
 }
 
 } // namespace
@@ -92,7 +92,8 @@ int main(int argc, char **argv) {
     app.require_subcommand(1);
     app.fallthrough(); // global options may stand behind the verb as well
     app.footer("Tables have a header; they are aligned on a terminal and tab-separated in a pipe.\n"
-               "Exit status: 0 success, 1 the work failed, 2 wrong usage.\n\n"
+               "Exit status: 0 success (with several gateways: of all), 1 the work failed, "
+               "2 wrong usage.\n\n"
                "Examples:\n"
                "  engr_app discover\n"
                "  engr_app devices --gateway 192.168.1.20 --interface eth0\n"
@@ -115,5 +116,6 @@ int main(int argc, char **argv) {
         }
         return app.exit(problem) == 0 ? exit_success : exit_wrong_usage;
     }
-    return run(works.at(app.get_subcommands().front()), options);
+    screen shown_on;
+    return run_verb(works.at(app.get_subcommands().front()), options, shown_on);
 }

@@ -6,11 +6,9 @@
 #include "lan_client/frame_types.h"
 
 #include <algorithm>
-#include <charconv>
+#include <filesystem>
 #include <memory>
 #include <utility>
-
-#include <arpa/inet.h>
 
 namespace engr_app {
 namespace {
@@ -26,46 +24,17 @@ std::chrono::milliseconds given_or(double seconds, std::chrono::milliseconds oth
     return seconds > 0 ? std::chrono::milliseconds(static_cast<long>(seconds * 1000)) : otherwise;
 }
 
-bool is_ipv4(const std::string &text) {
-    in_addr address{};
-    return inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
-
-// ADDRESS or ADDRESS:PORT; nothing when it is neither, and so an id.
-std::optional<gateway> parse_address(const std::string &text) {
-    const std::size_t colon = text.find(':');
-    gateway named;
-    named.address = text.substr(0, colon);
-    if (!is_ipv4(named.address)) {
-        return std::nullopt;
-    }
-    if (colon != std::string::npos) {
-        const char *end = text.data() + text.size();
-        const auto [rest, problem] = std::from_chars(text.data() + colon + 1, end, named.port);
-        if (problem != std::errc() || rest != end || named.port == 0) {
-            throw failure("usage", "--gateway " + text + ": the port must be 1 to 65535",
-                          exit_wrong_usage);
-        }
-    }
-    return named;
-}
-
-gateway from_announcement(const announcement &heard) {
-    return {heard.address, lan_client::gateway_port, heard};
-}
-
 } // namespace
 
-std::string gateway::name() const {
-    const std::string place =
-        port == lan_client::gateway_port ? address : address + ":" + std::to_string(port);
-    return announced ? "gateway " + announced->id + " (" + place + ")" : "gateway " + place;
-}
+session::session(const global_options &options, console &out,
+                 std::shared_ptr<frame_recorder> recorder)
+    : options_(options), out_(out), recorder_(std::move(recorder)) {}
 
-session::session(const global_options &options, console &out) : options_(options), out_(out) {
-    if (!options_.record_file.empty()) {
-        recorder_.emplace(options_.record_file);
-    }
+session::session(const global_options &options, console &out,
+                 std::shared_ptr<frame_recorder> recorder, gateway target, std::string file_mark)
+    : session(options, out, std::move(recorder)) {
+    chosen_ = std::move(target);
+    file_mark_ = std::move(file_mark);
 }
 
 std::chrono::milliseconds session::listen_time() const {
@@ -93,6 +62,11 @@ lan_client::traffic_observer session::observer() {
 }
 
 heard_gateways session::listen(std::chrono::milliseconds limit, const stop_rule &enough) {
+    return listen(options_.interface_name, limit, enough);
+}
+
+heard_gateways session::listen(const std::string &interface_name, std::chrono::milliseconds limit,
+                               const stop_rule &enough) {
     heard_gateways heard;
     bool stop = false;
     const auto hear = [&](const lan_client::parsed_datagram &datagram) {
@@ -112,7 +86,7 @@ heard_gateways session::listen(std::chrono::milliseconds limit, const stop_rule 
         stop = stop || (enough && enough(said));
     };
     lan_client::discovery_listener listener(loop_, hear, observer());
-    if (const lan_client::error problem = listener.open(options_.interface_name)) {
+    if (const lan_client::error problem = listener.open(interface_name)) {
         throw failure(lan_client::error_name(problem.kind),
                       "can't listen for gateways: " + problem.detail);
     }
@@ -126,12 +100,10 @@ gateway session::find_by_id(const std::string &id) {
     out_.progress("listening for gateway " + id + " on " + options_.interface_name + " ...");
     const heard_gateways heard =
         listen(listen_time(), [&id](const announcement &said) { return said.id == id; });
-    for (const announcement &said : heard.announcements) {
-        if (said.id == id) {
-            return from_announcement(said);
-        }
+    if (const announcement *said = heard.find_id(id)) {
+        return from_announcement(*said);
     }
-    throw not_found(heard, options_);
+    throw not_found(heard, id, options_.interface_name);
 }
 
 gateway session::find_only() {
@@ -139,24 +111,61 @@ gateway session::find_only() {
                   " (--gateway ADDRESS saves the wait) ...");
     const heard_gateways heard = listen(listen_time());
     if (heard.announcements.size() != 1) {
-        throw not_found(heard, options_);
+        throw not_found(heard, "", options_.interface_name);
     }
     return from_announcement(heard.announcements.front());
 }
 
 const gateway &session::chosen() {
     if (!chosen_) {
-        chosen_ = parse_address(options_.gateway);
+        const std::string named = options_.gateways.empty() ? "" : options_.gateways.front();
+        chosen_ = parse_address(named);
         if (!chosen_) {
-            chosen_ = options_.gateway.empty() ? find_only() : find_by_id(options_.gateway);
+            chosen_ = named.empty() ? find_only() : find_by_id(named);
+        } else if (!options_.keys.empty() && !options_.keys.contains(chosen_->place())) {
+            chosen_announcement(); // the keys are known by ids
         }
     }
     return *chosen_;
 }
 
+const std::optional<announcement> &session::chosen_announcement() {
+    chosen();
+    if (!chosen_->announced) {
+        out_.progress("listening for the announcement of " + chosen_->name() + " on " +
+                      options_.interface_name + " ...");
+        const std::string &address = chosen_->address;
+        const heard_gateways heard = listen(
+            listen_time(), [&](const announcement &said) { return said.address == address; });
+        if (const announcement *said = heard.find_address(address)) {
+            chosen_->announced = *said;
+        }
+    }
+    return chosen_->announced;
+}
+
+const std::string &session::local_key() {
+    const gateway &target = chosen();
+    auto found = options_.keys.find(target.label());
+    if (found == options_.keys.end()) {
+        found = options_.keys.find(target.place());
+    }
+    return found == options_.keys.end() ? options_.local_key : found->second;
+}
+
 bool session::key_at_hand() {
     const gateway &target = chosen();
-    return !options_.local_key.empty() || !target.announced || !target.announced->activated;
+    return !local_key().empty() || !target.announced || !target.announced->activated;
+}
+
+std::string session::output_path(const std::string &path) const {
+    if (file_mark_.empty()) {
+        return path;
+    }
+    std::filesystem::path marked(path);
+    const std::string extension = marked.extension();
+    marked.replace_filename(marked.stem().string() + "-" + file_mark_ + extension);
+    return marked;
 }
 
 lan_client::client &session::connect(bool reconnect, lan_client::client_events events) {
@@ -170,7 +179,7 @@ lan_client::client &session::connect(bool reconnect, lan_client::client_events e
     wanted.reconnect = reconnect;
     // A gateway that was activated or deactivated since it was heard uses the other key.
     wanted.keys.push_back(lan_client::unactivated_key());
-    if (const auto local = lan_client::aes_key::from_text(options_.local_key)) {
+    if (const auto local = lan_client::aes_key::from_text(local_key())) {
         const bool likely = !target.announced || target.announced->activated;
         wanted.keys.insert(likely ? wanted.keys.begin() : wanted.keys.end(), *local);
     }

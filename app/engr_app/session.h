@@ -5,11 +5,11 @@
 #include "console.h"
 #include "failure.h"
 #include "frame_words.h"
-#include "lan_client/client.h"
-#include "lan_client/discovery.h"
+#include "gateway.h"
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,8 +19,12 @@ namespace engr_app {
 
 /// Options that hold for all verbs.
 struct global_options {
-    std::string gateway;   ///< ADDRESS[:PORT] or ID; empty: the only one found
-    std::string local_key; ///< 16 characters, or empty
+    std::vector<std::string> gateways; ///< ADDRESS[:PORT] or ID each; none: the only one found
+    bool all = false;                  ///< all gateways found
+    std::string local_key;             ///< 16 characters, or empty
+    std::string key_file;
+    std::map<std::string, std::string>
+        keys; ///< read from it: local keys by id or ADDRESS[:PORT] of a gateway
     std::string interface_name = "lo";
     std::string record_file;
     double timeout_s = 0; ///< 0: the default of what is waited for
@@ -28,31 +32,18 @@ struct global_options {
     bool verbose = false;
 };
 
-/// A gateway to talk to.
-struct gateway {
-    std::string address;
-    std::uint16_t port = lan_client::gateway_port;
-    std::optional<lan_client::announcement> announced; ///< absent when it was named by address
-
-    /// How it is called in sentences: "gateway ID (ADDRESS)" or "gateway ADDRESS".
-    [[nodiscard]] std::string name() const;
-};
-
-/// What a listening was good for.
-struct heard_gateways {
-    std::vector<lan_client::announcement> announcements; ///< one a gateway, in order of their ids
-    unsigned unreadable = 0; ///< datagrams of gateways with other key seeds, or damaged
-};
-
-/// Why none of the gateways heard can be chosen.
-[[nodiscard]] failure not_found(const heard_gateways &heard, const global_options &options);
-
-/// One run of the program. Its functions throw `failure` with a sentence that says what to do.
+/// One run of a verb with at most one gateway; several run at once, each on a thread of its own.
+/// Its functions throw `failure` with a sentence that says what to do.
 class session {
   public:
     using stop_rule = std::function<bool(const lan_client::announcement &)>;
 
-    session(const global_options &options, console &out);
+    /// A session that finds its gateway by itself; `recorder` may be absent.
+    session(const global_options &options, console &out, std::shared_ptr<frame_recorder> recorder);
+
+    /// A session of one among several gateways; files that it writes get the mark.
+    session(const global_options &options, console &out, std::shared_ptr<frame_recorder> recorder,
+            gateway target, std::string file_mark);
 
     [[nodiscard]] lan_client::event_loop &loop() { return loop_; }
     [[nodiscard]] console &out() { return out_; }
@@ -60,11 +51,24 @@ class session {
     [[nodiscard]] std::chrono::milliseconds listen_time() const;
     [[nodiscard]] std::chrono::milliseconds answer_time() const;
 
+    /// What shows and records frames, for what a verb sends and hears by itself.
+    [[nodiscard]] lan_client::traffic_observer observer();
+
     /// Listens for gateways until the rule says that one is enough, or for `limit`.
     heard_gateways listen(std::chrono::milliseconds limit, const stop_rule &enough = {});
+    heard_gateways listen(const std::string &interface_name, std::chrono::milliseconds limit,
+                          const stop_rule &enough = {});
 
     /// The gateway that the user named, or the only one there is; looked for once.
     const gateway &chosen();
+
+    /// What the chosen gateway announces; listened for when it was named by its address, and absent
+    /// when it was not heard.
+    const std::optional<lan_client::announcement> &chosen_announcement();
+
+    /// Where a verb writes the file that the user named: with several gateways each has its own,
+    /// FILE-ID.EXTENSION.
+    [[nodiscard]] std::string output_path(const std::string &path) const;
 
     /// False when the gateway is known to be activated and no local key was given.
     [[nodiscard]] bool key_at_hand();
@@ -88,18 +92,19 @@ class session {
 
   private:
     void observe(const lan_client::traffic &seen);
-    [[nodiscard]] lan_client::traffic_observer observer();
     gateway find_by_id(const std::string &id);
     gateway find_only();
     void require_key();
+    const std::string &local_key();
     [[nodiscard]] std::string elsewhere_hint() const;
-    [[nodiscard]] std::string wrong_key_sentence() const;
+    [[nodiscard]] std::string wrong_key_sentence();
 
     const global_options &options_;
     console &out_;
-    std::optional<frame_recorder> recorder_;
+    std::shared_ptr<frame_recorder> recorder_;
     lan_client::event_loop loop_;
     std::optional<gateway> chosen_;
+    std::string file_mark_;
     std::unique_ptr<lan_client::client> client_;
 };
 

@@ -20,39 +20,7 @@ std::string seconds_text(std::chrono::milliseconds time) {
     return text + " s";
 }
 
-std::string list_of(const heard_gateways &heard) {
-    std::string list;
-    for (const lan_client::announcement &said : heard.announcements) {
-        list += (list.empty() ? "" : ", ") + said.id + " (" + said.address + ")";
-    }
-    return list;
-}
-
 } // namespace
-
-failure not_found(const heard_gateways &heard, const global_options &options) {
-    if (!heard.announcements.empty() && options.gateway.empty()) {
-        return {"several_gateways", "several gateways found, pick one with --gateway ID or "
-                                    "--gateway ADDRESS: " +
-                                        list_of(heard)};
-    }
-    std::string sentence = options.gateway.empty()
-                               ? "no gateway found on interface " + options.interface_name
-                               : "gateway " + options.gateway + " was not heard on interface " +
-                                     options.interface_name;
-    if (heard.unreadable > 0) {
-        return {"other_seeds", sentence + ", but " + std::to_string(heard.unreadable) +
-                                   " discovery datagram(s) that this program can't read: it must "
-                                   "be built with the key seeds of the gateway"};
-    }
-    if (!heard.announcements.empty()) {
-        return {"no_gateway", sentence + "; heard: " + list_of(heard)};
-    }
-    return {"no_gateway",
-            sentence + ": check that it is switched on and in engineering mode, name its network "
-                       "with --interface, or reach it with --gateway ADDRESS (a gateway with 10 "
-                       "apps connected stays silent)"};
-}
 
 // A gateway on a network is out of reach of a socket that stays on the loopback interface.
 std::string session::elsewhere_hint() const {
@@ -63,13 +31,14 @@ std::string session::elsewhere_hint() const {
                : "";
 }
 
-std::string session::wrong_key_sentence() const {
+std::string session::wrong_key_sentence() {
     const std::string what = "the answer of " + chosen_->name() + " can't be decrypted: ";
-    return options_.local_key.empty()
+    return local_key().empty()
                ? what + "if it is activated, give its local key with --local-key or in "
                         "ENGR_LOCAL_KEY; if not, this program was built with other key seeds than "
                         "the gateway"
-               : what + "the local key is not the gateway's; check --local-key or ENGR_LOCAL_KEY";
+               : what + "the local key is not the gateway's; check --local-key, ENGR_LOCAL_KEY "
+                        "or --key-file";
 }
 
 failure session::explain(const lan_client::error &problem) {
@@ -137,10 +106,11 @@ failure session::explain(const lan_client::answer &unanswered) {
 
 void session::require_key() {
     if (!key_at_hand()) {
-        throw failure("local_key", chosen().name() +
-                                       " is activated: give its local key (16 characters) with "
-                                       "--local-key, or in the environment variable "
-                                       "ENGR_LOCAL_KEY, which no process list shows");
+        throw failure("local_key",
+                      chosen().name() +
+                          " is activated: give its local key (16 characters) with "
+                          "--local-key, or in the environment variable "
+                          "ENGR_LOCAL_KEY or a --key-file, which no process list shows");
     }
 }
 

@@ -19,9 +19,7 @@ int discover(session &present) {
     out.progress("listening for gateways on " + present.options().interface_name + " ...");
     const heard_gateways heard = present.listen(present.listen_time());
     if (heard.announcements.empty()) {
-        global_options any = present.options();
-        any.gateway.clear();
-        throw not_found(heard, any);
+        throw not_found(heard, "", present.options().interface_name);
     }
     if (out.json()) {
         nlohmann::json all = nlohmann::json::array();
@@ -50,6 +48,7 @@ int discover(session &present) {
 } // namespace
 
 verb_work declare_discover(arguments &declared) {
+    declared.concerns_no_gateway();
     declared.notes("Gateways announce themselves every 5 seconds, so it listens for 6 seconds\n"
                    "unless --timeout says otherwise.\n\n"
                    "Examples:\n"

@@ -7,7 +7,6 @@
 #include "session.h"
 #include "verbs.h"
 
-#include <algorithm>
 #include <memory>
 
 #include <nlohmann/json.hpp>
@@ -115,18 +114,11 @@ void show(console &out, const gateway &target, const trial &shown) {
 }
 
 int info(session &present, bool wait) {
-    gateway target = present.chosen();
     const trial shown = try_to_talk(present);
-    if (wait && !target.announced) {
-        const auto is_target = [&target](const lan_client::announcement &said) {
-            return said.address == target.address;
-        };
-        const heard_gateways heard = present.listen(present.listen_time(), is_target);
-        const auto found = std::ranges::find_if(heard.announcements, is_target);
-        if (found != heard.announcements.end()) {
-            target.announced = *found;
-        }
+    if (wait) {
+        present.chosen_announcement();
     }
+    const gateway &target = present.chosen();
     console &out = present.out();
     if (out.json()) {
         out.document(as_json(target, shown));

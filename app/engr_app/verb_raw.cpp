@@ -1,13 +1,12 @@
 // raw: one frame of any type, for what no verb covers.
 #include "arguments.h"
 #include "failure.h"
+#include "input_text.h"
 #include "json_text.h"
 #include "session.h"
 #include "verbs.h"
 
 #include <charconv>
-#include <iostream>
-#include <iterator>
 #include <memory>
 
 #include <nlohmann/json.hpp>
@@ -60,7 +59,7 @@ std::string parse_hex(const std::string &digits) {
 std::string read_payload(const raw_arguments &given) {
     std::string payload = given.payload;
     if (payload == "-") {
-        payload.assign(std::istreambuf_iterator<char>(std::cin), {});
+        payload = standard_input();
     }
     if (given.hex) {
         // What comes from a file or an echo ends with a line end.

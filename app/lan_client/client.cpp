@@ -15,6 +15,7 @@ client::conversation::conversation(event_loop &loop, client_options options, cli
       peer_(options_.address + ":" + std::to_string(options_.port)),
       connection_(loop,
                   {[this] { connected(); }, [this](std::string_view bytes) { received(bytes); },
+                   [this](std::size_t count) { written(count); },
                    [this](const error &why) { closed(why); }}),
       deadline_timer_(loop), keep_alive_timer_(loop), pause_timer_(loop) {}
 
@@ -27,6 +28,7 @@ void client::conversation::open() {
 void client::conversation::connect() {
     stage_ = stage::connecting;
     stream_end_ = 0;
+    stream_written_ = 0;
     proved_ = false;
     cutter_ = {};
     keep_alive_sent_ = {};
@@ -63,11 +65,14 @@ void client::conversation::closed(error why) {
         stage_ = stage::idle;
         last_failure_ = why;
     }
-    // What was not sent yet can still be sent over the next connection.
+    // What was not sent yet can still be sent over the next connection, but what was only told, as
+    // a piece of an image, belongs to this one.
+    const auto is_gone = [returns](const exchange &one) {
+        return one.sent || !returns || !one.done;
+    };
     exchange_list gone;
-    std::ranges::copy_if(exchanges_, std::back_inserter(gone),
-                         [returns](const exchange &one) { return one.sent || !returns; });
-    std::erase_if(exchanges_, [returns](const exchange &one) { return one.sent || !returns; });
+    std::ranges::copy_if(exchanges_, std::back_inserter(gone), is_gone);
+    std::erase_if(exchanges_, is_gone);
     complete_all(std::move(gone), why);
     if (events_.on_link && !forgotten_) {
         events_.on_link(change);
@@ -154,6 +159,7 @@ void client::conversation::send(exchange &due) {
     due.sent = true;
     due.stream_start = stream_end_;
     stream_end_ += bytes.size();
+    due.stream_end = stream_end_;
     connection_.send(std::move(bytes));
     if (events_.on_traffic && !forgotten_) {
         events_.on_traffic({.sent = true,
@@ -164,6 +170,32 @@ void client::conversation::send(exchange &due) {
                             .wire_payload = wire_payload,
                             .text = due.wanted.payload});
     }
+}
+
+// Whoever watches a frame leave is told, unless the gateway has answered it already.
+void client::conversation::written(std::size_t count) {
+    const auto self = shared_from_this();
+    stream_written_ += count;
+    const auto moving = std::ranges::find_if(exchanges_, [this, count](const exchange &one) {
+        return one.sent && one.wanted.on_sent && one.stream_start < stream_written_ &&
+               one.stream_end + count > stream_written_;
+    });
+    if (moving == exchanges_.end()) {
+        return;
+    }
+    renew(*moving);
+    // A copy: the callback may close the client, which ends the exchange.
+    const auto on_sent = moving->wanted.on_sent;
+    const std::uint64_t start = moving->stream_start;
+    const std::uint64_t frame_bytes = moving->stream_end - start;
+    on_sent(std::min(stream_written_ - start, frame_bytes), frame_bytes);
+}
+
+void client::conversation::renew(exchange &moving) {
+    const auto timeout =
+        moving.wanted.timeout.count() > 0 ? moving.wanted.timeout : options_.request_timeout;
+    moving.deadline = clock::now() + timeout;
+    arm();
 }
 
 void client::conversation::arm() {

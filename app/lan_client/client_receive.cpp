@@ -47,13 +47,34 @@ void client::conversation::take(frame got) {
     }
     const auto found = find(got);
     if (found != exchanges_.end()) {
-        // Requests are handled in order, so those before it have been read as well.
-        for (auto earlier = exchanges_.begin(); earlier != std::next(found); ++earlier) {
-            earlier->taken = earlier->taken || earlier->sent;
-        }
+        read_up_to(found);
         take_answer(found, got, payload);
         send_ready();
-    } else if (events_.on_report && got.type != frame_type::keepalive) {
+    } else if (got.type != frame_type::keepalive) {
+        take_report(got, payload);
+    }
+}
+
+// Requests are handled in order, so those before one that was read have been read as well.
+void client::conversation::read_up_to(exchange_list::iterator last) {
+    for (auto earlier = exchanges_.begin(); earlier != std::next(last); ++earlier) {
+        earlier->taken = earlier->taken || earlier->sent;
+    }
+}
+
+// A gateway that asks for the next piece of an image has read the one before.
+void client::conversation::take_report(const frame &got, opened_payload &payload) {
+    const auto told = [&got](const exchange &one) {
+        return one.sent && !one.done && one.wanted.type == got.type;
+    };
+    const auto last = std::find_if(exchanges_.rbegin(), exchanges_.rend(), told);
+    if (got.number == 0 && last != exchanges_.rend()) {
+        read_up_to(std::prev(last.base()));
+        std::erase_if(exchanges_, told);
+        arm();
+        send_ready();
+    }
+    if (events_.on_report) {
         events_.on_report(
             {.type = got.type,
              .number = got.number,
@@ -140,9 +161,7 @@ void client::conversation::take_segment(exchange_list::iterator found, const fra
         std::string whole = std::move(found->received);
         return complete(found, {.ret = got.ret, .payload = std::move(whole)});
     }
-    found->deadline = clock::now() + (found->wanted.timeout.count() > 0 ? found->wanted.timeout
-                                                                        : options_.request_timeout);
-    arm();
+    renew(*found);
     if (found->wanted.on_segment) {
         // A copy: the callback may close the client, which ends the exchange.
         const auto on_segment = found->wanted.on_segment;

@@ -3,15 +3,18 @@
 
 #include "bind_to_interface.h"
 
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <utility>
 
 #include <asio/ip/tcp.hpp>
-#include <asio/write.hpp>
 
 namespace lan_client {
 namespace {
+
+// Longest single write, so that a long frame shows its progress.
+constexpr std::size_t write_bytes = 16 * 1024;
 
 error read_error(const asio::error_code &code) {
     const bool closed = code == asio::error::eof;
@@ -123,18 +126,28 @@ class connection::link : public std::enable_shared_from_this<link> {
     }
 
     void write_next() {
-        asio::async_write(socket_, asio::buffer(outgoing_.front()),
-                          [self = shared_from_this()](const asio::error_code &code, std::size_t) {
-                              // The reader hears of a broken connection too, and what the peer
-                              // still said before it comes first.
-                              if (self->ended_ || code) {
-                                  return;
-                              }
-                              self->outgoing_.pop_front();
-                              if (!self->outgoing_.empty()) {
-                                  self->write_next();
-                              }
-                          });
+        const std::string &bytes = outgoing_.front();
+        socket_.async_write_some(
+            asio::buffer(bytes.data() + written_, std::min(bytes.size() - written_, write_bytes)),
+            [self = shared_from_this()](const asio::error_code &code, std::size_t count) {
+                // The reader hears of a broken connection too, and what the peer still said
+                // before it comes first.
+                if (!self->ended_ && !code) {
+                    self->written(count);
+                }
+            });
+    }
+
+    void written(std::size_t count) {
+        written_ += count;
+        if (written_ == outgoing_.front().size()) {
+            outgoing_.pop_front();
+            written_ = 0;
+        }
+        if (!outgoing_.empty()) {
+            write_next();
+        }
+        events_.on_written(count);
     }
 
     connection_events events_;
@@ -142,6 +155,7 @@ class connection::link : public std::enable_shared_from_this<link> {
     timer connect_limit_;
     std::array<char, 64 * 1024> incoming_;
     std::deque<std::string> outgoing_; // the front is being written while open
+    std::size_t written_ = 0;          // bytes of the front that are
     bool open_ = false;
     bool ended_ = false;
 };

@@ -22,6 +22,7 @@ struct connection_target {
 struct connection_events {
     std::function<void()> on_connected;
     std::function<void(std::string_view)> on_bytes;
+    std::function<void(std::size_t)> on_written;  ///< so many more bytes left for the network
     std::function<void(const error &)> on_closed; ///< once; also when connecting fails
 };
 
@@ -35,7 +36,8 @@ class connection {
 
     void open(const connection_target &target, std::chrono::milliseconds connect_timeout);
 
-    /// Queues bytes; they are written in order, each piece with one write where the system allows.
+    /// Queues bytes; they are written in order, a short piece with one write where the system
+    /// allows.
     void send(std::string bytes);
 
     void close();

@@ -37,6 +37,7 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
         clock::time_point deadline;
         error at_deadline{error_kind::timed_out, {}};
         std::uint64_t stream_start = 0;
+        std::uint64_t stream_end = 0;
         bool sent = false;
         bool taken = false; // the gateway has read it: it or a later one was answered
         bool repeated = false;
@@ -54,10 +55,12 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     void connect();
     void connected();
     void received(std::string_view bytes);
+    void written(std::size_t count);
     void closed(error why);
     void keep_alive();
     void send_ready();
     void send(exchange &due);
+    void renew(exchange &moving);
     void arm();
     void expire();
 
@@ -65,6 +68,8 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     opened_payload open_payload(frame &got);
     void proved();
     exchange_list::iterator find(const frame &got);
+    void read_up_to(exchange_list::iterator last);
+    void take_report(const frame &got, opened_payload &payload);
     void take_answer(exchange_list::iterator found, const frame &got, opened_payload &payload);
     void take_segment(exchange_list::iterator found, const frame &got, std::string &bytes);
     void complete(exchange_list::iterator found, answer outcome);
@@ -89,6 +94,7 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
 
     // Of the present connection:
     std::uint64_t stream_end_ = 0;
+    std::uint64_t stream_written_ = 0;
     bool proved_ = false;
     stream_cutter cutter_;
     clock::time_point last_received_;

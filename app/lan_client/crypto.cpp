@@ -1,4 +1,4 @@
-// AES-128-ECB with PKCS#7 padding and the built-in keys, over nettle.
+// AES-128-ECB with PKCS#7 padding, the built-in keys and fingerprints, over nettle.
 #include "lan_client/crypto.h"
 
 #include "key_seeds.h"
@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 
 #include <nettle/aes.h>
+#include <nettle/base16.h>
 #include <nettle/md5.h>
+#include <nettle/sha2.h>
 
 namespace lan_client {
 namespace {
@@ -46,6 +49,12 @@ const std::uint8_t *as_bytes(std::string_view text) {
 
 std::uint8_t *as_bytes(std::string &text) {
     return reinterpret_cast<std::uint8_t *>(text.data());
+}
+
+std::string hex_text(std::span<const std::uint8_t> digest) {
+    std::string text(BASE16_ENCODE_LENGTH(digest.size()), '\0');
+    base16_encode_update(text.data(), digest.size(), digest.data());
+    return text;
 }
 
 } // namespace
@@ -120,6 +129,26 @@ std::optional<std::string> decrypt_text(const aes_key &key, std::string_view cip
         return std::nullopt;
     }
     return text;
+}
+
+std::string md5_text(const std::function<std::string_view()> &next) {
+    md5_ctx context;
+    md5_init(&context);
+    for (std::string_view block = next(); !block.empty(); block = next()) {
+        md5_update(&context, block.size(), as_bytes(block));
+    }
+    std::array<std::uint8_t, MD5_DIGEST_SIZE> digest{};
+    md5_digest(&context, digest.size(), digest.data());
+    return hex_text(digest);
+}
+
+std::string sha256_text(std::string_view bytes) {
+    sha256_ctx context;
+    sha256_init(&context);
+    sha256_update(&context, bytes.size(), as_bytes(bytes));
+    std::array<std::uint8_t, SHA256_DIGEST_SIZE> digest{};
+    sha256_digest(&context, digest.size(), digest.data());
+    return hex_text(digest);
 }
 
 } // namespace lan_client

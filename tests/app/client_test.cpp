@@ -230,6 +230,28 @@ TEST_F(client_test, a_log_in_segments_is_put_together_and_a_gap_is_noticed) {
     EXPECT_EQ(answers[1].failure.detail, "segment 2 is missing");
 }
 
+TEST_F(client_test, a_long_frame_tells_how_far_it_has_been_sent) {
+    gateway.on_request = [&](const seen_request &request) { gateway.reply(request, 0, ""); };
+    start(options());
+    std::size_t last = 0;
+    bool grew = true;
+    std::size_t whole = 0;
+    app->ask({.type = 246,
+              .payload = std::string(1'000'000, 'x'),
+              .on_sent =
+                  [&](std::size_t sent_bytes, std::size_t frame_bytes) {
+                      grew = grew && sent_bytes > last;
+                      last = sent_bytes;
+                      whole = frame_bytes;
+                  }},
+             [this](const answer &outcome) { answers.push_back(outcome); });
+    ask(9);
+    wait_for_answers(2);
+    EXPECT_TRUE(grew) << "each time more bytes have been sent";
+    EXPECT_EQ(last, 1'000'024u) << "neither less than the frame nor the bytes of the next one";
+    EXPECT_EQ(whole, 1'000'024u);
+}
+
 TEST_F(client_test, frame_that_the_gateway_could_lose_waits_for_the_one_before) {
     std::optional<seen_request> held;
     gateway.on_request = [&](const seen_request &request) {
@@ -252,6 +274,37 @@ TEST_F(client_test, frame_that_the_gateway_could_lose_waits_for_the_one_before) 
              {24, true}, {488, true}, {489, false}, {511, false}, {512, true}, {600, true}}) {
         EXPECT_EQ(may_follow(1000, 1000 + distance), allowed) << distance;
     }
+}
+
+TEST_F(client_test, a_piece_is_done_with_when_the_next_is_asked_for_or_the_connection_ends) {
+    int pieces = 0;
+    gateway.on_request = [&](const seen_request &request) {
+        if (request.type == 9) {
+            gateway.send(gateway_frame(0, 9, {0}, ""));
+        } else if (request.type == 241) {
+            gateway.reply(request, 0, "");
+        } else if (++pieces == 2) {
+            gateway.hang_up();
+        }
+    };
+    client_options wanted = options();
+    wanted.reconnect = true;
+    start(wanted);
+    wait_for([&] { return links.size() == 1; });
+    app->tell({.type = 231, .payload = std::string(500 - 24, 'x')});
+    wait_for([&] { return pieces == 1; });
+    const int sent_before = sent;
+    ask(241);
+    EXPECT_EQ(sent, sent_before) << "it must not go out yet";
+    gateway.send(gateway_frame(0, 231, {0}, ""));
+    wait_for_answers(1);
+
+    app->tell({.type = 231, .payload = std::string(500 - 24, 'x')});
+    app->tell({.type = 231, .payload = "behind it"});
+    wait_for([&] { return links.size() == 3; });
+    ask(241);
+    wait_for_answers(2);
+    EXPECT_EQ(pieces, 2) << "what was told belongs to the connection that is gone";
 }
 
 TEST_F(client_test, may_be_destroyed_by_the_answer_to_its_own_request) {

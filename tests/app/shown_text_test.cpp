@@ -1,5 +1,6 @@
 // What people and scripts get to see of text that came from the network.
 #include "json_text.h"
+#include "progress_bar.h"
 #include "report_words.h"
 #include "safe_text.h"
 
@@ -81,6 +82,44 @@ TEST(reports, become_sentences) {
     }
     EXPECT_EQ(report_words({.type = 8, .readable = false}),
               "FRM_DP_REPORT (8) that can't be decrypted with the key at hand");
+}
+
+TEST(progress_bar, shows_what_is_known_and_never_fills_the_last_column) {
+    const bar_figures half{.label = "log",
+                           .unit = "",
+                           .done = 1536,
+                           .total = 3072,
+                           .rate_per_s = 512,
+                           .elapsed = std::chrono::seconds(3)};
+    bar_figures whole = half;
+    whole.done = whole.total;
+    const bar_figures unknown{
+        .label = "log", .unit = "", .done = 700, .total = 0, .rate_per_s = 0, .elapsed = {}};
+    const bar_figures devices{.label = "gw\x1b: points",
+                              .unit = "devices",
+                              .done = 1,
+                              .total = 10000,
+                              .rate_per_s = 2,
+                              .elapsed = {}};
+    const struct {
+        const bar_figures &shown;
+        std::size_t columns;
+        const char *line;
+    } cases[] = {
+        {half, 80,
+         "log  [###########...........]   50 %  1.5 KiB of 3.0 KiB  512 bytes/s  3 s left"},
+        {half, 60, "log   50 %  1.5 KiB of 3.0 KiB  512 bytes/s  3 s left"},
+        {half, 20, "log   50 %  1.5 Ki…"},
+        {whole, 80, "log  [##############################]  100 %  3.0 KiB  512 bytes/s  in 3 s"},
+        {unknown, 80, "log  700 bytes"},
+        {devices, 80,
+         "gw\\x1b: points  [.................]    0 %  1 of 10000 devices  "
+         "1 h 23 min left"},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(bar_line(one.shown, one.columns), one.line);
+    }
+    EXPECT_EQ(bar_words(half), "log: 50 %  1.5 KiB of 3.0 KiB  512 bytes/s  3 s left");
 }
 
 } // namespace

@@ -86,6 +86,10 @@ struct request {
 
     /// Told of each segment of a long transfer, which also renews the time-out.
     std::function<void(segment_position)> on_segment{};
+
+    /// Told how many of the frame's bytes the system has taken for sending, again and again until
+    /// it has all of them; each time renews the time-out.
+    std::function<void(std::size_t sent_bytes, std::size_t frame_bytes)> on_sent{};
 };
 
 using completion = std::function<void(const answer &)>;
@@ -108,7 +112,8 @@ class client {
 
     void ask(request wanted, completion done);
 
-    /// Sends a frame that gets no answer of its own, such as a piece of an image.
+    /// Sends a frame that gets no answer of its own, such as a piece of an image. It is kept until
+    /// a report of the same type shows that the gateway has read it, or until its time-out.
     void tell(request wanted);
 
   private:

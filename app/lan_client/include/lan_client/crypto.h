@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,5 +45,11 @@ class aes_key {
 /// Decrypts a payload that is a text. A wrong key yields a valid padding once in 256 times, so
 /// the plain bytes must look like text too: without zero bytes, and UTF-8 or within braces.
 [[nodiscard]] std::optional<std::string> decrypt_text(const aes_key &key, std::string_view cipher);
+
+/// The MD5 of all blocks that `next` gives, up to the first empty one, as 32 lower-case hex digits.
+[[nodiscard]] std::string md5_text(const std::function<std::string_view()> &next);
+
+/// The SHA-256 of the bytes as 64 lower-case hex digits.
+[[nodiscard]] std::string sha256_text(std::string_view bytes);
 
 } // namespace lan_client

@@ -14,6 +14,8 @@
 
 namespace lan_client {
 
+class udp_listener;
+
 inline constexpr std::uint16_t discovery_port = 6667;
 
 /// A gateway sends this often; whoever listens for longer has heard all that can be heard.
@@ -60,8 +62,7 @@ class discovery_listener {
     [[nodiscard]] error open(const std::string &interface_name);
 
   private:
-    class socket;
-    std::shared_ptr<socket> socket_;
+    std::unique_ptr<udp_listener> listener_;
 };
 
 } // namespace lan_client

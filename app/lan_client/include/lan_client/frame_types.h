@@ -8,20 +8,45 @@
 
 namespace lan_client {
 
-/// Numbers that code refers to; the table knows them all.
+/// Numbers that code refers to; the table knows those of the TCP channel.
 namespace frame_type {
+inline constexpr std::uint32_t ap_nw_cfg = 1;
 inline constexpr std::uint32_t tp_cmd = 7;
 inline constexpr std::uint32_t dp_report = 8;
 inline constexpr std::uint32_t keepalive = 9;
+inline constexpr std::uint32_t local_dp_query = 10;
+inline constexpr std::uint32_t token_bind = 12;
+inline constexpr std::uint32_t permit_join = 14;
+inline constexpr std::uint32_t wifi_modify = 15;
+inline constexpr std::uint32_t scene_cmd = 17;
+inline constexpr std::uint32_t dp_query = 18;
+inline constexpr std::uint32_t com_scene_exec = 19;
 inline constexpr std::uint32_t udp_discovery = 19;
+inline constexpr std::uint32_t udp_wifi_err = 20;
+inline constexpr std::uint32_t grp_oper = 208;
+inline constexpr std::uint32_t grp_exec = 209;
 inline constexpr std::uint32_t dev_line_stat = 224;
+inline constexpr std::uint32_t scene_linkage = 226;
 inline constexpr std::uint32_t gw_unactive_rpt = 227;
 inline constexpr std::uint32_t sub_dev_unbind_rpt = 228;
+inline constexpr std::uint32_t dev_upgrade_info = 229;
+inline constexpr std::uint32_t dev_upgrade = 230;
 inline constexpr std::uint32_t download_firmware = 231;
 inline constexpr std::uint32_t upgrade_percent_rpt = 232;
 inline constexpr std::uint32_t subdevice_update_rpt = 233;
+inline constexpr std::uint32_t user_bind_req_engr = 240;
 inline constexpr std::uint32_t dev_list = 241;
+inline constexpr std::uint32_t del_sub_dev = 242;
 inline constexpr std::uint32_t sub_dev_bind_rpt = 243;
+inline constexpr std::uint32_t scene_oper = 244;
+inline constexpr std::uint32_t download_cloud_cfg = 245;
+inline constexpr std::uint32_t download_app_cfg = 246;
+inline constexpr std::uint32_t read_app_cfg = 247;
+inline constexpr std::uint32_t scene_panel = 248;
+inline constexpr std::uint32_t gw_unactive = 249;
+inline constexpr std::uint32_t chk_soft_ver = 250;
+inline constexpr std::uint32_t set_channel = 252;
+inline constexpr std::uint32_t get_channel = 253;
 inline constexpr std::uint32_t get_log = 254;
 } // namespace frame_type
 

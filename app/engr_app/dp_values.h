@@ -1,0 +1,42 @@
+// Data points as they are written on a command line, and as devices tell them.
+#pragma once
+
+#include "lan_client/client.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+namespace engr_app {
+
+class arguments;
+
+/// Declares DP=VALUE... and --json-dps, which parse_data_points reads.
+void declare_data_points(arguments &declared, std::vector<std::string> &assignments,
+                         std::string &object);
+
+/// The number of a data point, 1 to 255. Throws a failure of wrong usage.
+[[nodiscard]] int parse_data_point(std::string_view text);
+
+/// {"DP": VALUE, ...} of texts "DP=VALUE": a VALUE that is JSON's true, false, a number or a text
+/// in quotes is that; anything else is a text as it stands. With `object` that JSON object is
+/// taken instead. Throws a failure of wrong usage.
+[[nodiscard]] nlohmann::json parse_data_points(const std::vector<std::string> &assignments,
+                                               const std::string &object);
+
+/// Why an object is no set of data points; empty when it is one.
+[[nodiscard]] std::string data_points_fault(const nlohmann::json &object);
+
+/// "1 = true, 2 = 50".
+[[nodiscard]] std::string data_points_text(const nlohmann::json &data_points);
+
+/// {"cid", "dps"} of a report or an answer; null when it is none.
+[[nodiscard]] nlohmann::json parse_device_state(std::string_view payload);
+
+/// Whether a report tells these data points of this device; an empty id stands for any device.
+[[nodiscard]] bool tells(const lan_client::report &told, const std::string &device_id,
+                         const std::vector<std::string> &data_points);
+
+} // namespace engr_app

@@ -1,0 +1,166 @@
+// One place that runs a verb and puts together what several gateways gave.
+#include "gateway_runs.h"
+
+#include "key_file.h"
+#include "session.h"
+#include "targets.h"
+
+#include <algorithm>
+#include <functional>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+int shown_failures(console &out, const std::function<int()> &work) {
+    try {
+        return work();
+    } catch (const failure &failed) {
+        out.problem(failed.kind(), failed.what());
+        return failed.exit_code();
+    } catch (const std::exception &failed) {
+        out.problem("internal", failed.what());
+        return exit_failed;
+    }
+}
+
+// A verb at work with one of several gateways.
+struct run {
+    run(target of, const global_options &options, screen &shown_on)
+        : whom(std::move(of)), out(shown_on, options.json, options.verbose, whom.label) {}
+
+    target whom;
+    console out;
+    int exit_code = exit_failed;
+};
+
+using run_list = std::vector<std::unique_ptr<run>>;
+
+nlohmann::json outcome(const run &done) {
+    nlohmann::json told{{"gateway", done.whom.label}, {"exit", done.exit_code}};
+    const kept_results &kept = done.out.kept();
+    if (kept.error && !kept.document) {
+        told["error"] = *kept.error;
+    } else if (!kept.streamed) {
+        told["result"] = kept.document ? *kept.document : nlohmann::json();
+    }
+    return told;
+}
+
+// A stream of lines ends with a line for each gateway; all else is one array.
+void show_json(const run_list &runs, console &out) {
+    const bool streamed =
+        std::ranges::any_of(runs, [](const auto &one) { return one->out.kept().streamed; });
+    nlohmann::json all = nlohmann::json::array();
+    for (const auto &one : runs) {
+        all.push_back(outcome(*one));
+        if (streamed) {
+            out.json_line(all.back());
+        }
+    }
+    if (!streamed) {
+        out.document(all);
+    }
+}
+
+// Tables with the same header become one.
+void show_tables(const run_list &runs, console &out) {
+    std::vector<kept_results::table> merged;
+    for (const auto &one : runs) {
+        for (const kept_results::table &part : one->out.kept().tables) {
+            console::row header{"GATEWAY"};
+            header.insert(header.end(), part.header.begin(), part.header.end());
+            auto found = std::ranges::find(merged, header, &kept_results::table::header);
+            if (found == merged.end()) {
+                found = merged.insert(found, {header, {}});
+            }
+            for (const console::row &cells : part.rows) {
+                found->rows.push_back({one->whom.label});
+                found->rows.back().insert(found->rows.back().end(), cells.begin(), cells.end());
+            }
+        }
+    }
+    for (const kept_results::table &one : merged) {
+        out.table(one.header, one.rows);
+    }
+}
+
+// Texts stay whole, each under the name of its gateway.
+void show_texts(const run_list &runs, console &out) {
+    for (const auto &one : runs) {
+        for (const std::string &text : one->out.kept().texts) {
+            out.line(one->whom.label + ":");
+            out.text(text);
+        }
+    }
+}
+
+int exit_code_of(const run_list &runs, console &out) {
+    const auto failed =
+        std::ranges::count_if(runs, [](const auto &one) { return one->exit_code != exit_success; });
+    if (failed == 0) {
+        return exit_success;
+    }
+    out.notice(std::to_string(failed) + " of " + std::to_string(runs.size()) +
+               " gateway(s) failed");
+    const bool all_misused = std::ranges::all_of(
+        runs, [](const auto &one) { return one->exit_code == exit_wrong_usage; });
+    return all_misused ? exit_wrong_usage : exit_failed;
+}
+
+int run_on_several(const verb_work &work, const global_options &options, screen &shown_on,
+                   console &out, const std::shared_ptr<frame_recorder> &recorder) {
+    run_list runs;
+    {
+        session searching(options, out, recorder);
+        for (target &one : find_targets(searching)) {
+            runs.push_back(std::make_unique<run>(std::move(one), options, shown_on));
+        }
+    }
+    const auto work_with = [&](run &one) {
+        one.exit_code = shown_failures(one.out, [&] {
+            if (one.whom.missing) {
+                throw failure(*one.whom.missing);
+            }
+            session present(options, one.out, recorder, *one.whom.found, one.whom.file_mark);
+            return work(present);
+        });
+    };
+    {
+        std::vector<std::jthread> threads;
+        for (const auto &one : runs) {
+            threads.emplace_back(work_with, std::ref(*one));
+        }
+    }
+    if (options.json) {
+        show_json(runs, out);
+    } else {
+        show_tables(runs, out);
+        show_texts(runs, out);
+    }
+    return exit_code_of(runs, out);
+}
+
+} // namespace
+
+int run_verb(const verb_work &work, const global_options &given, screen &shown_on) {
+    console out(shown_on, given.json, given.verbose);
+    return shown_failures(out, [&] {
+        global_options options = given;
+        if (!options.key_file.empty()) {
+            options.keys = read_key_file(options.key_file, out);
+        }
+        const auto recorder = options.record_file.empty()
+                                  ? nullptr
+                                  : std::make_shared<frame_recorder>(options.record_file);
+        if (options.all || options.gateways.size() > 1) {
+            return run_on_several(work, options, shown_on, out, recorder);
+        }
+        session present(options, out, recorder);
+        return work(present);
+    });
+}
+
+} // namespace engr_app

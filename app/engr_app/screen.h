@@ -1,0 +1,54 @@
+// Standard output and standard error of the process, and the progress bars at the foot of them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace engr_app {
+
+struct bar_state;
+
+/// One a process, shared by all consoles; its functions may be called on any thread. A bar is
+/// drawn on the last lines of a terminal; what is written meanwhile appears above it.
+class screen {
+  public:
+    screen();
+    screen(const screen &) = delete;
+    screen &operator=(const screen &) = delete;
+
+    [[nodiscard]] bool output_is_terminal() const { return output_is_terminal_; }
+    [[nodiscard]] bool messages_are_terminal() const { return messages_are_terminal_; }
+
+    /// Columns of the terminal that results go to.
+    [[nodiscard]] std::size_t columns() const { return columns_; }
+
+    /// Writes whole lines of a result; throws a failure when they can't be written.
+    void output(std::string_view lines);
+
+    /// Writes whole lines to standard error.
+    void message(std::string_view lines);
+
+  private:
+    friend class progress_bar;
+
+    void add(std::shared_ptr<bar_state> bar);
+    void update(bar_state &bar, std::uint64_t done, std::uint64_t total);
+    void finish(const std::shared_ptr<bar_state> &bar);
+    void write_message(std::string_view lines);
+    std::string without_bars();
+    std::string with_bars();
+
+    const bool output_is_terminal_;
+    const bool messages_are_terminal_;
+    const std::size_t columns_;
+    std::mutex mutex_;
+    std::vector<std::shared_ptr<bar_state>> bars_;
+    std::size_t drawn_lines_ = 0;
+};
+
+} // namespace engr_app

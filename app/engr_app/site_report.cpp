@@ -1,0 +1,176 @@
+// Gathering and writing of site reports.
+#include "site_report.h"
+
+#include "announcement_json.h"
+#include "device_list.h"
+#include "dp_values.h"
+#include "json_text.h"
+#include "lan_client/crypto.h"
+#include "lan_client/frame_types.h"
+#include "question.h"
+#include "safe_text.h"
+#include "session.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+namespace frame_type = lan_client::frame_type;
+
+// So many requests are under way at once: enough to hide the way there and back, and few enough
+// that each is answered in time.
+constexpr std::size_t requests_at_once = 64;
+constexpr std::size_t max_markdown_columns = 300;
+
+json gateway_json(session &present) {
+    const auto &announced = present.chosen_announcement();
+    json about = announced ? announcement_json(*announced)
+                           : json{{"id", nullptr},
+                                  {"version", nullptr},
+                                  {"product_key", nullptr},
+                                  {"activated", nullptr}};
+    about["address"] = present.chosen().place();
+    return about;
+}
+
+json channel_json(session &present, const lan_client::answer &answered, json &notes) {
+    try {
+        const json channel = parse_json(agreed(present, answered));
+        return channel.is_object() ? channel.value("channel", json()) : json();
+    } catch (const failure &refused) {
+        notes.push_back(std::string("The channel is not known: ") + refused.what());
+        return {};
+    }
+}
+
+// A gateway without a configuration refuses to read one.
+json config_json(session &present, const lan_client::answer &answered) {
+    if (!answered.failure && answered.ret != 0) {
+        return {};
+    }
+    const std::string content = present.accepted(answered);
+    return {{"bytes", content.size()}, {"sha256", lan_client::sha256_text(content)}};
+}
+
+void add_data_points(session &present, json &devices) {
+    progress_bar bar = present.out().bar("data points", devices.size(), "devices");
+    for (std::size_t start = 0; start < devices.size(); start += requests_at_once) {
+        const std::size_t end = std::min(start + requests_at_once, devices.size());
+        std::vector<lan_client::request> requests;
+        for (std::size_t at = start; at < end; ++at) {
+            requests.push_back(
+                json_request(frame_type::local_dp_query, {{"cid", devices[at]["cid"]}}));
+        }
+        const auto answers = present.ask(std::move(requests));
+        for (std::size_t at = start; at < end; ++at) {
+            const lan_client::answer &answered = answers[at - start];
+            // A device that has told none yet is refused.
+            const bool told = answered.failure || answered.ret == 0;
+            const json state =
+                told ? parse_device_state(present.accepted(answered)) : json::object();
+            devices[at]["dps"] = state.is_object() ? state.value("dps", json::object()) : json();
+        }
+        bar.show(end);
+    }
+}
+
+// A cell of a Markdown table: one line in which nothing is markup.
+std::string cell(const std::string &text) {
+    std::string escaped;
+    for (const char character : safe_text(text, max_markdown_columns)) {
+        if (std::string_view("\\`*_[]<>|#~").find(character) != std::string_view::npos) {
+            escaped += '\\';
+        }
+        escaped += character;
+    }
+    return escaped;
+}
+
+std::string known_text(const json &object, const char *name) {
+    const auto found = object.find(name);
+    if (found == object.end() || found->is_null()) {
+        return "not known";
+    }
+    if (found->is_boolean()) {
+        return found->get<bool>() ? "yes" : "no";
+    }
+    return member_text(object, name);
+}
+
+std::string fact(const std::string &name, const std::string &value) {
+    return "| " + name + " | " + cell(value) + " |\n";
+}
+
+std::string config_text(const json &config) {
+    return config.is_object()
+               ? member_text(config, "bytes") + " bytes, SHA-256 " + member_text(config, "sha256")
+               : "none";
+}
+
+std::string count_text(const json &devices) {
+    const auto count_of = [&devices](std::string_view state) {
+        return std::to_string(std::ranges::count_if(
+            devices, [state](const json &one) { return state == state_word(one); }));
+    };
+    return std::to_string(devices.size()) + ": " + count_of("online") + " online, " +
+           count_of("offline") + " offline, " + count_of("-") + " in neither list";
+}
+
+} // namespace
+
+json ask_site_report(session &present, bool data_points) {
+    json report{{"site_report", 1}, {"notes", json::array()}, {"gateway", gateway_json(present)}};
+    const auto answers = present.ask({device_list_request(),
+                                      line_state_request(),
+                                      {.type = frame_type::get_channel},
+                                      {.type = frame_type::read_app_cfg}});
+    report["time"] = time_text();
+    report["devices"] = accepted_devices(present, answers[0], answers[1]);
+    report["channel"] = channel_json(present, answers[2], report["notes"]);
+    report["app_config"] = config_json(present, answers[3]);
+    if (report["gateway"]["id"].is_null()) {
+        report["notes"].push_back("The gateway was not heard, so its id, version and activation "
+                                  "are not known.");
+    }
+    if (data_points) {
+        add_data_points(present, report["devices"]);
+    }
+    return report;
+}
+
+std::string site_report_markdown(const json &report) {
+    const json &about = report.at("gateway");
+    const json &devices = report.at("devices");
+    std::string text =
+        "# Site report\n\n| | |\n| --- | --- |\n" + fact("Time", member_text(report, "time")) +
+        fact("Gateway", known_text(about, "id")) + fact("Address", known_text(about, "address")) +
+        fact("Version", known_text(about, "version")) +
+        fact("Product key", known_text(about, "product_key")) +
+        fact("Activated", known_text(about, "activated")) +
+        fact("Channel", known_text(report, "channel")) +
+        fact("app.config", config_text(report.at("app_config"))) +
+        fact("Devices", count_text(devices));
+    for (const json &note : report.at("notes")) {
+        text += "\n" + cell(note.get<std::string>()) + "\n";
+    }
+    text += "\n## Devices\n\n";
+    const bool with_data_points = !devices.empty() && devices.front().contains("dps");
+    text += with_data_points ? "| CID | PID | State | Data points |\n| --- | --- | --- | --- |\n"
+                             : "| CID | PID | State |\n| --- | --- | --- |\n";
+    for (const json &one : devices) {
+        text += "| " + cell(member_text(one, "cid")) + " | " + cell(member_text(one, "pid")) +
+                " | " + state_word(one) + " |";
+        if (with_data_points) {
+            text += " " + cell(data_points_text(one["dps"])) + " |";
+        }
+        text += "\n";
+    }
+    text.pop_back();
+    return text;
+}
+
+} // namespace engr_app

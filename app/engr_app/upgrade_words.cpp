@@ -1,0 +1,87 @@
+// Announcing, starting, and the requests for pieces.
+#include "upgrade_words.h"
+
+#include "json_text.h"
+#include "lan_client/frame_types.h"
+#include "question.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+#include <strings.h>
+
+namespace engr_app {
+namespace {
+
+namespace frame_type = lan_client::frame_type;
+using nlohmann::json;
+
+constexpr int gateway_firmware = 0;
+constexpr int device_firmware = 10;
+
+int firmware_type(const upgrade_order &order) {
+    return order.cid.empty() ? gateway_firmware : device_firmware;
+}
+
+// A whole number from 0 on.
+std::optional<std::uint64_t> count_of(const json &body, const char *name) {
+    const auto found = body.find(name);
+    return found != body.end() && found->is_number_unsigned()
+               ? std::optional(found->get<std::uint64_t>())
+               : std::nullopt;
+}
+
+} // namespace
+
+lan_client::request announce_request(const upgrade_order &order) {
+    json body{{"swVer", order.version}, {"fileSize", order.image_bytes}, {"fileMd5", order.md5}};
+    if (order.cid.empty()) {
+        return json_request(frame_type::chk_soft_ver, body);
+    }
+    body["firmwareType"] = device_firmware;
+    body["cid"] = order.cid;
+    return json_request(frame_type::dev_upgrade_info, body);
+}
+
+lan_client::request standing_request(const upgrade_order &order) {
+    upgrade_order none = order;
+    none.image_bytes = 0;
+    return announce_request(none);
+}
+
+lan_client::request start_request(const upgrade_order &order, const std::string &target_id) {
+    return json_request(frame_type::dev_upgrade,
+                        {{"cid", target_id}, {"firmwareType", firmware_type(order)}});
+}
+
+upgrade_standing parse_standing(const upgrade_order &order, std::string_view payload) {
+    const json body = parse_json(payload);
+    if (!body.is_object() || !body.contains("updateStatus") || !body.contains("softVer")) {
+        throw not_understood("answer to an announcement", payload);
+    }
+    return {.running = member_text(body, "updateStatus") != "0",
+            .running_id = member_text(body, "updateCid"),
+            .target_id = order.cid.empty() ? member_text(body, "cid") : order.cid,
+            .version = member_text(body, "softVer")};
+}
+
+std::optional<wanted_piece> parse_wanted_piece(std::string_view payload,
+                                               std::uint64_t image_bytes) {
+    const json body = parse_json(payload);
+    if (!body.is_object()) {
+        return std::nullopt;
+    }
+    const auto offset = count_of(body, "offset");
+    const auto bytes = count_of(body, "downloadSize");
+    if (!offset || !bytes || *offset > image_bytes || (*offset == image_bytes && *bytes > 0)) {
+        return std::nullopt;
+    }
+    return wanted_piece{*offset, std::min(*bytes, image_bytes - *offset)};
+}
+
+bool same_version(const std::string &left, const std::string &right) {
+    return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
+}
+
+} // namespace engr_app

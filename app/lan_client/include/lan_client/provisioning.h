@@ -1,0 +1,74 @@
+// Giving a gateway in access-point mode its Wi-Fi network, by datagrams that it never answers. It
+// broadcasts a failure; a success shows when it announces itself on the new network.
+#pragma once
+
+#include "lan_client/errors.h"
+#include "lan_client/event_loop.h"
+#include "lan_client/frame_types.h"
+#include "lan_client/traffic.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace lan_client {
+
+inline constexpr std::uint16_t configuration_port = 6669;
+inline constexpr std::uint16_t wifi_failure_port = 6670;
+
+/// Longest datagram that a gateway takes.
+inline constexpr std::size_t max_configuration_bytes = 256;
+
+/// Longest name of a Wi-Fi network.
+inline constexpr std::size_t max_network_name_bytes = 32;
+
+/// Reaches every host of an interface.
+inline constexpr const char *broadcast_address = "255.255.255.255";
+
+struct wifi_configuration {
+    std::string network;  ///< name of the network, UTF-8
+    std::string password; ///< UTF-8; empty: the network is open
+    std::string token;    ///< UTF-8
+};
+
+/// What a gateway says when it could not join the network.
+struct wifi_failure {
+    std::string address;                ///< where it came from
+    std::optional<std::int64_t> result; ///< absent when the text is not as it should be
+    std::string words;
+};
+
+/// The payload of a configuration before encryption.
+[[nodiscard]] std::string configuration_text(const wifi_configuration &wanted);
+
+/// Size of the datagram that carries such a text, which must not exceed max_configuration_bytes.
+[[nodiscard]] std::size_t configuration_bytes(std::string_view text, payload_coding coding);
+
+/// Sends configurations through one interface and hears failures there.
+class provisioning_channel {
+  public:
+    /// Told of each failure; nothing when it is damaged, or of a gateway with other key seeds.
+    using callback = std::function<void(const std::optional<wifi_failure> &)>;
+
+    provisioning_channel(event_loop &loop, callback heard, traffic_observer observer = {});
+    ~provisioning_channel();
+    provisioning_channel(const provisioning_channel &) = delete;
+    provisioning_channel &operator=(const provisioning_channel &) = delete;
+
+    /// Starts to listen; the error says why it can't.
+    [[nodiscard]] error open(const std::string &interface_name);
+
+    /// Sends the text once; `address` may be broadcast_address.
+    [[nodiscard]] error send(std::string_view text, payload_coding coding,
+                             const std::string &address);
+
+  private:
+    struct state;
+    std::unique_ptr<state> state_;
+};
+
+} // namespace lan_client

@@ -1,0 +1,109 @@
+// Frames of the configuration and of its failure.
+#include "lan_client/provisioning.h"
+
+#include "broadcast_frame.h"
+#include "lan_client/crypto.h"
+#include "lan_client/frame.h"
+#include "lan_client/utf8.h"
+#include "udp_socket.h"
+
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+namespace lan_client {
+namespace {
+
+constexpr std::string_view failure_start = "{\"result\":";
+
+std::string payload_of(std::string_view text, payload_coding coding) {
+    return coding == payload_coding::plain ? std::string(text) : encrypt(configuration_key(), text);
+}
+
+std::optional<std::string> open_failure(std::string_view payload) {
+    std::optional<std::string> text = decrypt(configuration_key(), payload);
+    // A wrong key yields a valid padding now and then.
+    return text && text->starts_with(failure_start) ? text : std::nullopt;
+}
+
+wifi_failure read_failure(std::string_view text, const std::string &address) {
+    // Gateways cut a long text, which then is no JSON.
+    wifi_failure told{address, {}, to_utf8(text)};
+    auto object = nlohmann::json::parse(told.words, nullptr, false);
+    if (object.is_object() && object["result"].is_number_integer()) {
+        told.result = object["result"].get<std::int64_t>();
+        told.words = object.value("desc", nlohmann::json()).is_string() ? object["desc"] : "";
+    }
+    return told;
+}
+
+} // namespace
+
+std::string configuration_text(const wifi_configuration &wanted) {
+    nlohmann::ordered_json object{{"ssid", wanted.network}, {"token", wanted.token}};
+    if (!wanted.password.empty()) {
+        object["passwd"] = wanted.password;
+    }
+    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::size_t configuration_bytes(std::string_view text, payload_coding coding) {
+    return request_overhead_bytes + payload_of(text, coding).size();
+}
+
+struct provisioning_channel::state {
+    event_loop &loop;
+    callback heard;
+    traffic_observer observer;
+    std::string interface_name;
+    udp_listener listener;
+
+    state(event_loop &on, callback told, traffic_observer observing)
+        : loop(on), heard(std::move(told)), observer(std::move(observing)),
+          listener(on, [this](std::string_view bytes, const std::string &address) {
+              const broadcast_frame got =
+                  read_broadcast(bytes, address, frame_type::udp_wifi_err, open_failure, observer);
+              if (got.of_type) {
+                  heard(got.text ? std::optional(read_failure(*got.text, address)) : std::nullopt);
+              }
+          }) {}
+};
+
+provisioning_channel::provisioning_channel(event_loop &loop, callback heard,
+                                           traffic_observer observer)
+    : state_(std::make_unique<state>(loop, std::move(heard), std::move(observer))) {}
+
+provisioning_channel::~provisioning_channel() = default;
+
+error provisioning_channel::open(const std::string &interface_name) {
+    state_->interface_name = interface_name;
+    return state_->listener.open(interface_name, wifi_failure_port);
+}
+
+error provisioning_channel::send(std::string_view text, payload_coding coding,
+                                 const std::string &address) {
+    const bool plain = coding == payload_coding::plain;
+    const std::string payload = payload_of(text, coding);
+    // The gateway uses one number for encrypted configurations and for their failure.
+    const std::uint32_t type = plain ? frame_type::ap_nw_cfg : frame_type::udp_wifi_err;
+    constexpr std::uint32_t number = 1;
+    const std::string bytes = encode_request(number, type, payload);
+    if (bytes.size() > max_configuration_bytes) {
+        return {error_kind::too_large, std::to_string(bytes.size())};
+    }
+    const error problem =
+        send_datagram(state_->loop, state_->interface_name, address, configuration_port, bytes);
+    if (!problem && state_->observer) {
+        const std::string peer = address + ":" + std::to_string(configuration_port);
+        state_->observer({.sent = true,
+                          .peer = peer,
+                          .number = number,
+                          .type = type,
+                          .state = plain ? payload_state::plain : payload_state::decrypted,
+                          .wire_payload = payload,
+                          .text = text});
+    }
+    return problem;
+}
+
+} // namespace lan_client

@@ -1,0 +1,239 @@
+"""engr_app upgrade against gateways that take, refuse, drop and install an image in all ways."""
+import contextlib
+import hashlib
+import json
+import os
+import pty
+import random
+import signal
+import subprocess
+import tempfile
+import threading
+import unittest
+
+from fake_gateway import APP, KEYS, Gateway, encrypt, frame, requests, run
+
+OLD, NEW = "1.0", "2.0.1"
+
+
+class Upgrading:
+    """A gateway, or its device `cid`, that is upgraded. What it does otherwise than usual is set by name."""
+
+    def __init__(self, image, cid="", *, most=524288, back=0, start=(0, ""), refusal="", fail_at=None, lose_at=None,
+                 lose_end=False, silent=False, installs=True, polls=1, installed=OLD, known=True, running="",
+                 on_piece=None):
+        self.__dict__.update(locals())
+        self.id = cid or "gw1"
+        self.taken = bytearray()
+        self.asked = []      # frame types, polls and keep-alives left out
+        self.pieces = []
+        self.faults = []
+
+    def announcement(self, size):
+        body = {"swVer": NEW, "fileSize": size, "fileMd5": hashlib.md5(self.image).hexdigest()}
+        body |= {"firmwareType": 10, "cid": self.cid} if self.cid else {}
+        return encrypt(KEYS[3], json.dumps(body, sort_keys=True, separators=(",", ":")).encode())
+
+    def serve(self, connection):
+        self.connection = connection
+        for number, kind, payload in requests(connection):
+            if kind == 9:
+                connection.sendall(frame(0, 9, 0))
+            elif kind == 241:
+                self.send(number, 241, 0, '{"products":[{"cid":"a1","pid":"p"}]}')
+            elif kind in (229, 250):
+                self.answer_announcement(number, kind, payload)
+            elif kind == 230:
+                self.begin(number)
+            elif self.take(int.from_bytes(payload[:4], "big"), payload[4:]):
+                break
+        if self.running == self.id and not self.is_complete():
+            self.running = ""  # the driving app has left
+
+    def is_complete(self):
+        return len(self.taken) == len(self.image)
+
+    def send(self, number, kind, ret, text):
+        self.connection.sendall(frame(number, kind, ret, encrypt(KEYS[3], text.encode()) if text else b""))
+
+    def report(self, kind, **body):
+        self.send(0, kind, 0, json.dumps({"firmwareType": 10 if self.cid else 0, "cid": self.id, **body}))
+
+    def answer_announcement(self, number, kind, payload):
+        size = 0 if payload == self.announcement(0) else len(self.image)
+        if kind != (229 if self.cid else 250) or payload != self.announcement(size):
+            self.faults.append("not the announcement that was expected")
+        if not self.asked or self.asked[-1] != (kind, size):
+            self.asked.append((kind, size))
+        if self.running and self.is_complete():
+            self.polls -= 1
+            if self.polls > 0:
+                self.report(232, progress=99)
+            else:
+                self.running, self.installed = "", NEW if self.installs else self.installed
+        self.send(number, kind, 0, json.dumps({
+            "updateStatus": int(self.running != ""), "updateCid": self.running, "cid": self.id,
+            "softVer": self.installed if self.known else ""}))
+
+    def begin(self, number):
+        self.asked.append((230, 0))
+        self.send(number, 230, *self.start)
+        if self.start[0] == 0 and self.refusal:
+            self.send(number, 230, 1, self.refusal)
+        elif self.start[0] == 0:
+            self.running = self.id
+            if not self.silent:
+                self.want(0)
+
+    def want(self, offset):
+        self.report(231, offset=offset, downloadSize=min(self.most, len(self.image) - offset))
+
+    def take(self, offset, data):
+        """Returns whether the connection is to be closed."""
+        if offset != len(self.taken):
+            self.faults.append(f"piece at {offset} where {len(self.taken)} was expected")
+        self.pieces.append(len(data))
+        end = offset + len(data)
+        if self.on_piece and self.on_piece():
+            return False  # neither taken nor answered
+        if self.fail_at is not None and end > self.fail_at:
+            self.running = ""
+            return False
+        if self.lose_at is not None and end > self.lose_at:
+            return True
+        kept = len(data) if end == len(self.image) else max(1, len(data) - self.back)
+        self.taken += data[:kept]
+        if not self.silent:
+            self.want(offset + kept)
+        return self.lose_end and self.is_complete()
+
+
+class UpgradeTest(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = directory.name
+
+    def file(self, content):
+        path = os.path.join(self.directory, "image")
+        with open(path, "wb") as file:
+            file.write(content)
+        return path
+
+    def check(self, gateway, *more, code=0, words=()):
+        chosen = ["--cid", gateway.cid] if gateway.cid else []
+        got, out, err = run("upgrade", self.file(gateway.image), "--version", NEW, *chosen, *more, "--gateway",
+                            Gateway(gateway.serve).name)
+        self.assertEqual(gateway.faults, [], err)
+        self.assertEqual(got, code, out + err)
+        for word in words:
+            self.assertIn(word, out + err)
+        return out
+
+    def test_the_gateway_gets_every_byte_in_pieces_of_its_choice(self):
+        for cid in ["", "a1"]:
+            for size, more, pieces in [
+                    (1, {}, [1]), (524287, {}, [524287]), (524288, {}, [524288]), (524289, {}, [524288, 1]),
+                    (1000000, {}, [524288, 475712]), (1000, {"most": 400, "back": 150}, [400, 400, 400, 250]),
+                    (3000000, {"most": 3000000}, [2098131, 901869])]:
+                gateway = Upgrading(random.Random(size).randbytes(size), cid, **more)
+                out = self.check(gateway, words=[f"version {NEW} (before: {OLD}); {size} bytes in"])
+                self.assertEqual((bytes(gateway.taken) == gateway.image, gateway.pieces), (True, pieces), size)
+                self.assertIn("device a1 of gateway" if cid else "gateway", out)
+
+    def test_each_end_is_told_with_what_is_installed_then(self):
+        image, quick = random.Random(7).randbytes(5000), ("--timeout", "0.5")
+        half = {"most": 2500}
+        for cid, how, more, code, *words in [
+                ("", {"refusal": "gw_lan_ug_cb error"}, (), 1, "gw_lan_ug_cb error; its upgrade service"),
+                ("a1", {"refusal": "dev_lan_ug_cb func not exist"}, (), 1, "can't upgrade its devices"),
+                ("", {"start": (1, "dev is upgrading")}, (), 1, "an upgrade is under way already"),
+                ("", {"start": (1, "file_size is zero")}, (), 1, "try again"),
+                ("", {"running": "b2"}, (), 1, "has an upgrade of b2 under way"),
+                ("a1", {"installed": ""}, (), 0, "now has version 2.0.1;"),
+                ("a2", {"known": False}, (), 1, "knows no device a2"),
+                ("", {**half, "fail_at": 2600}, quick, 1, "gave up at byte 2500 of 5000: version 1.0 is still",
+                 "engr_app log"),
+                ("a1", {**half, "lose_at": 2600}, quick, 1, "lost at byte 2500 of 5000", "version 1.0 is still"),
+                ("", {"lose_end": True, "polls": 2}, quick, 0, "now has version 2.0.1"),
+                ("a1", {"polls": 4}, quick, 0, "now has version 2.0.1"),
+                ("a1", {"lose_end": True, "installs": False}, quick, 1, "did not install it: version 1.0 is still"),
+                ("", {"installs": False}, quick, 1, "received the whole image, but did not install it"),
+                ("", {"silent": True}, ("--timeout", "0.3"), 1, "did not ask for the next piece", "at byte 0 of 5000",
+                 "has ended on the gateway, too; version 1.0"),
+                ("", {"installed": NEW}, (), 0, "has version 2.0.1 already"),
+                ("", {"installed": NEW}, ("--again",), 0, "now has version 2.0.1 (before: 2.0.1)"),
+                ("", {"installed": NEW, "fail_at": 0}, ("--again", *quick), 1, "gave up at byte 0")]:
+            with self.subTest(how=how):
+                self.check(Upgrading(image, cid, **how), *more, code=code, words=words)
+
+    def test_a_dry_run_announces_no_image_and_starts_nothing(self):
+        for cid, kind in [("", 250), ("a1", 229)]:
+            gateway = Upgrading(b"abc", cid, running="b2")
+            out = self.check(gateway, "--dry-run", "--json")
+            self.assertEqual(gateway.asked, [(kind, 0)])
+            told = json.loads(out)
+            self.assertEqual(told | {"file": ""}, {
+                "file": "", "bytes": 3, "md5": hashlib.md5(b"abc").hexdigest(), "version": NEW, "cid": gateway.id,
+                "installed": OLD, "under_way": True, "under_way_cid": "b2"})
+            self.check(gateway, "--dry-run", words=["installed version:  1.0", "an upgrade of b2"])
+
+    def test_an_interrupt_ends_the_upgrade_on_both_sides(self):
+        got_one = threading.Event()
+        gateway = Upgrading(bytes(5000), most=2500)
+        gateway.on_piece = lambda: len(gateway.pieces) == 2 and not got_one.set()
+        terminal, shown_on = pty.openpty()
+        with subprocess.Popen([APP, "upgrade", self.file(gateway.image), "--version", NEW, "--gateway",
+                               Gateway(gateway.serve).name], stdout=subprocess.PIPE, stderr=shown_on) as running:
+            self.assertTrue(got_one.wait(60))
+            running.send_signal(signal.SIGINT)
+            out, _ = running.communicate(timeout=60)
+        os.close(shown_on)
+        err = b""
+        with contextlib.suppress(OSError):  # the end of a terminal that nobody writes to any more
+            while piece := os.read(terminal, 65536):
+                err += piece
+        os.close(terminal)
+        self.assertEqual((running.returncode, out), (1, b""), err)
+        self.assertIn(b" 50 %  2.4 KiB of 4.9 KiB", err)
+        self.assertNotIn(b"100 %", err, "the second piece was sent, but not taken")
+        self.assertIn(b"interrupted at byte 2500 of 5000: the upgrade has ended on the gateway, too; version 1.0", err)
+
+    def test_a_file_that_changes_meanwhile_ends_the_upgrade(self):
+        gateway = Upgrading(bytes(5000), most=2500)
+        gateway.on_piece = lambda: not self.file(bytes(2500))
+        self.check(gateway, code=1, words=["has changed while it was read at byte 2500", "has ended on the gateway"])
+
+    def test_several_gateways_are_upgraded_from_one_file(self):
+        image = random.Random(3).randbytes(600000)
+        gateways = [Upgrading(image), Upgrading(image, fail_at=0)]
+        names = [Gateway(one.serve).name for one in gateways]
+        code, out, err = run("upgrade", self.file(image), "--version", NEW, "--json", "--timeout", "1", "--gateway",
+                             names[0], "--gateway", names[1])
+        self.assertEqual(code, 1, err)
+        good, bad = json.loads(out)
+        self.assertEqual((good["result"]["upgraded"], good["result"]["version"], good["result"]["version_before"]),
+                         (True, NEW, OLD))
+        self.assertEqual(bad["error"]["kind"], "upgrade_failed")
+        self.assertEqual(bytes(gateways[0].taken), image)
+
+    def test_what_can_not_be_right_is_refused_before_anything_is_sent(self):
+        good, pipe = self.file(b"x"), os.path.join(self.directory, "pipe")
+        empty, huge = os.path.join(self.directory, "empty"), os.path.join(self.directory, "huge")
+        os.mkfifo(pipe)
+        for path, size in [(empty, 0), (huge, 1 << 31)]:
+            with open(path, "wb") as file:
+                file.truncate(size)  # without blocks on the disk
+        for arguments, word in [
+                ([good, "--version", "2.0.1.2.0.12"], "1 to 11"), ([good, "--version", ""], "1 to 11"),
+                ([good, "--version", 'a"b'], "quote"), ([good, "--version", "1", "--cid", "c" * 26], "1 to 25"),
+                ([good], "--version"), ([empty, "--version", "1"], "it is empty"),
+                ([huge, "--version", "1"], "at most 2147483647"), ([pipe, "--version", "1"], "no ordinary file"),
+                (["/no/file", "--version", "1"], "/no/file")]:
+            code, out, err = run("upgrade", *arguments, "--gateway", "127.0.0.1:9")
+            self.assertEqual((code, out), (2, ""), f"{arguments}: {err}")
+            self.assertIn(word, err)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,227 @@
+"""The installer's verbs of engr_app: what goes out, what comes back in words, and what is refused before."""
+import json
+import os
+import pty
+import signal
+import struct
+import subprocess
+import tempfile
+import unittest
+import zlib
+
+from fake_gateway import APP, KEYS, Gateway, encrypt, frame, requests, run
+
+SECRET = "correct horse"
+BOUND = '{"products":[{"cid":"a1","pid":"p"}]}'
+CHANGED = '{"cid":"a1","dps":{"1":true}}'
+MEMBERS = '{"gid":"g","op":"add","cids":["a1","b2"]}'
+PRODUCTS = [{"cid": "a1", "pid": "p"}]
+ACTIONS = [{"cid": "a1", "dps": {"1": True}}]
+SCENES = {"gmtModified": 7, "scenes": [{"sceneId": "s", "actions": ACTIONS}]}
+BUTTONS = [{"button": 1, "sid": "s", "gid": "g"}]
+
+
+def segment(number, count, at, text):
+    body = struct.pack(">7I", 0x55AA, number, 254, len(text) + 20, 0, count, at) + text
+    return body + struct.pack(">II", zlib.crc32(body), 0xAA55)
+
+
+class Script:
+    """Expects requests (type, JSON value, text or None) in order and plays what belongs to each: (ret, text) is the
+    answer, (type, ret, text) a report, a function (frame number) gives bytes, None hangs up."""
+
+    def __init__(self, *exchanges):
+        self.left = list(exchanges)
+        self.faults = []
+
+    def serve(self, connection):
+        for number, kind, payload in requests(connection):
+            wanted, content, *replies = self.left.pop(0) if self.left else (None, None)
+            text = content if isinstance(content, str) or content is None else json.dumps(
+                content, sort_keys=True, separators=(",", ":"))
+            if kind != wanted or payload != (encrypt(KEYS[3], text.encode()) if text else b""):
+                self.faults.append(f"request {kind} came where {wanted} {text} was expected")
+                return
+            for reply in replies:
+                if reply is None:
+                    return
+                if callable(reply):
+                    connection.sendall(reply(number))
+                    continue
+                *report, ret, said = reply
+                said = encrypt(KEYS[3], said.encode()) if said else b""
+                connection.sendall(frame(0 if report else number, report[0] if report else kind, ret, said))
+
+
+class VerbsTest(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = directory.name
+
+    def file(self, content, name="file.json"):
+        path = os.path.join(self.directory, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(content if isinstance(content, str) else json.dumps(content))
+        return path
+
+    def check(self, arguments, exchanges, code, *words, environment=None):
+        script = Script(*exchanges)
+        gateway = Gateway(script.serve).name
+        got, out, err = run(*arguments, "--gateway", gateway, environment=environment)
+        with self.subTest(arguments=arguments):
+            self.assertEqual(script.faults, [], err)
+            self.assertEqual(script.left, [], f"these requests did not come: {err}")
+            self.assertEqual(got, code, out + err)
+            for word in words:
+                self.assertIn(word, out + err)
+        return out + err
+
+    def test_each_verb_asks_what_it_says_and_tells_the_outcome(self):
+        products, actions = self.file(PRODUCTS), self.file({"actions": ACTIONS}, "actions.json")
+        buttons, scenes = self.file(BUTTONS, "buttons.json"), self.file(SCENES, "scenes.json")
+        channel, token = '{"channel":15}', {"token": "t0"}
+        for arguments, exchanges, code, *words in [
+                (["dp", "get", "a1"], [(10, {"cid": "a1"}, (0, '{"cid":"a1","dps":{"10":"x","2":true}}'))], 0,
+                 'DP\tVALUE\n2\ttrue\n10\t"x"\n'),
+                (["dp", "get"], [(10, {}, (1, "devid not found"))], 1, "answered: devid not found; engr_app devices"),
+                (["dp", "set", "a1", "1=true", "2=-5", "3=1x", '4="5"'],
+                 [(7, {"cid": "a1", "dps": {"1": True, "2": -5, "3": "1x", "4": "5"}},
+                   (8, 0, '{"cid":"b","dps":{"1":1}}'), (8, 0, CHANGED), (0, ""))], 0, "reports 1 = true"),
+                (["dp", "set", "a1", "--json-dps", '{"1":true}', "--timeout", "0.3"],
+                 [(7, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command", "see engr_app devices"),
+                (["dp", "query", "a1", "1"], [(18, {"cid": "a1", "dpId": 1}, (0, ""), (8, 0, CHANGED))], 0, "1\ttrue"),
+                (["dp", "query", "", "1", "2", "--json"],
+                 [(18, {"dpId": [1, 2]}, (8, 0, CHANGED), (8, 0, '{"cid":"gw","dps":{"1":1,"2":3}}'), (0, ""))], 0,
+                 '"2": 3'),
+                (["group", "oper", "add", "g", "a1"], [(208, {"gid": "g", "op": "add", "cids": ["a1"]},
+                                                       (208, 1, '{"gid":"h","op":"add"}'), (208, 0, MEMBERS))], 0,
+                 "group g now has 2 device(s): a1, b2"),
+                (["group", "oper", "delete", "g"],
+                 [(208, {"gid": "g", "op": "delete"},
+                   (208, 1, '{"gid":"g","op":"delete","reason":"no such group"}'))], 1, "answered: no such group"),
+                (["group", "oper", "remove", "g", "a1"],
+                 [(208, {"gid": "g", "op": "remove", "cids": ["a1"]}, (1, "group oper failed"))], 1, "check the ids"),
+                (["group", "exec", "g", "1=true"], [(209, {"gid": "g", "dps": {"1": True}}, (0, ""))], 0,
+                 "took the command"),
+                (["scene", "exec", "s"], [(19, {"sceneId": "s"}, (0, ""))], 0, "was told to run"),
+                (["scene", "run", "g", "s"], [(17, {"sid": "s", "gid": "g"}, (1, "scene execute error"))], 1,
+                 "scene oper save"),
+                (["scene", "sync", scenes], [(226, {**SCENES, "totalCount": 1}, (0, ""))], 0, "1 linkage scene(s)"),
+                (["scene", "oper", "save", "g", "s", actions],
+                 [(244, {"sid": "s", "gid": "g", "op": "save", "actions": ACTIONS},
+                   (244, 0, '{"sid":"s","gid":"g","op":"save"}'))], 0, "scene s of group g was saved"),
+                (["scene", "panel", "a1", buttons],
+                 [(248, {"cid": "a1", "buttons": BUTTONS}, (1, '{"cid":"a1","reason":"set panel cmd error"}'))], 1,
+                 "set panel cmd error; check the panel"),
+                (["bind", products], [(240, {"products": PRODUCTS}, (0, channel))], 0, "1 device(s) are bound",
+                 "channel 15"),
+                (["unbind", "a1", "b2"], [(241, None, (0, BOUND)), (242, {"cid": "a1"}, (0, "{}")),
+                                          (242, {"cid": "b2"}, (0, "{}")), (241, None, (0, '{"products":[]}'))], 1,
+                 "a1\tunbound\n", "b2\twas not bound"),
+                (["unbind", "a1"],
+                 [(241, None, (0, BOUND)), (242, {"cid": "a1"}, (0, "{}")), (241, None, (0, BOUND))], 1, "still bound"),
+                (["token", "t0"], [(12, token, (0, ""))], 0, "token is bound"),
+                (["token", "--token-file", self.file("t0\n", "token")], [(12, token, (1, "inner process failed"))], 1,
+                 "does not take this token"),
+                (["join", "open", "--detach", "--seconds", "9", "--kind", "1"],
+                 [(14, {"type": 1, "time": 9}, (0, ""))], 0, "open on gateway"),
+                (["join", "close"], [(14, {"type": 0, "time": 0}, (1, "permit join set error"))], 1, "join --help"),
+                (["wifi", "net", "--open"], [(15, {"ssid": "net"}, (0, ""))], 0, "engr_app discover"),
+                (["channel", "get"], [(253, None, (0, channel))], 0, "on channel 15"),
+                (["channel", "set", "27", "--force"], [(252, {"channel": 27}, (1, "set channel error"))], 1,
+                 "answered: set channel error; channels are 11 to 26"),
+                (["config", "push", "app", self.file("{1}\n", "app")], [(246, "{1}", (0, ""))], 0, "(3 bytes)"),
+                (["config", "push", "cloud", self.file("}" * 9000, "cloud")], [(245, "}" * 9000, (0, ""))], 0,
+                 "ends engineering"),
+                (["config", "pull"], [(247, None, (0, "as it is\n"))], 0, "as it is\n"),
+                (["deactivate", "--yes"], [(249, None, (0, ""))], 0, "leave out --local-key"),
+                (["log"], [(254, None, (1, "read log error"))], 1, "removed once it was fetched")]:
+            self.check(arguments, exchanges, code, *words)
+
+    def test_what_can_not_be_right_is_refused_before_anything_is_sent(self):
+        big = self.file("x" * 2098136, "big")
+
+        def faulty(verb, *cases):
+            for number, (content, word) in enumerate(cases):
+                name = f"{verb[-1]}{number}"
+                yield [*verb, self.file(content, name)], f"{name}: {word}"
+
+        for arguments, word in [
+                (["wifi", b"net\xff", "--open"], "UTF-8"),
+                (["dp"], "subcommand"), (["dp", "set", "a1"], "DP=VALUE"), (["dp", "set", "a1", "0=1"], "1 to 255"),
+                (["dp", "set", "a1", "1=1", "1=2"], "twice"),
+                (["dp", "set", "a1", "--json-dps", '{"1":[]}'], "data point 1"),
+                (["group", "oper", "add", "g"], "at least one device"), (["group", "oper", "grow", "g"], "OPERATION"),
+                (["channel", "set", "27"], "--force"), (["token", "t" * 65], "1 to 64"), (["deactivate"], "--yes"),
+                (["config", "push", "app", big], "2098135"), (["config", "push", "app", "/no/file"], "/no/file"),
+                (["config", "push", "app", self.file("a\0b", "zero")], "byte 2 is zero"),
+                (["config", "push", "app", self.file("{} ;", "open")], "does not end with }"),
+                (["log", "/no/directory/file"], "/no/directory/file"), (["log", "/dev/null"], "no ordinary file"),
+                *faulty(["bind"], ('{"products":\n [}', "line 2, column 3"), ("7", "expected an array or"),
+                        ({}, 'expected an object with the member "products"'),
+                        ([{"cid": "a" * 26, "pid": "p"}], "products[0].cid: expected a text of 1 to 25"),
+                        ([{"cid": "a 1", "pid": "p"}], "products[0].cid: expected printable"),
+                        ([{"cid": "a1"}], 'products[0]: expected an object with the member "pid"'),
+                        (PRODUCTS * 2, 'products[1].cid: "a1" is given twice')),
+                *faulty(["scene", "sync"], ({**SCENES, "totalCount": 2}, "totalCount: expected a whole number of 1"),
+                        ({**SCENES, "gmtModified": 1 << 33}, "gmtModified: expected"),
+                        ([{"sceneId": "s", "actions": [{"cid": "a1", "dps": {"0": 1}}]}],
+                         'scenes[0].actions[0].dps: names "0"'),
+                        ([{"sceneId": "s", "actions": []}], "scenes[0].actions: expected at least one"))]:
+            code, out, err = run(*arguments, "--gateway", "127.0.0.1:9")
+            self.assertEqual((code, out), (2, ""), f"{arguments}: {err}")
+            self.assertIn(word, err, f"{arguments} must name what is wrong")
+
+    def test_a_log_is_there_whole_or_not_at_all(self):
+        path = os.path.join(self.directory, "log")
+        first, last = b"x" * 1024, b"passwd:hunter2 on a1\n"
+        stopped = (254, None, lambda number: segment(number, 3, 1, first), None)
+        self.check(["log", path], [stopped], 1, "stopped after segment 1 of 3")
+        self.assertEqual(os.listdir(self.directory), [])
+        whole = (254, None, lambda number: segment(number, 2, 1, first) + segment(number, 2, 2, last))
+        self.check(["log", path], [whole], 0, f"{len(first + last)} bytes, is in {path}")
+        with open(path, "rb") as file:
+            self.assertEqual(file.read(), first + last)
+        shown = self.check(["log", "--sanitized"], [(241, None, (0, BOUND)), whole], 0, "passwd:***\n")
+        self.assertNotIn("hunter2", shown)
+
+    def test_join_shows_devices_and_closes_on_interrupt(self):
+        script = Script((14, {"type": 0, "time": 900}, (0, ""), (243, 0, BOUND)), (14, {"type": 0, "time": 0}, (0, "")))
+        with subprocess.Popen([APP, "join", "open", "--seconds", "900", "--gateway", Gateway(script.serve).name],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE) as opened:
+            self.assertEqual(opened.stdout.readline(), b"device a1 joined (product p)\n")
+            opened.send_signal(signal.SIGINT)
+            out, err = opened.communicate(timeout=60)
+        self.assertEqual((opened.returncode, script.left, script.faults), (0, [], []), err)
+        self.assertIn(b"1 device(s) joined; joining is closed, as you asked", out)
+
+    def test_a_password_is_never_shown(self):
+        asked = (15, {"ssid": "net", "passwd": SECRET}, (0, ""))
+        for more, environment in [(["--password-file", self.file(SECRET + "\n")], None), (["--password", SECRET], None),
+                                  ([], {"ENGR_WIFI_PASSWORD": SECRET})]:
+            shown = self.check(["wifi", "net", "-v", *more], [asked], 0, "net", environment=environment)
+            self.assertNotIn(SECRET, shown)
+
+    def test_a_password_is_asked_for_without_echo(self):
+        script = Script((15, {"ssid": "net", "passwd": SECRET}, (0, "")))
+        gateway = Gateway(script.serve).name
+        child, terminal = pty.fork()
+        if child == 0:
+            os.execv(APP, [APP, "wifi", "net", "--gateway", gateway])
+        shown = b""
+        while b"Wi-Fi password: " not in shown:
+            shown += os.read(terminal, 1024)
+        os.write(terminal, SECRET.encode() + b"x\x7f\n")
+        try:
+            while piece := os.read(terminal, 1024):
+                shown += piece
+        except OSError:
+            pass  # the terminal of a program that has ended
+        self.assertEqual((os.waitpid(child, 0)[1], script.faults), (0, []), shown)
+        self.assertNotIn(SECRET.encode()[:4], shown)
+        os.close(terminal)
+
+
+if __name__ == "__main__":
+    unittest.main()
