@@ -13,16 +13,15 @@ ROW = re.compile(r"X\((\d+), (\w+), (\w+), (\w+), (\w+),\s*\"([^\"]*)\"\)")
 
 
 def table():
-    """The table as Markdown; a request without a handler is marked as one for registered handlers."""
+    """The table as Markdown."""
     source = SOURCE.read_text().replace("\\\n", " ")
     rows = ROW.findall(source)
     if len(rows) != source.count("X(") - 1:
         sys.exit(f"{SOURCE}: a row is not of the form X(number, name, way, payload, handler, \"meaning\")")
     lines = [HEAD]
-    for number, name, way, payload, handler, meaning in rows:
+    for number, name, way, payload, _, meaning in rows:
         shown = "" if payload == "none" else payload
-        unserved = " (later)" if way == "request" and handler == "no_handler" and number != "34" else ""
-        lines.append(f"| {number} | `{name}` | {way} | {shown} | {meaning}{unserved} |\n")
+        lines.append(f"| {number} | `{name}` | {way} | {shown} | {meaning} |\n")
     return "".join(lines)
 
 

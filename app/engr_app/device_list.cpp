@@ -7,10 +7,16 @@
 
 #include <unordered_set>
 
+#include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
 namespace {
+
+// So many requests are under way at once: enough to hide the way there and back, and few enough
+// that each is answered in time.
+constexpr std::size_t requests_at_once = 64;
 
 std::vector<std::string> texts(const nlohmann::json &object, const char *name) {
     std::vector<std::string> all;
@@ -86,6 +92,24 @@ const char *state_word(const nlohmann::json &device_of_list) {
         return "-";
     }
     return online->get<bool>() ? "online" : "offline";
+}
+
+void ask_of_each(session &present, nlohmann::json &devices, const char *what,
+                 const std::function<lan_client::request(const nlohmann::json &)> &question,
+                 const std::function<void(nlohmann::json &, const lan_client::answer &)> &take) {
+    progress_bar bar = present.out().bar(what, devices.size(), "devices");
+    for (std::size_t start = 0; start < devices.size(); start += requests_at_once) {
+        const std::size_t end = std::min(start + requests_at_once, devices.size());
+        std::vector<lan_client::request> requests;
+        for (std::size_t at = start; at < end; ++at) {
+            requests.push_back(question(devices[at]));
+        }
+        const auto answers = present.ask(std::move(requests));
+        for (std::size_t at = start; at < end; ++at) {
+            take(devices[at], answers[at - start]);
+        }
+        bar.show(end);
+    }
 }
 
 } // namespace engr_app

@@ -3,6 +3,7 @@
 
 #include "lan_client/client.h"
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,6 +42,12 @@ struct line_state {
 /// keeps a device in neither list. Throws what explains a missing, refusing or unreadable answer.
 [[nodiscard]] nlohmann::json accepted_devices(session &present, const lan_client::answer &list,
                                               const lan_client::answer &states);
+
+/// Asks one thing about each entry of that list, many at once, under a progress bar.
+void ask_of_each(
+    session &present, nlohmann::json &devices, const char *what,
+    const std::function<lan_client::request(const nlohmann::json &device)> &question,
+    const std::function<void(nlohmann::json &device, const lan_client::answer &answered)> &take);
 
 /// "online", "offline" or "-" for an entry of that list.
 [[nodiscard]] const char *state_word(const nlohmann::json &device_of_list);

@@ -26,6 +26,7 @@ constexpr gateway_member compared_members[] = {
     {"id", "id"},
     {"address", "address"},
     {"version", "version"},
+    {"sw_ver", "firmware"},
     {"product_key", "product key"},
     {"activated", "activated"},
     {"ability", "ability"},
@@ -136,6 +137,11 @@ class comparison {
             add("pid", id, part(before, "pid"), part(after, "pid"),
                 name + " is another product: " + value_words(part(before, "pid")) + " before, " +
                     value_words(part(after, "pid")) + " now");
+        }
+        if (part(before, "sw_ver") != part(after, "sw_ver")) {
+            add("sw_ver", id, part(before, "sw_ver"), part(after, "sw_ver"),
+                name + " has version " + value_words(part(after, "sw_ver")) + ", before " +
+                    value_words(part(before, "sw_ver")));
         }
         const json online = part(after, "online");
         if (part(before, "online") != online) {

@@ -3,6 +3,7 @@
 
 #include "announcement_json.h"
 #include "device_list.h"
+#include "device_versions.h"
 #include "dp_values.h"
 #include "json_text.h"
 #include "lan_client/crypto.h"
@@ -21,9 +22,6 @@ namespace {
 using nlohmann::json;
 namespace frame_type = lan_client::frame_type;
 
-// So many requests are under way at once: enough to hide the way there and back, and few enough
-// that each is answered in time.
-constexpr std::size_t requests_at_once = 64;
 constexpr std::size_t max_markdown_columns = 300;
 
 json gateway_json(session &present) {
@@ -57,25 +55,25 @@ json config_json(session &present, const lan_client::answer &answered) {
 }
 
 void add_data_points(session &present, json &devices) {
-    progress_bar bar = present.out().bar("data points", devices.size(), "devices");
-    for (std::size_t start = 0; start < devices.size(); start += requests_at_once) {
-        const std::size_t end = std::min(start + requests_at_once, devices.size());
-        std::vector<lan_client::request> requests;
-        for (std::size_t at = start; at < end; ++at) {
-            requests.push_back(
-                json_request(frame_type::local_dp_query, {{"cid", devices[at]["cid"]}}));
-        }
-        const auto answers = present.ask(std::move(requests));
-        for (std::size_t at = start; at < end; ++at) {
-            const lan_client::answer &answered = answers[at - start];
+    ask_of_each(
+        present, devices, "data points",
+        [](const json &device) {
+            return json_request(frame_type::local_dp_query, {{"cid", device["cid"]}});
+        },
+        [&](json &device, const lan_client::answer &answered) {
             // A device that has told none yet is refused.
             const bool told = answered.failure || answered.ret == 0;
             const json state =
                 told ? parse_device_state(present.accepted(answered)) : json::object();
-            devices[at]["dps"] = state.is_object() ? state.value("dps", json::object()) : json();
-        }
-        bar.show(end);
-    }
+            device["dps"] = state.is_object() ? state.value("dps", json::object()) : json();
+        });
+}
+
+// The version of the gateway's firmware, and those of its devices.
+void add_all_versions(session &present, json &report) {
+    add_versions(present, report["devices"]);
+    const auto own = present.ask({gateway_version_request()});
+    report["gateway"]["sw_ver"] = parse_standing({}, present.accepted(own.front())).version;
 }
 
 // A cell of a Markdown table: one line in which nothing is markup.
@@ -120,9 +118,30 @@ std::string count_text(const json &devices) {
            count_of("offline") + " offline, " + count_of("-") + " in neither list";
 }
 
+// The table of the devices, with the columns that were asked for.
+std::string markdown_devices(const json &devices) {
+    const bool with_versions = !devices.empty() && devices.front().contains("sw_ver");
+    const bool with_data_points = !devices.empty() && devices.front().contains("dps");
+    std::string text = std::string("| CID | PID | State |") + (with_versions ? " Version |" : "") +
+                       (with_data_points ? " Data points |" : "") + "\n| --- | --- | --- |" +
+                       (with_versions ? " --- |" : "") + (with_data_points ? " --- |" : "") + "\n";
+    for (const json &one : devices) {
+        text += "| " + cell(member_text(one, "cid")) + " | " + cell(member_text(one, "pid")) +
+                " | " + state_word(one) + " |";
+        if (with_versions) {
+            text += " " + cell(known_text(one, "sw_ver")) + " |";
+        }
+        if (with_data_points) {
+            text += " " + cell(data_points_text(one["dps"])) + " |";
+        }
+        text += "\n";
+    }
+    return text;
+}
+
 } // namespace
 
-json ask_site_report(session &present, bool data_points) {
+json ask_site_report(session &present, const site_report_extent &extent) {
     json report{{"site_report", 1}, {"notes", json::array()}, {"gateway", gateway_json(present)}};
     const auto answers = present.ask({device_list_request(),
                                       line_state_request(),
@@ -136,8 +155,11 @@ json ask_site_report(session &present, bool data_points) {
         report["notes"].push_back("The gateway was not heard, so its id, version and activation "
                                   "are not known.");
     }
-    if (data_points) {
+    if (extent.data_points) {
         add_data_points(present, report["devices"]);
+    }
+    if (extent.versions) {
+        add_all_versions(present, report);
     }
     return report;
 }
@@ -149,6 +171,7 @@ std::string site_report_markdown(const json &report) {
         "# Site report\n\n| | |\n| --- | --- |\n" + fact("Time", member_text(report, "time")) +
         fact("Gateway", known_text(about, "id")) + fact("Address", known_text(about, "address")) +
         fact("Version", known_text(about, "version")) +
+        (about.contains("sw_ver") ? fact("Firmware", known_text(about, "sw_ver")) : "") +
         fact("Product key", known_text(about, "product_key")) +
         fact("Activated", known_text(about, "activated")) +
         fact("Channel", known_text(report, "channel")) +
@@ -158,17 +181,7 @@ std::string site_report_markdown(const json &report) {
         text += "\n" + cell(note.get<std::string>()) + "\n";
     }
     text += "\n## Devices\n\n";
-    const bool with_data_points = !devices.empty() && devices.front().contains("dps");
-    text += with_data_points ? "| CID | PID | State | Data points |\n| --- | --- | --- | --- |\n"
-                             : "| CID | PID | State |\n| --- | --- | --- |\n";
-    for (const json &one : devices) {
-        text += "| " + cell(member_text(one, "cid")) + " | " + cell(member_text(one, "pid")) +
-                " | " + state_word(one) + " |";
-        if (with_data_points) {
-            text += " " + cell(data_points_text(one["dps"])) + " |";
-        }
-        text += "\n";
-    }
+    text += markdown_devices(devices);
     text.pop_back();
     return text;
 }

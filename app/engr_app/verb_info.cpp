@@ -2,6 +2,7 @@
 #include "announcement_json.h"
 #include "arguments.h"
 #include "device_list.h"
+#include "device_versions.h"
 #include "failure.h"
 #include "frame_words.h"
 #include "session.h"
@@ -25,6 +26,7 @@ struct trial {
     bool key_right = false;
     double round_trip_ms = 0;
     std::optional<std::size_t> devices;
+    std::optional<upgrade_standing> firmware;
 };
 
 trial try_to_talk(session &present) {
@@ -33,6 +35,7 @@ trial try_to_talk(session &present) {
     std::vector<lan_client::request> requests{{.type = lan_client::frame_type::keepalive}};
     if (key_at_hand) {
         requests.push_back(device_list_request()); // its answer is always encrypted
+        requests.push_back(gateway_version_request());
     }
     const std::vector<answer> answers = present.ask(std::move(requests), false);
     const answer &alive = answers.front();
@@ -48,7 +51,7 @@ trial try_to_talk(session &present) {
         shown.key = "not tried: the gateway is activated, give its key with --local-key";
         return shown;
     }
-    const answer &listed = answers.back();
+    const answer &listed = answers[1];
     if (listed.failure) {
         shown.problem = present.explain(listed);
         shown.key = listed.failure.kind == error_kind::wrong_key ? "wrong" : "not known";
@@ -58,6 +61,9 @@ trial try_to_talk(session &present) {
     shown.key = "right";
     if (listed.ret == 0) {
         shown.devices = parse_device_list(listed.payload).size();
+    }
+    if (!answers[2].failure && answers[2].ret == 0) {
+        shown.firmware = parse_standing({}, answers[2].payload);
     }
     return shown;
 }
@@ -74,6 +80,11 @@ nlohmann::json as_json(const gateway &target, const trial &shown) {
     }
     if (shown.devices) {
         all["devices"] = *shown.devices;
+    }
+    if (shown.firmware) {
+        all["sw_ver"] = shown.firmware->version;
+        all["upgrading"] =
+            shown.firmware->running ? nlohmann::json(shown.firmware->running_id) : nlohmann::json();
     }
     if (shown.problem) {
         all["error"] = {{"kind", shown.problem->kind()}, {"message", shown.problem->what()}};
@@ -110,6 +121,12 @@ void show(console &out, const gateway &target, const trial &shown) {
     if (shown.devices) {
         facts.emplace_back("devices", std::to_string(*shown.devices));
     }
+    if (shown.firmware) {
+        facts.emplace_back("firmware", shown.firmware->version);
+        facts.emplace_back("upgrade", shown.firmware->running
+                                          ? "of " + shown.firmware->running_id + " under way"
+                                          : "none under way");
+    }
     out.facts(facts);
 }
 
@@ -137,9 +154,9 @@ verb_work declare_info(arguments &declared) {
     const auto wait = std::make_shared<bool>(false);
     declared.flag("--wait", *wait,
                   "For a gateway named by its address: also listen for its announcement");
-    declared.notes("Examples:\n"
-                   "  engr_app info\n"
-                   "  engr_app info --gateway 127.0.0.2 --wait");
+    declared.notes(std::string(versions_note) + "Examples:\n"
+                                                "  engr_app info\n"
+                                                "  engr_app info --gateway 127.0.0.2 --wait");
     return [wait](session &present) { return info(present, *wait); };
 }
 

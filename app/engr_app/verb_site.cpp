@@ -1,5 +1,6 @@
 // site: what a site looks like, and what changed there.
 #include "arguments.h"
+#include "device_versions.h"
 #include "failure.h"
 #include "json_text.h"
 #include "output_file.h"
@@ -20,7 +21,7 @@ using nlohmann::json;
 struct report_arguments {
     std::string markdown_file;
     std::string json_file;
-    bool data_points = false;
+    site_report_extent extent;
 };
 
 struct diff_arguments {
@@ -29,7 +30,7 @@ struct diff_arguments {
 };
 
 int report(session &present, const report_arguments &given) {
-    const json about = ask_site_report(present, given.data_points);
+    const json about = ask_site_report(present, given.extent);
     std::string files;
     const auto write = [&](const std::string &name, const std::string &text) {
         if (!name.empty()) {
@@ -75,9 +76,12 @@ verb_work declare_report(arguments &declared) {
     declared.option("--markdown", given->markdown_file, "FILE", "Write the report for people");
     declared.option("--json-file", given->json_file, "FILE",
                     "Write the report for machines, which site diff reads");
-    declared.flag("--data-points", given->data_points,
+    declared.flag("--data-points", given->extent.data_points,
                   "Ask every device for its data points as well");
-    declared.notes("Without a file the report goes to standard output, as Markdown or with --json "
+    declared.flag("--versions", given->extent.versions,
+                  "Ask for the firmware versions of the gateway and of every device as well");
+    declared.notes(std::string(versions_note) +
+                   "Without a file the report goes to standard output, as Markdown or with --json "
                    "as\nJSON. With several gateways each has files of its own, FILE-ID.EXTENSION.");
     return [given](session &present) { return report(present, *given); };
 }

@@ -108,10 +108,11 @@ std::string json_value::data_points() const {
 
 void read_members(const json_value &object, const std::vector<known_member> &members) {
     object.need_object();
-    for (const auto &[name, value] : object.json.items()) {
-        const json_value member = object.member(name, value);
-        const auto known = std::find_if(members.begin(), members.end(),
-                                        [&](const known_member &of) { return of.name == name; });
+    for (const auto &item : object.json.items()) {
+        const json_value member = object.member(item.key(), item.value());
+        const auto known =
+            std::find_if(members.begin(), members.end(),
+                         [&](const known_member &of) { return of.name == item.key(); });
         if (known == members.end()) {
             std::string names;
             for (const known_member &of : members)

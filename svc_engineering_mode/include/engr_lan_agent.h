@@ -166,7 +166,7 @@ int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_s
  * @param rpt_percent   non-zero: every connected app is told the progress after each chunk
  * @param chunk_size    most bytes asked for at once; 0 means 524288
  * @return 0 started, whether or not the app could be asked; -2 firmware or a callback is null; -1
- * the agent was never started
+ * the agent was never started, or the outcome of the upgrade under way is decided already
  */
 int32_t lan_gw_start_upgrade(const char *dev_id, const lan_fw_info_t *firmware,
                              get_file_cb_t get_file_cb, void *cb_arg, ug_notify_cb_t ug_notify_cb,
@@ -215,8 +215,8 @@ typedef int (*lan_ap_cfg_finish_cb_t)(const char *ssid, const char *passwd, cons
  */
 int32_t engr_lan_ap_nw_cfg_start(lan_ap_cfg_finish_cb_t finish_cb);
 
-/** Stops the listener; when the call returns, finish_cb does not run any more, unless the call came
- * from inside it. */
+/** Stops the listener; when the call returns, finish_cb does not run any more, unless this call or
+ * one before it came from inside finish_cb. */
 void engr_lan_ap_nw_cfg_stop(void);
 
 /**

@@ -29,10 +29,10 @@ struct image_chunk {
 
 /** The upgrade has failed and the service does not know it yet. */
 void fail_upgrade(lan_upg_mgr_t &manager) {
-    if (upgrade_claim_outcome()) {
+    if (upgrade_claim_outcome_of(manager)) {
         upgrade_tell_outcome(manager, 1);
+        upgrade_end();
     }
-    upgrade_end();
 }
 
 void fail_by_length(lan_upg_mgr_t &manager, uint64_t length) {
@@ -49,7 +49,9 @@ bool give_to_service(lan_upg_mgr_t &manager, const image_chunk &chunk, uint32_t 
                                                chunk.length, &remain_len, manager.cb_arg);
     if (op_ret != 0) {
         LAN_LOG(LOG_LEVEL_FAILURE, "get_file_cb error:%d", op_ret);
-        upgrade_end();
+        if (upgrade_claim_outcome_of(manager)) {
+            upgrade_end();
+        }
         return false;
     }
     taken = static_cast<uint32_t>(chunk.end()) - std::min(remain_len, chunk.length);
@@ -62,10 +64,13 @@ bool give_to_service(lan_upg_mgr_t &manager, const image_chunk &chunk, uint32_t 
 /** The image is complete: the app and, on the worker, the service are told. */
 void finish_transfer(const lan_upg_mgr_t &manager) {
     LAN_LOG(LOG_LEVEL_TRACE, "download firmware success");
+    if (!upgrade_claim_outcome_of(manager)) {
+        return;
+    }
     chunk_request(manager.cid, manager.fw_info.file_size, 0).send();
     // Armed first, so that a worker that ends at once disarms it.
     upgrade_arm_watchdog(outcome_watchdog_ms);
-    __lan_upgrade_nofity(0);
+    __lan_upgrade_nofity(manager, 0);
 }
 
 /** Asks for the next chunk. @return false when the upgrade has failed */

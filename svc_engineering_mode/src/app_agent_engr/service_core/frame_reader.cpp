@@ -129,7 +129,7 @@ void give_up_client(int32_t socket) {
     __lpc_set_socket_fault(socket);
     if (update_stat == 1) {
         LAN_LOG(LOG_LEVEL_FAILURE, "in upgrading, notify the status of upgrade");
-        __lan_upgrade_nofity(1);
+        upgrade_lost_connection();
     }
 }
 

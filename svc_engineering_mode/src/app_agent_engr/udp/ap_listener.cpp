@@ -115,7 +115,9 @@ void __udp_ap_v3_task(void *argument) {
     LAN_LOG(LOG_LEVEL_TRACE, "End While. Finish AP IN UDP Listen");
     if (listener.is_stopped_from_within) {
         Free(&listener);
+        return;
     }
+    listener.thread_id = 0; // may soon be another thread's
 }
 
 /** Creates the socket and binds it. @return 0 or -1; a socket that was created is in sock_fd then,

@@ -80,6 +80,6 @@ int32_t engr_lan_gw_subdevice_update(const char *dev_id, const char *sw_ver,
     text->add(R"({"firmwareType":%d, "cid":"%s", "softVer":"%s"})", up_info.firmware_type.load(),
               dev_id, sw_ver);
     LAN_LOG(LOG_LEVEL_TRACE, "data:%s", text->text());
-    upgrade_end();
+    upgrade_end_with_transfer();
     return engr_lan_data_report_cb(FRM_SUBDEVICE_UPDATE_RPT, 0, text->text(), text->length());
 }

@@ -26,7 +26,8 @@ bool is_watchdog_armed = false;  // tells an expiry that is on its way from one 
 bool is_expiring = false;        // the expiry tells the service, or is about to
 bool is_outcome_claimed = false; // of the upgrade or transfer under way
 bool is_release_wanted = false;  // the agent was stopped meanwhile
-uint32_t number = 0;
+uint32_t number = 0;             // of the current upgrade
+uint32_t start_number = 0;       // of the last start of a transfer
 
 /** With the gate held. */
 void stop_watchdog() {
@@ -39,9 +40,8 @@ void stop_watchdog() {
 /** With the gate held. */
 void start_watchdog(uint32_t timeout_ms) {
     is_watchdog_armed = true;
-    if (sys_start_timer(update_timeout, timeout_ms, SYS_TIMER_ONE_SHOT) != 0) {
-        LAN_LOG(LOG_LEVEL_WARNING, "no watchdog for the upgrade");
-    }
+    // Fails only for a timer that does not exist.
+    static_cast<void>(sys_start_timer(update_timeout, timeout_ms, SYS_TIMER_ONE_SHOT));
 }
 
 /** With the gate held. A transfer that is over leaves no callback behind: what they belong to may
@@ -63,36 +63,59 @@ void end_upgrade() {
     engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
 }
 
-void release_if_wanted() {
-    bool is_wanted = false;
+/** Releases record and watchdog unless they are in use, or nobody wants it. */
+void release(bool only_if_wanted) {
+    heap_block<lan_upg_mgr_t> record;
+    uint16_t timer_id = 0;
     {
         const short_lock hold(gate);
-        is_wanted = is_release_wanted;
+        if (only_if_wanted && !is_release_wanted) {
+            return;
+        }
+        is_release_wanted = update_stat == 1 || is_watchdog_armed || is_expiring;
+        if (is_release_wanted) {
+            return;
+        }
+        record.reset(std::exchange(p_lan_upg_mgr, nullptr));
+        timer_id = std::exchange(update_timeout, uint16_t{0});
     }
-    if (is_wanted) {
-        upgrade_release();
+    if (timer_id != 0) {
+        sys_delete_timer(timer_id);
     }
 }
 
-/** Ends the upgrade whose watchdog has expired. @return whether the service is to be told; its
- * record is in manager then */
-bool expire(lan_upg_mgr_t &manager) {
+void release_if_wanted() {
+    release(true);
+}
+
+/** What an expiry finds. */
+enum class expiry : uint8_t {
+    overtaken, /**< the watchdog was disarmed or armed anew meanwhile */
+    to_tell,   /**< the service is to be told */
+    told       /**< the outcome has been claimed before */
+};
+
+/** Ends the upgrade whose watchdog has expired. @param[out] manager  its record, when to be told */
+expiry expire(lan_upg_mgr_t &manager) {
     const short_lock hold(gate);
     if (!is_watchdog_armed || IsThisSysTimerRun(update_timeout) == 1) {
-        return false;
+        return expiry::overtaken;
     }
-    LAN_LOG(LOG_LEVEL_WARNING, "upgrade timeout!");
     manager = *p_lan_upg_mgr;
     is_expiring = !is_outcome_claimed;
     end_transfer();
     engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
-    return is_expiring;
+    return is_expiring ? expiry::to_tell : expiry::told;
 }
 
 /** Expiry of the watchdog. Timer context. */
 void __update_upgrade_status(uint16_t /*timer_id*/, void * /*argument*/) {
     lan_upg_mgr_t manager{};
-    if (expire(manager)) {
+    const expiry found = expire(manager);
+    if (found != expiry::overtaken) {
+        LAN_LOG(LOG_LEVEL_WARNING, "upgrade timeout!");
+    }
+    if (found == expiry::to_tell) {
         upgrade_tell_outcome(manager, 1);
         const short_lock hold(gate);
         is_expiring = false;
@@ -121,20 +144,7 @@ int32_t upgrade_create() {
 }
 
 void upgrade_release() {
-    heap_block<lan_upg_mgr_t> record;
-    uint16_t timer_id = 0;
-    {
-        const short_lock hold(gate);
-        is_release_wanted = update_stat == 1 || is_watchdog_armed || is_expiring;
-        if (is_release_wanted) {
-            return;
-        }
-        record.reset(std::exchange(p_lan_upg_mgr, nullptr));
-        timer_id = std::exchange(update_timeout, uint16_t{0});
-    }
-    if (timer_id != 0) {
-        sys_delete_timer(timer_id);
-    }
+    release(false);
 }
 
 void upgrade_begin() {
@@ -159,6 +169,15 @@ void upgrade_end() {
     release_if_wanted();
 }
 
+void upgrade_end_with_transfer() {
+    {
+        const short_lock hold(gate);
+        end_transfer();
+        engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
+    }
+    release_if_wanted();
+}
+
 void upgrade_end_number(uint32_t of_number) {
     {
         const short_lock hold(gate);
@@ -171,13 +190,12 @@ void upgrade_end_number(uint32_t of_number) {
 
 int32_t upgrade_set_up_transfer(const lan_upg_mgr_t &manager) {
     const short_lock hold(gate);
-    if (p_lan_upg_mgr == nullptr) {
+    if (p_lan_upg_mgr == nullptr || (update_stat == 1 && is_outcome_claimed)) {
         return ENGR_ERR_FAILED;
     }
     *p_lan_upg_mgr = manager;
-    if (update_stat == 0) {
-        is_outcome_claimed = false;
-    }
+    p_lan_upg_mgr->start_number = ++start_number;
+    is_outcome_claimed = false;
     start_watchdog(chunk_watchdog_ms);
     return ENGR_OK;
 }
@@ -197,9 +215,17 @@ chunk_admission upgrade_admit_chunk(lan_upg_mgr_t &copy) {
     return chunk_admission::admitted;
 }
 
-bool upgrade_claim_outcome() {
+bool upgrade_claim_outcome(lan_upg_mgr_t &manager) {
     const short_lock hold(gate);
+    manager = p_lan_upg_mgr != nullptr ? *p_lan_upg_mgr : lan_upg_mgr_t{};
     return !std::exchange(is_outcome_claimed, true);
+}
+
+bool upgrade_claim_outcome_of(const lan_upg_mgr_t &manager) {
+    const short_lock hold(gate);
+    const bool is_current =
+        p_lan_upg_mgr != nullptr && p_lan_upg_mgr->start_number == manager.start_number;
+    return is_current && !std::exchange(is_outcome_claimed, true);
 }
 
 void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result) {
@@ -216,16 +242,14 @@ void upgrade_arm_watchdog(uint32_t timeout_ms) {
 }
 
 void upgrade_disarm_watchdog() {
-    const short_lock hold(gate);
-    stop_watchdog();
+    {
+        const short_lock hold(gate);
+        stop_watchdog();
+    }
+    release_if_wanted();
 }
 
 uint32_t upgrade_number() {
     const short_lock hold(gate);
     return number;
-}
-
-lan_upg_mgr_t upgrade_manager() {
-    const short_lock hold(gate);
-    return p_lan_upg_mgr != nullptr ? *p_lan_upg_mgr : lan_upg_mgr_t{};
 }

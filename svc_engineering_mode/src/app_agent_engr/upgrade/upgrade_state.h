@@ -47,6 +47,7 @@ struct lan_upg_mgr_t {
     char cid[DEV_ID_SIZE];       /**< device whose image is transferred */
     uint32_t chunk_size;         /**< most bytes asked for at once */
     uint32_t notify_result;      /**< what the worker tells ug_notify_cb */
+    uint32_t start_number;       /**< tells this transfer from those started before and after */
 };
 
 /** The current upgrade; all zero at first. */
@@ -81,8 +82,11 @@ void upgrade_set_ext_stat(uint8_t ext_stat);
  * disarmed, no transfer set up. Sets the extended state in any case. Any thread. */
 void upgrade_end();
 
+/** As upgrade_end, and ends a transfer without an upgrade, too. Any thread. */
+void upgrade_end_with_transfer();
+
 /** Sets up a transfer: replaces the manager record and arms the watchdog. Any thread. @return 0; -1
- * there is no record */
+ * there is no record, or the outcome of the upgrade under way is decided already */
 [[nodiscard]] int32_t upgrade_set_up_transfer(const lan_upg_mgr_t &manager);
 
 /** What becomes of a chunk frame. */
@@ -94,9 +98,12 @@ enum class chunk_admission : uint8_t {
 /** Receives a chunk frame. Server task. @param[out] copy  of the manager record, when admitted */
 [[nodiscard]] chunk_admission upgrade_admit_chunk(lan_upg_mgr_t &copy);
 
-/** Claims the right to tell the service the outcome. Any thread. @return false when somebody has it
- * already */
-[[nodiscard]] bool upgrade_claim_outcome();
+/** Claims the right to tell the service the outcome. Any thread. @param[out] manager  copy of the
+ * record @return false when somebody has it already */
+[[nodiscard]] bool upgrade_claim_outcome(lan_upg_mgr_t &manager);
+/** The same for one transfer. @param manager  its copy of the record @return false also when
+ * another transfer has replaced it */
+[[nodiscard]] bool upgrade_claim_outcome_of(const lan_upg_mgr_t &manager);
 /** Tells the service, if there is one to tell. @param manager  a copy of the record, whose outcome
  * has been claimed */
 void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result);
@@ -110,5 +117,3 @@ void upgrade_disarm_watchdog();
 [[nodiscard]] uint32_t upgrade_number();
 /** As upgrade_end, for the upgrade of that number only. */
 void upgrade_end_number(uint32_t number);
-/** Copy of the manager record; cleared when there is none. */
-[[nodiscard]] lan_upg_mgr_t upgrade_manager();

@@ -30,12 +30,12 @@ void __lan_gw_upgrade_thread_func(void *argument) {
     upgrade_end_number(record->upgrade_number);
 }
 
-bool start_worker(uint32_t result) {
+bool start_worker(const lan_upg_mgr_t &claimed, uint32_t result) {
     auto record = heap_block<worker_record>::allocate(sizeof(worker_record));
     if (!record) {
         return false;
     }
-    *record.get() = {upgrade_manager(), upgrade_number()};
+    *record.get() = {claimed, upgrade_number()};
     lan_upg_mgr_t &manager = record->manager;
     manager.thrd_param = worker_thread;
     manager.notify_result = result;
@@ -51,12 +51,16 @@ bool start_worker(uint32_t result) {
 
 } // namespace
 
-void __lan_upgrade_nofity(uint32_t result) {
-    if (!upgrade_claim_outcome()) {
-        return;
-    }
-    if (!start_worker(result)) {
+void __lan_upgrade_nofity(const lan_upg_mgr_t &claimed, uint32_t result) {
+    if (!start_worker(claimed, result)) {
         LAN_LOG(LOG_LEVEL_FAILURE, "create thread error");
         upgrade_end();
+    }
+}
+
+void upgrade_lost_connection() {
+    lan_upg_mgr_t manager{};
+    if (upgrade_claim_outcome(manager)) {
+        __lan_upgrade_nofity(manager, 1);
     }
 }

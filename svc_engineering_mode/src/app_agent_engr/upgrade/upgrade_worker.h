@@ -1,8 +1,14 @@
 /* The thread that tells the upgrade service the outcome, and stays with it while it installs. */
 #pragma once
 
+#include "upgrade_state.h"
+
 #include <cstdint>
 
-/** Claims the outcome and starts the worker that tells it; does nothing when the outcome has been
- * claimed before. Server task. @param result  0 image complete, 1 failed */
-void __lan_upgrade_nofity(uint32_t result);
+/** Starts the worker. Server task. @param claimed  copy of the record of the transfer, whose
+ * outcome has been claimed @param result  0 image complete, 1 failed */
+void __lan_upgrade_nofity(const lan_upg_mgr_t &claimed, uint32_t result);
+
+/** A connection was lost during an upgrade: it has failed, unless its outcome is decided. Server
+ * task. */
+void upgrade_lost_connection();
