@@ -9,7 +9,6 @@ namespace {
 constexpr uint16_t credentials_port = 6669;
 constexpr uint16_t failure_port = 6670;
 constexpr uint16_t discovery_port = 6667;
-constexpr uint32_t access_point_mode = 4;
 
 struct access_point : agent_test {
     access_point() {

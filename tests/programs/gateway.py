@@ -34,14 +34,18 @@ def own_address():
 
 
 class Gateway:
-    """One daemon. `site` and `scenario` are JSON values; other options are given as the daemon takes them."""
+    """One daemon. `site` and `scenario` are JSON values; other options are given as the daemon takes them.
+
+    With a `host` (hosts.py) it runs there, on the host's first interface instead of lo.
+    """
 
     def __init__(self, *options, site=None, scenario=None, trace=False, address=None, data_dir="data",
-                 ready=True):
+                 ready=True, host=None):
         self.directory = tempfile.mkdtemp(prefix="engr-test-")
-        self.address = address or own_address()
+        self.address = address or (host.address if host else own_address())
         self.data_dir = os.path.join(self.directory, data_dir)
-        self._command = [program("engr_gatewayd"), "--address", self.address, "--data-dir", self.data_dir]
+        place = ["--interface", "eth0"] if host else ["--address", self.address]
+        self._command = [*(host.enter if host else ()), program("engr_gatewayd"), *place, "--data-dir", self.data_dir]
         for name, value in (("site", site), ("scenario", scenario)):
             if value is not None:
                 path = os.path.join(self.directory, name + ".json")
