@@ -448,4 +448,44 @@ TEST(upgrade_races, the_outcome_may_stop_the_agent_on_whatever_thread_it_is_told
     });
 }
 
+TEST(upgrade_races, a_transfer_started_after_the_outcome_is_decided_is_refused) {
+    sim::expect_all_seeds(1, [](sim::world &world) {
+        upgrade_gateway gateway(world);
+        gateway.start();
+        story_app app = gateway.connect();
+        service.in_outcome = [](int) { EXPECT_EQ(service.start_transfer(), -1); };
+        begin_upgrade(app, 4);
+        app.ask(231, chunk(0, "abcd"));
+        world.run_for(100);
+        EXPECT_EQ(service.outcomes(), 1U);
+        service.in_outcome = nullptr;
+        EXPECT_EQ(service.start_transfer(), 0) << "expected a transfer of its own when all is over";
+        world.run_for(chunk_watchdog_ms + 100);
+        EXPECT_EQ(service.outcomes(), 2U);
+    });
+}
+
+TEST(upgrade_races, an_agent_started_while_an_old_upgrade_ends_keeps_its_record) {
+    sim::expect_all_seeds(1000, [](sim::world &world) {
+        upgrade_gateway gateway(world);
+        gateway.start();
+        service.in_outcome = [&](int) { world.run_for(10); };
+        story_app app = gateway.connect();
+        begin_upgrade(app, 4);
+        app.send(7, 231, chunk(0, "abcd"));
+        world.run_for(5);
+        gateway.stop();
+        world.run_for(3 + world.seed() % 4);
+        gateway.start();
+        world.run_for(20);
+        service.in_outcome = nullptr;
+        story_app next = gateway.connect();
+        EXPECT_NE(begin_upgrade(next, 4).find("downloadSize"), std::string::npos)
+            << "expected the next upgrade to start";
+        next.ask(231, chunk(0, "abcd"));
+        world.run_for(100);
+        EXPECT_EQ(service.outcomes(), 2U);
+    });
+}
+
 } // namespace
