@@ -1,7 +1,6 @@
 /* The pieces of a firmware image on their way from the app to the upgrade service. */
 #include "clients/agent_log.h"
 #include "handlers.h"
-#include "request_steps.h"
 #include "transport/byte_cursor.h"
 #include "upgrade/chunk_request.h"
 #include "upgrade/upgrade_progress.h"

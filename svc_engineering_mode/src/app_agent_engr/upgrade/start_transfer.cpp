@@ -10,7 +10,6 @@
 #include "upgrade_state.h"
 
 #include <algorithm>
-#include <cstring>
 #include <strings.h>
 
 namespace {
