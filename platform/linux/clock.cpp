@@ -5,6 +5,7 @@
 
 #include <sched.h>
 
+#include <cerrno>
 #include <ctime>
 
 uint32_t uni_time_get_posix() {
@@ -19,4 +20,14 @@ void kelo_hal_system_sleep(uint32_t milliseconds) {
     pollfd stop_event_only[1];
     linux_port::wait_for(stop_event_only, linux_port::monotonic_clock::now() +
                                               std::chrono::milliseconds(milliseconds));
+}
+
+void kelo_hal_system_delay(uint32_t milliseconds) {
+    if (milliseconds == 0) {
+        sched_yield();
+        return;
+    }
+    timespec left{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1'000'000};
+    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
+    }
 }

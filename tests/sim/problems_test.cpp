@@ -2,6 +2,7 @@
 #include "sim/testing.h"
 
 #include "platform/clock.h"
+#include "platform/critical_section.h"
 #include "platform/memory.h"
 #include "platform/message_bus.h"
 #include "platform/mutex.h"
@@ -133,6 +134,20 @@ TEST(problems, misuse_of_a_contract_is_told) {
 
 TEST(problems, stories_that_cannot_go_on_are_ended_and_told) {
     expect_problems({
+        {"the critical section is entered by the thread that holds it",
+         [](sim::world &) {
+             kelo_hal_critical_section_enter();
+             kelo_hal_critical_section_enter();
+         }},
+        {"the critical section is left by a thread that does not hold it",
+         [](sim::world &) { kelo_hal_critical_section_leave(); }},
+        {"the critical section is held in a wait for the end of a sleep",
+         [](sim::world &) {
+             kelo_hal_critical_section_enter();
+             kelo_hal_system_sleep(1);
+         }},
+        {"kelo_hal_mutex_lock never fails",
+         [](sim::world &world) { world.fail("kelo_hal_mutex_lock", sim::nth(1)); }},
         {"deadlock: threads wait for each other",
          [](sim::world &) {
              kelo_mutex_t mutex = new_mutex();

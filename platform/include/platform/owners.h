@@ -2,6 +2,7 @@
  * these. */
 #pragma once
 
+#include "platform/critical_section.h"
 #include "platform/memory.h"
 #include "platform/mutex.h"
 
@@ -74,6 +75,15 @@ class held_mutex {
 
   private:
     kelo_mutex_t mutex_;
+};
+
+/** Stays in the critical section for the life of a scope. */
+class held_critical_section {
+  public:
+    held_critical_section() { kelo_hal_critical_section_enter(); }
+    held_critical_section(const held_critical_section &) = delete;
+    held_critical_section &operator=(const held_critical_section &) = delete;
+    ~held_critical_section() { kelo_hal_critical_section_leave(); }
 };
 
 } // namespace platform

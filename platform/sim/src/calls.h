@@ -22,6 +22,9 @@ struct core;
     X(PrintLog, false, false)                                                                      \
     X(uni_time_get_posix, false, false)                                                            \
     X(kelo_hal_system_sleep, true, false)                                                          \
+    X(kelo_hal_system_delay, true, false)                                                          \
+    X(kelo_hal_critical_section_enter, true, false)                                                \
+    X(kelo_hal_critical_section_leave, false, true)                                                \
     X(CreateAndStart, true, true)                                                                  \
     X(GetThrdSta, true, false)                                                                     \
     X(DeleteThrdHandle, true, true)                                                                \

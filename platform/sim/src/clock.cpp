@@ -13,17 +13,31 @@ uint32_t uni_time_get_posix(void) {
     return now;
 }
 
+namespace {
+
+void let_time_pass(uint32_t milliseconds, bool stoppable) {
+    sim::scheduler &threads = sim::current_core().threads;
+    if (milliseconds == 0) {
+        threads.point(true);
+        return;
+    }
+    const uint64_t end = threads.now_ms() + milliseconds;
+    threads.wait({.what = "the end of a sleep", .deadline = &end, .stoppable = stoppable},
+                 [] { return false; });
+}
+
+} // namespace
+
 void kelo_hal_system_sleep(uint32_t milliseconds) {
     sim::call call(sim::operation::kelo_hal_system_sleep, {milliseconds});
-    sim::scheduler &threads = sim::current_core().threads;
-    if (!call.fails() && !threads.self().told_to_stop) {
-        const uint64_t end = threads.now_ms() + milliseconds;
-        if (milliseconds == 0) {
-            threads.point(true);
-        } else {
-            threads.wait({.what = "the end of a sleep", .deadline = &end, .stoppable = true},
-                         [] { return false; });
-        }
+    if (!call.fails() && !sim::current_core().threads.self().told_to_stop) {
+        let_time_pass(milliseconds, true);
     }
+    call.end(0);
+}
+
+void kelo_hal_system_delay(uint32_t milliseconds) {
+    sim::call call(sim::operation::kelo_hal_system_delay, {milliseconds});
+    let_time_pass(milliseconds, false);
     call.end(0);
 }

@@ -38,7 +38,22 @@ void core::fatal(std::string text) {
     std::abort();
 }
 
+namespace {
+
+/** Whether the contract lets an operation fail. */
+bool can_fail(operation target) {
+    return target != operation::kelo_hal_mutex_lock && target != operation::kelo_hal_mutex_unlock &&
+           target != operation::kelo_hal_system_delay &&
+           target != operation::kelo_hal_critical_section_enter &&
+           target != operation::kelo_hal_critical_section_leave;
+}
+
+} // namespace
+
 fault_id core::add_fault(operation target, trigger when, failure how) {
+    if (!can_fail(target)) {
+        fatal(std::string(operations[static_cast<size_t>(target)].name) + " never fails");
+    }
     records.faults.push_back({.target = target, .when = when, .how = std::move(how)});
     ++records.active_faults;
     return records.faults.size() - 1;

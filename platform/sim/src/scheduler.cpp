@@ -110,6 +110,9 @@ void scheduler::point(bool yields) {
 
 wake scheduler::block(wait_state &wait) {
     thread &waiter = *current_;
+    if (critical_section_holder == &waiter) {
+        owner_.fatal(std::string("the critical section is held in a wait for ") + wait.what);
+    }
     if (!wait.after_all_others && wait.ready(wait.condition)) {
         return wake::ready;
     }
@@ -213,6 +216,9 @@ void scheduler::run_body(thread &started) {
 
 void scheduler::end_current() {
     thread &ending = *current_;
+    if (critical_section_holder == &ending) {
+        owner_.fatal("the critical section is held at the end of its thread");
+    }
     ending.ended = true;
     ending.released = ending.released || ending.deletes_itself;
     live_.erase(std::find(live_.begin(), live_.end(), &ending));

@@ -101,6 +101,7 @@ class scheduler {
      * must not block. */
     void at(uint64_t time_ms, std::function<void()> action);
     [[nodiscard]] std::string describe() const;
+    thread *critical_section_holder = nullptr; /**< in the critical section; must not wait */
     /** Leaves all threads where they are, for good, in favour of a context outside. */
     [[noreturn]] void abandon(fiber &outside);
 
