@@ -152,29 +152,35 @@ int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_s
 /* ---- firmware upgrade ---- */
 
 /**
- * Starts the transfer of an image from the app that drives the upgrade. Called by the upgrade
- * service, inside or after its acceptance of the offer. The app has 40 s for each chunk. A second
- * call while a transfer runs replaces it.
+ * Starts the transfer of an image from the app that drives the upgrade. Normally called by the
+ * upgrade service, inside or after its acceptance of the offer. The app has 40 s for each chunk.
+ *
+ * A call while a transfer is open replaces it, and nobody is told what became of the replaced one.
+ * A call without an upgrade under way, or while the outcome of the transfer before is being told,
+ * starts a transfer as well; it gets chunks only while an app's upgrade is under way, and is told
+ * its failure after 40 s without one.
  *
  * @param dev_id        device the image is for, copied; null or empty: the gateway
- * @param firmware      the image, copied
+ * @param firmware      the image, copied; both callbacks are given a copy
  * @param get_file_cb   takes each chunk
  * @param cb_arg        handed back to both callbacks
- * @param ug_notify_cb  told the outcome, at most once an upgrade. Not told when get_file_cb itself
- * failed, when engr_lan_gw_subdevice_update ended the upgrade first, or when no thread could be
- * started to tell it.
+ * @param ug_notify_cb  told the outcome of this transfer, at most once. Not told when the transfer
+ * is replaced, when get_file_cb itself failed, when engr_lan_gw_subdevice_update ended it first, or
+ * when no thread could be started to tell it.
  * @param rpt_percent   non-zero: every connected app is told the progress after each chunk
  * @param chunk_size    most bytes asked for at once; 0 means 524288
  * @return 0 started, whether or not the app could be asked; -2 firmware or a callback is null; -1
- * the agent was never started, or the outcome of the upgrade under way is decided already
+ * the agent was never started, or was stopped with no upgrade under way
  */
 int32_t lan_gw_start_upgrade(const char *dev_id, const lan_fw_info_t *firmware,
                              get_file_cb_t get_file_cb, void *cb_arg, ug_notify_cb_t ug_notify_cb,
                              uint32_t rpt_percent, uint32_t chunk_size);
 
 /**
- * Tells that a sub-device runs a version: stores it in the device's record, ends the upgrade under
- * way without telling the service, and reports the version to every connected app.
+ * Tells that a sub-device runs a version: stores it in the device's record, ends the upgrade and
+ * the transfer under way without telling the service, and reports the version to every connected
+ * app. An outcome that another thread was about to tell when the call was made may still arrive
+ * after its return, so what cb_arg points to has to outlive it.
  *
  * @param firmware_type, result, reserved  not read
  * @return as engr_lan_data_report_cb; -2 dev_id or sw_ver is null; -901 no such device, the upgrade

@@ -1,14 +1,17 @@
 /* The recording upgrade service. */
 #include "upgrade_story.h"
 
+#include "transport/frame_types.h"
+
 recording_service service;
 
 namespace {
 
 int take_chunk(lan_fw_info_t *firmware, uint32_t total, uint32_t offset, const uint8_t *data,
                uint32_t length, uint32_t *remain_len, void *cb_arg) {
-    auto &self = *static_cast<recording_service *>(cb_arg);
+    recording_service &self = *static_cast<started_transfer *>(cb_arg)->service;
     EXPECT_EQ(total, firmware->file_size);
+    *firmware = {}; // its own copy; nothing of the agent may depend on it afterwards
     EXPECT_TRUE(length == 0 || data != nullptr);
     self.told.push_back("chunk " + std::to_string(offset) + "+" + std::to_string(length));
     *remain_len = self.remain_len;
@@ -18,8 +21,12 @@ int take_chunk(lan_fw_info_t *firmware, uint32_t total, uint32_t offset, const u
     return self.chunk_result;
 }
 
-int take_outcome(lan_fw_info_t *, int result, void *cb_arg) {
-    auto &self = *static_cast<recording_service *>(cb_arg);
+int take_outcome(lan_fw_info_t *firmware, int result, void *cb_arg) {
+    auto &transfer = *static_cast<started_transfer *>(cb_arg);
+    recording_service &self = *transfer.service;
+    EXPECT_EQ(firmware->file_size, self.offered.file_size)
+        << "expected the record that the transfer was started with";
+    transfer.outcomes += std::to_string(result);
     self.told.push_back("outcome " + std::to_string(result));
     if (self.in_outcome) {
         self.in_outcome(result);
@@ -62,8 +69,17 @@ std::string recording_service::take_told() {
 }
 
 int32_t recording_service::start_transfer(const char *dev_id) {
-    return lan_gw_start_upgrade(dev_id, &offered, take_chunk, this, take_outcome, rpt_percent,
+    started_transfer &transfer = transfers.emplace_back(started_transfer{this, ""});
+    return lan_gw_start_upgrade(dev_id, &offered, take_chunk, &transfer, take_outcome, rpt_percent,
                                 chunk_size);
+}
+
+std::string recording_service::outcome_of_each() const {
+    std::string all;
+    for (const started_transfer &one : transfers) {
+        all += (all.empty() ? "" : " ") + (one.outcomes.empty() ? "-" : one.outcomes);
+    }
+    return all;
 }
 
 upgrade_gateway::upgrade_gateway(sim::world &world) : story_gateway(world) {
@@ -81,7 +97,7 @@ std::string chunk(uint32_t offset, std::string_view bytes) {
 }
 
 std::string announce(story_app &app, uint32_t size, const char *version) {
-    return app.ask(250,
+    return app.ask(FRM_CHK_SOFT_VER,
                    R"({"swVer":")" + std::string(version) + R"(","fileSize":)" +
                        std::to_string(size) + R"(,"fileMd5":"0123456789abcdef0123456789abcdef"})",
                    true);
@@ -89,6 +105,6 @@ std::string announce(story_app &app, uint32_t size, const char *version) {
 
 std::string begin_upgrade(story_app &app, uint32_t size) {
     announce(app, size);
-    EXPECT_EQ(app.ask(230, R"({"cid":"gw0001","firmwareType":0})", true), "230/7/0/");
+    EXPECT_EQ(app.ask(FRM_DEV_UPGRADE, R"({"cid":"gw0001","firmwareType":0})", true), "230/7/0/");
     return service.starts_transfer ? app.receive_text() : "";
 }

@@ -4,7 +4,16 @@
 
 #include "story_gateway.h"
 
+#include <deque>
 #include <functional>
+
+struct recording_service;
+
+/** One transfer of the service: what its callbacks are given. */
+struct started_transfer {
+    recording_service *service;
+    std::string outcomes; /**< what was told of it, one character each */
+};
 
 /** What the service was told and what it does. */
 struct recording_service {
@@ -25,8 +34,12 @@ struct recording_service {
     std::string take_told();
     /** Starts a transfer for what was offered last. */
     int32_t start_transfer(const char *dev_id = nullptr);
+    /** What was told of each transfer, in the order of their starts: "0", "1", "-" for nothing,
+     * separated by blanks. */
+    [[nodiscard]] std::string outcome_of_each() const;
 
     lan_fw_info_t offered = {};
+    std::deque<started_transfer> transfers;
 };
 
 /** The service that the gateway record's callbacks lead to. */

@@ -6,8 +6,8 @@
 #include "upgrade_state.h"
 
 chunk_request::chunk_request(const char *cid, uint32_t offset, uint32_t size) {
-    text_->add(R"({"firmwareType":%d,"cid":"%s","offset":%u,"downloadSize":%u})",
-               up_info.firmware_type.load(), cid, offset, size);
+    text_->add(R"({"firmwareType":%d,"cid":"%s","offset":%d,"downloadSize":%u})",
+               up_info.firmware_type.load(), cid, static_cast<int32_t>(offset), size);
 }
 
 int32_t chunk_request::send() {

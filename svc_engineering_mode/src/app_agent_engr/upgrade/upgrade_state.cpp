@@ -1,10 +1,10 @@
-/* The upgrade's record and watchdog, and who may tell its outcome. */
+/* The phases of upgrade and transfer, the watchdog, and who may tell an outcome. */
 #include "upgrade_state.h"
 
 #include "clients/agent_log.h"
-#include "clients/short_lock.h"
 #include "engr_lan_agent.h"
 #include "gateway/gateway.h"
+#include "platform/critical_section.h"
 #include "platform/timer.h"
 
 #include <utility>
@@ -16,20 +16,47 @@ std::atomic<int32_t> update_socket{0};
 namespace {
 
 using platform::heap_block;
+using platform::held_critical_section;
 
-std::atomic_flag gate = ATOMIC_FLAG_INIT;
+/** See the table in the header. */
+enum class phase : uint8_t { idle, offered, receiving, telling, transfer_only };
 
-// All of these are guarded by the gate.
+// All of these are guarded by the critical section.
+phase current = phase::idle;
 lan_upg_mgr_t *p_lan_upg_mgr = nullptr;
-uint16_t update_timeout = 0;     // watchdog timer, 0 while there is none
-bool is_watchdog_armed = false;  // tells an expiry that is on its way from one that was disarmed
-bool is_expiring = false;        // the expiry tells the service, or is about to
-bool is_outcome_claimed = false; // of the upgrade or transfer under way
-bool is_release_wanted = false;  // the agent was stopped meanwhile
-uint32_t number = 0;             // of the current upgrade
-uint32_t start_number = 0;       // of the last start of a transfer
+uint16_t update_timeout = 0;    // watchdog timer, 0 while there is none
+bool is_watchdog_armed = false; // tells an expiry that is on its way from one that was disarmed
+bool is_expiring = false;       // the expiry tells the service, or is about to
+bool is_release_wanted = false; // the agent was stopped meanwhile
+uint32_t upgrade_number = 0;    // of the current upgrade
+uint32_t transfer_number = 0;   // of the current transfer; another one when it is over
+uint8_t ext_stat_wanted = 0;    // extended state that the gateway is to have
+bool is_ext_stat_due = false;   // the gateway does not have it yet
+bool is_publishing = false;     // a thread gives it to the gateway
 
-/** With the gate held. */
+// Everything down to end() is called inside the critical section.
+
+void want_ext_stat(uint8_t ext_stat) {
+    ext_stat_wanted = ext_stat;
+    is_ext_stat_due = true;
+}
+
+void enter(phase next) {
+    current = next;
+    update_stat = next == phase::idle || next == phase::transfer_only ? 0 : 1;
+}
+
+bool is_transfer_open() {
+    return current == phase::receiving || current == phase::transfer_only;
+}
+
+lan_upg_mgr_t copy_of_record() {
+    lan_upg_mgr_t copy = p_lan_upg_mgr != nullptr ? *p_lan_upg_mgr : lan_upg_mgr_t{};
+    copy.transfer_number = transfer_number;
+    copy.upgrade_number = upgrade_number;
+    return copy;
+}
+
 void stop_watchdog() {
     is_watchdog_armed = false;
     if (IsThisSysTimerRun(update_timeout) == 1) {
@@ -37,30 +64,56 @@ void stop_watchdog() {
     }
 }
 
-/** With the gate held. */
 void start_watchdog(uint32_t timeout_ms) {
     is_watchdog_armed = true;
     // Fails only for a timer that does not exist.
     static_cast<void>(sys_start_timer(update_timeout, timeout_ms, SYS_TIMER_ONE_SHOT));
 }
 
-/** With the gate held. A transfer that is over leaves no callback behind: what they belong to may
- * be gone. */
-void end_transfer() {
+/** A transfer that is over leaves no callback behind, since what they belong to may be gone, and
+ * copies of its record are out of date. */
+void forget_transfer() {
     stop_watchdog();
-    is_outcome_claimed = true;
-    update_stat = 0;
+    ++transfer_number;
     if (p_lan_upg_mgr != nullptr) {
         *p_lan_upg_mgr = {};
     }
 }
 
-/** With the gate held. */
-void end_upgrade() {
-    if (update_stat == 1) {
-        end_transfer();
+/** What an end does to a transfer that is not decided yet. */
+enum class open_transfer : uint8_t { stays, ends };
+
+/** The one end of an upgrade, whatever the reason. */
+void end(open_transfer transfer) {
+    if (transfer == open_transfer::stays && is_transfer_open()) {
+        enter(phase::transfer_only);
+    } else {
+        forget_transfer();
+        enter(phase::idle);
     }
-    engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
+    want_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
+}
+
+/** Next extended state for the calling thread to give to the gateway. @return false when there is
+ * none, or another thread does it */
+bool take_ext_stat(uint8_t &ext_stat, bool is_first) {
+    const held_critical_section hold;
+    if (is_first && is_publishing) {
+        return false;
+    }
+    ext_stat = ext_stat_wanted;
+    is_publishing = std::exchange(is_ext_stat_due, false);
+    return is_publishing;
+}
+
+/** Gives the gateway the extended state, outside the critical section, since its service may wait.
+ * One thread at a time does so, and goes on until nothing is due: the last state is the one that
+ * stays. */
+void publish_ext_stat() {
+    uint8_t ext_stat = 0;
+    for (bool is_first = true; take_ext_stat(ext_stat, is_first); is_first = false) {
+        engr_set_gw_ext_stat(ext_stat);
+    }
 }
 
 /** Releases record and watchdog unless they are in use, or nobody wants it. */
@@ -68,7 +121,7 @@ void release(bool only_if_wanted) {
     heap_block<lan_upg_mgr_t> record;
     uint16_t timer_id = 0;
     {
-        const short_lock hold(gate);
+        const held_critical_section hold;
         if (only_if_wanted && !is_release_wanted) {
             return;
         }
@@ -76,6 +129,7 @@ void release(bool only_if_wanted) {
         if (is_release_wanted) {
             return;
         }
+        enter(phase::idle);
         record.reset(std::exchange(p_lan_upg_mgr, nullptr));
         timer_id = std::exchange(update_timeout, uint16_t{0});
     }
@@ -84,28 +138,36 @@ void release(bool only_if_wanted) {
     }
 }
 
-void release_if_wanted() {
-    release(true);
-}
+/** Holds the critical section for a change, and does afterwards what must not be done inside. */
+class state_change {
+  public:
+    state_change() { kelo_hal_critical_section_enter(); }
+    state_change(const state_change &) = delete;
+    state_change &operator=(const state_change &) = delete;
+    ~state_change() {
+        kelo_hal_critical_section_leave();
+        publish_ext_stat();
+        release(true);
+    }
+};
 
 /** What an expiry finds. */
 enum class expiry : uint8_t {
     overtaken, /**< the watchdog was disarmed or armed anew meanwhile */
     to_tell,   /**< the service is to be told */
-    told       /**< the outcome has been claimed before */
+    decided    /**< somebody else tells it, or has told it */
 };
 
-/** Ends the upgrade whose watchdog has expired. @param[out] manager  its record, when to be told */
+/** Ends what the watchdog has expired for. @param[out] manager  the transfer's record */
 expiry expire(lan_upg_mgr_t &manager) {
-    const short_lock hold(gate);
+    const state_change change;
     if (!is_watchdog_armed || IsThisSysTimerRun(update_timeout) == 1) {
         return expiry::overtaken;
     }
-    manager = *p_lan_upg_mgr;
-    is_expiring = !is_outcome_claimed;
-    end_transfer();
-    engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
-    return is_expiring ? expiry::to_tell : expiry::told;
+    manager = copy_of_record();
+    is_expiring = is_transfer_open();
+    end(open_transfer::ends);
+    return is_expiring ? expiry::to_tell : expiry::decided;
 }
 
 /** Expiry of the watchdog. Timer context. */
@@ -117,30 +179,34 @@ void __update_upgrade_status(uint16_t /*timer_id*/, void * /*argument*/) {
     }
     if (found == expiry::to_tell) {
         upgrade_tell_outcome(manager, 1);
-        const short_lock hold(gate);
+        const state_change change;
         is_expiring = false;
     }
-    release_if_wanted();
+}
+
+/** Inside the critical section. */
+int32_t create_watchdog() {
+    if (update_timeout != 0) {
+        return ENGR_OK;
+    }
+    return sys_add_timer(__update_upgrade_status, nullptr, &update_timeout) == 0 ? ENGR_OK
+                                                                                 : ENGR_ERR_FAILED;
 }
 
 } // namespace
 
 int32_t upgrade_create() {
-    const short_lock hold(gate);
+    auto record = heap_block<lan_upg_mgr_t>::allocate(sizeof(lan_upg_mgr_t));
+    if (!record) {
+        return ENGR_ERR_NO_MEMORY;
+    }
+    *record.get() = {};
+    const held_critical_section hold;
     is_release_wanted = false;
     if (p_lan_upg_mgr == nullptr) {
-        auto record = heap_block<lan_upg_mgr_t>::allocate(sizeof(lan_upg_mgr_t));
-        if (!record) {
-            return ENGR_ERR_NO_MEMORY;
-        }
-        *record.get() = {};
         p_lan_upg_mgr = record.release();
     }
-    if (update_timeout == 0 &&
-        sys_add_timer(__update_upgrade_status, nullptr, &update_timeout) != 0) {
-        return ENGR_ERR_FAILED;
-    }
-    return ENGR_OK;
+    return create_watchdog();
 }
 
 void upgrade_release() {
@@ -148,84 +214,72 @@ void upgrade_release() {
 }
 
 void upgrade_begin() {
-    const short_lock hold(gate);
-    update_stat = 1;
-    is_outcome_claimed = false;
-    ++number;
+    const held_critical_section hold;
+    enter(current == phase::transfer_only ? phase::receiving : phase::offered);
+    ++upgrade_number;
 }
 
 void upgrade_set_ext_stat(uint8_t ext_stat) {
-    const short_lock hold(gate);
+    const state_change change;
     if (update_stat == 1) {
-        engr_set_gw_ext_stat(ext_stat);
+        want_ext_stat(ext_stat);
     }
 }
 
-void upgrade_end() {
-    {
-        const short_lock hold(gate);
-        end_upgrade();
-    }
-    release_if_wanted();
-}
-
-void upgrade_end_with_transfer() {
-    {
-        const short_lock hold(gate);
-        end_transfer();
-        engr_set_gw_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
-    }
-    release_if_wanted();
-}
-
-void upgrade_end_number(uint32_t of_number) {
-    {
-        const short_lock hold(gate);
-        if (update_stat == 1 && number == of_number) {
-            end_upgrade();
-        }
-    }
-    release_if_wanted();
+void upgrade_refuse() {
+    const state_change change;
+    end(open_transfer::stays);
 }
 
 int32_t upgrade_set_up_transfer(const lan_upg_mgr_t &manager) {
-    const short_lock hold(gate);
-    if (p_lan_upg_mgr == nullptr || (update_stat == 1 && is_outcome_claimed)) {
+    const held_critical_section hold;
+    if (p_lan_upg_mgr == nullptr) {
         return ENGR_ERR_FAILED;
     }
     *p_lan_upg_mgr = manager;
-    p_lan_upg_mgr->start_number = ++start_number;
-    is_outcome_claimed = false;
+    ++transfer_number;
+    enter(update_stat == 1 ? phase::receiving : phase::transfer_only);
     start_watchdog(chunk_watchdog_ms);
     return ENGR_OK;
 }
 
 chunk_admission upgrade_admit_chunk(lan_upg_mgr_t &copy) {
-    const short_lock hold(gate);
-    const bool is_set_up = p_lan_upg_mgr != nullptr && p_lan_upg_mgr->get_file_cb != nullptr &&
-                           p_lan_upg_mgr->ug_notify_cb != nullptr;
-    if (!is_set_up || update_stat != 1) {
-        return chunk_admission::no_transfer;
+    const state_change change;
+    if (current == phase::receiving) {
+        copy = copy_of_record();
+        stop_watchdog();
+        return chunk_admission::admitted;
     }
-    if (is_outcome_claimed) {
+    if (current == phase::telling) {
         return chunk_admission::too_late;
     }
-    copy = *p_lan_upg_mgr;
-    stop_watchdog();
-    return chunk_admission::admitted;
+    end(open_transfer::stays);
+    return chunk_admission::stray;
 }
 
-bool upgrade_claim_outcome(lan_upg_mgr_t &manager) {
-    const short_lock hold(gate);
-    manager = p_lan_upg_mgr != nullptr ? *p_lan_upg_mgr : lan_upg_mgr_t{};
-    return !std::exchange(is_outcome_claimed, true);
+bool upgrade_decide(lan_upg_mgr_t &manager) {
+    const state_change change;
+    if (!is_transfer_open() || manager.transfer_number != transfer_number) {
+        return false;
+    }
+    manager = copy_of_record();
+    if (current == phase::receiving) {
+        enter(phase::telling);
+    } else {
+        forget_transfer();
+        enter(phase::idle);
+    }
+    return true;
 }
 
-bool upgrade_claim_outcome_of(const lan_upg_mgr_t &manager) {
-    const short_lock hold(gate);
-    const bool is_current =
-        p_lan_upg_mgr != nullptr && p_lan_upg_mgr->start_number == manager.start_number;
-    return is_current && !std::exchange(is_outcome_claimed, true);
+bool upgrade_decide_lost(lan_upg_mgr_t &manager) {
+    const held_critical_section hold;
+    if (current != phase::offered && current != phase::receiving) {
+        return false;
+    }
+    manager = copy_of_record();
+    enter(phase::telling);
+    return true;
 }
 
 void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result) {
@@ -234,22 +288,26 @@ void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result) {
     }
 }
 
-void upgrade_arm_watchdog(uint32_t timeout_ms) {
-    const short_lock hold(gate);
-    if (update_stat == 1) {
+void upgrade_end(const lan_upg_mgr_t &manager) {
+    const state_change change;
+    if (update_stat == 1 && manager.upgrade_number == upgrade_number) {
+        end(open_transfer::stays);
+    }
+}
+
+void upgrade_end_by_version() {
+    const state_change change;
+    end(open_transfer::ends);
+}
+
+void upgrade_arm_watchdog(const lan_upg_mgr_t &manager, uint32_t timeout_ms) {
+    const held_critical_section hold;
+    if (manager.transfer_number == transfer_number) {
         start_watchdog(timeout_ms);
     }
 }
 
 void upgrade_disarm_watchdog() {
-    {
-        const short_lock hold(gate);
-        stop_watchdog();
-    }
-    release_if_wanted();
-}
-
-uint32_t upgrade_number() {
-    const short_lock hold(gate);
-    return number;
+    const state_change change;
+    stop_watchdog();
 }

@@ -1,10 +1,44 @@
 /*
- * State of the firmware upgrade: at most one at a time, of the gateway or of a sub-device.
+ * State of the firmware upgrade: at most one upgrade and one transfer of an image at a time.
+ *
+ * An upgrade begins when an app starts it and is what update_stat tells. A transfer begins when the
+ * upgrade service starts it; normally inside an upgrade, but a service may also start one by itself
+ * or replace the one under way. The two together are in one of these phases:
+ *
+ *     phase          update_stat  transfer  watchdog                    the service is told
+ *     idle           0            none      off
+ *     offered        1            none      off
+ *     receiving      1            open      on, but while a chunk is    later
+ *                                           being taken
+ *     telling        1            decided   on after the last chunk     now, by whoever decided it
+ *     transfer_only  0            open      on                          later
+ *
+ * What each event makes of each phase, "-" where it cannot happen or does nothing:
+ *
+ *                          idle           offered    receiving      telling        transfer_only
+ *     upgrade accepted     offered        -          -              -              receiving
+ *     start refused        idle           idle       transfer_only  -              transfer_only
+ *     transfer started     transfer_only  receiving  receiving      receiving      transfer_only
+ *     chunk arrives        idle           idle       receiving      telling        transfer_only
+ *     transfer decided     -              -          telling        -              idle
+ *     connection lost      -              telling    telling        -              -
+ *     upgrade ends         -              idle       transfer_only  idle           -
+ *     watchdog expires     -              -          idle           idle           idle
+ *     version reported     idle           idle       idle           idle           idle
+ *
+ * "Upgrade ends" is the end of whoever told the outcome (the worker, or a chunk that failed); it
+ * ends only the upgrade in which that transfer was decided. Every end of an upgrade sets the
+ * extended state to GW_EXT_STAT_UPGRADE_ENDED.
+ *
+ * So each transfer has one outcome at most. It has none when it is replaced (whoever replaces it
+ * knows), when a version report ends it, when the service itself refused a chunk, and when no
+ * thread could be started to tell it. A transfer that an end leaves behind in transfer_only is told
+ * by its watchdog.
  *
  * Server task, watchdog, worker and the upgrade service's threads meet here. Whatever they change
- * together is guarded by one short lock inside, so that an upgrade has one outcome: whoever claims
- * it first may tell the service. Nobody keeps a pointer to the manager record; each works on a copy
- * of his own.
+ * together is guarded by the critical section, also while the timer is set. The gateway is given
+ * the extended state outside of it, by one thread at a time and in order. Nobody keeps a pointer to
+ * the manager record; each works on a copy of its own.
  */
 #pragma once
 
@@ -38,8 +72,8 @@ struct lan_upgrade_info_t {
  * worker. */
 struct lan_upg_mgr_t {
     uint32_t rpt_percent;        /**< non-zero: a progress report after each chunk */
-    get_file_cb_t get_file_cb;   /**< takes a chunk; null while no transfer is set up */
-    ug_notify_cb_t ug_notify_cb; /**< told the outcome; null while no transfer is set up */
+    get_file_cb_t get_file_cb;   /**< takes a chunk; null while there is no transfer */
+    ug_notify_cb_t ug_notify_cb; /**< told the outcome; null while there is no transfer */
     void *cb_arg;                /**< handed back to both */
     thrd_handle_t thrd_hand;     /**< the worker, in its own copy */
     thrd_param_t thrd_param;     /**< stack, priority and name of the worker */
@@ -47,7 +81,8 @@ struct lan_upg_mgr_t {
     char cid[DEV_ID_SIZE];       /**< device whose image is transferred */
     uint32_t chunk_size;         /**< most bytes asked for at once */
     uint32_t notify_result;      /**< what the worker tells ug_notify_cb */
-    uint32_t start_number;       /**< tells this transfer from those started before and after */
+    uint32_t transfer_number;    /**< tells this transfer from those before and after it */
+    uint32_t upgrade_number;     /**< in a copy: the upgrade under way when the copy was taken */
 };
 
 /** The current upgrade; all zero at first. */
@@ -74,46 +109,64 @@ inline constexpr uint32_t outcome_watchdog_ms = 120000;
  * end does so. Any thread. */
 void upgrade_release();
 
-/** An upgrade begins: update_stat is 1 from now on. Server task. */
+/** An app's upgrade is accepted: update_stat is 1 from now on. Server task. */
 void upgrade_begin();
 /** Sets the extended state, unless the upgrade has ended meanwhile. Server task. */
 void upgrade_set_ext_stat(uint8_t ext_stat);
-/** Ends the upgrade, if one is under way, without telling the service: update_stat 0, watchdog
- * disarmed, no transfer set up. Sets the extended state in any case. Any thread. */
-void upgrade_end();
+/** The start of an upgrade is refused: ends the upgrade. An open transfer stays, with its watchdog.
+ * Server task. */
+void upgrade_refuse();
 
-/** As upgrade_end, and ends a transfer without an upgrade, too. Any thread. */
-void upgrade_end_with_transfer();
-
-/** Sets up a transfer: replaces the manager record and arms the watchdog. Any thread. @return 0; -1
- * there is no record, or the outcome of the upgrade under way is decided already */
+/**
+ * Sets up a transfer: replaces the manager record and arms the watchdog. Any thread.
+ *
+ * @return 0; -1 there is no record
+ */
 [[nodiscard]] int32_t upgrade_set_up_transfer(const lan_upg_mgr_t &manager);
 
 /** What becomes of a chunk frame. */
 enum class chunk_admission : uint8_t {
-    admitted,    /**< it belongs to the transfer under way; the watchdog is disarmed */
-    no_transfer, /**< no transfer is set up, or no upgrade is under way */
-    too_late,    /**< the outcome is decided, only the worker has not ended yet */
+    admitted, /**< it belongs to the open transfer; the watchdog is disarmed */
+    stray,    /**< no transfer is open, or no upgrade is under way; there is none now */
+    too_late, /**< the outcome is decided and being told */
 };
-/** Receives a chunk frame. Server task. @param[out] copy  of the manager record, when admitted */
+/**
+ * Receives a chunk frame. Server task.
+ *
+ * @param[out] copy  of the manager record, when admitted
+ */
 [[nodiscard]] chunk_admission upgrade_admit_chunk(lan_upg_mgr_t &copy);
 
-/** Claims the right to tell the service the outcome. Any thread. @param[out] manager  copy of the
- * record @return false when somebody has it already */
-[[nodiscard]] bool upgrade_claim_outcome(lan_upg_mgr_t &manager);
-/** The same for one transfer. @param manager  its copy of the record @return false also when
- * another transfer has replaced it */
-[[nodiscard]] bool upgrade_claim_outcome_of(const lan_upg_mgr_t &manager);
-/** Tells the service, if there is one to tell. @param manager  a copy of the record, whose outcome
- * has been claimed */
+/**
+ * Decides the transfer that a copy was taken of: the caller, and nobody else, may tell its outcome,
+ * and calls upgrade_end afterwards. Server task.
+ *
+ * @param[in,out] manager  the copy; taken anew, since a callback may have written into it
+ * @return false when the transfer is over, replaced or decided already
+ */
+[[nodiscard]] bool upgrade_decide(lan_upg_mgr_t &manager);
+/**
+ * Decides whatever is under way, since a connection was lost: the open transfer, or the upgrade
+ * that waits for one. Server task.
+ *
+ * @param[out] manager  copy of the record; without callbacks when there is no transfer
+ * @return false when no upgrade is under way, or its outcome is decided already
+ */
+[[nodiscard]] bool upgrade_decide_lost(lan_upg_mgr_t &manager);
+/**
+ * Tells the service the outcome, if there is one to tell.
+ *
+ * @param manager  a copy of the record of a transfer that the caller has decided
+ * @param result   0 the image is complete, 1 failed
+ */
 void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result);
+/** Ends the upgrade under way when the copy was taken. Another transfer that was started meanwhile
+ * stays, with its watchdog. Any thread. */
+void upgrade_end(const lan_upg_mgr_t &manager);
+/** Ends upgrade and transfer, and tells nobody. Any thread. */
+void upgrade_end_by_version();
 
-/** Arms the watchdog, unless the upgrade has ended meanwhile. Any thread. */
-void upgrade_arm_watchdog(uint32_t timeout_ms);
+/** Arms the watchdog, unless the transfer of the copy is over or was replaced. Any thread. */
+void upgrade_arm_watchdog(const lan_upg_mgr_t &manager, uint32_t timeout_ms);
 /** Disarms the watchdog. Any thread. */
 void upgrade_disarm_watchdog();
-
-/** Number of the current upgrade. */
-[[nodiscard]] uint32_t upgrade_number();
-/** As upgrade_end, for the upgrade of that number only. */
-void upgrade_end_number(uint32_t number);

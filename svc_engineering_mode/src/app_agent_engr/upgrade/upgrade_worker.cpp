@@ -10,40 +10,33 @@ using platform::heap_block;
 
 constexpr thrd_param_t worker_thread{3072, 2, "gw_lan_upgrade_func"};
 
-/** What a worker works on. It outlives the transfer and, if need be, the agent's stop. */
-struct worker_record {
-    lan_upg_mgr_t manager;   /**< as it was when the worker was started */
-    uint32_t upgrade_number; /**< the upgrade that ends with the worker */
-};
-
-/** Body of the worker. */
+/** Body of the worker. Its argument is a copy of the record of its own, which outlives the transfer
+ * and, if need be, the agent's stop. */
 void __lan_gw_upgrade_thread_func(void *argument) {
     LAN_LOG(LOG_LEVEL_TRACE, "start lan upgrade thread");
     if (argument == nullptr) {
         return;
     }
-    const heap_block<worker_record> record(static_cast<worker_record *>(argument));
-    lan_upg_mgr_t &manager = record->manager;
-    upgrade_tell_outcome(manager, manager.notify_result);
+    const heap_block<lan_upg_mgr_t> manager(static_cast<lan_upg_mgr_t *>(argument));
+    upgrade_tell_outcome(*manager.get(), manager->notify_result);
     LAN_LOG(LOG_LEVEL_TRACE, "====>%s, upgrade end", __func__);
-    DeleteThrdHandle(manager.thrd_hand);
-    upgrade_end_number(record->upgrade_number);
+    DeleteThrdHandle(manager->thrd_hand);
+    upgrade_end(*manager.get());
 }
 
-bool start_worker(const lan_upg_mgr_t &claimed, uint32_t result) {
-    auto record = heap_block<worker_record>::allocate(sizeof(worker_record));
-    if (!record) {
+bool start_worker(const lan_upg_mgr_t &decided, uint32_t result) {
+    auto manager = heap_block<lan_upg_mgr_t>::allocate(sizeof(lan_upg_mgr_t));
+    if (!manager) {
         return false;
     }
-    *record.get() = {claimed, upgrade_number()};
-    lan_upg_mgr_t &manager = record->manager;
-    manager.thrd_param = worker_thread;
-    manager.notify_result = result;
+    *manager.get() = decided;
+    manager->thrd_param = worker_thread;
+    manager->notify_result = result;
     // From a successful start on the record is the worker's.
-    worker_record *argument = record.release();
-    if (CreateAndStart(&argument->manager.thrd_hand, nullptr, nullptr, __lan_gw_upgrade_thread_func,
+    lan_upg_mgr_t *argument = manager.release();
+    if (CreateAndStart(&argument->thrd_hand, nullptr, nullptr, __lan_gw_upgrade_thread_func,
                        argument, &worker_thread) != 0) {
-        record.reset(argument);
+        manager.reset(argument);
         return false;
     }
     return true;
@@ -51,16 +44,16 @@ bool start_worker(const lan_upg_mgr_t &claimed, uint32_t result) {
 
 } // namespace
 
-void __lan_upgrade_nofity(const lan_upg_mgr_t &claimed, uint32_t result) {
-    if (!start_worker(claimed, result)) {
+void __lan_upgrade_nofity(const lan_upg_mgr_t &decided, uint32_t result) {
+    if (!start_worker(decided, result)) {
         LAN_LOG(LOG_LEVEL_FAILURE, "create thread error");
-        upgrade_end();
+        upgrade_end(decided);
     }
 }
 
 void upgrade_lost_connection() {
     lan_upg_mgr_t manager{};
-    if (upgrade_claim_outcome(manager)) {
+    if (upgrade_decide_lost(manager)) {
         __lan_upgrade_nofity(manager, 1);
     }
 }

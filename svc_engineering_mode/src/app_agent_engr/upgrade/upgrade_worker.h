@@ -5,9 +5,13 @@
 
 #include <cstdint>
 
-/** Starts the worker. Server task. @param claimed  copy of the record of the transfer, whose
- * outcome has been claimed @param result  0 image complete, 1 failed */
-void __lan_upgrade_nofity(const lan_upg_mgr_t &claimed, uint32_t result);
+/**
+ * Starts the worker. Server task.
+ *
+ * @param decided  copy of the record of a transfer that the caller has decided
+ * @param result   0 the image is complete, 1 failed
+ */
+void __lan_upgrade_nofity(const lan_upg_mgr_t &decided, uint32_t result);
 
 /** A connection was lost during an upgrade: it has failed, unless its outcome is decided. Server
  * task. */

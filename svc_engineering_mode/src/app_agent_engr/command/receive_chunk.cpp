@@ -26,12 +26,15 @@ struct image_chunk {
     [[nodiscard]] uint64_t end() const { return uint64_t{offset} + length; }
 };
 
-/** The upgrade has failed and the service does not know it yet. */
-void fail_upgrade(lan_upg_mgr_t &manager) {
-    if (upgrade_claim_outcome_of(manager)) {
+/** Whether the service is to be told that an upgrade has failed. */
+enum class service_knows : bool { no, yes };
+
+/** A chunk has failed, and the upgrade with it. */
+void fail_upgrade(lan_upg_mgr_t &manager, service_knows knows = service_knows::no) {
+    if (upgrade_decide(manager) && knows == service_knows::no) {
         upgrade_tell_outcome(manager, 1);
-        upgrade_end();
     }
+    upgrade_end(manager);
 }
 
 void fail_by_length(lan_upg_mgr_t &manager, uint64_t length) {
@@ -39,8 +42,12 @@ void fail_by_length(lan_upg_mgr_t &manager, uint64_t length) {
     fail_upgrade(manager);
 }
 
-/** Hands a chunk to the service. @param[out] taken  bytes of the image that it has now @return
- * false when the upgrade has failed */
+/**
+ * Hands a chunk to the service.
+ *
+ * @param[out] taken  bytes of the image that it has now
+ * @return false when the upgrade has failed
+ */
 bool give_to_service(lan_upg_mgr_t &manager, const image_chunk &chunk, uint32_t &taken) {
     uint32_t remain_len = 0;
     const uint32_t total = manager.fw_info.file_size;
@@ -48,9 +55,7 @@ bool give_to_service(lan_upg_mgr_t &manager, const image_chunk &chunk, uint32_t 
                                                chunk.length, &remain_len, manager.cb_arg);
     if (op_ret != 0) {
         LAN_LOG(LOG_LEVEL_FAILURE, "get_file_cb error:%d", op_ret);
-        if (upgrade_claim_outcome_of(manager)) {
-            upgrade_end();
-        }
+        fail_upgrade(manager, service_knows::yes);
         return false;
     }
     taken = static_cast<uint32_t>(chunk.end()) - std::min(remain_len, chunk.length);
@@ -61,31 +66,32 @@ bool give_to_service(lan_upg_mgr_t &manager, const image_chunk &chunk, uint32_t 
 }
 
 /** The image is complete: the app and, on the worker, the service are told. */
-void finish_transfer(const lan_upg_mgr_t &manager) {
+void finish_transfer(lan_upg_mgr_t &manager, uint32_t total) {
     LAN_LOG(LOG_LEVEL_TRACE, "download firmware success");
-    if (!upgrade_claim_outcome_of(manager)) {
+    if (!upgrade_decide(manager)) {
         return;
     }
-    chunk_request(manager.cid, manager.fw_info.file_size, 0).send();
+    // A request that is lost changes nothing: the image is here.
+    static_cast<void>(chunk_request(manager.cid, total, 0).send());
     // Armed first, so that a worker that ends at once disarms it.
-    upgrade_arm_watchdog(outcome_watchdog_ms);
+    upgrade_arm_watchdog(manager, outcome_watchdog_ms);
     __lan_upgrade_nofity(manager, 0);
 }
 
 /** Asks for the next chunk. @return false when the upgrade has failed */
-bool request_next(lan_upg_mgr_t &manager, uint32_t offset) {
-    const uint32_t size = std::min(manager.chunk_size, manager.fw_info.file_size - offset);
+bool request_next(lan_upg_mgr_t &manager, uint32_t offset, uint32_t total) {
+    const uint32_t size = std::min(manager.chunk_size, total - offset);
     const int32_t op_ret = chunk_request(manager.cid, offset, size).send();
     if (op_ret != 0) {
         LAN_LOG(LOG_LEVEL_FAILURE, "send error:%d", op_ret);
         fail_upgrade(manager);
         return false;
     }
-    upgrade_arm_watchdog(chunk_watchdog_ms);
+    upgrade_arm_watchdog(manager, chunk_watchdog_ms);
     return true;
 }
 
-/** Takes one chunk of the transfer under way. @return false when the upgrade has failed */
+/** Takes one chunk of the open transfer. @return false when the upgrade has failed */
 bool take_chunk(lan_upg_mgr_t &manager, const image_chunk &chunk) {
     const uint32_t total = manager.fw_info.file_size;
     if (chunk.offset > total || chunk.end() > UINT32_MAX) {
@@ -101,20 +107,15 @@ bool take_chunk(lan_upg_mgr_t &manager, const image_chunk &chunk) {
         return false;
     }
     if (chunk.end() == total) {
-        finish_transfer(manager);
+        finish_transfer(manager, total);
         return true;
     }
-    return request_next(manager, taken);
+    return request_next(manager, taken, total);
 }
 
 void process_chunk(const lan_request &request, lan_upg_mgr_t &manager) {
-    switch (upgrade_admit_chunk(manager)) {
-    case chunk_admission::no_transfer:
-        return upgrade_end();
-    case chunk_admission::too_late:
+    if (upgrade_admit_chunk(manager) != chunk_admission::admitted) {
         return;
-    case chunk_admission::admitted:
-        break;
     }
     byte_reader reader(request.tmp_out, request.tmp_len);
     const uint32_t offset = reader.u32();

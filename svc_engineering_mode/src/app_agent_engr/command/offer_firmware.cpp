@@ -1,4 +1,4 @@
-/* The start of a firmware upgrade: the announced image is offered to the upgrade service. */
+/* An app starts a firmware upgrade: the announced image is offered to the upgrade service. */
 #include "clients/agent_log.h"
 #include "gateway/gateway.h"
 #include "handlers.h"
@@ -79,11 +79,22 @@ void describe_image(lan_fw_info_t &firmware) {
     firmware.file_size = up_info.file_size;
 }
 
+/** Whether a text can be an id. It is quoted in answers to other apps as it stands, so one that
+ * would break their JSON is none. */
+bool is_id(const char *text) {
+    for (; *text != '\0'; ++text) {
+        if (*text < ' ' || *text > '~' || *text == '"' || *text == '\\') {
+            return false;
+        }
+    }
+    return true;
+}
+
 /** Begins the upgrade and offers the image. @return why it fails, or null */
 reason start(const lan_request &request, const json_request &parsed) {
     upgrade_begin();
     const char *cid = parsed.text("cid");
-    if (cid == nullptr) {
+    if (cid == nullptr || !is_id(cid)) {
         return unreadable(request);
     }
     copy_text(up_info.cid, cid);
@@ -123,7 +134,7 @@ void __lan_dev_upgrade(const lan_request &request) {
         return refuse_upgrade(request, because("dev is upgrading"));
     }
     if (reason why = process(request)) {
-        upgrade_end();
+        upgrade_refuse();
         return refuse_upgrade(request, why);
     }
     LAN_LOG(LOG_LEVEL_TRACE, "__lan_dev_upgrade success!");
