@@ -14,27 +14,59 @@ using nlohmann::ordered_json;
 
 namespace {
 
-/** Parses a whole file; a member given twice is an error as well. */
-ordered_json parse_file(std::string_view text, const std::string &file_name) {
-    std::vector<std::set<std::string>> names;
-    const auto watch = [&](int, ordered_json::parse_event_t event, ordered_json &value) {
-        if (event == ordered_json::parse_event_t::object_start)
-            names.emplace_back();
-        else if (event == ordered_json::parse_event_t::object_end)
-            names.pop_back();
-        else if (event == ordered_json::parse_event_t::key &&
-                 !names.back().insert(value.get<std::string>()).second)
-            throw usage_error(file_name + ": member \"" + value.get<std::string>() +
-                              "\" is given twice");
+/** Most members of an object in a request: an object of all data points, and one to spare. An
+ * ordered object finds each of its members by a search, so that without a bound the time would grow
+ * with the square of their number. */
+constexpr std::size_t request_members_max = 256;
+
+/** Looks through a text for members given twice, and for objects with too many. A parser's callback
+ * could do so too, but then looks at all elements of an array again after each of them. */
+class member_check : public nlohmann::json_sax<ordered_json> {
+  public:
+    member_check(const std::string &source, std::size_t members_max)
+        : source_(source), members_max_(members_max) {}
+
+    bool key(string_t &name) override {
+        if (!names_.back().insert(name).second)
+            throw usage_error(source_ + ": member \"" + name + "\" is given twice");
+        if (names_.back().size() > members_max_)
+            throw usage_error(source_ + ": an object has more than " +
+                              std::to_string(members_max_) + " members");
         return true;
-    };
-    try {
-        return ordered_json::parse(text, watch);
-    } catch (const ordered_json::exception &error) {
-        // What stands before the first "] " is the library's own number of the error.
-        const std::string what = error.what();
-        throw usage_error(file_name + ": " + what.substr(what.find("] ") + 2));
     }
+    bool start_object(std::size_t) override {
+        names_.emplace_back();
+        return true;
+    }
+    bool end_object() override {
+        names_.pop_back();
+        return true;
+    }
+    bool start_array(std::size_t) override { return true; }
+    bool end_array() override { return true; }
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(number_integer_t) override { return true; }
+    bool number_unsigned(number_unsigned_t) override { return true; }
+    bool number_float(number_float_t, const string_t &) override { return true; }
+    bool string(string_t &) override { return true; }
+    bool binary(binary_t &) override { return true; }
+    bool parse_error(std::size_t, const std::string &, const nlohmann::json::exception &) override {
+        return false; // told by the parser
+    }
+
+  private:
+    const std::string &source_;
+    std::size_t members_max_;
+    std::vector<std::set<std::string>> names_; // of the objects that are open
+};
+
+/** Parses a text in which no object has a member twice, nor more than so many members. */
+ordered_json parse_strictly(std::string_view text, const std::string &source,
+                            std::size_t members_max) {
+    member_check check(source, members_max);
+    (void)ordered_json::sax_parse(text, &check);
+    return ordered_json::parse(text);
 }
 
 } // namespace
@@ -97,6 +129,8 @@ std::string json_value::id() const {
                std::to_string(name_bytes_max));
     if (std::any_of(read.begin(), read.end(), is_control))
         refuse("holds a control character");
+    if (read.find_first_of("\"\\") != std::string::npos)
+        refuse("holds a double quote or a backslash");
     return read;
 }
 
@@ -125,8 +159,31 @@ void read_members(const json_value &object, const std::vector<known_member> &mem
 
 void read_file_object(std::string_view text, const std::string &file_name,
                       const std::vector<known_member> &members) {
-    const ordered_json json = parse_file(text, file_name);
+    const auto parse = [&] {
+        try {
+            return parse_strictly(text, file_name, SIZE_MAX);
+        } catch (const ordered_json::exception &error) {
+            // What stands before the first "] " is the library's own number of the error.
+            const std::string what = error.what();
+            throw usage_error(file_name + ": " + what.substr(what.find("] ") + 2));
+        }
+    };
+    const ordered_json json = parse();
     read_members({file_name, "", json}, members);
+}
+
+void read_request(std::string_view text,
+                  const std::function<void(const json_value &request)> &read) {
+    static const std::string source = "request";
+    const auto parse = [&] {
+        try {
+            return parse_strictly(text, source, request_members_max);
+        } catch (const ordered_json::exception &) {
+            throw usage_error(source + ": is not valid JSON in UTF-8");
+        }
+    };
+    const ordered_json json = parse();
+    read({source, "", json});
 }
 
 } // namespace gateway

@@ -39,7 +39,8 @@ struct json_value {
     [[nodiscard]] int64_t whole_number(int64_t lowest, int64_t highest) const;
     /** A text. */
     [[nodiscard]] std::string text() const;
-    /** A text of 1 to name_bytes_max bytes without control characters. */
+    /** A text of 1 to name_bytes_max bytes without control character, double quote and backslash,
+     * so that it can stand in a JSON text as it is. */
     [[nodiscard]] std::string id() const;
     /** An object of data points, as text. */
     [[nodiscard]] std::string data_points() const;
@@ -55,6 +56,11 @@ struct known_member {
 
 /** Reads an object of known members only. @throws usage_error */
 void read_members(const json_value &object, const std::vector<known_member> &members);
+
+/** Reads the text of a request, in which no member is given twice and no object has more than 256
+ * of them. @throws usage_error */
+void read_request(std::string_view text,
+                  const std::function<void(const json_value &request)> &read);
 
 /** Reads a file that holds one object, of known members only. @throws usage_error */
 void read_file_object(std::string_view text, const std::string &file_name,

@@ -7,28 +7,21 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstring>
+
 namespace gateway {
-namespace {
 
 using nlohmann::ordered_json;
 
-const std::string request_name = "request";
-
-} // namespace
-
 void read_request(const char *text, std::size_t length,
                   const std::function<void(const json_value &request)> &read) {
-    const auto json =
-        ordered_json::parse(std::string_view(text == nullptr ? "" : text, length), nullptr, false);
-    if (json.is_discarded())
-        throw usage_error(request_name + ": is not valid JSON in UTF-8");
-    read({request_name, "", json});
+    read_request(text != nullptr ? std::string_view(text, length) : std::string_view(), read);
 }
 
 void read_request(const cJSON *root, const std::function<void(const json_value &request)> &read) {
     const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(root),
                                                             cJSON_free);
-    read_request(text.get(), text ? std::string_view(text.get()).size() : 0, read);
+    read_request(text.get(), text ? std::strlen(text.get()) : 0, read);
 }
 
 int32_t take_operation(std::size_t number, uint32_t frame_type, sf_cmd_t *command,

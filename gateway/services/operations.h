@@ -13,7 +13,7 @@ namespace gateway {
 
 /** Reads a request that the agent has parsed. Both forms throw usage_error. */
 void read_request(const cJSON *root, const std::function<void(const json_value &request)> &read);
-/** Reads the text of a request. */
+/** Reads the text of a request. @param text  may be null */
 void read_request(const char *text, std::size_t length,
                   const std::function<void(const json_value &request)> &read);
 
