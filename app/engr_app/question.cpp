@@ -30,11 +30,15 @@ constexpr advice advices[] = {
      "activated"},
     {0, "device is upgrading...", "try again after the upgrade; engr_app watch shows its progress"},
     {0, "devid not found", "engr_app devices lists the devices"},
-    {0, "json obj data unvalid", "the device has no data points yet"},
+    {0, "json obj data unvalid",
+     "the device is offline, see engr_app online, or has no data points yet"},
     {0, "permit join set error", "the kind of device may not be right, see engr_app join --help"},
     {0, "scene execute error",
-     "there may be no such scene in that group; engr_app scene oper save stores one"},
-    {0, "query dp failed", "engr_app dp get shows which data points the device has"},
+     "there may be no such scene in that group, engr_app scene oper save stores one, or none of "
+     "its "
+     "devices is online, see engr_app online"},
+    {0, "query dp failed",
+     "the device may be offline, see engr_app online, or lack a data point, see engr_app dp get"},
     {0, "group oper failed", "check the ids; engr_app devices lists the devices"},
     {0, "scene oper failed", "check the ids and the actions; engr_app devices lists the devices"},
     {0, "set panel cmd error", "check the panel's id; engr_app devices lists the devices"},
@@ -116,11 +120,12 @@ failure refusal(session &present, std::uint32_t type, std::string_view payload) 
 
 std::string agreed(session &present, const answer &answered) {
     if (is_refused_in_silence(answered)) {
-        throw failure("not_accepted",
-                      present.chosen().name() +
-                          " did not accept the command: it leaves one that it refuses without an "
-                          "answer, as for an unknown device or group, or a wrong data point or "
-                          "value; see engr_app devices and engr_app dp get");
+        throw failure(
+            "not_accepted",
+            present.chosen().name() +
+                " did not accept the command: it leaves one that it refuses without an "
+                "answer, as for an unknown device or group, a device that is offline, or a "
+                "wrong data point or value; see engr_app online and engr_app dp get");
     }
     if (answered.failure) {
         throw present.explain(answered);

@@ -3,6 +3,7 @@
 
 #include "calls.h"
 #include "changes.h"
+#include "data_points.h"
 #include "engr_lan_agent.h"
 #include "gateway/device.h"
 #include "gateway/gateway.h"
@@ -21,10 +22,18 @@
 namespace gateway {
 namespace {
 
+/** What apps are told of a device that comes. */
+struct product_of_device {
+    std::string dev_id;
+    std::string pid;
+};
+
 /** Stores the given fields of a device that stands in the list already. */
 void store_known_device(const site_device &device) {
     for (const field_setting &setting : device.fields)
         the_store().set_device_field(device.id(), *setting.of, setting.value);
+    if (device.dps != no_data_points)
+        the_store().set_device_dps(device.id(), device.dps);
 }
 
 /** Writes the given fields into the record of a listed device. */
@@ -34,6 +43,8 @@ void write_known_device(device_record &known, const site_device &device) {
         if (setting.of != &device_fields().front())
             write_field(static_cast<dev_cntl_t *>(&known), *setting.of, setting.value);
     }
+    if (device.dps != no_data_points)
+        known.dps = device.dps;
 }
 
 /** Whether apps see the device already; change_mutex is held. */
@@ -85,16 +96,18 @@ std::string unbind(device_record &device) {
 
 } // namespace
 
-void bind_devices(std::vector<site_device> devices) {
-    std::vector<const site_device *> newcomers;
+void bind_devices(std::vector<site_device> devices, arrival how) {
+    std::vector<product_of_device> told;
     {
         lasting_change change;
         std::vector<device_record *> known;
         for (site_device &device : devices) {
+            if (is_own_id(device.id()))
+                throw refused(device.id() + " is the gateway itself");
             device.set("state", int64_t{DEV_STATE_BOUND});
             known.push_back(find_listed_device(device.id()));
-            if (!is_bound(known.back()))
-                newcomers.push_back(&device);
+            if (how == arrival::joined || !is_bound(known.back()))
+                told.push_back({device.id(), {}});
             if (known.back() != nullptr)
                 store_known_device(device);
             else
@@ -109,15 +122,11 @@ void bind_devices(std::vector<site_device> devices) {
             else
                 list_device(devices[i]);
         }
+        for (product_of_device &each : told)
+            each.pid = product_of(need_listed_device(each.dev_id));
     }
-    for (const site_device *device : newcomers) {
-        const auto pid = std::find_if(
-            device->fields.begin(), device->fields.end(),
-            [](const field_setting &each) { return std::string_view(each.of->name) == "pid"; });
-        engr_lan_sub_dev_bind_report(
-            device->id().c_str(),
-            pid == device->fields.end() ? "" : std::get<std::string>(pid->value).c_str());
-    }
+    for (const product_of_device &each : told)
+        engr_lan_sub_dev_bind_report(each.dev_id.c_str(), each.pid.c_str());
 }
 
 } // namespace gateway
@@ -133,7 +142,7 @@ int32_t gw_engineer_add_sub_dev_to_list(const char *payload, uint32_t length) {
                 std::vector<site_device> devices;
                 read_request(payload, length,
                              [&](const json_value &request) { devices = read_products(request); });
-                bind_devices(std::move(devices));
+                bind_devices(std::move(devices), arrival::bound);
             });
         });
 }

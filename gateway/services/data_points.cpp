@@ -11,13 +11,8 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr std::size_t text_value_bytes_max = 1024;
-
 std::string value_fault(const std::string &name, const ordered_json &value) {
-    int number = 0;
-    const char *end = name.data() + name.size();
-    const auto [stop, error] = std::from_chars(name.data(), end, number);
-    if (error != std::errc() || stop != end || number < 1 || number > 255 || name.front() == '0')
+    if (data_point_number(name) == 0)
         return "'" + name + "' is not a data-point number, 1 to 255";
     if (!value.is_boolean() && !value.is_number() && !value.is_string())
         return "the value of data point " + name + " is neither true, false, a number nor a text";
@@ -28,6 +23,14 @@ std::string value_fault(const std::string &name, const ordered_json &value) {
 }
 
 } // namespace
+
+int data_point_number(std::string_view name) {
+    int number = 0;
+    const char *end = name.data() + name.size();
+    const auto [stop, error] = std::from_chars(name.data(), end, number);
+    const bool is_number = error == std::errc() && stop == end && name.front() != '0';
+    return is_number && number >= 1 && number <= 255 ? number : 0;
+}
 
 std::string data_points_fault(std::string_view dps) {
     const ordered_json object = ordered_json::parse(dps, nullptr, false);

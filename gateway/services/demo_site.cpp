@@ -34,6 +34,28 @@ constexpr device_kind joining_kinds[] = {
 };
 constexpr std::size_t first_joining_kind = 0x100;
 
+/** What the data points of these products are. */
+constexpr const char *demo_products = R"({
+    "zbswitch2gang001": {"1": {"kind": "bool"}, "2": {"kind": "bool"}},
+    "zbdimmer00000001": {
+        "1": {"kind": "bool"},
+        "2": {"kind": "value", "min": 10, "max": 1000},
+        "3": {"kind": "enum", "values": ["white", "colour", "scene"]}},
+    "zbtempsensor0001": {
+        "1": {"kind": "value", "min": -400, "max": 850, "read_only": true},
+        "2": {"kind": "value", "min": 0, "max": 100, "read_only": true},
+        "4": {"kind": "value", "min": 0, "max": 100, "read_only": true}},
+    "zbcurtain0000001": {
+        "1": {"kind": "enum", "values": ["open", "stop", "close"]},
+        "2": {"kind": "value", "min": 0, "max": 100}},
+    "zbthermostat0001": {
+        "1": {"kind": "bool"},
+        "2": {"kind": "value", "min": 50, "max": 350},
+        "3": {"kind": "value", "min": -400, "max": 850, "read_only": true},
+        "4": {"kind": "enum", "values": ["auto", "manual", "holiday"]}},
+    "zbpanel4gang0001": {"1": {"kind": "value", "min": 1, "max": 4, "read_only": true}}
+})";
+
 /** An id like the 64-bit address of a Zigbee device. */
 std::string device_id(std::size_t kind, int number) {
     char id[DEV_ID_SIZE];
@@ -98,6 +120,7 @@ site demo_site(uint32_t number) {
     demo.gateway = default_gateway(number);
     add_devices(demo.devices, kinds, 0);
     add_devices(demo.joining, joining_kinds, first_joining_kind);
+    demo.products = demo_products;
     return demo;
 }
 

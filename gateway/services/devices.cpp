@@ -36,13 +36,15 @@ void command_devices(const json_value &request) {
     const std::string dps = request.required("dps").data_points();
     const bool names_device = request.json.contains("cid") || request.json.contains("devId");
     std::vector<data_point_change> changes;
+    change_origin origin = change_origin::command;
     if (request.json.contains("gid") && !names_device) {
+        origin = change_origin::many_commands;
         for (std::string &member : need_group_members(request.required("gid").id()))
             changes.push_back({std::move(member), dps});
     } else {
         changes.push_back({named_device(request), dps});
     }
-    change_data_points(changes);
+    change_data_points(changes, origin);
 }
 
 ordered_json data_points_of(const device_record &device) {
@@ -76,7 +78,7 @@ void answer_query(const cJSON *cid, const cJSON *dp_id) {
     std::string dev_id = own_device()->dev_id;
     if (cid != nullptr)
         read_request(cid, [&](const json_value &named) { dev_id = named.text(); });
-    ordered_json dps = data_points_of(need_device(dev_id));
+    ordered_json dps = data_points_of(need_online_device(dev_id));
     if (dp_id != nullptr) {
         read_request(dp_id,
                      [&](const json_value &chosen) { dps = chosen_data_points(dps, chosen); });
@@ -87,8 +89,11 @@ void answer_query(const cJSON *cid, const cJSON *dp_id) {
         throw refused("no report can be sent: result " + std::to_string(result));
 }
 
-/** The text that an app gets, in a block of Malloc; null when there is nothing to tell. */
+/** The text that an app gets, in a block of Malloc; null when there is nothing to tell, or the
+ * device is offline and tells nothing. */
 char *pack_data_points(const device_record &device, int32_t dp_id) {
+    if (!is_online(device))
+        return nullptr;
     ordered_json dps = data_points_of(device);
     if (dp_id != all_data_points) {
         const auto found = dps.find(std::to_string(dp_id));

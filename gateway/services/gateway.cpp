@@ -15,6 +15,7 @@
 #include "log_snapshots.h"
 #include "network.h"
 #include "platform/owners.h"
+#include "products.h"
 #include "records.h"
 #include "scenes.h"
 #include "store.h"
@@ -79,6 +80,7 @@ static void open_parts(open_options &&options) {
     open_calls(options.faults, std::move(options.trace));
     open_network(std::move(options.address));
     open_records(stored, own_dps.empty() ? "{}" : own_dps);
+    open_products(stored.products);
     open_joining(std::move(stored.joining));
     open_linkage();
     open_upgrades(options.faults.upgrade, keeps_files ? image_medium::file : image_medium::memory);
@@ -136,7 +138,7 @@ void set_device_field(std::string_view dev_id, std::string_view name, const std:
 int32_t report_data_points(std::string_view dev_id, std::string_view dps) {
     if (const std::string fault = data_points_fault(dps); !fault.empty())
         throw usage_error(fault);
-    return change_data_points({{std::string(dev_id), std::string(dps)}});
+    return change_data_points({{std::string(dev_id), std::string(dps)}}, change_origin::device);
 }
 
 nlohmann::ordered_json status() {

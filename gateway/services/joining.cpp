@@ -4,9 +4,11 @@
 #include "callbacks.h"
 #include "calls.h"
 #include "changes.h"
+#include "data_points.h"
 #include "gateway_services/error.h"
 #include "gateway_services/gateway.h"
 #include "platform/timer.h"
+#include "products.h"
 #include "records.h"
 
 #include <nlohmann/json.hpp>
@@ -37,11 +39,23 @@ struct joining_state {
 };
 joining_state joining_now;
 
-/** The device that joins next: the first that is not in the list. */
+/** Whether a device is yet to join: it is not in the list, or was bound before it joined, so that
+ * nothing was heard of it. The gateway itself never joins; change_mutex is held. */
+bool is_yet_to_join(const std::string &dev_id) {
+    if (is_own_id(dev_id))
+        return false;
+    const device_record *listed = find_listed_device(dev_id);
+    if (listed == nullptr)
+        return true;
+    const platform::held_mutex guard(the_gateway().shared.dev_mutex);
+    return listed->online == 0 && listed->dps == no_data_points;
+}
+
+/** The device that joins next: the first that is yet to. */
 const joining_device *next_to_join() {
     const auto found =
         std::find_if(joining_now.waiting.begin(), joining_now.waiting.end(),
-                     [](const joining_device &each) { return !find_listed_device(each.id()); });
+                     [](const joining_device &each) { return is_yet_to_join(each.id()); });
     return found == joining_now.waiting.end() ? nullptr : &*found;
 }
 
@@ -71,9 +85,24 @@ std::optional<site_device> end_step() {
     return *next;
 }
 
+/** The product of a device that joins: it says so itself, or it was bound as one. */
+std::string product_of_joining(const site_device &device) {
+    if (const field_value *pid = device.find("pid"))
+        return std::get<std::string>(*pid);
+    const device_record *listed = find_listed_device(device.id());
+    return listed != nullptr ? product_of(*listed) : "";
+}
+
 void join(site_device device) {
     device.set("online", int64_t{1});
-    bind_devices({std::move(device)});
+    const std::string pid = product_of_joining(device);
+    if (device.dps == no_data_points)
+        device.dps = first_data_points(pid);
+    const auto values = nlohmann::ordered_json::parse(device.dps);
+    if (const std::string fault = product_fault(the_products(), pid, values, setter::device);
+        !fault.empty())
+        throw refused(fault);
+    bind_devices({std::move(device)}, arrival::joined);
 }
 
 void on_joining_timer(uint16_t, void *) {
@@ -123,8 +152,8 @@ void join_device(const std::string &dev_id, const std::optional<std::string> &pi
         const platform::held_mutex change(change_mutex());
         if (joining_now.left_ms == 0)
             throw refused("joining is closed; open it with: engr_app join open");
-        if (find_listed_device(dev_id) != nullptr)
-            throw refused("device '" + dev_id + "' is in the list already");
+        if (!is_yet_to_join(dev_id))
+            throw refused("device '" + dev_id + "' has joined already, or is the gateway itself");
         for (const joining_device &each : joining_now.waiting) {
             if (each.id() == dev_id)
                 device = each;
@@ -163,7 +192,7 @@ void add_joining_status(nlohmann::ordered_json &status) {
         {"seconds_left", (joining_now.left_ms + 999) / 1000},
         {"waiting",
          std::count_if(joining_now.waiting.begin(), joining_now.waiting.end(),
-                       [](const joining_device &each) { return !find_listed_device(each.id()); })}};
+                       [](const joining_device &each) { return is_yet_to_join(each.id()); })}};
 }
 
 } // namespace gateway

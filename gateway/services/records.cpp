@@ -144,6 +144,29 @@ device_record *own_device() {
     return &own;
 }
 
+bool is_online(const device_record &device) {
+    if (&device == own_device())
+        return true;
+    const platform::held_mutex guard(record.shared.dev_mutex);
+    return device.online == 1;
+}
+
+device_record &need_online_device(std::string_view dev_id) {
+    device_record &device = need_device(dev_id);
+    if (!is_online(device))
+        throw refused("device " + std::string(dev_id) + " is offline");
+    return device;
+}
+
+bool is_own_id(std::string_view dev_id) {
+    return lower_case(dev_id) == lower_case(gateway_id());
+}
+
+std::string product_of(const device_record &device) {
+    const platform::held_mutex guard(record.shared.dev_mutex);
+    return device.pid;
+}
+
 void check_room_for_devices(std::size_t more) {
     if (device_records.size() + more > device_records_max)
         throw refused("the gateway can have had " + std::to_string(device_records_max) +

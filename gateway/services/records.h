@@ -53,6 +53,15 @@ device_record &need_listed_device(std::string_view dev_id);
  * dev_mutex. */
 device_record *own_device();
 
+/** The same for find_device. @throws refused  it is offline */
+device_record &need_online_device(std::string_view dev_id);
+/** Whether a device can be reached; the gateway's own always can. Takes dev_mutex. */
+bool is_online(const device_record &device);
+/** Whether the gateway itself has that id, in any letter case. */
+bool is_own_id(std::string_view dev_id);
+/** A device's product id. Takes dev_mutex. */
+std::string product_of(const device_record &device);
+
 /** @throws refused  so many more records would be too many; change_mutex is held */
 void check_room_for_devices(std::size_t more);
 /** Puts a device that is not listed at the end of the list; change_mutex is held, there is room.

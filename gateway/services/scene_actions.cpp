@@ -1,8 +1,5 @@
 // What a scene is made of: data points of devices.
 #include "data_points.h"
-#include "gateway_services/error.h"
-#include "log.h"
-#include "records.h"
 #include "scenes.h"
 
 #include <nlohmann/json.hpp>
@@ -32,18 +29,10 @@ std::string read_actions(const json_value &scene) {
 }
 
 void apply_actions(const std::string &actions) {
-    const ordered_json stored = ordered_json::parse(actions);
     std::vector<data_point_change> changes;
-    for (const ordered_json &action : stored) {
-        const auto &cid = action["cid"].get_ref<const std::string &>();
-        if (find_device(cid) != nullptr)
-            changes.push_back({cid, action["dps"].dump()});
-        else
-            GATEWAY_LOG(LOG_LEVEL_WARNING, "device %s of a scene is unknown", cid.c_str());
-    }
-    if (changes.empty() && !stored.empty())
-        throw refused("no device of the scene is left");
-    change_data_points(changes);
+    for (const ordered_json &action : ordered_json::parse(actions))
+        changes.push_back({action["cid"], action["dps"].dump()});
+    change_data_points(changes, change_origin::many_commands);
 }
 
 } // namespace gateway

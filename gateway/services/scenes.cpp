@@ -6,6 +6,7 @@
 #include "calls.h"
 #include "changes.h"
 #include "operations.h"
+#include "products.h"
 #include "records.h"
 #include "store.h"
 
@@ -35,9 +36,17 @@ std::optional<std::string> scene_actions(std::string_view gid, std::string_view 
     throw refused("unknown scene " + sid + " of group " + gid);
 }
 
+/** @throws refused  the device's product does not take these values from an app */
+void check_commanded_values(const device_record &device, const ordered_json &dps) {
+    const std::string fault = product_fault(the_products(), product_of(device), dps, setter::app);
+    if (!fault.empty())
+        throw refused(fault);
+}
+
 void save_scene(const std::string &gid, const std::string &sid, const std::string &actions) {
     for (const ordered_json &action : ordered_json::parse(actions))
-        need_device(action["cid"].get_ref<const std::string &>());
+        check_commanded_values(need_device(action["cid"].get_ref<const std::string &>()),
+                               action["dps"]);
     the_store()
         .prepare("INSERT OR REPLACE INTO scene(gid, sid, actions) VALUES(?, ?, ?)")
         .bind(1, gid)

@@ -1,6 +1,7 @@
 #include "gateway_services/site.h"
 
 #include "json_reader.h"
+#include "products.h"
 
 #include <nlohmann/json.hpp>
 
@@ -81,6 +82,20 @@ std::vector<Device> read_devices(const json_value &from, std::set<std::string> &
     return devices;
 }
 
+/** Compares the data points of devices with what their products have. @param list  its name */
+template <typename Device>
+void check_devices(const std::vector<Device> &devices, const product_table &products,
+                   const std::string &list) {
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        const field_value *pid = devices[i].find("pid");
+        const std::string fault =
+            product_fault(products, pid != nullptr ? std::get<std::string>(*pid) : "",
+                          nlohmann::ordered_json::parse(devices[i].dps), setter::device);
+        if (!fault.empty())
+            throw usage_error(list + "[" + std::to_string(i) + "].dps: " + fault);
+    }
+}
+
 } // namespace
 
 void site_device::set(std::string_view name, field_value value) {
@@ -90,24 +105,36 @@ void site_device::set(std::string_view name, field_value value) {
 }
 
 const std::string &site_device::id() const {
-    const auto found = std::find_if(fields.begin(), fields.end(), [](const field_setting &setting) {
-        return setting.of == &device_fields().front();
-    });
-    return std::get<std::string>(found->value);
+    return std::get<std::string>(*find("dev_id"));
+}
+
+const field_value *site_device::find(std::string_view name) const {
+    const auto found =
+        std::find_if(fields.begin(), fields.end(),
+                     [&](const field_setting &setting) { return setting.of->name == name; });
+    return found == fields.end() ? nullptr : &found->value;
 }
 
 site parse_site(std::string_view text, const std::string &file_name, uint32_t number) {
     site read;
     read.gateway = default_gateway(number);
     std::set<std::string> ids;
+    product_table products;
     read_file_object(
         text, file_name,
         {{"gateway", [&](const json_value &from) { read.gateway = read_gateway(from, number); }},
+         {"products",
+          [&](const json_value &from) {
+              products = read_product_table(from);
+              read.products = from.json.dump();
+          }},
          {"devices",
           [&](const json_value &from) { read.devices = read_devices<site_device>(from, ids); }},
          {"joining", [&](const json_value &from) {
               read.joining = read_devices<joining_device>(from, ids);
           }}});
+    check_devices(read.devices, products, file_name + ": devices");
+    check_devices(read.joining, products, file_name + ": joining");
     return read;
 }
 

@@ -1,6 +1,7 @@
 #include "store.h"
 
 #include "gateway_services/error.h"
+#include "products.h"
 
 #include <sqlite3.h>
 
@@ -89,6 +90,8 @@ void store::begin_life(const site &first) {
         add_device(device);
     for (const joining_device &device : first.joining)
         insert_device("joining", device, &device.join_after_ms);
+    if (!first.products.empty())
+        set_setting(products_setting, first.products);
     all.commit();
 }
 
@@ -121,6 +124,7 @@ site store::load() {
         device.join_after_ms =
             static_cast<uint32_t>(joining.number(static_cast<int>(device_fields().size()) + 1));
     }
+    stored.products = setting(products_setting);
     return stored;
 }
 

@@ -34,13 +34,13 @@ class own_directory {
 constexpr const char *commissioned_site =
     R"({"gateway": {"gw_id": "gw1", "channel": 20},
         "devices": [{"dev_id": "lamp", "pid": "p1", "online": 1, "dps": {"1": true, "2": 5}},
-                    {"dev_id": "door", "pid": "p2"}],
+                    {"dev_id": "door", "pid": "p2", "online": 1}],
         "joining": [{"dev_id": "new1", "pid": "n", "state": 0, "dps": {"1": 1},
                      "join_after_ms": 2500},
                     {"dev_id": "new2", "join_after_ms": 2500}]})";
 
 struct commissioned_gateway : sim::test {
-    commissioned_gateway() : gateway(world, commissioned_site) {}
+    explicit commissioned_gateway(const char *site = commissioned_site) : gateway(world, site) {}
     void SetUp() override {
         gateway.start();
         app.emplace(gateway.connect());
@@ -54,6 +54,12 @@ struct commissioned_gateway : sim::test {
         if (result != 0)
             cJSON_Delete(command.root);
         return result;
+    }
+    /** Asks for devices to be bound: [{"cid": ID, "pid": PID}, ...]. */
+    static int32_t bind(const std::string &products) {
+        const std::string request = "{\"products\":" + products + "}";
+        return gw_engineer_add_sub_dev_to_list(request.c_str(),
+                                               static_cast<uint32_t>(request.size()));
     }
     /** What the app is told next. */
     std::string told() { return app->receive_text(1000); }

@@ -3,6 +3,8 @@
 
 #include "gateway/group.h"
 #include "gateway/scene.h"
+#include "gateway_services/error.h"
+#include "lan_client/frame_types.h"
 
 namespace {
 
@@ -48,9 +50,9 @@ TEST_F(device_services, reports_wait_for_room_on_the_message_bus) {
         products += (i == 0 ? "" : ",") + (R"({"cid":")" + id + R"(","pid":"p"})");
         cids += (i == 0 ? "\"" : ",\"") + id + "\"";
     }
-    const std::string binding = "{\"products\":[" + products + "]}";
-    EXPECT_EQ(
-        gw_engineer_add_sub_dev_to_list(binding.c_str(), static_cast<uint32_t>(binding.size())), 0);
+    EXPECT_EQ(bind("[" + products + "]"), 0);
+    for (int i = 0; i < 100; ++i)
+        gateway::set_device_field("d" + std::to_string(i), "online", "1");
     hand_over(engr_sf_send_grp_oper_cmd,
               (R"({"gid":"g","op":"add","cids":[)" + cids + "]}").c_str());
     EXPECT_EQ(hand_over(engr_sf_send_gw_dev_cmd, R"({"gid":"g","dps":{"1":7}})"), 0);
@@ -58,6 +60,173 @@ TEST_F(device_services, reports_wait_for_room_on_the_message_bus) {
     for (std::string text = told(); text != "nothing"; text = told())
         reports += text.starts_with("8/") ? 1 : 0;
     EXPECT_EQ(reports, 100);
+}
+
+TEST_F(device_services, a_device_that_is_offline_neither_obeys_nor_reports_nor_answers) {
+    const auto command = [](const char *request) {
+        return hand_over(engr_sf_send_gw_dev_cmd, request);
+    };
+    const auto run_scene = [] {
+        return engr_get_gw_cntl()->scene_exec(2, "FFFFFFFFFFFFFFFF", "g", "s");
+    };
+    command(R"({"cid":"door","dps":{"1":0}})");
+    hand_over(engr_sf_send_grp_oper_cmd, R"({"gid":"g","op":"add","cids":["door","lamp"]})");
+    hand_over(engr_sf_send_scene_oper_cmd,
+              R"({"sid":"s","gid":"g","op":"save","actions":[{"cid":"door","dps":{"1":2}},
+                  {"cid":"lamp","dps":{"1":2}}]})");
+    for (int i = 0; i < 3; ++i)
+        told();
+    gateway::set_device_field("door", "online", "0");
+    EXPECT_NE(command(R"({"cid":"door","dps":{"1":1}})"), 0);
+    EXPECT_EQ(data_points("door"), "none");
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> cid(cJSON_CreateString("door"),
+                                                              cJSON_Delete);
+    EXPECT_NE(engr_sf_respone_obj_dp_query(cid.get(), nullptr), 0);
+    EXPECT_THROW(gateway::report_data_points("door", R"({"1":1})"), gateway::refused);
+    EXPECT_EQ(told(), "nothing");
+
+    EXPECT_EQ(command(R"({"gid":"g","dps":{"1":1}})"), 0);
+    EXPECT_EQ(told(), R"(8/0/0/{"cid":"lamp","dps":{"1":1}})") << "the member that is online";
+    EXPECT_EQ(run_scene(), 0);
+    EXPECT_EQ(told(), R"(8/0/0/{"cid":"lamp","dps":{"1":2}})");
+    gateway::set_device_field("lamp", "online", "0");
+    EXPECT_NE(command(R"({"gid":"g","dps":{"1":3}})"), 0) << "no member is online";
+    EXPECT_NE(run_scene(), 0) << "no device of the scene is online";
+    EXPECT_EQ(told(), "nothing");
+
+    gateway::set_device_field("door", "online", "1");
+    EXPECT_EQ(data_points("door"), R"({"cid":"door","dps":{"1":0}})") << "as it was left";
+    EXPECT_EQ(command(R"({"dps":{"4":1}})"), 0) << "the gateway itself is never offline";
+}
+
+constexpr const char *product_site = R"({"gateway": {"gw_id": "gw1"},
+    "products": {
+        "lamp": {"1": {"kind": "bool"}, "2": {"kind": "value", "min": 10, "max": 1000},
+                 "3": {"kind": "enum", "values": ["white", "colour"]},
+                 "4": {"kind": "text", "max_bytes": 4}, "5": {"kind": "value"}},
+        "sensor": {"1": {"kind": "value", "min": -400, "max": 1250, "read_only": true}}},
+    "devices": [{"dev_id": "l", "pid": "lamp", "online": true, "dps": {"1": true, "2": 640}},
+                {"dev_id": "s", "pid": "sensor", "online": true, "dps": {"1": 214}},
+                {"dev_id": "any", "pid": "other", "online": true}]})";
+
+struct products : commissioned_gateway {
+    products() : commissioned_gateway(product_site) {}
+};
+
+TEST_F(products, say_which_values_their_devices_take_from_commands_and_from_themselves) {
+    const struct {
+        const char *device;
+        const char *dps;
+        bool obeys;
+        bool may_report;
+    } cases[] = {
+        {"l", R"({"1":false,"2":10,"3":"colour","4":"\u00e9\u00e9","5":-2147483648})", true, true},
+        {"l", R"({"1":"on"})", false, false},
+        {"l", R"({"1":1})", false, false},
+        {"l", R"({"1":true,"2":9})", false, false},
+        {"l", R"({"2":1001})", false, false},
+        {"l", R"({"2":10.5})", false, false},
+        {"l", R"({"2":true})", false, false},
+        {"l", R"({"3":"blue"})", false, false},
+        {"l", R"({"3":0})", false, false},
+        {"l", R"({"4":"12345"})", false, false},
+        {"l", R"({"4":4})", false, false},
+        {"l", R"({"5":2147483648})", false, false},
+        {"l", R"({"9":true})", false, false},
+        {"s", R"({"1":215})", false, true},
+        {"s", R"({"1":-999})", false, false},
+        {"any", R"({"1":"on","255":-999})", true, true},
+    };
+    for (const auto &each : cases) {
+        const std::string cid = std::string(R"({"cid":")") + each.device + R"(","dps":)";
+        const std::string request = cid + each.dps + "}";
+        EXPECT_EQ(hand_over(engr_sf_send_gw_dev_cmd, request.c_str()) == 0, each.obeys) << request;
+        EXPECT_EQ(told().starts_with("8/0/0/" + cid), each.obeys) << request;
+        const std::string before = data_points(each.device);
+        try {
+            gateway::report_data_points(each.device, each.dps);
+            EXPECT_TRUE(each.may_report) << request;
+            told();
+        } catch (const gateway::refused &) {
+            EXPECT_FALSE(each.may_report) << request;
+            EXPECT_EQ(data_points(each.device), before) << request;
+        }
+    }
+}
+
+TEST_F(products, bind_scenes_and_groups_as_well) {
+    hand_over(engr_sf_send_scene_oper_cmd,
+              R"({"sid":"s","gid":"g","op":"save","actions":[{"cid":"s","dps":{"1":215}}]})");
+    EXPECT_EQ(told(), R"(244/0/1/{"sid":"s","gid":"g","op":"save",)"
+                      R"("reason":"data point 1 of product sensor is read-only"})");
+    hand_over(engr_sf_send_grp_oper_cmd, R"({"gid":"g","op":"add","cids":["l","s"]})");
+    told();
+    EXPECT_NE(hand_over(engr_sf_send_gw_dev_cmd, R"({"gid":"g","dps":{"1":true}})"), 0);
+    EXPECT_EQ(told(), "nothing");
+    gateway::set_device_field("s", "online", "0");
+    EXPECT_EQ(hand_over(engr_sf_send_gw_dev_cmd, R"({"gid":"g","dps":{"1":true}})"), 0);
+}
+
+TEST_F(products, give_a_device_that_joins_without_data_points_those_of_its_product) {
+    engr_get_gw_cntl()->permit_join(4, true, 60);
+    gateway::join_device("new", "lamp");
+    EXPECT_EQ(data_points("new"),
+              R"({"cid":"new","dps":{"1":false,"2":10,"3":"white","4":"","5":0}})");
+}
+
+TEST_F(device_services, ids_that_would_break_a_json_text_are_never_stored) {
+    const nlohmann::ordered_json before = gateway::status();
+    for (const char *id : {R"(a\"b)", R"(a\\b)", R"(a\nb)", R"(a\u007fb)", ""}) {
+        const auto refuses = [&](int32_t (*service)(sf_cmd_t *), std::string request) {
+            request.replace(request.find("ID"), 2, id);
+            EXPECT_NE(hand_over(service, request.c_str()), 0) << request;
+        };
+        refuses(engr_sf_send_grp_oper_cmd, R"({"gid":"ID","op":"add","cids":["lamp"]})");
+        refuses(engr_sf_send_grp_oper_cmd, R"({"gid":"g","op":"add","cids":["ID"]})");
+        refuses(engr_sf_send_scene_oper_cmd, R"({"sid":"ID","gid":"g","op":"save","actions":[]})");
+        refuses(engr_sf_send_scene_oper_cmd, R"({"sid":"s","gid":"ID","op":"save","actions":[]})");
+        refuses(engr_sf_send_scene_panel_cmd, R"({"cid":"ID","buttons":[]})");
+        const std::string text = nlohmann::json::parse("\"" + std::string(id) + "\"");
+        EXPECT_NE(bind(R"([{"cid":")" + std::string(id) + R"(","pid":"p"}])"), 0) << id;
+        EXPECT_THROW(gateway::set_gateway_field("gw_id", text + "\""), gateway::usage_error) << id;
+        EXPECT_THROW(
+            gateway::parse_site(R"({"devices":[{"dev_id":")" + std::string(id) + "\"}]}", "site"),
+            gateway::usage_error)
+            << id;
+        cJSON *set = cJSON_Parse(
+            (R"({"scenes":[{"sceneId":")" + std::string(id) + R"(","actions":[]}]})").c_str());
+        EXPECT_NE(engr_save_scene_link(1, 5, set), 0) << id;
+        cJSON_Delete(set);
+        engr_get_gw_cntl()->permit_join(4, true, 60);
+        EXPECT_THROW(gateway::join_device(text, "p"), gateway::usage_error) << id;
+        engr_get_gw_cntl()->permit_join(4, false, 0);
+    }
+    EXPECT_EQ(shown("devices"), before["devices"]);
+    EXPECT_EQ(shown("groups"), before["groups"]);
+    EXPECT_EQ(shown("scenes"), before["scenes"]);
+    EXPECT_EQ(told(), "nothing");
+}
+
+TEST_F(device_services, names_of_members_are_compared_to_the_letter_by_agent_and_services) {
+    using namespace lan_client::frame_type;
+    EXPECT_EQ(app->ask(local_dp_query, R"({"CID":"lamp"})", true),
+              std::to_string(local_dp_query) + "/7/1/json obj data unvalid")
+        << "without a cid it is the gateway's own device, which has no data points";
+    EXPECT_EQ(app->ask(token_bind, R"({"Token":"t"})", true),
+              std::to_string(token_bind) + "/7/1/data format error");
+    EXPECT_EQ(hand_over(engr_sf_send_gw_dev_cmd, R"({"CID":"lamp","dps":{"1":0}})"), 0);
+    EXPECT_EQ(told(), R"(8/0/0/{"cid":"gw1","dps":{"1":0}})");
+}
+
+TEST_F(device_services, a_request_with_a_member_given_twice_or_with_very_many_is_refused) {
+    EXPECT_NE(hand_over(engr_sf_send_gw_dev_cmd, R"({"cid":"lamp","cid":"door","dps":{"1":0}})"),
+              0);
+    EXPECT_NE(hand_over(engr_sf_send_gw_dev_cmd, R"({"cid":"lamp","dps":{"1":0,"1":1}})"), 0);
+    std::string many = R"({"cid":"lamp","dps":{"1":0})";
+    for (int i = 0; i < 254; ++i)
+        many += ",\"m" + std::to_string(i) + "\":0";
+    EXPECT_EQ(hand_over(engr_sf_send_gw_dev_cmd, (many + "}").c_str()), 0) << "256 are taken";
+    EXPECT_NE(hand_over(engr_sf_send_gw_dev_cmd, (many + ",\"m254\":0}").c_str()), 0);
 }
 
 TEST_F(device_services, what_cannot_be_read_or_done_is_refused_without_a_change_or_a_word) {
@@ -191,20 +360,21 @@ TEST_F(device_services, queries_are_answered_by_a_report_or_refused) {
 }
 
 TEST_F(device_services, a_binding_request_is_entered_whole_or_not_at_all) {
-    const auto bind = [](const std::string &text) {
+    const auto hand_in = [](const std::string &text) {
         return gw_engineer_add_sub_dev_to_list(text.c_str(), static_cast<uint32_t>(text.size()));
     };
     for (const char *wrong :
          {R"({"products":{}})", R"({"products":[{"cid":"n1","pid":"p"},{"cid":"n2"}]})",
           R"({"products":[{"cid":"n1","pid":"p"},{"cid":"n1","pid":"p"}]})",
           R"({"products":[{"cid":"n1","pid":"p"},{"cid":"12345678901234567890123456","pid":"p"}]})",
-          R"({"products":[{"cid":"n\"","pid":"p"}]})", R"({"products":[{"cid":1,"pid":"p"}]})",
+          R"({"products":[{"cid":1,"pid":"p"}]})",
+          R"({"products":[{"cid":"n1","pid":"p"},{"cid":"GW1","pid":"p"}]})",
           "{\"products\":[]} trailing", ""}) {
-        EXPECT_NE(bind(wrong), 0) << wrong;
+        EXPECT_NE(hand_in(wrong), 0) << wrong;
         EXPECT_EQ(told(), "nothing") << wrong;
     }
     EXPECT_EQ(shown("devices"), 2);
-    EXPECT_EQ(bind(R"({"products":[{"cid":"lamp","pid":"other"},{"cid":"n1","pid":"p"}]})"), 0);
+    EXPECT_EQ(bind(R"([{"cid":"lamp","pid":"other"},{"cid":"n1","pid":"p"}])"), 0);
     EXPECT_EQ(told(), R"(243/0/0/{"products":[{"cid":"n1","pid":"p"}]})");
     EXPECT_EQ(told(), "nothing") << "a device that is bound already is no news";
     EXPECT_STREQ(engr_get_dev_cntl("lamp")->pid, "other");
@@ -227,8 +397,7 @@ TEST_F(device_services, the_record_of_a_device_that_left_stays_readable_and_serv
     EXPECT_NE(engr_gw_unbind_device_inner(engr_get_gw_dev_cntl()), 0) << "the gateway itself";
     EXPECT_EQ(engr_get_dev_cntl("door"), nullptr);
     EXPECT_EQ(shown("groups").dump(), R"({"g":1})");
-    const std::string again = R"({"products":[{"cid":"door","pid":"p9"},{"cid":"z","pid":"p"}]})";
-    gw_engineer_add_sub_dev_to_list(again.c_str(), static_cast<uint32_t>(again.size()));
+    EXPECT_EQ(bind(R"([{"cid":"door","pid":"p9"},{"cid":"z","pid":"p"}])"), 0);
     EXPECT_EQ(engr_get_dev_cntl("door"), door);
     std::string list;
     for (dev_cntl_t *each = engr_get_gw_cntl()->dev_list; each != nullptr; each = each->next)

@@ -51,6 +51,31 @@ TEST_F(installer_services, devices_join_one_after_the_other_while_joining_is_ope
     EXPECT_EQ(shown("joining")["waiting"], 1) << "a device that was removed may join again";
 }
 
+TEST_F(installer_services, a_device_that_was_bound_first_comes_online_with_its_data_points) {
+    EXPECT_EQ(bind(R"([{"cid":"new1","pid":"p"},{"cid":"early","pid":"p"}])"), 0);
+    told();
+    told();
+    EXPECT_EQ(engr_get_dev_cntl("new1")->online, 0);
+    EXPECT_EQ(data_points("new1"), "none");
+    gateway::set_gateway_field("gw_id", "new2"); // which then never joins, and holds nobody up
+    EXPECT_EQ(shown("joining")["waiting"], 1);
+    EXPECT_EQ(permit_join(true, 60), 1);
+    world.run_for(2500);
+    EXPECT_EQ(told(), R"(243/0/0/{"products":[{"cid":"new1","pid":"n"}]})");
+    EXPECT_EQ(engr_get_dev_cntl("new1")->online, 1);
+    EXPECT_STREQ(engr_get_dev_cntl("new1")->pid, "n") << "the device knows its product";
+    EXPECT_EQ(data_points("new1"), R"({"cid":"new1","dps":{"1":1}})");
+    EXPECT_EQ(shown("devices"), 4);
+    gateway::set_device_field("new1", "online", "0");
+    world.run_for(10'000);
+    EXPECT_EQ(told(), "nothing") << "it has joined, and is offline since";
+    EXPECT_THROW(gateway::join_device("new1", std::nullopt), gateway::refused);
+    gateway::join_device("early", std::nullopt);
+    EXPECT_EQ(told(), R"(243/0/0/{"products":[{"cid":"early","pid":"p"}]})");
+    EXPECT_EQ(engr_get_dev_cntl("early")->online, 1);
+    EXPECT_THROW(gateway::join_device("new2", "p"), gateway::refused) << "the gateway itself";
+}
+
 TEST_F(installer_services, a_device_is_made_to_join_only_while_joining_is_open) {
     EXPECT_THROW(gateway::join_device("x", "p"), gateway::refused);
     permit_join(true, 60);

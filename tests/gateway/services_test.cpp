@@ -24,7 +24,8 @@ struct services : sim::test {
         gateway::open_options options;
         options.initial_site =
             gateway::parse_site(R"({"gateway": {"gw_id": "gw1", "local_key": "0123456789abcdef"},
-            "devices": [{"dev_id": "a", "pid": "p", "dps": {"1": true}}, {"dev_id": "b"}]})",
+            "devices": [{"dev_id": "a", "pid": "p", "online": 1, "dps": {"1": true}},
+                        {"dev_id": "b"}]})",
                                 "site");
         options.faults = gateway::parse_scenario(R"({"services": {"wf_ap_stop": -7}})", "scenario");
         options.trace = [this](std::string_view line) { trace.emplace_back(line); };
@@ -107,12 +108,39 @@ TEST_F(services, keep_a_device_record_and_its_reports) {
     EXPECT_EQ(gateway::report_data_points("gw1", R"({"1":"on"})"), ENGR_ERR_NO_CLIENT);
     EXPECT_THROW(gateway::report_data_points("z", R"({"2":5})"), gateway::refused);
     EXPECT_THROW(gateway::report_data_points("a", R"({"x":5})"), gateway::usage_error);
-    gateway::set_device_field("a", "online", "1");
-    EXPECT_EQ(engr_get_dev_cntl("a")->online, 1);
+    gateway::set_device_field("a", "online", "0");
+    EXPECT_EQ(engr_get_dev_cntl("a")->online, 0);
     EXPECT_THROW(gateway::set_device_field("a", "dev_id", "c"), gateway::usage_error);
     gateway::set_gateway_field("gw_id", "A");
     EXPECT_STREQ(engr_get_gw_dev_cntl()->dev_id, "a")
         << "the listed device with the gateway's id is its own";
+}
+
+/** The gateway that a new data directory has, in a simulated world. */
+struct demo_gateway : sim::test {
+    demo_gateway() {
+        gateway::open_options options;
+        options.initial_site = gateway::demo_site();
+        gateway::open(std::move(options));
+    }
+    ~demo_gateway() override { gateway::close(); }
+};
+
+TEST_F(demo_gateway, has_devices_whose_data_points_are_those_of_their_products) {
+    const gateway::site demo = gateway::demo_site();
+    const auto check = [](const gateway::site_device &device) {
+        gateway::set_device_field(device.id(), "online", "1");
+        EXPECT_NO_THROW(gateway::report_data_points(device.id(), device.dps)) << device.id();
+        EXPECT_THROW(gateway::report_data_points(device.id(), R"({"200":1})"), gateway::refused)
+            << device.id() << " is of a product that is not described";
+    };
+    for (const gateway::site_device &device : demo.devices)
+        check(device);
+    engr_get_gw_cntl()->permit_join(4, true, 60);
+    for (const gateway::joining_device &device : demo.joining) {
+        gateway::join_device(device.id(), std::nullopt);
+        check(device);
+    }
 }
 
 TEST_F(services, a_registration_too_many_is_refused_by_the_agent) {

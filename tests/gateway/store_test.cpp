@@ -82,7 +82,7 @@ TEST_F(stored_gateway, of_the_first_version_is_taken_over) {
                             dps TEXT NOT NULL);
         CREATE TABLE setting(name TEXT PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;
         INSERT INTO gateway VALUES('gw_id', 'old');
-        INSERT INTO device(dev_id, state, dps) VALUES('lamp', 1, '{"1":9}');
+        INSERT INTO device(dev_id, state, online, dps) VALUES('lamp', 1, 1, '{"1":9}');
         PRAGMA user_version=1;)");
     open();
     EXPECT_STREQ(engr_get_gw_cntl()->gw_id, "old");
@@ -91,6 +91,21 @@ TEST_F(stored_gateway, of_the_first_version_is_taken_over) {
                                     R"({"gid":"g","op":"add","cids":["lamp"]})");
     open();
     EXPECT_EQ(gateway::status()["groups"].dump(), R"({"g":1})");
+}
+
+TEST_F(stored_gateway, keeps_what_its_site_says_of_products) {
+    const auto command = [](const char *dps) {
+        return commissioned_gateway::hand_over(
+            engr_sf_send_gw_dev_cmd, (R"({"cid":"a","dps":)" + std::string(dps) + "}").c_str());
+    };
+    open(R"({"products": {"p": {"1": {"kind": "bool"}}},
+             "devices": [{"dev_id": "a", "pid": "p", "online": 1}]})");
+    open("{}");
+    EXPECT_EQ(command(R"({"1":true})"), 0);
+    EXPECT_NE(command(R"({"1":"on"})"), 0);
+    gateway::close();
+    run_sql("UPDATE setting SET value='{\"p\":7}' WHERE name='products'");
+    EXPECT_THROW(open(), gateway::refused);
 }
 
 TEST_F(stored_gateway, that_cannot_be_right_is_refused) {

@@ -13,7 +13,6 @@ from gateway import BIN_DIR, PATIENCE_S, Gateway
 
 DOCUMENT = os.path.join(os.path.dirname(__file__), "..", "..", "docs", "commissioning.md")
 LOCAL_KEY = "0123456789abcdef"
-SITE = {"joining": [{"dev_id": "a4c1380101000001", "pid": "zbswitch2gang001", "join_after_ms": 1}]}
 DEVICES = {"devices": [{"dev_id": "lamp", "pid": "switch", "state": 1, "online": 1}]}
 # What the gateway was told, in this order; other calls may stand between.
 TOLD = """gw_engineer_add_sub_dev_to_list engr_gw_cntl_init_local engr_gw_user_token_bind gw_set_channel gw_get_channel
@@ -32,6 +31,14 @@ def blocks():
     """The fenced blocks of the document: what stands behind the fence, and the text."""
     with open(DOCUMENT, encoding="utf-8") as file:
         return re.findall(r"^```(\S+(?: \S+)?)\n(.*?)^```$", file.read(), re.MULTILINE | re.DOTALL)
+
+
+def walk_site():
+    """The site of the document; its devices join at once."""
+    site = json.loads(dict(blocks())["json site.json"])
+    for device in site["joining"]:
+        device["join_after_ms"] = 1
+    return site
 
 
 class Commissioning(unittest.TestCase):
@@ -62,14 +69,14 @@ class Commissioning(unittest.TestCase):
             self.assertIn(name, calls, f"expected {name} among what the gateway was told, in the order of the walk")
 
     def test_the_documented_walk_works_on_a_gateway_that_is_not_activated(self):
-        with Gateway(site=SITE, trace=True) as gateway:
+        with Gateway(site=walk_site(), trace=True) as gateway:
             self.walk(gateway, None)
             self.check_told(gateway)
             status = gateway.status()
             self.assertEqual((status["gateway"]["active_stat"], status["gateway"]["channel"]), (1, 20))
 
     def test_the_documented_walk_works_on_an_activated_gateway_until_its_key_changes(self):
-        with Gateway(site=SITE, trace=True) as gateway:
+        with Gateway(site=walk_site(), trace=True) as gateway:
             gateway.ctl("set", "local_key", LOCAL_KEY)
             gateway.ctl("set", "active_stat", "2")
             self.walk(gateway, LOCAL_KEY)

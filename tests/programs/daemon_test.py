@@ -11,7 +11,7 @@ import unittest
 
 from gateway import PATIENCE_S, Gateway, own_address, program
 
-ONE_DEVICE = {"gateway": {"gw_id": "gw1"}, "devices": [{"dev_id": "a", "dps": {"1": 0}}]}
+ONE_DEVICE = {"gateway": {"gw_id": "gw1"}, "devices": [{"dev_id": "a", "online": True, "dps": {"1": 0}}]}
 
 
 class StoreTest(unittest.TestCase):

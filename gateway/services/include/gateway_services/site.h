@@ -23,6 +23,8 @@ struct site_device {
 
     /** Sets a field, whether it was given or not. @param name  one of device_fields() */
     void set(std::string_view name, field_value value);
+    /** A field that was given, else null. @param name  one of device_fields() */
+    [[nodiscard]] const field_value *find(std::string_view name) const;
     /** Its dev_id. */
     [[nodiscard]] const std::string &id() const;
 };
@@ -38,6 +40,8 @@ struct site {
     std::vector<field_setting> gateway;
     std::vector<site_device> devices;
     std::vector<joining_device> joining;
+    std::string products = {}; /**< what data points products have, a JSON object as in a site file;
+                                  empty: nothing is known of any */
 };
 
 /** Number of the gateway that stands on a desk alone. */
