@@ -152,8 +152,10 @@ void join_device(const std::string &dev_id, const std::optional<std::string> &pi
         const platform::held_mutex change(change_mutex());
         if (joining_now.left_ms == 0)
             throw refused("joining is closed; open it with: engr_app join open");
+        if (is_own_id(dev_id))
+            throw refused("'" + dev_id + "' is the gateway itself");
         if (!is_yet_to_join(dev_id))
-            throw refused("device '" + dev_id + "' has joined already, or is the gateway itself");
+            throw refused("device '" + dev_id + "' has joined already");
         for (const joining_device &each : joining_now.waiting) {
             if (each.id() == dev_id)
                 device = each;

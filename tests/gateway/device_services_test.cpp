@@ -132,6 +132,7 @@ TEST_F(products, say_which_values_their_devices_take_from_commands_and_from_them
         {"l", R"({"4":"12345"})", false, false},
         {"l", R"({"4":4})", false, false},
         {"l", R"({"5":2147483648})", false, false},
+        {"l", R"({"5":18446744073709551615})", false, false},
         {"l", R"({"9":true})", false, false},
         {"s", R"({"1":215})", false, true},
         {"s", R"({"1":-999})", false, false},
