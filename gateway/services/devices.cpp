@@ -25,7 +25,7 @@ constexpr std::size_t queried_max = 255;
 /** The device that a request names, by "cid" or "devId"; the gateway's own without either. */
 std::string named_device(const json_value &request) {
     for (const char *name : {"cid", "devId"}) {
-        if (request.json.contains(name))
+        if (request.find(name) != nullptr)
             return request.required(name).text();
     }
     return own_device()->dev_id;
@@ -34,10 +34,10 @@ std::string named_device(const json_value &request) {
 /** Carries out a command to a device or a group. */
 void command_devices(const json_value &request) {
     const std::string dps = request.required("dps").data_points();
-    const bool names_device = request.json.contains("cid") || request.json.contains("devId");
+    const bool names_device = request.find("cid") != nullptr || request.find("devId") != nullptr;
     std::vector<data_point_change> changes;
     change_origin origin = change_origin::command;
-    if (request.json.contains("gid") && !names_device) {
+    if (request.find("gid") != nullptr && !names_device) {
         origin = change_origin::many_commands;
         for (std::string &member : need_group_members(request.required("gid").id()))
             changes.push_back({std::move(member), dps});

@@ -19,6 +19,21 @@ namespace {
  * with the square of their number. */
 constexpr std::size_t request_members_max = 256;
 
+char lower_case(char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+std::string lower_case(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](char c) { return lower_case(c); });
+    return text;
+}
+
+/** Whether two names mean the same member: the letter case of ASCII does not matter. */
+bool is_same_name(std::string_view one, std::string_view other) {
+    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                      [](char a, char b) { return lower_case(a) == lower_case(b); });
+}
+
 /** Looks through a text for members given twice, and for objects with too many. A parser's callback
  * could do so too, but then looks at all elements of an array again after each of them. */
 class member_check : public nlohmann::json_sax<ordered_json> {
@@ -27,7 +42,7 @@ class member_check : public nlohmann::json_sax<ordered_json> {
         : source_(source), members_max_(members_max) {}
 
     bool key(string_t &name) override {
-        if (!names_.back().insert(name).second)
+        if (!names_.back().insert(lower_case(name)).second)
             throw usage_error(source_ + ": member \"" + name + "\" is given twice");
         if (names_.back().size() > members_max_)
             throw usage_error(source_ + ": an object has more than " +
@@ -79,11 +94,21 @@ json_value json_value::member(const std::string &name, const ordered_json &value
     return {source, path.empty() ? name : path + "." + name, value};
 }
 
+const ordered_json *json_value::find(std::string_view name) const {
+    for (const auto &item : json.items()) {
+        if (is_same_name(item.key(), name)) {
+            return &item.value();
+        }
+    }
+    return nullptr;
+}
+
 json_value json_value::required(const std::string &name) const {
     need_object();
-    const auto found = json.find(name);
-    if (found == json.end())
+    const ordered_json *found = find(name);
+    if (found == nullptr) {
         refuse("has no " + name);
+    }
     return member(name, *found);
 }
 
@@ -146,7 +171,7 @@ void read_members(const json_value &object, const std::vector<known_member> &mem
         const json_value member = object.member(item.key(), item.value());
         const auto known =
             std::find_if(members.begin(), members.end(),
-                         [&](const known_member &of) { return of.name == item.key(); });
+                         [&](const known_member &of) { return is_same_name(of.name, item.key()); });
         if (known == members.end()) {
             std::string names;
             for (const known_member &of : members)

@@ -27,6 +27,9 @@ struct json_value {
     /** The value as an object's member. */
     [[nodiscard]] json_value member(const std::string &name,
                                     const nlohmann::ordered_json &value) const;
+    /** An object's member, or null. Names are compared as the agent compares them: the letter case
+     * of ASCII does not matter. */
+    [[nodiscard]] const nlohmann::ordered_json *find(std::string_view name) const;
     /** A member that has to be there. */
     [[nodiscard]] json_value required(const std::string &name) const;
     /** The value as an array's element. */

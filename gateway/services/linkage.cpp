@@ -45,7 +45,7 @@ void save_linkage(int32_t total, int32_t modified, const json_value &request) {
         const json_value scene = scenes.element(i);
         const std::string scene_id = scene.required("sceneId").id();
         const std::string name =
-            scene.json.contains("name") ? scene.required("name").text() : std::string();
+            scene.find("name") != nullptr ? scene.required("name").text() : std::string();
         const std::string actions = read_actions(scene);
         if (insert.bind(1, scene_id).bind(2, name).bind(3, actions).run() == 0)
             scene.required("sceneId").refuse("'" + scene_id + "' is given twice");

@@ -16,10 +16,9 @@ class json_request {
 
     explicit operator bool() const { return root_ != nullptr; }
     [[nodiscard]] cJSON *root() const { return root_; }
-    /** The first member of that very name, of whatever type; null when missing. */
-    [[nodiscard]] cJSON *member(const char *name) const {
-        return cJSON_GetObjectItemCaseSensitive(root_, name);
-    }
+    /** The first member of that name, in whatever letter case and of whatever type; null when
+     * missing. */
+    [[nodiscard]] cJSON *member(const char *name) const { return cJSON_GetObjectItem(root_, name); }
     /** Value of a text member, living as long as the request; null when missing or of another type.
      */
     [[nodiscard]] const char *text(const char *name) const {
