@@ -5,6 +5,7 @@
 
 #include "agent_use.h"
 #include "engr_lan_agent.h"
+#include "platform/clock.h"
 #include "platform/owners.h"
 #include "platform/socket.h"
 
@@ -16,6 +17,9 @@ using platform::held_mutex;
 constexpr int32_t idle_limit_s = 120;
 /** So long nobody was silent: the clock was set meanwhile, and the client stays. */
 constexpr int32_t clock_jump_s = 30 * 24 * 3600;
+
+/** What a stop gives the sends that it finds under way. */
+constexpr uint32_t send_grace_ms = 20;
 
 constexpr int32_t no_slot = -1;
 
@@ -46,6 +50,7 @@ void remove_slot(lan_pro_cntl_t &cntl, int32_t slot) {
         cntl.sockets[later - 1] = cntl.sockets[later];
         cntl.socket_time[later - 1] = cntl.socket_time[later];
         cntl.socket_fault[later - 1] = cntl.socket_fault[later];
+        cntl.foreign_sends[later - 1] = cntl.foreign_sends[later];
     }
     --cntl.socket_num;
 }
@@ -65,6 +70,7 @@ void __lpc_add_socket(int32_t socket, uint32_t time) {
     cntl.sockets[slot] = socket;
     cntl.socket_fault[slot] = 0;
     cntl.socket_time[slot] = time;
+    cntl.foreign_sends[slot] = 0;
     ++cntl.socket_num;
 }
 
@@ -249,11 +255,66 @@ void lpc_set_listening_socket(int32_t socket) {
     cntl.tcp_serv_fd = socket;
 }
 
-void lpc_end_sends() {
+void lpc_enter_server_task() {
+    const uint64_t self = GetThrdSelfId();
+    lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
+    const held_mutex hold(cntl.mutex);
+    cntl.server_thread_id = self;
+}
+
+lpc_send::lpc_send(int32_t socket) : socket_(socket) {
+    const uint64_t self = GetThrdSelfId();
+    lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
+    const held_mutex hold(cntl.mutex);
+    const int32_t slot = find_slot(cntl, socket);
+    is_foreign_ = self != cntl.server_thread_id;
+    if (is_foreign_ && slot != no_slot) {
+        ++cntl.foreign_sends[slot];
+    }
+}
+
+lpc_send::~lpc_send() {
+    lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
+    if (!is_foreign_) {
+        return;
+    }
+    const held_mutex hold(cntl.mutex);
+    const int32_t slot = find_slot(cntl, socket_);
+    if (slot != no_slot) {
+        --cntl.foreign_sends[slot];
+    }
+}
+
+bool lpc_send::may_begin() const {
+    return !is_foreign_ || !agent_is_stopping();
+}
+
+namespace {
+
+/** Whether other threads send; ends these sends when asked to. */
+bool has_foreign_sends(bool end_them) {
     const lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
     const held_mutex hold(cntl.mutex);
+    bool found = false;
     for (int32_t slot = 0; slot < cntl.socket_num; ++slot) {
-        kelo_hal_net_shutdown(cntl.sockets[slot]);
+        if (cntl.foreign_sends[slot] != 0) {
+            found = true;
+            if (end_them) {
+                kelo_hal_net_shutdown(cntl.sockets[slot]);
+            }
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+void lpc_end_foreign_sends() {
+    for (uint32_t waited_ms = 0; has_foreign_sends(waited_ms >= send_grace_ms); ++waited_ms) {
+        if (waited_ms >= send_grace_ms) {
+            return;
+        }
+        kelo_hal_system_delay(1);
     }
 }
 

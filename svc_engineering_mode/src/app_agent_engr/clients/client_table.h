@@ -41,5 +41,26 @@ void __lpc_close_all_socket();
 [[nodiscard]] int32_t lpc_listening_socket();
 /** Stores the listening socket, or the code that says why there is none. */
 void lpc_set_listening_socket(int32_t socket);
-/** Makes every send that waits on a client fail at once, and every later one. Receiving goes on. */
-void lpc_end_sends();
+/** Notes that the calling thread is the server task, whose sends are not foreign_sends. */
+void lpc_enter_server_task();
+/** For a stop that has begun: lets sends of other threads than the server task end, at most for
+ * 20 ms; then makes those that still wait on a client fail, and every later one to it. The server
+ * task's own waits end when its thread is told to stop. */
+void lpc_end_foreign_sends();
+
+/** A send to one client, for the life of a scope. */
+class lpc_send {
+  public:
+    explicit lpc_send(int32_t socket);
+    lpc_send(const lpc_send &) = delete;
+    lpc_send &operator=(const lpc_send &) = delete;
+    ~lpc_send();
+
+    /** False for other threads than the server task once a stop has begun: the stop must not wait
+     * for them. */
+    [[nodiscard]] bool may_begin() const;
+
+  private:
+    int32_t socket_;
+    bool is_foreign_ = false;
+};

@@ -13,7 +13,7 @@ constexpr int32_t lan_client_max = 10;
 constexpr uint32_t lan_recv_buf_size = 512;
 
 /**
- * State of a started agent. The client table is the three parallel arrays with their count: one
+ * State of a started agent. The client table is the parallel arrays with their count: one
  * client slot is one index into all of them, slots 0 .. socket_num-1 are in use, in the order in
  * which their connections were accepted.
  */
@@ -29,6 +29,9 @@ struct lan_pro_cntl_t {
     thrd_handle_t thread;                /**< the worker thread */
     uint16_t dev_tm;                     /**< discovery timer, 0 = none */
     int32_t mode;                        /**< the mode given to init */
+    uint64_t server_thread_id; /**< of the server task, 0 until it runs; guarded by mutex */
+    uint32_t foreign_sends[lan_client_max]; /**< sends of other threads that are under way on each
+                                               slot; guarded by mutex, like the client table */
 };
 
 /** The record, null while the agent is not started. Who may use it: see agent_use. */

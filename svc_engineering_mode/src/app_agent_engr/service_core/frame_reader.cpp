@@ -101,6 +101,9 @@ bool step(scan &read) {
     if (start.total() > read.size - read.offset && !complete_frame(read, start.total())) {
         return false;
     }
+    if (agent_is_stopping()) {
+        return false;
+    }
     const auto total = static_cast<uint32_t>(start.total());
     uint8_t *frame = read.bytes + read.offset;
     const uint32_t crc_offset = total - frame_trailer_size;
@@ -116,16 +119,14 @@ bool step(scan &read) {
 }
 
 void scan_frames(scan &read) {
-    bool more = true;
-    while (more && !read.frame_buffer && read.size - read.offset >= frame_request_min) {
-        // A handler may have stopped the agent: nothing is handled after that.
-        more = step(read) && agent_current_state() != agent_state::stopping;
+    while (!read.frame_buffer && read.size - read.offset >= frame_request_min && step(read)) {
     }
 }
 
 /** A receive has failed or found the end of the stream. */
-void give_up_client(int32_t socket) {
-    LAN_LOG(LOG_LEVEL_FAILURE, "close socket,errno:%d errno:%d", kelo_hal_net_get_errno(), errno);
+void give_up_client(int32_t socket, int system_error) {
+    LAN_LOG(LOG_LEVEL_FAILURE, "close socket,errno:%d errno:%d", kelo_hal_net_get_errno(),
+            system_error);
     __lpc_set_socket_fault(socket);
     if (update_stat == 1) {
         LAN_LOG(LOG_LEVEL_FAILURE, "in upgrading, notify the status of upgrade");
@@ -139,7 +140,7 @@ read_outcome read_from_client(int32_t socket, uint32_t now) {
     uint8_t *recv_buf = lan_pro_cntl.load()->recv_buf;
     const int32_t received = kelo_hal_net_recv(socket, recv_buf, lan_recv_buf_size);
     if (received <= 0) {
-        give_up_client(socket);
+        give_up_client(socket, errno);
         return read_outcome::end_cycle;
     }
     const auto size = static_cast<uint32_t>(received);
@@ -149,6 +150,5 @@ read_outcome read_from_client(int32_t socket, uint32_t now) {
     }
     scan read{socket, now, recv_buf, size, 0, {}};
     scan_frames(read);
-    return agent_current_state() == agent_state::stopping ? read_outcome::end_cycle
-                                                          : read_outcome::go_on;
+    return agent_is_stopping() ? read_outcome::end_cycle : read_outcome::go_on;
 }

@@ -185,7 +185,7 @@ void release_agent() {
 } // namespace
 
 int32_t engr_lan_pro_cntl_init(int32_t mode) {
-    switch (agent_begin_start()) {
+    switch (agent_life.begin_start()) {
     case transition::needless:
         LAN_LOG(LOG_LEVEL_WARNING, "lan is inited before");
         return ENGR_OK;
@@ -200,12 +200,12 @@ int32_t engr_lan_pro_cntl_init(int32_t mode) {
     if (op_ret != 0) {
         upgrade_release();
     }
-    agent_end_start(op_ret == 0);
+    agent_life.end_start(op_ret == 0);
     return op_ret;
 }
 
 int32_t engr_lan_pro_cntl_exit(void) {
-    switch (agent_begin_stop()) {
+    switch (agent_life.begin_stop()) {
     case transition::needless:
         LAN_LOG(LOG_LEVEL_FAILURE, "lan_pro_cntl is null");
         return ENGR_OK;
@@ -215,11 +215,11 @@ int32_t engr_lan_pro_cntl_exit(void) {
         break;
     }
     const lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
-    lpc_end_sends();
+    lpc_end_foreign_sends();
     unregister_messages();
     DeleteThrdHandle(cntl.thread);
     delete_timer(cntl);
-    agent_end_stop(release_agent);
+    agent_life.end_stop(release_agent);
     return ENGR_OK;
 }
 

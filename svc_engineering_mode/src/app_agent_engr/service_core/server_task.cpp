@@ -12,14 +12,15 @@
 #include "platform/socket.h"
 
 #include <cerrno>
+#include <utility>
 
 namespace {
 
 constexpr int32_t server_port = 6668;
 constexpr uint32_t retry_pause_ms = 1500;
 constexpr uint32_t select_wait_ms = 10000;
-/** Pause between two looks at whether init has succeeded. */
-constexpr uint32_t start_poll_ms = 1;
+/** How long a connection that could not be accepted is left alone. */
+constexpr uint32_t accept_retry_ms = 100;
 
 constexpr uint32_t keepalive_idle_s = 30;
 constexpr uint32_t keepalive_interval_s = 5;
@@ -30,7 +31,8 @@ enum class server_state : uint8_t { wait_for_network, set_up, serve };
 /** What the task keeps between cycles. */
 struct server {
     server_state state = server_state::wait_for_network;
-    int32_t highest = -1; /**< highest descriptor handed to select; never lowered */
+    int32_t highest = -1;       /**< highest descriptor handed to select; never lowered */
+    bool accept_failed = false; /**< in the cycle before */
 };
 
 /** What one cycle watches: the sockets as they were at its start. */
@@ -44,15 +46,7 @@ struct watched {
 };
 
 bool shall_run() {
-    return GetThrdSta(lan_pro_cntl.load()->thread) == THRD_STATE_RUNNING;
-}
-
-/** Until init has succeeded it may still roll back, and does so without waiting for a task that is
- * at work. */
-void wait_for_start() {
-    while (agent_current_state() == agent_state::starting && shall_run()) {
-        kelo_hal_system_sleep(start_poll_ms);
-    }
+    return GetThrdSta(lan_pro_cntl.load()->thread) == THRD_STATE_RUNNING && !agent_is_stopping();
 }
 
 /** Whether the wired network, when that is the one in use, reports an address that it can't vouch
@@ -99,7 +93,7 @@ void restart(server &server) {
 
 /** Sets up what the cycle watches. @return false when the listening socket was closed under the
  * server */
-bool begin_watch(watched &sockets) {
+bool begin_watch(watched &sockets, bool accepts) {
     sockets.listening = lpc_listening_socket();
     sockets.client_num = __get_lpc_sockets(sockets.clients);
     kelo_hal_net_fd_zero(&sockets.read_set);
@@ -107,7 +101,9 @@ bool begin_watch(watched &sockets) {
     if (sockets.listening < 0) {
         return false;
     }
-    kelo_hal_net_fd_set(sockets.listening, &sockets.read_set);
+    if (accepts) {
+        kelo_hal_net_fd_set(sockets.listening, &sockets.read_set);
+    }
     kelo_hal_net_fd_set(sockets.listening, &sockets.exception_set);
     for (int32_t i = 0; i < sockets.client_num; ++i) {
         kelo_hal_net_fd_set(sockets.clients[i], &sockets.read_set);
@@ -140,9 +136,11 @@ void configure_client(int32_t client) {
 bool accept_client(server &server, const watched &sockets, uint32_t now) {
     uint32_t peer_address = 0;
     const int32_t client = kelo_hal_net_accept(sockets.listening, &peer_address, nullptr);
+    const int system_error = errno;
     if (client <= 0) {
         LAN_LOG(LOG_LEVEL_FAILURE, "net_accept client socket failed %d (errno: %d).errno:%d",
-                client, kelo_hal_net_get_errno(), errno);
+                client, kelo_hal_net_get_errno(), system_error);
+        server.accept_failed = true;
         return false;
     }
     if (__get_lpc_socket_num() >= lan_client_max) {
@@ -177,17 +175,21 @@ void serve_cycle(server &server) {
     const uint32_t now = uni_time_get_posix();
     __check_socket_tm(now);
     watched sockets;
-    if (!begin_watch(sockets)) {
+    // What could not be accepted still waits: one cycle serves the clients without looking at it.
+    const bool accepts = !std::exchange(server.accept_failed, false);
+    if (!begin_watch(sockets, accepts)) {
         restart(server);
         return;
     }
-    sockets.ready = kelo_hal_net_select(server.highest + 1, &sockets.read_set, nullptr,
-                                        &sockets.exception_set, select_wait_ms);
-    if (sockets.ready < 0 && !shall_run()) {
-        return; // the stop has ended the wait
+    sockets.ready =
+        kelo_hal_net_select(server.highest + 1, &sockets.read_set, nullptr, &sockets.exception_set,
+                            accepts ? select_wait_ms : accept_retry_ms);
+    const int system_error = errno;
+    if (!shall_run()) {
+        return;
     }
     if (sockets.ready < 0) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "Select failed: %d,errno:%d", sockets.ready, errno);
+        LAN_LOG(LOG_LEVEL_FAILURE, "Select failed: %d,errno:%d", sockets.ready, system_error);
         restart(server);
         return;
     }
@@ -219,7 +221,10 @@ void serve_cycle(server &server) {
 
 void __lpc_task_cb(void * /*argument*/) {
     const agent_use use(agent_use::user::worker);
-    wait_for_start();
+    // Until init has succeeded it may still roll back, and does so without waiting for a task that
+    // is at work.
+    agent_life.wait_for_start(lan_pro_cntl.load()->thread);
+    lpc_enter_server_task();
     LAN_LOG(LOG_LEVEL_TRACE, "begint to execute __lpc_task");
     server server;
     while (shall_run()) {

@@ -2,7 +2,6 @@
 #include "frame_handlers.h"
 
 #include "clients/agent_log.h"
-#include "clients/short_lock.h"
 #include "engr_lan_agent.h"
 #include "json_request.h"
 
@@ -24,8 +23,6 @@ struct lan_protocol_mgr_t {
 };
 
 lan_protocol_mgr_t lan_protocol_mgr{};
-/** Set while a registration is under way, so that two of them never fill one slot. */
-std::atomic_flag registering = ATOMIC_FLAG_INIT;
 
 lan_protocol_cb_t find_handler(uint32_t frame_type) {
     const uint32_t count = lan_protocol_mgr.lan_protocol_handler_cnt.load();
@@ -77,7 +74,7 @@ int32_t engr_lan_protocol_register_cb(int32_t frame_type, lan_protocol_cb_t hand
     }
     uint32_t count = 0;
     {
-        const short_lock hold(registering);
+        const platform::held_critical_section hold;
         count = lan_protocol_mgr.lan_protocol_handler_cnt.load();
         if (count < handler_max) {
             lan_protocol_mgr.handlers[count] = {static_cast<uint32_t>(frame_type), handler};

@@ -9,20 +9,29 @@ namespace {
  * is small. */
 constexpr uint32_t nesting_limit = 32;
 
-bool is_nested_too_deep(const char *text) {
+/** Requests have at most some thousands of values. The parser takes about 80 bytes for each. */
+constexpr uint32_t value_limit = 20'000;
+
+/** Whether parsing a text would take more stack or memory than a request may. */
+bool is_too_large(const char *text) {
     uint32_t depth = 0;
+    uint32_t values = 1; // never less than there are: each but the first follows one of ,[{
     bool in_string = false;
     for (const char *at = text; *at != '\0'; ++at) {
         if (in_string && *at == '\\' && at[1] != '\0') {
             ++at;
         } else if (*at == '"') {
             in_string = !in_string;
+        } else if (!in_string && *at == ',') {
+            ++values;
         } else if (!in_string && (*at == '{' || *at == '[')) {
-            if (++depth > nesting_limit) {
-                return true;
-            }
+            ++values;
+            ++depth;
         } else if (!in_string && (*at == '}' || *at == ']') && depth > 0) {
             --depth;
+        }
+        if (depth > nesting_limit || values > value_limit) {
+            return true;
         }
     }
     return false;
@@ -31,5 +40,5 @@ bool is_nested_too_deep(const char *text) {
 } // namespace
 
 json_request::json_request(const char *text)
-    : root_(text == nullptr || is_nested_too_deep(text) ? nullptr
-                                                        : cJSON_ParseWithOpts(text, nullptr, 1)) {}
+    : root_(text == nullptr || is_too_large(text) ? nullptr
+                                                  : cJSON_ParseWithOpts(text, nullptr, 1)) {}

@@ -8,7 +8,7 @@
 class json_request {
   public:
     /** Parses; empty when the text is null or not JSON, has something behind it, or is nested
-     * deeper than requests ever are. */
+     * deeper or has more values than requests ever do. */
     explicit json_request(const char *text);
     json_request(const json_request &) = delete;
     json_request &operator=(const json_request &) = delete;

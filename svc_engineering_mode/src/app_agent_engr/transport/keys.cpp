@@ -1,7 +1,6 @@
 /* Building the keys from their seeds, and choosing the TCP key. */
 #include "keys.h"
 
-#include "clients/short_lock.h"
 #include "gateway/gateway.h"
 #include "key_seeds.h"
 #include "platform/owners.h"
@@ -13,8 +12,6 @@ uint8_t app_key2[AES128_KEY_SIZE];
 uint8_t app_key3[AES128_KEY_SIZE];
 
 namespace {
-
-std::atomic_flag building = ATOMIC_FLAG_INIT;
 
 /**
  * A key's buffer while the seed is written, character by character: the stores are volatile so that
@@ -42,7 +39,7 @@ void make_key1_encode() {
     const seed_buffer seed = key;
     ENGR_KEY1_SEED_STORES(seed)
     seed_to_key(key);
-    const short_lock hold(building);
+    const platform::held_critical_section hold;
     if (std::memcmp(app_key1, key, sizeof key) != 0) {
         std::memcpy(app_key1, key, sizeof key);
     }

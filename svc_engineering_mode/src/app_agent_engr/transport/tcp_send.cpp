@@ -2,7 +2,6 @@
 #include "tcp_send.h"
 
 #include "clients/agent_log.h"
-#include "clients/agent_use.h"
 #include "clients/client_table.h"
 #include "engr_lan_agent.h"
 #include "frame.h"
@@ -21,15 +20,13 @@ using platform::heap_block;
 constexpr uint32_t segment_size = 1024;
 constexpr uint32_t segment_pause_ms = 300;
 
-/** Sockets that must not be written to. A stop refuses every send, so that it need not wait for
- * one. */
-bool is_refused(int32_t socket) {
-    const bool refused =
-        __get_lpc_sockets_fault(socket) == 1 || agent_current_state() == agent_state::stopping;
-    if (refused) {
+/** Whether a socket must not be written to. */
+bool is_refused(int32_t socket, const lpc_send &send) {
+    if (__get_lpc_sockets_fault(socket) == 1) {
         LAN_LOG(LOG_LEVEL_FAILURE, "the socket %d is fault", socket);
+        return true;
     }
-    return refused;
+    return !send.may_begin();
 }
 
 void log_send(int32_t socket, uint32_t fr_num, uint32_t fr_type, uint32_t ret, uint32_t len) {
@@ -73,7 +70,8 @@ bool is_whole(int32_t written, uint32_t size) {
 
 int32_t __mlp_gw_tcp_send(int32_t socket, uint32_t fr_num, uint32_t fr_type, uint32_t ret,
                           const void *data, uint32_t len, bool encrypt) {
-    if (is_refused(socket)) {
+    const lpc_send send(socket);
+    if (is_refused(socket, send)) {
         return ENGR_ERR_SOCKET_FAULTY;
     }
     log_send(socket, fr_num, fr_type, ret, len);
@@ -105,7 +103,8 @@ int32_t __mlp_gw_tcp_send(int32_t socket, uint32_t fr_num, uint32_t fr_type, uin
 int32_t __mlp_gw_tcp_large_send(int32_t socket, uint32_t fr_num, uint32_t fr_type, uint32_t ret,
                                 const void *data, uint32_t len) {
     LAN_LOG(LOG_LEVEL_DETAIL, "enter [%s]", __func__);
-    if (is_refused(socket)) {
+    const lpc_send send(socket);
+    if (is_refused(socket, send)) {
         return ENGR_ERR_SOCKET_FAULTY;
     }
     log_send(socket, fr_num, fr_type, ret, len);

@@ -1,7 +1,7 @@
 /* The access-point configuration: start, stop and listening. */
 #include "ap_datagram.h"
 #include "clients/agent_log.h"
-#include "clients/short_lock.h"
+#include "clients/service_life.h"
 #include "engr_lan_agent.h"
 #include "platform/clock.h"
 #include "platform/owners.h"
@@ -17,8 +17,6 @@ using platform::heap_block;
 
 constexpr uint16_t ap_config_port = 6669;
 constexpr uint32_t receive_error_pause_ms = 1000;
-/** Pause between two looks at a start or stop of another thread. */
-constexpr uint32_t poll_ms = 1;
 constexpr thrd_param_t listener_thread{0x800, 5, "udp_ap_v3"};
 
 /** The listener. Released by the stop, or by the listener's thread when the stop came from there.
@@ -32,61 +30,9 @@ struct lan_ap_nw_cfg_t {
     bool is_stopped_from_within;        /**< only the listener's thread looks at it and sets it */
 };
 
-std::atomic_flag gate = ATOMIC_FLAG_INIT;
-lan_ap_nw_cfg_t *lan_ap_nw_cfg = nullptr; // guarded by the gate
-bool is_changing = false;                 // guarded by the gate: a start or stop is under way
-bool is_awaited = false;                  // guarded by the gate: a stop waits for the listener
-
-/** A start or stop of one thread; those of other threads follow each other. */
-class change {
-  public:
-    change() {
-        while (!try_begin()) {
-            kelo_hal_system_sleep(poll_ms);
-        }
-    }
-    change(const change &) = delete;
-    change &operator=(const change &) = delete;
-    ~change() {
-        if (is_begun_) {
-            const short_lock hold(gate);
-            is_changing = false;
-        }
-    }
-
-    /** False when another thread's stop waits for this very thread. */
-    explicit operator bool() const { return is_begun_; }
-
-  private:
-    /** @return whether there is no need to wait (any longer) */
-    bool try_begin() {
-        const uint64_t self = GetThrdSelfId();
-        const short_lock hold(gate);
-        if (!is_changing) {
-            is_changing = true;
-            is_begun_ = true;
-            return true;
-        }
-        return is_awaited && lan_ap_nw_cfg->thread_id == self;
-    }
-
-    bool is_begun_ = false;
-};
-
-lan_ap_nw_cfg_t *current_listener() {
-    const short_lock hold(gate);
-    return lan_ap_nw_cfg;
-}
-
-void set_listener(lan_ap_nw_cfg_t *listener) {
-    const short_lock hold(gate);
-    lan_ap_nw_cfg = listener;
-}
-
-void set_awaited(bool awaited) {
-    const short_lock hold(gate);
-    is_awaited = awaited;
-}
+constinit service_life listener_life;
+/** Only whoever carries out a start or stop looks at it and sets it. */
+lan_ap_nw_cfg_t *lan_ap_nw_cfg = nullptr;
 
 /** Receives and handles datagrams until credentials are accepted or the thread is told to stop. */
 void listen(lan_ap_nw_cfg_t &listener) {
@@ -108,6 +54,8 @@ void listen(lan_ap_nw_cfg_t &listener) {
 /** Body of the listener's thread. */
 void __udp_ap_v3_task(void *argument) {
     auto &listener = *static_cast<lan_ap_nw_cfg_t *>(argument);
+    const service_use use(listener_life, service_use::user::worker);
+    listener_life.wait_for_start(listener.thrd);
     listener.thread_id = GetThrdSelfId();
     LAN_LOG(LOG_LEVEL_TRACE, "start udp ap thread");
     make_key1_encode();
@@ -165,7 +113,6 @@ void tear_down(lan_ap_nw_cfg_t *listener) {
     if (is_own_thread) {
         listener->is_stopped_from_within = true;
     }
-    set_awaited(!is_own_thread);
     kelo_hal_net_close(listener->sock_fd);
     const int32_t op_ret = DeleteThrdHandle(listener->thrd);
     if (op_ret != 0) {
@@ -173,11 +120,29 @@ void tear_down(lan_ap_nw_cfg_t *listener) {
     } else {
         LAN_LOG(LOG_LEVEL_TRACE, "Delete thread");
     }
-    set_awaited(false);
-    set_listener(nullptr);
     if (!is_own_thread) {
         Free(listener);
     }
+}
+
+/** Makes a listener. @return 0, or the code of what failed; nothing is left then */
+int32_t start_listener(lan_ap_cfg_finish_cb_t finish_cb) {
+    auto listener = heap_block<lan_ap_nw_cfg_t>::allocate(sizeof(lan_ap_nw_cfg_t));
+    if (!listener) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "Malloc lan_ap_nw_cfg Fails");
+        return ENGR_ERR_NO_MEMORY;
+    }
+    new (listener.get()) lan_ap_nw_cfg_t{};
+    listener->finish_cb = finish_cb;
+    const int32_t op_ret = set_up(*listener.get());
+    if (op_ret != 0) {
+        if (listener->sock_fd >= 0) {
+            kelo_hal_net_close(listener->sock_fd);
+        }
+        return op_ret;
+    }
+    lan_ap_nw_cfg = listener.release();
+    return ENGR_OK;
 }
 
 } // namespace
@@ -188,41 +153,26 @@ int32_t engr_lan_ap_nw_cfg_start(lan_ap_cfg_finish_cb_t finish_cb) {
         LAN_LOG(LOG_LEVEL_FAILURE, "finish_cb is NULL");
         return ENGR_ERR_NO_MEMORY;
     }
-    const change begun;
-    if (!begun) {
-        LAN_LOG(LOG_LEVEL_WARNING, "the listener is being stopped, start it when it has ended");
-        return ENGR_ERR_FAILED;
-    }
-    if (current_listener() != nullptr) {
+    switch (listener_life.begin_start()) {
+    case transition::needless:
         LAN_LOG(LOG_LEVEL_WARNING, "ap cfg is inited before");
         return ENGR_OK;
+    case transition::from_within:
+        LAN_LOG(LOG_LEVEL_WARNING, "the listener is being stopped, start it when it has ended");
+        return ENGR_ERR_FAILED;
+    case transition::claimed:
+        break;
     }
-    auto listener = heap_block<lan_ap_nw_cfg_t>::allocate(sizeof(lan_ap_nw_cfg_t));
-    if (!listener) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "Malloc lan_ap_nw_cfg Fails");
-        return ENGR_ERR_NO_MEMORY;
-    }
-    new (listener.get()) lan_ap_nw_cfg_t{};
-    listener->finish_cb = finish_cb;
-    set_listener(listener.get());
-    const int32_t op_ret = set_up(*listener.get());
-    if (op_ret != 0) {
-        if (listener->sock_fd >= 0) {
-            kelo_hal_net_close(listener->sock_fd);
-        }
-        set_listener(nullptr);
-        return op_ret;
-    }
-    static_cast<void>(listener.release());
-    return ENGR_OK;
+    const int32_t op_ret = start_listener(finish_cb);
+    listener_life.end_start(op_ret == ENGR_OK);
+    return op_ret;
 }
 
 void engr_lan_ap_nw_cfg_stop(void) {
-    const change begun;
-    lan_ap_nw_cfg_t *listener = current_listener();
-    if (!begun || listener == nullptr) {
+    if (listener_life.begin_stop() != transition::claimed) {
         LAN_LOG(LOG_LEVEL_WARNING, "ap cfg is NULL");
         return;
     }
-    tear_down(listener);
+    tear_down(lan_ap_nw_cfg);
+    listener_life.end_stop();
 }
