@@ -1,4 +1,4 @@
-// Descriptor numbers count up and wrap at 2^31, past those in use: a number comes back after two
+// Descriptor numbers count up to 2^31 - 2 and wrap, past those in use: a number comes back after two
 // thousand million sockets, long after anybody can still hold it.
 #include "descriptor_table.h"
 
@@ -46,7 +46,7 @@ int32_t add_socket(int system_descriptor, int32_t kind) {
         descriptor_table &numbers = table();
         const std::lock_guard lock(numbers.mutex);
         do {
-            numbers.last_number = numbers.last_number < INT32_MAX ? numbers.last_number + 1 : 1;
+            numbers.last_number = numbers.last_number < INT32_MAX - 1 ? numbers.last_number + 1 : 1;
         } while (numbers.sockets.contains(numbers.last_number));
         numbers.sockets.emplace(numbers.last_number, std::move(socket));
         return numbers.last_number;

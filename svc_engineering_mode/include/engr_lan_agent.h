@@ -59,9 +59,13 @@ int32_t engr_lan_pro_cntl_init(int32_t mode);
 /**
  * Stops the agent. Every connection is closed; when the call returns, nothing of the agent runs any
  * more but a firmware upgrade's watchdog and the thread that tells the upgrade service its outcome.
- * Called from inside a callback that the agent makes, it returns at once and the rest of the stop
- * happens when that callback has returned. Waits and sleeps of the agent end at once, whatever the
- * clients do.
+ * Frames that were begun are answered if their clients take it at once; no further one is begun.
+ * Waits and sleeps of the agent end at once, whatever the clients do, but calls that the agent has
+ * made to the gateway's services are waited for.
+ *
+ * Called from inside a callback that the agent makes, it waits for the agent's other threads as
+ * usual; the rest of the stop happens when that callback has returned. When another thread's stop
+ * is under way then, the call returns at once.
  *
  * @return 0
  */
@@ -221,8 +225,8 @@ typedef int (*lan_ap_cfg_finish_cb_t)(const char *ssid, const char *passwd, cons
  */
 int32_t engr_lan_ap_nw_cfg_start(lan_ap_cfg_finish_cb_t finish_cb);
 
-/** Stops the listener; when the call returns, finish_cb does not run any more, unless this call or
- * one before it came from inside finish_cb. */
+/** Stops the listener; when the call returns, finish_cb does not run any more on another thread.
+ * From inside finish_cb it returns at once when another thread is stopping the listener. */
 void engr_lan_ap_nw_cfg_stop(void);
 
 /**

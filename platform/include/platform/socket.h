@@ -1,7 +1,8 @@
 /*
  * Sockets over IPv4, and select.
  *
- * Descriptors. A descriptor is a number above 0 that the port hands out. REQUIRED of a port: a
+ * Descriptors. A descriptor is a number from 1 to 2147483646 that the port hands out; one more than
+ * the highest is still a number for kelo_hal_net_select. REQUIRED of a port: a
  * number is never handed out a second time while the process lives (a port over system descriptors
  * keeps a small table for that). A caller that still holds the number of a socket closed meanwhile
  * gets an error, never somebody else's connection.

@@ -121,15 +121,14 @@ void send_line_lists(const lan_request &request, const id_list &online, const id
 /** Writes the shown devices; the text is cut at the end of its buffer. */
 void write_dev_list(bounded_text &text) {
     gw_cntl_t &gateway = *engr_get_gw_cntl();
-    const char *separator = "";
     const held_mutex hold(gateway.dev_mutex);
     for (const dev_cntl_t *device = gateway.dev_list; device != nullptr; device = device->next) {
         if (device->excluded != 0 || device->state == DEV_STATE_FREE) {
             continue;
         }
-        text.add(R"(%s{"cid":"%s","pid":"%s"})", separator, device->dev_id, device->pid);
-        separator = ",";
+        text.add(R"({"cid":"%s","pid":"%s"},)", device->dev_id, device->pid);
     }
+    text.drop_final(',');
 }
 
 } // namespace

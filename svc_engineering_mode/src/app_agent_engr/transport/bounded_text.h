@@ -28,6 +28,13 @@ class bounded_text {
         }
     }
 
+    /** Takes the last character away when it is this one. */
+    void drop_final(char last) {
+        if (length_ > 0 && buffer_[length_ - 1] == last) {
+            buffer_[--length_] = '\0';
+        }
+    }
+
     [[nodiscard]] const char *text() const { return buffer_; }
     /** Length without the NUL. */
     [[nodiscard]] uint32_t length() const { return length_; }
