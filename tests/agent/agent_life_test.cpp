@@ -1,5 +1,7 @@
 /* Start and stop against each other, under every schedule of short stories: nobody hangs, nobody
  * spins, and every frame that was begun gets its answer. */
+#include "clients/service_life.h"
+#include "platform/clock.h"
 #include "sim/explore.h"
 #include "story_gateway.h"
 #include "transport/frame_types.h"
@@ -80,6 +82,122 @@ TEST(agent_life, a_frame_that_was_begun_is_answered_and_none_is_begun_after_a_st
     sim::expect_all_seeds(400, story, impatient);
     EXPECT_GT(answered, 0) << "expected stops behind a frame, too";
     EXPECT_GT(unanswered, 0) << "expected stops before a frame, too";
+}
+
+/** Runs all schedules of a story with up to two preemptions, and records how many there were. */
+void expect_every_schedule(const sim::story &story, uint32_t preemptions_max = 2) {
+    sim::options chosen = sim::with_environment({.quiet_points = false});
+    chosen.steps_without_time_max = 2'000;
+    sim::search_bounds bounds{.preemptions_max = preemptions_max};
+    bounds.runs_max = chosen.decisions.empty() ? bounds.runs_max : 1;
+    const sim::search_result found =
+        sim::try_all_schedules(story, bounds, chosen, sim::no_failure_yet);
+    sim::report(found, true);
+    EXPECT_TRUE(found.failure || found.complete || !chosen.decisions.empty());
+    testing::Test::RecordProperty("schedules", std::to_string(found.runs));
+    std::printf("%llu schedules\n", static_cast<unsigned long long>(found.runs));
+}
+
+service_life *life; // of the stories below
+int claims;
+int releases;
+
+void start_once() {
+    if (life->begin_start() == transition::claimed) {
+        EXPECT_EQ(++claims, 1) << "expected one start at a time";
+        kelo_hal_system_delay(2);
+        --claims;
+        life->end_start(true);
+    }
+}
+
+void stop_once() {
+    if (life->begin_stop() == transition::claimed) {
+        EXPECT_EQ(++claims, 1) << "expected one stop at a time";
+        life->end_stop([] {
+            ++releases;
+            --claims;
+        });
+    }
+}
+
+/** Lets the acts run beside each other; a pause between two looks takes a millisecond. */
+void run_beside(sim::world &world, const std::vector<void (*)()> &acts) {
+    service_life one;
+    life = &one;
+    claims = 0;
+    releases = 0;
+    {
+        std::vector<sim::test_thread> threads;
+        for (const auto act : acts) {
+            threads.push_back(world.spawn("thread", act));
+        }
+    }
+    const uint64_t polls = world.calls("kelo_hal_system_delay");
+    EXPECT_LE(polls, acts.size() * (world.now_ms() + 1)) << "expected a pause behind each look";
+    EXPECT_EQ(claims, 0) << "expected every start and stop to end";
+    stop_once();
+    EXPECT_EQ(one.state(), life_state::stopped);
+}
+
+void visit_and(void (*act)()) {
+    const service_use use(*life);
+    if (use) {
+        EXPECT_EQ(releases, 0) << "expected nothing to be released under a user";
+        kelo_hal_system_delay(1);
+        act();
+        EXPECT_EQ(releases, 0) << "expected nothing to be released under a user";
+    }
+}
+
+TEST(service_life_schedules, start_against_start) {
+    expect_every_schedule([](sim::world &world) {
+        run_beside(world, {start_once, start_once});
+        EXPECT_EQ(releases, 1);
+    });
+}
+
+TEST(service_life_schedules, stop_beside_start_and_a_stop_from_inside_a_callback) {
+    expect_every_schedule([](sim::world &world) {
+        run_beside(world, {start_once, [] { visit_and(stop_once); }, stop_once});
+    });
+}
+
+TEST(service_life_schedules, start_and_stop_from_inside_two_callbacks) {
+    expect_every_schedule([](sim::world &world) {
+        run_beside(world, {start_once, [] { visit_and(stop_once); },
+                           [] { visit_and([] { static_cast<void>(life->begin_start()); }); }});
+    });
+}
+
+int stop_and_start(const char * /*ssid*/, const char * /*passwd*/, const char * /*token*/) {
+    engr_lan_ap_nw_cfg_stop();
+    engr_lan_ap_nw_cfg_start(stop_and_start);
+    return 0;
+}
+
+TEST(listener_schedules, stop_beside_a_datagram_whose_callback_stops_and_starts) {
+    expect_every_schedule([](sim::world &world) {
+        constexpr uint16_t config_port = 6669;
+        sim::udp_peer app = world.open_udp(0);
+        ASSERT_EQ(engr_lan_ap_nw_cfg_start(stop_and_start), 0);
+        app.send(config_port,
+                 lan_client::encode_request(0, FRM_AP_NW_CFG, R"({"ssid":"s","token":"t"})"));
+        engr_lan_ap_nw_cfg_stop();
+        world.run_until_idle();
+        engr_lan_ap_nw_cfg_stop();
+    });
+}
+
+TEST(agent_schedules, stop_beside_a_worker_that_begins) {
+    expect_every_schedule(
+        [](sim::world &world) {
+            story_gateway gateway(world);
+            EXPECT_EQ(engr_lan_pro_cntl_init(ENGR_MODE_LAN), 0);
+            sim::test_thread stopper = world.spawn("stopper", [] { engr_lan_pro_cntl_exit(); });
+            engr_lan_pro_cntl_exit();
+        },
+        0);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 /* The device list and the lists of online and offline devices. */
 #include "story_gateway.h"
+#include "transport/frame_types.h"
 
 #include <atomic>
 
@@ -87,6 +88,28 @@ TEST_F(device_lists_memory, stay_inside_their_buffers_when_the_list_grew_meanwhi
         << "expected the text to be cut at 29 characters";
     count.store(real);
     EXPECT_EQ(app.ask(224), R"(224/7/0/{"online":["lamp"],"offline":["door"]})");
+}
+
+/** One entry of the device list that fills its buffer to the last comma, and one more. */
+TEST(device_lists, leave_no_comma_before_their_end) {
+    const std::string a = R"("a","pid":")" + std::string(32, 'p');
+    const std::string b(21, 'b');
+    const std::string first = R"({"cid":)" + a + R"("})";
+    const std::string second = R"({"cid":")" + b + R"(","pid":"23"})";
+    sim::world world;
+    {
+        story_gateway gateway(world, site_of(R"({"state":1,"dev_id":)" + a +
+                                             R"("},{"state":1,"dev_id":")" + b +
+                                             R"(","pid":"23"},{"state":1,"dev_id":"c"})"));
+        gateway.start();
+        std::atomic_ref<uint32_t> count(engr_get_gw_cntl()->dev_count);
+        const uint32_t real = count.exchange(1);
+        const std::string whole = R"({"products":[)" + first + "," + second;
+        EXPECT_EQ(whole.size() + 1, 109U) << "expected room for the second comma and no more";
+        EXPECT_EQ(gateway.connect().ask(FRM_DEV_LIST), "241/7/0/" + whole + "]");
+        count.store(real);
+    }
+    EXPECT_TRUE(world.finish().empty());
 }
 
 TEST_F(device_lists_memory, answer_10000_devices_whole) {

@@ -91,7 +91,12 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
     EXPECT_TRUE(world.log().has(4, "frame_type: 241, lan_protocol_handler_cnt: 1"));
     ASSERT_EQ(engr_lan_protocol_register_cb(241, must_not_run), 0);
     story_app app = gateway.connect();
-    const std::string deep(40, '[');
+    std::string numbers = R"({"a":[0)";
+    for (int i = 0; i < 19'997; ++i) {
+        numbers += ",0";
+    }
+    const std::string most_values = numbers + "]}";
+    const std::string too_many_values = numbers + ",0]}";
     const struct {
         const char *what;
         const char *plain; // null: not encrypted
@@ -107,6 +112,8 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
          "241/7/1/data format error"},
         {"braces in a string", R"({"a":"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[\"[[["})", 0,
          "241/7/0/"},
+        {"as many values as a request may have", most_values.c_str(), 0, "241/7/0/"},
+        {"too many values", too_many_values.c_str(), 0, "241/7/1/data format error"},
         {"not encrypted", nullptr, 0, "241/7/1/parse data error"},
     };
     for (const auto &one : cases) {

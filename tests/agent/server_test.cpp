@@ -1,5 +1,6 @@
 /* The TCP server: clients, frames, silence, and a network that comes and goes. */
 #include "story_gateway.h"
+#include "transport/frame_types.h"
 
 namespace {
 
@@ -241,6 +242,19 @@ TEST_F(server, exact_read_refuses_a_buffer_that_is_absent_or_too_small) {
     EXPECT_EQ(kelo_net_recv_nd_size(1 << 20, buffer, 4, 4), -2)
         << "expected an unknown socket to end it at once";
     EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, 4, 0), 0);
+}
+
+TEST_F(server, serves_its_clients_while_no_connection_can_be_accepted) {
+    story_app app = gateway.connect();
+    const sim::fault_id lasting = world.fail("kelo_hal_net_accept", sim::every());
+    sim::peer waiting = world.connect(lan_port);
+    world.run_for(1'000);
+    EXPECT_LE(world.log().count(0, "net_accept client socket failed"), 12U)
+        << "expected a pause behind each try";
+    EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/");
+    world.clear(lasting);
+    EXPECT_EQ(story_app(std::move(waiting)).ask(FRM_KEEPALIVE), "9/0/0/")
+        << "expected the connection to be taken later";
 }
 
 } // namespace
