@@ -274,10 +274,10 @@ lpc_send::lpc_send(int32_t socket) : socket_(socket) {
 }
 
 lpc_send::~lpc_send() {
-    lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
     if (!is_foreign_) {
         return;
     }
+    lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
     const held_mutex hold(cntl.mutex);
     const int32_t slot = find_slot(cntl, socket_);
     if (slot != no_slot) {
