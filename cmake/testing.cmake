@@ -14,24 +14,25 @@ set(engr_test_environment
     "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan_suppressions.txt"
     "ENGR_BIN_DIR=${CMAKE_BINARY_DIR}/bin")
 
-# engr_add_test(NAME SOURCES file... [LIBS target...] [LABELS label...] [TIMEOUT seconds] [MAIN])
-# Builds bin/NAME and registers each of its tests with ctest as NAME.SUITE.CASE. MAIN: the sources have a main of
-# their own (that calls RUN_ALL_TESTS), so that gtest_main is left out. The timeout (120 s when left out) is a
-# bound against hanging, not a measure of speed. Label no_tsan keeps a test out of the build with the thread sanitizer.
+# Runs a command in a network namespace of its own; ends with 77, which means skipped, where it may not make one.
+set(engr_isolated "${CMAKE_SOURCE_DIR}/tests/isolated")
+
+# engr_add_test(NAME SOURCES file... [LIBS target...] [LABELS label...] [TIMEOUT seconds] [ISOLATED])
+# Builds bin/NAME and registers each of its tests with ctest as NAME.SUITE.CASE. The timeout (120 s when left out) is
+# a bound against hanging, not a measure of speed. Label no_tsan keeps a test out of the build with the thread
+# sanitizer. ISOLATED gives each test a network of its own: whatever sends or hears broadcasts, or uses a fixed port,
+# needs it.
 function(engr_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "MAIN" "TIMEOUT" "SOURCES;LIBS;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "ISOLATED" "TIMEOUT" "SOURCES;LIBS;LABELS")
     if(arg_UNPARSED_ARGUMENTS OR NOT arg_SOURCES)
         message(FATAL_ERROR "engr_add_test(${name}): expected NAME SOURCES file... [LIBS ...] [LABELS ...] "
-                            "[TIMEOUT s] [MAIN]; not understood: '${arg_UNPARSED_ARGUMENTS}'")
+                            "[TIMEOUT s] [ISOLATED]; not understood: '${arg_UNPARSED_ARGUMENTS}'")
     endif()
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 120)
     endif()
     add_executable(${name} ${arg_SOURCES})
-    target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock GTest::gtest engr_warnings)
-    if(NOT arg_MAIN)
-        target_link_libraries(${name} PRIVATE GTest::gtest_main)
-    endif()
+    target_link_libraries(${name} PRIVATE ${arg_LIBS} engr_test_main GTest::gmock GTest::gtest engr_warnings)
     if(ENGR_SANITIZE STREQUAL "thread" AND "no_tsan" IN_LIST arg_LABELS)
         set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
         return()
@@ -44,29 +45,40 @@ function(engr_add_test name)
     if(labels)
         list(APPEND properties LABELS "${labels}")
     endif()
+    if(arg_ISOLATED)
+        # CMake's way to put a program before a test's own.
+        set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR "${engr_isolated}")
+        list(APPEND properties SKIP_RETURN_CODE 77)
+    endif()
     gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
                          PROPERTIES ${properties})
 endfunction()
 
-# engr_add_python_test(NAME FILE [LABELS label...] [TIMEOUT seconds])
+# engr_add_python_test(NAME FILE [LABELS label...] [TIMEOUT seconds] [ISOLATED])
 # Registers a unittest file as the ctest test NAME; it finds the built programs in the environment variable
-# ENGR_BIN_DIR.
+# ENGR_BIN_DIR, and the modules that tests share in its path. ISOLATED: as above.
 function(engr_add_python_test name file)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "TIMEOUT" "LABELS")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "ISOLATED" "TIMEOUT" "LABELS")
+    if(arg_UNPARSED_ARGUMENTS)
+        message(FATAL_ERROR "engr_add_python_test(${name}): not understood: '${arg_UNPARSED_ARGUMENTS}'")
+    endif()
     if(ENGR_SANITIZE STREQUAL "thread" AND "no_tsan" IN_LIST arg_LABELS)
         return()
     endif()
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 120)
     endif()
+    set(launcher)
+    if(arg_ISOLATED)
+        set(launcher "${engr_isolated}")
+    endif()
     get_filename_component(path "${file}" ABSOLUTE)
     add_test(NAME ${name}
-             COMMAND "${Python3_EXECUTABLE}" -B "${path}" -v
+             COMMAND ${launcher} "${Python3_EXECUTABLE}" -B "${path}" -v
              WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-    set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${engr_test_environment}")
-    if(arg_LABELS)
-        set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}")
-    endif()
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} SKIP_RETURN_CODE 77
+                         ENVIRONMENT "${engr_test_environment};PYTHONPATH=${CMAKE_SOURCE_DIR}/tests"
+                         LABELS "${arg_LABELS}")
 endfunction()
 
 # engr_add_fuzz_target(NAME SOURCES file... [LIBS target...])

@@ -1,6 +1,4 @@
 """engr_app with several gateways at once, its site reports, and the provisioning of a gateway."""
-import ctypes
-import fcntl
 import json
 import os
 import pty
@@ -11,24 +9,10 @@ import subprocess
 import tempfile
 import threading
 import unittest
-import zlib
 
 from fake_gateway import (APP, KEYS, LOCAL_KEY, Gateway, announced, answering, broadcast, encrypt, frame, requests,
                           run)
-
-
-def enter_own_network():
-    """Moves this process to a network namespace with nothing but lo; False where that is not allowed."""
-    user_and_network = 0x10000000 | 0x40000000
-    if ctypes.CDLL(None, use_errno=True).unshare(user_and_network) != 0:
-        return False
-    set_flags, up = 0x8914, 1
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as control:
-        fcntl.ioctl(control, set_flags, struct.pack("16sh14x", b"lo", up))
-    return True
-
-
-ALONE = enter_own_network()
+from lan_codec import request
 
 
 def site(products, online, channel=15, config=(1, b"read config error"), dps=b"{}", key=KEYS[3]):
@@ -107,7 +91,6 @@ class ManyGatewaysTest(unittest.TestCase):
         self.assertEqual((running.returncode, {one["gateway"] for one in reports}), (0, set(names)))
         self.assertEqual(ends, [{"gateway": name, "exit": 0} for name in names])
 
-    @unittest.skipUnless(ALONE, "needs a network of its own, where no other gateway is found")
     def test_all_gateways_found_are_used_each_with_its_key(self):
         gateways = {"gw1": ("127.60.3.1", 2), "gw2": ("127.60.3.2", 2), "gw3": ("127.60.3.3", 0)}
         keys = {"gw1": LOCAL_KEY, "gw2": "local key # gw 2"}
@@ -235,11 +218,6 @@ class SiteTest(unittest.TestCase):
             self.assertEqual({kind: asked.count(kind) for kind in asked}, wanted, more)
 
 
-def request_frame(kind, payload):
-    body = struct.pack(">4I", 0x55AA, 1, kind, len(payload) + 8) + payload
-    return body + struct.pack(">II", zlib.crc32(body), 0xAA55)
-
-
 class ProvisionTest(unittest.TestCase):
     ADDRESS, ID = "127.60.7.1", f"gw{os.getpid()}p"
 
@@ -277,11 +255,11 @@ class ProvisionTest(unittest.TestCase):
             self.appear(ready=count > 1)  # what still needs its network has not joined one
         for arguments, react, code, word, wanted in [
                 (["--password", "sesame"], lambda count: self.appear(), 0, f"gateway {self.ID} appeared at",
-                 request_frame(20, encrypt(KEYS[1], text))),
-                (["--password", "sesame", "--plain"], again, 0, "appeared", request_frame(1, text)),
+                 request(1, 20, encrypt(KEYS[1], text))),
+                (["--password", "sesame", "--plain"], again, 0, "appeared", request(1, 1, text)),
                 (["--open", "--plain"], lambda count: self.fail(b'{"result":3,"desc":"no such network"}'), 1,
                  "could not join network home: no such network (result 3)",
-                 request_frame(1, b'{"ssid":"home","token":"t0ken"}')),
+                 request(1, 1, b'{"ssid":"home","token":"t0ken"}')),
                 (["--open"], lambda count: self.fail(b'{"result":3,"desc":"cut'), 1, '"desc":"cut', None),
                 (["--open", "--wait", "0.3"], lambda count: self.fail(b"{}", KEYS[2]), 1, "key seeds",
                  None),
@@ -305,7 +283,7 @@ class ProvisionTest(unittest.TestCase):
         self.assertIn("FRM_UDP_WIFI_ERR (20)", err)
         self.assertNotIn("sesame", err)
         self.assertNotIn("t0ken", err)
-        self.assertEqual(got[0], request_frame(20, encrypt(
+        self.assertEqual(got[0], request(1, 20, encrypt(
             KEYS[1], b'{"ssid":"home","token":"t0ken","passwd":"sesame"}')))
         overhead = len('{"ssid":"home","token":"t0ken","passwd":""}')
         for arguments, longest in [(["--plain"], 232 - overhead), ([], 223 - overhead)]:

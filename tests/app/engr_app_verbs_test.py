@@ -7,9 +7,9 @@ import struct
 import subprocess
 import tempfile
 import unittest
-import zlib
 
 from fake_gateway import APP, KEYS, Gateway, encrypt, frame, requests, run
+from lan_codec import FRM_GET_LOG
 
 SECRET = "correct horse"
 BOUND = '{"products":[{"cid":"a1","pid":"p"}]}'
@@ -22,8 +22,7 @@ BUTTONS = [{"button": 1, "sid": "s", "gid": "g"}]
 
 
 def segment(number, count, at, text):
-    body = struct.pack(">7I", 0x55AA, number, 254, len(text) + 20, 0, count, at) + text
-    return body + struct.pack(">II", zlib.crc32(body), 0xAA55)
+    return frame(number, FRM_GET_LOG, 0, struct.pack(">II", count, at) + text)
 
 
 class Script:

@@ -1,67 +1,16 @@
 """Small gateways on loopback addresses, and runs of engr_app against them."""
 import contextlib
-import hashlib
 import json
 import os
 import socket
 import struct
 import subprocess
 import threading
-import zlib
+
+from lan_codec import FRM_KEEPALIVE, KEYS, encrypt, frame
 
 APP = os.path.join(os.environ["ENGR_BIN_DIR"], "engr_app")
-KEYS = {n: hashlib.md5(os.environ.get(f"ENGR_KEY{n}_SEED", f"engr-dev-seed-0{n}").encode()).digest()
-        for n in (1, 2, 3)}
 LOCAL_KEY = "local-key-of-gw1"
-
-
-def multiply(left, right):
-    product = 0
-    while right:
-        product ^= left if right & 1 else 0
-        left = (left << 1) ^ (0x11B if left & 0x80 else 0)
-        right >>= 1
-    return product
-
-
-def substitute(byte):
-    inverse = next((x for x in range(256) if multiply(byte, x) == 1), 0)
-    turned = [(inverse << n | inverse >> (8 - n)) & 0xFF for n in range(5)]
-    return turned[0] ^ turned[1] ^ turned[2] ^ turned[3] ^ turned[4] ^ 0x63
-
-
-SBOX = [substitute(byte) for byte in range(256)]
-
-
-def encrypt(key, text):
-    """AES-128-ECB with PKCS#7 padding, slow and small."""
-    words, round_constant = [list(key[n:n + 4]) for n in range(0, 16, 4)], 1
-    while len(words) < 44:
-        word = list(words[-1])
-        if len(words) % 4 == 0:
-            word = [SBOX[byte] for byte in word[1:] + word[:1]]
-            word[0] ^= round_constant
-            round_constant = multiply(round_constant, 2)
-        words.append([a ^ b for a, b in zip(word, words[-4])])
-    round_keys = [sum(words[n:n + 4], []) for n in range(0, 44, 4)]
-    padding = 16 - len(text) % 16
-    data, out = text + bytes([padding]) * padding, b""
-    for start in range(0, len(data), 16):
-        state = [a ^ b for a, b in zip(data[start:start + 16], round_keys[0])]
-        for number in range(1, 11):
-            state = [SBOX[state[(n + 4 * (n % 4)) % 16]] for n in range(16)]
-            if number < 10:
-                state = [multiply(state[n], 2) ^ multiply(state[n // 4 * 4 + (n + 1) % 4], 3)
-                         ^ state[n // 4 * 4 + (n + 2) % 4] ^ state[n // 4 * 4 + (n + 3) % 4]
-                         for n in range(16)]
-            state = [a ^ b for a, b in zip(state, round_keys[number])]
-        out += bytes(state)
-    return out
-
-
-def frame(number, kind, ret, payload=b""):
-    body = struct.pack(">5I", 0x55AA, number, kind, len(payload) + 12, ret) + payload
-    return body + struct.pack(">II", zlib.crc32(body[:len(body) % 65536]), 0xAA55)
 
 
 class Gateway:
@@ -97,8 +46,8 @@ def answering(answers, key=KEYS[3]):
     """A server that answers each frame type with (ret, text), and keep-alives as gateways do."""
     def serve(connection):
         for number, kind, _ in requests(connection):
-            if kind == 9:
-                connection.sendall(frame(0, 9, 0))
+            if kind == FRM_KEEPALIVE:
+                connection.sendall(frame(0, FRM_KEEPALIVE, 0))
             elif kind in answers:
                 ret, text = answers[kind]
                 connection.sendall(frame(number, kind, ret, encrypt(key, text) if text else b""))

@@ -4,12 +4,13 @@ import json
 import os
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
 
 from gateway import PATIENCE_S, Gateway, program
-from hosts import Network, enter_own_network
+from hosts import Network
 
 SITE = {"gateway": {"gw_id": "netgw1"}, "devices": [{"dev_id": "lamp", "dps": {"1": 0}}]}
 
@@ -65,11 +66,11 @@ class SilentPeer:
 def setUpModule():
     global silent_peer
     try:
-        enter_own_network()
         with Network("host"):
             pass
     except OSError as problem:
-        raise unittest.SkipTest(f"no network namespaces here: {problem}")
+        print(f"skipped: no hosts in network namespaces here: {problem}")
+        sys.exit(77)  # of all tests, which ctest shows
     # Its time passes while the other tests run.
     silent_peer = SilentPeer()
     unittest.addModuleCleanup(silent_peer.close)

@@ -7,9 +7,9 @@ import socket
 import struct
 import subprocess
 import unittest
-import zlib
 
 from gateway import PATIENCE_S, Gateway, program
+from lan_codec import request
 
 LOCAL_KEY = "0123456789abcdef"
 SITE = {
@@ -25,11 +25,6 @@ def app(*arguments, environment=None):
     """Runs engr_app; the finished process with its texts."""
     return subprocess.run([program("engr_app"), *arguments], capture_output=True, text=True, timeout=PATIENCE_S,
                           check=False, env={**os.environ, **(environment or {})})
-
-
-def request(number, frame_type, payload=b""):
-    head = struct.pack(">IIII", 0x55AA, number, frame_type, len(payload) + 8) + payload
-    return head + struct.pack(">II", zlib.crc32(head), 0xAA55)
 
 
 class Watcher:

@@ -1,0 +1,38 @@
+"""Frames and keys of the protocol for the tests in Python, a codec apart from those of the programs."""
+import ctypes
+import hashlib
+import os
+import struct
+import zlib
+
+_nettle = ctypes.CDLL("libnettle.so")
+
+FRM_AP_NW_CFG, FRM_TP_CMD, FRM_KEEPALIVE, FRM_PERMIT_JOIN = 1, 7, 9, 14
+FRM_DOWNLOAD_FIRMWARE, FRM_DEV_LIST = 231, 241
+FRM_GW_UNACTIVE, FRM_GET_LOG = 249, 254
+
+# Of the datagrams to an access point, of discovery, and of TCP while a gateway is not activated.
+KEYS = {n: hashlib.md5(os.environ.get(f"ENGR_KEY{n}_SEED", f"engr-dev-seed-0{n}").encode()).digest()
+        for n in (1, 2, 3)}
+
+
+def encrypt(key, text):
+    """AES-128-ECB with PKCS#7 padding."""
+    padding = 16 - len(text) % 16
+    data = text + bytes([padding]) * padding
+    schedule, out = ctypes.create_string_buffer(256), ctypes.create_string_buffer(len(data))
+    _nettle.nettle_aes128_set_encrypt_key(schedule, key)
+    _nettle.nettle_aes128_encrypt(schedule, ctypes.c_size_t(len(data)), out, data)
+    return out.raw
+
+
+def request(number, kind, payload=b""):
+    """What an app sends."""
+    body = struct.pack(">4I", 0x55AA, number, kind, len(payload) + 8) + payload
+    return body + struct.pack(">II", zlib.crc32(body), 0xAA55)
+
+
+def frame(number, kind, ret, payload=b""):
+    """What a gateway sends. Its checksum covers the length modulo 65536."""
+    body = struct.pack(">5I", 0x55AA, number, kind, len(payload) + 12, ret) + payload
+    return body + struct.pack(">II", zlib.crc32(body[:len(body) % 65536]), 0xAA55)
