@@ -104,11 +104,8 @@ int run_each_in_its_process() {
             failed.push_back(name);
         }
     }
-    std::cout << "[==========] " << names.size() << " tests ran.\n[  PASSED  ] "
-              << names.size() - failed.size() << " tests." << std::endl;
-    if (!failed.empty()) {
-        std::cout << "[  FAILED  ] " << failed.size() << " tests, listed below:\n";
-    }
+    std::cout << "[==========] " << names.size() << " tests ran, " << failed.size() << " failed."
+              << std::endl;
     for (const std::string &name : failed) {
         std::cout << "[  FAILED  ] " << name << '\n';
     }
