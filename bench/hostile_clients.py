@@ -294,9 +294,13 @@ def measure(name, attack):
 
 # ---- What needs no time: the effect of one frame, or of one connection.
 
+LOCAL_KEY = "0123456789abcdef"
+ACTIVATED = {"gateway": {"active_stat": 2, "local_key": LOCAL_KEY}}
+
+
 def takeover():
     """A frame without a key deactivates an activated gateway, whose local key is then no longer asked for."""
-    with Gateway(site={"gateway": {"active_stat": 2, "local_key": "0123456789abcdef"}}) as gateway:
+    with Gateway(site=ACTIVATED) as gateway:
         with connect(gateway.address) as stranger:
             stranger.sendall(request(1, FRM_GW_UNACTIVE))
             stranger.settimeout(10)
@@ -306,11 +310,13 @@ def takeover():
 
 def upgrade_ended_by(what, stranger):
     def play():
-        with tempfile.NamedTemporaryFile() as image, Gateway(scenario={"upgrade": {"chunk_size": 100}}) as gateway:
+        with (tempfile.NamedTemporaryFile() as image,
+              Gateway(site=ACTIVATED, scenario={"upgrade": {"chunk_size": 100}}) as gateway):
             image.write(os.urandom(4_000_000))
             image.flush()
             upgrade = subprocess.Popen([program("engr_app"), "--gateway", gateway.address, "upgrade", image.name,
-                                        "--version", "2.0.1"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                                        "--version", "2.0.1"], env={**os.environ, "ENGR_LOCAL_KEY": LOCAL_KEY},
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
             while gateway.status()["upgrade"]["received"] == 0 and upgrade.poll() is None:
                 pass
             with connect(gateway.address) as client:
