@@ -3,6 +3,7 @@
 #include "lan_client/client.h"
 
 #include "conversation.h"
+#include "lan_client/frame.h"
 #include "send_window.h"
 
 #include <algorithm>
@@ -17,7 +18,7 @@ client::conversation::conversation(event_loop &loop, client_options options, cli
                   {[this] { connected(); }, [this](std::string_view bytes) { received(bytes); },
                    [this](std::size_t count) { written(count); },
                    [this](const error &why) { closed(why); }}),
-      deadline_timer_(loop), keep_alive_timer_(loop), pause_timer_(loop) {}
+      deadline_timer_(loop), keep_alive_timer_(loop), pause_timer_(loop), turn_timer_(loop) {}
 
 void client::conversation::open() {
     if (stage_ == stage::idle) {
@@ -27,18 +28,16 @@ void client::conversation::open() {
 
 void client::conversation::connect() {
     stage_ = stage::connecting;
-    stream_end_ = 0;
-    stream_written_ = 0;
     proved_ = false;
     cutter_ = {};
-    keep_alive_sent_ = {};
+    unanswered_ = 0;
     connection_.open({options_.address, options_.port, options_.interface_name},
                      options_.connect_timeout);
 }
 
 void client::conversation::connected() {
     stage_ = stage::up;
-    last_received_ = clock::now();
+    heard_ = true;
     if (options_.reconnect) {
         keep_alive(); // its answer proves that the gateway took us in
     } else {
@@ -47,14 +46,22 @@ void client::conversation::connected() {
     send_ready();
 }
 
+// What ends with the connection, whoever ended it.
+void client::conversation::leave() {
+    connection_.close();
+    keep_alive_timer_.cancel();
+    turn_timer_.cancel();
+    stream_end_ = 0;
+    stream_written_ = 0;
+}
+
 void client::conversation::closed(error why) {
     const auto self = shared_from_this();
     const bool was_up = stage_ == stage::up;
     if (was_up && !proved_ && why.kind == error_kind::connection_lost) {
         why.kind = error_kind::table_full;
     }
-    connection_.close();
-    keep_alive_timer_.cancel();
+    leave();
     link_change change{link_state::lost, why, {}};
     const bool returns = options_.reconnect && ever_proved_;
     if (returns) {
@@ -83,9 +90,8 @@ void client::conversation::close() {
     const auto self = shared_from_this();
     stage_ = stage::idle;
     last_failure_ = {error_kind::cancelled, {}};
-    connection_.close();
+    leave();
     deadline_timer_.cancel();
-    keep_alive_timer_.cancel();
     pause_timer_.cancel();
     complete_all(std::exchange(exchanges_, {}), last_failure_);
 }
@@ -110,6 +116,10 @@ void client::conversation::ask(request wanted, completion done) {
     } else if (stage_ == stage::idle) {
         made.at_deadline = last_failure_;
         made.deadline = made.asked;
+    } else if (bytes_under_way() + wanted.payload.size() > max_request_bytes_under_way) {
+        made.at_deadline = {error_kind::queue_full, "the gateway does not take what it is sent"};
+        made.deadline = made.asked;
+        wanted.payload = {};
     }
     made.wanted = std::move(wanted);
     exchanges_.push_back(std::move(made));
@@ -117,11 +127,30 @@ void client::conversation::ask(request wanted, completion done) {
     arm();
 }
 
-void client::conversation::keep_alive() {
-    if (last_received_ < keep_alive_sent_) {
-        return closed({error_kind::connection_lost, "the keep-alive was not answered"});
+std::size_t client::conversation::unsent_bytes() const {
+    std::size_t bytes = stream_end_ - stream_written_;
+    for (const exchange &one : exchanges_) {
+        bytes += one.sent ? 0 : request_overhead_bytes + one.wanted.payload.size();
     }
-    keep_alive_sent_ = clock::now();
+    return bytes;
+}
+
+std::size_t client::conversation::bytes_under_way() const {
+    std::size_t bytes = stream_end_ - stream_written_;
+    for (const exchange &one : exchanges_) {
+        bytes += sizeof one + one.wanted.payload.size();
+    }
+    return bytes;
+}
+
+// Keep-alives are counted, not seconds: a program that was stopped for a while has sent one only.
+void client::conversation::keep_alive() {
+    unanswered_ = heard_ ? 0 : unanswered_ + 1;
+    heard_ = false;
+    if (unanswered_ >= options_.max_unanswered_keep_alives) {
+        return closed({error_kind::connection_lost,
+                       std::to_string(unanswered_) + " keep-alives were not answered"});
+    }
     keep_alive_timer_.start(options_.keep_alive_interval, [this] { keep_alive(); });
     ask({.type = frame_type::keepalive,
          .coding = payload_coding::plain,
@@ -170,6 +199,9 @@ void client::conversation::send(exchange &due) {
                             .wire_payload = wire_payload,
                             .text = due.wanted.payload});
     }
+    if (!encrypted) {
+        due.wanted.payload = {}; // only what another key may be needed for is ever repeated
+    }
 }
 
 // Whoever watches a frame leave is told, unless the gateway has answered it already.
@@ -216,6 +248,9 @@ void client::conversation::expire() {
             exchanges_, [now](const exchange &one) { return one.deadline <= now; });
         if (late == exchanges_.end()) {
             break;
+        }
+        if (!late->done && late->at_deadline.kind == error_kind::queue_full) {
+            return closed(late->at_deadline);
         }
         complete(late, {.failure = late->at_deadline});
     }
@@ -265,6 +300,10 @@ void client::ask(request wanted, completion done) {
 
 void client::tell(request wanted) {
     conversation_->ask(std::move(wanted), {});
+}
+
+std::size_t client::unsent_bytes() const {
+    return conversation_->unsent_bytes();
 }
 
 } // namespace lan_client

@@ -16,15 +16,24 @@ constexpr std::string_view undecryptable_reply = "parse data error";
 } // namespace
 
 void client::conversation::received(std::string_view bytes) {
-    const auto self = shared_from_this();
-    last_received_ = clock::now();
+    heard_ = true;
     cutter_.feed(bytes);
-    while (stage_ == stage::up) {
+    take_frames();
+}
+
+// Some at a time. The connection is not read meanwhile, so that no more pile up.
+void client::conversation::take_frames() {
+    const auto self = shared_from_this();
+    for (std::size_t taken = 0; taken < max_frames_at_once && stage_ == stage::up; ++taken) {
         std::optional<frame> got = cutter_.next();
         if (!got) {
-            break;
+            return connection_.resume_reading();
         }
         take(std::move(*got));
+    }
+    if (stage_ == stage::up) {
+        connection_.pause_reading();
+        turn_timer_.start(std::chrono::milliseconds(0), [this] { take_frames(); });
     }
 }
 
@@ -68,7 +77,7 @@ void client::conversation::take_report(const frame &got, opened_payload &payload
         return one.sent && !one.done && one.wanted.type == got.type;
     };
     const auto last = std::find_if(exchanges_.rbegin(), exchanges_.rend(), told);
-    if (got.number == 0 && last != exchanges_.rend()) {
+    if (last != exchanges_.rend()) {
         read_up_to(std::prev(last.base()));
         std::erase_if(exchanges_, told);
         arm();
@@ -80,14 +89,15 @@ void client::conversation::take_report(const frame &got, opened_payload &payload
              .number = got.number,
              .ret = got.ret,
              .readable = got.crc_matches && payload.state != payload_state::unreadable,
+             .under_built_in_key = payload.under_built_in_key,
              .payload = std::move(payload.text)});
     }
 }
 
 // Everything that has a payload is encrypted with the TCP key, except the segments of the log.
-client::conversation::opened_payload client::conversation::open_payload(frame &got) {
+client::conversation::opened_payload client::conversation::open_payload(const frame &got) {
     if (got.payload.empty() || got.segment) {
-        return {payload_state::plain, got.payload, false};
+        return {.state = payload_state::plain, .text = got.payload};
     }
     for (auto key = options_.keys.begin(); key != options_.keys.end(); ++key) {
         if (std::optional<std::string> text = decrypt_text(*key, got.payload)) {
@@ -96,7 +106,10 @@ client::conversation::opened_payload client::conversation::open_payload(frame &g
             return {payload_state::decrypted, std::move(*text), changed};
         }
     }
-    return {payload_state::unreadable, {}, false};
+    // Every app knows the built-in key, so that anyone can answer with it: what it says is dropped.
+    return {.state = payload_state::unreadable,
+            .text = {},
+            .under_built_in_key = decrypt_text(unactivated_key(), got.payload).has_value()};
 }
 
 // The first frame shows that the gateway took the connection into its table.
@@ -126,7 +139,9 @@ void client::conversation::take_answer(exchange_list::iterator found, const fram
         return complete(found, {.failure = {error_kind::damaged, "its CRC is wrong"}});
     }
     if (payload.state == payload_state::unreadable) {
-        return complete(found, {.failure = {error_kind::wrong_key, {}}});
+        const bool built_in = payload.under_built_in_key;
+        return complete(
+            found, {.failure = {built_in ? error_kind::deactivated : error_kind::wrong_key, {}}});
     }
     if (got.segment) {
         return take_segment(found, got, payload.text);
@@ -152,7 +167,8 @@ void client::conversation::take_segment(exchange_list::iterator found, const fra
                                      "segment " + std::to_string(found->segments_received + 1) +
                                          " is missing"}});
     }
-    if (found->received.size() + bytes.size() > max_transfer_bytes) {
+    if (at.count > static_cast<std::int32_t>(max_transfer_segments) ||
+        found->received.size() + bytes.size() > max_transfer_bytes) {
         return complete(found, {.failure = {error_kind::damaged, "the transfer is too long"}});
     }
     found->received += bytes;

@@ -64,6 +64,11 @@ class connection::link : public std::enable_shared_from_this<link> {
         }
     }
 
+    void pause_reading(bool paused) {
+        paused_ = paused;
+        read_next();
+    }
+
     void close() {
         ended_ = true;
         open_ = false;
@@ -109,9 +114,14 @@ class connection::link : public std::enable_shared_from_this<link> {
     }
 
     void read_next() {
+        if (reading_ || paused_ || !open_) {
+            return;
+        }
+        reading_ = true;
         socket_.async_read_some(
             asio::buffer(incoming_),
             [self = shared_from_this()](const asio::error_code &code, std::size_t count) {
+                self->reading_ = false;
                 if (self->ended_) {
                     return;
                 }
@@ -119,9 +129,7 @@ class connection::link : public std::enable_shared_from_this<link> {
                     return self->end(read_error(code));
                 }
                 self->events_.on_bytes({self->incoming_.data(), count});
-                if (!self->ended_) {
-                    self->read_next();
-                }
+                self->read_next();
             });
     }
 
@@ -158,6 +166,8 @@ class connection::link : public std::enable_shared_from_this<link> {
     std::size_t written_ = 0;          // bytes of the front that are
     bool open_ = false;
     bool ended_ = false;
+    bool reading_ = false; // a read is under way
+    bool paused_ = false;
 };
 
 connection::connection(event_loop &loop, connection_events events)
@@ -176,6 +186,18 @@ void connection::open(const connection_target &target, std::chrono::milliseconds
 void connection::send(std::string bytes) {
     if (link_) {
         link_->send(std::move(bytes));
+    }
+}
+
+void connection::pause_reading() {
+    if (link_) {
+        link_->pause_reading(true);
+    }
+}
+
+void connection::resume_reading() {
+    if (link_) {
+        link_->pause_reading(false);
     }
 }
 

@@ -40,6 +40,10 @@ class connection {
     /// allows.
     void send(std::string bytes);
 
+    /** Delivers no bytes until resume_reading; the network holds the peer back meanwhile. */
+    void pause_reading();
+    void resume_reading();
+
     void close();
 
   private:

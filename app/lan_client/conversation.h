@@ -22,6 +22,7 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     void close();
     void forget(); // as close, but nobody is told
     void ask(request wanted, completion done);
+    [[nodiscard]] std::size_t unsent_bytes() const;
 
   private:
     using clock = std::chrono::steady_clock;
@@ -50,6 +51,7 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
         payload_state state = payload_state::plain;
         std::string text;
         bool key_changed = false;
+        bool under_built_in_key = false; // unreadable only because that key is not to be used
     };
 
     void connect();
@@ -63,9 +65,12 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     void renew(exchange &moving);
     void arm();
     void expire();
+    void leave();
+    [[nodiscard]] std::size_t bytes_under_way() const;
 
+    void take_frames();
     void take(frame got);
-    opened_payload open_payload(frame &got);
+    opened_payload open_payload(const frame &got);
     void proved();
     exchange_list::iterator find(const frame &got);
     void read_up_to(exchange_list::iterator last);
@@ -83,6 +88,7 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     timer deadline_timer_;
     timer keep_alive_timer_;
     timer pause_timer_;
+    timer turn_timer_;
     std::minstd_rand chance_{std::random_device{}()};
 
     stage stage_ = stage::idle;
@@ -97,8 +103,8 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     std::uint64_t stream_written_ = 0;
     bool proved_ = false;
     stream_cutter cutter_;
-    clock::time_point last_received_;
-    clock::time_point keep_alive_sent_;
+    bool heard_ = false;      // something was received since the last keep-alive
+    unsigned unanswered_ = 0; // keep-alives in a row
 };
 
 } // namespace lan_client

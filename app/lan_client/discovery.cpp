@@ -4,6 +4,7 @@
 #include "broadcast_frame.h"
 #include "lan_client/crypto.h"
 #include "lan_client/frame_types.h"
+#include "lan_client/limits.h"
 #include "lan_client/utf8.h"
 #include "udp_socket.h"
 
@@ -48,6 +49,9 @@ bool read_announcement(std::string_view text, announcement &said) {
 
 parsed_datagram parse_datagram(std::string_view bytes, std::string_view address,
                                const traffic_observer &observer) {
+    if (bytes.size() > max_discovery_bytes) {
+        return {};
+    }
     const broadcast_frame got = read_broadcast(
         bytes, address, frame_type::udp_discovery,
         [](std::string_view payload) { return decrypt_text(discovery_key(), payload); }, observer);

@@ -23,10 +23,14 @@ const char *error_name(error_kind kind) {
         return "timed_out";
     case error_kind::wrong_key:
         return "wrong_key";
+    case error_kind::deactivated:
+        return "deactivated";
     case error_kind::damaged:
         return "damaged";
     case error_kind::too_large:
         return "too_large";
+    case error_kind::queue_full:
+        return "queue_full";
     case error_kind::cancelled:
         return "cancelled";
     }

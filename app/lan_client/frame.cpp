@@ -3,6 +3,7 @@
 
 #include "byte_cursor.h"
 #include "lan_client/frame_types.h"
+#include "lan_client/limits.h"
 
 #include <zlib.h>
 
@@ -13,6 +14,7 @@ constexpr std::uint32_t head_word = 0x000055AA;
 constexpr std::uint32_t tail_word = 0x0000AA55;
 constexpr std::size_t head_number_type_length_bytes = 16;
 constexpr std::size_t crc_and_tail_bytes = 8;
+constexpr std::size_t tail_bytes = 4;
 constexpr std::size_t reply_words_bytes = 4;    // ret
 constexpr std::size_t segment_words_bytes = 12; // ret, count, number
 
@@ -27,6 +29,13 @@ std::uint32_t frame_crc(std::string_view covered) {
 bool has_segment_words(std::uint32_t type, std::uint32_t ret, std::size_t length) {
     return type == frame_type::get_log && ret == 0 &&
            length >= segment_words_bytes + crc_and_tail_bytes;
+}
+
+// Looked at before anything is copied: in a hostile stream most heads have no tail.
+bool has_tail(std::string_view bytes, std::size_t frame_bytes) {
+    byte_reader reader(bytes.substr(frame_bytes - tail_bytes, tail_bytes));
+    std::uint32_t tail = 0;
+    return reader.read(tail) && tail == tail_word;
 }
 
 bool read_body(byte_reader &reader, std::size_t length, frame &decoded) {
@@ -89,14 +98,14 @@ decode_result decode_frame(std::string_view bytes) {
         result.status = decode_status::incomplete;
         return result;
     }
+    const std::size_t frame_bytes = head_number_type_length_bytes + length;
     std::uint32_t crc = 0;
-    std::uint32_t tail = 0;
-    if (!read_body(reader, length, result.decoded) || !reader.read(crc) || !reader.read(tail) ||
-        tail != tail_word) {
+    if (!has_tail(bytes, frame_bytes) || !read_body(reader, length, result.decoded) ||
+        !reader.read(crc)) {
         return result;
     }
     result.status = decode_status::whole;
-    result.consumed_bytes = head_number_type_length_bytes + length;
+    result.consumed_bytes = frame_bytes;
     result.decoded.crc_matches =
         crc == frame_crc(bytes.substr(0, result.consumed_bytes - crc_and_tail_bytes));
     return result;

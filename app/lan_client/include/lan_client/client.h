@@ -5,6 +5,7 @@
 #include "lan_client/errors.h"
 #include "lan_client/event_loop.h"
 #include "lan_client/frame_types.h"
+#include "lan_client/limits.h"
 #include "lan_client/reconnect_pause.h"
 #include "lan_client/traffic.h"
 
@@ -19,24 +20,27 @@ namespace lan_client {
 
 inline constexpr std::uint16_t gateway_port = 6668;
 
-/// Longest transfer in segments that is put together, in bytes.
-inline constexpr std::size_t max_transfer_bytes = 64 * 1024 * 1024;
-
 struct client_options {
     std::string address; ///< IPv4, dotted decimal
     std::uint16_t port = gateway_port;
     std::string interface_name = "lo"; ///< traffic stays on it; empty: any
 
     /// Keys the gateway may use, the likely one first, at least one. When an answer can only be
-    /// decrypted with another one, the client changes over to that.
+    /// decrypted with another one, the client changes over to that. Nothing is ever encrypted with
+    /// a key that is not among them, and what came under such a key is not read.
     std::vector<aes_key> keys;
 
     std::chrono::milliseconds connect_timeout{5000};
     std::chrono::milliseconds request_timeout{5000};
 
-    /// A gateway drops an app that is silent for 120 s. An answer that is missing when the next
-    /// keep-alive is due, with nothing else received meanwhile, means a dead connection.
+    /// A gateway drops an app that is silent for 120 s.
     std::chrono::milliseconds keep_alive_interval{30000};
+
+    /// So many keep-alives in a row without an answer, with nothing else received meanwhile, mean a
+    /// dead connection. A gateway that writes a piece of an image answers nobody for up to 60 s,
+    /// one that waits for the rest of another app's frame for 30 s, one that uploads its log for
+    /// about as long.
+    unsigned max_unanswered_keep_alives = 4;
 
     bool reconnect = false; ///< come back by itself once a connection has worked
     reconnect_pause pause;
@@ -57,8 +61,9 @@ struct report {
     std::uint32_t type = 0;
     std::uint32_t number = 0;
     std::uint32_t ret = 0;
-    bool readable = true;  ///< false: damaged, or no key at hand decrypts it
-    std::string payload{}; ///< decrypted
+    bool readable = true;            ///< false: damaged, or no key at hand decrypts it
+    bool under_built_in_key = false; ///< not readable: under unactivated_key(), not among the keys
+    std::string payload{};           ///< decrypted
 };
 
 enum class link_state {
@@ -95,8 +100,9 @@ struct request {
 using completion = std::function<void(const answer &)>;
 
 /// Requests may be made at any time, several at once; each is completed exactly once, from the
-/// loop or from close, unless the client is destroyed before. A callback may make requests, close
-/// or destroy the client. All calls are made on the loop's thread.
+/// loop or from close, unless the client is destroyed before. A request that would make those under
+/// way hold more than max_request_bytes_under_way fails with error_kind::queue_full. A callback may
+/// make requests, close or destroy the client. All calls are made on the loop's thread.
 class client {
   public:
     client(event_loop &loop, client_options options, client_events events = {});
@@ -112,9 +118,17 @@ class client {
 
     void ask(request wanted, completion done);
 
-    /// Sends a frame that gets no answer of its own, such as a piece of an image. It is kept until
-    /// a report of the same type shows that the gateway has read it, or until its time-out.
+    /// Sends a frame that gets no answer of its own, such as a piece of an image. Nobody could be
+    /// told that it found no room, so that it ends the connection then.
     void tell(request wanted);
+
+    /**
+     * How much still has to leave, so that whoever sends much can wait until it has.
+     *
+     * @return bytes of frames that the system has not taken for sending yet; 0 when there is no
+     *         connection and nothing waits for one.
+     */
+    [[nodiscard]] std::size_t unsent_bytes() const;
 
   private:
     class conversation;

@@ -15,8 +15,10 @@ enum class error_kind {
     connection_lost, ///< closed after it had worked
     timed_out,       ///< connected, but no answer in time
     wrong_key,       ///< the answer can't be decrypted with any key at hand
+    deactivated,     ///< the answer is under the built-in key, which is not among those to be used
     damaged,         ///< the answer's CRC is wrong, or its segments are out of order
     too_large,       ///< the request is longer than gateways accept
+    queue_full,      ///< the gateway does not take what it is sent, and too much waits already
     cancelled,       ///< the app closed the connection
 };
 

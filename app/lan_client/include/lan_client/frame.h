@@ -19,10 +19,6 @@ inline constexpr std::size_t request_overhead_bytes = 24;
 inline constexpr std::size_t max_request_payload_bytes =
     request_frame_limit_bytes - 1 - request_overhead_bytes;
 
-/// Longest frame that this library accepts from a gateway; one that claims more is noise. A list
-/// of 100000 devices has about half of it.
-inline constexpr std::size_t max_received_frame_bytes = 16 * 1024 * 1024;
-
 /// Place of a frame in a transfer that the gateway cut into segments.
 struct segment_position {
     std::int32_t count;  ///< segments of the whole transfer

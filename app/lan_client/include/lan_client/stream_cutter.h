@@ -2,6 +2,7 @@
 #pragma once
 
 #include "lan_client/frame.h"
+#include "lan_client/limits.h"
 
 #include <cstddef>
 #include <optional>
@@ -10,7 +11,8 @@
 
 namespace lan_client {
 
-/// Holds at most one unfinished frame of max_received_frame_bytes plus what was fed since.
+/// Holds at most one unfinished frame of max_received_frame_bytes plus what was fed since. Its work
+/// is in proportion to the bytes fed, whatever they are.
 class stream_cutter {
   public:
     /// Adds bytes to the end of the stream.
