@@ -47,6 +47,9 @@ std::vector<device> parse_device_list(std::string_view payload) {
     if (!object.is_object() || !object.contains("products") || !object["products"].is_array()) {
         throw not_understood("list of devices", payload);
     }
+    if (object["products"].size() > lan_client::max_devices) {
+        throw not_understood("list of at most 65536 devices", payload);
+    }
     std::vector<device> devices;
     for (const nlohmann::json &product : object["products"]) {
         devices.push_back({member_text(product, "cid"), member_text(product, "pid")});

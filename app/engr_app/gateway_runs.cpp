@@ -6,6 +6,7 @@
 #include "targets.h"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -13,6 +14,9 @@
 
 namespace engr_app {
 namespace {
+
+// Each has a thread and a connection of its own.
+constexpr std::size_t most_at_once = 256;
 
 int shown_failures(console &out, const std::function<int()> &work) {
     try {
@@ -128,10 +132,21 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
             return work(present);
         });
     };
+    if (runs.size() > most_at_once) {
+        out.notice(std::to_string(most_at_once) +
+                   " gateways are worked with at once; each of the others follows when one of "
+                   "them is done");
+    }
+    std::atomic<std::size_t> next = 0;
+    const auto work_on = [&] {
+        for (std::size_t at = next++; at < runs.size(); at = next++) {
+            work_with(*runs[at]);
+        }
+    };
     {
         std::vector<std::jthread> threads;
-        for (const auto &one : runs) {
-            threads.emplace_back(work_with, std::ref(*one));
+        for (std::size_t count = std::min(runs.size(), most_at_once); count > 0; --count) {
+            threads.emplace_back(work_on);
         }
     }
     if (options.json) {

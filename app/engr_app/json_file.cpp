@@ -50,7 +50,7 @@ json_place::json_place(std::shared_ptr<const json> root, const json &value, std:
 
 json_place json_place::read(const std::string &path, const char *list_name) {
     const std::string content = file_text(path);
-    json whole = parse_json(content);
+    json whole = parse_json(content, any_number_of_values);
     if (whole.is_discarded()) {
         throw wrong_usage(shown_name(path) + ": " + fault_in(content));
     }

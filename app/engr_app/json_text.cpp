@@ -20,8 +20,10 @@ constexpr std::size_t max_nesting = 200;
 constexpr std::array<std::string_view, 8> secret_members = {
     "passwd", "password", "token", "localKey", "local_key", "secKey", "authKey", "wf_passwd"};
 
-bool nested_too_deeply(std::string_view text) {
+// Every value but the first stands behind a comma or opens a structure.
+bool is_too_much(std::string_view text, std::size_t max_values) {
     std::size_t depth = 0;
+    std::size_t values = 1;
     bool in_string = false;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const char byte = text[at];
@@ -30,7 +32,11 @@ bool nested_too_deeply(std::string_view text) {
         } else if (in_string) {
             at += byte == '\\' ? 1 : 0;
         } else if (byte == '{' || byte == '[') {
-            if (++depth > max_nesting) {
+            if (++depth > max_nesting || ++values > max_values) {
+                return true;
+            }
+        } else if (byte == ',') {
+            if (++values > max_values) {
                 return true;
             }
         } else if ((byte == '}' || byte == ']') && depth > 0) {
@@ -60,8 +66,8 @@ void hide_secrets(json &value) {
 
 } // namespace
 
-json parse_json(std::string_view text) {
-    if (nested_too_deeply(text)) {
+json parse_json(std::string_view text, std::size_t max_values) {
+    if (is_too_much(text, max_values)) {
         return json(json::value_t::discarded);
     }
     return json::parse(lan_client::to_utf8(text), nullptr, false);

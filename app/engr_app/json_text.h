@@ -1,7 +1,10 @@
 // JSON that came from the network, and JSON that goes to scripts.
 #pragma once
 
+#include "lan_client/limits.h"
+
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -9,9 +12,20 @@
 
 namespace engr_app {
 
-/// Parses one JSON text; malformed UTF-8 in it becomes U+FFFD. What is no JSON, or is nested so
-/// deeply that working on it would need much stack, gives a discarded value.
-[[nodiscard]] nlohmann::json parse_json(std::string_view text);
+/**
+ * Parses one JSON text; malformed UTF-8 in it becomes U+FFFD.
+ *
+ * @param text may come from the network.
+ * @param max_values most values that it may have: each takes some hundred bytes of memory, but
+ *        only two of the text. A file of the user's own needs no such bound.
+ * @return a discarded value for what is no JSON, has more values, or is nested so deeply that
+ *         working on it would need much stack.
+ */
+[[nodiscard]] nlohmann::json parse_json(std::string_view text,
+                                        std::size_t max_values = lan_client::max_json_values);
+
+/** For parse_json: as many values as there are. */
+inline constexpr std::size_t any_number_of_values = SIZE_MAX;
 
 /// The payload as JSON if it is JSON, else as a string.
 [[nodiscard]] nlohmann::json payload_json(std::string_view payload);

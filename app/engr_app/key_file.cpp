@@ -34,7 +34,7 @@ void add(key_map &keys, const std::string &path, const std::string &place, const
 }
 
 key_map keys_of_json(const std::string &path, const std::string &text) {
-    const nlohmann::json object = parse_json(text);
+    const nlohmann::json object = parse_json(text, any_number_of_values);
     if (!object.is_object()) {
         throw bad_file(path, "it begins like JSON but is no valid JSON object");
     }

@@ -52,11 +52,16 @@ void declare_globals(CLI::App &app, global_options &options) {
                  "status")
         ->excludes(named);
     app.add_option("--local-key", options.local_key,
-                   "Key of activated gateways, 16 characters; in the environment variable no "
-                   "process list shows it")
+                   "Key of the activated gateway, 16 characters; no other is used then. In the "
+                   "environment variable no process list shows it")
         ->type_name("KEY")
         ->envname("ENGR_LOCAL_KEY")
         ->check(CLI::Validator(check_key, "", "key"));
+    app.add_flag("--accept-deactivated", options.accept_deactivated,
+                 "Go on with a gateway that answers without the local key given, as one does that "
+                 "was deactivated meanwhile. Everything, tokens and passwords too, is then "
+                 "protected only by a key that every app knows, and anyone on the network can "
+                 "pose as the gateway");
     app.add_option("--key-file", options.key_file,
                    "Keys by gateway: lines \"ID KEY\" or JSON {\"ID\": \"KEY\"}; --local-key holds "
                    "for those that are not in it")

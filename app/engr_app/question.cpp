@@ -151,34 +151,53 @@ int say(session &present, std::string_view sentence, const nlohmann::json &docum
 
 report_ear::report_ear(session &present)
     : present_(present),
-      client_(present.connect(
-          false, {.on_report = [ear = heard_](const report &told) { ear->reports.push_back(told); },
-                  .on_link =
-                      [ear = heard_](const lan_client::link_change &change) {
-                          if (change.state == lan_client::link_state::lost) {
-                              ear->lost = change.why;
-                          }
-                      },
-                  .on_traffic = {}})) {
+      client_(present.connect(false,
+                              {.on_report = [ear = heard_](const report &told) { ear->keep(told); },
+                               .on_link =
+                                   [ear = heard_](const lan_client::link_change &change) {
+                                       if (change.state == lan_client::link_state::lost) {
+                                           ear->lost = change.why;
+                                       }
+                                   },
+                               .on_traffic = {}})) {
     present_.ask({}); // only insists on the key
 }
 
-std::optional<report> report_ear::take(const rule &wanted) {
-    std::vector<report> &reports = heard_->reports;
-    const auto found = std::ranges::find_if(reports, wanted);
-    if (found == reports.end()) {
-        return std::nullopt;
+void report_ear::heard::keep(const report &told) {
+    reports.push_back(told);
+    bytes += told.payload.size();
+    while (reports.size() > 1 && (reports.size() > lan_client::max_kept_reports ||
+                                  bytes > lan_client::max_kept_report_bytes)) {
+        static_cast<void>(remove(0));
+        ++dropped;
     }
+}
+
+report report_ear::heard::remove(std::size_t index) {
+    const auto found = reports.begin() + static_cast<std::ptrdiff_t>(index);
     report taken = std::move(*found);
     reports.erase(found);
+    bytes -= taken.payload.size();
     return taken;
+}
+
+std::optional<report> report_ear::take(const rule &wanted, uint64_t &unseen) {
+    unseen = std::max(unseen, heard_->dropped);
+    for (; unseen - heard_->dropped < heard_->reports.size(); ++unseen) {
+        const auto index = static_cast<std::size_t>(unseen - heard_->dropped);
+        if (wanted(heard_->reports[index])) {
+            return heard_->remove(index);
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<report> report_ear::next(const rule &wanted, std::chrono::milliseconds limit) {
     std::optional<report> taken;
+    uint64_t unseen = 0;
     present_.loop().run_until(
         [&] {
-            taken = take(wanted);
+            taken = take(wanted, unseen);
             return taken || heard_->lost;
         },
         limit);
@@ -193,10 +212,11 @@ report report_ear::outcome(lan_client::request asked, const rule &wanted) {
     const auto answered = std::make_shared<std::optional<answer>>();
     client_.ask(std::move(asked), [answered](const answer &got) { *answered = got; });
     std::optional<report> told;
+    uint64_t unseen = 0;
     // The client bounds the wait.
     present_.loop().run_until(
         [&] {
-            told = take(wanted);
+            told = take(wanted, unseen);
             return told || *answered;
         },
         std::chrono::hours(24));

@@ -3,6 +3,8 @@
 
 #include "session.h"
 
+#include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 
@@ -32,7 +34,8 @@ int say(session &present, std::string_view sentence, const nlohmann::json &docum
 /// The refusal that a gateway put into words or into {"reason": TEXT}, with what to do next.
 [[nodiscard]] failure refusal(session &present, std::uint32_t type, std::string_view payload);
 
-/// Hears what the gateway reports, from before a question on.
+/// Hears what the gateway reports, from before a question on. Of the reports that nobody has asked
+/// for it keeps the newest, max_kept_reports and max_kept_report_bytes of them.
 class report_ear {
   public:
     using rule = std::function<bool(const lan_client::report &)>;
@@ -53,11 +56,17 @@ class report_ear {
   private:
     // Shared with the connection, which the session keeps for longer.
     struct heard {
-        std::vector<lan_client::report> reports;
+        std::deque<lan_client::report> reports;
+        uint64_t dropped = 0; // from the front, to keep within the bounds
+        std::size_t bytes = 0;
         lan_client::error lost;
+
+        void keep(const lan_client::report &told);
+        lan_client::report remove(std::size_t index);
     };
 
-    std::optional<lan_client::report> take(const rule &wanted);
+    // Looks at the reports from the one that `unseen` counts on; it is moved on behind them.
+    std::optional<lan_client::report> take(const rule &wanted, uint64_t &unseen);
 
     session &present_;
     std::shared_ptr<heard> heard_ = std::make_shared<heard>();

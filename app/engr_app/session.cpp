@@ -4,9 +4,11 @@
 
 #include "failure.h"
 #include "lan_client/frame_types.h"
+#include "lan_client/limits.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -22,6 +24,12 @@ constexpr std::chrono::milliseconds default_answer_time = 5s;
 
 std::chrono::milliseconds given_or(double seconds, std::chrono::milliseconds otherwise) {
     return seconds > 0 ? std::chrono::milliseconds(static_cast<long>(seconds * 1000)) : otherwise;
+}
+
+// Anybody can announce any number of gateways.
+bool has_room(const heard_gateways &heard, std::size_t at_same_address) {
+    return heard.announcements.size() < lan_client::max_heard_gateways &&
+           at_same_address < lan_client::max_heard_at_one_address;
 }
 
 } // namespace
@@ -68,6 +76,7 @@ heard_gateways session::listen(std::chrono::milliseconds limit, const stop_rule 
 heard_gateways session::listen(const std::string &interface_name, std::chrono::milliseconds limit,
                                const stop_rule &enough) {
     heard_gateways heard;
+    std::map<std::string, std::size_t> at_address;
     bool stop = false;
     const auto hear = [&](const lan_client::parsed_datagram &datagram) {
         heard.unreadable += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
@@ -78,12 +87,14 @@ heard_gateways session::listen(const std::string &interface_name, std::chrono::m
         const auto known = std::ranges::find_if(heard.announcements, [&](const auto &other) {
             return other.id == said.id && other.address == said.address;
         });
+        const bool awaited = enough && enough(said);
         if (known != heard.announcements.end()) {
             *known = said;
-        } else {
+        } else if (awaited || has_room(heard, at_address[said.address])) {
             heard.announcements.push_back(said);
+            ++at_address[said.address];
         }
-        stop = stop || (enough && enough(said));
+        stop = stop || awaited;
     };
     lan_client::discovery_listener listener(loop_, hear, observer());
     if (const lan_client::error problem = listener.open(interface_name)) {
@@ -168,6 +179,19 @@ std::string session::output_path(const std::string &path) const {
     return marked;
 }
 
+// Every app knows the built-in key. Whoever answers with it, perhaps in the gateway's place, must
+// not make an app that was given a better one use it.
+std::vector<lan_client::aes_key> session::usable_keys() {
+    const auto local = lan_client::aes_key::from_text(local_key());
+    if (!local) {
+        return {lan_client::unactivated_key()};
+    }
+    if (!options_.accept_deactivated) {
+        return {*local};
+    }
+    return {*local, lan_client::unactivated_key()};
+}
+
 lan_client::client &session::connect(bool reconnect, lan_client::client_events events) {
     const gateway &target = chosen();
     lan_client::client_options wanted;
@@ -177,16 +201,35 @@ lan_client::client &session::connect(bool reconnect, lan_client::client_events e
     wanted.connect_timeout = answer_time();
     wanted.request_timeout = answer_time();
     wanted.reconnect = reconnect;
-    // A gateway that was activated or deactivated since it was heard uses the other key.
-    wanted.keys.push_back(lan_client::unactivated_key());
-    if (const auto local = lan_client::aes_key::from_text(local_key())) {
-        const bool likely = !target.announced || target.announced->activated;
-        wanted.keys.insert(likely ? wanted.keys.begin() : wanted.keys.end(), *local);
-    }
+    wanted.keys = usable_keys();
+    events.on_report = [this, hear = std::move(events.on_report)](const lan_client::report &told) {
+        if (told.under_built_in_key) {
+            warn_of_built_in_key();
+        }
+        if (hear) {
+            hear(told);
+        }
+    };
     events.on_traffic = observer();
     client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), std::move(events));
     client_->open();
     return *client_;
+}
+
+// A gateway that was named by its address may be activated without our knowing. What is asked here
+// is answered under the key that it uses, and an answer under another one is a failure.
+void session::require_shown_key(const std::vector<lan_client::request> &requests) {
+    const bool secret = std::ranges::any_of(requests, [](const lan_client::request &one) {
+        return one.type == lan_client::frame_type::token_bind ||
+               one.type == lan_client::frame_type::wifi_modify;
+    });
+    if (!secret || !local_key().empty()) {
+        return;
+    }
+    const auto shown = ask({{.type = lan_client::frame_type::get_channel}}).front();
+    if (shown.failure) {
+        throw explain(shown);
+    }
 }
 
 std::vector<lan_client::answer> session::ask(std::vector<lan_client::request> requests,
@@ -194,6 +237,7 @@ std::vector<lan_client::answer> session::ask(std::vector<lan_client::request> re
     if (need_key) {
         require_key();
     }
+    require_shown_key(requests);
     lan_client::client &client = client_ ? *client_ : connect();
     // Shared, because answers may still come after this function has given up on them.
     struct progress {

@@ -22,6 +22,7 @@ struct global_options {
     std::vector<std::string> gateways; ///< ADDRESS[:PORT] or ID each; none: the only one found
     bool all = false;                  ///< all gateways found
     std::string local_key;             ///< 16 characters, or empty
+    bool accept_deactivated = false;   ///< also work without the local key that was given
     std::string key_file;
     std::map<std::string, std::string>
         keys; ///< read from it: local keys by id or ADDRESS[:PORT] of a gateway
@@ -74,12 +75,14 @@ class session {
     [[nodiscard]] bool key_at_hand();
 
     /// Starts to connect to the chosen gateway. The client comes back by itself after a lost
-    /// connection if `reconnect` is set.
+    /// connection if `reconnect` is set. With a local key nothing is sent or read with the built-in
+    /// one, unless the user has accepted a deactivated gateway.
     lan_client::client &connect(bool reconnect = false, lan_client::client_events events = {});
 
     /// Asks all at once and waits for all answers, connecting first if need be. Once one request
     /// fails, those without an answer yet count as failed in the same way. With `need_key` an
-    /// activated gateway without a local key is refused before anything is sent.
+    /// activated gateway without a local key is refused before anything is sent. A token or a
+    /// password goes out under the built-in key only once the gateway has answered with that key.
     std::vector<lan_client::answer> ask(std::vector<lan_client::request> requests,
                                         bool need_key = true);
 
@@ -95,9 +98,13 @@ class session {
     gateway find_by_id(const std::string &id);
     gateway find_only();
     void require_key();
+    void require_shown_key(const std::vector<lan_client::request> &requests);
+    void warn_of_built_in_key();
     const std::string &local_key();
     [[nodiscard]] std::string elsewhere_hint() const;
     [[nodiscard]] std::string wrong_key_sentence();
+    [[nodiscard]] std::string deactivated_sentence();
+    [[nodiscard]] std::vector<lan_client::aes_key> usable_keys();
 
     const global_options &options_;
     console &out_;
@@ -106,6 +113,7 @@ class session {
     std::optional<gateway> chosen_;
     std::string file_mark_;
     std::unique_ptr<lan_client::client> client_;
+    bool warned_of_built_in_key_ = false;
 };
 
 } // namespace engr_app

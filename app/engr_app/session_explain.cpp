@@ -5,6 +5,7 @@
 #include "lan_client/frame_types.h"
 
 #include <string>
+#include <utility>
 
 namespace engr_app {
 namespace {
@@ -41,6 +42,20 @@ std::string session::wrong_key_sentence() {
                         "or --key-file";
 }
 
+std::string session::deactivated_sentence() {
+    return chosen_->name() +
+           " answers with the key that every app knows, although a local key was given: it was "
+           "deactivated or never activated, or something else answers in its place. Nothing was "
+           "sent with that key. If you know that the gateway is not activated, leave out the local "
+           "key, or give --accept-deactivated";
+}
+
+void session::warn_of_built_in_key() {
+    if (!std::exchange(warned_of_built_in_key_, true)) {
+        out_.notice(deactivated_sentence());
+    }
+}
+
 failure session::explain(const lan_client::error &problem) {
     const std::string name = chosen().name();
     const auto sentence = [&]() -> std::string {
@@ -70,9 +85,14 @@ failure session::explain(const lan_client::error &problem) {
                    "with --timeout";
         case error_kind::wrong_key:
             return wrong_key_sentence();
+        case error_kind::deactivated:
+            return deactivated_sentence();
         case error_kind::damaged:
             return "the answer of " + name + " arrived damaged (" + problem.detail +
                    "): try again; if it stays so, gateway and program compute the CRC differently";
+        case error_kind::queue_full:
+            return name + " does not take what it is sent, and too much waits already: give it "
+                          "less at once, or try again when it is less busy";
         case error_kind::too_large:
             return "the request is too long: a gateway takes at most " +
                    std::to_string(lan_client::max_request_payload_bytes) + " bytes";

@@ -184,7 +184,7 @@ class comparison {
 } // namespace
 
 json read_site_reports(const std::string &path) {
-    const json content = parse_json(file_text(path));
+    const json content = parse_json(file_text(path), any_number_of_values);
     json reports = json::array();
     if (!content.is_array()) {
         reports.push_back(content);

@@ -4,13 +4,11 @@
 #include "session.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 namespace engr_app {
 namespace {
-
-// Each has a thread and a connection of its own.
-constexpr std::size_t most_targets = 256;
 
 // Ids come from the network and must not choose a path.
 std::string file_mark_of(const gateway &found) {
@@ -30,6 +28,7 @@ target present_target(const gateway &found) {
     return {found.label(), file_mark_of(found), found, {}};
 }
 
+// One for each address: several ids there are the same gateway, or none.
 std::vector<target> all_targets(session &searching) {
     const std::string &interface_name = searching.options().interface_name;
     searching.out().progress("listening for gateways on " + interface_name + " ...");
@@ -37,12 +36,26 @@ std::vector<target> all_targets(session &searching) {
     if (heard.announcements.empty()) {
         throw not_found(heard, "", interface_name);
     }
+    const auto &keys = searching.options().keys;
     std::vector<target> targets;
+    std::map<std::string, std::size_t> at_place;
     for (const lan_client::announcement &said : heard.announcements) {
-        targets.push_back(present_target(from_announcement(said)));
+        target one = present_target(from_announcement(said));
+        const auto [known, is_new] = at_place.emplace(one.found->place(), targets.size());
+        if (is_new) {
+            targets.push_back(std::move(one));
+        } else if (keys.contains(said.id) && !keys.contains(targets[known->second].label)) {
+            targets[known->second] = std::move(one);
+        }
     }
     searching.out().notice(std::to_string(targets.size()) + " gateway(s) found on " +
                            interface_name);
+    if (const std::size_t more = heard.announcements.size() - targets.size(); more > 0) {
+        searching.out().notice(std::to_string(more) +
+                               " more id(s) are announced from addresses of these gateways and "
+                               "left out: a gateway has one id, and anybody can announce any; "
+                               "engr_app discover lists them");
+    }
     return targets;
 }
 
@@ -88,11 +101,6 @@ std::vector<target> named_targets(session &searching) {
 std::vector<target> find_targets(session &searching) {
     std::vector<target> targets =
         searching.options().all ? all_targets(searching) : named_targets(searching);
-    if (targets.size() > most_targets) {
-        throw failure("too_many", std::to_string(targets.size()) +
-                                      " gateways are too many at once: name at most " +
-                                      std::to_string(most_targets) + " with --gateway");
-    }
     // One gateway may be named twice, by its id and by its address, and two may claim one id.
     std::set<std::string> places;
     std::set<std::string> labels;

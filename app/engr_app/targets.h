@@ -19,7 +19,7 @@ struct target {
 };
 
 /// All gateways that announce themselves, or those that the options name; listens when it has to.
-/// Throws a failure when there is none to be found at all, or there are too many.
+/// Throws a failure when there is none to be found at all.
 [[nodiscard]] std::vector<target> find_targets(session &searching);
 
 } // namespace engr_app

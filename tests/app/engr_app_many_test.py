@@ -117,9 +117,11 @@ class ManyGatewaysTest(unittest.TestCase):
                 self.assertEqual("3 gateway(s) found" in err, "--all" in choice)
                 self.assertNotIn("read by others", err)
             self.assertEqual(with_keys(lines, "--gateway", "127.60.3.2")[1].splitlines()[1:], ["of-gw2\tp|1\toffline"])
-            code, out, err = run("devices", "--timeout", "1", "--all", "--local-key", LOCAL_KEY)
-            self.assertEqual((code, out.splitlines()[1:]), (1, [rows[0], rows[2]]))
-            self.assertIn("gw2: ", err)
+            for more, wanted in [([], rows[:1]), (["--accept-deactivated"], [rows[0], rows[2]])]:
+                code, out, err = run("devices", "--timeout", "1", "--all", "--local-key", LOCAL_KEY, *more)
+                self.assertEqual((code, out.splitlines()[1:]), (1, wanted))
+                self.assertIn("gw2: ", err)
+                self.assertEqual("gw3: " in err, not more, "a key given is the only one used")
             for text, word in [("gw1 short", "line 1"), ("gw1 a\ngw2 b", "line 1"), ('{"gw1": 5}', "gateway gw1"),
                                (lines + lines, "line 5"), ("{", "JSON"), ("", "no key")]:
                 code, _, err = with_keys(text, "--all")
@@ -129,6 +131,17 @@ class ManyGatewaysTest(unittest.TestCase):
             code, _, err = with_keys(lines, "--gateway", "gw1", "--gateway", "gw-nowhere")
             self.assertEqual(code, 1)
             self.assertIn("gateway gw-nowhere was not heard", err)
+
+    @unittest.skipUnless(ALONE, "needs a network of its own, where no other gateway is found")
+    def test_false_announcements_do_not_keep_anybody_from_working_with_all(self):
+        Gateway(FIRST, "127.60.4.1", 6668)
+        false = {f"false{number}": (f"127.60.5.{number % 250}", 0) for number in range(300)}
+        also = {f"also{number}": ("127.60.4.1", 0) for number in range(20)}
+        with announced(a_first=("127.60.4.1", 0), **false, **also):
+            code, out, err = run("devices", "--all", "--timeout", "2")
+        self.assertEqual(code, 1, "nobody answers at the false addresses")
+        self.assertEqual(out.splitlines()[1:], ["a_first\ta1\tp|1\toffline", "a_first\tb2\tp|1\tonline"], err)
+        self.assertIn("251 gateway(s) found", err)
 
     def test_each_gateway_has_a_bar_of_its_own_on_a_terminal(self):
         names = [Gateway(FIRST, address).name for address in ("127.60.4.1", "127.60.4.2")]

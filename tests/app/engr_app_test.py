@@ -101,6 +101,36 @@ class OneGatewayTest(unittest.TestCase):
             self.assertNotIn("hush", shown)
             self.assertNotIn(LOCAL_KEY, shown)
 
+    def test_a_key_given_is_the_only_one_used_unless_the_user_says_otherwise(self):
+        text, known = b'{"token":"hush"}', []
+
+        def deactivated(connection):
+            for number, kind, payload in requests(connection):
+                known.append(payload == encrypt(KEYS[3], text))
+                ret, said = (0, b"") if known[-1] else (1, b"parse data error")
+                connection.sendall(frame(number, kind, ret, encrypt(KEYS[3], said) if said else b""))
+        environment = {"ENGR_LOCAL_KEY": LOCAL_KEY, "ENGR_TOKEN": "hush"}
+        kind, message = self.failing(deactivated, "token", environment=environment)
+        self.assertEqual((kind, known), ("deactivated", [False]), "a token must not be read with the built-in key")
+        self.assertIn("--accept-deactivated", message)
+        known.clear()
+        code, _, err = run("token", "--gateway", Gateway(deactivated).name, "--accept-deactivated",
+                           environment=environment)
+        self.assertEqual((code, known), (0, [False, True]), err)
+
+    def test_no_secret_goes_out_under_the_built_in_key_to_a_gateway_that_uses_its_own(self):
+        kinds = []
+
+        def activated(connection):
+            for number, kind, _ in requests(connection):
+                kinds.append(kind)
+                connection.sendall(frame(number, kind, 0, encrypt(LOCAL_KEY.encode(), b'{"channel":15}')))
+        for verb in (["token", "hush"], ["wifi", "net", "--open"], ["raw", "12", '{"token":"hush"}']):
+            kind, message = self.failing(activated, *verb)
+            self.assertEqual((kind, kinds), ("wrong_key", [253]), verb)
+            self.assertIn("--local-key", message)
+            kinds.clear()
+
     def test_watch_survives_a_restart_and_says_so(self):
         report = [b'{"cid":"a1","dps":{"1":true}}', b'{"cid":"a1","dps":{"1":false}}']
 

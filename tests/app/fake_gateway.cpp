@@ -53,7 +53,9 @@ struct fake_gateway::state : std::enable_shared_from_this<state> {
             if (!self->owner->full) {
                 self->peer = std::move(accepted);
                 self->received.clear();
-                self->read();
+                if (!self->owner->deaf) {
+                    self->read();
+                }
             }
             self->accept();
         });

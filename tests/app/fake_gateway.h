@@ -29,6 +29,7 @@ class fake_gateway {
 
     std::function<void(const seen_request &)> on_request = [](const seen_request &) {};
     bool full = false; ///< closes every new connection at once
+    bool deaf = false; ///< reads nothing from new connections
     int connections = 0;
 
     [[nodiscard]] std::uint16_t port() const;

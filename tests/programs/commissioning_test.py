@@ -86,7 +86,7 @@ class Commissioning(unittest.TestCase):
         with Gateway(site=DEVICES) as gateway:
             gateway.ctl("set", "local_key", LOCAL_KEY)
             gateway.ctl("set", "active_stat", "2")
-            command = ["engr_app", "--gateway", gateway.address, "--json"]
+            command = ["engr_app", "--gateway", gateway.address, "--json", "--accept-deactivated"]
             watcher = subprocess.Popen([*command, "watch"], env=environment(LOCAL_KEY), text=True,
                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
             while gateway.status()["clients"] == 0:
