@@ -81,6 +81,8 @@ LINE_RULES = (
     ("developer_path", ANY, "raw", r"(?<![\w.])/(home|root|Users|work)/", "name no path of one machine"),
     ("outside_address", r"^(?!.*\.json$)", "raw", r"https?://(?!(www\.)?example\.)",
      "the project needs no address of the web"),
+    ("tag_inside_line", r"^(platform|svc_engineering_mode)/.*" + CXX, "raw", r"[^\s/*].*@(param|return)\b",
+     "begin a line with the tag"),
     ("tab", ANY, "raw", r"\t", "indent with blanks"),
     ("trailing_blank", ANY, "raw", r"[ \r]+$", "delete the blanks at the end"),
     ("long_line", CXX, "raw", r"^.{101}", "break the line at 100 columns"),
@@ -276,6 +278,8 @@ def self_test():
         ("disabled_code", agent, top + "// send(frame);\n"),
         ("developer_path", "docs/a.md", "# A\n\nlies in /ho" "me/me/a\n"),
         ("outside_address", "cmake/a.cmake", "# Purpose: ht" "tp://host/\n"),
+        ("tag_inside_line", header, top + "#pragma once\n/** Sends. @return 0 */\nint send();\n"),
+        ("tag_inside_line", header, top + "#pragma once\n/**\n * @param a  one @param b  two\n */\n"),
         ("tab", agent, top + "\tint a;\n"),
         ("trailing_blank", agent, top + "int a; \n"),
         ("long_line", agent, top + "//" + "x" * 99 + "\n"),
@@ -291,7 +295,8 @@ def self_test():
              AGENT + "command/c.h": top + "#pragma once\n", AGENT + "upgrade/u.h": top + "#pragma once\n",
              AGENT + "clients/l.h": top + "#pragma once\n", CONTRACTS + "platform/log.h": top + "#pragma once\n",
              PUBLIC + "engr_lan_agent.h": top + "#pragma once\n#ifdef __cplusplus\n#endif\n"}
-    sound = (top + '#include "transport/a.h"\n\n#include "clients/l.h"\n#include "platform/log.h"\n#include <cstring>\n'
+    sound = (top + '#include "transport/a.h"\n\n/**\n * @param a  one\n * @return two\n */\n/** @return 0 */\n'
+             '#include "clients/l.h"\n#include "platform/log.h"\n#include <cstring>\n'
              '/* free(p); new */\nconst char *t = "throw new std::string";\nstruct s { s(const s &) = delete; };\n'
              "void f() { assert(a == b && c <= d); g(new (room) int, 1'000, '\"'); }\n")
     failures = []

@@ -17,13 +17,17 @@ class callback_context {
     /**
      * @param name  name of the thread
      * @param loop  what it runs: until stopping(), waits on changed() and runs callbacks with
-     * run_callback
+     *     run_callback
      */
     callback_context(const char *name, void (*loop)(std::unique_lock<std::mutex> &lock));
 
     [[nodiscard]] std::unique_lock<std::mutex> lock() { return std::unique_lock(mutex_); }
 
-    /** Starts the thread when it does not run. @return 0, or a negative code */
+    /**
+     * Starts the thread when it does not run.
+     *
+     * @return 0, or a negative code
+     */
     int32_t start(std::unique_lock<std::mutex> &lock);
     /** Ends the thread; what its callback waits in ends at once. The lock is given up meanwhile. */
     void stop(std::unique_lock<std::mutex> &lock);

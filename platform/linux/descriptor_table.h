@@ -44,7 +44,11 @@ socket_ref find_socket(int32_t descriptor);
 /** The same, and takes the number out of use. */
 socket_ref take_socket(int32_t descriptor);
 
-/** Sets the calling thread's error code. @return -1 */
+/**
+ * Sets the calling thread's error code.
+ *
+ * @return -1
+ */
 int32_t fail(int32_t code);
 /** Sets it to what errno says, or to KELO_ERR_BAD_SOCKET when the socket was closed meanwhile.
  * @return -1 */

@@ -29,7 +29,11 @@ class send_order {
     send_turn take_turn(int fd, monotonic_clock::time_point start);
     /** Tells the waiting that the one whose turn it is gets on. */
     void note_progress(monotonic_clock::time_point now);
-    /** Gives the turn back. @param broken  a buffer went out in part: nobody may send any more */
+    /**
+     * Gives the turn back.
+     *
+     * @param broken  a buffer went out in part: nobody may send any more
+     */
     void end_turn(bool broken);
     /** Ends sending for good; the waiting fail. */
     void end_sending();

@@ -22,7 +22,7 @@ enum class wait_end { ready, timed_out, stopped, failed };
  * to stop.
  *
  * @param watched  what to wait for; the last entry belongs to this function, which puts the
- * thread's stop event there
+ *     thread's stop event there
  */
 wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadline);
 

@@ -51,8 +51,8 @@ enum {
  *
  * @param mode  one of ENGR_MODE_...; fixed until the agent is stopped
  * @return 0 started (or already started); -3 no memory; -1 no watchdog timer, or called from inside
- * a callback while the agent stops; else the code of the platform call that failed. After a failure
- * the agent is not started.
+ *     a callback while the agent stops; else the code of the platform call that failed. After a
+ *     failure the agent is not started.
  */
 int32_t engr_lan_pro_cntl_init(int32_t mode);
 
@@ -105,16 +105,27 @@ int32_t engr_lan_data_report_cb(uint32_t fr_type, uint32_t ret, const void *data
  * @param data  the block, copied
  * @param len   its size, text and NUL included
  * @return 0 queued; -940 no app is connected; -2 data is null or too short to be a block; else the
- * message bus's code
+ *     message bus's code
  */
 int32_t engr_lan_dp_sata_report(const lan_dp_report_t *data, uint32_t len);
 
-/** Tells that a sub-device was bound. @return as engr_lan_data_report_cb; -2 when an argument is
- * null */
+/**
+ * Tells that a sub-device was bound.
+ *
+ * @return as engr_lan_data_report_cb; -2 when an argument is null
+ */
 int32_t engr_lan_sub_dev_bind_report(const char *cid, const char *pid);
-/** Tells that a sub-device was unbound. @return as engr_lan_data_report_cb; -2 when cid is null */
+/**
+ * Tells that a sub-device was unbound.
+ *
+ * @return as engr_lan_data_report_cb; -2 when cid is null
+ */
 int32_t engr_lan_sub_dev_unbind_report(const char *cid);
-/** Tells that the gateway was deactivated. @return as engr_lan_data_report_cb */
+/**
+ * Tells that the gateway was deactivated.
+ *
+ * @return as engr_lan_data_report_cb
+ */
 int32_t engr_lan_gw_unactive_report(void);
 
 /* ---- frame types of other modules ---- */
@@ -123,7 +134,7 @@ int32_t engr_lan_gw_unactive_report(void);
  * Handles one frame. Called on the server task.
  *
  * @param root  the parsed request; the handler's own when it returns 0 (released with cJSON_Delete,
- * then or later), else not
+ *     then or later), else not
  * @return 0 = done: the app gets an empty success; else it is told that the handler failed
  */
 typedef int (*lan_protocol_cb_t)(cJSON *root);
@@ -148,7 +159,7 @@ int32_t engr_lan_protocol_register_cb(int32_t frame_type, lan_protocol_cb_t hand
  * @param buffer_size  its size, at least needed
  * @param needed       bytes wanted
  * @return needed when they were read; -1 buffer is null or too small, or needed is above 2^31 - 1;
- * -2 they could not all be read
+ *     -2 they could not all be read
  */
 int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_size,
                               uint32_t needed);
@@ -169,12 +180,12 @@ int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_s
  * @param get_file_cb   takes each chunk
  * @param cb_arg        handed back to both callbacks
  * @param ug_notify_cb  told the outcome of this transfer, at most once. Not told when the transfer
- * is replaced, when get_file_cb itself failed, when engr_lan_gw_subdevice_update ended it first, or
- * when no thread could be started to tell it.
+ *     is replaced, when get_file_cb itself failed, when engr_lan_gw_subdevice_update ended it
+ *     first, or when no thread could be started to tell it.
  * @param rpt_percent   non-zero: every connected app is told the progress after each chunk
  * @param chunk_size    most bytes asked for at once; 0 means 524288
  * @return 0 started, whether or not the app could be asked; -2 firmware or a callback is null; -1
- * the agent was never started, or was stopped with no upgrade under way
+ *     the agent was never started, or was stopped with no upgrade under way
  */
 int32_t lan_gw_start_upgrade(const char *dev_id, const lan_fw_info_t *firmware,
                              get_file_cb_t get_file_cb, void *cb_arg, ug_notify_cb_t ug_notify_cb,
@@ -188,7 +199,7 @@ int32_t lan_gw_start_upgrade(const char *dev_id, const lan_fw_info_t *firmware,
  *
  * @param firmware_type, result, reserved  not read
  * @return as engr_lan_data_report_cb; -2 dev_id or sw_ver is null; -901 no such device, the upgrade
- * goes on without its watchdog
+ *     goes on without its watchdog
  */
 int32_t engr_lan_gw_subdevice_update(const char *dev_id, const char *sw_ver, uint32_t firmware_type,
                                      uint32_t result, uint32_t reserved);
@@ -221,7 +232,7 @@ typedef int (*lan_ap_cfg_finish_cb_t)(const char *ssid, const char *passwd, cons
  * finish_cb the listener can be stopped and started anew, unless another thread is stopping it.
  *
  * @return 0 started, or set up before; -3 finish_cb is null, or no memory; -1 a socket call failed,
- * or another thread is stopping the listener that called finish_cb; else the thread's code
+ *     or another thread is stopping the listener that called finish_cb; else the thread's code
  */
 int32_t engr_lan_ap_nw_cfg_start(lan_ap_cfg_finish_cb_t finish_cb);
 

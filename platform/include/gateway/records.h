@@ -47,27 +47,52 @@ typedef struct dev_cntl {
     int8_t excluded;        /**< non-zero: left out of the device list and of the online lists */
 } dev_cntl_t;
 
-/** Offers a gateway firmware. @param firmware  valid during the call @return 0 = the upgrade
- * service takes it */
+/**
+ * Offers a gateway firmware.
+ *
+ * @param firmware  valid during the call
+ * @return 0 = the upgrade service takes it
+ */
 typedef int32_t (*gw_lan_ug_cb_t)(struct lan_fw_info *firmware);
-/** Offers a sub-device firmware. @param dev_id  the device @return 0 = the upgrade service takes it
+/**
+ * Offers a sub-device firmware.
+ *
+ * @param dev_id  the device
+ * @return 0 = the upgrade service takes it
  */
 typedef int32_t (*dev_lan_ug_cb_t)(const char *dev_id, struct lan_fw_info *firmware);
-/** Fills in the path of the finished log file to upload. @param size  usable bytes of path, NUL
- * included. The path must mean nothing to a shell: the file is removed by a shell command. @return
- * 0 = filled in */
+/**
+ * Fills in the path of the finished log file to upload.
+ *
+ * @param size  usable bytes of path, NUL included. The path must mean nothing to a shell: the file
+ *     is removed by a shell command.
+ * @return 0 = filled in
+ */
 typedef int32_t (*get_log_path_cb_t)(char *path, uint32_t size);
-/** Takes over newly downloaded configuration. @return 0 = done */
+/**
+ * Takes over newly downloaded configuration.
+ *
+ * @return 0 = done
+ */
 typedef int32_t (*sync_config_cb_t)(void);
 /** Told that engineering has ended. May stop the agent. */
 typedef void (*engr_end_notify_cb_t)(void);
-/** Opens or closes joining. @param kind  kind of joining @param enable  false closes @param time_s
- * for how long
- *  @return 1 = done */
+/**
+ * Opens or closes joining.
+ *
+ * @param kind  kind of joining
+ * @param enable  false closes
+ * @param time_s  for how long
+ * @return 1 = done
+ */
 typedef int32_t (*permit_join_cb_t)(uint8_t kind, bool enable, uint32_t time_s);
 /** Told that a sub-device is about to be deleted. */
 typedef void (*dev_delete_notify_cb_t)(const char *dev_id);
-/** Executes a scene of a group. @return 0 = done */
+/**
+ * Executes a scene of a group.
+ *
+ * @return 0 = done
+ */
 typedef int32_t (*scene_exec_cb_t)(int32_t mode, const char *dev_id, const char *gid,
                                    const char *sid);
 

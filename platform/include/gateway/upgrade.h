@@ -30,7 +30,7 @@ typedef struct lan_fw_info {
  * @param data             the bytes, valid during the call
  * @param length           their number
  * @param[out] remain_len  number of trailing bytes of the chunk that were not taken and are wanted
- * again; preset to 0
+ *     again; preset to 0
  * @param cb_arg           the service's own
  * @return 0 = taken; anything else fails the upgrade
  */
@@ -42,7 +42,7 @@ typedef int (*get_file_cb_t)(lan_fw_info_t *firmware, uint32_t total_size, uint3
  * Tells the outcome, on the upgrade worker, the timer context or the server task.
  *
  * @param result  0: the whole image has been received, the upgrade may proceed and is carried out
- * in this call; 1: the upgrade failed or was abandoned
+ *     in this call; 1: the upgrade failed or was abandoned
  * @return not used
  */
 typedef int (*ug_notify_cb_t)(lan_fw_info_t *firmware, int result, void *cb_arg);

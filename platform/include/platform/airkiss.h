@@ -30,8 +30,12 @@ int32_t get_wf_gw_nw_status(uint8_t *status);
 /** @return 1 when the gateway is active for AirKiss discovery, else another value */
 int32_t get_ak_active_status(void);
 
-/** Tells the phone that network configuration has finished. @param random  the random byte of that
- * configuration @return 0, or another code */
+/**
+ * Tells the phone that network configuration has finished.
+ *
+ * @param random  the random byte of that configuration
+ * @return 0, or another code
+ */
 int32_t ak_lan_nwc_fin_inform(uint8_t random);
 
 /**
@@ -43,7 +47,11 @@ int32_t ak_lan_nwc_fin_inform(uint8_t random);
  */
 int32_t ak_lan_disc_init(const char *identity1, const char *identity2);
 
-/** Sends the prepared discovery packet. @return 0, or another code */
+/**
+ * Sends the prepared discovery packet.
+ *
+ * @return 0, or another code
+ */
 int32_t ak_lan_disc_pack_send(void);
 
 #ifdef __cplusplus

@@ -19,9 +19,9 @@ enum {
  * @param input               bytes to encrypt; may be null when input_length is 0
  * @param input_length        their number, below 2^32 - 16
  * @param[out] output         on success a buffer of Malloc, released by the caller with Free; else
- * unchanged
+ *     unchanged
  * @param[out] output_length  on success its size: input_length rounded up to the next larger
- * multiple of 16
+ *     multiple of 16
  * @param key                 16 bytes
  * @return 0; -2 a required argument is absent or too long; -3 no memory
  */
@@ -34,11 +34,11 @@ int32_t aes128_ecb_encode(const uint8_t *input, uint32_t input_length, uint8_t *
  * @param input               ciphertext
  * @param input_length        its size; 0 or no multiple of 16 is an error
  * @param[out] output         on success a buffer of Malloc with the plaintext and one 0 byte behind
- * it, released by the caller with Free; else unchanged
+ *     it, released by the caller with Free; else unchanged
  * @param[out] output_length  on success the size of the plaintext without that 0 byte
  * @param key                 16 bytes
  * @return 0; -2 a required argument is absent; -3 no memory; -4 empty or ragged ciphertext; -5 the
- * padding is wrong
+ *     padding is wrong
  */
 int32_t aes128_ecb_decode(const uint8_t *input, uint32_t input_length, uint8_t **output,
                           uint32_t *output_length, const uint8_t *key);

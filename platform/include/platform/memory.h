@@ -13,7 +13,7 @@ extern "C" {
  *
  * @param size  bytes wanted; 0 gives a block that can be released but not used
  * @return the block, aligned for any type and not cleared, owned by the caller until Free; null
- * when there is no memory
+ *     when there is no memory
  */
 void *Malloc(size_t size);
 

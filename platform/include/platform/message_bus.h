@@ -35,7 +35,7 @@ enum { CMMOD_NO_MESSAGE_ID = 0xFFFF };
  *
  * @param callback         called for each message posted under the new id
  * @param[out] message_id  the new id on success, else unchanged; never CMMOD_NO_MESSAGE_ID. Ids of
- * ended registrations come back late.
+ *     ended registrations come back late.
  * @return 0, or a negative code
  */
 int32_t cmmod_reg_msgcb(cmmod_callback_t callback, uint16_t *message_id);

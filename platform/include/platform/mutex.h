@@ -25,7 +25,7 @@ int32_t kelo_hal_mutex_create_init(kelo_mutex_t *mutex);
  *
  * @param mutex  a living mutex that the calling thread does not hold; null does nothing
  * @return 0. REQUIRED of a port: the lock of a living mutex never fails. A negative code tells
- * wrong use and nothing else (the caller holds the mutex already)
+ *     wrong use and nothing else (the caller holds the mutex already)
  */
 int32_t kelo_hal_mutex_lock(kelo_mutex_t mutex);
 
@@ -34,7 +34,7 @@ int32_t kelo_hal_mutex_lock(kelo_mutex_t mutex);
  *
  * @param mutex  a mutex that the calling thread holds; null does nothing
  * @return 0. REQUIRED of a port: the unlock of a mutex that the caller holds never fails. A
- * negative code tells wrong use and nothing else
+ *     negative code tells wrong use and nothing else
  */
 int32_t kelo_hal_mutex_unlock(kelo_mutex_t mutex);
 

@@ -69,19 +69,23 @@ int32_t kelo_hal_net_fd_isset(int32_t descriptor, const kelo_fd_set_t *set);
  *
  * @param descriptor_count  only descriptors below this number are watched
  * @param read_set          ready when a receive or accept would not wait (data, end of stream,
- * error); or null
+ *     error); or null
  * @param write_set         ready when a send would not wait; or null
  * @param exception_set     ready when urgent data has come; or null
  * @param milliseconds      longest wait
  * @return the number of members left in all sets; 0 when the time is over; negative on failure: a
- * watched descriptor is unknown or was closed meanwhile, or the calling thread was told to stop
+ *     watched descriptor is unknown or was closed meanwhile, or the calling thread was told to stop
  */
 int32_t kelo_hal_net_select(int32_t descriptor_count, kelo_fd_set_t *read_set,
                             kelo_fd_set_t *write_set, kelo_fd_set_t *exception_set,
                             uint32_t milliseconds);
 
-/** Creates a socket, in blocking mode. @param kind  KELO_SOCKET_TCP or KELO_SOCKET_UDP @return a
- * descriptor above 0, or negative */
+/**
+ * Creates a socket, in blocking mode.
+ *
+ * @param kind  KELO_SOCKET_TCP or KELO_SOCKET_UDP
+ * @return a descriptor above 0, or negative
+ */
 int32_t kelo_hal_net_socket_create(int32_t kind);
 
 /**
@@ -100,14 +104,30 @@ int32_t kelo_hal_net_close(int32_t descriptor);
  */
 int32_t kelo_hal_net_shutdown(int32_t descriptor);
 
-/** Sets a buffer's size in bytes. @param kind  KELO_BUFFER_SEND; other kinds are refused @return 0,
- * or negative */
+/**
+ * Sets a buffer's size in bytes.
+ *
+ * @param kind  KELO_BUFFER_SEND; other kinds are refused
+ * @return 0, or negative
+ */
 int32_t kelo_hal_net_set_bufsize(int32_t descriptor, uint32_t size, int32_t kind);
-/** Lets a local address be bound again at once after use. @return 0, or negative */
+/**
+ * Lets a local address be bound again at once after use.
+ *
+ * @return 0, or negative
+ */
 int32_t kelo_hal_net_set_reuse(int32_t descriptor);
-/** Keeps the socket out of programs that the process starts. @return 0, or negative */
+/**
+ * Keeps the socket out of programs that the process starts.
+ *
+ * @return 0, or negative
+ */
 int32_t kelo_hal_net_set_cloexec(int32_t descriptor);
-/** Allows broadcasts. @return 0, or negative */
+/**
+ * Allows broadcasts.
+ *
+ * @return 0, or negative
+ */
 int32_t kelo_hal_net_set_boardcast(int32_t descriptor);
 /** Sets blocking (true) or non-blocking mode for receives and accepts. Sends keep their own rule.
  * @return 0, or negative */
@@ -127,10 +147,17 @@ int32_t kelo_hal_net_set_keepalive(int32_t descriptor, bool on, uint32_t idle_s,
 /** Binds to an address (host byte order, KELO_ADDRESS_ANY for any that the port serves) and a port.
  * @return 0, or negative */
 int32_t kelo_hal_net_bind(int32_t descriptor, uint32_t address, uint16_t port);
-/** Binds to a local address given as dotted decimal, at a port of the port's choice. @return 0, or
- * negative */
+/**
+ * Binds to a local address given as dotted decimal, at a port of the port's choice.
+ *
+ * @return 0, or negative
+ */
 int32_t kelo_hal_net_socket_bind(int32_t descriptor, const char *address);
-/** Makes a bound TCP socket listen. @return 0, or negative */
+/**
+ * Makes a bound TCP socket listen.
+ *
+ * @return 0, or negative
+ */
 int32_t kelo_hal_net_listen(int32_t descriptor, int32_t backlog);
 
 /**
@@ -150,7 +177,7 @@ int32_t kelo_hal_net_accept(int32_t descriptor, uint32_t *address, uint16_t *por
  * thread at a time may receive on a socket.
  *
  * @return the number of bytes; 0 when the peer has closed (code KELO_ERR_PEER_CLOSED); negative on
- * failure
+ *     failure
  */
 int32_t kelo_hal_net_recv(int32_t descriptor, void *buffer, uint32_t length);
 
@@ -174,7 +201,12 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
  */
 int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t length);
 
-/** Sends one datagram. @param address  host byte order @return the number of bytes, or negative */
+/**
+ * Sends one datagram.
+ *
+ * @param address  host byte order
+ * @return the number of bytes, or negative
+ */
 int32_t kelo_hal_net_send_to(int32_t descriptor, const void *buffer, uint32_t length,
                              uint32_t address, uint16_t port);
 

@@ -12,7 +12,7 @@ extern "C" {
  *
  * @param text       NUL-terminated text
  * @param start      0: the search covers the whole text from its end; n: the last n characters are
- * left out
+ *     left out
  * @param character  what to look for
  * @return its index, or -1 when there is none or text is null
  */

@@ -22,7 +22,7 @@ enum { SYS_TIMER_ONE_SHOT = 0, SYS_TIMER_PERIODIC = 1 };
  * @param callback       called at expiry; required
  * @param argument       handed to the callback
  * @param[out] timer_id  the new id on success, else unchanged. Ids of deleted timers come back
- * late.
+ *     late.
  * @return 0, or a negative code
  */
 int32_t sys_add_timer(sys_timer_callback_t callback, void *argument, uint16_t *timer_id);

@@ -18,7 +18,11 @@ enum { WF_WORK_MODE_ACCESS_POINT = 4 };
  */
 int32_t wf_wk_mode_get(uint32_t *mode);
 
-/** Shuts the access point down. Any thread; may block for seconds. @return 0, or another code */
+/**
+ * Shuts the access point down. Any thread; may block for seconds.
+ *
+ * @return 0, or another code
+ */
 int32_t wf_ap_stop(void);
 
 /**

@@ -122,10 +122,18 @@ class call {
     /** Adds the bytes that went in or out to the trace. */
     void note(const void *bytes, size_t length);
     void note(std::string_view text) { note(text.data(), text.size()); }
-    /** Ends the call: others may notice its effect now. @return result */
+    /**
+     * Ends the call: others may notice its effect now.
+     *
+     * @return result
+     */
     int64_t end(int64_t result);
     int32_t done(int64_t result) { return static_cast<int32_t>(end(result)); }
-    /** Ends the call with an error code of sockets. @return -1 */
+    /**
+     * Ends the call with an error code of sockets.
+     *
+     * @return -1
+     */
     int32_t net_error(int32_t code);
 
   private:

@@ -32,7 +32,7 @@ class chooser {
     /**
      * @param count      candidates, at least 2
      * @param preempted  whether the first one is the running thread, so that choosing another
-     * preempts it
+     *     preempts it
      * @return index of the one to go on
      */
     virtual size_t choose(size_t count, bool preempted) = 0;

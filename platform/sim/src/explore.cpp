@@ -36,7 +36,11 @@ struct run_request {
     bool is_search = true;
 };
 
-/** Runs a story once. @param[out] fine  whether it had no problem and passed the check */
+/**
+ * Runs a story once.
+ *
+ * @param[out] fine  whether it had no problem and passed the check
+ */
 run_result run_once(run_request request, const story &told, bool &fine) {
     run_result result;
     result.seed = request.chosen.seed;

@@ -76,7 +76,7 @@ struct selection {
         });
         return ready;
     }
-    /** Keeps only what is ready. @return how many those are */
+    /** Keeps only what is ready. Returns how many those are. */
     int32_t cut_down() {
         kelo_fd_set_t kept[3] = {};
         each([&](size_t kind, int32_t descriptor) {

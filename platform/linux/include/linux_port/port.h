@@ -30,7 +30,7 @@ struct network_config {
  * Sets the network. Call it before the first socket is created, on one thread.
  *
  * @return false, and nothing is changed, when any_address is no IPv4 address or the interface's
- * name is too long
+ *     name is too long
  */
 [[nodiscard]] bool configure_network(const network_config &config);
 

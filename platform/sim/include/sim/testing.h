@@ -99,8 +99,11 @@ inline void expect_all_schedules(const story &told, search_bounds bounds = {},
         << "not all schedules tried after " << found.runs << " runs";
 }
 
-/** The story holds whichever single call of the operation fails. @return how many runs met the
- * fault */
+/**
+ * The story holds whichever single call of the operation fails.
+ *
+ * @return how many runs met the fault
+ */
 inline uint64_t expect_survives_each_failure(std::string_view operation, const story &told,
                                              const nth_failure_options &failing = {},
                                              const options &chosen = {}) {

@@ -9,9 +9,11 @@
  *     engr_lan_pro_cntl_init(0);                      // starts simulated threads
  *     world.run_until_listening(6668);
  *     sim::peer app = world.connect(6668);            // the other end of a connection is the test
- * itself app.send(frame); std::string reply = app.receive(28);            // lets the others run,
- * and time pass, while it waits world.run_for(119'000); engr_lan_pro_cntl_exit(); world.finish();
- * // whatever is left over is a problem
+ *     app.send(frame);
+ *     std::string reply = app.receive(28);            // others run, time passes
+ *     world.run_for(119'000);
+ *     engr_lan_pro_cntl_exit();
+ *     world.finish();                                 // reports whatever is left over
  *
  * Threads are fibers of which one runs at a time. Every contract call, of main too, is a point at
  * which a chooser may let another thread go on. Time moves only when nobody can run, and then jumps
@@ -217,7 +219,7 @@ class world {
      * it was cleared.
      *
      * @param operation  name of the contract function, e.g. "Malloc"; an unknown one ends the
-     * process
+     *     process
      */
     fault_id fail(std::string_view operation, trigger when, failure how = {});
     /** Takes one fault away, reached or not. */

@@ -18,7 +18,11 @@
 void __lpc_add_socket(int32_t socket, uint32_t time);
 /** @return connections in the table, faulty ones included; 0 while the agent is not started */
 [[nodiscard]] int32_t __get_lpc_socket_num();
-/** Copies the descriptors in table order. @return how many; 0 while the agent is not started */
+/**
+ * Copies the descriptors in table order.
+ *
+ * @return how many; 0 while the agent is not started
+ */
 [[nodiscard]] int32_t __get_lpc_sockets(int32_t (&sockets)[lan_client_max]);
 /** Stamps a connection's activity time. An unknown socket changes nothing. */
 void __up_socket_time(int32_t socket, uint32_t time);
@@ -28,7 +32,11 @@ void __lpc_set_socket_fault(int32_t socket);
 [[nodiscard]] int32_t __get_lpc_sockets_fault(int32_t socket);
 /** @return connections that are not faulty; 0 while the agent is not started */
 [[nodiscard]] int32_t __get_lpc_valid_socket_num();
-/** Closes the connections that are faulty or were silent too long. @param now  POSIX seconds */
+/**
+ * Closes the connections that are faulty or were silent too long.
+ *
+ * @param now  POSIX seconds
+ */
 void __check_socket_tm(uint32_t now);
 /** Closes one connection and removes its slot. An unknown socket changes nothing. */
 void __lpc_close_socket(int32_t socket);

@@ -5,12 +5,18 @@
 
 #include <cstdint>
 
-/** Writes a downloaded file, creating or truncating it. @return 0 written in full; -1 otherwise,
- * what was written stays */
+/**
+ * Writes a downloaded file, creating or truncating it.
+ *
+ * @return 0 written in full; -1 otherwise, what was written stays
+ */
 [[nodiscard]] int32_t __lan_download_cfg(const char *path, const uint8_t *content, uint32_t length);
 
-/** Notes that engineering has got its configuration and has it taken over. @return 0, or the result
- * of the step that failed */
+/**
+ * Notes that engineering has got its configuration and has it taken over.
+ *
+ * @return 0, or the result of the step that failed
+ */
 [[nodiscard]] int32_t __lan_sync_config();
 
 /**

@@ -40,7 +40,7 @@ class id_list {
     void begin() { buffer_.get()[count_++] = '['; }
     [[nodiscard]] uint32_t count() const { return count_; }
     [[nodiscard]] bool has_margin() const { return size_ - count_ >= line_stat_margin; }
-    /** Appends one id; room for the NUL stays. @return false when it does not fit, nothing is
+    /** Appends one id; room for the NUL stays. Returns false when it does not fit, nothing is
      * written then */
     [[nodiscard]] bool add(const char *id) {
         const auto length = static_cast<uint32_t>(std::strlen(id)) + 3;
@@ -67,8 +67,8 @@ class id_list {
     uint32_t count_ = 0;
 };
 
-/** Walks the devices into the two lists. @return false when the room ran out; the app has been told
- * then */
+/** Walks the devices into the two lists. Returns false when the room ran out; the app has been told
+ * then. */
 bool fill_line_lists(const lan_request &request, uint32_t size, id_list &online, id_list &offline) {
     const gateway_text gw_id(&gw_cntl_t::gw_id);
     gw_cntl_t &gateway = *engr_get_gw_cntl();

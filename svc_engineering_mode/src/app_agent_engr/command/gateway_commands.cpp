@@ -26,16 +26,19 @@ void refuse_incomplete(const lan_request &request) {
     refuse(request.source, "data format error");
 }
 
-/** Opens or closes joining; a gateway that can't is content. @return false when it could not be set
- */
+/** Opens or closes joining; a gateway that can't is content. Returns false when it could not be
+ * set */
 bool permit_join(uint32_t type, uint32_t time_s) {
     const auto permit_join = gateway_field(&gw_cntl_t::permit_join);
     const auto kind = static_cast<uint8_t>(type + join_kind_offset);
     return permit_join == nullptr || permit_join(kind, time_s != 0, time_s) == join_set;
 }
 
-/** Enters the sub-devices of a binding request and initialises the gateway. @param[out] channel its
- * radio channel */
+/**
+ * Enters the sub-devices of a binding request and initialises the gateway.
+ *
+ * @param[out] channel  its radio channel
+ */
 int32_t __gw_user_token_bind(const char *payload, uint32_t length, int32_t &channel) {
     int32_t op_ret = gw_engineer_add_sub_dev_to_list(payload, length);
     if (op_ret != 0) {

@@ -90,7 +90,7 @@ bool is_id(const char *text) {
     return true;
 }
 
-/** Begins the upgrade and offers the image. @return why it fails, or null */
+/** Begins the upgrade and offers the image. Returns why it fails, or null. */
 reason start(const lan_request &request, const json_request &parsed) {
     upgrade_begin();
     const char *cid = parsed.text("cid");

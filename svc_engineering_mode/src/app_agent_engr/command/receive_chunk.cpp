@@ -78,7 +78,7 @@ void finish_transfer(lan_upg_mgr_t &manager, uint32_t total) {
     __lan_upgrade_nofity(manager, 0);
 }
 
-/** Asks for the next chunk. @return false when the upgrade has failed */
+/** Asks for the next chunk. Returns false when the upgrade has failed. */
 bool request_next(lan_upg_mgr_t &manager, uint32_t offset, uint32_t total) {
     const uint32_t size = std::min(manager.chunk_size, total - offset);
     const int32_t op_ret = chunk_request(manager.cid, offset, size).send();
@@ -91,7 +91,7 @@ bool request_next(lan_upg_mgr_t &manager, uint32_t offset, uint32_t total) {
     return true;
 }
 
-/** Takes one chunk of the open transfer. @return false when the upgrade has failed */
+/** Takes one chunk of the open transfer. Returns false when the upgrade has failed. */
 bool take_chunk(lan_upg_mgr_t &manager, const image_chunk &chunk) {
     const uint32_t total = manager.fw_info.file_size;
     if (chunk.offset > total || chunk.end() > UINT32_MAX) {

@@ -17,6 +17,9 @@ void log_op_ret(const lan_request &request, int32_t op_ret);
 /** A service that takes over a parsed request when, and only when, it returns 0. */
 using sf_service = int32_t (*)(sf_cmd_t *command);
 
-/** Gives a parsed request to a service. @return what the service returned; when 0 the request is no
- * longer ours */
+/**
+ * Gives a parsed request to a service.
+ *
+ * @return what the service returned; when 0 the request is no longer ours
+ */
 [[nodiscard]] int32_t hand_over(json_request &parsed, sf_service service);

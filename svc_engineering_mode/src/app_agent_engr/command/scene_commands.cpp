@@ -32,7 +32,7 @@ bool process_scene(const lan_request &request, const json_request &parsed) {
     return true;
 }
 
-/** Replaces the stored scene set by that of the request. @return 0, else the set is cleared */
+/** Replaces the stored scene set by that of the request. Returns 0, else the set is cleared. */
 int32_t replace_scene_set(int32_t total, int32_t modified, const json_request &parsed) {
     LAN_LOG(LOG_LEVEL_TRACE, "modify time not match. reset and download");
     engr_reset_scene_info_to_disk();
@@ -45,7 +45,7 @@ int32_t replace_scene_set(int32_t total, int32_t modified, const json_request &p
     return op_ret;
 }
 
-/** Does what a scene-linkage request asks for. @return why it can't be done, or null */
+/** Does what a scene-linkage request asks for. Returns why it can't be done, or null. */
 const char *process_scene_linkage(const json_request &parsed) {
     if (!parsed) {
         return "data format error";

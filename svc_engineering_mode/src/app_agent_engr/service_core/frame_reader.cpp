@@ -36,7 +36,7 @@ struct scan {
         frame_buffer; /**< set once a frame had to be completed; it is the last one of the read */
 };
 
-/** Reads the rest of a frame of total bytes that begins at the offset. @return false when the rest
+/** Reads the rest of a frame of total bytes that begins at the offset. Returns false when the rest
  * of the read is to be dropped */
 bool complete_frame(scan &read, uint64_t total) {
     if (total >= frame_size_limit) {
@@ -85,7 +85,7 @@ void handle_frame(const scan &read, const frame_start &start, uint8_t *frame) {
     __lan_protocol_process({read.socket, start.fr_num, start.fr_type}, payload, len);
 }
 
-/** Looks at the offset and moves it on. @return false when the rest of the read is to be dropped */
+/** Looks at the offset and moves it on. Returns false when the rest of the read is to be dropped */
 bool step(scan &read) {
     const frame_start start = read_frame_start(read.bytes + read.offset, read.size - read.offset);
     if (start.head != frame_head) {

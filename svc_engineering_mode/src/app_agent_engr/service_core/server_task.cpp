@@ -91,7 +91,7 @@ void restart(server &server) {
     server.state = server_state::wait_for_network;
 }
 
-/** Sets up what the cycle watches. @return false when the listening socket was closed under the
+/** Sets up what the cycle watches. Returns false when the listening socket was closed under the
  * server */
 bool begin_watch(watched &sockets, bool accepts) {
     sockets.listening = lpc_listening_socket();
@@ -132,7 +132,7 @@ void configure_client(int32_t client) {
     kelo_hal_net_set_block(client, false);
 }
 
-/** Takes a waiting connection. @return false when the cycle ends with it */
+/** Takes a waiting connection. Returns false when the cycle ends with it. */
 bool accept_client(server &server, const watched &sockets, uint32_t now) {
     uint32_t peer_address = 0;
     const int32_t client = kelo_hal_net_accept(sockets.listening, &peer_address, nullptr);

@@ -34,11 +34,18 @@ struct frame_start {
     [[nodiscard]] uint64_t total() const { return uint64_t{length} + frame_uncounted; }
 };
 
-/** Reads the first words. @param size  bytes available, at least frame_request_min */
+/**
+ * Reads the first words.
+ *
+ * @param size  bytes available, at least frame_request_min
+ */
 [[nodiscard]] frame_start read_frame_start(const uint8_t *bytes, uint32_t size);
 
-/** @return the last word of a frame. @param total  its size, at least frame_request_min, all of it
- * available */
+/**
+ * Reads the last word of a frame.
+ *
+ * @param total  its size, at least frame_request_min, all of it available
+ */
 [[nodiscard]] uint32_t read_frame_tail(const uint8_t *frame, uint32_t total);
 
 /**
@@ -47,13 +54,17 @@ struct frame_start {
  * @param data          len payload bytes; may be null when len is 0
  * @param[out] out_len  size of the frame
  * @return the frame, a block of Malloc for the caller to Free; null when there is no memory
- * (logged)
+ *     (logged)
  */
 [[nodiscard]] uint8_t *__mlp_gw_send_da(uint32_t fr_num, uint32_t fr_type, uint32_t ret,
                                         const uint8_t *data, uint32_t len, uint32_t *out_len);
 
-/** The same in segmented form. @param count  segments of the transfer @param seq  this segment,
- * from 1 */
+/**
+ * The same in segmented form.
+ *
+ * @param count  segments of the transfer
+ * @param seq    this segment, from 1
+ */
 [[nodiscard]] uint8_t *__mlp_gw_send_large_da(uint32_t fr_num, uint32_t fr_type, uint32_t ret,
                                               const uint8_t *data, uint32_t len, int32_t count,
                                               int32_t seq, uint32_t *out_len);

@@ -26,10 +26,17 @@ struct lan_request {
     [[nodiscard]] const char *text() const { return reinterpret_cast<const char *>(tmp_out); }
 };
 
-/** Answers with success and no payload. @return as __mlp_gw_tcp_send */
+/**
+ * Answers with success and no payload.
+ *
+ * @return as __mlp_gw_tcp_send
+ */
 int32_t reply_empty(const request_source &source);
-/** Answers with a NUL-terminated text, encrypted, sent without its NUL. @return as
- * __mlp_gw_tcp_send */
+/**
+ * Answers with a NUL-terminated text, encrypted, sent without its NUL.
+ *
+ * @return as __mlp_gw_tcp_send
+ */
 int32_t reply_text(const request_source &source, reply_code ret, const char *text);
 /** Answers with failure and a message. */
 void refuse(const request_source &source, const char *message);

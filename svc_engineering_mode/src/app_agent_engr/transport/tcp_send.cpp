@@ -40,7 +40,7 @@ struct built_frame {
     uint32_t size = 0;
 };
 
-/** Encrypts when asked to, and builds the frame. @return 0 or the cipher's code; the frame stays
+/** Encrypts when asked to, and builds the frame. Returns 0 or the cipher's code; the frame stays
  * empty without memory */
 int32_t build_frame(uint32_t fr_num, uint32_t fr_type, uint32_t ret, const uint8_t *data,
                     uint32_t len, bool encrypt, built_frame &frame) {

@@ -68,7 +68,7 @@ void __udp_ap_v3_task(void *argument) {
     listener.thread_id = 0; // may soon be another thread's
 }
 
-/** Creates the socket and binds it. @return 0 or -1; a socket that was created is in sock_fd then,
+/** Creates the socket and binds it. Returns 0 or -1; a socket that was created is in sock_fd then,
  * too */
 int32_t open_socket(int32_t &sock_fd) {
     sock_fd = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
@@ -92,7 +92,7 @@ int32_t open_socket(int32_t &sock_fd) {
     return ENGR_OK;
 }
 
-/** Opens the socket and starts the thread. @return 0, or the code of what failed */
+/** Opens the socket and starts the thread. Returns 0, or the code of what failed. */
 int32_t set_up(lan_ap_nw_cfg_t &listener) {
     int32_t op_ret = open_socket(listener.sock_fd);
     if (op_ret != 0) {
@@ -125,7 +125,7 @@ void tear_down(lan_ap_nw_cfg_t *listener) {
     }
 }
 
-/** Makes a listener. @return 0, or the code of what failed; nothing is left then */
+/** Makes a listener. Returns 0, or the code of what failed; nothing is left then. */
 int32_t start_listener(lan_ap_cfg_finish_cb_t finish_cb) {
     auto listener = heap_block<lan_ap_nw_cfg_t>::allocate(sizeof(lan_ap_nw_cfg_t));
     if (!listener) {

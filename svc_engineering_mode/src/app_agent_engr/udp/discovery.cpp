@@ -72,7 +72,7 @@ bool ensure_socket(lan_pro_cntl_t &cntl) {
     return true;
 }
 
-/** Writes the text that describes the gateway. @return false when it does not fit; then nothing is
+/** Writes the text that describes the gateway. Returns false when it does not fit; then nothing is
  * to be sent */
 bool write_text(discovery_buffer &buffer) {
     const bool needs_wifi = (bnw_need_wifi_cfg() & 1U) != 0;

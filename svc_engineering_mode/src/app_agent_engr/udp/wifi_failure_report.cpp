@@ -51,7 +51,7 @@ class broadcast_socket {
     int32_t descriptor_;
 };
 
-/** Builds the frame of a report. @return empty when it can't be built, which is logged */
+/** Builds the frame of a report; empty when it can't be built, which is logged. */
 heap_block<uint8_t> build_report(const bounded_text &text, uint32_t &frame_size) {
     heap_block<uint8_t> cipher;
     uint32_t cipher_len = 0;

@@ -15,7 +15,11 @@ class chunk_request {
      */
     chunk_request(const char *cid, uint32_t offset, uint32_t size);
     [[nodiscard]] const char *text() { return text_->text(); }
-    /** Sends it; the caller is inside the agent. @return as __mlp_gw_tcp_send */
+    /**
+     * Sends it; the caller is inside the agent.
+     *
+     * @return as __mlp_gw_tcp_send
+     */
     int32_t send();
 
   private:

@@ -94,7 +94,7 @@ void end(open_transfer transfer) {
     want_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
 }
 
-/** Next extended state for the calling thread to give to the gateway. @return false when there is
+/** Next extended state for the calling thread to give to the gateway. Returns false when there is
  * none, or another thread does it */
 bool take_ext_stat(uint8_t &ext_stat, bool is_first) {
     const held_critical_section hold;
@@ -158,7 +158,11 @@ enum class expiry : uint8_t {
     decided    /**< somebody else tells it, or has told it */
 };
 
-/** Ends what the watchdog has expired for. @param[out] manager  the transfer's record */
+/**
+ * Ends what the watchdog has expired for.
+ *
+ * @param[out] manager  the transfer's record
+ */
 expiry expire(lan_upg_mgr_t &manager) {
     const state_change change;
     if (!is_watchdog_armed || IsThisSysTimerRun(update_timeout) == 1) {
