@@ -33,65 +33,88 @@ enum { GW_NOT_ACTIVE = 0, GW_DEACTIVATED = 1, GW_ACTIVATED = 2 };
  * DEV_STATE_BOUND. */
 enum { DEV_STATE_FREE = 0, DEV_STATE_BOUND = 1, DEV_STATE_LEAVING = 2 };
 
-/** One device. Records hang in the list of gw_cntl_t, guarded by its dev_mutex; a record outlives
- * its place in the list only as long as its owner says. */
+/** One device. Records are linked into the list of gw_cntl_t, guarded by its dev_mutex. The agent
+ * uses a record without the mutex, too, for the length of one request: memory of a record that was
+ * taken out of the list stays readable until the agent's calls have returned. */
 typedef struct dev_cntl {
     struct dev_cntl *next;        /**< next record, null at the end */
     char dev_id[DEV_ID_SIZE];     /**< device id, "cid" to apps */
     char sw_ver[DEV_SW_VER_SIZE]; /**< software version */
     char pid[DEV_PID_SIZE];       /**< product id */
-    uint32_t state; /**< one of DEV_STATE_...; other values count as bound to nobody, but listed */
-    uint8_t online; /**< 1 = online */
-    uint8_t line_stat_sent; /**< set to 1 by the agent once the record stood in an online or offline
-                               list */
+    uint32_t state;         /**< one of DEV_STATE_...; the device list shows other values, too */
+    uint8_t online;         /**< 1 = online */
+    uint8_t line_stat_sent; /**< set to 1 by the agent when it has put the device into an online or
+                               offline list */
     int8_t excluded;        /**< non-zero: left out of the device list and of the online lists */
 } dev_cntl_t;
 
+/* Callbacks of the gateway record. Called on the agent's server task; they may block briefly. Of a
+ * result the agent only tells 0 from the rest, unless said otherwise. */
+
 /**
- * Offers a gateway firmware.
+ * Offers a gateway firmware; see gateway/upgrade.h.
  *
  * @param firmware  valid during the call
- * @return 0 = the upgrade service takes it
+ * @return 0 = the upgrade service takes it; else the app is told "gw_lan_ug_cb error"
  */
 typedef int32_t (*gw_lan_ug_cb_t)(struct lan_fw_info *firmware);
+
 /**
- * Offers a sub-device firmware.
+ * Offers a sub-device firmware; see gateway/upgrade.h.
  *
- * @param dev_id  the device
- * @return 0 = the upgrade service takes it
+ * @param dev_id    the device, as the app names it: it may be unknown
+ * @param firmware  valid during the call
+ * @return 0 = the upgrade service takes it; else the app is told "dev_lan_ug_cb error"
  */
 typedef int32_t (*dev_lan_ug_cb_t)(const char *dev_id, struct lan_fw_info *firmware);
+
 /**
- * Fills in the path of the finished log file to upload.
+ * Makes a log file ready for upload. The agent reads it, sends it, and removes it with the shell
+ * command "rm -rf PATH".
  *
- * @param size  usable bytes of path, NUL included. The path must mean nothing to a shell: the file
- *     is removed by a shell command.
- * @return 0 = filled in
+ * @param[out] path  NUL-terminated. It must not contain anything that a shell would interpret
+ * @param size       usable bytes of path with the NUL, 64
+ * @return 0 = ready; else the app is told "read log error"
  */
 typedef int32_t (*get_log_path_cb_t)(char *path, uint32_t size);
+
 /**
- * Takes over newly downloaded configuration.
+ * Takes over the downloaded cloud.config.
  *
- * @return 0 = done
+ * @return 0 = done; else the app is told "sync config error"
  */
 typedef int32_t (*sync_config_cb_t)(void);
-/** Told that engineering has ended. May stop the agent. */
+
+/** Engineering has ended: a cloud configuration was taken over, and the app has its answer. May
+ * stop the agent. */
 typedef void (*engr_end_notify_cb_t)(void);
+
 /**
- * Opens or closes joining.
+ * Opens or closes joining, from FRM_PERMIT_JOIN.
  *
- * @param kind  kind of joining
- * @param enable  false closes
- * @param time_s  for how long
- * @return 1 = done
+ * @param kind    "type" of the request plus 3, modulo 256. Which types there are is agreed between
+ *     app and service; engr_app sends 0
+ * @param enable  false closes: "time" is 0
+ * @param time_s  "time" of the request: how long joining stays open, in seconds
+ * @return 1 = done; any other value: the app is told "permit join set error"
  */
 typedef int32_t (*permit_join_cb_t)(uint8_t kind, bool enable, uint32_t time_s);
-/** Told that a sub-device is about to be deleted. */
+
+/**
+ * A sub-device is about to be unbound; engr_gw_unbind_device_inner follows.
+ *
+ * @param dev_id  the device, valid during the call
+ */
 typedef void (*dev_delete_notify_cb_t)(const char *dev_id);
+
 /**
  * Executes a scene of a group.
  *
- * @return 0 = done
+ * @param mode    given as 2; a service need not look at it
+ * @param dev_id  given as "FFFFFFFFFFFFFFFF": no single device is meant
+ * @param gid     "gid" of the request: the group
+ * @param sid     "sid" of the request: the scene
+ * @return 0 = executed; else the app is told "scene execute error"
  */
 typedef int32_t (*scene_exec_cb_t)(int32_t mode, const char *dev_id, const char *gid,
                                    const char *sid);
@@ -135,11 +158,12 @@ typedef struct gw_cntl {
                                  across a call */
 } gw_cntl_t;
 
-/** A request on its way to the device, group or scene service. */
+/** A request for the device, group or scene service. */
 typedef struct {
-    uint8_t source; /**< who asks: 0 = the LAN agent */
-    struct cJSON
-        *root; /**< the parsed request; passes to the service when, and only when, that returns 0 */
+    uint8_t source;     /**< who asks: 0 = the LAN agent */
+    struct cJSON *root; /**< the parsed request; its members stand with each service. Passes to the
+                           service when, and only when, that returns 0; the service releases it with
+                           cJSON_Delete */
 } sf_cmd_t;
 
 #ifdef __cplusplus

@@ -1,5 +1,5 @@
-/* AirKiss LAN discovery of the WeChat platform. Called on the timer context, but for the receive
- * task. */
+/* AirKiss LAN discovery of the WeChat platform. All but the receive task is called in a timer
+ * callback. Results: the caller only tells 0 from the rest, which it logs. */
 #pragma once
 
 #include <stdint.h>
@@ -23,7 +23,7 @@ void ak_lan_rev_active_task(void *argument);
  * State of the Wi-Fi station.
  *
  * @param[out] status  the state; unchanged on failure
- * @return 0, or another code
+ * @return 0; else the state is not known
  */
 int32_t get_wf_gw_nw_status(uint8_t *status);
 
@@ -34,7 +34,7 @@ int32_t get_ak_active_status(void);
  * Tells the phone that network configuration has finished.
  *
  * @param random  the random byte of that configuration
- * @return 0, or another code
+ * @return 0 = sent; else not
  */
 int32_t ak_lan_nwc_fin_inform(uint8_t random);
 
@@ -43,14 +43,14 @@ int32_t ak_lan_nwc_fin_inform(uint8_t random);
  *
  * @param identity1  first identity string, read only during the call
  * @param identity2  second identity string, read only during the call
- * @return 0, or another code
+ * @return 0 = prepared; else there is no packet to send
  */
 int32_t ak_lan_disc_init(const char *identity1, const char *identity2);
 
 /**
  * Sends the prepared discovery packet.
  *
- * @return 0, or another code
+ * @return 0 = sent; else not
  */
 int32_t ak_lan_disc_pack_send(void);
 

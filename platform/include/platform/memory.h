@@ -1,4 +1,4 @@
-/* Heap of the SDK. Everything that crosses a contract as an owned buffer comes from here, unless
+/* Heap of the SDK. Every buffer whose ownership passes through a contract is allocated here, unless
  * its header says otherwise. */
 #pragma once
 

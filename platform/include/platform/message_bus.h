@@ -34,9 +34,9 @@ enum { CMMOD_NO_MESSAGE_ID = 0xFFFF };
  * Registers a receiver. Any thread; does not block.
  *
  * @param callback         called for each message posted under the new id
- * @param[out] message_id  the new id on success, else unchanged; never CMMOD_NO_MESSAGE_ID. Ids of
- *     ended registrations come back late.
- * @return 0, or a negative code
+ * @param[out] message_id  the new id on success, else unchanged; never CMMOD_NO_MESSAGE_ID. An id
+ *     is reused as late as possible
+ * @return 0; else there is no memory or no free id. The caller only tells 0 from the rest
  */
 int32_t cmmod_reg_msgcb(cmmod_callback_t callback, uint16_t *message_id);
 
@@ -44,17 +44,19 @@ int32_t cmmod_reg_msgcb(cmmod_callback_t callback, uint16_t *message_id);
  * Ends a registration. Messages that still wait are dropped and their data released. Returns only
  * when the callback no longer runs, unless called from that callback. Any other thread.
  *
- * @return 0, or a negative code (unknown id)
+ * @return 0; else the id is unknown, which changes nothing
  */
 int32_t cmmod_unreg_msgcb(uint16_t message_id);
 
 /**
- * Posts a message: copies the bytes and returns. Any thread; does not block.
+ * Posts a message: copies the bytes and returns. REQUIRED of a port: 16 messages that wait for
+ * delivery fit into the queue. Any thread; does not block.
  *
  * @param message_id  a registered id
  * @param data        the bytes, read only during the call; may be null when length is 0
  * @param length      number of bytes
- * @return 0, or a negative code: unknown id, no memory, or the queue is full
+ * @return 0; else the id is unknown, there is no memory, or the queue is full. The caller passes
+ *     the code on, and only tells 0 from the rest
  */
 int32_t cmmod_post_msg(uint16_t message_id, const void *data, uint32_t length);
 

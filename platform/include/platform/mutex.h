@@ -1,5 +1,4 @@
-/* Mutexes: not recursive, not shared between processes, released only by the thread that holds
- * them. */
+/* Mutexes: not recursive, not shared between processes, unlocked by the thread that locked them. */
 #pragma once
 
 #include <stdint.h>
@@ -15,17 +14,17 @@ typedef struct kelo_mutex *kelo_mutex_t;
  * Creates a mutex. May be called on any thread; does not block.
  *
  * @param[out] mutex  the new handle on success, else unchanged
- * @return 0, or a negative code
+ * @return 0; else there is no memory. The caller only tells 0 from the rest
  */
 int32_t kelo_hal_mutex_create_init(kelo_mutex_t *mutex);
 
 /**
- * Waits until the mutex is free and takes it. Not ended by a stop of the thread: holders hold it
- * for a short time.
+ * Waits until the mutex is free and takes it. A stop of the thread does not end the wait: no holder
+ * keeps it long.
  *
  * @param mutex  a living mutex that the calling thread does not hold; null does nothing
- * @return 0. REQUIRED of a port: the lock of a living mutex never fails. A negative code tells
- *     wrong use and nothing else (the caller holds the mutex already)
+ * @return 0. REQUIRED of a port: locking never fails, callers do not look at the result. A port
+ *     may return a negative code to a caller that holds the mutex already
  */
 int32_t kelo_hal_mutex_lock(kelo_mutex_t mutex);
 
@@ -33,8 +32,8 @@ int32_t kelo_hal_mutex_lock(kelo_mutex_t mutex);
  * Gives the mutex back.
  *
  * @param mutex  a mutex that the calling thread holds; null does nothing
- * @return 0. REQUIRED of a port: the unlock of a mutex that the caller holds never fails. A
- *     negative code tells wrong use and nothing else
+ * @return 0. REQUIRED of a port: unlocking never fails, callers do not look at the result. A port
+ *     may return a negative code to a caller that does not hold the mutex
  */
 int32_t kelo_hal_mutex_unlock(kelo_mutex_t mutex);
 
@@ -42,7 +41,7 @@ int32_t kelo_hal_mutex_unlock(kelo_mutex_t mutex);
  * Destroys a mutex. The caller makes sure that nobody holds it, waits for it or will use it again.
  *
  * @param mutex  a free mutex; null does nothing
- * @return 0, or a negative code
+ * @return 0; a port may return a negative code for a mutex that is held. Not used
  */
 int32_t kelo_hal_mutex_release(kelo_mutex_t mutex);
 

@@ -18,7 +18,7 @@ typedef struct {
 
 /** Kinds of network written by engr_get_wired_wifi_current_net. */
 enum {
-    NETWORK_KIND_WIRED = 0, /**< the kind whose address bnw_get_ip tells */
+    NETWORK_KIND_WIRED = 0, /**< the server waits until bnw_get_ip has an address */
     NETWORK_KIND_WIFI = 1
 };
 
@@ -29,22 +29,30 @@ enum { WF_STATION = 1 };
  * Kind of network in use.
  *
  * @param[out] kind  NETWORK_KIND_WIRED or another value; unchanged on failure
- * @return 0, or a negative code
+ * @return 0; else the kind is not known. The caller only tells 0 from the rest
  */
 int32_t engr_get_wired_wifi_current_net(uint8_t *kind);
 
-/** State of the gateway's network: low byte non-zero while it is up. */
+/**
+ * State of the gateway's network.
+ *
+ * @return a value whose low byte is non-zero while the network is up; the rest is not looked at
+ */
 uint32_t engr_get_gw_nw_status(void);
 
 /**
  * Address of the wired network.
  *
  * @param[out] address  filled on success
- * @return 0, or another code when there is none
+ * @return 0; else there is none, the caller only tells 0 from the rest
  */
 int32_t bnw_get_ip(gw_addr_t *address);
 
-/** Whether the gateway still needs Wi-Fi configuration: lowest bit set when it does. */
+/**
+ * Whether the gateway still needs Wi-Fi configuration.
+ *
+ * @return a value whose lowest bit is set when it does; the rest is not looked at
+ */
 uint32_t bnw_need_wifi_cfg(void);
 
 /**
@@ -52,7 +60,7 @@ uint32_t bnw_need_wifi_cfg(void);
  *
  * @param interface_kind  WF_STATION
  * @param[out] address    filled on success
- * @return 0, or another code when there is none
+ * @return 0; else there is none, the caller only tells 0 from the rest
  */
 int32_t wf_get_ip(int32_t interface_kind, gw_addr_t *address);
 

@@ -46,7 +46,8 @@ enum {
  * @param entry        what the thread runs; required
  * @param argument     handed to entry
  * @param param        stack, priority and name; read only during the call
- * @return 0, or a negative code
+ * @return 0; else entry or param is null, or there is no memory or no room for a thread. The
+ *     caller passes the code on, and only tells 0 from the rest
  */
 int32_t CreateAndStart(thrd_handle_t *handle, thrd_hook_t enter, thrd_hook_t leave,
                        thrd_entry_t entry, void *argument, const thrd_param_t *param);
@@ -60,13 +61,15 @@ int32_t CreateAndStart(thrd_handle_t *handle, thrd_hook_t enter, thrd_hook_t lea
 int32_t GetThrdSta(thrd_handle_t handle);
 
 /**
- * Tells a thread to stop, waits until its entry function has returned and releases the handle. A
+ * Tells a thread to stop, waits until its entry function and the leave
+ * hook have returned, and releases the handle. A
  * thread that stops itself is not waited for: the call returns at once and the handle stays valid
  * for GetThrdSta until the entry function returns, then it is released. For each thread exactly one
  * call is made.
  *
  * @param handle  a living handle; null does nothing
- * @return 0, or a negative code
+ * @return 0; a port that could not wait for the thread returns a negative code, which the caller
+ *     only logs
  */
 int32_t DeleteThrdHandle(thrd_handle_t handle);
 

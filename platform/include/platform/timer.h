@@ -21,9 +21,10 @@ enum { SYS_TIMER_ONE_SHOT = 0, SYS_TIMER_PERIODIC = 1 };
  *
  * @param callback       called at expiry; required
  * @param argument       handed to the callback
- * @param[out] timer_id  the new id on success, else unchanged. Ids of deleted timers come back
- *     late.
- * @return 0, or a negative code
+ * @param[out] timer_id  the new id on success, else unchanged. An id is reused
+ *     as late as possible
+ * @return 0; else callback is null, or there is no memory or no free id. The caller only tells 0
+ *     from the rest
  */
 int32_t sys_add_timer(sys_timer_callback_t callback, void *argument, uint16_t *timer_id);
 
@@ -34,7 +35,7 @@ int32_t sys_add_timer(sys_timer_callback_t callback, void *argument, uint16_t *t
  * @param timer_id      a living timer
  * @param milliseconds  time to expiry and, when periodic, between expiries; at least 1
  * @param type          SYS_TIMER_ONE_SHOT or SYS_TIMER_PERIODIC
- * @return 0, or a negative code (unknown id)
+ * @return 0; else the id is unknown, milliseconds is 0, type is neither, or there is no memory
  */
 int32_t sys_start_timer(uint16_t timer_id, uint32_t milliseconds, int32_t type);
 
@@ -42,7 +43,7 @@ int32_t sys_start_timer(uint16_t timer_id, uint32_t milliseconds, int32_t type);
  * Stops a timer that may run. An expiry that is already being delivered is not waited for. Any
  * thread; does not block.
  *
- * @return 0, or a negative code (unknown id)
+ * @return 0; else the id is unknown
  */
 int32_t sys_stop_timer(uint16_t timer_id);
 
@@ -50,7 +51,7 @@ int32_t sys_stop_timer(uint16_t timer_id);
  * Deletes a timer. Returns only when its callback no longer runs, unless called from that callback.
  * Any other thread.
  *
- * @return 0, or a negative code (unknown id)
+ * @return 0; else the id is unknown
  */
 int32_t sys_delete_timer(uint16_t timer_id);
 
