@@ -46,7 +46,7 @@ int32_t add_socket(int system_descriptor, int32_t kind) {
         descriptor_table &numbers = table();
         const std::lock_guard lock(numbers.mutex);
         do {
-            numbers.last_number = numbers.last_number < INT32_MAX - 1 ? numbers.last_number + 1 : 1;
+            numbers.last_number = descriptor_after(numbers.last_number);
         } while (numbers.sockets.contains(numbers.last_number));
         numbers.sockets.emplace(numbers.last_number, std::move(socket));
         return numbers.last_number;

@@ -2,14 +2,23 @@
 // thread.
 #pragma once
 
+#include "common/send_patience.h"
 #include "platform/socket.h"
 #include "send_order.h"
+#include "wait.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
 
 namespace linux_port {
+
+/** The bytes of a connection on their way out, and the patience with whoever takes them. */
+struct outgoing {
+    platform::send_patience patience;
+    uint64_t accepted = 0;     /**< bytes that the system has accepted */
+    uint64_t acknowledged = 0; /**< of these, what the peer had taken at the last look */
+};
 
 /**
  * One socket. Whoever works on it holds a reference, so that the system's descriptor is closed, and
@@ -31,10 +40,21 @@ struct socket_record {
     std::atomic<bool> blocking{true}; /**< mode of receives and accepts */
     std::atomic<bool> bound{false};
     std::atomic<uint16_t> served_port{0}; /**< of a listening TCP socket, else 0 */
+    /** Of a listening socket: until then select leaves it out, since accepting lacks resources. */
+    std::atomic<monotonic_clock::time_point> accept_pause_end{monotonic_clock::time_point::min()};
     send_order sends;
+    outgoing sent; /**< belongs to the thread whose turn to send it is */
 };
 
 using socket_ref = std::shared_ptr<socket_record>;
+
+/** The highest number that is handed out: callers count up to the number above it. */
+constexpr int32_t highest_descriptor = INT32_MAX - 1;
+
+/** The number to be tried after one that was handed out (0 before the first). */
+constexpr int32_t descriptor_after(int32_t number) {
+    return number < highest_descriptor ? number + 1 : 1;
+}
 
 /** Puts a system socket, which it takes over, under a new number; the number, or -1 with the error
  * set. */

@@ -2,7 +2,9 @@
 #include "descriptor_table.h"
 #include "wait.h"
 
+#include <algorithm>
 #include <array>
+#include <span>
 
 using namespace linux_port;
 
@@ -18,55 +20,112 @@ constexpr short write_ready = POLLOUT | POLLHUP | POLLERR;
 constexpr short exception_ready = POLLPRI;
 constexpr short hung_up = POLLHUP | POLLERR;
 
-/** The sockets of one select. Each stands once a set, and with it a second time for its broadcasts.
+/**
+ * The sockets of one select. Each is polled once, whatever the sets it is in, and once more for its
+ * broadcasts: the system refuses to poll more entries than the process may have descriptors.
  */
-struct watch_list {
-    size_t count = 0;
-    std::array<int32_t, most_watched> descriptors;
-    std::array<socket_ref, most_watched> sockets;
-    std::array<pollfd, 2 * most_watched + 1> polled;
-
+class watch_list {
+  public:
     [[nodiscard]] bool add(const kelo_fd_set_t *set, int32_t descriptor_count, short events);
+    [[nodiscard]] wait_end wait(monotonic_clock::time_point deadline);
     [[nodiscard]] bool any_closed() const;
     [[nodiscard]] short events_of(int32_t descriptor) const;
-    std::span<pollfd> all_polled() { return std::span(polled).first(2 * count + 1); }
+
+  private:
+    struct watched_socket {
+        int32_t descriptor;
+        socket_ref socket;
+        short events; /**< that are waited for */
+        short ready;  /**< that have come */
+    };
+
+    /** Place of a descriptor; count_ when it is not in the list. */
+    [[nodiscard]] size_t index_of(int32_t descriptor) const;
+    [[nodiscard]] monotonic_clock::time_point poll(monotonic_clock::time_point deadline,
+                                                   wait_end &end);
+
+    size_t count_ = 0;
+    std::array<watched_socket, most_watched> sockets_;
 };
+
+size_t watch_list::index_of(int32_t descriptor) const {
+    size_t index = 0;
+    while (index < count_ && sockets_[index].descriptor != descriptor) {
+        ++index;
+    }
+    return index;
+}
 
 bool watch_list::add(const kelo_fd_set_t *set, int32_t descriptor_count, short events) {
     for (uint32_t i = 0; set != nullptr && i < set->count && i < KELO_FD_SET_CAPACITY; i++) {
-        if (set->descriptors[i] >= descriptor_count) {
+        const int32_t descriptor = set->descriptors[i];
+        if (descriptor >= descriptor_count) {
             continue;
         }
-        socket_ref socket = find_socket(set->descriptors[i]);
+        if (const size_t known = index_of(descriptor); known < count_) {
+            sockets_[known].events = static_cast<short>(sockets_[known].events | events);
+            continue;
+        }
+        socket_ref socket = find_socket(descriptor);
         if (socket == nullptr) {
             return false;
         }
-        const int broadcast_fd = (events & POLLIN) != 0 ? socket->broadcast_fd.load() : -1;
-        polled[2 * count] = {socket->fd, events, 0};
-        polled[2 * count + 1] = {broadcast_fd, events, 0};
-        descriptors[count] = set->descriptors[i];
-        sockets[count++] = std::move(socket);
+        sockets_[count_++] = {descriptor, std::move(socket), events, 0};
     }
     return true;
 }
 
-bool watch_list::any_closed() const {
-    for (size_t i = 0; i < count; i++) {
-        if (sockets[i]->closed) {
-            return true;
+/**
+ * Polls once, without the sockets that must not accept just now.
+ *
+ * @param[out] end  how it ended
+ * @return when the first of these may accept again; no_deadline when there are none
+ */
+monotonic_clock::time_point watch_list::poll(monotonic_clock::time_point deadline, wait_end &end) {
+    std::array<pollfd, 2 * most_watched + 1> polled;
+    std::array<watched_socket *, 2 * most_watched> owners;
+    size_t polled_count = 0;
+    auto first_pause_end = no_deadline;
+    const auto now = monotonic_clock::now();
+    for (watched_socket &watched : std::span(sockets_).first(count_)) {
+        const auto pause_end = watched.socket->accept_pause_end.load();
+        const bool paused = pause_end > now;
+        const int events = paused ? watched.events & ~POLLIN : watched.events;
+        first_pause_end = paused ? std::min(first_pause_end, pause_end) : first_pause_end;
+        watched.ready = 0;
+        owners[polled_count] = &watched;
+        polled[polled_count++] = {watched.socket->fd, static_cast<short>(events), 0};
+        const int broadcast_fd = watched.socket->broadcast_fd;
+        if ((events & POLLIN) != 0 && broadcast_fd >= 0) {
+            owners[polled_count] = &watched;
+            polled[polled_count++] = {broadcast_fd, POLLIN, 0};
         }
     }
-    return false;
+    end = wait_for(std::span(polled).first(polled_count + 1), std::min(deadline, first_pause_end));
+    for (size_t i = 0; i < polled_count; ++i) {
+        owners[i]->ready = static_cast<short>(owners[i]->ready | polled[i].revents);
+    }
+    return first_pause_end;
+}
+
+wait_end watch_list::wait(monotonic_clock::time_point deadline) {
+    for (;;) {
+        wait_end end{};
+        const auto pause_end = poll(deadline, end);
+        if (end != wait_end::timed_out || deadline <= pause_end) {
+            return end;
+        }
+    }
+}
+
+bool watch_list::any_closed() const {
+    return std::ranges::any_of(std::span(sockets_).first(count_),
+                               [](const watched_socket &one) { return one.socket->closed.load(); });
 }
 
 short watch_list::events_of(int32_t descriptor) const {
-    int events = 0;
-    for (size_t i = 0; i < count; i++) {
-        if (descriptors[i] == descriptor) {
-            events |= polled[2 * i].revents | polled[2 * i + 1].revents;
-        }
-    }
-    return static_cast<short>(events);
+    const size_t index = index_of(descriptor);
+    return index < count_ ? sockets_[index].ready : short{0};
 }
 
 /** Leaves the ready members in a set; how many they are. */
@@ -97,7 +156,7 @@ int32_t kelo_hal_net_select(int32_t descriptor_count, kelo_fd_set_t *read_set,
         return -1;
     }
     const auto deadline = monotonic_clock::now() + std::chrono::milliseconds(milliseconds);
-    const wait_end end = wait_for(watched.all_polled(), deadline);
+    const wait_end end = watched.wait(deadline);
     if (end == wait_end::stopped) {
         return fail(KELO_ERR_STOPPED);
     }

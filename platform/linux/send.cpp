@@ -21,8 +21,6 @@ constexpr std::chrono::milliseconds progress_check{100};
 
 int32_t code_of(send_turn turn, const socket_record &socket) {
     switch (turn) {
-    case send_turn::timed_out:
-        return KELO_ERR_TIMED_OUT;
     case send_turn::stopped:
         return KELO_ERR_STOPPED;
     case send_turn::failed:
@@ -37,15 +35,32 @@ int unacknowledged_bytes(int fd) {
     return ioctl(fd, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
 }
 
+/** Looks at what the peer has taken since the last look. */
+void restore_patience(socket_record &socket) {
+    outgoing &sent = socket.sent;
+    const auto queued = static_cast<uint64_t>(unacknowledged_bytes(socket.fd));
+    const uint64_t acknowledged = sent.accepted - std::min(queued, sent.accepted);
+    if (acknowledged > sent.acknowledged) {
+        sent.patience.restore(acknowledged - sent.acknowledged);
+        sent.acknowledged = acknowledged;
+    }
+}
+
 /** Waits until the socket has room; 0, or the code of the failure. */
 int32_t wait_for_room(socket_record &socket) {
-    auto last_progress = monotonic_clock::now();
-    int queued = unacknowledged_bytes(socket.fd);
-    for (;;) {
+    platform::send_patience &patience = socket.sent.patience;
+    restore_patience(socket);
+    auto begin = monotonic_clock::now();
+    while (!patience.is_over()) {
         pollfd watched[] = {{socket.fd, POLLOUT, 0}, {}};
-        const auto patience_end = last_progress + send_patience;
-        switch (
-            wait_for(watched, std::min(patience_end, monotonic_clock::now() + progress_check))) {
+        const auto time =
+            std::min<platform::send_patience::duration>(patience.left(), progress_check);
+        const wait_end end = wait_for(watched, begin + time);
+        const auto now = monotonic_clock::now();
+        patience.use(std::chrono::ceil<platform::send_patience::duration>(now - begin));
+        begin = now;
+        restore_patience(socket);
+        switch (end) {
         case wait_end::ready:
             return 0;
         case wait_end::stopped:
@@ -55,16 +70,8 @@ int32_t wait_for_room(socket_record &socket) {
         case wait_end::timed_out:
             break;
         }
-        const auto now = monotonic_clock::now();
-        const int still_queued = unacknowledged_bytes(socket.fd);
-        if (still_queued < queued) {
-            queued = still_queued;
-            last_progress = now;
-            socket.sends.note_progress(now);
-        } else if (now >= patience_end) {
-            return KELO_ERR_TIMED_OUT;
-        }
     }
+    return KELO_ERR_TIMED_OUT;
 }
 
 /** Sends the bytes; the number of bytes sent, and in code why they are not all. */
@@ -75,9 +82,7 @@ uint32_t send_in_turn(socket_record &socket, const char *bytes, uint32_t length,
         const ssize_t count = ::send(socket.fd, bytes + sent, length - sent, MSG_NOSIGNAL);
         if (count >= 0) {
             sent += static_cast<uint32_t>(count);
-            if (sent < length) {
-                socket.sends.note_progress(monotonic_clock::now());
-            }
+            socket.sent.accepted += static_cast<uint64_t>(count);
         } else if (errno == EAGAIN) {
             code = wait_for_room(socket);
         } else if (errno != EINTR) {
@@ -112,7 +117,7 @@ int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t lengt
     if (buffer == nullptr || length > INT32_MAX) {
         return fail(code_of_errno(EINVAL));
     }
-    const send_turn turn = socket->sends.take_turn(socket->fd, monotonic_clock::now());
+    const send_turn turn = socket->sends.take_turn(socket->fd);
     if (turn != send_turn::taken) {
         return fail(code_of(turn, *socket));
     }
@@ -135,7 +140,7 @@ int32_t kelo_hal_net_send_to(int32_t descriptor, const void *buffer, uint32_t le
         return -1;
     }
     const sockaddr_in destination = system_address(address, port);
-    const auto deadline = monotonic_clock::now() + send_patience;
+    const auto deadline = monotonic_clock::now() + platform::send_patience::longest;
     for (;;) {
         const ssize_t count =
             sendto(socket->fd, buffer, length, MSG_NOSIGNAL,

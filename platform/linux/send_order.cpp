@@ -4,8 +4,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 namespace linux_port {
 
 send_order::~send_order() {
@@ -19,7 +17,7 @@ void send_order::signal() {
     [[maybe_unused]] const ssize_t written = write(turn_event_, &one, sizeof one);
 }
 
-send_turn send_order::take_turn(int fd, monotonic_clock::time_point start) {
+send_turn send_order::take_turn(int fd) {
     std::unique_lock lock(mutex_);
     if (ended_) {
         return send_turn::ended;
@@ -36,10 +34,9 @@ send_turn send_order::take_turn(int fd, monotonic_clock::time_point start) {
     }
     waiting_++;
     for (;;) {
-        const auto deadline = std::max(start, last_progress_) + send_patience;
         lock.unlock();
         pollfd watched[] = {{fd, 0, 0}, {turn_event_, POLLIN, 0}, {}};
-        const wait_end end = wait_for(watched, deadline);
+        const wait_end end = wait_for(watched, no_deadline);
         lock.lock();
         send_turn turn{};
         if (ended_) {
@@ -57,8 +54,6 @@ send_turn send_order::take_turn(int fd, monotonic_clock::time_point start) {
             if (!taken_) {
                 taken_ = true;
                 turn = send_turn::taken;
-            } else if (monotonic_clock::now() >= std::max(start, last_progress_) + send_patience) {
-                turn = send_turn::timed_out;
             } else {
                 continue;
             }
@@ -66,11 +61,6 @@ send_turn send_order::take_turn(int fd, monotonic_clock::time_point start) {
         waiting_--;
         return turn;
     }
-}
-
-void send_order::note_progress(monotonic_clock::time_point now) {
-    const std::lock_guard lock(mutex_);
-    last_progress_ = now;
 }
 
 void send_order::end_turn(bool broken) {

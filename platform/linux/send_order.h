@@ -8,11 +8,8 @@
 
 namespace linux_port {
 
-/** Longest that a send waits while the peer takes nothing. */
-constexpr std::chrono::milliseconds send_patience{2000};
-
 /** How asking for one's turn ended. */
-enum class send_turn { taken, ended, hung_up, timed_out, stopped, failed };
+enum class send_turn { taken, ended, hung_up, stopped, failed };
 
 /** Lets the sends to one socket follow each other, whole buffer by whole buffer. */
 class send_order {
@@ -23,12 +20,10 @@ class send_order {
     send_order &operator=(const send_order &) = delete;
 
     /**
-     * Waits for the turn: until send_patience after `start` or after the last progress of whoever
-     * has it, or until sending has ended, the connection hangs up or the thread is told to stop.
+     * Waits for the turn, or until sending has ended, the connection hangs up or the thread is told
+     * to stop. It needs no deadline: whoever has the turn gives it back in bounded time.
      */
-    send_turn take_turn(int fd, monotonic_clock::time_point start);
-    /** Tells the waiting that the one whose turn it is gets on. */
-    void note_progress(monotonic_clock::time_point now);
+    send_turn take_turn(int fd);
     /**
      * Gives the turn back.
      *
@@ -45,7 +40,6 @@ class send_order {
     bool taken_ = false;
     bool ended_ = false;
     uint32_t waiting_ = 0;
-    monotonic_clock::time_point last_progress_{};
     int turn_event_ =
         -1; /**< eventfd, made for the first that has to wait; readable when the turn may be free */
 };

@@ -106,6 +106,40 @@ int64_t call_when_ready(const socket_record &socket, Call call) {
     }
 }
 
+/**
+ * Receives a datagram that is not empty, of those that are there.
+ *
+ * @return its length, at most the room; 0 when the socket was closed; -1 with errno set, EAGAIN
+ *     also when many were empty: the caller looks then whether its thread was told to stop
+ */
+ssize_t receive_datagram(int fd, void *buffer, size_t room, sockaddr_in &sender,
+                         const socket_record &socket) {
+    constexpr int empty_ones_max = 64;
+    for (int tries = 0; tries < empty_ones_max; ++tries) {
+        socklen_t size = sizeof sender;
+        // With MSG_TRUNC the length is the datagram's, whatever the room.
+        const ssize_t received =
+            recvfrom(fd, buffer, room, MSG_TRUNC, reinterpret_cast<sockaddr *>(&sender), &size);
+        if (received != 0 || socket.closed) {
+            return std::min(received, static_cast<ssize_t>(room));
+        }
+    }
+    errno = EAGAIN;
+    return -1;
+}
+
+/**
+ * After an accept that failed: when the cause is a lack of descriptors or memory, select leaves the
+ * socket out for a while. The connection waits on, so that it would be ready at once, and whoever
+ * serves the others and thereby gives resources back would not get to do it.
+ */
+void pause_accepting_without_resources(socket_record &socket) {
+    constexpr std::chrono::milliseconds accept_pause{250};
+    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        socket.accept_pause_end = monotonic_clock::now() + accept_pause;
+    }
+}
+
 } // namespace
 
 int32_t kelo_hal_net_socket_create(int32_t kind) {
@@ -188,6 +222,9 @@ int32_t kelo_hal_net_accept(int32_t descriptor, uint32_t *address, uint16_t *por
         socklen_t size = sizeof peer;
         fd = accept4(socket->fd, reinterpret_cast<sockaddr *>(&peer), &size,
                      SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd < 0) {
+            pause_accepting_without_resources(*socket);
+        }
         return fd >= 0 ? 1 : -1;
     });
     if (accepted < 0) {
@@ -226,11 +263,13 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
     if (socket == nullptr) {
         return -1;
     }
+    if (socket->kind != KELO_SOCKET_UDP) {
+        return fail(code_of_errno(EINVAL));
+    }
     sockaddr_in sender{};
+    const size_t room = std::min<uint32_t>(length, INT32_MAX);
     const auto receive_from = [&](int fd) {
-        socklen_t size = sizeof sender;
-        return recvfrom(fd, buffer, std::min<uint32_t>(length, INT32_MAX), 0,
-                        reinterpret_cast<sockaddr *>(&sender), &size);
+        return receive_datagram(fd, buffer, room, sender, *socket);
     };
     const int64_t count = call_when_ready(*socket, [&] {
         const ssize_t received = receive_from(socket->fd);

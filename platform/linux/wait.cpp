@@ -11,6 +11,8 @@ namespace linux_port {
 
 wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadline) {
     watched.back() = {stop_event(), POLLIN, 0};
+    // The system counts entries without a descriptor, too, against the process's limit.
+    const size_t count = watched.size() - (watched.back().fd < 0 ? 1 : 0);
     for (;;) {
         timespec left{};
         if (deadline != no_deadline) {
@@ -18,8 +20,8 @@ wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadlin
             const nanoseconds time = std::max<nanoseconds>(deadline - monotonic_clock::now(), {});
             left = {time.count() / std::nano::den, time.count() % std::nano::den};
         }
-        const int ready = ppoll(watched.data(), watched.size(),
-                                deadline != no_deadline ? &left : nullptr, nullptr);
+        const int ready =
+            ppoll(watched.data(), count, deadline != no_deadline ? &left : nullptr, nullptr);
         if (ready < 0 && errno != EINTR) {
             return wait_end::failed;
         }

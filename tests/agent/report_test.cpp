@@ -107,7 +107,7 @@ TEST_F(report, reaches_a_slow_reader_whole) {
     gateway.start();
     story_app app = gateway.connect();
     app.peer.link().to_peer_bytes_max = 64;
-    app.peer.read_slowly(50, 1'500);
+    app.peer.read_slowly(64, 100);
     const std::string text = R"({"note":")" + std::string(1000, 'n') + R"("})";
     EXPECT_EQ(engr_lan_data_report_cb(8, 0, text.data(), static_cast<uint32_t>(text.size())), 0);
     app.peer.resume_reading();

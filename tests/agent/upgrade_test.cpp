@@ -137,6 +137,10 @@ TEST_F(upgrade, announcements_are_checked_and_stored) {
          R"(229/7/0/{"firmwareType":-3, "updateStatus":0, "updateCid":"", )"
          R"("cids":["nobody"], "softVer":""})"},
         {FRM_DEV_UPGRADE_INFO,
+         R"({"firmwareType":0,"fileSize":1,"fileMd5":"m","cid":"a\"","swVer":"1"})",
+         R"(229/7/0/{"firmwareType":0, "updateStatus":0, "updateCid":"", )"
+         R"("cids":[""], "softVer":""})"},
+        {FRM_DEV_UPGRADE_INFO,
          R"({"firmwareType":0,"fileSize":1,"fileMd5":"m","cid":7,"swVer":"1"})",
          R"(229/7/0/{"firmwareType":0, "updateStatus":0, "updateCid":"", )"
          R"("cids":[""], "softVer":""})"},

@@ -92,7 +92,7 @@ class VerbsTest(unittest.TestCase):
                  [(7, {"cid": "a1", "dps": {"1": True, "2": -5, "3": "1x", "4": "5"}},
                    (8, 0, '{"cid":"b","dps":{"1":1}}'), (8, 0, CHANGED), (0, ""))], 0, "reports 1 = true"),
                 (["dp", "set", "a1", "--json-dps", '{"1":true}', "--timeout", "0.3"],
-                 [(7, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command", "see engr_app devices"),
+                 [(7, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command", "see engr_app online"),
                 (["dp", "query", "a1", "1"], [(18, {"cid": "a1", "dpId": 1}, (0, ""), (8, 0, CHANGED))], 0, "1\ttrue"),
                 (["dp", "query", "", "1", "2", "--json"],
                  [(18, {"dpId": [1, 2]}, (8, 0, CHANGED), (8, 0, '{"cid":"gw","dps":{"1":1,"2":3}}'), (0, ""))], 0,

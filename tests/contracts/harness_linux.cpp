@@ -167,6 +167,9 @@ class linux_harness : public port_harness {
 
     std::unique_ptr<stream_peer> connect(uint16_t port) override {
         const int fd = peer_socket(SOCK_STREAM);
+        // Small, so that the port's side notices each part that a test reads.
+        const int receive_buffer = 32 * 1024;
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
         const sockaddr_in to = system_address(own_address(), port);
         if (::connect(fd, reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0) {
             close(fd);

@@ -270,6 +270,46 @@ TEST_F(socket_contract,
     });
 }
 
+TEST_F(socket_contract, a_send_lasts_as_long_as_its_reader_keeps_the_least_rate_and_no_longer) {
+    struct reader_case {
+        const char *name;
+        uint32_t pause_ms; /**< between two parts of 16 KiB */
+        bool is_fast_enough;
+    };
+    constexpr size_t part = 16 * 1024;
+    constexpr size_t parts_max = 24;
+    for (const reader_case one : {reader_case{"128 KiB/s", 125, true}, {"48 KiB/s", 340, false}}) {
+        SCOPED_TRACE(one.name);
+        port->run([&] {
+            const connection with = connect();
+            const std::string frame(stream_peer::stream_capacity_bytes, 'x');
+            int32_t sent = 0;
+            int32_t code = 0;
+            port_thread sender([&] {
+                sent = send_text(with.socket, frame);
+                code = kelo_hal_net_get_errno();
+            });
+            size_t received = 0;
+            for (size_t i = 0; i < parts_max && !sender.ended; ++i) {
+                received += with.peer->receive(part).size();
+                kelo_hal_system_sleep(one.pause_ms);
+            }
+            if (one.is_fast_enough) {
+                EXPECT_FALSE(sender.ended) << "given up after " << received << " bytes";
+                received += with.peer->receive(frame.size() - received).size();
+                EXPECT_EQ(received, frame.size());
+                EXPECT_TRUE(wait_until([&] { return sender.ended.load(); }));
+                EXPECT_EQ(sent, static_cast<int32_t>(frame.size()));
+            } else {
+                ASSERT_TRUE(sender.ended) << "still sending though the peer reads too slowly";
+                EXPECT_NE(sent, static_cast<int32_t>(frame.size()));
+                EXPECT_EQ(code, KELO_ERR_TIMED_OUT);
+                EXPECT_LT(send_text(with.socket, "x"), 1) << "the stream is torn inside a frame";
+            }
+        });
+    }
+}
+
 TEST_F(socket_contract, sends_of_several_threads_never_interleave) {
     port->run([&] {
         constexpr size_t frame_size = 300'000;
@@ -364,7 +404,29 @@ TEST_F(socket_contract, wrong_uses_fail) {
         EXPECT_LT(kelo_hal_net_socket_bind(other, "no address"), 0);
         EXPECT_LT(kelo_hal_net_socket_create(2), 0);
         EXPECT_LT(kelo_hal_net_set_reuse(0x7FFFFFFE), 0);
+        char byte;
+        EXPECT_LT(kelo_hal_net_recvfrom(listening, &byte, 1, nullptr, nullptr), 0) << "no UDP";
         EXPECT_EQ(port->connect(port->free_port()), nullptr) << "nobody listens there";
+    });
+}
+
+TEST_F(socket_contract, empty_datagrams_are_dropped) {
+    port->run([&] {
+        const uint16_t number = port->free_port();
+        const descriptor socket = open_udp(number);
+        const auto peer = port->open_datagram_peer();
+        char buffer[8];
+        const auto receive = [&] {
+            return kelo_hal_net_recvfrom(socket, buffer, sizeof buffer, nullptr, nullptr);
+        };
+        for (const std::string_view bytes : {"", "", "last"}) {
+            ASSERT_TRUE(peer->send_to(port->address(), number, bytes));
+        }
+        EXPECT_EQ(receive(), 4) << "expected the one that is not empty";
+        ASSERT_TRUE(peer->send_to(port->address(), number, ""));
+        EXPECT_EQ(kelo_hal_net_set_block(socket, false), 0);
+        EXPECT_LT(receive(), 0);
+        EXPECT_EQ(kelo_hal_net_get_errno(), KELO_ERR_WOULD_BLOCK);
     });
 }
 

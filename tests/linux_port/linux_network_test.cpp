@@ -1,4 +1,5 @@
 // Where the Linux port's sockets live, how they are set up, and what it knows of the network.
+#include "descriptor_table.h"
 #include "linux_port/port.h"
 #include "platform/clock.h"
 #include "platform/network.h"
@@ -17,6 +18,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -79,6 +81,17 @@ int option_of(int fd, int level, int option) {
     socklen_t size = sizeof value;
     getsockopt(fd, level, option, &value, &size);
     return value;
+}
+
+/** A select for reading and for exceptions. */
+int32_t select_input(const std::vector<int32_t> &sockets, uint32_t milliseconds) {
+    kelo_fd_set_t read_set;
+    kelo_hal_net_fd_zero(&read_set);
+    for (const int32_t socket : sockets) {
+        kelo_hal_net_fd_set(socket, &read_set);
+    }
+    kelo_fd_set_t exception_set = read_set;
+    return kelo_hal_net_select(INT32_MAX, &read_set, nullptr, &exception_set, milliseconds);
 }
 
 /** The system's descriptors of sockets that this process has. */
@@ -189,12 +202,44 @@ TEST_F(linux_network, running_out_of_descriptors_fails_calls_and_nothing_else) {
                   &handle, nullptr, nullptr, [](void *) {}, nullptr, &param),
               0);
     EXPECT_EQ(handle, nullptr);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(select_input({listening}, 60'000), 1);
+        EXPECT_LT(kelo_hal_net_accept(listening, nullptr, nullptr), 0);
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(400))
+        << "whoever waits for a connection that can't be accepted spins";
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
     EXPECT_GT(accepted, 0) << "the connection is still there";
     kelo_hal_net_close(accepted);
     kelo_hal_net_close(listening);
     close(peer);
+}
+
+TEST_F(linux_network, select_needs_no_more_descriptors_than_its_sockets) {
+    std::vector<int32_t> listeners;
+    for (int i = 0; i < 11; ++i) {
+        listeners.push_back(kelo_hal_net_socket_create(KELO_SOCKET_TCP));
+        ASSERT_EQ(kelo_hal_net_bind(listeners.back(), KELO_ADDRESS_ANY, 0), 0);
+        ASSERT_EQ(kelo_hal_net_listen(listeners.back(), 5), 0);
+    }
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit few{static_cast<rlim_t>(system_sockets().back() + 1), limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    EXPECT_EQ(select_input(listeners, 1), 0) << "code " << kelo_hal_net_get_errno();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    for (const int32_t socket : listeners) {
+        kelo_hal_net_close(socket);
+    }
+}
+
+TEST(descriptor_table, numbers_start_again_at_1_below_the_highest_that_select_can_count_to) {
+    using linux_port::descriptor_after;
+    EXPECT_EQ(descriptor_after(0), 1);
+    EXPECT_EQ(descriptor_after(INT32_MAX - 2), INT32_MAX - 1);
+    EXPECT_EQ(descriptor_after(INT32_MAX - 1), 1);
 }
 
 TEST_F(linux_network, sockets_closed_while_others_use_them_harm_nobody) {

@@ -12,7 +12,7 @@ import unittest
 from gateway import PATIENCE_S, Gateway, program
 from hosts import Network
 
-SITE = {"gateway": {"gw_id": "netgw1"}, "devices": [{"dev_id": "lamp", "dps": {"1": 0}}]}
+SITE = {"gateway": {"gw_id": "netgw1"}, "devices": [{"dev_id": "lamp", "online": 1, "dps": {"1": 0}}]}
 
 
 def command(host, *arguments):

@@ -61,8 +61,8 @@ int32_t engr_reset_scene_info_to_disk(void);
  * @param total     its announced number of scenes, "totalCount" of the request; never 0
  * @param modified  its modification time, for engr_check_modify_time_changed
  * @param request   the whole request, read during the call. The agent has looked at no other
- *     member; the reference gateway has the scenes in "scenes", each
- *     {"sceneId": ID, "name": TEXT, "actions": [...]}
+ *     member; the reference gateway has the scenes in "scenes", each {"sceneId": ID, "name": TEXT,
+ *     "actions": [...]}
  * @return 0 = stored; else the app is told "get scene error"
  */
 int32_t engr_save_scene_link(int32_t total, int32_t modified, struct cJSON *request);

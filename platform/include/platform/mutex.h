@@ -23,8 +23,8 @@ int32_t kelo_hal_mutex_create_init(kelo_mutex_t *mutex);
  * keeps it long.
  *
  * @param mutex  a living mutex that the calling thread does not hold; null does nothing
- * @return 0. REQUIRED of a port: locking never fails, callers do not look at the result. A port
- *     may return a negative code to a caller that holds the mutex already
+ * @return 0. REQUIRED of a port: locking never fails, callers do not look at the result. A port may
+ *     return a negative code to a caller that holds the mutex already
  */
 int32_t kelo_hal_mutex_lock(kelo_mutex_t mutex);
 

@@ -1,14 +1,18 @@
 /*
  * Sockets over IPv4, and select.
  *
- * Descriptors. A descriptor is a number from 1 to 2147483646 that the port hands out; one more than
- * the highest is still a number for kelo_hal_net_select. REQUIRED of a port: a
- * number is never handed out a second time while the process lives (a port over system descriptors
- * keeps a small table for that). A caller that still holds the number of a socket closed meanwhile
+ * Descriptors. A descriptor is a number that the port hands out: above 0 and, since select takes
+ * the highest one plus 1, below 2147483647. REQUIRED of a port: a number is never handed out a
+ * second time while the process lives (a port over system descriptors keeps a small table for
+ * that). A caller that still holds the number of a socket closed meanwhile
  * gets an error, never somebody else's connection.
  *
  * Waiting. Whatever waits on a socket ends at once when that socket is closed or shut down, on
  * whatever thread, and when the waiting thread is told to stop.
+ *
+ * Lack of resources. An accept may fail for want of descriptors or memory while a connection waits.
+ * REQUIRED of a port: nobody who answers that with another select spins. The port then either takes
+ * the connection off the queue, or leaves the listening socket out of select for a while.
  *
  * Errors. kelo_hal_net_get_errno tells the code of the calling thread's last failed call here.
  * Codes are negative. The three transient ones are fixed; others never collide with them.
@@ -69,7 +73,7 @@ int32_t kelo_hal_net_fd_isset(int32_t descriptor, const kelo_fd_set_t *set);
  *
  * @param descriptor_count  only descriptors below this number are watched
  * @param read_set          ready when a receive or accept would not wait (data, end of stream,
- *     error); or null
+ *     error), a listening socket that lacks resources aside; or null
  * @param write_set         ready when a send would not wait; or null
  * @param exception_set     ready when urgent data has come; or null
  * @param milliseconds      longest wait
@@ -182,20 +186,28 @@ int32_t kelo_hal_net_accept(int32_t descriptor, uint32_t *address, uint16_t *por
 int32_t kelo_hal_net_recv(int32_t descriptor, void *buffer, uint32_t length);
 
 /**
- * Receives one datagram; what does not fit is cut off.
+ * Receives one datagram; what does not fit is cut off. Empty datagrams are dropped.
  *
  * @param[out] address  the sender's address, host byte order; or null
  * @param[out] port     the sender's port; or null
- * @return the number of bytes; negative on failure
+ * @return the number of bytes, above 0; negative on failure
  */
 int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length, uint32_t *address,
                               uint16_t *port);
 
 /**
- * Sends a whole buffer on a connection, or fails. Waits for room whatever the blocking mode, at
- * most 2 s without progress. Sends of several threads to one socket follow each other, whole buffer
- * by whole buffer; waiting for one's turn counts as waiting for room. After a send that failed
- * behind some bytes, every later send on that connection fails.
+ * Sends a whole buffer on a connection, or fails. Waits for room whatever the blocking mode, as
+ * long as the port has patience with the peer. A connection begins with a patience of 2 s. It
+ * shrinks by the time that sends wait for room, and each 65536 bytes of progress give 1 s back
+ * (fewer in proportion), up to 2 s; when none is left, a send that would have to wait fails with
+ * KELO_ERR_TIMED_OUT. So nobody waits longer than 2 s for a peer that takes nothing, and all waits
+ * for one connection together last at most 2 s and 1 s for each 65536 bytes that were taken.
+ * Progress are the bytes that have left the send buffer because the peer's side has acknowledged
+ * them, in whatever portions; bytes that were merely accepted into the buffer are none.
+ *
+ * Sends of several threads to one socket follow each other, whole buffer by whole buffer; a wait
+ * for one's turn has no bound of its own, since each send before it has one. After a send that
+ * failed behind some bytes, every later send on that connection fails, those that wait included.
  *
  * @return length when all bytes were accepted; 0 or negative, or a smaller count, when not
  */

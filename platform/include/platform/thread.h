@@ -46,8 +46,8 @@ enum {
  * @param entry        what the thread runs; required
  * @param argument     handed to entry
  * @param param        stack, priority and name; read only during the call
- * @return 0; else entry or param is null, or there is no memory or no room for a thread. The
- *     caller passes the code on, and only tells 0 from the rest
+ * @return 0; else entry or param is null, or there is no memory or no room for a thread. The caller
+ *     passes the code on, and only tells 0 from the rest
  */
 int32_t CreateAndStart(thrd_handle_t *handle, thrd_hook_t enter, thrd_hook_t leave,
                        thrd_entry_t entry, void *argument, const thrd_param_t *param);

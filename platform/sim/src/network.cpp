@@ -146,6 +146,7 @@ void network::take(const std::shared_ptr<connection> &stream, size_t count) {
     }
     std::string bytes = stream->to_peer.take(count);
     stream->to_peer_away += bytes.size();
+    stream->taken_by_peer += bytes.size();
     arrive(stream, stream->last_arrival_at_peer, [stream, bytes = std::move(bytes)] {
         stream->to_peer_away -= bytes.size();
         stream->inbox.push(bytes);
@@ -218,7 +219,7 @@ void network::deliver_once(const datagram &sent, uint32_t address, uint16_t port
         }
     }
     for (const auto &socket : sockets) {
-        if (socket == nullptr || socket->is_tcp || socket->port != port ||
+        if (socket == nullptr || socket->is_tcp || socket->port != port || sent.bytes.empty() ||
             socket->datagrams.size() >= queue_max) {
             continue;
         }

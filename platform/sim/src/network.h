@@ -4,6 +4,7 @@
 #include "chooser.h"
 #include "scheduler.h"
 
+#include "common/send_patience.h"
 #include "platform/socket.h"
 #include "sim/peers.h"
 
@@ -60,7 +61,10 @@ struct connection {
     uint64_t received_by_gateway = 0;
     byte_queue to_peer; /**< sent by the gateway, not yet taken by the peer */
     size_t to_peer_away = 0;
-    byte_queue inbox; /**< taken by the peer, for the test */
+    uint64_t taken_by_peer = 0;       /**< bytes that have left to_peer */
+    uint64_t restored_for = 0;        /**< of these, what the patience knows of */
+    platform::send_patience patience; /**< of the gateway's sends */
+    byte_queue inbox;                 /**< taken by the peer, for the test */
 
     reading mode = reading::eagerly;
     size_t wanted = 0; /**< bytes that a receive asks for, when read on request */
@@ -110,7 +114,6 @@ struct gateway_socket {
     bool broken = false; /**< in an exceptional condition */
     std::shared_ptr<connection> stream;
     thread *sender = nullptr; /**< whose whole buffer is under way */
-    uint64_t last_progress_ms = 0;
     std::deque<datagram> datagrams;
 
     [[nodiscard]] bool readable() const;

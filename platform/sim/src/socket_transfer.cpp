@@ -8,9 +8,6 @@ using sim::operation;
 
 namespace {
 
-/** A send gives up after so long without progress. */
-constexpr uint64_t send_patience_ms = 2000;
-
 /** Code for a socket that a call cannot be done on: unknown, or of a kind that gives the other
  * code. */
 int32_t unfit(const sim::gateway_socket *socket, int32_t of_other_kind) {
@@ -240,13 +237,21 @@ int32_t send_obstacle(const sim::connection &stream) {
     return stream.gateway_sends_no_more || stream.torn ? int32_t{sim::error_not_connected} : 0;
 }
 
+/** Looks at what the peer has taken since the last look. */
+void restore_patience(sim::connection &stream) {
+    stream.patience.restore(stream.taken_by_peer - stream.restored_for);
+    stream.restored_for = stream.taken_by_peer;
+}
+
 /**
- * Waits until ready(socket), at most as long as a send that began then may wait.
+ * Waits until ready(socket).
  *
+ * @param deadline  end of the wait, ms; null: none
  * @return 0, or an error code
  */
 template <typename Ready>
-int32_t wait_to_send(int32_t descriptor, uint64_t begin_ms, const char *what, const Ready &ready) {
+int32_t wait_to_send(int32_t descriptor, const uint64_t *deadline, const char *what,
+                     const Ready &ready) {
     sim::core &core = sim::current_core();
     while (true) {
         const sim::gateway_socket *socket = core.net.find(descriptor);
@@ -259,12 +264,11 @@ int32_t wait_to_send(int32_t descriptor, uint64_t begin_ms, const char *what, co
         if (ready(*socket)) {
             return 0;
         }
-        const uint64_t deadline = std::max(begin_ms, socket->last_progress_ms) + send_patience_ms;
-        if (core.threads.now_ms() >= deadline) {
+        if (deadline != nullptr && core.threads.now_ms() >= *deadline) {
             return KELO_ERR_TIMED_OUT;
         }
         const sim::wake woken = core.threads.wait(
-            {.what = what, .detail = descriptor, .deadline = &deadline, .stoppable = true},
+            {.what = what, .detail = descriptor, .deadline = deadline, .stoppable = true},
             [&core, &ready, descriptor] {
                 const sim::gateway_socket *now = core.net.find(descriptor);
                 return now == nullptr || send_obstacle(*now->stream) != 0 || ready(*now);
@@ -275,24 +279,40 @@ int32_t wait_to_send(int32_t descriptor, uint64_t begin_ms, const char *what, co
     }
 }
 
+/** Waits for room, no longer than the connection's patience lasts. Returns 0, or an error code */
+int32_t wait_for_room(int32_t descriptor) {
+    using std::chrono::milliseconds;
+    sim::core &core = sim::current_core();
+    const std::shared_ptr<sim::connection> stream = core.net.find(descriptor)->stream;
+    restore_patience(*stream);
+    const uint64_t begin = core.threads.now_ms();
+    const uint64_t deadline =
+        begin +
+        static_cast<uint64_t>(std::chrono::ceil<milliseconds>(stream->patience.left()).count());
+    const int32_t code = wait_to_send(
+        descriptor, &deadline, "room on socket", [](const sim::gateway_socket &socket) {
+            return socket.stream->peer_closed || socket.stream->room_to_peer() != 0;
+        });
+    stream->patience.use(milliseconds(core.threads.now_ms() - begin));
+    restore_patience(*stream);
+    return code;
+}
+
 /**
  * Sends count bytes of the thread whose turn it is.
  *
  * @param[out] sent  bytes that were accepted
  * @return 0, or an error code
  */
-int32_t send_in_turn(int32_t descriptor, std::string_view bytes, uint64_t begin_ms, size_t &sent) {
+int32_t send_in_turn(int32_t descriptor, std::string_view bytes, size_t &sent) {
     sim::core &core = sim::current_core();
     while (sent < bytes.size()) {
-        const int32_t code = wait_to_send(
-            descriptor, begin_ms, "room on socket", [](const sim::gateway_socket &socket) {
-                return socket.stream->peer_closed || socket.stream->room_to_peer() != 0;
-            });
+        const int32_t code =
+            core.net.find(descriptor) != nullptr ? wait_for_room(descriptor) : KELO_ERR_BAD_SOCKET;
         if (code != 0) {
             return code;
         }
-        sim::gateway_socket &socket = *core.net.find(descriptor);
-        const std::shared_ptr<sim::connection> stream = socket.stream;
+        const std::shared_ptr<sim::connection> stream = core.net.find(descriptor)->stream;
         if (stream->peer_closed) {
             // Goes out and is answered by a reset, as the peer has closed: later sends notice.
             stream->reset = true;
@@ -303,7 +323,6 @@ int32_t send_in_turn(int32_t descriptor, std::string_view bytes, uint64_t begin_
             std::min({bytes.size() - sent, stream->room_to_peer(), stream->link.segment_bytes_max});
         stream->to_peer.push(bytes.substr(sent, step));
         sent += step;
-        socket.last_progress_ms = core.threads.now_ms();
         core.net.pump(stream);
         core.threads.changed();
         if (sent < bytes.size()) {
@@ -326,8 +345,7 @@ int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t lengt
     if (socket == nullptr || socket->stream == nullptr) {
         return call.net_error(unfit(socket, sim::error_not_connected));
     }
-    const uint64_t begin_ms = core.threads.now_ms();
-    int32_t code = wait_to_send(descriptor, begin_ms, "a turn to send on socket",
+    int32_t code = wait_to_send(descriptor, nullptr, "a turn to send on socket",
                                 [](const sim::gateway_socket &to) { return to.sender == nullptr; });
     if (code != 0) {
         return call.net_error(code);
@@ -335,7 +353,7 @@ int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t lengt
     core.net.find(descriptor)->sender = &core.threads.self();
     const uint64_t wanted = std::min<uint64_t>(length, call.partial_bytes());
     size_t sent = 0;
-    code = send_in_turn(descriptor, {static_cast<const char *>(buffer), wanted}, begin_ms, sent);
+    code = send_in_turn(descriptor, {static_cast<const char *>(buffer), wanted}, sent);
     if (sim::gateway_socket *now = core.net.find(descriptor)) {
         now->sender = nullptr;
         now->stream->torn = now->stream->torn || (sent != 0 && sent < length);

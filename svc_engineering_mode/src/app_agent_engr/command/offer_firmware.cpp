@@ -79,17 +79,6 @@ void describe_image(lan_fw_info_t &firmware) {
     firmware.file_size = up_info.file_size;
 }
 
-/** Whether a text can be an id. It is quoted in answers to other apps as it stands, so one that
- * would break their JSON is none. */
-bool is_id(const char *text) {
-    for (; *text != '\0'; ++text) {
-        if (*text < ' ' || *text > '~' || *text == '"' || *text == '\\') {
-            return false;
-        }
-    }
-    return true;
-}
-
 /** Begins the upgrade and offers the image. Returns why it fails, or null. */
 reason start(const lan_request &request, const json_request &parsed) {
     upgrade_begin();

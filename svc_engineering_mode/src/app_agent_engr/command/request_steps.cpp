@@ -41,3 +41,12 @@ int32_t hand_over(json_request &parsed, sf_service service) {
     }
     return op_ret;
 }
+
+bool is_id(const char *text) {
+    for (; *text != '\0'; ++text) {
+        if (*text < ' ' || *text > '~' || *text == '"' || *text == '\\') {
+            return false;
+        }
+    }
+    return true;
+}

@@ -23,3 +23,7 @@ using sf_service = int32_t (*)(sf_cmd_t *command);
  * @return what the service returned; when 0 the request is no longer ours
  */
 [[nodiscard]] int32_t hand_over(json_request &parsed, sf_service service);
+
+/** Whether a text can be an id. Ids stand in JSON answers as they are, so one that would break them
+ * is none. */
+[[nodiscard]] bool is_id(const char *text);

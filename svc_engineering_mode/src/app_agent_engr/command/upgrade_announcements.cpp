@@ -89,7 +89,8 @@ void __lan_dev_upgrade_info(const lan_request &request) {
     store_image(parsed);
     up_info.firmware_type = *firmware_type;
     char dev_id[DEV_ID_SIZE] = {};
-    if (const char *cid = parsed.text("cid")) {
+    const char *cid = parsed.text("cid");
+    if (cid != nullptr && is_id(cid)) {
         copy_text(dev_id, cid);
     }
     const device_version sw_ver(dev_id);
