@@ -4,8 +4,8 @@
  * Descriptors. A descriptor is a number that the port hands out: above 0 and, since select takes
  * the highest one plus 1, below 2147483647. REQUIRED of a port: a number is never handed out a
  * second time while the process lives (a port over system descriptors keeps a small table for
- * that). A caller that still holds the number of a socket closed meanwhile
- * gets an error, never somebody else's connection.
+ * that). A caller that still holds the number of a socket closed meanwhile gets an error, never
+ * somebody else's connection.
  *
  * Waiting. Whatever waits on a socket ends at once when that socket is closed or shut down, on
  * whatever thread, and when the waiting thread is told to stop.
@@ -14,8 +14,11 @@
  * REQUIRED of a port: nobody who answers that with another select spins. The port then either takes
  * the connection off the queue, or leaves the listening socket out of select for a while.
  *
- * Errors. kelo_hal_net_get_errno tells the code of the calling thread's last failed call here.
- * Codes are negative. The three transient ones are fixed; others never collide with them.
+ * Errors. A call fails when its descriptor is unknown or was closed meanwhile
+ * (KELO_ERR_BAD_SOCKET), when the system refuses it, and in the cases named with it. The caller
+ * tells failure from success by the sign alone; kelo_hal_net_get_errno gives the code of the
+ * calling thread's last failed call here. Codes are negative. The three transient ones are fixed;
+ * others never collide with them.
  */
 #pragma once
 
@@ -64,7 +67,12 @@ void kelo_hal_net_fd_zero(kelo_fd_set_t *set);
 /** Puts a descriptor into a set. One below 0, one that is in it and one too many for the set change
  * nothing. */
 void kelo_hal_net_fd_set(int32_t descriptor, kelo_fd_set_t *set);
-/** @return 1 when the descriptor is in the set, else 0 */
+
+/**
+ * Whether a descriptor is in a set.
+ *
+ * @return 1 when it is, else 0
+ */
 int32_t kelo_hal_net_fd_isset(int32_t descriptor, const kelo_fd_set_t *set);
 
 /**
@@ -85,10 +93,11 @@ int32_t kelo_hal_net_select(int32_t descriptor_count, kelo_fd_set_t *read_set,
                             uint32_t milliseconds);
 
 /**
- * Creates a socket, in blocking mode.
+ * Creates a socket, in blocking mode. A UDP socket sends from any local address and port until it
+ * is bound.
  *
  * @param kind  KELO_SOCKET_TCP or KELO_SOCKET_UDP
- * @return a descriptor above 0, or negative
+ * @return a descriptor above 0; negative on failure
  */
 int32_t kelo_hal_net_socket_create(int32_t kind);
 
@@ -96,7 +105,7 @@ int32_t kelo_hal_net_socket_create(int32_t kind);
  * Closes a socket. Waits of other threads on it end at once. Any thread; does not wait for the
  * peer.
  *
- * @return 0, or negative (unknown descriptor)
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_close(int32_t descriptor);
 
@@ -104,7 +113,7 @@ int32_t kelo_hal_net_close(int32_t descriptor);
  * Ends the sending side of a connection: what was accepted for sending still goes out, sends that
  * wait fail at once and so do later ones; receiving goes on. Any thread; does not block.
  *
- * @return 0, or negative
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_shutdown(int32_t descriptor);
 
@@ -112,30 +121,39 @@ int32_t kelo_hal_net_shutdown(int32_t descriptor);
  * Sets a buffer's size in bytes.
  *
  * @param kind  KELO_BUFFER_SEND; other kinds are refused
- * @return 0, or negative
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_set_bufsize(int32_t descriptor, uint32_t size, int32_t kind);
+
 /**
  * Lets a local address be bound again at once after use.
  *
- * @return 0, or negative
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_set_reuse(int32_t descriptor);
+
 /**
  * Keeps the socket out of programs that the process starts.
  *
- * @return 0, or negative
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_set_cloexec(int32_t descriptor);
+
 /**
  * Allows broadcasts.
  *
- * @return 0, or negative
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_set_boardcast(int32_t descriptor);
-/** Sets blocking (true) or non-blocking mode for receives and accepts. Sends keep their own rule.
- * @return 0, or negative */
+
+/**
+ * Sets blocking or non-blocking mode for receives and accepts; sends have a rule of their own.
+ *
+ * @param block  true: blocking
+ * @return 0; negative on failure
+ */
 int32_t kelo_hal_net_set_block(int32_t descriptor, bool block);
+
 /**
  * Keep-alive probes of TCP.
  *
@@ -143,24 +161,31 @@ int32_t kelo_hal_net_set_block(int32_t descriptor, bool block);
  * @param idle_s      seconds of silence before the first
  * @param interval_s  seconds between them
  * @param count       how many unanswered ones end the connection
- * @return 0, or negative
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_set_keepalive(int32_t descriptor, bool on, uint32_t idle_s,
                                    uint32_t interval_s, uint32_t count);
 
-/** Binds to an address (host byte order, KELO_ADDRESS_ANY for any that the port serves) and a port.
- * @return 0, or negative */
+/**
+ * Binds to an address and a port.
+ *
+ * @param address  host byte order; KELO_ADDRESS_ANY for any that the port serves
+ * @param port     host byte order; 0 lets the system choose
+ * @return 0; negative on failure
+ */
 int32_t kelo_hal_net_bind(int32_t descriptor, uint32_t address, uint16_t port);
+
 /**
  * Binds to a local address given as dotted decimal, at a port of the port's choice.
  *
- * @return 0, or negative
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_socket_bind(int32_t descriptor, const char *address);
+
 /**
  * Makes a bound TCP socket listen.
  *
- * @return 0, or negative
+ * @return 0; negative on failure
  */
 int32_t kelo_hal_net_listen(int32_t descriptor, int32_t backlog);
 
@@ -171,7 +196,7 @@ int32_t kelo_hal_net_listen(int32_t descriptor, int32_t backlog);
  * @param descriptor    listening socket
  * @param[out] address  the peer's IPv4 address, host byte order; or null
  * @param[out] port     the peer's port; or null
- * @return a descriptor above 0, or negative
+ * @return a descriptor above 0; negative on failure
  */
 int32_t kelo_hal_net_accept(int32_t descriptor, uint32_t *address, uint16_t *port);
 
@@ -209,7 +234,9 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
  * for one's turn has no bound of its own, since each send before it has one. After a send that
  * failed behind some bytes, every later send on that connection fails, those that wait included.
  *
- * @return length when all bytes were accepted; 0 or negative, or a smaller count, when not
+ * @return length when all bytes were accepted; any other value when not: peer closed or gone, no
+ *     patience left (KELO_ERR_TIMED_OUT), sending ended by kelo_hal_net_shutdown, thread told to
+ *     stop while waiting (KELO_ERR_STOPPED)
  */
 int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t length);
 
@@ -217,12 +244,16 @@ int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t lengt
  * Sends one datagram.
  *
  * @param address  host byte order
- * @return the number of bytes, or negative
+ * @return the number of bytes; negative on failure
  */
 int32_t kelo_hal_net_send_to(int32_t descriptor, const void *buffer, uint32_t length,
                              uint32_t address, uint16_t port);
 
-/** Code of the calling thread's last failed call here; unchanged by calls that succeed. */
+/**
+ * Code of the calling thread's last failed call here; unchanged by calls that succeed.
+ *
+ * @return one of KELO_ERR_..., or another negative code; 0 when no call has failed yet
+ */
 int32_t kelo_hal_net_get_errno(void);
 
 #ifdef __cplusplus
