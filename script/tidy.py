@@ -14,7 +14,7 @@ PUBLIC = "svc_engineering_mode/include/"
 CONTRACTS = "platform/include/"
 
 # Floors of the agent from the ground up; folders of one floor do not know each other.
-FLOORS = (("clients",), ("transport",), ("udp", "upgrade"), ("command",), ("service_core",))
+FLOORS = (("base",), ("clients",), ("transport",), ("udp", "upgrade"), ("command",), ("service_core",))
 
 
 def agent_directions():
@@ -293,10 +293,10 @@ def self_test():
     )
     house = {AGENT + "command/d.h": top + '#pragma once\n#include "command/c.h"\n',
              AGENT + "command/c.h": top + "#pragma once\n", AGENT + "upgrade/u.h": top + "#pragma once\n",
-             AGENT + "clients/l.h": top + "#pragma once\n", CONTRACTS + "platform/log.h": top + "#pragma once\n",
+             AGENT + "base/l.h": top + "#pragma once\n", CONTRACTS + "platform/log.h": top + "#pragma once\n",
              PUBLIC + "engr_lan_agent.h": top + "#pragma once\n#ifdef __cplusplus\n#endif\n"}
     sound = (top + '#include "transport/a.h"\n\n/**\n * @param a  one\n * @return two\n */\n/** @return 0 */\n'
-             '#include "clients/l.h"\n#include "platform/log.h"\n#include <cstring>\n'
+             '#include "base/l.h"\n#include "platform/log.h"\n#include <cstring>\n'
              '/* free(p); new */\nconst char *t = "throw new std::string";\nstruct s { s(const s &) = delete; };\n'
              "void f() { assert(a == b && c <= d); g(new (room) int, 1'000, '\"'); }\n")
     failures = []

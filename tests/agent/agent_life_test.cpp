@@ -1,6 +1,6 @@
 /* Start and stop against each other, under every schedule of short stories: nobody hangs, nobody
  * spins, and every frame that was begun gets its answer. */
-#include "clients/service_life.h"
+#include "base/service_life.h"
 #include "platform/clock.h"
 #include "sim/explore.h"
 #include "story_gateway.h"

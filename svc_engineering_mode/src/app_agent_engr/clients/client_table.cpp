@@ -1,9 +1,8 @@
 /* Operations on the client connection table. */
 #include "client_table.h"
 
-#include "agent_log.h"
-
-#include "agent_use.h"
+#include "base/agent_log.h"
+#include "base/agent_use.h"
 #include "engr_lan_agent.h"
 #include "platform/clock.h"
 #include "platform/owners.h"

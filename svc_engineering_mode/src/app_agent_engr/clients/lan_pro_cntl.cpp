@@ -1,7 +1,4 @@
 /* Home of the controller record's pointer. */
 #include "lan_pro_cntl.h"
 
-#include "agent_use.h"
-
 std::atomic<lan_pro_cntl_t *> lan_pro_cntl{nullptr};
-constinit service_life agent_life;

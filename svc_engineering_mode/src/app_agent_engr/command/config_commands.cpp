@@ -1,12 +1,12 @@
 /* Configuration files, radio channel and log. */
 #include "gateway/config.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
+#include "command_handlers.h"
 #include "config_files.h"
-#include "handlers.h"
 #include "request_steps.h"
-#include "transport/bounded_text.h"
-#include "transport/gateway_fields.h"
 #include "transport/tcp_send.h"
 
 namespace {

@@ -1,11 +1,11 @@
 /* The files behind the configuration and log commands. */
 #include "config_files.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
 #include "engr_lan_agent.h"
 #include "gateway/config.h"
-#include "transport/bounded_text.h"
-#include "transport/gateway_fields.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,11 +1,11 @@
 /* Commands to devices and groups, and queries of their data points. */
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/gateway_fields.h"
+#include "command_handlers.h"
 #include "gateway/device.h"
 #include "gateway/gateway.h"
 #include "gateway/group.h"
-#include "handlers.h"
 #include "request_steps.h"
-#include "transport/gateway_fields.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 /* The device list, and the lists of online and offline devices. */
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
+#include "command_handlers.h"
 #include "gateway/device.h"
 #include "gateway/gateway.h"
-#include "handlers.h"
-#include "transport/bounded_text.h"
-#include "transport/gateway_fields.h"
 
 #include <atomic>
 #include <cstdio>

@@ -1,11 +1,11 @@
 /* The dispatcher: registered handlers first, then decryption, then the table of frame types. */
 #include "dispatcher.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "command_handlers.h"
 #include "engr_lan_agent.h"
-#include "handlers.h"
-#include "transport/frame_handlers.h"
 #include "transport/frame_types.h"
+#include "transport/registered_handlers.h"
 
 #include <cstring>
 

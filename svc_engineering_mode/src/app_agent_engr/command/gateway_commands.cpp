@@ -1,12 +1,12 @@
 /* Commands to the gateway itself: binding, joining, Wi-Fi, deactivation. */
 #include "gateway/gateway.h"
 
-#include "clients/agent_log.h"
-#include "handlers.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
+#include "command_handlers.h"
 #include "platform/clock.h"
 #include "request_steps.h"
-#include "transport/bounded_text.h"
-#include "transport/gateway_fields.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 /* An app starts a firmware upgrade: the announced image is offered to the upgrade service. */
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
+#include "command_handlers.h"
 #include "gateway/gateway.h"
-#include "handlers.h"
 #include "request_steps.h"
-#include "transport/bounded_text.h"
-#include "transport/gateway_fields.h"
 #include "upgrade/upgrade_state.h"
 
 #include <cstring>

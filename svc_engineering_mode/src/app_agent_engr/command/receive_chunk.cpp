@@ -1,7 +1,7 @@
 /* The pieces of a firmware image on their way from the app to the upgrade service. */
-#include "clients/agent_log.h"
-#include "handlers.h"
-#include "transport/byte_cursor.h"
+#include "base/agent_log.h"
+#include "base/byte_cursor.h"
+#include "command_handlers.h"
 #include "upgrade/chunk_request.h"
 #include "upgrade/upgrade_progress.h"
 #include "upgrade/upgrade_state.h"

@@ -1,7 +1,7 @@
 /* Steps that many command handlers share. */
 #include "request_steps.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 /* Steps that many command handlers share. Server task. */
 #pragma once
 
+#include "base/json_request.h"
 #include "gateway/records.h"
-#include "transport/json_request.h"
 #include "transport/request.h"
 
 /** Refuses a request that is not JSON. */

@@ -1,11 +1,11 @@
 /* Commands about scenes: scenes of a group, linkage scenes, scene panels. */
 #include "gateway/scene.h"
 
-#include "clients/agent_log.h"
-#include "handlers.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
+#include "command_handlers.h"
 #include "request_steps.h"
-#include "transport/bounded_text.h"
-#include "transport/gateway_fields.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 /* Announcing a firmware image: of the gateway, or of any device. */
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
+#include "command_handlers.h"
 #include "gateway/device.h"
-#include "handlers.h"
 #include "request_steps.h"
-#include "transport/bounded_text.h"
-#include "transport/gateway_fields.h"
 #include "upgrade/upgrade_state.h"
 
 #include <cstring>

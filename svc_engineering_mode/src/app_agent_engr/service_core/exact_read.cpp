@@ -1,6 +1,6 @@
 /* Reading an exact number of bytes from a non-blocking socket; exported, and used by the frame
  * reader. */
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
 #include "engr_lan_agent.h"
 #include "platform/clock.h"
 #include "platform/socket.h"

@@ -2,8 +2,8 @@
  * on beyond it. */
 #include "frame_reader.h"
 
-#include "clients/agent_log.h"
-#include "clients/agent_use.h"
+#include "base/agent_log.h"
+#include "base/agent_use.h"
 #include "clients/client_table.h"
 #include "command/dispatcher.h"
 #include "engr_lan_agent.h"

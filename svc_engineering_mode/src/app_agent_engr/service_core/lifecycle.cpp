@@ -1,6 +1,6 @@
 /* Start and stop of the agent. */
-#include "clients/agent_log.h"
-#include "clients/agent_use.h"
+#include "base/agent_log.h"
+#include "base/agent_use.h"
 #include "clients/client_table.h"
 #include "engr_lan_agent.h"
 #include "platform/airkiss.h"

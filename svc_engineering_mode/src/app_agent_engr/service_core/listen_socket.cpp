@@ -1,7 +1,7 @@
 /* Setting up the listening socket. */
 #include "listen_socket.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
 #include "platform/socket.h"
 
 namespace {

@@ -1,8 +1,8 @@
 /* The TCP server task: waits for a network, listens, and serves up to ten apps. */
 #include "server_task.h"
 
-#include "clients/agent_log.h"
-#include "clients/agent_use.h"
+#include "base/agent_log.h"
+#include "base/agent_use.h"
 #include "clients/client_table.h"
 #include "frame_reader.h"
 #include "gateway/gateway.h"

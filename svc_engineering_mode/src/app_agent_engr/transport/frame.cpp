@@ -1,8 +1,8 @@
 /* The LAN frame on the wire. */
 #include "frame.h"
 
-#include "byte_cursor.h"
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/byte_cursor.h"
 #include "platform/crypto.h"
 #include "platform/memory.h"
 

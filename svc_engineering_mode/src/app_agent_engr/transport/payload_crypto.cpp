@@ -1,7 +1,7 @@
 /* Encryption and decryption of payloads. */
 #include "payload_crypto.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
 #include "platform/crypto.h"
 #include "platform/text.h"
 

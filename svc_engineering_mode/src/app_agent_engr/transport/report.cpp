@@ -1,15 +1,15 @@
 /* Pushing reports to every connected app. */
 #include "report.h"
 
-#include "bounded_text.h"
-#include "clients/agent_log.h"
-#include "clients/agent_use.h"
+#include "base/agent_log.h"
+#include "base/agent_use.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
 #include "clients/client_table.h"
 #include "engr_lan_agent.h"
 #include "frame_types.h"
 #include "gateway/device.h"
 #include "gateway/gateway.h"
-#include "gateway_fields.h"
 #include "platform/owners.h"
 #include "tcp_send.h"
 

@@ -1,7 +1,7 @@
 /* Answering a request, and decrypting it. */
 #include "request.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
 #include "keys.h"
 #include "payload_crypto.h"
 #include "tcp_send.h"

@@ -1,7 +1,7 @@
 /* The send path of TCP: fault test, encryption, frame, one write, fault marking. */
 #include "tcp_send.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
 #include "clients/client_table.h"
 #include "engr_lan_agent.h"
 #include "frame.h"

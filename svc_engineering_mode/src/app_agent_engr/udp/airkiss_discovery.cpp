@@ -1,10 +1,10 @@
 /* Discovery in WeChat mode. */
 #include "airkiss_discovery.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/gateway_fields.h"
 #include "gateway/gateway.h"
 #include "platform/airkiss.h"
-#include "transport/gateway_fields.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 /* One datagram of the access-point configuration: checked, decrypted and parsed. */
 #include "ap_datagram.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/json_request.h"
 #include "transport/frame.h"
 #include "transport/frame_types.h"
-#include "transport/json_request.h"
 #include "transport/keys.h"
 #include "transport/payload_crypto.h"
 

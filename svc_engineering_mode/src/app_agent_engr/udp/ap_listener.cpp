@@ -1,7 +1,7 @@
 /* The access-point configuration: start, stop and listening. */
 #include "ap_datagram.h"
-#include "clients/agent_log.h"
-#include "clients/service_life.h"
+#include "base/agent_log.h"
+#include "base/service_life.h"
 #include "engr_lan_agent.h"
 #include "platform/clock.h"
 #include "platform/owners.h"

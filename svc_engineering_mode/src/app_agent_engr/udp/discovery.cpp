@@ -1,13 +1,13 @@
 /* The discovery broadcast: one encrypted datagram that describes the gateway. */
 #include "discovery.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
 #include "clients/client_table.h"
 #include "gateway/gateway.h"
 #include "platform/network.h"
 #include "platform/owners.h"
 #include "platform/socket.h"
-#include "transport/bounded_text.h"
 #include "transport/frame.h"
 #include "transport/frame_types.h"
 #include "transport/keys.h"

@@ -1,14 +1,14 @@
 /* The report of a failed network configuration. */
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
 #include "engr_lan_agent.h"
 #include "platform/clock.h"
 #include "platform/owners.h"
 #include "platform/socket.h"
 #include "platform/wifi.h"
-#include "transport/bounded_text.h"
 #include "transport/frame.h"
 #include "transport/frame_types.h"
-#include "transport/gateway_fields.h"
 #include "transport/keys.h"
 #include "transport/payload_crypto.h"
 

@@ -1,7 +1,7 @@
 /* The gateway's requests for pieces of a firmware image. */
 #pragma once
 
-#include "transport/bounded_text.h"
+#include "base/bounded_text.h"
 
 #include <cstdint>
 

@@ -1,10 +1,10 @@
 /* The upgrade service starts the transfer of an image. */
+#include "base/agent_log.h"
+#include "base/agent_use.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
 #include "chunk_request.h"
-#include "clients/agent_log.h"
-#include "clients/agent_use.h"
 #include "engr_lan_agent.h"
-#include "transport/bounded_text.h"
-#include "transport/gateway_fields.h"
 #include "upgrade_state.h"
 
 #include <algorithm>

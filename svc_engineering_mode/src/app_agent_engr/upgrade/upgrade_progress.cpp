@@ -1,9 +1,9 @@
 /* Reports of the upgrade's progress. */
 #include "upgrade_progress.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
 #include "engr_lan_agent.h"
-#include "transport/bounded_text.h"
 #include "transport/frame_types.h"
 #include "upgrade_state.h"
 

@@ -1,7 +1,7 @@
 /* The phases of upgrade and transfer, the watchdog, and who may tell an outcome. */
 #include "upgrade_state.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
 #include "engr_lan_agent.h"
 #include "gateway/gateway.h"
 #include "platform/critical_section.h"

@@ -1,7 +1,7 @@
 /* The thread that tells the upgrade service the outcome, and stays with it while it installs. */
 #include "upgrade_worker.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
 #include "upgrade_state.h"
 
 namespace {

@@ -1,10 +1,10 @@
 /* The upgrade service reports the version that a sub-device runs, which ends an upgrade. */
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/bounded_text.h"
+#include "base/gateway_fields.h"
 #include "engr_lan_agent.h"
 #include "gateway/device.h"
-#include "transport/bounded_text.h"
 #include "transport/frame_types.h"
-#include "transport/gateway_fields.h"
 #include "upgrade_state.h"
 
 #include <strings.h>

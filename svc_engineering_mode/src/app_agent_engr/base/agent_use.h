@@ -1,5 +1,5 @@
 /*
- * Who uses the agent at the moment, and whether it is started.
+ * Life of the agent, and the threads that use it.
  *
  * Every thread that works with the controller record does so inside an agent_use: the server task
  * for its whole life, timer and bus callbacks and exported functions for one call.
@@ -9,7 +9,7 @@
 #include "service_life.h"
 
 /** Life of the agent. */
-extern constinit service_life agent_life;
+inline constinit service_life agent_life;
 
 /** One use of the agent by the calling thread, for the life of a scope. */
 class agent_use : public service_use {

@@ -1,9 +1,9 @@
 /* The table of registered frame handlers. */
-#include "frame_handlers.h"
+#include "registered_handlers.h"
 
-#include "clients/agent_log.h"
+#include "base/agent_log.h"
+#include "base/json_request.h"
 #include "engr_lan_agent.h"
-#include "json_request.h"
 
 #include <atomic>
 
