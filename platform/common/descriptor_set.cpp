@@ -14,7 +14,7 @@ void kelo_hal_net_fd_set(int32_t descriptor, kelo_fd_set_t *set) {
 }
 
 int32_t kelo_hal_net_fd_isset(int32_t descriptor, const kelo_fd_set_t *set) {
-    for (uint32_t i = 0; i < set->count; i++) {
+    for (uint32_t i = 0; i < set->count; ++i) {
         if (set->descriptors[i] == descriptor) {
             return 1;
         }

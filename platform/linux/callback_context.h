@@ -43,7 +43,7 @@ class callback_context {
         callback();
         lock.lock();
         running_id_ = 0;
-        runs_++;
+        ++runs_;
         ended_.notify_all();
     }
 

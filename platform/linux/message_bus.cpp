@@ -78,7 +78,7 @@ void deliver_messages(std::unique_lock<std::mutex> &lock) {
 
 /** An id without registration; CMMOD_NO_MESSAGE_ID when all are taken. */
 uint16_t free_id(bus_service &bus) {
-    for (uint32_t tries = 1; tries < CMMOD_NO_MESSAGE_ID; tries++) {
+    for (uint32_t tries = 1; tries < CMMOD_NO_MESSAGE_ID; ++tries) {
         bus.last_id = static_cast<uint16_t>(bus.last_id % (CMMOD_NO_MESSAGE_ID - 1) + 1);
         if (!bus.receivers.contains(bus.last_id)) {
             return bus.last_id;

@@ -57,7 +57,7 @@ size_t watch_list::index_of(int32_t descriptor) const {
 }
 
 bool watch_list::add(const kelo_fd_set_t *set, int32_t descriptor_count, short events) {
-    for (uint32_t i = 0; set != nullptr && i < set->count && i < KELO_FD_SET_CAPACITY; i++) {
+    for (uint32_t i = 0; set != nullptr && i < set->count && i < KELO_FD_SET_CAPACITY; ++i) {
         const int32_t descriptor = set->descriptors[i];
         if (descriptor >= descriptor_count) {
             continue;
@@ -135,7 +135,7 @@ int32_t keep_ready(const watch_list &watched, kelo_fd_set_t *set, short ready_ev
     }
     kelo_fd_set_t ready;
     kelo_hal_net_fd_zero(&ready);
-    for (uint32_t i = 0; i < set->count && i < KELO_FD_SET_CAPACITY; i++) {
+    for (uint32_t i = 0; i < set->count && i < KELO_FD_SET_CAPACITY; ++i) {
         if ((watched.events_of(set->descriptors[i]) & ready_events) != 0) {
             kelo_hal_net_fd_set(set->descriptors[i], &ready);
         }

@@ -32,7 +32,7 @@ send_turn send_order::take_turn(int fd) {
             return send_turn::failed;
         }
     }
-    waiting_++;
+    ++waiting_;
     for (;;) {
         lock.unlock();
         pollfd watched[] = {{fd, 0, 0}, {turn_event_, POLLIN, 0}, {}};
@@ -58,7 +58,7 @@ send_turn send_order::take_turn(int fd) {
                 continue;
             }
         }
-        waiting_--;
+        --waiting_;
         return turn;
     }
 }

@@ -47,7 +47,7 @@ size_t thread_local_bytes() {
     size_t bytes = 0;
     dl_iterate_phdr(
         [](dl_phdr_info *module, size_t, void *sum) {
-            for (size_t i = 0; i < module->dlpi_phnum; i++) {
+            for (size_t i = 0; i < module->dlpi_phnum; ++i) {
                 const auto &segment = module->dlpi_phdr[i];
                 *static_cast<size_t *>(sum) += segment.p_type == PT_TLS ? segment.p_memsz : 0;
             }

@@ -91,7 +91,7 @@ void run_timers(std::unique_lock<std::mutex> &lock) {
 
 /** An id that no timer has, as far as possible from those given back last; 0 when all are taken. */
 uint16_t free_id(timer_service &timers) {
-    for (uint32_t tries = 0; tries < UINT16_MAX; tries++) {
+    for (uint32_t tries = 0; tries < UINT16_MAX; ++tries) {
         timers.last_id = static_cast<uint16_t>(timers.last_id % UINT16_MAX + 1);
         if (!timers.timers.contains(timers.last_id)) {
             return timers.last_id;
