@@ -6,6 +6,8 @@
  * service call that the agent makes. None of them may be called with the gateway record's dev_mutex
  * or field_mutex held.
  *
+ * Callbacks and services must not throw: the agent's code has no exceptions and no unwind tables.
+ *
  * Linking. The agent needs a port (the contracts in platform/) and the gateway's services (the
  * contracts in gateway/).
  */
