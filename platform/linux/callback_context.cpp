@@ -7,7 +7,7 @@ namespace linux_port {
 
 namespace {
 
-/** Callbacks send and log; what they need is not known to the port. */
+/** For callbacks that send and log; the port does not know what they need. */
 constexpr uint32_t stack_bytes = 256 * 1024;
 
 } // namespace

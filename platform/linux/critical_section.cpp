@@ -7,7 +7,7 @@
 
 namespace {
 
-/** Made at first use, whoever that is, and never destroyed. */
+/** Created at its first use and never destroyed. */
 struct process_lock {
     process_lock() {
         pthread_mutexattr_t attributes;
@@ -28,7 +28,7 @@ pthread_mutex_t *system_mutex() {
     return &lock.system;
 }
 
-/** Wrong use can't be told to the caller, and going on would be worse. */
+/** There is no error to return for wrong use, and to go on would be worse. */
 void require_success(int error) {
     if (error != 0) {
         std::abort();

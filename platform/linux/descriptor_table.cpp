@@ -104,7 +104,7 @@ int32_t code_of_errno(int error) {
     case ECONNABORTED: // the connection to be accepted went away; the next one may be there
         return KELO_ERR_TRY_AGAIN;
     default:
-        return -1000 - error; // far from the codes with a name
+        return -1000 - error; // far from the named codes
     }
 }
 

@@ -13,11 +13,11 @@
 
 namespace linux_port {
 
-/** The bytes of a connection on their way out, and the patience with whoever takes them. */
+/** Progress of the bytes sent on a connection, and the patience left for its peer. */
 struct outgoing {
     platform::send_patience patience;
     uint64_t accepted = 0;     /**< bytes that the system has accepted */
-    uint64_t acknowledged = 0; /**< of these, what the peer had taken at the last look */
+    uint64_t acknowledged = 0; /**< of these, acknowledged by the peer at the last check */
 };
 
 /**

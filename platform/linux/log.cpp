@@ -18,7 +18,7 @@ namespace linux_port {
 
 namespace {
 
-/** Longest message that is kept whole; of a longer one the beginning, with an ellipsis. */
+/** Longest message that is kept whole; a longer one is cut and ends in an ellipsis. */
 constexpr size_t longest_message = 64 * 1024;
 constexpr std::string_view ellipsis = "...";
 
@@ -97,7 +97,7 @@ void append_shown(std::string &line, int level, std::string_view message) {
     }
 }
 
-/** The message of a printf call, cut to the limit. */
+/** Appends a formatted message, cut to the limit. */
 void append_message(std::string &line, int level, const char *format, va_list arguments) {
     char short_message[512];
     va_list again;
@@ -161,7 +161,7 @@ void PrintLog(int, int level, const char *file, int line, const char *function, 
     try {
         linux_port::write_line(level, file, line, function, format, arguments);
     } catch (const std::bad_alloc &) {
-        // A line is all that is lost.
+        // No memory: the line is lost.
     }
     va_end(arguments);
     errno = saved_errno;

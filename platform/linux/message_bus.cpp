@@ -18,7 +18,7 @@ namespace linux_port {
 
 namespace {
 
-/** Most messages that wait for delivery; what is posted beyond is refused. */
+/** Most messages that wait for delivery; a post beyond that is refused. */
 constexpr size_t queue_limit = 1024;
 
 /** The block behind an rfc_data_t. The bytes follow it. */

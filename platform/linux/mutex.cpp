@@ -41,7 +41,7 @@ int32_t kelo_hal_mutex_release(kelo_mutex_t mutex) {
     }
     const int error = pthread_mutex_destroy(&mutex->system);
     if (error != 0) {
-        return -error; // still held: leaking it is the lesser evil
+        return -error; // still held: a leak is safer than a destroyed mutex in use
     }
     delete mutex;
     return 0;

@@ -13,8 +13,8 @@ namespace {
 constexpr size_t set_count = 3;
 constexpr size_t most_watched = set_count * KELO_FD_SET_CAPACITY;
 
-/** What counts as ready. Errors and hang-ups, which the system always reports, belong to whichever
- * set the socket is in. */
+/** Events that count as ready. The system always reports errors and hang-ups; they count for every
+ * set that the socket is in. */
 constexpr short read_ready = POLLIN | POLLHUP | POLLERR;
 constexpr short write_ready = POLLOUT | POLLHUP | POLLERR;
 constexpr short exception_ready = POLLPRI;
@@ -35,8 +35,8 @@ class watch_list {
     struct watched_socket {
         int32_t descriptor;
         socket_ref socket;
-        short events; /**< that are waited for */
-        short ready;  /**< that have come */
+        short events; /**< events to wait for */
+        short ready;  /**< events that have occurred */
     };
 
     /** Place of a descriptor; count_ when it is not in the list. */
@@ -128,7 +128,7 @@ short watch_list::events_of(int32_t descriptor) const {
     return index < count_ ? sockets_[index].ready : short{0};
 }
 
-/** Leaves the ready members in a set; how many they are. */
+/** Reduces a set to its ready members; returns their number. */
 int32_t keep_ready(const watch_list &watched, kelo_fd_set_t *set, short ready_events) {
     if (set == nullptr) {
         return 0;
@@ -168,8 +168,7 @@ int32_t kelo_hal_net_select(int32_t descriptor_count, kelo_fd_set_t *read_set,
     }
     const int32_t ready =
         keep_ready(watched, read_set, read_ready) + keep_ready(watched, write_set, write_ready);
-    // A hang-up of a socket that stands in the exception set alone has no other place to be
-    // reported.
+    // A hang-up of a socket that is in the exception set only can't be reported elsewhere.
     return ready + keep_ready(watched, exception_set,
                               ready > 0 ? exception_ready : exception_ready | hung_up);
 }

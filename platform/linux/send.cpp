@@ -15,8 +15,8 @@ namespace linux_port {
 
 namespace {
 
-/** How often a send that waits looks whether the peer takes anything; room is reported late, when a
- * third is free. */
+/** How often a waiting send checks for progress; the system reports room only when a third of the
+ * buffer is free. */
 constexpr std::chrono::milliseconds progress_check{100};
 
 int32_t code_of(send_turn turn, const socket_record &socket) {
@@ -35,7 +35,7 @@ int unacknowledged_bytes(int fd) {
     return ioctl(fd, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
 }
 
-/** Looks at what the peer has taken since the last look. */
+/** Credits what the peer has taken since the last call. */
 void restore_patience(socket_record &socket) {
     outgoing &sent = socket.sent;
     const auto queued = static_cast<uint64_t>(unacknowledged_bytes(socket.fd));

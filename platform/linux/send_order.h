@@ -30,7 +30,7 @@ class send_order {
      * @param broken  a buffer went out in part: nobody may send any more
      */
     void end_turn(bool broken);
-    /** Ends sending for good; the waiting fail. */
+    /** Ends sending for good; waiting threads fail. */
     void end_sending();
 
   private:
@@ -40,8 +40,8 @@ class send_order {
     bool taken_ = false;
     bool ended_ = false;
     uint32_t waiting_ = 0;
-    int turn_event_ =
-        -1; /**< eventfd, made for the first that has to wait; readable when the turn may be free */
+    int turn_event_ = -1; /**< eventfd, created for the first thread that has to wait; readable when
+                             the turn may be free */
 };
 
 } // namespace linux_port

@@ -1,4 +1,4 @@
-// Tells the program what becomes of its TCP servers.
+// Reports the state of TCP servers to the program.
 #pragma once
 
 #include "descriptor_table.h"
@@ -6,11 +6,11 @@
 
 namespace linux_port {
 
-/** Tells of a socket that listens from now on. */
+/** Reports a socket that listens from now on. */
 void tell_listening(socket_record &socket);
-/** Tells of a port that could not be had, the reason being errno. errno is left as it was. */
+/** Reports that a server could not bind or listen, for the reason in errno, which is preserved. */
 void tell_failed(const socket_record &socket, uint16_t port);
-/** Tells of a socket that is closed, if it listened. */
+/** Reports the close of a socket that listened. */
 void tell_closed(const socket_record &socket);
 
 } // namespace linux_port

@@ -42,11 +42,9 @@ int bind_system_socket(int fd, uint32_t address, uint16_t port) {
     return bind(fd, reinterpret_cast<const sockaddr *>(&local), sizeof local);
 }
 
-/**
- * Gives a UDP socket on one address a companion for what is sent to 255.255.255.255, which the
- * system delivers to sockets bound to that or to every address only. All gateways of a host get
- * such a datagram.
- */
+/** Adds a second socket for datagrams to 255.255.255.255 to a UDP socket on one address: the system
+ * delivers these only to sockets bound to that address or to every address. All gateways of a host
+ * get them. */
 int32_t add_broadcast_socket(socket_record &socket, uint16_t port) {
     const int fd = create_system_socket(KELO_SOCKET_UDP);
     const int on = 1;
@@ -128,11 +126,9 @@ ssize_t receive_datagram(int fd, void *buffer, size_t room, sockaddr_in &sender,
     return -1;
 }
 
-/**
- * After an accept that failed: when the cause is a lack of descriptors or memory, select leaves the
- * socket out for a while. The connection waits on, so that it would be ready at once, and whoever
- * serves the others and thereby gives resources back would not get to do it.
- */
+/** After an accept that failed: when the cause is a lack of descriptors or memory, select leaves
+ * the socket out for a while. Otherwise the waiting connection would be ready at once, and the
+ * caller would have no time to serve, and end, other connections. */
 void pause_accepting_without_resources(socket_record &socket) {
     constexpr std::chrono::milliseconds accept_pause{250};
     if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {

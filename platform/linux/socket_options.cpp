@@ -46,7 +46,7 @@ int32_t kelo_hal_net_set_reuse(int32_t descriptor) {
 }
 
 int32_t kelo_hal_net_set_cloexec(int32_t descriptor) {
-    return find_socket(descriptor) != nullptr ? 0 : -1; // so from its creation
+    return find_socket(descriptor) != nullptr ? 0 : -1; // set at its creation
 }
 
 int32_t kelo_hal_net_set_boardcast(int32_t descriptor) {

@@ -12,8 +12,7 @@
 
 namespace {
 
-/** What the port's and the C library's own calls take of a stack, beyond what the caller asked for.
- */
+/** Stack for the port's and the C library's own calls, in addition to the requested size. */
 constexpr size_t stack_reserve_bytes = 256 * 1024;
 
 thread_local kelo_thread *current_thread = nullptr;
@@ -41,7 +40,7 @@ void *run(void *argument) {
     return nullptr;
 }
 
-/** Bytes of thread-local variables of the program and its libraries: the C library takes them from
+/** Bytes of thread-local variables of the program and its libraries: the C library places them on
  * each stack. */
 size_t thread_local_bytes() {
     size_t bytes = 0;
@@ -118,7 +117,7 @@ int32_t CreateAndStart(thrd_handle_t *handle, thrd_hook_t enter, thrd_hook_t lea
         delete thread;
         return -error;
     }
-    *handle = thread; // before the thread exists: its body may look at the handle at once
+    *handle = thread; // before the thread starts: it may use the handle at once
     const int error = start(thread, param->stack_size);
     if (error != 0) {
         *handle = nullptr;

@@ -54,8 +54,7 @@ void schedule(timer_service &timers, uint16_t id, timer &scheduled,
     scheduled.running = true;
 }
 
-/** The next expiry of a periodic timer on its grid. Expiries that were missed are left out, not
- * made up for. */
+/** Next expiry of a periodic timer on its grid; missed expiries are skipped. */
 monotonic_clock::time_point next_due(const timer &expired, monotonic_clock::time_point now) {
     const auto late = now - expired.due;
     return expired.due + (late / expired.period + 1) * expired.period;
@@ -89,7 +88,8 @@ void run_timers(std::unique_lock<std::mutex> &lock) {
     }
 }
 
-/** An id that no timer has, as far as possible from those given back last; 0 when all are taken. */
+/** Next free id, counting up so that a freed id is reused as late as possible; 0 when none is free.
+ * */
 uint16_t free_id(timer_service &timers) {
     for (uint32_t tries = 0; tries < UINT16_MAX; ++tries) {
         timers.last_id = static_cast<uint16_t>(timers.last_id % UINT16_MAX + 1);

@@ -237,7 +237,7 @@ int32_t send_obstacle(const sim::connection &stream) {
     return stream.gateway_sends_no_more || stream.torn ? int32_t{sim::error_not_connected} : 0;
 }
 
-/** Looks at what the peer has taken since the last look. */
+/** Credits what the peer has taken since the last call. */
 void restore_patience(sim::connection &stream) {
     stream.patience.restore(stream.taken_by_peer - stream.restored_for);
     stream.restored_for = stream.taken_by_peer;

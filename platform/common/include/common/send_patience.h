@@ -24,12 +24,12 @@ class send_patience {
     [[nodiscard]] duration left() const { return left_; }
     [[nodiscard]] bool is_over() const { return left_.count() == 0; }
 
-    /** Takes off time that was waited. */
+    /** Subtracts time spent waiting. */
     void use(duration waited) { left_ = std::max(left_ - waited, duration::zero()); }
 
-    /** Gives back what bytes that the peer took are worth. */
+    /** Adds the time earned by bytes that the peer took. */
     void restore(uint64_t bytes) {
-        // More than a full measure is worth no more than that.
+        // Bounded, so that the product cannot overflow.
         const uint64_t counted = std::min<uint64_t>(bytes, 2 * least_rate);
         const duration worth(counted * duration::period::den / least_rate);
         left_ = std::min(left_ + worth, longest);

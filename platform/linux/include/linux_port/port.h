@@ -37,11 +37,11 @@ struct network_config {
 /** The network as it was set. Any thread. */
 const network_config &configured_network();
 
-/** What became of a TCP server of this process. */
+/** State change of a TCP server of this process. */
 enum class server_event {
     listening, /**< it takes connections */
-    failed,    /**< its port could not be had */
-    closed     /**< it listens no more */
+    failed,    /**< its port could not be bound */
+    closed     /**< it no longer listens */
 };
 
 /**
@@ -52,8 +52,8 @@ enum class server_event {
  */
 using server_observer = std::function<void(server_event event, uint16_t port, int error)>;
 
-/** Sets who is told. Call it before the first socket is created, and again (with an empty one) when
- * none is left. */
+/** Sets the observer. Call it before the first socket is created, and again (with an empty one)
+ * when none is left. */
 void set_server_observer(server_observer observer);
 
 /** First IPv4 address of an interface in dotted decimal; nothing when there is no such interface or
@@ -76,10 +76,8 @@ void set_log_level(int level);
  */
 using log_sink = std::function<void(int level, std::string_view line)>;
 
-/**
- * Sets where log lines go; an empty one stands for standard error, which is also the start. Any
- * thread. On return the old sink runs no more.
- */
+/** Sets where log lines go; an empty one stands for standard error, which is also the start. Any
+ * thread. On return the old sink is no longer running. */
 void set_log_sink(log_sink sink);
 
 /**

@@ -71,7 +71,7 @@ class peer {
     std::string receive(size_t count, uint64_t limit_ms = expectation_ms);
     /** What has come, without waiting. */
     std::string receive_available();
-    /** Bytes that have come and were not taken. */
+    /** Bytes events that have occurred and were not taken. */
     [[nodiscard]] size_t available() const;
     /** Waits until the gateway has ended the stream (closed or reset), dropping what comes; false
      * when the limit is over. */

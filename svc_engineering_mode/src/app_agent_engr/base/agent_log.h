@@ -1,8 +1,8 @@
-/* How the agent writes its log lines. */
+/* The log macro of the agent. */
 #pragma once
 
 #include "platform/log.h"
 
-/** Writes one line of the agent. level: one of LOG_LEVEL_...; the rest as for printf. */
+/** Writes one log line. The level is one of LOG_LEVEL_..., the rest as for printf. */
 #define LAN_LOG(level, ...)                                                                        \
     PrintLog(LOG_MODULE_AGENT, level, __FILE_NAME__, __LINE__, __func__, __VA_ARGS__)

@@ -17,7 +17,7 @@ class agent_use : public service_use {
     explicit agent_use(user who = user::visitor) : service_use(agent_life, who) {}
 };
 
-/** Whether a stop of the agent is under way: no frame is begun any more. Any thread. */
+/** Whether a stop of the agent is under way; then no further frame is handled. Any thread. */
 [[nodiscard]] inline bool agent_is_stopping() {
     return agent_life.state() == life_state::stopping;
 }

@@ -28,7 +28,7 @@ class bounded_text {
         }
     }
 
-    /** Takes the last character away when it is this one. */
+    /** Removes the last character if it is this one. */
     void drop_final(char last) {
         if (length_ > 0 && buffer_[length_ - 1] == last) {
             buffer_[--length_] = '\0';

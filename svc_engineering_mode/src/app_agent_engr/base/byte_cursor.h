@@ -1,12 +1,14 @@
-/* Bounded reading and writing of big-endian words and bytes: the only way in which the bytes of a
- * frame are touched. */
+/*
+ * Bounded reading and writing of big-endian words and bytes. Bytes of frames are accessed in no
+ * other way.
+ */
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 
-/** Reads from a byte range, front to back. A read that goes beyond the end yields 0 and marks the
- * cursor as overrun for good. */
+/** Reads from a byte range, front to back. A read beyond the end yields 0 and sets the overrun
+ * state, which stays. */
 class byte_reader {
   public:
     /** The range must outlive the reader. */
@@ -14,7 +16,7 @@ class byte_reader {
 
     /** Bytes not read yet. */
     [[nodiscard]] uint32_t left() const { return size_ - position_; }
-    /** Whether every read so far stayed inside. */
+    /** Whether every read so far was within the range. */
     [[nodiscard]] bool ok() const { return ok_; }
 
     uint32_t u32() {
@@ -40,8 +42,8 @@ class byte_reader {
     bool ok_ = true;
 };
 
-/** Writes into a byte range, front to back. What does not fit is not written and marks the cursor
- * as overrun for good. */
+/** Writes into a byte range, front to back. What does not fit is not written and sets the overrun
+ * state, which stays. */
 class byte_writer {
   public:
     /** The range must outlive the writer. */

@@ -5,17 +5,18 @@
 
 namespace {
 
-/** Requests are at most a handful of levels deep. The parser recurses, and the server task's stack
- * is small. */
+/** Real requests have a handful of levels. The parser recurses, and the server task's stack is
+ * small. */
 constexpr uint32_t nesting_limit = 32;
 
-/** Requests have at most some thousands of values. The parser takes about 80 bytes for each. */
+/** Real requests have some thousands of values at most. The parser takes about 80 bytes for each.
+ * */
 constexpr uint32_t value_limit = 20'000;
 
-/** Whether parsing a text would take more stack or memory than a request may. */
+/** Whether parsing a text could take too much stack or memory. */
 bool is_too_large(const char *text) {
     uint32_t depth = 0;
-    uint32_t values = 1; // never less than there are: each but the first follows one of ,[{
+    uint32_t values = 1; // an upper bound: each but the first follows one of ,[{
     bool in_string = false;
     for (const char *at = text; *at != '\0'; ++at) {
         if (in_string && *at == '\\' && at[1] != '\0') {

@@ -1,4 +1,4 @@
-/* The state of a service, the list of its uses, and the hand-over of a stop to the last use. */
+/* State changes, the list of uses, and how a stop is completed by the last use. */
 #include "service_life.h"
 
 #include "platform/clock.h"
@@ -8,7 +8,7 @@ namespace {
 
 using platform::held_critical_section;
 
-/** Pause between two looks at a condition that another thread will bring about. */
+/** Interval for polling a condition that another thread brings about. */
 constexpr uint32_t poll_ms = 1;
 
 } // namespace

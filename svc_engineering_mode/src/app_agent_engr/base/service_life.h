@@ -13,15 +13,15 @@
 #include <atomic>
 #include <cstdint>
 
-/** Where a service stands. */
+/** State of a service. */
 enum class life_state : uint8_t {
     stopped,
-    starting, /**< a start is under way; only the service's own thread is let in */
+    starting, /**< a start is under way; only the service's own thread may enter */
     started,
-    stopping /**< a stop is under way; only the service's own thread is let in */
+    stopping /**< a stop is under way; only the service's own thread may enter */
 };
 
-/** What a start or stop finds. */
+/** Answer to a thread that wants to start or stop the service. */
 enum class transition : uint8_t {
     claimed,    /**< the caller carries it out */
     needless,   /**< the service is in the wanted state */
@@ -69,16 +69,17 @@ class service_life {
 
     std::atomic<life_state> state_{life_state::stopped}; // changed in the critical section
     service_use *uses_ = nullptr;                        // in the critical section
-    void (*release_)() = nullptr; // in the critical section; what the last use has to call
+    void (*release_)() = nullptr; // guarded by the critical section; what the last use has to call
 };
 
 /** One use of a service by the calling thread, for the life of a scope. */
 class service_use {
   public:
-    /** Whose use it is. */
+    /** Kind of user. */
     enum class user : uint8_t {
-        visitor, /**< callback or exported function: let in while the service is started */
-        worker   /**< the service's own thread, which a stop waits for: let in unless stopped */
+        visitor, /**< callback or exported function: may enter while the service is started */
+        worker /**< the service's own thread, which a stop waits for: may enter unless it is stopped
+                */
     };
 
     explicit service_use(service_life &life, user who = user::visitor);

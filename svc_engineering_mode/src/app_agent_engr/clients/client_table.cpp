@@ -14,10 +14,11 @@ using platform::held_mutex;
 
 /** A client that is silent for this long is closed. */
 constexpr int32_t idle_limit_s = 120;
-/** So long nobody was silent: the clock was set meanwhile, and the client stays. */
+/** A longer gap means that the clock was set, not that the client was silent; it stays connected.
+ * */
 constexpr int32_t clock_jump_s = 30 * 24 * 3600;
 
-/** What a stop gives the sends that it finds under way. */
+/** Time that a stop leaves to sends that are under way. */
 constexpr uint32_t send_grace_ms = 20;
 
 constexpr int32_t no_slot = -1;
@@ -27,7 +28,7 @@ int32_t slots_in_use(const lan_pro_cntl_t &cntl) {
     return cntl.socket_num;
 }
 
-/** With the mutex held. */
+/** The mutex is held. */
 int32_t find_slot(const lan_pro_cntl_t &cntl, int32_t socket) {
     for (int32_t slot = 0; slot < cntl.socket_num; ++slot) {
         if (cntl.sockets[slot] == socket) {
@@ -43,7 +44,7 @@ bool is_due_for_close(const lan_pro_cntl_t &cntl, int32_t slot, uint32_t now) {
     return faulty || (idle_s >= idle_limit_s && idle_s < clock_jump_s);
 }
 
-/** With the mutex held. */
+/** The mutex is held. */
 void remove_slot(lan_pro_cntl_t &cntl, int32_t slot) {
     for (int32_t later = slot + 1; later < cntl.socket_num; ++later) {
         cntl.sockets[later - 1] = cntl.sockets[later];
@@ -290,7 +291,7 @@ bool lpc_send::may_begin() const {
 
 namespace {
 
-/** Whether other threads send; ends these sends when asked to. */
+/** Whether sends of other threads are under way; can end these. */
 bool has_foreign_sends(bool end_them) {
     const lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
     const held_mutex hold(cntl.mutex);

@@ -13,8 +13,8 @@
 
 #include <cstdint>
 
-/** Adds an accepted connection as sound. A full table or a negative socket is logged, the socket
- * stays open. */
+/** Adds an accepted connection. A full table or a negative socket is logged; the socket stays open.
+ * */
 void __lpc_add_socket(int32_t socket, uint32_t time);
 /** @return connections in the table, faulty ones included; 0 while the agent is not started */
 [[nodiscard]] int32_t __get_lpc_socket_num();
@@ -51,9 +51,9 @@ void __lpc_close_all_socket();
 void lpc_set_listening_socket(int32_t socket);
 /** Notes that the calling thread is the server task, whose sends are not foreign_sends. */
 void lpc_enter_server_task();
-/** For a stop that has begun: lets sends of other threads than the server task end, at most for
- * 20 ms; then makes those that still wait on a client fail, and every later one to it. The server
- * task's own waits end when its thread is told to stop. */
+/** For a stop that has begun: waits at most 20 ms for sends of other threads than the server task,
+ * then makes those fail that still wait for a client, and every later one to it. Waits of the
+ * server task itself end when its thread is told to stop. */
 void lpc_end_foreign_sends();
 
 /** A send to one client, for the life of a scope. */

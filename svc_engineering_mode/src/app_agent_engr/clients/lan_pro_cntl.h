@@ -12,17 +12,15 @@ constexpr int32_t lan_client_max = 10;
 /** Size of the server task's receive buffer in bytes. */
 constexpr uint32_t lan_recv_buf_size = 512;
 
-/**
- * State of a started agent. The client table is the parallel arrays with their count: one
- * client slot is one index into all of them, slots 0 .. socket_num-1 are in use, in the order in
- * which their connections were accepted.
- */
+/** State of a started agent. The client table consists of parallel arrays: a slot is an index into
+ * all of them. Slots 0 to socket_num - 1 are in use, in the order in which their connections were
+ * accepted. */
 struct lan_pro_cntl_t {
     int32_t tcp_serv_fd; /**< listening socket, negative when there is none; guarded by mutex */
     int32_t socket_num;  /**< client slots in use; guarded by mutex, like the three arrays */
     int32_t sockets[lan_client_max];      /**< descriptor of each slot */
     uint32_t socket_time[lan_client_max]; /**< last activity of each slot, POSIX seconds */
-    int32_t socket_fault[lan_client_max]; /**< 0 = sound, 1 = faulty */
+    int32_t socket_fault[lan_client_max]; /**< 1 = faulty, 0 = not */
     int32_t udp_fd; /**< socket of the discovery broadcast, -1 when there is none; timer context */
     kelo_mutex_t mutex; /**< guards the client table and tcp_serv_fd; never held across a wait */
     uint8_t recv_buf[lan_recv_buf_size]; /**< receive buffer of the server task */

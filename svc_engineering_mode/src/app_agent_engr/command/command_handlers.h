@@ -12,18 +12,18 @@ void __lan_get_dev_list(const lan_request &request);
 void __lan_get_dev_line_stat(const lan_request &request);
 /** FRM_DEL_SUB_DEV: deletes a sub-device. Always answers success. */
 void __lan_del_sub_dev(const lan_request &request);
-/** FRM_USER_BIND_REQ_ENGR: enters the sub-devices and tells the radio channel. */
+/** FRM_USER_BIND_REQ_ENGR: adds the sub-devices and answers with the radio channel. */
 void lan_bind_sub_devices(const lan_request &request);
-/** FRM_TP_CMD, FRM_TP_CMD_2: sets data points of a device. Silent when the device service refuses.
- */
+/** FRM_TP_CMD, FRM_TP_CMD_2: sets data points of a device. No answer when the device service
+ * refuses. */
 void lan_device_command(const lan_request &request);
-/** FRM_GRP_EXEC: sets data points of a group. Silent when the device service refuses. */
+/** FRM_GRP_EXEC: sets data points of a group. No answer when the device service refuses. */
 void lan_group_command(const lan_request &request);
 /** FRM_LOCAL_DP_QUERY, FRM_LOCAL_DP_QUERY_2: all data points of one device. */
 void lan_query_device(const lan_request &request);
 /** FRM_DP_QUERY: data points, answered by reports. */
 void lan_query_data_points(const lan_request &request);
-/** FRM_GRP_OPER: silent on success; the group service reports the outcome. */
+/** FRM_GRP_OPER: group operation; no answer on success, the group service reports the outcome. */
 void lan_group_operation(const lan_request &request);
 /** FRM_SCENE_CMD: executes a scene of a group. */
 void lan_run_scene(const lan_request &request);
@@ -31,9 +31,10 @@ void lan_run_scene(const lan_request &request);
 void __lan_protocol_FRM_COM_SCENE_EXEC(const lan_request &request);
 /** FRM_SCENE_LINKAGE: replaces or clears the stored scene-linkage set. */
 void __lan_set_scene_linkage(const lan_request &request);
-/** FRM_SCENE_OPER: silent on success; the scene service reports the outcome. */
+/** FRM_SCENE_OPER: scene operation; no answer on success, the scene service reports the outcome. */
 void lan_scene_operation(const lan_request &request);
-/** FRM_SCENE_PANEL: silent on success; the scene service reports the outcome. */
+/** FRM_SCENE_PANEL: scene-panel command; no answer on success, the scene service reports the
+ * outcome. */
 void lan_scene_panel(const lan_request &request);
 /** FRM_TOKEN_BIND: binds the installer's token. */
 void lan_bind_token(const lan_request &request);
@@ -51,7 +52,7 @@ void lan_download_app_config(const lan_request &request);
 void lan_read_app_config(const lan_request &request);
 /** FRM_SET_CHANNEL: sets the Zigbee radio channel. */
 void lan_set_channel(const lan_request &request);
-/** FRM_GET_CHANNEL: tells the Zigbee radio channel. */
+/** FRM_GET_CHANNEL: returns the Zigbee radio channel. */
 void lan_get_channel(const lan_request &request);
 /** FRM_GET_LOG: sends the log file in segments and removes it. */
 void lan_upload_log(const lan_request &request);

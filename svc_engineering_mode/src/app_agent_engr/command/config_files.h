@@ -29,5 +29,6 @@
 [[nodiscard]] int32_t __read_log_file(const char *path, platform::heap_block<char> &buffer,
                                       uint32_t &length);
 
-/** Removes a file by a shell command; the path must mean nothing to a shell. */
+/** Removes a file by a shell command; the path must not contain anything that a shell interprets.
+ * */
 void __remove_log_file(const char *path);

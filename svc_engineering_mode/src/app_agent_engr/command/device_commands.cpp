@@ -11,7 +11,7 @@ namespace {
 
 using platform::heap_block;
 
-/** Gives a command to the device service; when that takes it, the app is told. */
+/** Gives a command to the device service; when that accepts it, the app gets a success. */
 bool send_to_devices(const lan_request &request, json_request &parsed) {
     const int32_t op_ret = hand_over(parsed, engr_sf_send_gw_dev_cmd);
     if (op_ret != 0) {
@@ -71,7 +71,7 @@ dev_cntl_t *find_queried_device(const json_request &parsed) {
     return cid != nullptr ? engr_get_dev_cntl(cid) : nullptr;
 }
 
-/** Deletes a device after telling whoever wants to know. */
+/** Unbinds a device after notifying the application. */
 void unbind_device(dev_cntl_t &device) {
     if (const auto notify = gateway_field(&gw_cntl_t::dev_delete_notify)) {
         notify(device.dev_id);

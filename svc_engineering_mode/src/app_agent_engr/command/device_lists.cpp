@@ -16,14 +16,14 @@ namespace {
 using platform::heap_block;
 using platform::held_mutex;
 
-/** Bytes that one entry of the device list gets, and those around them. */
+/** Bytes for one entry of the device list. */
 constexpr uint32_t dev_list_entry_size = 80;
-/** Bytes that one entry of the online and offline lists gets. */
+/** Bytes for one entry of the online and offline lists. */
 constexpr uint32_t line_stat_entry_size = 30;
 constexpr uint32_t list_spare_size = 30;
-/** A line list with less room than this is given up. */
+/** With less room than this left in one of these lists the request is refused. */
 constexpr uint32_t line_stat_margin = 26;
-/** Bytes of the online and offline answer around the two lists. */
+/** Bytes of the answer besides the online and the offline list. */
 constexpr uint32_t line_stat_frame_size = 128;
 
 uint32_t count_devices(gw_cntl_t &gateway) {
@@ -40,8 +40,8 @@ class id_list {
     void begin() { buffer_.get()[count_++] = '['; }
     [[nodiscard]] uint32_t count() const { return count_; }
     [[nodiscard]] bool has_margin() const { return size_ - count_ >= line_stat_margin; }
-    /** Appends one id; room for the NUL stays. Returns false when it does not fit, nothing is
-     * written then */
+    /** Appends one id and keeps room for the NUL. Returns false, and writes nothing, when it does
+     * not fit. */
     [[nodiscard]] bool add(const char *id) {
         const auto length = static_cast<uint32_t>(std::strlen(id)) + 3;
         if (size_ - count_ <= length) {
@@ -67,8 +67,8 @@ class id_list {
     uint32_t count_ = 0;
 };
 
-/** Walks the devices into the two lists. Returns false when the room ran out; the app has been told
- * then. */
+/** Fills the two lists with the devices. Returns false when there is no room; the app has its
+ * answer then. */
 bool fill_line_lists(const lan_request &request, uint32_t size, id_list &online, id_list &offline) {
     const gateway_text gw_id(&gw_cntl_t::gw_id);
     gw_cntl_t &gateway = *engr_get_gw_cntl();
@@ -93,7 +93,7 @@ bool fill_line_lists(const lan_request &request, uint32_t size, id_list &online,
     return true;
 }
 
-/** Puts the lists that have entries into one object and sends it. */
+/** Sends an object with those lists that have entries. */
 void send_line_lists(const lan_request &request, const id_list &online, const id_list &offline) {
     LAN_LOG(LOG_LEVEL_TRACE, "on:%s off:%s", online.text(), offline.text());
     const auto size =
@@ -118,7 +118,7 @@ void send_line_lists(const lan_request &request, const id_list &online, const id
     reply_text(request.source, reply_success, text.text());
 }
 
-/** Writes the shown devices; the text is cut at the end of its buffer. */
+/** Writes the listed devices; a text that does not fit is cut. */
 void write_dev_list(bounded_text &text) {
     gw_cntl_t &gateway = *engr_get_gw_cntl();
     const held_mutex hold(gateway.dev_mutex);

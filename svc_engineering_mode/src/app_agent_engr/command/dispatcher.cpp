@@ -30,7 +30,7 @@ constexpr frame_type_entry frame_types[] = {
 #undef LAN_FRAME_TYPE_ENTRY
 };
 
-/** What an unlisted type gets: decrypted like any other, then found unsupported. */
+/** Entry for an unlisted type: decrypted like any other, then logged as unsupported. */
 constexpr frame_type_entry unsupported{0, frame_way::request, frame_payload::decrypted, no_handler};
 
 const frame_type_entry &find_request_type(uint32_t fr_type) {

@@ -12,11 +12,11 @@ namespace {
 
 /** Logged when a member is missing or of another type. */
 constexpr int32_t err_incomplete = -803;
-/** The kinds of joining that permit_join knows start here. */
+/** Added to the type of a request to make the kind for permit_join. */
 constexpr uint32_t join_kind_offset = 3;
-/** What permit_join returns when it is done. */
+/** Result of permit_join on success. */
 constexpr int32_t join_set = 1;
-/** The app has this long to get ready for another key. */
+/** Time for the app to get ready for another key. */
 constexpr uint32_t deactivation_pause_ms = 500;
 constexpr uint32_t bind_text_size = 128;
 constexpr uint8_t rst = GW_RESET_BY_APP;
@@ -26,8 +26,8 @@ void refuse_incomplete(const lan_request &request) {
     refuse(request.source, "data format error");
 }
 
-/** Opens or closes joining; a gateway that can't is content. Returns false when it could not be
- * set */
+/** Opens or closes joining. Returns false when that failed, but not when the gateway has no
+ * permit_join. */
 bool permit_join(uint32_t type, uint32_t time_s) {
     const auto permit_join = gateway_field(&gw_cntl_t::permit_join);
     const auto kind = static_cast<uint8_t>(type + join_kind_offset);

@@ -13,10 +13,10 @@ namespace {
 
 using platform::heap_block;
 
-/** Why an upgrade does not start; null = it does. */
+/** Why an upgrade does not start; null when it does. */
 using reason = const char *;
 
-/** Logs a reason that is its own log line. */
+/** Logs a reason and returns it. */
 reason because(reason why) {
     LAN_LOG(LOG_LEVEL_FAILURE, "%s", why);
     return why;

@@ -1,4 +1,4 @@
-/* The pieces of a firmware image on their way from the app to the upgrade service. */
+/* Chunks of a firmware image: from the app to the upgrade service. */
 #include "base/agent_log.h"
 #include "base/byte_cursor.h"
 #include "command_handlers.h"
@@ -26,10 +26,10 @@ struct image_chunk {
     [[nodiscard]] uint64_t end() const { return uint64_t{offset} + length; }
 };
 
-/** Whether the service is to be told that an upgrade has failed. */
+/** Whether the outcome has to be reported to the service that an upgrade has failed. */
 enum class service_knows : bool { no, yes };
 
-/** A chunk has failed, and the upgrade with it. */
+/** Ends the upgrade because a chunk failed. */
 void fail_upgrade(lan_upg_mgr_t &manager, service_knows knows = service_knows::no) {
     if (upgrade_decide(manager) && knows == service_knows::no) {
         upgrade_tell_outcome(manager, 1);
@@ -65,15 +65,15 @@ bool give_to_service(lan_upg_mgr_t &manager, const image_chunk &chunk, uint32_t 
     return true;
 }
 
-/** The image is complete: the app and, on the worker, the service are told. */
+/** The image is complete: notifies the app, and has the worker notify the service. */
 void finish_transfer(lan_upg_mgr_t &manager, uint32_t total) {
     LAN_LOG(LOG_LEVEL_TRACE, "download firmware success");
     if (!upgrade_decide(manager)) {
         return;
     }
-    // A request that is lost changes nothing: the image is here.
+    // A failed send changes nothing: the image is complete.
     static_cast<void>(chunk_request(manager.cid, total, 0).send());
-    // Armed first, so that a worker that ends at once disarms it.
+    // Before the worker starts, since that disarms the watchdog when it ends.
     upgrade_arm_watchdog(manager, outcome_watchdog_ms);
     __lan_upgrade_nofity(manager, 0);
 }

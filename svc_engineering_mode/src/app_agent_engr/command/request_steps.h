@@ -24,6 +24,5 @@ using sf_service = int32_t (*)(sf_cmd_t *command);
  */
 [[nodiscard]] int32_t hand_over(json_request &parsed, sf_service service);
 
-/** Whether a text can be an id. Ids stand in JSON answers as they are, so one that would break them
- * is none. */
+/** Whether a text can be an id: it is printed into JSON answers unescaped. */
 [[nodiscard]] bool is_id(const char *text);

@@ -9,7 +9,7 @@
 
 namespace {
 
-/** What scene_exec is told besides the scene: how, and that no single device is meant. */
+/** Constant arguments of scene_exec: the mode, and "no single device". */
 constexpr int32_t scene_exec_mode = 2;
 constexpr const char *scene_exec_any_device = "FFFFFFFFFFFFFFFF";
 constexpr uint32_t panel_text_size = 128;
@@ -45,7 +45,7 @@ int32_t replace_scene_set(int32_t total, int32_t modified, const json_request &p
     return op_ret;
 }
 
-/** Does what a scene-linkage request asks for. Returns why it can't be done, or null. */
+/** Carries out a scene-linkage request. Returns why it failed, or null. */
 const char *process_scene_linkage(const json_request &parsed) {
     if (!parsed) {
         return "data format error";

@@ -27,7 +27,7 @@ void refuse_announcement(const lan_request &request) {
     refuse(request.source, "data format error");
 }
 
-/** Stores what is announced; a version or MD5 that is no text leaves the field as it was. */
+/** Stores the announcement. A version or MD5 that is not a text leaves the field unchanged. */
 void store_image(const json_request &parsed) {
     up_info.file_size = static_cast<uint32_t>(*parsed.number("fileSize"));
     LAN_LOG(LOG_LEVEL_TRACE, "file size:%d", static_cast<int>(up_info.file_size));

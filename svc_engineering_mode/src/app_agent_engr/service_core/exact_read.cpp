@@ -8,7 +8,7 @@
 namespace {
 
 constexpr uint32_t pause_ms = 10;
-/** Pauses without a byte before the peer is given up. */
+/** Pauses without a byte after which the read fails. */
 constexpr uint32_t pause_budget = 3000;
 
 bool is_transient(int32_t error) {

@@ -1,5 +1,7 @@
-/* Reading from a client: one receive, the scan for frames in it, and completing a frame that goes
- * on beyond it. */
+/*
+ * Reading from a client: one receive, the scan for frames in it, and reading the rest of a frame
+ * that is longer.
+ */
 #include "frame_reader.h"
 
 #include "base/agent_log.h"
@@ -22,29 +24,29 @@ namespace {
 
 using platform::heap_block;
 
-/** Frames of this size and beyond are refused. */
+/** Frames of this size or more are refused. */
 constexpr uint64_t frame_size_limit = 0x200400;
 
-/** What one receive brought, and the frame that goes on beyond it. */
+/** The bytes of one receive, and a frame that is longer than these. */
 struct scan {
     int32_t socket;
     uint32_t now;
     uint8_t *bytes;      /**< the bytes that were read, or the frame buffer */
     uint32_t size;       /**< their number */
-    uint32_t offset = 0; /**< where the search stands */
+    uint32_t offset = 0; /**< position of the scan */
     heap_block<uint8_t>
         frame_buffer; /**< set once a frame had to be completed; it is the last one of the read */
 };
 
-/** Reads the rest of a frame of total bytes that begins at the offset. Returns false when the rest
- * of the read is to be dropped */
+/** Reads the rest of a frame of total bytes that begins at the offset. Returns false when the scan
+ * ends here. */
 bool complete_frame(scan &read, uint64_t total) {
     if (total >= frame_size_limit) {
         LAN_LOG(LOG_LEVEL_FAILURE, "lan data len is out of limit");
         return false;
     }
     const auto frame_size = static_cast<uint32_t>(total);
-    // One byte more than the frame, so that whatever ends up behind it is ours.
+    // One byte more than the frame, for the NUL behind a payload.
     read.frame_buffer = heap_block<uint8_t>::allocate(frame_size + 1);
     if (!read.frame_buffer) {
         LAN_LOG(LOG_LEVEL_FAILURE, "malloc error");
@@ -85,7 +87,7 @@ void handle_frame(const scan &read, const frame_start &start, uint8_t *frame) {
     __lan_protocol_process({read.socket, start.fr_num, start.fr_type}, payload, len);
 }
 
-/** Looks at the offset and moves it on. Returns false when the rest of the read is to be dropped */
+/** Handles what begins at the offset and advances it. Returns false when the scan ends here. */
 bool step(scan &read) {
     const frame_start start = read_frame_start(read.bytes + read.offset, read.size - read.offset);
     if (start.head != frame_head) {

@@ -1,12 +1,12 @@
-/* Reads from one client and cuts what came into frames. */
+/* Reads from one client and splits the bytes into frames. */
 #pragma once
 
 #include <cstdint>
 
-/** What a read means for the serving cycle. */
+/** How the serving cycle continues after a read. */
 enum class read_outcome : uint8_t {
     go_on,    /**< the next client may be served */
-    end_cycle /**< the cycle ends; clients behind this one wait for the next */
+    end_cycle /**< the cycle ends; later clients are served in the next one */
 };
 
 /**

@@ -9,7 +9,8 @@ namespace {
 constexpr uint32_t server_buffer_size = 0x20000;
 constexpr int32_t server_backlog = 5;
 
-/** Takes the steps behind creation. Returns 0 or the code of the step that failed, logged. */
+/** Configures, binds and listens. Returns 0, or the code of the step that failed, which is logged.
+ * */
 int32_t prepare(int32_t socket, int32_t port) {
     const auto port16 = static_cast<uint16_t>(port);
     if (kelo_hal_net_set_bufsize(socket, server_buffer_size, KELO_BUFFER_SEND) < 0) {

@@ -19,7 +19,7 @@ namespace {
 constexpr int32_t server_port = 6668;
 constexpr uint32_t retry_pause_ms = 1500;
 constexpr uint32_t select_wait_ms = 10000;
-/** How long a connection that could not be accepted is left alone. */
+/** Pause before another attempt after a failed accept. */
 constexpr uint32_t accept_retry_ms = 100;
 
 constexpr uint32_t keepalive_idle_s = 30;
@@ -32,7 +32,7 @@ enum class server_state : uint8_t { wait_for_network, set_up, serve };
 struct server {
     server_state state = server_state::wait_for_network;
     int32_t highest = -1;       /**< highest descriptor handed to select; never lowered */
-    bool accept_failed = false; /**< in the cycle before */
+    bool accept_failed = false; /**< in the previous cycle */
 };
 
 /** What one cycle watches: the sockets as they were at its start. */
@@ -42,15 +42,15 @@ struct watched {
     int32_t client_num = 0;
     kelo_fd_set_t read_set{};
     kelo_fd_set_t exception_set{};
-    int32_t ready = 0; /**< set members not dealt with yet */
+    int32_t ready = 0; /**< ready set members that are not handled yet */
 };
 
 bool shall_run() {
     return GetThrdSta(lan_pro_cntl.load()->thread) == THRD_STATE_RUNNING && !agent_is_stopping();
 }
 
-/** Whether the wired network, when that is the one in use, reports an address that it can't vouch
- * for. */
+/** Whether the network in use is the wired one, and that fails to tell its address although it
+ * stores one. */
 bool address_is_unsettled() {
     uint8_t kind = 0xFF;
     engr_get_wired_wifi_current_net(&kind);
@@ -91,8 +91,8 @@ void restart(server &server) {
     server.state = server_state::wait_for_network;
 }
 
-/** Sets up what the cycle watches. Returns false when the listening socket was closed under the
- * server */
+/** Fills the sets for select. Returns false when the listening socket has been closed by another
+ * thread. */
 bool begin_watch(watched &sockets, bool accepts) {
     sockets.listening = lpc_listening_socket();
     sockets.client_num = __get_lpc_sockets(sockets.clients);
@@ -132,7 +132,7 @@ void configure_client(int32_t client) {
     kelo_hal_net_set_block(client, false);
 }
 
-/** Takes a waiting connection. Returns false when the cycle ends with it. */
+/** Accepts a connection. Returns false when the cycle ends. */
 bool accept_client(server &server, const watched &sockets, uint32_t now) {
     uint32_t peer_address = 0;
     const int32_t client = kelo_hal_net_accept(sockets.listening, &peer_address, nullptr);
@@ -175,7 +175,8 @@ void serve_cycle(server &server) {
     const uint32_t now = uni_time_get_posix();
     __check_socket_tm(now);
     watched sockets;
-    // What could not be accepted still waits: one cycle serves the clients without looking at it.
+    // A connection that could not be accepted is still waiting: serve the clients for one cycle
+    // first.
     const bool accepts = !std::exchange(server.accept_failed, false);
     if (!begin_watch(sockets, accepts)) {
         restart(server);
@@ -221,8 +222,8 @@ void serve_cycle(server &server) {
 
 void __lpc_task_cb(void * /*argument*/) {
     const agent_use use(agent_use::user::worker);
-    // Until init has succeeded it may still roll back, and does so without waiting for a task that
-    // is at work.
+    // Until init has succeeded it may still roll back, which must not wait for a task that serves
+    // clients.
     agent_life.wait_for_start(lan_pro_cntl.load()->thread);
     lpc_enter_server_task();
     LAN_LOG(LOG_LEVEL_TRACE, "begint to execute __lpc_task");

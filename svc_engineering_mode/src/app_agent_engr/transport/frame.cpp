@@ -33,7 +33,7 @@ uint8_t *build(uint32_t fr_num, uint32_t fr_type, const extra_words &extra, cons
         writer.u32(extra.words[i]);
     }
     writer.bytes(data, len);
-    // The CRC primitive counts in 16 bits: beyond 64 KiB it covers the covered length modulo 2^16.
+    // The CRC function has a 16-bit length, so that beyond 64 KiB it covers the length modulo 2^16.
     writer.u32(hash_crc32i_total(frame, static_cast<uint16_t>(writer.written())));
     writer.u32(frame_tail);
     *out_len = total;

@@ -18,7 +18,7 @@ constexpr uint32_t frame_tail = 0x0000AA55;
 constexpr uint32_t frame_request_min = 24;
 /** Bytes before the payload of a request. */
 constexpr uint32_t frame_request_payload_offset = 16;
-/** Bytes of CRC and tail; the least that a length word can say. */
+/** Bytes of CRC and tail; the smallest value of a length word. */
 constexpr uint32_t frame_trailer_size = 8;
 /** Bytes of a frame that its length word does not count. */
 constexpr uint32_t frame_uncounted = 16;
@@ -28,9 +28,9 @@ struct frame_start {
     uint32_t head;    /**< frame_head when a frame starts here */
     uint32_t fr_num;  /**< frame number, the app's choice */
     uint32_t fr_type; /**< frame type */
-    uint32_t length;  /**< bytes behind this word, as the app says */
+    uint32_t length;  /**< bytes behind this word, as stated by the app */
 
-    /** Size of the whole frame in bytes; wider than the word, so that nothing wraps. */
+    /** Size of the whole frame in bytes; 64 bits, so that it cannot overflow. */
     [[nodiscard]] uint64_t total() const { return uint64_t{length} + frame_uncounted; }
 };
 

@@ -1,6 +1,4 @@
-/*
- * The frame types of the LAN protocol: the one list from which dispatcher and documents come.
- */
+/* The frame types of the LAN protocol: the one list behind the dispatcher and the documents. */
 #pragma once
 
 #include <cstdint>

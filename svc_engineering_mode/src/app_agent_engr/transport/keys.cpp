@@ -13,14 +13,11 @@ uint8_t app_key3[AES128_KEY_SIZE];
 
 namespace {
 
-/**
- * A key's buffer while the seed is written, character by character: the stores are volatile so that
- * the compiler can't gather them into longer pieces, and no run of the seed stands readable in the
- * program.
- */
+/** A key's buffer while the seed is written, character by character: the stores are volatile, so
+ * that the compiler can't merge them and no part of the seed is readable in the program. */
 using seed_buffer = volatile uint8_t *;
 
-/** Replaces the seed in a buffer by the key made of it. */
+/** Replaces the seed in a buffer by its key. */
 void seed_to_key(uint8_t (&buffer)[AES128_KEY_SIZE]) {
     uint8_t digest[MD5_DIGEST_SIZE] = {};
     uni_md5_context_t context;

@@ -12,7 +12,7 @@ extern uint8_t app_key2[AES128_KEY_SIZE];
 /** TCP channel while the gateway is not activated; zero until built. */
 extern uint8_t app_key3[AES128_KEY_SIZE];
 
-/** Builds app_key1. Any thread; each that uses the key has built it. */
+/** Builds app_key1. Any thread; called before each use of the key. */
 void make_key1_encode();
 /** Builds app_key2; before any thread of the agent runs. */
 void make_key2_encode();

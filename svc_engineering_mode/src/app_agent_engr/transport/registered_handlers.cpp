@@ -16,7 +16,7 @@ struct lan_protocol_handler_t {
     lan_protocol_cb_t handler;
 };
 
-/** Grows only: a slot is filled before the count shows it to lookups on other threads. */
+/** Only grows: a slot is filled before the count makes it visible to lookups on other threads. */
 struct lan_protocol_mgr_t {
     lan_protocol_handler_t handlers[handler_max];
     std::atomic<uint32_t> lan_protocol_handler_cnt;

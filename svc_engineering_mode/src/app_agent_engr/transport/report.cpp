@@ -19,8 +19,8 @@ namespace {
 
 constexpr uint32_t notice_size = 128;
 
-/** Sends to every connected client, in table order. A client that fails does not keep the others
- * from theirs. */
+/** Sends to every connected client, in table order. One that fails does not keep the others from
+ * getting theirs. */
 void send_to_all(uint32_t fr_type, uint32_t ret, const void *data, uint32_t len, bool encrypt) {
     int32_t sockets[lan_client_max];
     const int32_t socket_num = __get_lpc_sockets(sockets);
@@ -47,7 +47,7 @@ const lan_dp_report_t *report_block(const cmmod_msg_t &message) {
     return static_cast<const lan_dp_report_t *>(message.rfc->data);
 }
 
-/** Gives a bus message's data back. */
+/** Releases a bus message's data. */
 class held_data {
   public:
     explicit held_data(rfc_data_t *rfc) : rfc_(rfc) {}

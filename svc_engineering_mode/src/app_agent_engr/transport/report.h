@@ -1,5 +1,4 @@
-/* Reports that the agent's own parts receive for sending; the exported report functions are in the
- * public header. */
+/* The queued data-point report; the exported report functions are in the public header. */
 #pragma once
 
 #include "platform/message_bus.h"

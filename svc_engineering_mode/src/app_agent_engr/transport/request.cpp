@@ -1,4 +1,4 @@
-/* Answering a request, and decrypting it. */
+/* Replies to a request, and its decryption. */
 #include "request.h"
 
 #include "base/agent_log.h"

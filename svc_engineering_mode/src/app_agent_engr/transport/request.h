@@ -1,4 +1,4 @@
-/* One request of an app, and the ways to answer it. */
+/* A request of an app, and the replies to it. */
 #pragma once
 
 #include "platform/owners.h"
@@ -8,7 +8,7 @@
 /** Return codes of reply frames. */
 enum reply_code : uint32_t { reply_success = 0, reply_failure = 1 };
 
-/** Where a request came from, and so where its answer goes. */
+/** Source of a request, to which its answer goes. */
 struct request_source {
     int32_t socket;   /**< the client */
     uint32_t fr_num;  /**< its frame number */

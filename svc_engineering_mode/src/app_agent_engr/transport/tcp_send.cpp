@@ -1,4 +1,4 @@
-/* The send path of TCP: fault test, encryption, frame, one write, fault marking. */
+/* The TCP send path: fault check, encryption, frame, one write, fault mark. */
 #include "tcp_send.h"
 
 #include "base/agent_log.h"
@@ -40,8 +40,8 @@ struct built_frame {
     uint32_t size = 0;
 };
 
-/** Encrypts when asked to, and builds the frame. Returns 0 or the cipher's code; the frame stays
- * empty without memory */
+/** Encrypts if wanted and builds the frame. Returns 0, or the cipher's code; without memory the
+ * frame is empty. */
 int32_t build_frame(uint32_t fr_num, uint32_t fr_type, uint32_t ret, const uint8_t *data,
                     uint32_t len, bool encrypt, built_frame &frame) {
     if (!encrypt || len == 0) {

@@ -12,7 +12,7 @@ namespace {
 
 using platform::heap_block;
 
-/** Whether the bytes are one frame. The head and the CRC are not looked at. */
+/** Whether the bytes are one frame. Head and CRC are not checked. */
 bool is_frame(const uint8_t *bytes, uint32_t size) {
     if (size < frame_request_min) {
         LAN_LOG(LOG_LEVEL_FAILURE, "Rev Data Too short %d %d", static_cast<int>(size),
@@ -41,7 +41,7 @@ bool is_frame(const uint8_t *bytes, uint32_t size) {
     return true;
 }
 
-/** Gives the credentials of a configuration text to the application. */
+/** Hands the credentials of a configuration text to the application. */
 bool hand_on(const char *text, lan_ap_cfg_finish_cb_t finish_cb) {
     const json_request parsed(text);
     LAN_LOG(LOG_LEVEL_TRACE, "Rev Data:%s", text);
@@ -87,6 +87,6 @@ bool handle_ap_datagram(uint8_t (&bytes)[ap_datagram_size], uint32_t size,
         return __lan_parse_data(payload, payload_size, app_key1, text) == 0 &&
                hand_on(text.get(), finish_cb);
     }
-    payload[payload_size] = '\0'; // the CRC stood here
+    payload[payload_size] = '\0'; // overwrites the CRC
     return hand_on(reinterpret_cast<const char *>(payload), finish_cb);
 }

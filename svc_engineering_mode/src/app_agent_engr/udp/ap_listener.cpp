@@ -27,11 +27,11 @@ struct lan_ap_nw_cfg_t {
     int32_t sock_fd;                    /**< bound to the port */
     lan_ap_cfg_finish_cb_t finish_cb;   /**< gets the credentials */
     std::atomic<uint64_t> thread_id;    /**< of the listener's thread, 0 until it runs */
-    bool is_stopped_from_within;        /**< only the listener's thread looks at it and sets it */
+    bool is_stopped_from_within;        /**< used by the listener's thread only */
 };
 
 constinit service_life listener_life;
-/** Only whoever carries out a start or stop looks at it and sets it. */
+/** Used by the thread that carries out a start or stop only. */
 lan_ap_nw_cfg_t *lan_ap_nw_cfg = nullptr;
 
 /** Receives and handles datagrams until credentials are accepted or the thread is told to stop. */
@@ -65,11 +65,11 @@ void __udp_ap_v3_task(void *argument) {
         Free(&listener);
         return;
     }
-    listener.thread_id = 0; // may soon be another thread's
+    listener.thread_id = 0; // the system may reuse the id soon
 }
 
-/** Creates the socket and binds it. Returns 0 or -1; a socket that was created is in sock_fd then,
- * too */
+/** Creates the socket and binds it. Returns 0 or -1; sock_fd holds a socket that was created in
+ * both cases. */
 int32_t open_socket(int32_t &sock_fd) {
     sock_fd = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
     if (sock_fd < 0) {
@@ -125,7 +125,7 @@ void tear_down(lan_ap_nw_cfg_t *listener) {
     }
 }
 
-/** Makes a listener. Returns 0, or the code of what failed; nothing is left then. */
+/** Creates a listener. Returns 0, or the code of what failed, with everything released. */
 int32_t start_listener(lan_ap_cfg_finish_cb_t finish_cb) {
     auto listener = heap_block<lan_ap_nw_cfg_t>::allocate(sizeof(lan_ap_nw_cfg_t));
     if (!listener) {

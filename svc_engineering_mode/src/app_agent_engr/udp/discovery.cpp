@@ -20,7 +20,7 @@ namespace {
 using platform::heap_block;
 
 constexpr uint16_t discovery_port = 6667;
-/** Bytes of the buffer that holds first the text, then its ciphertext. */
+/** Size of the buffer for the text and then its ciphertext. */
 constexpr uint32_t discovery_buffer_size = 256;
 
 /** Address of the last broadcast; empty before the first, and kept across a stop. */
@@ -46,7 +46,7 @@ void close_socket(lan_pro_cntl_t &cntl) {
     cntl.udp_fd = -1;
 }
 
-/** Drops the socket when the address has changed since the last broadcast. */
+/** Closes the socket when the address has changed since the last broadcast. */
 void follow_address(lan_pro_cntl_t &cntl, const gw_addr_t &address) {
     if (std::strncmp(address.ip, local_ip.ip, sizeof address.ip) == 0) {
         return;
@@ -72,8 +72,8 @@ bool ensure_socket(lan_pro_cntl_t &cntl) {
     return true;
 }
 
-/** Writes the text that describes the gateway. Returns false when it does not fit; then nothing is
- * to be sent */
+/** Writes the text that describes the gateway. Returns false when it does not fit; it is not sent
+ * then. */
 bool write_text(discovery_buffer &buffer) {
     const bool needs_wifi = (bnw_need_wifi_cfg() & 1U) != 0;
     const gw_cntl_t &gateway = *engr_get_gw_cntl();

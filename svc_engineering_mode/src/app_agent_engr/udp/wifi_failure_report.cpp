@@ -20,7 +20,7 @@ using platform::heap_block;
 
 constexpr uint16_t wifi_error_port = 6670;
 constexpr uint32_t report_text_size = 128;
-/** Datagrams get lost, so each report is sent this often. */
+/** Datagrams get lost, so each report is sent several times. */
 constexpr int report_copies = 4;
 constexpr uint32_t report_pause_ms = 10;
 /** nw_cfg_stat while configuration by access point is under way. */

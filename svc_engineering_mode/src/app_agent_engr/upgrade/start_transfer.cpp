@@ -38,7 +38,7 @@ int32_t lan_gw_start_upgrade(const char *dev_id, const lan_fw_info_t *firmware,
     LAN_LOG(LOG_LEVEL_TRACE, "data:%s", first.text());
     const agent_use use;
     if (use) {
-        // A request that is lost is noticed by the watchdog.
+        // The watchdog covers a failed send.
         static_cast<void>(first.send());
     }
     return ENGR_OK;

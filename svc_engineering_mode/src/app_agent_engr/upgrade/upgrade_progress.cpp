@@ -12,7 +12,7 @@ namespace {
 constexpr uint32_t progress_text_size = 128;
 /** Smallest image size whose product with 100 does not fit into 32 bits. */
 constexpr uint32_t coarse_from_size = 0x28F5C28;
-/** The rest belongs to the installation. */
+/** The rest is for the installation. */
 constexpr uint32_t most_percent = 98;
 
 } // namespace

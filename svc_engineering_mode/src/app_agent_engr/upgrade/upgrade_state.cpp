@@ -1,4 +1,4 @@
-/* The phases of upgrade and transfer, the watchdog, and who may tell an outcome. */
+/* Phases of upgrade and transfer, the watchdog, and which thread reports the outcome. */
 #include "upgrade_state.h"
 
 #include "base/agent_log.h"
@@ -25,14 +25,14 @@ enum class phase : uint8_t { idle, offered, receiving, telling, transfer_only };
 phase current = phase::idle;
 lan_upg_mgr_t *p_lan_upg_mgr = nullptr;
 uint16_t update_timeout = 0;    // watchdog timer, 0 while there is none
-bool is_watchdog_armed = false; // tells an expiry that is on its way from one that was disarmed
-bool is_expiring = false;       // the expiry tells the service, or is about to
-bool is_release_wanted = false; // the agent was stopped meanwhile
+bool is_watchdog_armed = false; // false: an expiry that still arrives was disarmed
+bool is_expiring = false;       // the expiry reports the outcome to the service, or is about to
+bool is_release_wanted = false; // the agent was stopped; release at the end of the upgrade
 uint32_t upgrade_number = 0;    // of the current upgrade
-uint32_t transfer_number = 0;   // of the current transfer; another one when it is over
-uint8_t ext_stat_wanted = 0;    // extended state that the gateway is to have
-bool is_ext_stat_due = false;   // the gateway does not have it yet
-bool is_publishing = false;     // a thread gives it to the gateway
+uint32_t transfer_number = 0;   // of the current transfer; changes when it is over
+uint8_t ext_stat_wanted = 0;    // extended state that the gateway should have
+bool is_ext_stat_due = false;   // the gateway has not been given it yet
+bool is_publishing = false;     // a thread is giving it to the gateway
 
 // Everything down to end() is called inside the critical section.
 
@@ -66,7 +66,7 @@ void stop_watchdog() {
 
 void start_watchdog(uint32_t timeout_ms) {
     is_watchdog_armed = true;
-    // Fails only for a timer that does not exist.
+    // Fails only for an unknown timer.
     static_cast<void>(sys_start_timer(update_timeout, timeout_ms, SYS_TIMER_ONE_SHOT));
 }
 
@@ -80,10 +80,10 @@ void forget_transfer() {
     }
 }
 
-/** What an end does to a transfer that is not decided yet. */
+/** What an end does to a transfer whose outcome is open. */
 enum class open_transfer : uint8_t { stays, ends };
 
-/** The one end of an upgrade, whatever the reason. */
+/** Ends an upgrade, whatever the reason. */
 void end(open_transfer transfer) {
     if (transfer == open_transfer::stays && is_transfer_open()) {
         enter(phase::transfer_only);
@@ -95,7 +95,7 @@ void end(open_transfer transfer) {
 }
 
 /** Next extended state for the calling thread to give to the gateway. Returns false when there is
- * none, or another thread does it */
+ * none, or another thread is at it. */
 bool take_ext_stat(uint8_t &ext_stat, bool is_first) {
     const held_critical_section hold;
     if (is_first && is_publishing) {
@@ -107,8 +107,7 @@ bool take_ext_stat(uint8_t &ext_stat, bool is_first) {
 }
 
 /** Gives the gateway the extended state, outside the critical section, since its service may wait.
- * One thread at a time does so, and goes on until nothing is due: the last state is the one that
- * stays. */
+ * One thread at a time does so, until nothing is due, so that the last state is given last. */
 void publish_ext_stat() {
     uint8_t ext_stat = 0;
     for (bool is_first = true; take_ext_stat(ext_stat, is_first); is_first = false) {
@@ -116,7 +115,7 @@ void publish_ext_stat() {
     }
 }
 
-/** Releases record and watchdog unless they are in use, or nobody wants it. */
+/** Releases record and watchdog unless they are in use; with only_if_wanted, only after a stop. */
 void release(bool only_if_wanted) {
     heap_block<lan_upg_mgr_t> record;
     uint16_t timer_id = 0;
@@ -138,7 +137,7 @@ void release(bool only_if_wanted) {
     }
 }
 
-/** Holds the critical section for a change, and does afterwards what must not be done inside. */
+/** Holds the critical section for a change, and afterwards does what must not be done inside. */
 class state_change {
   public:
     state_change() { kelo_hal_critical_section_enter(); }
@@ -154,8 +153,8 @@ class state_change {
 /** What an expiry finds. */
 enum class expiry : uint8_t {
     overtaken, /**< the watchdog was disarmed or armed anew meanwhile */
-    to_tell,   /**< the service is to be told */
-    decided    /**< somebody else tells it, or has told it */
+    to_tell,   /**< the outcome has to be reported to the service */
+    decided    /**< another thread reports it, or has done so */
 };
 
 /**

@@ -55,7 +55,7 @@ enum {
     UPGRADE_FILE_MD5_SIZE = 33, /**< bytes of an announced MD5 with its NUL */
 };
 
-/** Values of "firmwareType". Others are carried and start nothing. */
+/** Values of "firmwareType". Others are stored and start nothing. */
 enum { FIRMWARE_TYPE_GATEWAY = 0, FIRMWARE_TYPE_SUB_DEVICE = 10 };
 
 /** What is known of the current upgrade. Each field keeps its last value, across upgrades too.
@@ -73,7 +73,7 @@ struct lan_upgrade_info_t {
 struct lan_upg_mgr_t {
     uint32_t rpt_percent;        /**< non-zero: a progress report after each chunk */
     get_file_cb_t get_file_cb;   /**< takes a chunk; null while there is no transfer */
-    ug_notify_cb_t ug_notify_cb; /**< told the outcome; null while there is no transfer */
+    ug_notify_cb_t ug_notify_cb; /**< gets the outcome; null while there is no transfer */
     void *cb_arg;                /**< handed back to both */
     thrd_handle_t thrd_hand;     /**< the worker, in its own copy */
     thrd_param_t thrd_param;     /**< stack, priority and name of the worker */
@@ -81,7 +81,7 @@ struct lan_upg_mgr_t {
     char cid[DEV_ID_SIZE];       /**< device whose image is transferred */
     uint32_t chunk_size;         /**< most bytes asked for at once */
     uint32_t notify_result;      /**< what the worker tells ug_notify_cb */
-    uint32_t transfer_number;    /**< tells this transfer from those before and after it */
+    uint32_t transfer_number;    /**< distinguishes this transfer from earlier and later ones */
     uint32_t upgrade_number;     /**< in a copy: the upgrade under way when the copy was taken */
 };
 
@@ -92,9 +92,9 @@ extern std::atomic<int32_t> update_stat;
 /** Connection that drives the upgrade; keeps its value when the upgrade ends. */
 extern std::atomic<int32_t> update_socket;
 
-/** Time that an app has for a chunk. */
+/** Time limit of the app for a chunk. */
 inline constexpr uint32_t chunk_watchdog_ms = 40000;
-/** Time that the upgrade service has for a complete image. */
+/** Time limit of the upgrade service for a complete image. */
 inline constexpr uint32_t outcome_watchdog_ms = 120000;
 
 /**
@@ -124,11 +124,11 @@ void upgrade_refuse();
  */
 [[nodiscard]] int32_t upgrade_set_up_transfer(const lan_upg_mgr_t &manager);
 
-/** What becomes of a chunk frame. */
+/** Whether a chunk frame is accepted. */
 enum class chunk_admission : uint8_t {
     admitted, /**< it belongs to the open transfer; the watchdog is disarmed */
     stray,    /**< no transfer is open, or no upgrade is under way; there is none now */
-    too_late, /**< the outcome is decided and being told */
+    too_late, /**< the outcome is decided and being reported */
 };
 /**
  * Receives a chunk frame. Server task.
@@ -163,7 +163,7 @@ void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result);
 /** Ends the upgrade under way when the copy was taken. Another transfer that was started meanwhile
  * stays, with its watchdog. Any thread. */
 void upgrade_end(const lan_upg_mgr_t &manager);
-/** Ends upgrade and transfer, and tells nobody. Any thread. */
+/** Ends upgrade and transfer without reporting an outcome. Any thread. */
 void upgrade_end_by_version();
 
 /** Arms the watchdog, unless the transfer of the copy is over or was replaced. Any thread. */

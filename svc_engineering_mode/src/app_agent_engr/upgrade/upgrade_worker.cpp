@@ -1,4 +1,4 @@
-/* The thread that tells the upgrade service the outcome, and stays with it while it installs. */
+/* The thread that reports the outcome to the upgrade service, and runs its installation. */
 #include "upgrade_worker.h"
 
 #include "base/agent_log.h"
@@ -32,7 +32,7 @@ bool start_worker(const lan_upg_mgr_t &decided, uint32_t result) {
     *manager.get() = decided;
     manager->thrd_param = worker_thread;
     manager->notify_result = result;
-    // From a successful start on the record is the worker's.
+    // Once the thread has started, it owns the record.
     lan_upg_mgr_t *argument = manager.release();
     if (CreateAndStart(&argument->thrd_hand, nullptr, nullptr, __lan_gw_upgrade_thread_func,
                        argument, &worker_thread) != 0) {

@@ -1,4 +1,4 @@
-/* The thread that tells the upgrade service the outcome, and stays with it while it installs. */
+/* The thread that reports the outcome to the upgrade service, and runs its installation. */
 #pragma once
 
 #include "upgrade_state.h"

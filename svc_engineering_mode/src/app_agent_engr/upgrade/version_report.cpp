@@ -15,7 +15,7 @@ using platform::held_mutex;
 
 constexpr uint32_t version_report_size = 128;
 
-/** Enters a device's version. Returns false when there is no such device. */
+/** Stores a device's version in its record. Returns false when there is no such device. */
 bool store_version(const char *dev_id, const char *sw_ver) {
     dev_cntl_t *device = engr_get_dev_cntl(dev_id);
     const held_mutex hold(engr_get_gw_cntl()->dev_mutex);
