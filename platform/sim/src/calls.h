@@ -1,4 +1,4 @@
-/* What every contract call begins and ends with: count, scheduling point, fault, trace. */
+/* Common part of every contract call: count, scheduling point, fault, trace. */
 #pragma once
 
 #include "sim/world.h"
@@ -81,7 +81,7 @@ inline constexpr operation_info operations[] = {
 };
 constexpr size_t operation_count = std::size(operations);
 
-/** The operation of a name; ends the process when there is none, since the test is wrong then. */
+/** The operation of a name; an unknown name ends the process, since the test is wrong then. */
 operation operation_named(std::string_view name);
 
 /** One fault that a test set. */
@@ -98,7 +98,7 @@ struct fault {
 /** Faults and counts of a world. */
 struct call_records {
     std::array<uint64_t, operation_count> counts = {};
-    std::deque<fault> faults; /**< a call keeps a pointer to the one that strikes it */
+    std::deque<fault> faults; /**< a deque, since a failing call keeps a pointer to its fault */
     size_t active_faults = 0;
     std::string trace;
 };
@@ -111,7 +111,7 @@ class call {
     call(const call &) = delete;
     call &operator=(const call &) = delete;
 
-    /** Whether a fault strikes this call; it then has no effect and returns failed(). */
+    /** Whether a fault makes this call fail; it then has no effect and returns failed(). */
     [[nodiscard]] bool fails() const {
         return strike_ != nullptr && strike_->how.partial_bytes < 0;
     }

@@ -1,5 +1,7 @@
-/* Who decides what a world leaves open: chance, a recorded list, or a search through all
- * possibilities. */
+/*
+ * How a world makes its choices: at random, from a recorded list, or by a search through all
+ * possibilities.
+ */
 #pragma once
 
 #include <cstddef>
@@ -25,7 +27,7 @@ class random_source {
     uint64_t state_;
 };
 
-/** Chooses among threads that can go on. */
+/** Chooses among threads that can run. */
 class chooser {
   public:
     virtual ~chooser() = default;
@@ -38,8 +40,8 @@ class chooser {
     virtual size_t choose(size_t count, bool preempted) = 0;
 };
 
-/** By chance. How eagerly threads are preempted is drawn too, since some faults need many switches
- * and some need few. */
+/** Chooses at random. The rate of preemptions is random too, since some faults need many and some
+ * need few. */
 class seeded_chooser final : public chooser {
   public:
     explicit seeded_chooser(uint64_t seed);
@@ -50,7 +52,7 @@ class seeded_chooser final : public chooser {
     uint64_t stay_of_64_;
 };
 
-/** Repeats decisions_text(); afterwards the running thread goes on. */
+/** Repeats the decisions of decisions_text(); afterwards the running thread keeps running. */
 class recorded_chooser final : public chooser {
   public:
     explicit recorded_chooser(std::string decisions) : decisions_(std::move(decisions)) {}

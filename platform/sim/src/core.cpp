@@ -8,7 +8,7 @@
 namespace sim {
 
 namespace {
-/** Draws that do not disturb each other: each part of a world has its own from the seed. */
+/** Independent random streams from the seed, one for each part of a world. */
 constexpr uint64_t fault_stream = 0xFA17;
 constexpr uint64_t network_stream = 0x0E7;
 } // namespace

@@ -18,7 +18,7 @@
 #include <unordered_map>
 #include <vector>
 
-/** A mutex; records stay until the world ends, so that stale handles show. */
+/** A mutex; records stay until the world ends, so that the use of stale handles is detected. */
 struct kelo_mutex {
     uint32_t number = 0;
     sim::thread *holder = nullptr;
@@ -30,7 +30,7 @@ namespace sim {
 /** One block of Malloc. */
 struct heap_record {
     size_t size;
-    uint64_t number; /**< which call of Malloc made it */
+    uint64_t number; /**< number of the Malloc call */
     uint64_t time_ms;
     std::string maker; /**< thread */
 };
@@ -60,7 +60,7 @@ struct timer_state {
     void find_next_due();
 };
 
-/** A block of the bus with what the contract shows in front. */
+/** A block of the bus; the part that the contract shows comes first. */
 struct message_block {
     rfc_data_t shown;
     std::unique_ptr<char[]> bytes;
@@ -71,13 +71,13 @@ struct message_block {
 struct bus_state {
     std::map<uint16_t, cmmod_callback_t> callbacks;
     std::deque<message_block *> waiting;
-    std::vector<std::unique_ptr<message_block>> blocks; /**< not given back, oldest first */
+    std::vector<std::unique_ptr<message_block>> blocks; /**< in use, oldest first */
     uint16_t last_id = 0;
     uint16_t running_id = CMMOD_NO_MESSAGE_ID;
     thread *context = nullptr;
 };
 
-/** A failure that for_each_nth_failure has ready. */
+/** A failure that for_each_nth_failure has prepared. */
 struct prepared_failure {
     operation target;
     trigger when;
@@ -102,12 +102,12 @@ struct core {
     bool closing = false; /**< the port's own contexts shall end */
     bool finished = false;
     fiber *outside =
-        nullptr; /**< where a story goes when it cannot go on; null: the process ends */
+        nullptr; /**< context to switch to when the story cannot go on; null: the process ends */
     std::optional<prepared_failure> prepared;
 
     /** Adds a problem with time and thread. */
     void problem(std::string text);
-    /** Adds a problem after which nothing can go on. */
+    /** Adds a problem after which the story cannot go on. */
     [[noreturn]] void fatal(std::string text);
     fault_id add_fault(operation target, trigger when, failure how);
     /** Problems for all that is left over. */
@@ -115,8 +115,7 @@ struct core {
     void check_heap_leftovers();
     /** Ends the port's own contexts. */
     void end_services();
-    /** Ends a story that cannot go on, or one that is done: no thread goes on, all memory goes
-     * back. */
+    /** Ends a story, finished or not: no thread goes on, all memory is released. */
     void drop_everything();
 };
 

@@ -1,4 +1,6 @@
-/* The critical section; misuse ends the story, for what it guards can't be trusted any more. */
+/*
+ * The critical section; misuse ends the story, since the guarded state can't be trusted any more.
+ */
 #include "core.h"
 
 #include "platform/critical_section.h"

@@ -1,5 +1,7 @@
-/* Stories: each run in a world of its own, on a stack that can be left behind when the story cannot
- * go on. */
+/*
+ * Stories: each run in a world of its own, on a stack that can be abandoned when the story cannot
+ * go on.
+ */
 #include "sim/explore.h"
 
 #include "core.h"
@@ -8,7 +10,7 @@ namespace sim {
 
 namespace {
 
-/** Lines of the log that a search shows of its failure. */
+/** Number of log lines that a search shows with its failure. */
 constexpr size_t last_lines = 40;
 
 struct running_story {

@@ -24,7 +24,7 @@ namespace {
 fiber *leaving;  /**< the context that the running switch comes from */
 fiber *arriving; /**< and the one that it goes to */
 
-/** Stacks of the ordinary size that nobody uses. */
+/** Unused stacks of the default size. */
 std::vector<void *> &stack_pool() {
     static std::vector<void *> pool;
     return pool;
@@ -65,7 +65,7 @@ fiber::fiber(entry begin, void *argument, size_t least_stack_bytes)
     bottom_ = bottom;
     size_ = mapping_bytes_ - guard_bytes();
 #ifdef SIM_ADDRESS_SANITIZER
-    __asan_unpoison_memory_region(bottom, size_); // an abandoned story may have left marks
+    __asan_unpoison_memory_region(bottom, size_); // an abandoned story may have left it poisoned
 #endif
     getcontext(&context_);
     context_.uc_stack.ss_sp = bottom;
@@ -119,8 +119,8 @@ void fiber::leave_for(fiber &next, [[maybe_unused]] bool comes_back) {
     arrived(fake_stack_);
 }
 
-// The compiler saves all registers around its built-in jumps; setting one and taking one have to be
-// in different functions.
+// The compiler saves all registers around its built-in jumps; the set and the jump have to be in
+// different functions.
 [[gnu::noinline, gnu::no_sanitize_address]] void fiber::jump(fiber &next) {
     if (__builtin_setjmp(resume_point_) == 0) {
         resume(next);

@@ -26,9 +26,9 @@ class fiber {
     fiber(const fiber &) = delete;
     fiber &operator=(const fiber &) = delete;
 
-    /** Goes on with another context; returns when somebody switches back. */
+    /** Switches to another context; returns when another one switches back. */
     void switch_to(fiber &next) { leave_for(next, true); }
-    /** Goes on with another context for good. */
+    /** Switches to another context for good. */
     [[noreturn]] void end_with(fiber &next);
     /** Gives the stack back to the pool; the fiber must not be running. */
     void release_stack();

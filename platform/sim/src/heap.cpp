@@ -1,4 +1,4 @@
-/* The heap: every block is known, so that leaks, double and foreign releases show. */
+/* The heap: every block is recorded, so that leaks, double and foreign releases are detected. */
 #include "core.h"
 #include "sanitizer.h"
 
@@ -11,14 +11,14 @@ namespace {
 
 constexpr unsigned char fresh_fill = 0xA5;
 #ifdef SIM_ADDRESS_SANITIZER
-constexpr size_t tail_bytes = 0; // the sanitizer sees every overrun, and sees it at once
+constexpr size_t tail_bytes = 0; // the sanitizer detects every overrun at once
 #else
 constexpr unsigned char tail_fill = 0xFD;
 constexpr unsigned char freed_fill = 0xDD;
 constexpr size_t tail_bytes = 16;
 #endif
 
-/** Fills what is about to be released; false when somebody wrote behind its end. */
+/** Fills a block that is about to be released; false when there was a write beyond its end. */
 [[nodiscard]] bool retire([[maybe_unused]] void *block, [[maybe_unused]] size_t size) {
     bool whole = true;
 #ifndef SIM_ADDRESS_SANITIZER

@@ -1,4 +1,4 @@
-/* PrintLog and the lines that it leaves behind. */
+/* PrintLog and its recorded lines. */
 #include "core.h"
 
 #include "platform/log.h"

@@ -1,4 +1,4 @@
-/* How bytes and datagrams travel. */
+/* Transport of bytes and datagrams. */
 #include "network.h"
 
 #include "core.h"
@@ -10,7 +10,7 @@ namespace sim {
 std::string byte_queue::take(size_t count) {
     std::string taken = bytes_.substr(head_, count);
     head_ += taken.size();
-    // Moving the rest down now and then keeps each byte's share of the work small.
+    // Moves the rest down now and then, so that the amortised cost of a byte is constant.
     if (head_ == bytes_.size() || head_ > bytes_.size() / 2) {
         bytes_.erase(0, head_);
         head_ = 0;
@@ -54,7 +54,7 @@ bool gateway_socket::exceptional() const {
 
 network::network(core &owner, uint64_t seed) : world(owner), chance(seed) {
     datagrams = owner.chosen.datagrams;
-    sockets.resize(3); // the numbers below are taken in every process
+    sockets.resize(3); // numbers 0 to 2 are in use in every process
 }
 
 gateway_socket &network::add_socket(bool is_tcp) {

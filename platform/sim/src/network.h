@@ -26,10 +26,10 @@ enum {
     error_no_broadcast = -114,
     error_no_answer = -115 /**< keep-alive found the peer gone */
 };
-/** The system's errno that goes with a code. */
+/** The system's errno for a code. */
 int errno_of(int32_t code);
 
-/** Bytes in order, taken from the front. */
+/** A FIFO of bytes. */
 class byte_queue {
   public:
     [[nodiscard]] size_t size() const { return bytes_.size() - head_; }
@@ -62,7 +62,7 @@ struct connection {
     byte_queue to_peer; /**< sent by the gateway, not yet taken by the peer */
     size_t to_peer_away = 0;
     uint64_t taken_by_peer = 0;       /**< bytes that have left to_peer */
-    uint64_t restored_for = 0;        /**< of these, what the patience knows of */
+    uint64_t restored_for = 0;        /**< of these, credited to the patience */
     platform::send_patience patience; /**< of the gateway's sends */
     byte_queue inbox;                 /**< taken by the peer, for the test */
 
@@ -113,7 +113,7 @@ struct gateway_socket {
     std::deque<std::shared_ptr<connection>> backlog;
     bool broken = false; /**< in an exceptional condition */
     std::shared_ptr<connection> stream;
-    thread *sender = nullptr; /**< whose whole buffer is under way */
+    thread *sender = nullptr; /**< thread whose turn to send it is */
     std::deque<datagram> datagrams;
 
     [[nodiscard]] bool readable() const;
@@ -129,7 +129,7 @@ struct udp_endpoint {
     bool closed = false;
 };
 
-/** All of it. */
+/** The whole network. */
 struct network {
     network(core &owner, uint64_t seed);
 
@@ -154,11 +154,11 @@ struct network {
     /** Lets something arrive at an end of a connection after what was sent before it. */
     void arrive(const std::shared_ptr<connection> &stream, uint64_t &last_arrival,
                 std::function<void()> what);
-    /** Moves what the peer takes now from the buffers to the test. */
+    /** Moves the bytes that the peer reads now from the buffers to the test. */
     void pump(const std::shared_ptr<connection> &stream);
     /** The gateway ends its sending direction. */
     void end_to_peer(const std::shared_ptr<connection> &stream);
-    /** Sends a datagram to all that it reaches. */
+    /** Delivers a datagram to all of its receivers. */
     void deliver(const datagram &sent, uint32_t address, uint16_t port);
 
   private:

@@ -1,5 +1,4 @@
-/* The scheduler: at each point the threads that can go on are collected, and the chooser takes one.
- */
+/* The scheduler: at each point the chooser takes one of the threads that can run. */
 #include "scheduler.h"
 
 #include "core.h"
@@ -42,7 +41,7 @@ bool scheduler::can_run(thread &candidate) {
 void scheduler::collect(bool yields) {
     run_due_actions();
     candidates_.clear();
-    thread *patient = nullptr; // goes on only when nobody else can
+    thread *patient = nullptr; // runs only when no other thread can
     if (!yields && current_->waiting == nullptr && !current_->ended) {
         candidates_.push_back(current_);
     }

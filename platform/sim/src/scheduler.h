@@ -24,17 +24,18 @@ constexpr uint64_t never = std::numeric_limits<uint64_t>::max();
 } // namespace sim
 
 /** A simulated thread; also what a thrd_handle_t points to. Records stay until the world ends, so
- * that stale handles show. */
+ * that the use of stale handles is detected. */
 struct kelo_thread {
     uint32_t number = 0;
     std::string name;
     std::unique_ptr<sim::fiber> context;
     std::function<void()> body;
     sim::wait_state *waiting = nullptr; /**< null: could run */
-    uint64_t checked_change = 0; /**< its wait was found not ready at this change of the world */
+    uint64_t checked_change = 0; /**< last change of the world for which its wait was not ready */
     bool told_to_stop = false;
     bool ended = false;
-    bool has_handle = false;     /**< made by CreateAndStart, and DeleteThrdHandle was not called */
+    bool has_handle =
+        false; /**< created by CreateAndStart, and DeleteThrdHandle was not called yet */
     bool deletes_itself = false; /**< the handle is released at the end of the thread */
     bool released = false;       /**< the handle must not be used any more */
     bool is_service = false;     /**< a context of the port itself */
@@ -55,7 +56,7 @@ struct wait_state {
     int64_t detail = 0;                 /**< a descriptor, an id; told with what */
     const uint64_t *deadline = nullptr; /**< null: none */
     bool stoppable = false;             /**< ends when the thread is told to stop */
-    bool after_all_others = false;      /**< goes on only when nobody else can */
+    bool after_all_others = false;      /**< runs only when no other thread can */
     bool always_ask =
         false;            /**< the condition may depend on anything, not only on the port's state */
     bool bounded = false; /**< lasting too long is a hang */
@@ -77,7 +78,7 @@ class scheduler {
     [[nodiscard]] const std::string &decisions() const { return decisions_; }
     [[nodiscard]] const std::vector<std::unique_ptr<thread>> &threads() const { return threads_; }
 
-    /** A point at which another thread may go on. yields: the running one would rather not. */
+    /** A point at which another thread may run. yields: the running thread prefers that. */
     void point(bool yields = false);
     /** Waits until condition() holds, the deadline, or a stop. wait.what and the like are set by
      * the caller. */
@@ -87,9 +88,9 @@ class scheduler {
         wait.condition = &condition;
         return block(wait);
     }
-    /** Says that something changed that a wait may depend on. */
+    /** Notes a change that a wait may depend on. */
     void changed() { ++changes_; }
-    /** A test's own call: the world is alive, however many steps it took. */
+    /** A test's own call: resets the livelock counter. */
     void test_acts() {
         changed();
         steps_at_progress_ = steps_;
@@ -97,19 +98,19 @@ class scheduler {
 
     /** Adds a thread that can run from now on. */
     thread &start(std::string name, std::function<void()> body, size_t stack_bytes = 0);
-    /** Does something at a time, in the order of times and, within one, of calls; not on a thread,
+    /** Runs an action at a time, in order of time and then of calls; not on a thread, so that it
      * must not block. */
     void at(uint64_t time_ms, std::function<void()> action);
     [[nodiscard]] std::string describe() const;
     thread *critical_section_holder = nullptr; /**< in the critical section; must not wait */
-    /** Leaves all threads where they are, for good, in favour of a context outside. */
+    /** Abandons all threads and switches to a context outside. */
     [[noreturn]] void abandon(fiber &outside);
 
   private:
     wake block(wait_state &wait);
     [[nodiscard]] bool can_run(thread &candidate);
     void collect(bool yields);
-    /** Lets one of the collected go on; returns when the caller goes on. */
+    /** Switches to one of the candidates; returns when the caller runs again. */
     void decide(bool preempted);
     void go_on_with(thread &next);
     void advance();

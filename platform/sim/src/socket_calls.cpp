@@ -1,4 +1,4 @@
-/* Sockets of the contract: making, setting up, closing. */
+/* Sockets of the contract: creation, options, close. */
 #include "core.h"
 
 #include <algorithm>
@@ -12,7 +12,7 @@ sim::gateway_socket *find(int32_t descriptor) {
     return sim::current_core().net.find(descriptor);
 }
 
-/** A call that only needs its socket: change(socket) returns 0 or an error code. */
+/** A call that works on its socket only: change(socket) returns 0 or an error code. */
 template <typename Change>
 int32_t change_socket(sim::call &call, int32_t descriptor, const Change &change) {
     if (call.fails()) {

@@ -8,8 +8,8 @@ using sim::operation;
 
 namespace {
 
-/** Code for a socket that a call cannot be done on: unknown, or of a kind that gives the other
- * code. */
+/** Code for a socket that does not support a call: unknown, or of a kind that gives the other code.
+ * */
 int32_t unfit(const sim::gateway_socket *socket, int32_t of_other_kind) {
     return socket == nullptr ? int32_t{KELO_ERR_BAD_SOCKET} : of_other_kind;
 }
@@ -73,7 +73,7 @@ struct selection {
         });
         return ready;
     }
-    /** Keeps only what is ready. Returns how many those are. */
+    /** Reduces the sets to the ready members; returns their number. */
     int32_t cut_down() {
         kelo_fd_set_t kept[3] = {};
         each([&](size_t kind, int32_t descriptor) {
@@ -229,7 +229,7 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
 
 namespace {
 
-/** Why nothing can be sent on a connection; 0 when something can. */
+/** The error that keeps a connection from sending; 0 when it can send. */
 int32_t send_obstacle(const sim::connection &stream) {
     if (stream.reset) {
         return stream.reset_code;
@@ -314,7 +314,7 @@ int32_t send_in_turn(int32_t descriptor, std::string_view bytes, size_t &sent) {
         }
         const std::shared_ptr<sim::connection> stream = core.net.find(descriptor)->stream;
         if (stream->peer_closed) {
-            // Goes out and is answered by a reset, as the peer has closed: later sends notice.
+            // The peer has closed and answers with a reset: later sends fail.
             stream->reset = true;
             sent = bytes.size();
             return 0;

@@ -1,4 +1,4 @@
-/* Threads of the contract, and those that tests make. */
+/* Threads of the contract and of tests. */
 #include "core.h"
 
 #include "platform/thread.h"
@@ -38,7 +38,7 @@ int64_t number_of(thrd_handle_t handle) {
     return handle == nullptr ? 0 : handle->number;
 }
 
-/** Notes the use of a handle after its end. */
+/** Reports the use of a released handle. */
 bool is_stale(sim::core &core, thrd_handle_t handle, const char *function) {
     if (handle->released) {
         core.problem(std::string(function) + " with the handle of thread " + handle->name +

@@ -14,7 +14,7 @@ void timer_state::find_next_due() {
 
 namespace {
 
-/** Takes the timer that is due first out of its waiting; 0 when none is. */
+/** Takes the timer that is due first; 0 when none is due. */
 uint16_t take_due(timer_state &state, uint64_t now_ms) {
     uint16_t first = 0;
     for (const auto &[id, timer] : state.timers) {
@@ -32,7 +32,7 @@ uint16_t take_due(timer_state &state, uint64_t now_ms) {
         if (taken.period_ms == 0) {
             taken.due_ms = never;
         } else {
-            // Expiries that a long callback made the context miss are not made up for.
+            // Expiries missed because of a long callback are skipped.
             taken.due_ms += taken.period_ms * ((now_ms - taken.due_ms) / taken.period_ms + 1);
         }
         state.find_next_due();

@@ -18,7 +18,7 @@ namespace sim {
 
 using story = std::function<void(world &)>;
 
-/** How one run of a story went. */
+/** Result of one run of a story. */
 struct run_result {
     uint64_t seed = 0;
     std::vector<std::string> problems; /**< empty: none */
@@ -31,7 +31,7 @@ struct run_result {
     bool ended_early = false; /**< by deadlock, livelock or hang */
 };
 
-/** How a search went. */
+/** Result of a search. */
 struct search_result {
     uint64_t runs = 0;
     bool complete = false;             /**< nothing is left to try */
@@ -51,18 +51,18 @@ search_result try_seeds(uint64_t count, const story &told, const options &chosen
 
 /** Bounds of a systematic search. */
 struct search_bounds {
-    /** Switches away from a thread that could go on, in one run; most faults need one or two. */
+    /** Most preemptions in one run; most faults need one or two. */
     uint32_t preemptions_max = 2;
     uint64_t runs_max = 1'000'000;
 };
 
-/** Runs a story under all schedules within the bounds, depth first. Chance other than that of the
- * scheduler is fixed. */
+/** Runs a story under all schedules within the bounds, depth first. Everything random but the
+ * schedule is fixed. */
 search_result try_all_schedules(const story &told, search_bounds bounds = {},
                                 const options &chosen = {.quiet_points = false},
                                 const run_check &check = {});
 
-/** How each run of for_each_nth_failure fails. */
+/** Which call fails in for_each_nth_failure. */
 struct nth_failure_options {
     failure how = {};
     bool lasting = false; /**< all later calls fail too */

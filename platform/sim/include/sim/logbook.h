@@ -1,4 +1,4 @@
-/* The log of a simulated world, kept for tests to look into. */
+/* The log of a simulated world, kept for tests. */
 #pragma once
 
 #include <cstdint>
@@ -37,8 +37,8 @@ class logbook {
     [[nodiscard]] size_t count(int level, std::string_view text) const;
     [[nodiscard]] size_t count(std::string_view text) const { return count(any_level, text); }
     static constexpr int any_level = -1;
-    /** All lines as text, `TIME THREAD LEVEL FILE:LINE FUNCTION MESSAGE`; last != 0: only so many
-     * at the end. */
+    /** All lines as text, `TIME THREAD LEVEL FILE:LINE FUNCTION MESSAGE`; last != 0: only the last
+     * ones. */
     [[nodiscard]] std::string text(size_t last = 0) const;
     /** Lines ever written, those not kept included. */
     [[nodiscard]] uint64_t seen() const { return seen_; }

@@ -1,5 +1,4 @@
-/* The other end of the gateway's traffic: what a test holds in its hands. Used by simulated
- * threads, main as a rule. */
+/* The peers of the gateway, which a test drives. Used by simulated threads, usually main. */
 #pragma once
 
 #include <cstdint>
@@ -14,27 +13,27 @@ namespace sim {
 struct connection;
 struct udp_endpoint;
 
-/** Longest that a peer waits for what a test expects, virtual time. */
+/** Time limit of a peer for what a test expects, virtual time. */
 constexpr uint64_t expectation_ms = 60'000;
 
 /** How a TCP connection behaves. */
 struct stream_link {
-    /** Bytes on their way to the gateway that it has not read; a peer's send waits for room. */
+    /** Most unread bytes on their way to the gateway; beyond these a peer's send waits. */
     size_t to_gateway_bytes_max = 64 * 1024;
-    /** Bytes on their way to a peer that does not read; 0: as the gateway sets its send buffer (64
-     * KiB until it does). */
+    /** Most unread bytes on their way to a peer; 0: the size of the gateway's send buffer (64 KiB
+     * until it sets one). */
     size_t to_peer_bytes_max = 0;
-    /** Chance that a receive of the gateway gets only a part of what is there, cut at any byte. */
+    /** Probability that a receive of the gateway gets only a part of the data, cut at any byte. */
     double short_read_odds = 0;
-    /** Most bytes that one transfer into the buffers takes (both directions); the rest follows as a
-     * step of its own. */
+    /** Most bytes of one transfer into the buffers (both directions); the rest follows in further
+     * transfers. */
     size_t segment_bytes_max = SIZE_MAX;
-    /** Each transfer arrives so much later, drawn from min to max; order is kept. */
+    /** Delay of each transfer, drawn from min to max; order is kept. */
     uint32_t delay_ms_min = 0;
     uint32_t delay_ms_max = 0;
 };
 
-/** How datagrams travel, each drawn for itself: different delays put them out of order. */
+/** How datagrams travel, drawn for each of them: different delays change their order. */
 struct datagram_link {
     double loss_odds = 0;
     double duplicate_odds = 0;
@@ -42,7 +41,7 @@ struct datagram_link {
     uint32_t delay_ms_max = 0;
 };
 
-/** The app's end of a TCP connection. Copies are the same end. It reads eagerly unless told
+/** The app's end of a TCP connection. Copies refer to the same end. It reads at once unless told
  * otherwise. */
 class peer {
   public:
@@ -60,7 +59,7 @@ class peer {
      * expectation_ms. */
     bool send(std::string_view bytes);
     bool send(std::span<const uint8_t> bytes);
-    /** No receive of the gateway gets bytes from before and after this place at once. */
+    /** No single receive of the gateway gets bytes from before and after this point. */
     void cut();
     /** Urgent data: the gateway's select reports an exception until it next receives from this
      * connection. */
@@ -69,34 +68,34 @@ class peer {
     /** Waits for that many bytes; returns fewer when the gateway ends the stream or the limit is
      * over. */
     std::string receive(size_t count, uint64_t limit_ms = expectation_ms);
-    /** What has come, without waiting. */
+    /** The bytes that have arrived, without waiting. */
     std::string receive_available();
-    /** Bytes events that have occurred and were not taken. */
+    /** Bytes that have arrived and were not taken. */
     [[nodiscard]] size_t available() const;
     /** Waits until the gateway has ended the stream (closed or reset), dropping what comes; false
      * when the limit is over. */
     bool wait_for_end(uint64_t limit_ms = expectation_ms);
     /** Whether the gateway has ended the stream and all of its bytes were taken. */
     [[nodiscard]] bool ended() const;
-    /** Whether the connection was broken off, by either side. */
+    /** Whether either side has reset the connection. */
     [[nodiscard]] bool was_reset() const;
 
     /** Ends the connection in order; the gateway still reads what was sent. */
     void close();
     /** Ends the sending direction only (half-closed). */
     void close_sending();
-    /** Breaks the connection off. */
+    /** Resets the connection. */
     void reset();
-    /** Is cut off the network: nothing arrives any more in either direction. Keep-alive of the
-     * gateway notices in its time. */
+    /** Leaves the network: nothing arrives any more in either direction. The gateway's keep-alive
+     * detects it. */
     void vanish();
 
-    /** From now on takes only what receive() asks for; the rest stays in the buffers of the
+    /** From now on reads only what receive() asks for; the rest stays in the buffers of the
      * connection. */
     void stop_reading();
-    /** Reads eagerly again. */
+    /** Reads at once again. */
     void resume_reading();
-    /** Takes at most so many bytes, once every so often. */
+    /** Reads at most so many bytes every every_ms milliseconds. */
     void read_slowly(size_t bytes, uint32_t every_ms);
 
   private:
@@ -122,7 +121,7 @@ class udp_peer {
     void send_to(uint32_t address, uint16_t port, std::string_view bytes);
     /** Waits for a datagram; none when the limit is over. */
     std::optional<datagram> receive(uint64_t limit_ms = expectation_ms);
-    /** Datagrams that wait. */
+    /** Datagrams that were not received yet. */
     [[nodiscard]] size_t available() const;
     void close();
 

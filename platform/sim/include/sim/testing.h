@@ -34,10 +34,10 @@ inline std::string rerun_line(uint64_t seed, const std::string &decisions = {}) 
     return line.str();
 }
 
-/** Fixture with a world; at its end nothing may be left over. */
+/** Fixture with a world; whatever is left over at its end is a failure. */
 class test : public ::testing::Test {
   public:
-    /** A derived fixture chooses its options here. ENGR_SIM_SEED goes before. */
+    /** A derived fixture chooses its options here. ENGR_SIM_SEED takes precedence. */
     explicit test(options chosen = {}) : world(with_environment(std::move(chosen))) {}
     ~test() override {
         for (const std::string &problem : world.finish()) {
@@ -55,7 +55,7 @@ class test : public ::testing::Test {
     sim::world world;
 };
 
-/** Tells the failure of a search as one of the current test. */
+/** Reports the failure of a search as one of the current test. */
 inline void report(const search_result &found, bool by_schedule) {
     if (!found.failure) {
         return;

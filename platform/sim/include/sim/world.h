@@ -48,11 +48,10 @@ namespace sim {
 struct core;
 class chooser;
 
-/** What a world is made with. The seed decides everything that the other options leave to chance.
- */
+/** Options of a world. The seed decides everything that the others leave to chance. */
 struct options {
     uint64_t seed = 1;
-    /** Decisions of the scheduler to repeat, as decisions_text() tells them; empty: the seed
+    /** Decisions of the scheduler to repeat, as decisions_text() prints them; empty: the seed
      * decides. */
     std::string decisions = {};
     /** Time of day at the start, seconds since 1970. */
@@ -71,16 +70,16 @@ struct options {
     /** Behaviour of UDP, see also world::datagrams(). */
     datagram_link datagrams = {};
 
-    /** Bounds. Steps are scheduling points; what passes one of the first two is a livelock or a
-     * hang. */
+    /** Bounds. Steps are scheduling points; to exceed one of the first two is a livelock or a hang.
+     * */
     uint64_t steps_without_time_max = 2'000'000;
     /** Longest wait for a mutex or for the end of a thread or callback. */
     uint64_t untimed_wait_ms_max = 600'000;
-    /** Messages that wait on the bus; more are refused. */
+    /** Most messages that wait on the bus; further ones are refused. */
     size_t bus_queue_max = 64;
-    /** Bytes of Malloc in use; more are refused with null. */
+    /** Most bytes of Malloc in use; beyond these it returns null. */
     size_t heap_bytes_max = 64 * 1024 * 1024;
-    /** Datagrams that wait in one UDP socket; more are lost. */
+    /** Most datagrams that wait in one UDP socket; further ones are lost. */
     size_t datagram_queue_max = 64;
 };
 
@@ -88,7 +87,7 @@ struct options {
  * these are set. */
 [[nodiscard]] options with_environment(options chosen = {});
 
-/** When a fault strikes, counted in calls of its operation from the moment when it is set. */
+/** Which calls fail, counted in calls of the operation since the fault was set. */
 struct trigger {
     uint64_t first = 1;   /**< first call that may fail, from 1 */
     bool lasting = false; /**< all calls from there on, else that one alone */
@@ -128,7 +127,7 @@ struct failure {
 /** Names one fault of a world. */
 using fault_id = size_t;
 
-/** What is in use at a moment. */
+/** Resources in use. */
 struct resources {
     size_t memory_blocks = 0;
     size_t memory_bytes = 0;
@@ -142,10 +141,7 @@ struct resources {
     bool operator==(const resources &) const = default;
 };
 
-/**
- * A thread that a test made to call something from. Must be joined (the destructor does) before its
- * captures end.
- */
+/** A thread of the test. It must be joined (the destructor does) before its captures end. */
 class test_thread {
   public:
     test_thread(test_thread &&other) noexcept : started_(std::exchange(other.started_, nullptr)) {}
@@ -169,8 +165,8 @@ class world {
     static constexpr uint64_t default_limit_ms = 60'000;
 
     explicit world(options chosen = {});
-    /** Calls finish() when the test did not; problems that nobody asked for end the process with a
-     * report. */
+    /** Calls finish() unless the test did; problems that were not collected then end the process
+     * with a report. */
     ~world();
     world(const world &) = delete;
     world &operator=(const world &) = delete;
@@ -182,7 +178,7 @@ class world {
 
     /** Milliseconds since the start. */
     [[nodiscard]] uint64_t now_ms() const;
-    /** Lets the others run for so long, including all that they do at the last moment. */
+    /** Lets the other threads run for so long, including what they do at the last moment. */
     void run_for(uint64_t milliseconds);
     /** Lets the others run until the condition holds; false when the limit is over first. The
      * condition must not block. */
@@ -196,7 +192,7 @@ class world {
     /** Moves the time of day by so many seconds, either way. */
     void jump_posix(int64_t seconds);
 
-    /** Starts a thread of the test's own. */
+    /** Starts a thread of the test. */
     test_thread spawn(std::string name, std::function<void()> function);
 
     /** Connects to a listening TCP port of the gateway, from an address of its own; tests false
@@ -222,18 +218,18 @@ class world {
      *     process
      */
     fault_id fail(std::string_view operation, trigger when, failure how = {});
-    /** Takes one fault away, reached or not. */
+    /** Removes one fault, reached or not. */
     void clear(fault_id fault);
-    /** Takes all faults away, reached or not. */
+    /** Removes all faults, reached or not. */
     void clear_faults();
-    /** How often a fault struck. */
+    /** How many calls a fault made fail. */
     [[nodiscard]] uint64_t strikes(fault_id fault) const;
     /** How often an operation was called. */
     [[nodiscard]] uint64_t calls(std::string_view operation) const;
 
     /** Every line of PrintLog. */
     [[nodiscard]] logbook &log();
-    /** What is in use. */
+    /** Resources in use. */
     [[nodiscard]] resources in_use() const;
 
     /** Adds a problem, as a test's own invariant may. */
