@@ -6,7 +6,6 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
 
-#include <cstdio>
 #include <fstream>
 #include <memory>
 #include <mutex>
@@ -21,11 +20,6 @@ constexpr const char *old_log_file_name = "engr_gatewayd.1.log";
 
 std::mutex files_mutex; // held while a line is written, and while the files are copied
 
-void write_standard_error(std::string_view line) {
-    const std::string whole = std::string(line) + "\n";
-    std::fwrite(whole.data(), 1, whole.size(), stderr);
-}
-
 } // namespace
 
 void open_log(int level) {
@@ -37,7 +31,7 @@ void open_log(int level) {
     logger->flush_on(spdlog::level::trace);
     linux_port::set_log_level(level);
     linux_port::set_log_sink([logger](int, std::string_view line) {
-        write_standard_error(line);
+        linux_port::write_standard_error(line);
         const std::lock_guard guard(files_mutex);
         logger->info(line);
     });
