@@ -115,6 +115,12 @@ TEST_F(discovery, a_failing_step_is_told_and_ends_that_tick_only) {
             EXPECT_NE(next(), "nothing") << "expected the next tick to work";
         }
     }
+    EXPECT_TRUE(world.log().has(0, "sendto Failed,len:156 ret:-1,errno:-199 port:6667"));
+    world.log().clear();
+    world.fail("kelo_hal_net_send_to", sim::nth(1), {.result = 0});
+    EXPECT_EQ(next(), "nothing");
+    EXPECT_TRUE(world.log().has(4, "send len:156")) << "expected only less than 0 to be a failure";
+    EXPECT_FALSE(world.log().has(0, "sendto Failed"));
     ::gateway::set_service_fault("wf_get_ip", -1);
     EXPECT_EQ(next(), "nothing");
     EXPECT_TRUE(world.log().has(0, "Get IP Fails"));
