@@ -134,10 +134,13 @@ TEST_F(ap_config, listens_until_accepted_and_again_after_a_stop) {
     EXPECT_EQ(engr_lan_ap_nw_cfg_start(take_credentials), 0)
         << "expected a finished listener to be left alone";
     engr_lan_ap_nw_cfg_stop();
+    EXPECT_TRUE(world.log().has(4, "Delete thread"));
     start();
     app.send(config_port, plain(good));
     world.run_for(10);
     EXPECT_EQ(finish.got.size(), 3U);
+    EXPECT_FALSE(world.log().has("start thread fails"));
+    EXPECT_FALSE(world.log().has("DeleteThrdHandle error"));
 }
 
 TEST_F(ap_config, tries_again_a_second_after_a_receive_error) {

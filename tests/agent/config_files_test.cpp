@@ -2,7 +2,9 @@
 #include "command/config_files.h"
 #include "story_gateway.h"
 
+#include <fcntl.h>
 #include <filesystem>
+#include <unistd.h>
 
 namespace {
 
@@ -45,6 +47,15 @@ TEST_F(config_files, tell_each_way_in_which_a_file_fails) {
     EXPECT_STREQ(content.get(), "xyz");
     __remove_log_file("./file");
     EXPECT_FALSE(std::filesystem::exists("file"));
+}
+
+TEST_F(config_files, are_written_and_closed_with_descriptor_0_too) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    EXPECT_EQ(__lan_download_cfg("file", reinterpret_cast<const uint8_t *>("xyz"), 3), 0);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "expected the file to be closed";
+    dup2(input, STDIN_FILENO);
+    close(input);
 }
 
 } // namespace

@@ -116,6 +116,15 @@ TEST_F(discovery, a_failing_step_is_told_and_ends_that_tick_only) {
         }
     }
     EXPECT_TRUE(world.log().has(0, "sendto Failed,len:156 ret:-1,errno:-199 port:6667"));
+    world.fail("kelo_hal_net_send_to", sim::nth(1));
+    EXPECT_EQ(next(), "nothing");
+    world.log().clear();
+    const uint64_t closes = world.calls("kelo_hal_net_close");
+    world.fail("kelo_hal_net_socket_create", sim::nth(1), {.result = 0});
+    EXPECT_EQ(next(), "nothing");
+    EXPECT_TRUE(world.log().has(0, "sendto Failed")) << "expected descriptor 0 to be used";
+    EXPECT_EQ(world.calls("kelo_hal_net_close"), closes + 1) << "expected it to be closed, too";
+    EXPECT_NE(next(), "nothing");
     world.log().clear();
     world.fail("kelo_hal_net_send_to", sim::nth(1), {.result = 0});
     EXPECT_EQ(next(), "nothing");
