@@ -92,6 +92,7 @@ TEST_F(discovery, sends_nothing_without_network_with_ten_sound_clients_or_with_t
 TEST_F(discovery, a_failing_step_is_told_and_ends_that_tick_only) {
     gateway.start();
     ASSERT_NE(next(), "nothing");
+    const std::string send = "send";
     const struct {
         const char *what;
         const char *operation;
@@ -106,12 +107,12 @@ TEST_F(discovery, a_failing_step_is_told_and_ends_that_tick_only) {
     };
     for (const auto &one : cases) {
         SCOPED_TRACE(one.what);
+        const uint64_t sends = world.calls("kelo_hal_net_send_to");
         world.fail(one.operation, sim::nth(one.n));
         EXPECT_EQ(next(), "nothing");
         EXPECT_TRUE(world.log().has(0, one.log)) << "expected: " << one.log;
-        if (one.what !=
-            std::string(
-                "send")) { // the failed send has dropped the socket: the next case needs that
+        EXPECT_EQ(world.calls("kelo_hal_net_send_to"), sends + (one.what == send ? 1 : 0));
+        if (one.what != send) { // a failed send has dropped the socket: the next case needs that
             EXPECT_NE(next(), "nothing") << "expected the next tick to work";
         }
     }
