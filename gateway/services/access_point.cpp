@@ -128,7 +128,7 @@ void take_credentials(const char *ssid, const char *passwd, const char *token) {
 
 int call_finish_cb(const char *ssid, const char *passwd, const char *token) {
     const auto arguments = [&](call_arguments &list) {
-        list.text("ssid", ssid).text("passwd", passwd).text("token", token);
+        list.text("ssid", ssid).secret("passwd", passwd).secret("token", token);
     };
     bool is_taken = false;
     int32_t result = service(call("finish_cb"), arguments, [&] {

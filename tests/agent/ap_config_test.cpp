@@ -267,7 +267,7 @@ TEST_F(ap_config, reports_a_failure_once_and_gives_the_access_point_up) {
     EXPECT_EQ(gateway.trace.size(), 4U)
         << "expected two questions for the mode, ap_stop and station_connect";
     EXPECT_NE(gateway.trace.back().find(
-                  R"("wf_station_connect", "args": {"ssid": "net", "password": "pw"})"),
+                  R"("wf_station_connect", "args": {"ssid": "net", "password": "***"})"),
               std::string::npos)
         << gateway.trace.back();
     report();

@@ -294,7 +294,7 @@ TEST_F(commands, to_scenes_are_checked_handed_on_and_reported_by_the_service) {
 
 TEST_F(commands, to_the_gateway_are_checked_and_answered_with_what_the_service_says) {
     const command_case cases[] = {
-        {"token", 12, R"({"token":"t0"})", "12/7/0/", R"(engr_gw_user_token_bind("t0")=0)",
+        {"token", 12, R"({"token":"t0"})", "12/7/0/", R"(engr_gw_user_token_bind("***")=0)",
          R"(Rev Data:{"token":"t0"})"},
         {"token, refused", 12, R"({"token":"t0"})", "12/7/1/inner process failed", nullptr,
          "op_ret:-803 frame_type:12 cjson format data error", "engr_gw_user_token_bind", -803},
@@ -318,7 +318,7 @@ TEST_F(commands, to_the_gateway_are_checked_and_answered_with_what_the_service_s
         {"join, time of another type", 14, R"({"type":1,"time":"60"})", "14/7/1/data format error",
          "", nullptr},
         {"wifi", 15, R"({"ssid":"n","passwd":"p"})", "15/7/0/",
-         R"(gw_wifi_modify_and_conn("n","p")=0)", nullptr},
+         R"(gw_wifi_modify_and_conn("n","***")=0)", nullptr},
         {"wifi, open", 15, R"({"ssid":"n"})", "15/7/0/", R"(gw_wifi_modify_and_conn("n",null)=0)",
          nullptr},
         {"wifi, refused", 15, R"({"ssid":"n"})", "15/7/1/inner process failed", nullptr,
