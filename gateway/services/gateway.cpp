@@ -4,6 +4,7 @@
 #include "access_point.h"
 #include "calls.h"
 #include "calls_state.h"
+#include "config_files.h"
 #include "configuration.h"
 #include "data_points.h"
 #include "firmware_install.h"
@@ -28,8 +29,6 @@
 
 namespace gateway {
 namespace {
-
-constexpr std::string_view memory_store = ":memory:";
 
 std::unique_ptr<store> open_store;
 bool store_was_new;
@@ -65,7 +64,7 @@ store &the_store() {
 }
 
 static void open_parts(open_options &&options) {
-    const bool keeps_files = options.store_path != memory_store;
+    const bool keeps_files = options.store_path != memory_database;
     open_store = std::make_unique<store>(options.store_path);
     store_was_new = open_store->is_new();
     if (store_was_new)
@@ -86,6 +85,7 @@ static void open_parts(open_options &&options) {
     open_linkage();
     open_upgrades(options.faults.upgrade, keeps_files ? image_medium::file : image_medium::memory);
     open_access_points();
+    open_config_files(keeps_files);
     open_log_snapshots(std::move(options.newest_log));
     install_callbacks();
 }
@@ -104,6 +104,7 @@ void close() {
     stop_upgrades();
     end_calls();
     close_upgrades();
+    close_config_files();
     shut_joining();
     close_log_snapshots();
     close_scenes();
