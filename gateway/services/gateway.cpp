@@ -65,6 +65,9 @@ store &the_store() {
 
 static void open_parts(open_options &&options) {
     const bool keeps_files = options.store_path != memory_database;
+    if (keeps_files) {
+        empty_partial_image(); // it may have all the room that the store needs
+    }
     open_store = std::make_unique<store>(options.store_path);
     store_was_new = open_store->is_new();
     if (store_was_new)
@@ -184,5 +187,8 @@ void engr_set_gw_ext_stat(uint8_t new_state) {
         [&](call_arguments &list) { list.number("state", new_state); },
         [&] {
             extended_state = new_state;
+            if (new_state == GW_EXT_STAT_UPGRADE_ENDED) {
+                note_upgrade_end();
+            }
         });
 }
