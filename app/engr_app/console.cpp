@@ -25,10 +25,6 @@ std::string padded(std::string text, std::size_t columns) {
     return text;
 }
 
-std::string document_text(const nlohmann::json &value) {
-    return value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
-}
-
 } // namespace
 
 console::console(screen &shown_on, bool json, bool quiet_notices)
@@ -123,7 +119,7 @@ void console::document(const nlohmann::json &value) {
         kept_.document = std::make_shared<nlohmann::json>(value);
         return;
     }
-    screen_.output(document_text(value));
+    screen_.output(many_lines(value) + '\n');
 }
 
 void console::json_line(const nlohmann::json &value) {
@@ -172,7 +168,7 @@ void console::problem(const std::string &kind, std::string_view sentence) {
     } else if (json_ && !document_written_) {
         document_written_ = true;
         try {
-            screen_.output(document_text({{"error", told}}));
+            screen_.output(many_lines({{"error", told}}) + '\n');
         } catch (const failure &) {
             return; // the sentence above is all that can be said
         }

@@ -14,9 +14,16 @@ lan_client::request gateway_version_request() {
     return standing_request({});
 }
 
-void add_versions(session &present, nlohmann::json &devices) {
+void tell_of_withdrawal(session &present) {
+    present.out().progress("asking for versions, which withdraws an image that another app has "
+                           "announced and not started ...");
+}
+
+std::string add_versions(session &present, nlohmann::json &devices) {
+    tell_of_withdrawal(present);
     const auto own = present.ask({gateway_version_request()});
-    if (const auto now = parse_standing({}, present.accepted(own.front())); now.running) {
+    const auto now = parse_standing({}, present.accepted(own.front()));
+    if (now.running) {
         throw failure("busy", "an upgrade of " + now.running_id +
                                   " is under way; ask for versions when it has ended");
     }
@@ -33,6 +40,7 @@ void add_versions(session &present, nlohmann::json &devices) {
             device["sw_ver"] =
                 told.version.empty() ? nlohmann::json() : nlohmann::json(told.version);
         });
+    return now.version;
 }
 
 } // namespace engr_app

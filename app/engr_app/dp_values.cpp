@@ -114,7 +114,7 @@ bool tells(const lan_client::report &told, const std::string &device_id,
         return false;
     }
     const json state = parse_device_state(told.payload);
-    return state.is_object() && (device_id.empty() || state["cid"] == device_id) &&
+    return state.is_object() && state["cid"] == device_id &&
            std::ranges::all_of(data_points, [&state](const std::string &point) {
                return state["dps"].contains(point);
            });

@@ -35,7 +35,8 @@ void declare_data_points(arguments &declared, std::vector<std::string> &assignme
 /// {"cid", "dps"} of a report or an answer; null when it is none.
 [[nodiscard]] nlohmann::json parse_device_state(std::string_view payload);
 
-/// Whether a report tells these data points of this device; an empty id stands for any device.
+/// Whether a report tells these data points of the device with exactly this id; an empty one is
+/// that of a report that names no device.
 [[nodiscard]] bool tells(const lan_client::report &told, const std::string &device_id,
                          const std::vector<std::string> &data_points);
 

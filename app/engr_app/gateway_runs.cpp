@@ -30,6 +30,13 @@ int shown_failures(console &out, const std::function<int()> &work) {
     }
 }
 
+// A verb's work with one gateway. What it has to say is said before it may have to stay.
+int run_session(session &present, console &out, const verb_work &work) {
+    const int exit_code = shown_failures(out, [&] { return work(present); });
+    present.leave();
+    return exit_code;
+}
+
 // A verb at work with one of several gateways.
 struct run {
     run(target of, const global_options &options, screen &shown_on)
@@ -129,7 +136,7 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
                 throw failure(*one.whom.missing);
             }
             session present(options, one.out, recorder, *one.whom.found, one.whom.file_mark);
-            return work(present);
+            return run_session(present, one.out, work);
         });
     };
     if (runs.size() > most_at_once) {
@@ -174,7 +181,7 @@ int run_verb(const verb_work &work, const global_options &given, screen &shown_o
             return run_on_several(work, options, shown_on, out, recorder);
         }
         session present(options, out, recorder);
-        return work(present);
+        return run_session(present, out, work);
     });
 }
 

@@ -2,10 +2,12 @@
 #include "json_text.h"
 
 #include "lan_client/utf8.h"
+#include "safe_text.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdio>
 
 #include <nlohmann/json.hpp>
 
@@ -64,6 +66,39 @@ void hide_secrets(json &value) {
     }
 }
 
+std::string escape(char32_t value) {
+    std::array<char, 16> text{};
+    if (value < 0x10000) {
+        std::snprintf(text.data(), text.size(), "\\u%04x", static_cast<unsigned>(value));
+    } else {
+        const auto above = static_cast<unsigned>(value) - 0x10000;
+        std::snprintf(text.data(), text.size(), "\\u%04x\\u%04x", 0xD800 + (above >> 10),
+                      0xDC00 + (above & 0x3FF));
+    }
+    return text.data();
+}
+
+// Beyond ASCII's printable characters and the line ends between members there is nothing but the
+// content of texts, so an escape is valid wherever one is needed.
+std::string escape_unsafe(std::string_view written) {
+    std::string out;
+    out.reserve(written.size());
+    while (!written.empty()) {
+        const lan_client::code_point next = lan_client::first_code_point(written);
+        if (next.value != '\n' && is_unsafe(next.value)) {
+            out += escape(next.value);
+        } else {
+            out += written.substr(0, next.bytes);
+        }
+        written.remove_prefix(next.bytes);
+    }
+    return out;
+}
+
+std::string written(const json &value, int indent) {
+    return escape_unsafe(value.dump(indent, ' ', false, json::error_handler_t::replace));
+}
+
 } // namespace
 
 json parse_json(std::string_view text, std::size_t max_values) {
@@ -79,7 +114,11 @@ json payload_json(std::string_view payload) {
 }
 
 std::string one_line(const json &value) {
-    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+    return written(value, -1);
+}
+
+std::string many_lines(const json &value) {
+    return written(value, 2);
 }
 
 std::string member_text(const json &object, const char *name) {
@@ -88,6 +127,16 @@ std::string member_text(const json &object, const char *name) {
     }
     const json &member = object.at(name);
     return member.is_string() ? member.get<std::string>() : one_line(member);
+}
+
+std::optional<std::uint64_t> member_count(const json &object, const char *name) {
+    if (!object.is_object()) {
+        return std::nullopt;
+    }
+    const auto found = object.find(name);
+    return found != object.end() && found->is_number_unsigned()
+               ? std::optional(found->get<std::uint64_t>())
+               : std::nullopt;
 }
 
 std::string without_secrets(std::string_view text) {

@@ -59,6 +59,9 @@ std::string figures_text(const bar_figures &shown) {
     if (shown.total > 0) {
         text = print("%3.0f %%", 100 * part_done(shown)) + gap;
     }
+    if (!shown.waits_for.empty()) {
+        return text + shown.waits_for;
+    }
     const std::string done = amount_text(static_cast<double>(shown.done), shown.unit);
     if (shown.total > shown.done) {
         const std::string total = amount_text(static_cast<double>(shown.total), shown.unit);
@@ -127,6 +130,12 @@ void progress_bar::show(std::uint64_t done) {
 void progress_bar::show(std::uint64_t done, std::uint64_t total) {
     if (state_) {
         screen_->update(*state_, done, total);
+    }
+}
+
+void progress_bar::wait(const std::string &what) {
+    if (state_) {
+        screen_->wait(*state_, what);
     }
 }
 

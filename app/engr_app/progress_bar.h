@@ -20,6 +20,8 @@ struct bar_figures {
     std::uint64_t total = 0; ///< in units; 0: unknown
     double rate_per_s = 0;   ///< of late; 0: not known yet
     std::chrono::seconds elapsed{0};
+    std::string
+        waits_for{}; ///< in words, while nothing moves; shown instead of amount, rate and time
 };
 
 /// One line for a terminal of so many columns: label, bar, percent, amount,
@@ -46,6 +48,9 @@ class progress_bar {
 
     /// The same where the total is learned on the way, or changes.
     void show(std::uint64_t done, std::uint64_t total);
+
+    /// Nothing moves; says what is waited for, until the next `show`.
+    void wait(const std::string &what);
 
     /// Ends the bar before its time.
     void finish();

@@ -28,7 +28,7 @@ constexpr advice advices[] = {
     {0, "parse data error",
      "it can't decrypt the request: check --local-key, or leave it out for a gateway that is not "
      "activated"},
-    {0, "device is upgrading...", "try again after the upgrade; engr_app watch shows its progress"},
+    {0, "device is upgrading...", "try again after the upgrade"},
     {0, "devid not found", "engr_app devices lists the devices"},
     {0, "json obj data unvalid",
      "the device is offline, see engr_app online, or has no data points yet"},
@@ -55,7 +55,7 @@ constexpr advice advices[] = {
     {0, "read config error", "it has none yet; engr_app config push app FILE gives it one"},
     {0, "read log error", "it has no log at hand: a log is removed once it was fetched"},
     {0, "gw unactive failed", "it is still activated; try again"},
-    {0, "dev is upgrading", "an upgrade is under way already; engr_app watch shows its progress"},
+    {0, "dev is upgrading", "an upgrade is under way already; try again after it"},
     {0, "file_size is zero", "another app withdrew the announcement of the image; try again"},
     {0, "Json Parse Fails", "it can't read this request: its version may differ from this app's"},
     {0, "malloc error", "it is out of memory; restart it and try again"},

@@ -79,7 +79,7 @@ struct shown_step {
 
 shown_step show_first(std::string_view text) {
     const code_point step = first_code_point(text);
-    if (step.well_formed && !within(step.value, unsafe_ranges)) {
+    if (step.well_formed && !is_unsafe(step.value)) {
         return {std::string(text.substr(0, step.bytes)), columns_of(step.value), step.bytes};
     }
     const char32_t value = step.well_formed ? step.value : static_cast<unsigned char>(text.front());
@@ -89,6 +89,10 @@ shown_step show_first(std::string_view text) {
 }
 
 } // namespace
+
+bool is_unsafe(char32_t character) {
+    return within(character, unsafe_ranges);
+}
 
 std::string safe_text(std::string_view text, std::size_t max_columns) {
     std::string out;

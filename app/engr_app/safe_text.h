@@ -12,6 +12,9 @@ namespace engr_app {
 /// that it takes at most `max_columns` columns.
 [[nodiscard]] std::string safe_text(std::string_view text, std::size_t max_columns);
 
+/// Whether a terminal could obey this character, or a reader miss it.
+[[nodiscard]] bool is_unsafe(char32_t character);
+
 /// Columns that a text takes on a terminal; made for texts that are safe already.
 [[nodiscard]] std::size_t text_columns(std::string_view text);
 

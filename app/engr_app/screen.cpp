@@ -99,6 +99,19 @@ void screen::update(bar_state &bar, std::uint64_t done, std::uint64_t total) {
     const std::lock_guard lock(mutex_);
     bar.figures.done = done;
     bar.figures.total = total;
+    bar.figures.waits_for.clear();
+    redraw(bar);
+}
+
+void screen::wait(bar_state &bar, const std::string &what) {
+    const std::lock_guard lock(mutex_);
+    bar.figures.waits_for = what;
+    bar.figures.rate_per_s = 0; // what was before the wait says nothing of after it
+    bar.measured = bar_state::clock::now();
+    redraw(bar);
+}
+
+void screen::redraw(bar_state &bar) {
     const auto now = bar_state::clock::now();
     const auto pause =
         messages_are_terminal_ ? bar_state::clock::duration(redraw_interval) : plain_line_interval;
@@ -120,6 +133,10 @@ void screen::finish(const std::shared_ptr<bar_state> &bar) {
     const std::lock_guard lock(mutex_);
     std::erase(bars_, bar);
     set_elapsed(*bar, bar_state::clock::now());
+    bar->figures.waits_for.clear();
+    if (bar->figures.done < bar->figures.total) {
+        bar->figures.rate_per_s = 0; // no time is left for the rest
+    }
     if (messages_are_terminal_) {
         write_message(bar_line(bar->figures, terminal_columns(STDERR_FILENO)) + '\n');
     } else if (bar->written) {

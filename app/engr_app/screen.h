@@ -38,6 +38,8 @@ class screen {
 
     void add(std::shared_ptr<bar_state> bar);
     void update(bar_state &bar, std::uint64_t done, std::uint64_t total);
+    void wait(bar_state &bar, const std::string &what);
+    void redraw(bar_state &bar);
     void finish(const std::shared_ptr<bar_state> &bar);
     void write_message(std::string_view lines);
     std::string without_bars();

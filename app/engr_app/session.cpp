@@ -192,6 +192,30 @@ std::vector<lan_client::aes_key> session::usable_keys() {
     return {*local, lan_client::unactivated_key()};
 }
 
+lan_client::client_events session::with_signs() {
+    return {.on_report =
+                [this](const lan_client::report &told) {
+                    if (told.under_built_in_key) {
+                        warn_of_built_in_key();
+                    }
+                    signs_.hear(told);
+                    if (verb_events_.on_report) {
+                        verb_events_.on_report(told);
+                    }
+                },
+            .on_link =
+                [this](const lan_client::link_change &change) {
+                    linked_ = change.state == lan_client::link_state::connected;
+                    if (!linked_) {
+                        signs_.forget(); // the upgrade has ended with the connection
+                    }
+                    if (verb_events_.on_link) {
+                        verb_events_.on_link(change);
+                    }
+                },
+            .on_traffic = observer()};
+}
+
 lan_client::client &session::connect(bool reconnect, lan_client::client_events events) {
     const gateway &target = chosen();
     lan_client::client_options wanted;
@@ -202,16 +226,9 @@ lan_client::client &session::connect(bool reconnect, lan_client::client_events e
     wanted.request_timeout = answer_time();
     wanted.reconnect = reconnect;
     wanted.keys = usable_keys();
-    events.on_report = [this, hear = std::move(events.on_report)](const lan_client::report &told) {
-        if (told.under_built_in_key) {
-            warn_of_built_in_key();
-        }
-        if (hear) {
-            hear(told);
-        }
-    };
-    events.on_traffic = observer();
-    client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), std::move(events));
+    linked_ = false;
+    verb_events_ = std::move(events);
+    client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), with_signs());
     client_->open();
     return *client_;
 }
@@ -250,13 +267,15 @@ std::vector<lan_client::answer> session::ask(std::vector<lan_client::request> re
     std::vector<lan_client::answer> answers;
     for (std::size_t index = 0; index < requests.size(); ++index) {
         answers.push_back({.type = requests[index].type});
-        client.ask(std::move(requests[index]), [now, index](const lan_client::answer &outcome) {
-            now->answers[index] = outcome;
-            --now->missing;
-            if (outcome.failure && !now->first_failure) {
-                now->first_failure = outcome.failure;
-            }
-        });
+        client.ask(std::move(requests[index]),
+                   [this, now, index](const lan_client::answer &outcome) {
+                       now->answers[index] = outcome;
+                       signs_.hear(outcome);
+                       --now->missing;
+                       if (outcome.failure && !now->first_failure) {
+                           now->first_failure = outcome.failure;
+                       }
+                   });
     }
     // The client itself bounds every wait; where one request failed the others are not waited for.
     loop_.run_until([&now] { return now->missing == 0 || now->first_failure; },

@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "frame_words.h"
 #include "gateway.h"
+#include "upgrade_signs.h"
 
 #include <chrono>
 #include <functional>
@@ -86,6 +87,13 @@ class session {
     std::vector<lan_client::answer> ask(std::vector<lan_client::request> requests,
                                         bool need_key = true);
 
+    /// To be called when the work is done, before the session goes. It stays as long as somebody
+    /// else's upgrade is seen to run on the gateway, says so, and leaves at once on SIGINT.
+    void leave();
+
+    /// Whether an upgrade that runs is this session's own, which it may leave.
+    void own_upgrade(bool own);
+
     /// Why there is no answer, and what to do about it.
     [[nodiscard]] failure explain(const lan_client::answer &unanswered);
     [[nodiscard]] failure explain(const lan_client::error &problem);
@@ -100,6 +108,11 @@ class session {
     void require_key();
     void require_shown_key(const std::vector<lan_client::request> &requests);
     void warn_of_built_in_key();
+    lan_client::client_events with_signs();
+    std::optional<lan_client::answer> ask_unless(lan_client::request wanted,
+                                                 const std::function<bool()> &stop);
+    void look_again(const std::function<bool()> &stop);
+    void stay(const std::function<bool()> &stop);
     const std::string &local_key();
     [[nodiscard]] std::string elsewhere_hint() const;
     [[nodiscard]] std::string wrong_key_sentence();
@@ -112,8 +125,12 @@ class session {
     lan_client::event_loop loop_;
     std::optional<gateway> chosen_;
     std::string file_mark_;
-    std::unique_ptr<lan_client::client> client_;
+    upgrade_signs signs_;
+    lan_client::client_events verb_events_; // as long as the verb works
+    bool linked_ = false;                   // the gateway has answered over the present connection
+    bool upgrade_is_own_ = false;
     bool warned_of_built_in_key_ = false;
+    std::unique_ptr<lan_client::client> client_;
 };
 
 } // namespace engr_app

@@ -71,9 +71,7 @@ void add_data_points(session &present, json &devices) {
 
 // The version of the gateway's firmware, and those of its devices.
 void add_all_versions(session &present, json &report) {
-    add_versions(present, report["devices"]);
-    const auto own = present.ask({gateway_version_request()});
-    report["gateway"]["sw_ver"] = parse_standing({}, present.accepted(own.front())).version;
+    report["gateway"]["sw_ver"] = add_versions(present, report["devices"]);
 }
 
 // A cell of a Markdown table: one line in which nothing is markup.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "firmware_image.h"
+#include "piece_requests.h"
 #include "session.h"
 #include "upgrade_words.h"
 
@@ -21,12 +22,13 @@ class upgrade_course {
     upgrade_course(const upgrade_course &) = delete;
     upgrade_course &operator=(const upgrade_course &) = delete;
 
-    /// Announces the image, or only asks for the standing with the request that does. A device that
-    /// the gateway does not know is refused.
-    upgrade_standing ask_standing(lan_client::request wanted);
+    /// Asks how the gateway stands and, unless an upgrade is under way, announces the image: with
+    /// `dry` none at all. A device that the gateway does not know is refused.
+    upgrade_standing ask_standing(bool dry);
 
-    /// Brings the announced image and waits for the end. Returns the standing then, with the new
-    /// version; all else is a failure.
+    /// Brings the announced image and waits for the end. An upgrade that the gateway gives up is
+    /// started once more. Returns the standing at the end, with the new version; all else is a
+    /// failure.
     upgrade_standing carry_out(const upgrade_standing &before);
 
   private:
@@ -35,24 +37,36 @@ class upgrade_course {
     lan_client::client_events events();
     void hear(const lan_client::report &told);
     void hear_percent(const lan_client::report &told);
-    void wait(std::chrono::milliseconds limit);
+    void hear(const lan_client::link_change &change);
+    [[nodiscard]] bool is_due() const;
+    void tick();
+    [[nodiscard]] std::string awaited() const;
 
+    upgrade_standing accepted_standing(const upgrade_order &of, lan_client::request wanted);
+    void require_known_device();
+    void announce();
     void start();
+    void bring();
     void transfer();
-    void answer(const std::string &request, progress_bar &bar);
+    void wait();
+    void answer_request();
     void send(const wanted_piece &wanted);
     std::optional<upgrade_standing> poll();
     std::optional<upgrade_standing> settle();
     [[nodiscard]] bool still_installing() const;
 
+    [[nodiscard]] bool given_up(const std::optional<upgrade_standing> &end) const;
     [[nodiscard]] std::string place() const;
     [[nodiscard]] failure not_upgraded(const std::optional<upgrade_standing> &end);
     failure abandon(const char *kind, const std::string &why);
+    std::optional<upgrade_standing> ask_after_leaving();
 
     session &present_;
     const firmware_image &image_;
     upgrade_order order_;
     lan_client::client &client_;
+    lan_client::timer ticker_;
+    std::string gateway_id_;
     upgrade_standing before_;
 
     // What was heard and is not dealt with yet.
@@ -61,12 +75,20 @@ class upgrade_course {
     bool version_told_ = false;
     bool interrupted_ = false;
 
-    bool started_ = false;
-    bool link_lost_ = false;    // after the start
+    // Of the present attempt:
+    piece_requests pieces_;
     std::uint64_t taken_ = 0;   // bytes of the image that the gateway has
-    std::uint32_t repeats_ = 0; // requests since it took something new
-    bool complete_ = false;     // it has all
+    bool piece_unsent_ = false; // a piece is still on its way into the network
+    bool complete_ = false;     // the gateway has all
+
+    bool started_ = false;
+    bool link_lost_ = false;                         // after the start
+    std::optional<lan_client::error> no_connection_; // why, as long as there is none
+    clock::time_point heard_;                        // the last progress
+    std::chrono::milliseconds patience_{0};          // from then on
+    progress_bar bar_;
     progress_bar installing_;
+    std::uint64_t installed_percent_ = 0;
     std::optional<clock::time_point> installing_heard_;
 };
 

@@ -5,8 +5,6 @@
 #include "lan_client/frame_types.h"
 #include "question.h"
 
-#include <algorithm>
-
 #include <nlohmann/json.hpp>
 
 #include <strings.h>
@@ -17,19 +15,8 @@ namespace {
 namespace frame_type = lan_client::frame_type;
 using nlohmann::json;
 
-constexpr int gateway_firmware = 0;
-constexpr int device_firmware = 10;
-
-int firmware_type(const upgrade_order &order) {
+std::uint64_t firmware_type(const upgrade_order &order) {
     return order.cid.empty() ? gateway_firmware : device_firmware;
-}
-
-// A whole number from 0 on.
-std::optional<std::uint64_t> count_of(const json &body, const char *name) {
-    const auto found = body.find(name);
-    return found != body.end() && found->is_number_unsigned()
-               ? std::optional(found->get<std::uint64_t>())
-               : std::nullopt;
 }
 
 } // namespace
@@ -64,20 +51,6 @@ upgrade_standing parse_standing(const upgrade_order &order, std::string_view pay
             .running_id = member_text(body, "updateCid"),
             .target_id = order.cid.empty() ? member_text(body, "cid") : order.cid,
             .version = member_text(body, "softVer")};
-}
-
-std::optional<wanted_piece> parse_wanted_piece(std::string_view payload,
-                                               std::uint64_t image_bytes) {
-    const json body = parse_json(payload);
-    if (!body.is_object()) {
-        return std::nullopt;
-    }
-    const auto offset = count_of(body, "offset");
-    const auto bytes = count_of(body, "downloadSize");
-    if (!offset || !bytes || *offset > image_bytes || (*offset == image_bytes && *bytes > 0)) {
-        return std::nullopt;
-    }
-    return wanted_piece{*offset, std::min(*bytes, image_bytes - *offset)};
 }
 
 bool same_version(const std::string &left, const std::string &right) {

@@ -4,7 +4,6 @@
 #include "lan_client/client.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,6 +11,13 @@ namespace engr_app {
 
 /// Gateways cut longer versions off.
 inline constexpr std::size_t max_version_bytes = 11;
+
+/// "firmwareType" of an upgrade.
+inline constexpr std::uint64_t gateway_firmware = 0;
+inline constexpr std::uint64_t device_firmware = 10;
+
+/// "progress" of an upgrade that is over.
+inline constexpr std::uint64_t all_percent = 100;
 
 /// Which image is to be brought where.
 struct upgrade_order {
@@ -32,12 +38,6 @@ struct upgrade_standing {
     [[nodiscard]] bool running_here() const { return running && running_id == target_id; }
 };
 
-/// One piece of the image that a gateway asks for; 0 bytes: it has all.
-struct wanted_piece {
-    std::uint64_t offset = 0;
-    std::uint64_t bytes = 0;
-};
-
 /// Announces the image; starts nothing.
 [[nodiscard]] lan_client::request announce_request(const upgrade_order &order);
 
@@ -50,10 +50,6 @@ struct wanted_piece {
 
 /// Throws a failure when the payload is not the answer to an announcement.
 [[nodiscard]] upgrade_standing parse_standing(const upgrade_order &order, std::string_view payload);
-
-/// Nothing when the payload asks for no piece that there is in an image of so many bytes.
-[[nodiscard]] std::optional<wanted_piece> parse_wanted_piece(std::string_view payload,
-                                                             std::uint64_t image_bytes);
 
 /// Gateways don't tell versions of devices apart that differ in the case of letters only.
 [[nodiscard]] bool same_version(const std::string &left, const std::string &right);

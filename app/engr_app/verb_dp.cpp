@@ -58,9 +58,55 @@ int show(session &present, const json &state) {
     return exit_success;
 }
 
+bool says(const lan_client::answer &answered, std::string_view refusal) {
+    return !answered.failure && answered.ret != 0 && answered.payload == refusal;
+}
+
+lan_client::answer ask_for_all(session &present, const std::string &device_id) {
+    return present.ask({json_request(frame_type::local_dp_query, request_for(device_id))}).front();
+}
+
+constexpr std::string_view no_device = "devid not found";
+constexpr std::string_view no_data_points = "json obj data unvalid";
+
+failure nothing_of_its_own(session &present) {
+    return {"no_own_device", present.chosen().name() +
+                                 " has no data points of its own: name a device behind the "
+                                 "command; engr_app devices lists them"};
+}
+
+// The ids under which the device reports. A gateway's own device may leave its id out.
+std::vector<std::string> reported_ids(session &present, const std::string &device_id) {
+    if (!device_id.empty()) {
+        return {device_id};
+    }
+    const lan_client::answer answered = ask_for_all(present, "");
+    if (says(answered, no_device)) {
+        throw nothing_of_its_own(present);
+    }
+    std::vector<std::string> ids{""};
+    if (!says(answered, no_data_points)) { // without data points it tells no id
+        const json state = parse_device_state(agreed(present, answered));
+        ids.push_back(state.is_object() ? member_text(state, "cid") : "");
+    }
+    if (const auto &announced = present.chosen().announced) {
+        ids.push_back(announced->id);
+    }
+    return ids;
+}
+
+bool one_tells(const std::vector<std::string> &ids, const lan_client::report &heard,
+               const std::vector<std::string> &data_points) {
+    return std::ranges::any_of(
+        ids, [&](const std::string &id) { return tells(heard, id, data_points); });
+}
+
 int get(session &present, const dp_arguments &given) {
-    const std::string payload =
-        ask_one(present, json_request(frame_type::local_dp_query, request_for(given.device_id)));
+    const lan_client::answer answered = ask_for_all(present, given.device_id);
+    if (given.device_id.empty() && (says(answered, no_device) || says(answered, no_data_points))) {
+        throw nothing_of_its_own(present);
+    }
+    const std::string payload = agreed(present, answered);
     const json state = parse_device_state(payload);
     if (state.is_null()) {
         throw not_understood("list of data points", payload);
@@ -73,12 +119,13 @@ int set(session &present, const dp_arguments &given) {
     json payload = request_for(given.device_id);
     payload["dps"] = wanted;
     report_ear ear(present);
+    const auto ids = reported_ids(present, given.device_id);
     ask_one(present, json_request(frame_type::tp_cmd, payload));
     // A device may report its points together or one by one; the first report shows that it works.
     const auto told = ear.next(
         [&](const lan_client::report &heard) {
             return std::ranges::any_of(names_of(wanted), [&](const std::string &point) {
-                return tells(heard, given.device_id, {point});
+                return one_tells(ids, heard, {point});
             });
         },
         std::min(change_time, present.answer_time()));
@@ -101,11 +148,10 @@ int query(session &present, const dp_arguments &given) {
         payload["dpId"] = numbers.size() == 1 ? numbers.front() : numbers;
     }
     report_ear ear(present);
+    const auto ids = reported_ids(present, given.device_id);
     ask_one(present, json_request(frame_type::dp_query, payload));
     const auto told = ear.next(
-        [&given](const lan_client::report &heard) {
-            return tells(heard, given.device_id, given.data_points);
-        },
+        [&](const lan_client::report &heard) { return one_tells(ids, heard, given.data_points); },
         present.answer_time());
     if (!told) {
         throw failure("timed_out", present.chosen().name() + " took the query, but " +

@@ -29,12 +29,15 @@ struct trial {
     std::optional<upgrade_standing> firmware;
 };
 
-trial try_to_talk(session &present) {
+trial try_to_talk(session &present, bool versions) {
     trial shown;
     const bool key_at_hand = present.key_at_hand();
     std::vector<lan_client::request> requests{{.type = lan_client::frame_type::keepalive}};
     if (key_at_hand) {
         requests.push_back(device_list_request()); // its answer is always encrypted
+    }
+    if (key_at_hand && versions) {
+        tell_of_withdrawal(present);
         requests.push_back(gateway_version_request());
     }
     const std::vector<answer> answers = present.ask(std::move(requests), false);
@@ -62,7 +65,7 @@ trial try_to_talk(session &present) {
     if (listed.ret == 0) {
         shown.devices = parse_device_list(listed.payload).size();
     }
-    if (!answers[2].failure && answers[2].ret == 0) {
+    if (versions && !answers[2].failure && answers[2].ret == 0) {
         shown.firmware = parse_standing({}, answers[2].payload);
     }
     return shown;
@@ -130,9 +133,14 @@ void show(console &out, const gateway &target, const trial &shown) {
     out.facts(facts);
 }
 
-int info(session &present, bool wait) {
-    const trial shown = try_to_talk(present);
-    if (wait) {
+struct info_arguments {
+    bool wait = false;
+    bool versions = false;
+};
+
+int info(session &present, const info_arguments &given) {
+    const trial shown = try_to_talk(present, given.versions);
+    if (given.wait) {
         present.chosen_announcement();
     }
     const gateway &target = present.chosen();
@@ -151,13 +159,15 @@ int info(session &present, bool wait) {
 } // namespace
 
 verb_work declare_info(arguments &declared) {
-    const auto wait = std::make_shared<bool>(false);
-    declared.flag("--wait", *wait,
+    const auto given = std::make_shared<info_arguments>();
+    declared.flag("--wait", given->wait,
                   "For a gateway named by its address: also listen for its announcement");
+    declared.flag("--versions", given->versions,
+                  "Ask for the installed firmware and an upgrade under way as well");
     declared.notes(std::string(versions_note) + "Examples:\n"
                                                 "  engr_app info\n"
                                                 "  engr_app info --gateway 127.0.0.2 --wait");
-    return [wait](session &present) { return info(present, *wait); };
+    return [given](session &present) { return info(present, *given); };
 }
 
 } // namespace engr_app

@@ -5,6 +5,7 @@
 #include "output_file.h"
 #include "question.h"
 
+#include <chrono>
 #include <memory>
 
 #include <nlohmann/json.hpp>
@@ -15,6 +16,10 @@ namespace {
 namespace frame_type = lan_client::frame_type;
 
 constexpr std::size_t segment_bytes = 1024;
+constexpr auto most_segments =
+    static_cast<std::int32_t>(lan_client::max_transfer_bytes / segment_bytes);
+// A gateway sends one each 0.3 s.
+constexpr std::chrono::seconds segment_time{2};
 
 struct log_arguments {
     std::string file;
@@ -34,16 +39,30 @@ std::vector<std::string> known_ids(session &present) {
 }
 
 // A gateway removes its log once it has read it, so a transfer that stops can't be repeated.
-std::string fetch(session &present) {
+std::string fetch(session &present, lan_client::client &client) {
+    using std::chrono::steady_clock;
     progress_bar bar = present.out().bar("log");
     lan_client::segment_position last{0, 0};
-    const auto moved = [&bar, &last](lan_client::segment_position at) {
+    bool endless = false;
+    const auto began = steady_clock::now();
+    const auto moved = [&](lan_client::segment_position at) {
         last = at;
+        endless = at.count > most_segments ||
+                  steady_clock::now() - began > at.number * segment_time + present.answer_time();
+        if (endless) {
+            return client.close();
+        }
         bar.show(static_cast<std::uint64_t>(at.number) * segment_bytes,
                  static_cast<std::uint64_t>(at.count) * segment_bytes);
     };
     const auto answered = present.ask({{.type = frame_type::get_log, .on_segment = moved}}).front();
     const bool interrupted = answered.failure.kind == lan_client::error_kind::cancelled;
+    if (endless) {
+        throw failure("bad_answer", "segment " + std::to_string(last.number) + " of " +
+                                        std::to_string(last.count) +
+                                        " has come, which is too much or too slow for a log; "
+                                        "nothing of it was kept");
+    }
     if (answered.failure && (last.number > 0 || interrupted)) {
         const failure why = present.explain(answered);
         throw failure(why.kind(), "the log stopped after segment " + std::to_string(last.number) +
@@ -79,9 +98,9 @@ int fetch_log(session &present, const log_arguments &given) {
     std::string content;
     if (given.sanitized) {
         log_sanitizer sanitizer(known_ids(present));
-        content = sanitizer.clean(fetch(present));
+        content = sanitizer.clean(fetch(present, client));
     } else {
-        content = fetch(present);
+        content = fetch(present, client);
     }
     if (path.empty()) {
         return show(present, std::move(content));

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <set>
+#include <string>
 
 #include <nlohmann/json.hpp>
 
@@ -83,13 +85,24 @@ class provisioning {
         // Gateways that are on the network already must not be taken for the new one.
         out.progress("listening on " + new_interface_ + " for gateways that are there already ...");
         before_ = present_.listen(new_interface_, present_.listen_time()).announcements;
+        for (const announcement &said : before_) {
+            note_if_waiting(said);
+        }
+        if (!can_be_told()) {
+            out.progress("no gateway here says that it needs Wi-Fi, so none that appears can be "
+                         "told to be the right one; --gateway ID names it");
+        }
         check(channel_.open(present_.options().interface_name), "listen for a failure");
         check(listener_.open(new_interface_), "listen for gateways");
         send();
         const auto limit = std::chrono::milliseconds(static_cast<long>(given_.wait_s * 1000));
-        present_.loop().run_until([this] { return failed_ || appeared_; }, limit);
+        present_.loop().run_until(
+            [this] { return failed_ || appeared_ || (stranger_ && !can_be_told()); }, limit);
         if (failed_) {
             throw refused();
+        }
+        if (!appeared_ && stranger_) {
+            throw unconfirmed();
         }
         if (!appeared_) {
             throw silent();
@@ -143,15 +156,35 @@ class provisioning {
         const announcement &said = datagram.said;
         unreadable_ += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
         if (datagram.kind != lan_client::datagram_kind::announcement || appeared_ ||
-            said.needs_wifi_setup || (!wanted_id_.empty() && said.id != wanted_id_)) {
+            note_if_waiting(said) || (!wanted_id_.empty() && said.id != wanted_id_)) {
             return;
         }
         const bool was_there = std::ranges::any_of(before_, [&said](const announcement &other) {
             return other.id == said.id && other.address == said.address && !other.needs_wifi_setup;
         });
         if (!was_there) {
-            appeared_ = said;
+            const bool right = !wanted_id_.empty() || waiting_ids_.contains(said.id);
+            (right ? appeared_ : stranger_) = said;
         }
+    }
+
+    // Remembers a gateway that says that it has no network yet.
+    bool note_if_waiting(const announcement &said) {
+        if (said.needs_wifi_setup) {
+            waiting_ids_.insert(said.id);
+        }
+        return said.needs_wifi_setup;
+    }
+
+    // Whether there is a way to know the right gateway when it appears.
+    [[nodiscard]] bool can_be_told() const { return !wanted_id_.empty() || !waiting_ids_.empty(); }
+
+    [[nodiscard]] failure unconfirmed() const {
+        return {"unconfirmed", "gateway " + stranger_->id + " appeared at " + stranger_->address +
+                                   " on " + new_interface_ +
+                                   ", but it had not said before that it needs Wi-Fi, so it may be "
+                                   "another one: compare its id, and name the right one with "
+                                   "--gateway ID next time"};
     }
 
     [[nodiscard]] failure refused() const {
@@ -190,7 +223,9 @@ class provisioning {
     std::int64_t sent_ = 0;
     unsigned unreadable_ = 0;
     std::optional<lan_client::wifi_failure> failed_;
+    std::set<std::string> waiting_ids_; // of gateways that had no network
     std::optional<announcement> appeared_;
+    std::optional<announcement> stranger_; // that may be the one or not
 };
 
 int provision(session &present, provision_arguments &given) {
@@ -223,7 +258,8 @@ verb_work declare_provision(arguments &declared) {
         "ENGR_WIFI_PASSWORD and ENGR_TOKEN when no option gives them, or asked for. The gateway\n"
         "never answers: it tells a failure, and appears on the new network after a success. It\n"
         "listens first, for --timeout seconds, for gateways that are there already; --gateway ID\n"
-        "waits for that one.\n\n"
+        "waits for that one. Without it, only one that had said that it needs Wi-Fi is taken for\n"
+        "the right one.\n\n"
         "Examples:\n"
         "  engr_app provision --ssid office --interface wlan0\n"
         "  engr_app provision --ssid office --password-file wifi.txt --token-file token.txt \\\n"

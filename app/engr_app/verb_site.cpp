@@ -41,7 +41,7 @@ int report(session &present, const report_arguments &given) {
     };
     const std::string markdown = site_report_markdown(about);
     write(given.markdown_file, markdown);
-    write(given.json_file, about.dump(2, ' ', false, json::error_handler_t::replace));
+    write(given.json_file, many_lines(about));
     console &out = present.out();
     if (out.json()) {
         out.document(about);

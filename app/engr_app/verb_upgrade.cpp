@@ -1,5 +1,6 @@
 // upgrade: brings new firmware to the gateway or to one of its devices.
 #include "arguments.h"
+#include "device_versions.h"
 #include "firmware_image.h"
 #include "json_file.h"
 #include "json_text.h"
@@ -99,13 +100,14 @@ int upgrade(session &present, upgrade_arguments &given) {
     const std::string name = target_name(present, order);
     upgrade_course course(present, image, order);
     if (given.dry_run) {
-        return show_plan(present, image, order, course.ask_standing(standing_request(order)));
+        tell_of_withdrawal(present);
+        return show_plan(present, image, order, course.ask_standing(true));
     }
-    const upgrade_standing before = course.ask_standing(announce_request(order));
+    const upgrade_standing before = course.ask_standing(false);
     if (before.running) {
         throw failure("busy", present.chosen().name() + " has " + running_words(before) +
                                   " under way, started by another app or by itself; try again "
-                                  "after it, engr_app watch shows its progress");
+                                  "after it");
     }
     if (same_version(before.version, order.version) && !given.again) {
         return say_outcome(present,
@@ -141,10 +143,11 @@ verb_work declare_upgrade(arguments &declared) {
     declared.notes(
         "The bar shows what the gateway has taken. Success means that the gateway says that the "
         "new version is\ninstalled. Ctrl-C ends the upgrade on the gateway as well; the old "
-        "version stays.\n\n"
+        "version stays. So does the end of\nany other app's connection: an upgrade that the "
+        "gateway gives up is started once more.\n\n"
         "A gateway tells its version only to an app that announces an image. The dry run announces "
-        "one of 0\nbytes, which is none: whoever has announced an image and not started it yet has "
-        "to announce it again.\n\n"
+        "one of 0\nbytes, which is none, and so withdraws what another app has announced and not "
+        "started.\n\n"
         "Examples:\n"
         "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1\n"
         "  engr_app upgrade lamp.ota --version 1.4 --cid a1\n"

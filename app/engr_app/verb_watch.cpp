@@ -92,7 +92,9 @@ verb_work declare_watch(arguments &declared) {
     declared.option("--count", given->count, "N", "End after this many reports");
     declared.notes("Shows data points, bound and unbound devices, deactivation and upgrades. "
                    "When the\ngateway restarts it connects again and says so. With --json each "
-                   "report is one line.\n\n"
+                   "report is one line.\nLeaving ends an upgrade that runs on the gateway, as the "
+                   "end of any connection does, so\nit stays until one that it has seen is over; "
+                   "a second Ctrl-C leaves at once.\n\n"
                    "Examples:\n"
                    "  engr_app watch\n"
                    "  engr_app watch --gateway 127.0.0.1 --for 60 --json");

@@ -79,7 +79,10 @@ void client::conversation::take_report(const frame &got, opened_payload &payload
     const auto last = std::find_if(exchanges_.rbegin(), exchanges_.rend(), told);
     if (last != exchanges_.rend()) {
         read_up_to(std::prev(last.base()));
-        std::erase_if(exchanges_, told);
+        // One that is not out yet can't have been read, whatever the gateway says.
+        std::erase_if(exchanges_, [&](const exchange &one) {
+            return told(one) && one.stream_end <= stream_written_;
+        });
         arm();
         send_ready();
     }

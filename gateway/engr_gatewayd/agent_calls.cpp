@@ -58,6 +58,25 @@ ordered_json report_data_points(const argument_list &list) {
     return engr_lan_dp_sata_report(report, list.length(1, "len", size));
 }
 
+/** A transfer of the image that was offered last; its callbacks are the upgrade service's. */
+ordered_json start_upgrade(const argument_list &list) {
+    return gateway::start_upgrade({.cid = list.has(0) ? list.text(0) : "",
+                                   .chunk_size = list.number<uint32_t>(2, "chunk_size"),
+                                   .percent = list.number<uint32_t>(1, "rpt_percent") != 0});
+}
+
+/** Reads bytes of a connection into a buffer that is thrown away. */
+ordered_json receive_exactly(const argument_list &list) {
+    constexpr uint32_t buffer_size_max = 1 << 20;
+    const auto size = list.number<uint32_t>(1, "buffer_size");
+    if (size > buffer_size_max) {
+        throw gateway::usage_error("buffer_size: may be 0 to " + std::to_string(buffer_size_max));
+    }
+    std::vector<uint8_t> buffer(size);
+    return kelo_net_recv_nd_size(list.number<int32_t>(0, "socket", -1), buffer.data(), size,
+                                 list.number<uint32_t>(2, "needed"));
+}
+
 /** One exported function. */
 struct exported_function {
     const char *name;
@@ -104,9 +123,12 @@ constexpr exported_function functions[] = {
          return engr_rpt_upload_upgrade_percent(list.number<int32_t>(0, "progress"), list.text(1),
                                                 list.number<uint8_t>(2, "reserved"));
      }},
-    {"engr_lan_gw_subdevice_update", "[DEV_ID [SW_VER]]", 2,
+    {"lan_gw_start_upgrade", "[DEV_ID [RPT_PERCENT [CHUNK_SIZE]]]", 3, start_upgrade},
+    {"engr_lan_gw_subdevice_update", "[DEV_ID [SW_VER [FIRMWARE_TYPE [RESULT [RESERVED]]]]]", 5,
      [](const argument_list &list) -> ordered_json {
-         return engr_lan_gw_subdevice_update(list.text(0), list.text(1), 0, 0, 0);
+         return engr_lan_gw_subdevice_update(
+             list.text(0), list.text(1), list.number<uint32_t>(2, "firmware_type"),
+             list.number<uint32_t>(3, "result"), list.number<uint32_t>(4, "reserved"));
      }},
     {"engr_lan_ap_nw_cfg_start", "", 0,
      [](const argument_list &) -> ordered_json { return gateway::listen_for_credentials(); }},
@@ -120,6 +142,7 @@ constexpr exported_function functions[] = {
          engr_lan_ap_nw_cfg_error_report(list.text(0), list.number<int32_t>(1, "result"));
          return nullptr;
      }},
+    {"kelo_net_recv_nd_size", "[SOCKET [BUFFER_SIZE [NEEDED]]]", 3, receive_exactly},
     {"engr_lan_protocol_register_cb", "[FRAME_TYPE]", 1,
      [](const argument_list &list) -> ordered_json {
          return gateway::register_frame_handler(list.number<int32_t>(0, "frame_type"), 0);

@@ -34,21 +34,12 @@ std::string read_whole(const std::string &name) {
     return text;
 }
 
-/** Appends whole lines to a file. */
-std::function<void(std::string_view)> open_trace(const std::string &name) {
-    const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (fd < 0)
+std::shared_ptr<trace_file> open_trace(const std::string &name) {
+    const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (fd < 0) {
         refuse_file(name, "written");
-    return [fd](std::string_view line) {
-        std::string whole(line);
-        whole += '\n';
-        for (std::size_t done = 0; done < whole.size();) {
-            const ssize_t count = write(fd, whole.data() + done, whole.size() - done);
-            if (count <= 0)
-                return; // what cannot be traced must not hold the gateway up
-            done += static_cast<std::size_t>(count);
-        }
-    };
+    }
+    return std::make_shared<trace_file>(fd);
 }
 
 } // namespace

@@ -5,9 +5,9 @@
 #include "gateway_services/scenario.h"
 #include "gateway_services/site.h"
 #include "options.h"
+#include "trace_file.h"
 
-#include <functional>
-#include <string_view>
+#include <memory>
 
 namespace gatewayd {
 
@@ -15,7 +15,7 @@ namespace gatewayd {
 struct input_files {
     gateway::site site;
     gateway::scenario scenario;
-    std::function<void(std::string_view)> trace; /**< empty: none */
+    std::shared_ptr<trace_file> trace; /**< none: no trace is wanted */
 };
 
 /** @throws gateway::usage_error that names the file and what is wrong with it */

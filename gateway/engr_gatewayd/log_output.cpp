@@ -1,12 +1,15 @@
 #include "log_output.h"
 
+#include "gateway_services/error.h"
 #include "linux_port/port.h"
 
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
+#include <sys/stat.h>
 
-#include <cstdio>
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <mutex>
@@ -21,38 +24,46 @@ constexpr const char *old_log_file_name = "engr_gatewayd.1.log";
 
 std::mutex files_mutex; // held while a line is written, and while the files are copied
 
-void write_standard_error(std::string_view line) {
-    const std::string whole = std::string(line) + "\n";
-    std::fwrite(whole.data(), 1, whole.size(), stderr);
+/** The last bytes of a file, at most so many. @throws gateway::refused */
+std::string end_of_file(const char *name, std::size_t bytes_max) {
+    std::ifstream file(name, std::ios::binary | std::ios::ate);
+    const auto size = static_cast<std::size_t>(std::max<std::streamoff>(file.tellg(), 0));
+    std::string bytes(std::min(size, bytes_max), '\0');
+    file.seekg(-static_cast<std::streamoff>(bytes.size()), std::ios::end);
+    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) {
+        throw gateway::refused(std::string(name) + " cannot be read");
+    }
+    return bytes;
 }
 
 } // namespace
 
 void open_log(int level) {
     // The port hands over one finished line at a time, so the logger neither locks nor formats.
+    spdlog::file_event_handlers private_files;
+    private_files.after_open = [](const spdlog::filename_t &, std::FILE *opened) {
+        fchmod(fileno(opened), 0600);
+    };
     auto file = std::make_shared<spdlog::sinks::rotating_file_sink_st>(
-        log_file_name, file_bytes_max, old_files_max);
+        log_file_name, file_bytes_max, old_files_max, false, private_files);
     file->set_pattern("%v");
     const auto logger = std::make_shared<spdlog::logger>("gateway", file);
     logger->flush_on(spdlog::level::trace);
     linux_port::set_log_level(level);
     linux_port::set_log_sink([logger](int, std::string_view line) {
-        write_standard_error(line);
+        linux_port::write_standard_error(line);
         const std::lock_guard guard(files_mutex);
         logger->info(line);
     });
 }
 
-bool snapshot_log(const std::string &name) {
+std::string newest_log(std::size_t bytes_max) {
     const std::lock_guard guard(files_mutex);
-    std::ofstream snapshot(name, std::ios::binary);
-    for (const char *part : {old_log_file_name, log_file_name}) {
-        std::ifstream file(part, std::ios::binary);
-        // Copying an empty file would count as a failure.
-        if (file && file.peek() != std::ifstream::traits_type::eof())
-            snapshot << file.rdbuf();
+    std::string newest = end_of_file(log_file_name, bytes_max);
+    if (newest.size() < bytes_max && std::filesystem::exists(old_log_file_name)) {
+        newest.insert(0, end_of_file(old_log_file_name, bytes_max - newest.size()));
     }
-    return static_cast<bool>(snapshot.flush());
+    return newest;
 }
 
 void close_log() {

@@ -17,13 +17,13 @@ constexpr const char *log_file_name = "engr_gatewayd.log";
 void open_log(int level);
 
 /**
- * Copies what the log file has so far, after the file before it, which a rotation may just have put
- * aside. No line is missing in the middle.
+ * The end of what the log file has so far, after the file before it, which a rotation may just have
+ * put aside. No line is missing in the middle.
  *
- * @param name  a file in the working directory
- * @return whether it could
+ * @return at most bytes_max bytes, cut anywhere
+ * @throws gateway::refused  the log cannot be read
  */
-bool snapshot_log(const std::string &name);
+std::string newest_log(std::size_t bytes_max);
 
 /** Sends it to standard error alone. */
 void close_log();

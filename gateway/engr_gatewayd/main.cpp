@@ -27,6 +27,9 @@ namespace gatewayd {
 namespace {
 
 constexpr const char *store_name = "gateway.db";
+/** Files that are opened by libraries, which would follow a link and wait for a pipe. */
+constexpr const char *own_files[] = {control::lock_name, store_name, "gateway.db-wal",
+                                     "gateway.db-journal", log_file_name};
 
 /** Signals that end the daemon; blocked on every thread, so that only sigwait sees them. */
 sigset_t block_signals() {
@@ -41,9 +44,34 @@ sigset_t block_signals() {
     return stopping;
 }
 
+/** Refuses a data directory, the working directory by now, in which another user may put links and
+ * pipes in the place of the gateway's files. */
+void check_directory(const std::string &data_dir) {
+    struct stat status {};
+    if (stat(".", &status) != 0) {
+        throw std::runtime_error("cannot use the data directory '" + data_dir +
+                                 "': " + std::strerror(errno));
+    }
+    if (status.st_uid != geteuid()) {
+        throw std::runtime_error("the data directory '" + data_dir + "' belongs to user " +
+                                 std::to_string(status.st_uid) +
+                                 "; choose one of your own with --data-dir");
+    }
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        throw std::runtime_error("other users may write in the data directory '" + data_dir +
+                                 "'; keep them out with: chmod go-w '" + data_dir + "'");
+    }
+    for (const char *name : own_files) {
+        if (lstat(name, &status) == 0 && !S_ISREG(status.st_mode)) {
+            throw std::runtime_error(std::string(name) + " in the data directory '" + data_dir +
+                                     "' is not a regular file");
+        }
+    }
+}
+
 /** Makes the data directory this process's own, for as long as it lives. */
 void lock_directory(const std::string &data_dir) {
-    const int fd = open(control::lock_name, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int fd = open(control::lock_name, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0)
         throw std::runtime_error("cannot write in the data directory '" + data_dir +
                                  "': " + std::strerror(errno));
@@ -56,12 +84,18 @@ void lock_directory(const std::string &data_dir) {
 class running_gateway {
   public:
     running_gateway(const options &chosen, input_files &inputs) {
-        gateway::open({.store_path = store_name,
-                       .initial_site = std::move(inputs.site),
-                       .faults = std::move(inputs.scenario),
-                       .trace = std::move(inputs.trace),
-                       .snapshot_log = snapshot_log,
-                       .address = [chosen] { return served_address(chosen); }});
+        gateway::open_options options;
+        options.store_path = store_name;
+        options.initial_site = std::move(inputs.site);
+        options.faults = std::move(inputs.scenario);
+        options.newest_log = newest_log;
+        options.address = [chosen] { return served_address(chosen); };
+        if (const auto trace = inputs.trace) {
+            trace->begin();
+            options.trace = [trace](std::string_view line) { trace->write(line); };
+            options.trace_soon = [trace](std::string_view line) { trace->write_soon(line); };
+        }
+        gateway::open(std::move(options));
     }
     running_gateway(const running_gateway &) = delete;
     running_gateway &operator=(const running_gateway &) = delete;
@@ -84,8 +118,11 @@ void configure_network(const options &chosen) {
 
 void run(const options &chosen, input_files &inputs) {
     const sigset_t stopping = block_signals();
-    umask(077);
+    // Files of the gateway's own are private by the mode they are made with. What the agent makes
+    // has the permissions that it asks for.
+    umask(022);
     control::enter_directory(chosen.data_dir, true);
+    check_directory(chosen.data_dir);
     lock_directory(chosen.data_dir);
     open_log(chosen.log_level);
     configure_network(chosen);

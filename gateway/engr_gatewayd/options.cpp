@@ -74,7 +74,8 @@ parsed_options parse_options(int count, char **arguments) {
         ->type_name("FILE");
     app.add_option("--scenario", chosen.scenario, "How services and callbacks misbehave")
         ->type_name("FILE");
-    app.add_option("--trace", chosen.trace, "Appends one JSON line for every call of the agent")
+    app.add_option("--trace", chosen.trace,
+                   "Appends one JSON line for every call of the agent, without secrets")
         ->type_name("FILE");
     app.add_option("--mode", chosen.mode,
                    "0: LAN server and discovery; 1: WeChat discovery (default: 0)")

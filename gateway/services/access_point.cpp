@@ -79,11 +79,19 @@ void end_joining() {
         guarded([] { set_gateway_field("nw_cfg_stat", "0"); });
         return;
     }
-    kelo_hal_system_sleep(station_time_ms);
-    if (!shall_go_on() || !is_configuring())
-        return;
-    stop_listening();
-    open_access_point();
+    for (;;) {
+        kelo_hal_system_sleep(station_time_ms);
+        if (!shall_go_on() || !is_configuring()) {
+            return;
+        }
+        stop_listening();
+        const int32_t result = open_access_point();
+        if (result == 0) {
+            return;
+        }
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "nothing listens for credentials, trying on: result %d",
+                    result);
+    }
 }
 
 /** Body of the thread that joins the network. The access point stays until the station has its
@@ -128,7 +136,7 @@ void take_credentials(const char *ssid, const char *passwd, const char *token) {
 
 int call_finish_cb(const char *ssid, const char *passwd, const char *token) {
     const auto arguments = [&](call_arguments &list) {
-        list.text("ssid", ssid).text("passwd", passwd).text("token", token);
+        list.text("ssid", ssid).secret("passwd", passwd).secret("token", token);
     };
     bool is_taken = false;
     int32_t result = service(call("finish_cb"), arguments, [&] {

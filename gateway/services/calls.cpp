@@ -4,7 +4,6 @@
 #include "gateway_services/error.h"
 #include "json_text.h"
 #include "platform/clock.h"
-#include "platform/owners.h"
 
 #include <nlohmann/json.hpp>
 
@@ -12,22 +11,38 @@
 #include <atomic>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <strings.h>
+#include <utility>
 
 namespace gateway {
 namespace {
 
-/** What one call does at present. */
+/** What a call does that is not made to return something: any other number is the result. */
+constexpr int64_t normal_work = std::numeric_limits<int64_t>::min();
+/** A callback that is absent. */
+constexpr int64_t absent = normal_work + 1;
+
+/** What one call does at present. Atomic, since some calls may not even wait for a mutex. */
 struct call_state {
-    bool is_absent = false;
-    std::optional<int32_t> fixed_result;
-    uint64_t count = 0;
+    std::atomic<int64_t> behaviour{normal_work};
+    std::atomic<uint64_t> count{0};
+
+    [[nodiscard]] std::optional<int32_t> fixed_result() const {
+        const int64_t now = behaviour;
+        return now <= absent ? std::nullopt : std::optional(static_cast<int32_t>(now));
+    }
 };
 
-kelo_mutex_t calls_mutex; // guards what follows; a trace line is written under it, so that lines
-                          // keep the calls' order
 std::array<call_state, call_table.size()> states;
-std::function<void(std::string_view)> trace_sink;
+// These change only while no call is under way.
+std::function<void(std::string_view)> trace;
+std::function<void(std::string_view)> trace_soon;
 std::atomic<bool> has_trace;
+
+constexpr const char *hidden = "***";
+/** Members of requests that nobody may read in a trace. */
+constexpr const char *secret_members[] = {"passwd", "token", "local_key"};
 
 std::atomic<bool> is_open;
 std::atomic<uint32_t> calls_under_way;
@@ -65,11 +80,35 @@ void check_result(const call_info &info, int32_t result) {
         throw usage_error("can only be 0 to 255: it returns one byte");
 }
 
-void set_state(std::size_t number, const call_state &state) {
-    if (state.fixed_result)
-        check_result(call_table[number], *state.fixed_result);
-    const platform::held_mutex guard(calls_mutex);
-    states[number] = state;
+void set_behaviour(std::size_t number, int64_t behaviour) {
+    if (behaviour > absent)
+        check_result(call_table[number], static_cast<int32_t>(behaviour));
+    states[number].behaviour = behaviour;
+    states[number].count = 0;
+}
+
+bool is_secret(const char *name) {
+    return name != nullptr &&
+           std::any_of(std::begin(secret_members), std::end(secret_members),
+                       [&](const char *secret) { return strcasecmp(name, secret) == 0; });
+}
+
+/** Replaces the values of secret members. The agent bounds how deep a request is. */
+void hide_secrets(cJSON &parent) {
+    for (cJSON *each = parent.child; each != nullptr; each = each->next) {
+        if (!is_secret(each->string)) {
+            hide_secrets(*each);
+            continue;
+        }
+        cJSON *replacement = cJSON_CreateString(hidden);
+        if (replacement == nullptr)
+            throw std::bad_alloc();
+        // The member keeps its name and its place; the value goes with the replacement.
+        std::swap(each->type, replacement->type);
+        std::swap(each->valuestring, replacement->valuestring);
+        std::swap(each->child, replacement->child);
+        cJSON_Delete(replacement);
+    }
 }
 
 } // namespace
@@ -87,6 +126,10 @@ call_arguments &call_arguments::number(std::string_view name, int64_t value) {
 
 call_arguments &call_arguments::text(std::string_view name, const char *value) {
     return member(name, value == nullptr ? "null" : json_literal(value));
+}
+
+call_arguments &call_arguments::secret(std::string_view name, const char *value) {
+    return text(name, value == nullptr || *value == '\0' ? value : hidden);
 }
 
 call_arguments &call_arguments::bytes(std::string_view name, const void *data, std::size_t length) {
@@ -112,10 +155,14 @@ call_arguments &call_arguments::firmware(std::string_view name, const lan_fw_inf
 }
 
 call_arguments &call_arguments::json(std::string_view name, const cJSON *item) {
-    char *printed = item == nullptr ? nullptr : cJSON_PrintUnformatted(item);
-    member(name, printed == nullptr ? "null" : valid_utf8(printed));
-    cJSON_free(printed);
-    return *this;
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> copy(
+        item == nullptr ? nullptr : cJSON_Duplicate(item, 1), cJSON_Delete);
+    if (!copy)
+        return member(name, "null");
+    hide_secrets(*copy);
+    const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(copy.get()),
+                                                               cJSON_free);
+    return member(name, printed == nullptr ? "null" : valid_utf8(printed.get()));
 }
 
 std::string result_json(int64_t result) {
@@ -143,30 +190,29 @@ bool tracing() {
 }
 
 std::optional<int32_t> enter_call(std::size_t number) {
-    const platform::held_mutex guard(calls_mutex);
     ++states[number].count;
-    return states[number].fixed_result;
+    return states[number].fixed_result();
 }
 
 void trace_call(std::size_t number, const call_arguments &arguments, std::string_view result) {
     std::string line = "{\"call\": \"";
     line.append(call_table[number].name).append("\", \"args\": {").append(arguments.members());
     line.append("}, \"result\": ").append(result).append("}");
-    const platform::held_mutex guard(calls_mutex);
-    if (trace_sink)
-        trace_sink(line);
+    if (call_table[number].may_wait || !trace_soon)
+        trace(line);
+    else
+        trace_soon(line);
 }
 
-void open_calls(const scenario &faults, std::function<void(std::string_view)> trace) {
-    if (kelo_hal_mutex_create_init(&calls_mutex) != 0)
-        throw refused("no mutex could be created");
-    trace_sink = std::move(trace);
-    has_trace = static_cast<bool>(trace_sink);
+void open_calls(const scenario &faults, std::function<void(std::string_view)> keep_line,
+                std::function<void(std::string_view)> keep_line_soon) {
+    trace = std::move(keep_line);
+    trace_soon = std::move(keep_line_soon);
+    has_trace = static_cast<bool>(trace);
     for (const scenario_entry &entry : faults.services)
-        set_state(find_call(entry.name, false), {.fixed_result = entry.result});
+        set_behaviour(find_call(entry.name, false), entry.result.value_or(normal_work));
     for (const scenario_entry &entry : faults.callbacks)
-        set_state(find_call(entry.name, true),
-                  {.is_absent = !entry.result, .fixed_result = entry.result});
+        set_behaviour(find_call(entry.name, true), entry.result.value_or(absent));
     is_open = true;
 }
 
@@ -178,14 +224,15 @@ void end_calls() {
 
 void close_calls() {
     has_trace = false;
-    trace_sink = nullptr;
-    states = {};
-    kelo_hal_mutex_release(std::exchange(calls_mutex, nullptr));
+    trace = nullptr;
+    trace_soon = nullptr;
+    for (std::size_t i = 0; i < call_table.size(); ++i) {
+        set_behaviour(i, normal_work);
+    }
 }
 
 bool is_present(std::size_t number) {
-    const platform::held_mutex guard(calls_mutex);
-    return !states[number].is_absent;
+    return states[number].behaviour != absent;
 }
 
 void check_scenario_entry(const scenario_entry &entry, bool is_callback) {
@@ -195,42 +242,40 @@ void check_scenario_entry(const scenario_entry &entry, bool is_callback) {
 }
 
 void set_service_fault(std::string_view name, std::optional<int32_t> result) {
-    set_state(find_call(name, false), {.fixed_result = result});
+    const std::size_t number = find_call(name, false);
+    set_behaviour(number, result ? *result : normal_work);
 }
 
 void set_callback(std::string_view name, callback_mode mode, int32_t result) {
     const std::size_t number = find_call(name, true);
-    call_state state;
-    state.is_absent = mode == callback_mode::absent;
-    if (mode == callback_mode::fixed_result)
-        state.fixed_result = result;
-    set_state(number, state);
+    set_behaviour(number, mode == callback_mode::absent         ? absent
+                          : mode == callback_mode::fixed_result ? result
+                                                                : normal_work);
     install_callbacks();
 }
 
 nlohmann::ordered_json faults_status() {
     auto all = nlohmann::ordered_json::object();
-    const platform::held_mutex guard(calls_mutex);
     for (std::size_t i = 0; i < call_table.size(); ++i) {
-        if (!call_table[i].is_callback && states[i].fixed_result)
-            all[std::string(call_table[i].name)] = {{"result", *states[i].fixed_result},
-                                                    {"count", states[i].count}};
+        const std::optional<int32_t> result = states[i].fixed_result();
+        if (!call_table[i].is_callback && result)
+            all[std::string(call_table[i].name)] = {{"result", *result},
+                                                    {"count", states[i].count.load()}};
     }
     return all;
 }
 
 nlohmann::ordered_json callbacks_status() {
     auto all = nlohmann::ordered_json::object();
-    const platform::held_mutex guard(calls_mutex);
     for (std::size_t i = 0; i < call_table.size(); ++i) {
         if (!call_table[i].is_callback)
             continue;
         nlohmann::ordered_json &entry = all[std::string(call_table[i].name)];
-        if (states[i].fixed_result)
-            entry["result"] = *states[i].fixed_result;
+        if (const std::optional<int32_t> result = states[i].fixed_result())
+            entry["result"] = *result;
         else
-            entry["result"] = states[i].is_absent ? "absent" : "present";
-        entry["count"] = states[i].count;
+            entry["result"] = states[i].behaviour == absent ? "absent" : "present";
+        entry["count"] = states[i].count.load();
     }
     return all;
 }

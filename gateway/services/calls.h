@@ -29,12 +29,13 @@ struct call_info {
     call_kind kind;
     bool is_callback = false;
     bool is_traced = true;
+    bool may_wait = true; /**< false: the agent calls it where nothing may wait for a file */
 };
 
 /** Every service and callback there is. */
 inline constexpr std::array call_table = {
     call_info{"engr_get_gw_ext_stat", call_kind::byte},
-    call_info{"engr_set_gw_ext_stat", call_kind::nothing},
+    call_info{"engr_set_gw_ext_stat", call_kind::nothing, false, true, false},
     call_info{"engr_get_dev_cntl", call_kind::pointer},
     call_info{"engr_get_gw_dev_cntl", call_kind::pointer},
     call_info{"engr_pack_data_with_cmd", call_kind::number},
@@ -104,13 +105,15 @@ class call_arguments {
     call_arguments &number(std::string_view name, int64_t value);
     /** A text; null when absent. */
     call_arguments &text(std::string_view name, const char *value);
+    /** A text that nobody may read in a trace: "***" unless it is absent or empty. */
+    call_arguments &secret(std::string_view name, const char *value);
     /** A payload, as a text. */
     call_arguments &bytes(std::string_view name, const void *data, std::size_t length);
     /** A device record, as its id; null when absent. */
     call_arguments &device(std::string_view name, const dev_cntl_t *value);
     /** A firmware record, as its four fields; null when absent. */
     call_arguments &firmware(std::string_view name, const lan_fw_info_t *value);
-    /** A parsed request or a member of one; null when absent. */
+    /** A parsed request or a member of one, its secrets as "***"; null when absent. */
     call_arguments &json(std::string_view name, const cJSON *item);
     [[nodiscard]] const std::string &members() const { return members_; }
 
@@ -142,7 +145,8 @@ class call_passage {
 
 /** Whether trace lines are wanted. */
 bool tracing();
-/** Counts the call. @return the result it has to return instead of doing its work, if any */
+/** Counts the call; waits for nothing. @return the result it has to return instead of doing its
+ * work, if any */
 std::optional<int32_t> enter_call(std::size_t number);
 /** Writes the call's trace line. @param result  JSON */
 void trace_call(std::size_t number, const call_arguments &arguments, std::string_view result);

@@ -9,8 +9,9 @@
 
 namespace gateway {
 
-/** Sets up a scenario and a trace; before any call. */
-void open_calls(const scenario &faults, std::function<void(std::string_view)> trace);
+/** Sets up a scenario and a trace; before any call. The lines are those of open_options. */
+void open_calls(const scenario &faults, std::function<void(std::string_view)> keep_line,
+                std::function<void(std::string_view)> keep_line_soon);
 /** Waits for the calls under way; those that come later do nothing. */
 void end_calls();
 /** Ends scenario and trace, after end_calls. */

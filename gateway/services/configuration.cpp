@@ -5,6 +5,7 @@
 #include "callbacks.h"
 #include "calls.h"
 #include "changes.h"
+#include "config_files.h"
 #include "md5_text.h"
 #include "operations.h"
 #include "platform/clock.h"
@@ -13,13 +14,9 @@
 #include "results.h"
 #include "store.h"
 
-#include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -28,40 +25,11 @@ namespace {
 
 using nlohmann::ordered_json;
 
-/** The gateway works inside its data directory: no name of that is part of a path. */
-constexpr const char *config_directory = "./";
-constexpr const char *cloud_config_name = "cloud.config";
-constexpr const char *app_config_name = "app.config";
 constexpr std::string_view taken_over_setting = "config_taken_over";
 constexpr std::string_view engineering_setting = "engineer_stat";
 
-constexpr std::size_t file_bytes_max = 64 * 1024 * 1024;
 constexpr std::size_t setting_bytes_max = 64 * 1024;
 constexpr int64_t settings_max = 256;
-
-[[noreturn]] void fail_file(const std::string &path) {
-    throw refused(path + " cannot be read: " + std::strerror(errno));
-}
-
-std::string read_file(const std::string &path) {
-    // Not waiting for a writer keeps a pipe in the place of the file from holding the agent up.
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        fail_file(path);
-    std::string content;
-    char part[65536];
-    ssize_t count = 0;
-    while (content.size() <= file_bytes_max && (count = read(fd, part, sizeof part)) > 0)
-        content.append(part, static_cast<std::size_t>(count));
-    const int error = errno;
-    ::close(fd);
-    errno = error;
-    if (count < 0)
-        fail_file(path);
-    if (content.size() > file_bytes_max)
-        throw refused(path + " has more than " + std::to_string(file_bytes_max) + " bytes");
-    return content;
-}
 
 std::string digest_of(const std::string &content) {
     uni_md5_context_t context;
@@ -71,10 +39,13 @@ std::string digest_of(const std::string &content) {
     return md5_text(context);
 }
 
-/** Takes cloud.config over: remembers which one it was, and when. */
+/** Takes cloud.config over, when it can be one: remembers which one it was, and when. */
 int32_t take_over_config() {
     return guarded([] {
-        const std::string content = read_file(std::string(config_directory) + cloud_config_name);
+        const std::string content = read_config(cloud_config_name);
+        if (!ordered_json::accept(content)) {
+            throw refused(std::string(cloud_config_name) + " is not taken over: it is not JSON");
+        }
         const ordered_json taken = {{"bytes", content.size()},
                                     {"md5", digest_of(content)},
                                     {"posix_s", uni_time_get_posix()}};
@@ -144,7 +115,7 @@ void add_configuration_status(ordered_json &status) {
 using namespace gateway;
 
 const char *get_config_path(void) {
-    return service(call("get_config_path"), no_arguments, [] { return config_directory; });
+    return service(call("get_config_path"), no_arguments, ready_config_directory);
 }
 
 int32_t wd_common_write(const char *key, const uint8_t *value, uint32_t length) {
@@ -169,7 +140,7 @@ int32_t gw_read_file(const char *path, char **text) {
         call("gw_read_file"), [&](call_arguments &list) { list.text("path", path); },
         [&] {
             return guarded([&] {
-                const std::string content = read_file(path);
+                const std::string content = read_config(path);
                 auto *block = static_cast<char *>(std::malloc(content.size() + 1));
                 if (block == nullptr)
                     throw std::bad_alloc();

@@ -3,12 +3,17 @@
 #include "changes.h"
 #include "gateway_services/error.h"
 #include "platform/owners.h"
+#include "private_file.h"
 #include "records.h"
 #include "store.h"
 
 #include <nlohmann/json.hpp>
 #include <strings.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
 
 namespace gateway {
 namespace {
@@ -43,6 +48,48 @@ void forget_installation_announced() {
     lasting_change change;
     the_store().erase_setting(installing_setting);
     change.commit();
+}
+
+/** The installation that is announced, if any. Without change_mutex only before anybody else runs.
+ */
+std::optional<firmware_target> open_installation() {
+    const std::string told = the_store().setting(installing_setting);
+    const auto target = nlohmann::json::parse(told, nullptr, false);
+    if (!target.is_object()) {
+        return std::nullopt;
+    }
+    return firmware_target{target.value("dev_id", ""), target.value("sw_ver", "")};
+}
+
+/** While an installation is announced. */
+bool is_image_in_place() {
+    return access(partial_image_name, F_OK) != 0;
+}
+
+void flush_installed_name() {
+    if (!flush_directory()) {
+        throw refused(std::string("the data directory cannot be flushed: ") + std::strerror(errno));
+    }
+}
+
+/** Makes the name of the image lasting, then its version. */
+void complete_installation(const firmware_target &target) {
+    flush_installed_name();
+    lasting_change change;
+    store_version(target);
+    change.commit();
+}
+
+/** Enters a version into the record of its gateway or device, if it is still there. */
+void enter_version(const firmware_target &target) {
+    gateway_record &gateway = the_gateway();
+    if (target.dev_id.empty()) {
+        const platform::held_mutex guard(gateway.shared.field_mutex);
+        write_field(&gateway, version_field(target.dev_id), target.sw_ver);
+    } else if (dev_cntl_t *device = find_listed_device(target.dev_id)) {
+        const platform::held_mutex guard(gateway.shared.dev_mutex);
+        write_field(device, version_field(target.dev_id), target.sw_ver);
+    }
 }
 
 } // namespace
@@ -89,26 +136,42 @@ void install_firmware(received_image &image, const firmware_target &target) {
     try {
         image.install(target.dev_id.empty() ? gateway_image_name : device_image_name);
     } catch (const refused &) {
+        // As long as it is announced, the partial file tells that the image is not in place.
+        image.keep_name(true);
         forget_installation_announced();
+        image.keep_name(false);
         throw;
     }
-    image.flush_name();
-    lasting_change change;
-    store_version(stored);
-    change.commit();
+    complete_installation(stored);
     if (target.dev_id.empty()) {
-        const platform::held_mutex guard(the_gateway().shared.field_mutex);
-        write_field(&the_gateway(), version_field(target.dev_id), target.sw_ver);
+        enter_version(target); // of a device the agent does it
     }
 }
 
+void settle_installation() {
+    std::optional<firmware_target> open;
+    {
+        const platform::held_mutex change(change_mutex());
+        open = open_installation();
+    }
+    if (!open) {
+        return;
+    }
+    if (!is_image_in_place()) {
+        forget_installation_announced();
+        return;
+    }
+    complete_installation(*open);
+    enter_version(*open);
+}
+
 void recover_installation() {
-    const std::string told = the_store().setting(installing_setting);
-    if (!told.empty()) {
-        const auto target = nlohmann::json::parse(told, nullptr, false);
+    if (const std::optional<firmware_target> open = open_installation()) {
         transaction all(the_store().database());
-        if (target.is_object() && access(partial_image_name, F_OK) != 0)
-            store_version({target.value("dev_id", ""), target.value("sw_ver", "")});
+        if (is_image_in_place()) {
+            flush_installed_name();
+            store_version(*open);
+        }
         the_store().erase_setting(installing_setting);
         all.commit();
     }

@@ -34,6 +34,11 @@ std::string installed_version(const std::string &dev_id);
  */
 void install_firmware(received_image &image, const firmware_target &target);
 
+/** Completes an installation whose image is in place, but whose version could not be stored; before
+ * another image is received, whose partial file would make it look as if it had never been. @throws
+ * refused  it still cannot be completed */
+void settle_installation();
+
 /** Completes an installation that was cut after its image was in place, and forgets what else is
  * left over. Before the store is read. @throws refused */
 void recover_installation();

@@ -4,6 +4,7 @@
 #include "access_point.h"
 #include "calls.h"
 #include "calls_state.h"
+#include "config_files.h"
 #include "configuration.h"
 #include "data_points.h"
 #include "firmware_install.h"
@@ -28,8 +29,6 @@
 
 namespace gateway {
 namespace {
-
-constexpr std::string_view memory_store = ":memory:";
 
 std::unique_ptr<store> open_store;
 bool store_was_new;
@@ -65,19 +64,23 @@ store &the_store() {
 }
 
 static void open_parts(open_options &&options) {
+    const bool keeps_files = options.store_path != memory_database;
+    if (keeps_files) {
+        empty_partial_image(); // it may have all the room that the store needs
+    }
     open_store = std::make_unique<store>(options.store_path);
     store_was_new = open_store->is_new();
     if (store_was_new)
         open_store->begin_life(options.initial_site);
     else
         open_store->update_schema();
-    const bool keeps_files = options.store_path != memory_store;
-    if (keeps_files)
+    if (keeps_files) {
         recover_installation();
+    }
     site stored = open_store->load();
     const std::string own_dps = open_store->setting(own_device_dps_setting);
     extended_state = 0;
-    open_calls(options.faults, std::move(options.trace));
+    open_calls(options.faults, std::move(options.trace), std::move(options.trace_soon));
     open_network(std::move(options.address));
     open_records(stored, own_dps.empty() ? "{}" : own_dps);
     open_products(stored.products);
@@ -85,7 +88,8 @@ static void open_parts(open_options &&options) {
     open_linkage();
     open_upgrades(options.faults.upgrade, keeps_files ? image_medium::file : image_medium::memory);
     open_access_points();
-    open_log_snapshots(std::move(options.snapshot_log));
+    open_config_files(keeps_files);
+    open_log_snapshots(std::move(options.newest_log));
     install_callbacks();
 }
 
@@ -103,6 +107,7 @@ void close() {
     stop_upgrades();
     end_calls();
     close_upgrades();
+    close_config_files();
     shut_joining();
     close_log_snapshots();
     close_scenes();
@@ -156,6 +161,7 @@ nlohmann::ordered_json status() {
         add_linkage_status(all);
         add_configuration_status(all);
     }
+    add_log_status(all);
     add_upgrade_status(all);
     all["faults"] = faults_status();
     all["callbacks"] = callbacks_status();
@@ -179,5 +185,10 @@ void engr_set_gw_ext_stat(uint8_t new_state) {
     service(
         call("engr_set_gw_ext_stat"),
         [&](call_arguments &list) { list.number("state", new_state); },
-        [&] { extended_state = new_state; });
+        [&] {
+            extended_state = new_state;
+            if (new_state == GW_EXT_STAT_UPGRADE_ENDED) {
+                note_upgrade_end();
+            }
+        });
 }

@@ -100,14 +100,14 @@ using namespace gateway;
 
 int32_t engr_gw_user_token_bind(const char *token) {
     return service(
-        call("engr_gw_user_token_bind"), [&](call_arguments &list) { list.text("token", token); },
+        call("engr_gw_user_token_bind"), [&](call_arguments &list) { list.secret("token", token); },
         [&] { return guarded([&] { bind_token(token); }); });
 }
 
 int32_t gw_wifi_modify_and_conn(const char *ssid, const char *password) {
     return service(
         call("gw_wifi_modify_and_conn"),
-        [&](call_arguments &list) { list.text("ssid", ssid).text("password", password); },
+        [&](call_arguments &list) { list.text("ssid", ssid).secret("password", password); },
         [&] { return guarded([&] { move_to_wifi(ssid, password == nullptr ? "" : password); }); });
 }
 

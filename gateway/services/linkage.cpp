@@ -122,6 +122,7 @@ int32_t engr_reset_scene_info_to_disk(void) {
             lasting_change change;
             erase_linkage();
             change.commit();
+            loaded_scenes.clear(); // what is executed is what is stored, whatever comes next
         });
     });
 }

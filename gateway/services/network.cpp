@@ -192,7 +192,7 @@ int32_t wf_ap_stop(void) {
 int32_t wf_station_connect(const char *ssid, const char *password) {
     return service(
         call("wf_station_connect"),
-        [&](call_arguments &list) { list.text("ssid", ssid).text("password", password); },
+        [&](call_arguments &list) { list.text("ssid", ssid).secret("password", password); },
         [&] {
             if (ssid == nullptr)
                 return result_argument;

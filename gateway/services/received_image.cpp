@@ -1,5 +1,6 @@
 #include "received_image.h"
 
+#include "disk_room.h"
 #include "gateway_services/error.h"
 #include "md5_text.h"
 
@@ -19,6 +20,10 @@ constexpr uint32_t memory_bytes_max = 64 * 1024 * 1024;
     throw refused(std::string(name) + " cannot be " + what + ": " + std::strerror(errno));
 }
 
+[[noreturn]] void refuse_size(uint32_t size, const std::string &why) {
+    throw refused("there is no room for an image of " + std::to_string(size) + " bytes: " + why);
+}
+
 /** Makes an empty file that has the room for a whole image. */
 int make_partial_file(uint32_t size) {
     const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
@@ -30,28 +35,47 @@ int make_partial_file(uint32_t size) {
         const std::string why = std::strerror(errno);
         ::close(fd);
         unlink(partial_image_name);
-        throw refused("there is no room for an image of " + std::to_string(size) +
-                      " bytes: " + why);
+        refuse_size(size, why);
     }
     return fd;
 }
 
 } // namespace
 
+void empty_partial_image() {
+    const int fd =
+        ::open(partial_image_name, O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    if (fd >= 0) {
+        ::close(fd);
+    }
+}
+
+void check_image_room(uint32_t size, uint64_t given_back, image_medium kept_in) {
+    if (kept_in == image_medium::memory && size > memory_bytes_max) {
+        refuse_size(size, "too much for memory");
+    }
+    if (kept_in == image_medium::file && disk_room() + given_back < size + disk_reserve_bytes) {
+        refuse_size(size, "the disk has to keep " + std::to_string(disk_reserve_bytes) + " free");
+    }
+}
+
 received_image::received_image(uint32_t size, image_medium kept_in) : size_(size) {
     uni_md5_init(&digest_);
-    if (kept_in == image_medium::file)
+    check_image_room(size, 0, kept_in);
+    if (kept_in == image_medium::file) {
         fd_ = make_partial_file(size);
-    else if (size > memory_bytes_max)
-        throw refused("there is no room for an image of " + std::to_string(size) + " bytes");
+    }
 }
 
 received_image::~received_image() {
     if (fd_ < 0)
         return;
     ::close(fd_);
-    if (!is_installed_)
+    if (is_name_kept_) {
+        empty_partial_image();
+    } else if (!is_installed_) {
         unlink(partial_image_name);
+    }
 }
 
 uint32_t received_image::new_bytes(uint32_t offset, uint32_t length) const {
@@ -91,17 +115,6 @@ void received_image::install(const char *name) {
     if (rename(partial_image_name, name) != 0)
         fail_file(name, "replaced");
     is_installed_ = true;
-}
-
-void received_image::flush_name() {
-    if (fd_ < 0)
-        return;
-    const int directory = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const bool is_flushed = directory >= 0 && fsync(directory) == 0;
-    if (directory >= 0)
-        ::close(directory);
-    if (!is_flushed)
-        fail_file("the data directory", "flushed");
 }
 
 } // namespace gateway

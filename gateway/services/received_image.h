@@ -13,8 +13,16 @@ namespace gateway {
 /** Name of the file that holds an image while it is received. */
 constexpr const char *partial_image_name = "firmware.part";
 
+/** Removes the content of a partial image that was left over, but not its name, which tells that
+ * the image is not in place. */
+void empty_partial_image();
+
 /** Where images are kept. */
 enum class image_medium : uint8_t { file, memory };
+
+/** Refuses an image that there is no room for. @param given_back  bytes that another image gives
+ * back first @throws refused */
+void check_image_room(uint32_t size, uint64_t given_back, image_medium kept_in);
 
 /** One image. At most one exists at a time. All of its functions throw refused, which says what the
  * disk does not allow. */
@@ -40,11 +48,11 @@ class received_image {
     [[nodiscard]] std::string md5();
     /** Has everything on the disk. */
     void flush();
+    /** Whether the name of the partial file outlives the image. */
+    void keep_name(bool is_kept) { is_name_kept_ = is_kept; }
     /** Gives the image its name for good, in the place of what had it. When it throws, nothing has
      * changed. */
     void install(const char *name);
-    /** Makes the name lasting. */
-    void flush_name();
 
   private:
     uint32_t size_;
@@ -52,6 +60,7 @@ class received_image {
     int fd_ = -1; /**< -1: kept in memory */
     std::vector<uint8_t> bytes_;
     bool is_installed_ = false;
+    bool is_name_kept_ = false;
     uni_md5_context_t digest_;
 };
 

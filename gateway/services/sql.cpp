@@ -2,7 +2,12 @@
 
 #include "gateway_services/error.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 namespace gateway {
 namespace {
@@ -25,9 +30,28 @@ const char *plain_names_layer() {
     return is_registered ? layer.zName : nullptr;
 }
 
+/** Makes the file of a new database private, its log and journal get the same permissions. @throws
+ * refused  something else has the name; what cannot be opened is told by the library */
+void make_private_file(const std::string &path) {
+    const int fd =
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    const bool is_link = fd < 0 && errno == ELOOP;
+    struct stat status {};
+    const bool is_file = fd < 0 || fstat(fd, &status) != 0 || S_ISREG(status.st_mode);
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    if (is_link || !is_file) {
+        throw refused("the store is not opened: " + path + " is not a regular file");
+    }
+}
+
 } // namespace
 
 sqlite3 *open_database(const std::string &path) {
+    if (path != memory_database) {
+        make_private_file(path);
+    }
     sqlite3 *database = nullptr;
     // change_mutex serialises all use, so the library needs no lock of its own.
     const int result = sqlite3_open_v2(
@@ -37,8 +61,9 @@ sqlite3 *open_database(const std::string &path) {
         if (result != SQLITE_OK)
             fail_sql(database);
         // An exclusive write-ahead log costs one flush a change and leaves no shared-memory file.
-        run_sql(database,
-                "PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL");
+        // It is kept short, so that it needs little of a disk that is nearly full.
+        run_sql(database, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL;"
+                          "PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=100");
     } catch (...) {
         sqlite3_close(database);
         throw;

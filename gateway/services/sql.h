@@ -12,6 +12,9 @@ struct sqlite3_stmt;
 
 namespace gateway {
 
+/** Path of a database that is kept in memory. */
+constexpr std::string_view memory_database = ":memory:";
+
 /** Opens a database as the store needs it. @throws refused */
 sqlite3 *open_database(const std::string &path);
 /** Throws what the last call on the database failed with. */

@@ -96,6 +96,9 @@ void store::begin_life(const site &first) {
 }
 
 void store::update_schema() {
+    if (version() == schema_version) {
+        return; // a start on a full disk must not need to write
+    }
     transaction all(database_.get());
     run_schema_steps();
     all.commit();

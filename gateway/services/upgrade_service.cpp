@@ -10,13 +10,16 @@
 #include "platform/clock.h"
 #include "platform/owners.h"
 #include "platform/thread.h"
+#include "platform/timer.h"
 #include "records.h"
 #include "results.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace gateway {
@@ -33,11 +36,17 @@ constexpr uint32_t installing_step_ms = 20;
 constexpr int32_t percent_sending = 99; /**< the device is getting its image */
 constexpr int32_t percent_done = 100;
 constexpr uint32_t device_firmware_type = 10;
+/** Time after which an offer is given up whose upgrade has ended: soon, but not inside the call
+ * that tells the end. */
+constexpr uint32_t offer_end_ms = 1;
 
 /** The upgrade under way, or the last one. */
 struct upgrade_record {
     phase now = phase::idle;
-    std::string dev_id; /**< as offered; empty: the gateway */
+    /** Tells the transfers apart; the agent hands it back with each call, which may come late. */
+    uint32_t number = 0;
+    uint32_t ends_before = 0; /**< upgrade_ends when it was offered */
+    std::string dev_id;       /**< as offered; empty: the gateway */
     lan_fw_info_t firmware{};
     upgrade_scenario knobs;
     std::unique_ptr<received_image> image; /**< while offered or receiving */
@@ -49,17 +58,20 @@ kelo_mutex_t upgrade_mutex; // guards what follows; no call of the agent is made
 upgrade_record current;
 upgrade_scenario scenario_knobs;
 image_medium medium;
-/** Tells the transfers apart; the agent hands it back with each call, which may come late. */
-uint32_t transfer_number;
+uint32_t last_number;
+/** The upgrade that takes the place of the current one once the agent has accepted its transfer. */
+std::optional<upgrade_record> awaited;
 thrd_handle_t starter;
 bool is_installing;
 bool upgrades_end;
 
+// These are for the notice of an upgrade's end, which must not wait for the mutex.
+std::atomic<uint32_t> upgrade_ends;  // how often the agent has ended an upgrade
+std::atomic<uint16_t> offer_timer;   // 0: none was needed yet
+std::atomic<bool> is_offer_standing; // the current upgrade is offered
+
 void *as_argument(uint32_t number) {
     return reinterpret_cast<void *>(static_cast<uintptr_t>(number));
-}
-bool is_current(const void *cb_arg) {
-    return current.now == phase::receiving && cb_arg == as_argument(transfer_number);
 }
 
 bool is_for_gateway() {
@@ -85,25 +97,53 @@ void give_up(phase how, const std::string &reason) {
     current.image.reset();
     current.now = how;
     current.reason = reason;
+    is_offer_standing = false;
     GATEWAY_LOG(LOG_LEVEL_FAILURE, "upgrade of %s to %s %s: %s", shown_device().c_str(),
                 current.firmware.sw_ver, phase_names[static_cast<std::size_t>(how)],
                 reason.c_str());
 }
 
-/** Begins anew, with room for an image. What was offered or received before is given up: the agent
- * has one upgrade at a time, and offers the next when it has lost the one before. @throws refused
- */
-void begin(std::string dev_id, const lan_fw_info_t &firmware, const upgrade_scenario &knobs) {
-    current.image.reset();
-    current = {};
-    current.dev_id = std::move(dev_id);
-    current.firmware = firmware;
-    current.knobs = knobs;
-    ++transfer_number;
+upgrade_record new_upgrade(std::string dev_id, const lan_fw_info_t &firmware,
+                           const upgrade_scenario &knobs) {
+    upgrade_record made;
+    made.number = ++last_number;
+    made.ends_before = upgrade_ends;
+    made.dev_id = std::move(dev_id);
+    made.firmware = firmware;
+    made.knobs = knobs;
+    return made;
+}
+
+/** What was offered or received before is given up: the agent has one upgrade at a time. */
+void replace_current(upgrade_record &&by) {
+    current.image.reset(); // its partial file has to be gone before the next one is made
+    current = std::move(by);
+    awaited.reset();
+    is_offer_standing = false;
 }
 
 void take_room() {
     current.image = std::make_unique<received_image>(current.firmware.file_size, medium);
+}
+
+/** The agent has accepted the awaited transfer. */
+void begin_awaited() {
+    replace_current(std::move(*awaited));
+    current.now = phase::receiving;
+    try {
+        take_room();
+    } catch (const std::exception &error) {
+        give_up(phase::failed, error.what());
+    }
+}
+
+/** Whether a call of the agent is about the transfer under way. The first one about the awaited
+ * transfer may come before its start has returned. */
+bool is_current(const void *cb_arg) {
+    if (awaited && cb_arg == as_argument(awaited->number)) {
+        begin_awaited();
+    }
+    return current.now == phase::receiving && cb_arg == as_argument(current.number);
 }
 
 /** What lan_gw_start_upgrade needs, copied so that no mutex is held while the agent is called. */
@@ -115,10 +155,8 @@ struct transfer {
     uint32_t chunk_size;
 };
 
-transfer begin_transfer() {
-    current.now = phase::receiving;
-    return {current.dev_id, current.firmware, transfer_number, current.knobs.rpt_percent,
-            current.knobs.chunk_size};
+transfer transfer_of(const upgrade_record &of) {
+    return {of.dev_id, of.firmware, of.number, of.knobs.rpt_percent, of.knobs.chunk_size};
 }
 
 /** Takes what is new in a chunk. @return bytes at its end that are handed back @throws refused */
@@ -230,7 +268,7 @@ int32_t receive_outcome(bool is_complete, const void *cb_arg) {
     }
     image.reset();
     const platform::held_mutex guard(upgrade_mutex);
-    if (cb_arg != as_argument(transfer_number))
+    if (cb_arg != as_argument(current.number))
         return result; // the next upgrade has begun
     is_installing = false;
     if (result == 0)
@@ -250,27 +288,47 @@ int call_ug_notify_cb(lan_fw_info_t *firmware, int result, void *cb_arg) {
 
 /** Has the agent ask the app for the image. Takes up to the time of a send. @return the agent's
  * result */
-int32_t run_transfer(transfer begun) {
-    const int32_t result = lan_gw_start_upgrade(
-        begun.dev_id.c_str(), &begun.firmware,
-        callback_unless_absent(call("get_file_cb"), call_get_file_cb), as_argument(begun.number),
-        callback_unless_absent(call("ug_notify_cb"), call_ug_notify_cb), begun.rpt_percent ? 1 : 0,
-        begun.chunk_size);
+int32_t run_transfer(const transfer &begun) {
+    return lan_gw_start_upgrade(begun.dev_id.c_str(), &begun.firmware,
+                                callback_unless_absent(call("get_file_cb"), call_get_file_cb),
+                                as_argument(begun.number),
+                                callback_unless_absent(call("ug_notify_cb"), call_ug_notify_cb),
+                                begun.rpt_percent ? 1 : 0, begun.chunk_size);
+}
+
+std::string start_failure(int32_t result) {
+    return "the transfer cannot be started: result " + std::to_string(result);
+}
+
+/** Gives an offer up when the agent has ended its upgrade meanwhile. The agent tells nobody, since
+ * no transfer was begun. @return whether it still stands */
+bool check_offer() {
+    if (current.now == phase::offered && current.ends_before != upgrade_ends) {
+        give_up(phase::failed, "the upgrade ended before its transfer began");
+    }
+    return current.now == phase::offered;
+}
+
+void on_offer_timer(uint16_t, void *) {
     const platform::held_mutex guard(upgrade_mutex);
-    if (result != 0 && is_current(as_argument(begun.number)))
-        give_up(phase::failed, "the transfer cannot be started: result " + std::to_string(result));
-    return result;
+    check_offer();
 }
 
 void run_starter(void *argument) {
     std::optional<transfer> begun;
     {
         const platform::held_mutex guard(upgrade_mutex);
-        if (current.now == phase::offered && argument == as_argument(transfer_number))
-            begun = begin_transfer();
+        if (argument == as_argument(current.number) && check_offer()) {
+            current.now = phase::receiving;
+            is_offer_standing = false;
+            begun = transfer_of(current);
+        }
     }
-    if (begun)
-        run_transfer(std::move(*begun));
+    const int32_t result = begun ? run_transfer(*begun) : 0;
+    const platform::held_mutex guard(upgrade_mutex);
+    if (result != 0 && is_current(argument)) {
+        give_up(phase::failed, start_failure(result));
+    }
 }
 
 /** Waits for the end of the thread that started the transfer before. */
@@ -283,6 +341,14 @@ void end_starter() {
     DeleteThrdHandle(ended);
 }
 
+void need_offer_timer() {
+    uint16_t timer = offer_timer;
+    if (timer == 0 && sys_add_timer(on_offer_timer, nullptr, &timer) != 0) {
+        throw refused("the upgrade cannot be watched: no timer");
+    }
+    offer_timer = timer;
+}
+
 /** Takes an offer whose data stands in the record. @throws refused, usage_error */
 void take_offer() {
     const firmware_target target = current_target();
@@ -292,12 +358,18 @@ void take_offer() {
     const std::string installed = installed_version(target.dev_id);
     if (current.knobs.refuse_same_version && installed == target.sw_ver)
         throw refused("this version is installed already");
+    need_offer_timer();
     take_room();
     current.now = phase::offered;
+    is_offer_standing = true;
+    if (current.ends_before != upgrade_ends) {
+        note_upgrade_end(); // nobody else does: the end came before the offer stood
+    }
     if (!current.knobs.never_start &&
-        CreateAndStart(&starter, nullptr, nullptr, run_starter, as_argument(transfer_number),
-                       &starter_thread) != 0)
+        CreateAndStart(&starter, nullptr, nullptr, run_starter, as_argument(current.number),
+                       &starter_thread) != 0) {
         throw refused("the transfer cannot be started: no thread");
+    }
 }
 
 int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
@@ -308,8 +380,9 @@ int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
                     shown_device().c_str());
         return result_failed;
     }
-    begin(dev_id, firmware, scenario_knobs);
+    replace_current(new_upgrade(dev_id, firmware, scenario_knobs));
     try {
+        settle_installation();
         take_offer();
         return 0;
     } catch (const std::exception &error) {
@@ -333,31 +406,52 @@ int32_t call_dev_lan_ug_cb(const char *dev_id, lan_fw_info_t *firmware) {
         [&] { return receive_offer(dev_id, *firmware); });
 }
 
+static upgrade_record wanted_upgrade(const upgrade_start &wanted) {
+    std::string dev_id = wanted.cid.value_or(current.dev_id);
+    lan_fw_info_t firmware = current.firmware;
+    const bool is_own = dev_id.empty() || dev_id == own_id();
+    firmware.fw_kind = is_own ? FW_KIND_GATEWAY : FW_KIND_SUB_DEVICE;
+    firmware.file_size = wanted.file_size.value_or(firmware.file_size);
+    upgrade_scenario knobs = scenario_knobs;
+    knobs.chunk_size = wanted.chunk_size.value_or(knobs.chunk_size);
+    knobs.rpt_percent = wanted.percent.value_or(knobs.rpt_percent);
+    knobs.remain_len = wanted.remain.value_or(knobs.remain_len);
+    return new_upgrade(std::move(dev_id), firmware, knobs);
+}
+
 int32_t start_upgrade(const upgrade_start &wanted) {
-    std::optional<transfer> begun;
+    transfer begun;
     {
         const platform::held_mutex guard(upgrade_mutex);
-        if (is_installing)
+        if (is_installing) {
             throw refused("the image of " + shown_device() + " is being installed");
-        std::string dev_id = wanted.cid.value_or(current.dev_id);
-        lan_fw_info_t firmware = current.firmware;
-        const bool is_own = dev_id.empty() || dev_id == own_id();
-        firmware.fw_kind = is_own ? FW_KIND_GATEWAY : FW_KIND_SUB_DEVICE;
-        firmware.file_size = wanted.file_size.value_or(firmware.file_size);
-        upgrade_scenario knobs = scenario_knobs;
-        knobs.chunk_size = wanted.chunk_size.value_or(knobs.chunk_size);
-        knobs.rpt_percent = wanted.percent.value_or(knobs.rpt_percent);
-        knobs.remain_len = wanted.remain.value_or(knobs.remain_len);
-        begin(std::move(dev_id), firmware, knobs);
-        try {
-            take_room();
-        } catch (const std::exception &error) {
-            give_up(phase::failed, error.what());
-            throw;
         }
-        begun = begin_transfer();
+        settle_installation();
+        upgrade_record next = wanted_upgrade(wanted);
+        check_image_room(next.firmware.file_size, current.image ? current.image->size() : 0,
+                         medium);
+        begun = transfer_of(next);
+        awaited = std::move(next);
     }
-    return run_transfer(std::move(*begun));
+    const int32_t result = run_transfer(begun);
+    const platform::held_mutex guard(upgrade_mutex);
+    if (awaited && awaited->number == begun.number) {
+        if (result == 0) {
+            begin_awaited();
+        } else {
+            awaited.reset();
+            GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", start_failure(result).c_str());
+        }
+    }
+    return result;
+}
+
+void note_upgrade_end() {
+    ++upgrade_ends;
+    if (is_offer_standing) {
+        // Fails only when the gateway closes, and then the offer ends with it.
+        static_cast<void>(sys_start_timer(offer_timer, offer_end_ms, SYS_TIMER_ONE_SHOT));
+    }
 }
 
 void open_upgrades(const upgrade_scenario &scenario, image_medium kept_in) {
@@ -375,10 +469,15 @@ void stop_upgrades() {
         upgrades_end = true;
     }
     end_starter();
+    is_offer_standing = false;
+    if (const uint16_t timer = offer_timer.exchange(0); timer != 0) {
+        sys_delete_timer(timer);
+    }
 }
 
 void close_upgrades() {
     current = {};
+    awaited.reset();
     kelo_hal_mutex_release(std::exchange(upgrade_mutex, nullptr));
 }
 

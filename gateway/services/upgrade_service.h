@@ -16,6 +16,10 @@ void stop_upgrades();
 /** Forgets the last upgrade, after the agent's last call. */
 void close_upgrades();
 
+/** The agent has ended an upgrade: an offer whose transfer has not begun is given up soon after.
+ * Any thread; waits for nothing. */
+void note_upgrade_end();
+
 /** Adds what has become of the last upgrade. */
 void add_upgrade_status(nlohmann::ordered_json &status);
 

@@ -2,7 +2,10 @@
 #include "platform/log.h"
 
 #include "linux_port/port.h"
+#include "log_limit.h"
+#include "log_line.h"
 #include "log_secrets.h"
+#include "visible_text.h"
 
 #include <atomic>
 #include <cerrno>
@@ -35,39 +38,10 @@ log_output &output() {
     return instance;
 }
 
-bool is_control(char character) {
-    const auto byte = static_cast<unsigned char>(character);
-    return byte < 0x20 || byte == 0x7F;
-}
-
-/** Appends a message: control characters at its end are dropped, those inside it become \n, \r, \t
- * or \xNN. */
-void append_visible(std::string &line, std::string_view message) {
-    while (!message.empty() && is_control(message.back())) {
-        message.remove_suffix(1);
-    }
-    constexpr char digits[] = "0123456789abcdef";
-    char previous = 0;
-    for (const char character : message) {
-        const auto byte = static_cast<unsigned char>(character);
-        // The second halves of U+0080 to U+009F in UTF-8, which terminals obey too.
-        const bool c1_control = previous == '\xC2' && byte >= 0x80 && byte < 0xA0;
-        previous = character;
-        if (character == '\n') {
-            line += "\\n";
-        } else if (character == '\r') {
-            line += "\\r";
-        } else if (character == '\t') {
-            line += "\\t";
-        } else if (is_control(character)) {
-            line += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
-        } else if (c1_control) {
-            line.back() = '\\';
-            line += {'x', 'c', '2', '\\', 'x', digits[byte >> 4], digits[byte & 15]};
-        } else {
-            line += character;
-        }
-    }
+/** Never destroyed, as the output. */
+log_limit &limit() {
+    static auto &instance = *new log_limit;
+    return instance;
 }
 
 void append_time(std::string &line) {
@@ -116,33 +90,59 @@ void append_message(std::string &line, int level, const char *format, va_list ar
     va_end(again);
 }
 
-void write_line(int level, const char *file, int line, const char *function, const char *format,
-                va_list arguments) {
+void write_line(int level, std::string_view text) {
+    log_output &log = output();
+    const std::lock_guard lock(log.mutex);
+    if (log.sink) {
+        log.sink(level, text);
+    } else {
+        write_standard_error(text);
+    }
+}
+
+/** Says how many lines were left out in the seconds that are over at a time. */
+void tell_left_out(monotonic_clock::time_point now) {
+    while (const auto lines = limit().take_left_out(now)) {
+        std::string text;
+        begin_line(text, lines->level, lines->file, lines->line, lines->function);
+        text += std::to_string(lines->count) + " more lines of this place were left out";
+        write_line(lines->level, text);
+    }
+}
+
+void log(int level, const char *file, int line, const char *function, const char *format,
+         va_list arguments) {
+    const bool is_limited = level < LOG_LEVEL_TRACE;
+    if (is_limited &&
+        !limit().admits(base_name(file), line, function, level, monotonic_clock::now())) {
+        return;
+    }
     std::string text;
     text.reserve(256);
+    begin_line(text, level, file, line, function);
+    append_message(text, level, format, arguments);
+    if (is_limited) {
+        limit().add_bytes(base_name(file), line, text.size());
+    }
+    write_line(level, text);
+}
+
+} // namespace
+
+void begin_line(std::string &text, int level, std::string_view file, int line,
+                std::string_view function) {
     append_time(text);
     text.append(" ").append(std::to_string(level)).append(" ");
     text.append(base_name(file)).append(":").append(std::to_string(line)).append(" ");
     text.append(function).append(" ");
-    append_message(text, level, format, arguments);
-    text += '\n';
-
-    log_output &log = output();
-    const std::lock_guard lock(log.mutex);
-    if (log.sink) {
-        log.sink(level, std::string_view(text).substr(0, text.size() - 1));
-    } else {
-        std::fwrite(text.data(), 1, text.size(), stderr);
-    }
 }
-
-} // namespace
 
 void set_log_level(int level) {
     highest_level = level;
 }
 
 void set_log_sink(log_sink sink) {
+    tell_left_out(monotonic_clock::now() + log_limit::period);
     log_output &log = output();
     const std::lock_guard lock(log.mutex);
     log.sink = std::move(sink);
@@ -152,14 +152,21 @@ void set_log_sink(log_sink sink) {
 
 void PrintLog(int, int level, const char *file, int line, const char *function, const char *format,
               ...) {
-    if (level > linux_port::highest_level.load(std::memory_order_relaxed)) {
+    const bool is_wanted = level <= linux_port::highest_level.load(std::memory_order_relaxed);
+    const bool has_left_out = linux_port::limit().has_left_out();
+    if (!is_wanted && !has_left_out) {
         return;
     }
     const int saved_errno = errno;
     va_list arguments;
     va_start(arguments, format);
     try {
-        linux_port::write_line(level, file, line, function, format, arguments);
+        if (has_left_out) {
+            linux_port::tell_left_out(linux_port::monotonic_clock::now());
+        }
+        if (is_wanted) {
+            linux_port::log(level, file, line, function, format, arguments);
+        }
     } catch (const std::bad_alloc &) {
         // No memory: the line is lost.
     }

@@ -55,6 +55,29 @@ TEST_F(agent_start, a_failing_step_is_told_undone_and_does_not_hinder_the_next_s
     }
 }
 
+TEST(agent_start_races, lets_nobody_in_before_it_has_succeeded) {
+    uint64_t early_calls = 0;
+    sim::expect_all_seeds(100, [&](sim::world &world) {
+        story_gateway gateway(world);
+        bool is_over = false;
+        auto visitor = world.spawn("visitor", [&] {
+            world.run_until([&] { return world.calls("sys_start_timer") > 0; });
+            lpc_close_all_socket();
+            if (!is_over) {
+                ++early_calls;
+                for (const sim::log_line &line : world.log().lines()) {
+                    EXPECT_NE(line.thread + " " + line.message, "visitor close all socket");
+                }
+            }
+        });
+        world.fail("cmmod_reg_msgcb", sim::nth(1));
+        EXPECT_NE(engr_lan_pro_cntl_init(ENGR_MODE_LAN), 0);
+        is_over = true;
+        visitor.join();
+    });
+    EXPECT_GT(early_calls, 0U) << "expected a call beside the start under some seed";
+}
+
 TEST_F(agent_start, without_ticks_the_server_works_all_the_same) {
     world.fail("sys_start_timer", sim::nth(1));
     gateway.start();

@@ -53,6 +53,13 @@ TEST(agent_stop, is_quick_in_the_middle_of_whatever_clients_do) {
              apps[0].peer.stop_reading();
              apps[0].send(1, 241);
          }},
+        {"reports to a last client that does not read",
+         [](auto &, auto &, auto &apps) {
+             apps.back().peer.link().to_peer_bytes_max = 50;
+             apps.back().peer.stop_reading();
+             queue_report();
+             queue_report();
+         }},
         {"reports to clients that do not read",
          [](auto &, auto &, auto &apps) {
              for (story_app &app : apps) {

@@ -134,10 +134,13 @@ TEST_F(ap_config, listens_until_accepted_and_again_after_a_stop) {
     EXPECT_EQ(engr_lan_ap_nw_cfg_start(take_credentials), 0)
         << "expected a finished listener to be left alone";
     engr_lan_ap_nw_cfg_stop();
+    EXPECT_TRUE(world.log().has(4, "Delete thread"));
     start();
     app.send(config_port, plain(good));
     world.run_for(10);
     EXPECT_EQ(finish.got.size(), 3U);
+    EXPECT_FALSE(world.log().has("start thread fails"));
+    EXPECT_FALSE(world.log().has("DeleteThrdHandle error"));
 }
 
 TEST_F(ap_config, tries_again_a_second_after_a_receive_error) {
@@ -145,10 +148,19 @@ TEST_F(ap_config, tries_again_a_second_after_a_receive_error) {
     start();
     EXPECT_TRUE(world.log().has(0, "udp_ap_v3 recvfrom error:-199"));
     app.send(config_port, plain(good));
-    world.run_for(900);
+    world.run_for(999);
     EXPECT_TRUE(finish.got.empty());
-    world.run_for(200);
+    world.run_for(1);
     EXPECT_EQ(finish.got.size(), 1U);
+    engr_lan_ap_nw_cfg_stop();
+    start();
+    app.send(config_port, "");
+    world.run_for(10);
+    app.send(config_port, plain(good));
+    world.run_for(980);
+    EXPECT_EQ(finish.got.size(), 1U) << "expected an empty datagram to count as an error";
+    world.run_for(20);
+    EXPECT_EQ(finish.got.size(), 2U);
 }
 
 TEST_F(ap_config, a_start_that_fails_leaves_nothing_behind) {
@@ -171,6 +183,11 @@ TEST_F(ap_config, a_start_that_fails_leaves_nothing_behind) {
         EXPECT_TRUE(world.log().has(0, one.log)) << "expected: " << one.log;
         EXPECT_TRUE(world.in_use() == before) << one.operation << ": expected nothing to be left";
     }
+    const uint64_t closes = world.calls("kelo_hal_net_close");
+    world.fail("kelo_hal_net_socket_create", sim::nth(1), {.result = 0});
+    EXPECT_EQ(engr_lan_ap_nw_cfg_start(take_credentials), -1);
+    EXPECT_EQ(world.calls("kelo_hal_net_close"), closes + 1)
+        << "expected a socket with descriptor 0 to be closed, too";
     start();
 }
 
@@ -213,11 +230,13 @@ TEST_F(ap_config, reports_a_failure_once_and_gives_the_access_point_up) {
     sim::udp_peer listener = world.open_udp(6670);
     ::gateway::set_gateway_field("wf_ssid", "net");
     ::gateway::set_gateway_field("wf_passwd", "pw");
+    const std::string desc = "wrong \"key\"" + std::string(96, '.');
     const auto report = [&] {
         gateway.trace.clear();
         auto first =
-            world.spawn("first", [] { engr_lan_ap_nw_cfg_error_report("wrong \"key\"", 3); });
-        auto second = world.spawn("second", [] { engr_lan_ap_nw_cfg_error_report("again", 4); });
+            world.spawn("first", [&] { engr_lan_ap_nw_cfg_error_report(desc.c_str(), 3); });
+        auto second =
+            world.spawn("second", [&] { engr_lan_ap_nw_cfg_error_report(desc.c_str(), 4); });
         first.join();
         second.join();
     };
@@ -240,15 +259,15 @@ TEST_F(ap_config, reports_a_failure_once_and_gives_the_access_point_up) {
         EXPECT_TRUE(frame.crc_matches);
         const auto text =
             lan_client::decrypt(lan_client::configuration_key(), frame.payload).value_or("?");
-        EXPECT_TRUE(text == R"({"result":3,"desc":"wrong "key""})" ||
-                    text == R"({"result":4,"desc":"again"})")
-            << text;
+        EXPECT_TRUE(text == R"({"result":3,"desc":")" + desc ||
+                    text == R"({"result":4,"desc":")" + desc)
+            << "expected the text cut at 127 characters: " << text;
     }
     EXPECT_FALSE(listener.receive(100)) << "expected one report of two threads";
     EXPECT_EQ(gateway.trace.size(), 4U)
         << "expected two questions for the mode, ap_stop and station_connect";
     EXPECT_NE(gateway.trace.back().find(
-                  R"("wf_station_connect", "args": {"ssid": "net", "password": "pw"})"),
+                  R"("wf_station_connect", "args": {"ssid": "net", "password": "***"})"),
               std::string::npos)
         << gateway.trace.back();
     report();

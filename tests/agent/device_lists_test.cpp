@@ -1,8 +1,10 @@
 /* The device list and the lists of online and offline devices. */
+#include "gateway/device.h"
 #include "story_gateway.h"
 #include "transport/frame_types.h"
 
 #include <atomic>
+#include <cstring>
 
 namespace {
 
@@ -17,10 +19,12 @@ TEST(device_lists, show_the_devices_that_are_to_be_shown) {
         const char *devices;
         const char *list;
         const char *line_stat;
+        const char *log = nullptr;
     } cases[] = {
         {"no device", "", R"({"products":[]})", "224/7/1/online_dev or offline_dev is null"},
         {"online only", R"({"dev_id":"a","pid":"p","state":1,"online":1})",
-         R"({"products":[{"cid":"a","pid":"p"}]})", R"(224/7/0/{"online":["a"]})"},
+         R"({"products":[{"cid":"a","pid":"p"}]})", R"(224/7/0/{"online":["a"]})",
+         R"(on:["a"] off:[])"},
         {"offline only", R"({"dev_id":"a","pid":"","state":1,"online":0})",
          R"({"products":[{"cid":"a","pid":""}]})", R"(224/7/0/{"offline":["a"]})"},
         {"both", R"({"dev_id":"a","state":1,"online":1},{"dev_id":"b","state":1,"online":0},
@@ -47,6 +51,8 @@ TEST(device_lists, show_the_devices_that_are_to_be_shown) {
                 EXPECT_EQ(app.ask(241), "241/7/0/" + std::string(one.list));
             }
             EXPECT_EQ(app.ask(224, "payload that is not looked at"), one.line_stat);
+            EXPECT_TRUE(one.log == nullptr || world.log().has(4, one.log))
+                << "expected: " << one.log;
         }
         EXPECT_TRUE(world.finish().empty());
     }
@@ -88,6 +94,54 @@ TEST_F(device_lists_memory, stay_inside_their_buffers_when_the_list_grew_meanwhi
         << "expected the text to be cut at 29 characters";
     count.store(real);
     EXPECT_EQ(app.ask(224), R"(224/7/0/{"online":["lamp"],"offline":["door"]})");
+    for (const auto &[id, is_sent] : {std::pair{"lamp", 1}, {"door", 1}, {"hidden", 0}}) {
+        EXPECT_EQ(engr_get_dev_cntl(id)->line_stat_sent, is_sent) << id;
+    }
+}
+
+/** With dev_count 1 each line list has 60 bytes. */
+TEST(device_lists, end_when_a_list_has_less_than_26_bytes_left_or_an_id_does_not_fit) {
+    const struct {
+        const char *what;
+        std::vector<size_t> ids; // lengths of the ids of the online devices
+        size_t last_id;          // of a device that is offline
+        bool is_answered;
+    } cases[] = {
+        {"26 left", {13, 14}, 1, true},
+        {"25 left", {14, 14}, 1, false},
+        {"an id that takes all but one", {13, 14, 22}, 0, true},
+        {"an id that takes all", {13, 14, 23}, 0, false},
+        {"25 left, and nothing more to list", {14, 14}, 0, true},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        std::string devices;
+        std::string online;
+        for (const size_t length : one.ids) {
+            const std::string id(length, static_cast<char>('a' + online.size() % 26));
+            online += (online.empty() ? "\"" : ",\"") + id + '"';
+            devices += (devices.empty() ? "" : ",") + std::string(R"({"dev_id":")") + id +
+                       R"(","state":1,"online":1})";
+        }
+
+        std::string answer = R"(224/7/0/{"online":[)" + online + "]";
+        if (one.last_id != 0) {
+            devices += R"(,{"dev_id":"z","state":1})";
+            answer += R"(,"offline":["z"])";
+        }
+        sim::world world;
+        {
+            story_gateway gateway(world, site_of(devices));
+            gateway.start();
+            story_app app = gateway.connect();
+            std::atomic_ref<uint32_t>(engr_get_gw_cntl()->dev_count).store(1);
+            EXPECT_EQ(app.ask(FRM_DEV_LINE_STAT),
+                      one.is_answered ? answer + "}" : "224/7/1/length not enough");
+            EXPECT_LE(app.ask(FRM_DEV_LIST).size(), std::strlen("241/7/0/") + 80 + 30 - 1)
+                << "expected the text of a longer list to be cut";
+        }
+        EXPECT_TRUE(world.finish().empty());
+    }
 }
 
 /** One entry of the device list that fills its buffer to the last comma, and one more. */

@@ -92,6 +92,7 @@ TEST_F(discovery, sends_nothing_without_network_with_ten_sound_clients_or_with_t
 TEST_F(discovery, a_failing_step_is_told_and_ends_that_tick_only) {
     gateway.start();
     ASSERT_NE(next(), "nothing");
+    const std::string send = "send";
     const struct {
         const char *what;
         const char *operation;
@@ -106,15 +107,30 @@ TEST_F(discovery, a_failing_step_is_told_and_ends_that_tick_only) {
     };
     for (const auto &one : cases) {
         SCOPED_TRACE(one.what);
+        const uint64_t sends = world.calls("kelo_hal_net_send_to");
         world.fail(one.operation, sim::nth(one.n));
         EXPECT_EQ(next(), "nothing");
         EXPECT_TRUE(world.log().has(0, one.log)) << "expected: " << one.log;
-        if (one.what !=
-            std::string(
-                "send")) { // the failed send has dropped the socket: the next case needs that
+        EXPECT_EQ(world.calls("kelo_hal_net_send_to"), sends + (one.what == send ? 1 : 0));
+        if (one.what != send) { // a failed send has dropped the socket: the next case needs that
             EXPECT_NE(next(), "nothing") << "expected the next tick to work";
         }
     }
+    EXPECT_TRUE(world.log().has(0, "sendto Failed,len:156 ret:-1,errno:-199 port:6667"));
+    world.fail("kelo_hal_net_send_to", sim::nth(1));
+    EXPECT_EQ(next(), "nothing");
+    world.log().clear();
+    const uint64_t closes = world.calls("kelo_hal_net_close");
+    world.fail("kelo_hal_net_socket_create", sim::nth(1), {.result = 0});
+    EXPECT_EQ(next(), "nothing");
+    EXPECT_TRUE(world.log().has(0, "sendto Failed")) << "expected descriptor 0 to be used";
+    EXPECT_EQ(world.calls("kelo_hal_net_close"), closes + 1) << "expected it to be closed, too";
+    EXPECT_NE(next(), "nothing");
+    world.log().clear();
+    world.fail("kelo_hal_net_send_to", sim::nth(1), {.result = 0});
+    EXPECT_EQ(next(), "nothing");
+    EXPECT_TRUE(world.log().has(4, "send len:156")) << "expected only less than 0 to be a failure";
+    EXPECT_FALSE(world.log().has(0, "sendto Failed"));
     ::gateway::set_service_fault("wf_get_ip", -1);
     EXPECT_EQ(next(), "nothing");
     EXPECT_TRUE(world.log().has(0, "Get IP Fails"));

@@ -1,5 +1,8 @@
 /* The dispatcher: registered handlers, decryption, and types that nobody serves. */
+#include "clients/lan_pro_cntl.h"
 #include "story_gateway.h"
+#include "transport/frame_handlers.h"
+#include "transport/frame_types.h"
 
 namespace {
 
@@ -36,6 +39,7 @@ TEST_F(dispatcher, decrypts_unless_the_type_is_exempt_and_answers_what_it_can_no
         {"without a brace", 251, cipher("[1, 2]"), "251/7/1/parse data error",
          "find last } fails -1 [1, 2]"},
         {"no operation", 251, cipher("{}"), "nothing", "tmp_out length is 2"},
+        {"a brace alone", FRM_NOP, cipher("}"), "nothing", "tmp_out length is 1"},
         {"no operation, empty", 251, "", "nothing", "tmp_out length is 0"},
         {"cut behind the last brace", 251, cipher("{\"a\":1}  \n\x01"), "nothing",
          "lan parse decode buf:{\"a\":1}"},
@@ -97,6 +101,11 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
     }
     const std::string most_values = numbers + "]}";
     const std::string too_many_values = numbers + ",0]}";
+    const auto nested = [](size_t levels) {
+        return R"({"a":)" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
+    };
+    const std::string levels_32 = nested(32);
+    const std::string levels_33 = nested(33);
     const struct {
         const char *what;
         const char *plain; // null: not encrypted
@@ -110,6 +119,8 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
         {"nested too deep",
          R"({"a":[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[0]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]})", 0,
          "241/7/1/data format error"},
+        {"32 levels", levels_32.c_str(), 0, "241/7/0/"},
+        {"33 levels", levels_33.c_str(), 0, "241/7/1/data format error"},
         {"braces in a string", R"({"a":"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[\"[[["})", 0,
          "241/7/0/"},
         {"as many values as a request may have", most_values.c_str(), 0, "241/7/0/"},
@@ -125,6 +136,21 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
     }
     EXPECT_TRUE(world.log().has(0, "Json Cmd handler err op_ret = 5"));
     EXPECT_TRUE(world.log().has(0, "Not Json Cmd Parse Fails"));
+
+    // Where the server stands, with the socket of the only client.
+    const auto offer = [&](uint32_t fr_type, const std::string &payload) {
+        return __lan_protocol_handler_ex({lan_pro_cntl.load()->sockets[0], 7, fr_type},
+                                         reinterpret_cast<const uint8_t *>(payload.c_str()),
+                                         static_cast<uint32_t>(payload.size()));
+    };
+    handler_result = 5;
+    EXPECT_EQ(offer(FRM_NOP, "{}"), -4) << "expected no handler";
+    EXPECT_EQ(offer(FRM_DEV_LIST, "no cipher"), -1);
+    EXPECT_EQ(offer(FRM_DEV_LIST, lan_client::encrypt(app.key, "{no}")), -1);
+    EXPECT_EQ(offer(FRM_DEV_LIST, lan_client::encrypt(app.key, "{}")), -1);
+    handler_result = 0;
+    EXPECT_EQ(offer(FRM_DEV_LIST, lan_client::encrypt(app.key, "{}")), 0);
+    cJSON_Delete(std::exchange(taken, nullptr));
 
     gateway.stop();
     gateway.start();

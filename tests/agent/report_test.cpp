@@ -1,6 +1,8 @@
 /* Reports to every connected app, and the send path under them. */
 #include "story_gateway.h"
 
+#include <gmock/gmock.h>
+
 namespace {
 
 using report = agent_test;
@@ -40,6 +42,10 @@ TEST_F(report, notices_carry_their_text_cut_at_127_characters) {
     EXPECT_EQ(app.receive_text(), R"(228/0/0/{"cid":"a"})");
     EXPECT_EQ(engr_lan_gw_unactive_report(), 0);
     EXPECT_EQ(app.receive_text(), R"(227/0/0/{"cid":"gw0001"})");
+    const std::string longest_id(DEV_ID_SIZE - 1, 'g');
+    ::gateway::set_gateway_field("gw_id", longest_id);
+    EXPECT_EQ(engr_lan_gw_unactive_report(), 0);
+    EXPECT_EQ(app.receive_text(), R"(227/0/0/{"cid":")" + longest_id + R"("})");
     EXPECT_EQ(engr_lan_sub_dev_unbind_report(std::string(200, 'c').c_str()), 0);
     EXPECT_EQ(app.receive_text(), R"(228/0/0/{"cid":")" + std::string(119, 'c'));
     EXPECT_EQ(engr_lan_data_report_cb(232, 3, "{}", 2), 0);
@@ -83,6 +89,12 @@ TEST_F(report, queued_for_clients_that_left_or_not_packed_is_dropped_without_a_l
     world.run_until_listening(lan_port);
     story_app app = gateway.connect();
     EXPECT_EQ(engr_lan_dp_sata_report(nullptr, 9), -2);
+    const lan_dp_report_t smallest{};
+    EXPECT_EQ(engr_lan_dp_sata_report(&smallest, sizeof smallest - 1), -2);
+    EXPECT_EQ(engr_lan_dp_sata_report(&smallest, sizeof smallest), 0);
+    gateway.trace.clear();
+    world.run_until_idle();
+    EXPECT_THAT(gateway.trace, testing::Contains(testing::HasSubstr("engr_pack_data_with_cmd")));
     world.fail("cmmod_post_msg", sim::nth(1), {.result = -44});
     EXPECT_EQ(queue("{}"), -44);
 }
@@ -98,9 +110,45 @@ TEST_F(report, a_failed_or_short_write_marks_the_client_and_the_next_send_writes
         EXPECT_EQ(engr_lan_sub_dev_unbind_report("a"), 0);
         EXPECT_EQ(world.calls("kelo_hal_net_send"), sends)
             << "expected no write to a faulty client";
+        EXPECT_EQ(world.log().count(0, " is fault"), 1U) << "expected the refused send to be told";
         EXPECT_TRUE(app.peer.wait_for_end(11'000));
         world.log().clear();
     }
+}
+
+TEST_F(report, that_can_not_be_encrypted_is_not_sent_and_leaves_the_client_sound) {
+    gateway.start();
+    story_app app = gateway.connect();
+    const struct {
+        const char *what;
+        uint64_t n; // the allocation that fails
+        const char *log;
+    } cases[] = {{"cipher", 1, "__mlp_gw_tcp_send op_ret:-3"},
+                 {"frame", 2, "__mlp_gw_tcp_send op_ret:-1"}};
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        const uint64_t sends = world.calls("kelo_hal_net_send");
+        world.fail("Malloc", sim::nth(one.n), {.thread = "main"});
+        EXPECT_EQ(engr_lan_sub_dev_unbind_report("a"), 0);
+        EXPECT_TRUE(world.log().has(0, one.log)) << "expected: " << one.log;
+        EXPECT_EQ(world.calls("kelo_hal_net_send"), sends) << "expected nothing to be written";
+        EXPECT_EQ(engr_lan_pro_cntl_get_valid_connect_cnt(), 1);
+        EXPECT_EQ(engr_lan_sub_dev_unbind_report("b"), 0);
+        EXPECT_EQ(app.receive_text(), R"(228/0/0/{"cid":"b"})");
+    }
+    EXPECT_TRUE(world.log().has(0, "aes128_ecb_encode error:-3"));
+    EXPECT_TRUE(world.log().has(0, "Create Send Buf Fails"));
+}
+
+TEST_F(report, gives_the_queued_message_back_before_it_waits_for_a_client) {
+    gateway.start();
+    story_app app = gateway.connect();
+    app.peer.link().to_peer_bytes_max = 10;
+    app.peer.stop_reading();
+    EXPECT_EQ(queue(R"({"cid":"lamp","dps":{"1":true}})"), 0);
+    world.run_for(500);
+    EXPECT_FALSE(world.log().has(0, "__mlp_gw_tcp_send op_ret:")) << "expected the send to wait";
+    EXPECT_EQ(world.in_use().message_blocks, 0U);
 }
 
 TEST_F(report, reaches_a_slow_reader_whole) {

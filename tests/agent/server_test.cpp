@@ -1,4 +1,6 @@
 /* The TCP server: clients, frames, silence, and a network that comes and goes. */
+#include "platform/socket.h"
+#include "service_core/listen_socket.h"
 #include "story_gateway.h"
 #include "transport/frame_types.h"
 
@@ -36,6 +38,18 @@ TEST_F(server, cuts_what_a_client_sends_into_frames_and_says_what_it_drops) {
         {"fewer bytes than the smallest frame", {list.substr(0, 23)}, 0, "not enough data"},
         {"a head cut by two reads", {cut_head, list.substr(12) + list}, 1, "not enough data"},
         {"a frame of 600 bytes", {frame(5, 241, std::string(576, 'x'))}, 1, nullptr},
+        {"a frame that ends with the receive buffer",
+         {std::string(512 - 24, 'n') + list},
+         1,
+         nullptr},
+        {"a frame that begins in the last 23 bytes of the receive buffer",
+         {std::string(513 - 24, 'n') + list},
+         0,
+         "not enough data"},
+        {"a frame that begins in the last 24 bytes of the receive buffer",
+         {std::string(512 - 24, 'n') + frame(5, 241, "more")},
+         1,
+         nullptr},
         {"a wrong CRC", {with_byte(list, 16, 'x')}, 1, nullptr},
         {"a wrong tail, then a frame", {with_byte(list, 23, 'x') + list}, 1, "recv tail:0xaa78"},
         {"a length of 7", {with_byte(list, 15, '\x07') + list}, 1, "lan data len is too short:7"},
@@ -81,12 +95,58 @@ TEST_F(server, takes_frames_of_up_to_2098175_bytes) {
 TEST_F(server, gives_up_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
     story_app app = gateway.connect();
     app.peer.send(frame(3, 241, std::string(1000, 'x')).substr(0, 600));
-    world.run_for(29'000);
+    world.run_for(30'009);
     EXPECT_FALSE(world.log().has("unw_recv_nd_size error"));
-    world.run_for(2'000);
+    world.run_for(1);
     EXPECT_TRUE(world.log().has(0, "kelo_net_recv_nd_size, -4, ret:-1"));
     EXPECT_TRUE(world.log().has(0, "unw_recv_nd_size error ret:-2"));
     EXPECT_EQ(app.ask(241), "241/7/0/" + dev_list_answer);
+}
+
+TEST_F(server, waits_anew_for_the_rest_of_a_frame_with_each_byte_of_it) {
+    story_app app = gateway.connect();
+    const std::string whole = frame(3, 241, std::string(1000, 'x'));
+    app.peer.send(whole.substr(0, 600));
+    world.run_for(29'995);
+    app.peer.send(whole.substr(600, 1));
+    world.run_for(29'995);
+    app.peer.send(whole.substr(601));
+    EXPECT_EQ(app.receive_text(), "241/3/0/" + dev_list_answer);
+}
+
+TEST_F(server, tries_a_transient_error_again_while_a_frame_is_completed_and_no_other) {
+    const struct {
+        const char *what;
+        int32_t error;
+        bool is_transient;
+    } cases[] = {
+        {"interrupted", KELO_ERR_INTERRUPTED, true},
+        {"would block", KELO_ERR_WOULD_BLOCK, true},
+        {"try again", KELO_ERR_TRY_AGAIN, true},
+        {"another", KELO_ERR_TRY_AGAIN - 1, false},
+        {"none", 0, false},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        story_app app = gateway.connect();
+        world.log().clear();
+        world.fail("kelo_hal_net_recv", sim::nth(2), {.error_code = one.error});
+        app.peer.send(frame(3, FRM_DEV_LIST, std::string(1000, 'x')));
+        const std::string answer = app.receive_text(1'000);
+        EXPECT_EQ(answer.starts_with("241/3/0/"), one.is_transient) << answer;
+        EXPECT_EQ(world.log().has(0, "unw_recv_nd_size error ret:-2"), !one.is_transient);
+        app.peer.close();
+        world.run_for(20'000);
+    }
+    story_app app = gateway.connect();
+    app.peer.send(frame(3, FRM_DEV_LIST, std::string(1000, 'x')).substr(0, 600));
+    world.run_for(100);
+    world.log().clear();
+    app.peer.close();
+    world.run_for(10);
+    EXPECT_TRUE(world.log().has(0, "unw_recv_nd_size error ret:-2"))
+        << "expected an app that left to end it at once";
+    EXPECT_EQ(world.log().count("kelo_net_recv_nd_size"), 0U);
 }
 
 TEST_F(server, answers_keepalives_itself_with_frame_number_0) {
@@ -203,36 +263,67 @@ TEST_F(server, comes_back_by_itself_when_its_sockets_were_closed_or_broke) {
     }
 }
 
-TEST_F(server, waits_for_the_network_before_it_listens_again) {
+TEST_F(server, looks_for_the_network_every_1500_ms_before_it_listens_again) {
     ::gateway::set_network_up(false);
     lpc_close_all_socket();
-    world.run_for(60'000);
+    world.run_for(60'100);
     EXPECT_FALSE(world.listens(lan_port));
     ::gateway::set_network_up(true);
-    EXPECT_TRUE(world.run_until_listening(lan_port, 3'000));
+    world.run_for(1'399);
+    EXPECT_FALSE(world.listens(lan_port)) << "expected the network to be looked for later";
+    world.run_for(1);
+    EXPECT_TRUE(world.listens(lan_port)) << "expected 41 pauses of 1500 ms";
+}
+
+TEST_F(server, pauses_1500_ms_before_it_starts_over_and_after_a_failed_set_up) {
+    lpc_close_all_socket();
+    world.fail("kelo_hal_net_bind", sim::nth(1));
+    for (const bool is_set_up_failing : {true, false}) {
+        world.run_for(1'499);
+        EXPECT_FALSE(world.log().has(0, "create server socket err") == is_set_up_failing);
+        EXPECT_FALSE(world.listens(lan_port));
+        world.run_for(1);
+        EXPECT_TRUE(world.log().has(0, "create server socket err"));
+        EXPECT_EQ(world.listens(lan_port), !is_set_up_failing);
+    }
 }
 
 TEST_F(server, names_the_step_of_set_up_that_failed_and_tries_again) {
     const struct {
         const char *operation;
+        int32_t code;
         const char *log;
     } cases[] = {
-        {"kelo_hal_net_socket_create", "Socket creation failed: Port:6668 errno:-199"},
-        {"kelo_hal_net_set_bufsize", "Failed to set bufsize on port:6668 errno:-199"},
-        {"kelo_hal_net_set_reuse", "Failed to set reuse socket on port:6668 errno:-199"},
-        {"kelo_hal_net_bind", "Failed to bind socket on port:6668 errno:-199"},
-        {"kelo_hal_net_set_cloexec", "Failed to set cloexec port:6668 errno:-199"},
-        {"kelo_hal_net_listen", "Failed to listen on port:6668,errno:-199."},
+        {"kelo_hal_net_socket_create", -1, "Socket creation failed: Port:6668 errno:-199"},
+        {"kelo_hal_net_set_bufsize", -6, "Failed to set bufsize on port:6668 errno:-199"},
+        {"kelo_hal_net_set_reuse", -2, "Failed to set reuse socket on port:6668 errno:-199"},
+        {"kelo_hal_net_bind", -3, "Failed to bind socket on port:6668 errno:-199"},
+        {"kelo_hal_net_set_cloexec", -4, "Failed to set cloexec port:6668 errno:-199"},
+        {"kelo_hal_net_listen", -5, "Failed to listen on port:6668,errno:-199."},
     };
     for (const auto &one : cases) {
         SCOPED_TRACE(one.operation);
         world.fail(one.operation, sim::nth(1), {.thread = "lpc_task"});
         lpc_close_all_socket();
-        world.run_until([&] { return world.log().has(0, "create server socket err"); }, 5'000);
+        EXPECT_TRUE(
+            world.run_until([&] { return world.log().has(0, "create server socket err"); }, 5'000));
         EXPECT_TRUE(world.log().has(0, one.log)) << "expected: " << one.log;
         EXPECT_TRUE(world.run_until_listening(lan_port, 5'000));
         world.log().clear();
+        const size_t before = world.in_use().sockets;
+        world.fail(one.operation, sim::nth(1));
+        EXPECT_EQ(__setup_tcp_serv_socket(7000), one.code);
+        EXPECT_EQ(world.in_use().sockets, before) << "expected no socket to be left";
     }
+}
+
+TEST_F(server, takes_descriptor_0_of_a_platform_for_a_listening_socket_and_for_no_client) {
+    world.fail("kelo_hal_net_socket_create", sim::nth(1), {.result = 0});
+    EXPECT_EQ(__setup_tcp_serv_socket(7000), -6) << "expected the buffer of socket 0 to be set";
+    world.fail("kelo_hal_net_accept", sim::nth(1), {.result = 0});
+    story_app app = gateway.connect();
+    EXPECT_TRUE(world.log().has(0, "net_accept client socket failed 0"));
+    EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/") << "expected the next cycle to accept";
 }
 
 TEST_F(server, exact_read_refuses_a_buffer_that_is_absent_or_too_small) {

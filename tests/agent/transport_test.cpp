@@ -2,7 +2,9 @@
 #include "clients/lan_pro_cntl.h"
 #include "platform/owners.h"
 #include "story_gateway.h"
+#include "transport/byte_cursor.h"
 #include "transport/frame.h"
+#include "transport/frame_types.h"
 #include "transport/keys.h"
 #include "transport/payload_crypto.h"
 #include "transport/tcp_send.h"
@@ -77,6 +79,40 @@ TEST_F(transport, the_crc_of_a_long_frame_covers_its_length_modulo_65536) {
     char crc[9];
     std::snprintf(crc, sizeof crc, "%08lx", crc32(0, frame.get(), 100));
     EXPECT_EQ(hex(frame.get() + size - 8, 4), crc);
+}
+
+TEST_F(transport, a_frame_too_long_for_its_length_word_is_not_built) {
+    uint32_t size = 0;
+    EXPECT_EQ(__mlp_gw_send_da(1, FRM_DEV_LIST, 0, nullptr, UINT32_MAX, &size), nullptr);
+    EXPECT_EQ(__mlp_gw_send_da(1, FRM_DEV_LIST, 0, nullptr, UINT32_MAX - 27, &size), nullptr);
+    EXPECT_EQ(world.calls("Malloc"), 0U) << "expected no attempt at a cut one";
+}
+
+TEST_F(transport, cursors_stop_at_the_end_of_their_bytes_for_good) {
+    const uint8_t bytes[] = {1, 2, 3, 4, 5, 6, 7};
+    byte_reader reader(bytes, sizeof bytes);
+    EXPECT_EQ(reader.u32(), 0x01020304U);
+    EXPECT_EQ(reader.left(), 3U);
+    EXPECT_EQ(reader.u32(), 0U);
+    EXPECT_FALSE(reader.ok());
+    reader.skip(1);
+    EXPECT_EQ(reader.left(), 3U) << "expected an overrun reader to stand still";
+    byte_reader exact(bytes, 4);
+    exact.skip(4);
+    EXPECT_TRUE(exact.ok());
+    EXPECT_EQ(exact.left(), 0U);
+
+    uint8_t written[8] = {};
+    byte_writer writer(written, 7);
+    writer.u32(0x0A0B0C0D);
+    writer.bytes(bytes, 3);
+    EXPECT_TRUE(writer.ok());
+    writer.bytes(bytes, 0);
+    EXPECT_TRUE(writer.ok());
+    EXPECT_EQ(writer.written(), 7U);
+    writer.bytes(bytes, 1);
+    EXPECT_FALSE(writer.ok());
+    EXPECT_EQ(hex(written, 8), "0a0b0c0d01020300");
 }
 
 TEST_F(transport, keys_built_again_are_the_same_and_cipher_and_text_go_both_ways) {

@@ -223,8 +223,9 @@ class SiteTest(unittest.TestCase):
         def serve(connection):
             FIRST(Recorded(connection, asked))
         name = Gateway(serve, "127.60.8.1").name
-        for more, wanted in [([], {241: 1, 224: 1, 253: 1, 247: 1}),
-                             (["--data-points"], {241: 1, 224: 1, 253: 1, 247: 1, 10: 2})]:
+        leaving = {7: 1}  # asks whether an upgrade runs
+        for more, wanted in [([], {**leaving, 241: 1, 224: 1, 253: 1, 247: 1}),
+                             (["--data-points"], {**leaving, 241: 1, 224: 1, 253: 1, 247: 1, 10: 2})]:
             asked.clear()
             self.assertEqual(run("site", "report", "--gateway", name, "--timeout", "0.1", *more)[0], 0)
             self.assertEqual({kind: asked.count(kind) for kind in asked}, wanted, more)
@@ -287,6 +288,16 @@ class ProvisionTest(unittest.TestCase):
             code, _, err, _ = self.provision(lambda count: None, "--open", "--wait", "0.5", "--gateway", self.ID)
         self.assertEqual(code, 1)
         self.assertIn("nothing was heard", err)
+
+    def test_only_a_gateway_that_needed_a_network_is_taken_for_the_right_one_when_none_is_named(self):
+        for announced_first, code, word in [(True, 0, "appeared at"), (False, 1, "it may be another one")]:
+            def react(count, announced_first=announced_first):
+                if announced_first and count == 1:
+                    self.appear(ready=False)
+                self.appear()
+            got, out, err, _ = self.provision(react, "--open", "--wait", "5")
+            self.assertEqual(got, code, err)
+            self.assertIn(word, out + err)
 
     def test_secrets_are_not_shown_and_what_can_not_be_right_is_not_sent(self):
         code, _, err, got = self.provision(lambda count: self.appear(), "-v", "--gateway", self.ID,

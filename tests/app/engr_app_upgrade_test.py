@@ -6,14 +6,18 @@ import os
 import pty
 import random
 import signal
+import socket
 import subprocess
 import tempfile
 import threading
 import unittest
 
-from fake_gateway import APP, KEYS, Gateway, encrypt, frame, requests, run
+from fake_gateway import APP, KEYS, Gateway, all_requests, encrypt, frame, requests, run
 
 OLD, NEW = "1.0", "2.0.1"
+NO_IMAGE = encrypt(KEYS[3], b'{"fileMd5":"","fileSize":0,"swVer":""}')
+FRM_TP_CMD, FRM_KEEPALIVE, FRM_DEV_UPGRADE, FRM_DOWNLOAD_FIRMWARE, FRM_UPGRADE_PERCENT_RPT = 7, 9, 230, 231, 232
+FRM_CHK_SOFT_VER, FRM_GET_CHANNEL = 250, 253
 
 
 class Upgrading:
@@ -21,7 +25,7 @@ class Upgrading:
 
     def __init__(self, image, cid="", *, most=524288, back=0, start=(0, ""), refusal="", fail_at=None, lose_at=None,
                  lose_end=False, silent=False, installs=True, polls=1, installed=OLD, known=True, running="",
-                 on_piece=None):
+                 running_for=2, on_piece=None):
         self.__dict__.update(locals())
         self.id = cid or "gw1"
         self.taken = bytearray()
@@ -60,11 +64,17 @@ class Upgrading:
         self.send(0, kind, 0, json.dumps({"firmwareType": 10 if self.cid else 0, "cid": self.id, **body}))
 
     def answer_announcement(self, number, kind, payload):
-        size = 0 if payload == self.announcement(0) else len(self.image)
-        if kind != (229 if self.cid else 250) or payload != self.announcement(size):
+        asks_gateway = payload == NO_IMAGE and kind == 250
+        size = 0 if asks_gateway or payload == self.announcement(0) else len(self.image)
+        if not asks_gateway and (kind != (229 if self.cid else 250) or payload != self.announcement(size)):
             self.faults.append("not the announcement that was expected")
+        if kind == 229 and self.running:
+            self.faults.append("the type of a running upgrade was rewritten")
         if not self.asked or self.asked[-1] != (kind, size):
             self.asked.append((kind, size))
+        if self.running and self.running != self.id:
+            self.running_for -= 1
+            self.running = self.running if self.running_for > 0 else ""
         if self.running and self.is_complete():
             self.polls -= 1
             if self.polls > 0:
@@ -72,7 +82,8 @@ class Upgrading:
             else:
                 self.running, self.installed = "", NEW if self.installs else self.installed
         self.send(number, kind, 0, json.dumps({
-            "updateStatus": int(self.running != ""), "updateCid": self.running, "cid": self.id,
+            "updateStatus": int(self.running != ""), "updateCid": self.running,
+            "cid": "gw1" if kind == 250 else self.id,
             "softVer": self.installed if self.known else ""}))
 
     def begin(self, number):
@@ -81,7 +92,7 @@ class Upgrading:
         if self.start[0] == 0 and self.refusal:
             self.send(number, 230, 1, self.refusal)
         elif self.start[0] == 0:
-            self.running = self.id
+            self.running, self.taken = self.id, bytearray()
             if not self.silent:
                 self.want(0)
 
@@ -147,9 +158,11 @@ class UpgradeTest(unittest.TestCase):
         for cid, how, more, code, *words in [
                 ("", {"refusal": "gw_lan_ug_cb error"}, (), 1, "gw_lan_ug_cb error; its upgrade service"),
                 ("a1", {"refusal": "dev_lan_ug_cb func not exist"}, (), 1, "can't upgrade its devices"),
-                ("", {"start": (1, "dev is upgrading")}, (), 1, "an upgrade is under way already"),
+                ("", {"start": (1, "dev is upgrading")}, quick, 1, "an upgrade is under way already"),
                 ("", {"start": (1, "file_size is zero")}, (), 1, "try again"),
-                ("", {"running": "b2"}, (), 1, "has an upgrade of b2 under way"),
+                ("", {"running": "b2"}, quick, 1, "has an upgrade of b2 under way", "staying connected until",
+                 "an upgrade of b2 is over"),
+                ("a1", {"running": "b2"}, quick, 1, "has an upgrade of b2 under way", "staying connected"),
                 ("a1", {"installed": ""}, (), 0, "now has version 2.0.1;"),
                 ("a2", {"known": False}, (), 1, "knows no device a2"),
                 ("", {**half, "fail_at": 2600}, quick, 1, "gave up at byte 2500 of 5000: version 1.0 is still",
@@ -168,15 +181,15 @@ class UpgradeTest(unittest.TestCase):
                 self.check(Upgrading(image, cid, **how), *more, code=code, words=words)
 
     def test_a_dry_run_announces_no_image_and_starts_nothing(self):
-        for cid, kind in [("", 250), ("a1", 229)]:
-            gateway = Upgrading(b"abc", cid, running="b2")
+        for cid, asked in [("", [(250, 0)]), ("a1", [(250, 0), (229, 0)])]:
+            gateway = Upgrading(b"abc", cid)
             out = self.check(gateway, "--dry-run", "--json")
-            self.assertEqual(gateway.asked, [(kind, 0)])
+            self.assertEqual(gateway.asked, asked)
             told = json.loads(out)
             self.assertEqual(told | {"file": ""}, {
                 "file": "", "bytes": 3, "md5": hashlib.md5(b"abc").hexdigest(), "version": NEW, "cid": gateway.id,
-                "installed": OLD, "under_way": True, "under_way_cid": "b2"})
-            self.check(gateway, "--dry-run", words=["installed version:  1.0", "an upgrade of b2"])
+                "installed": OLD, "under_way": False, "under_way_cid": ""})
+            self.check(gateway, "--dry-run", words=["installed version:  1.0"])
 
     def test_an_interrupt_ends_the_upgrade_on_both_sides(self):
         got_one = threading.Event()
@@ -216,6 +229,106 @@ class UpgradeTest(unittest.TestCase):
                          (True, NEW, OLD))
         self.assertEqual(bad["error"]["kind"], "upgrade_failed")
         self.assertEqual(bytes(gateways[0].taken), image)
+
+    def lie(self, *payloads, after_start=()):
+        """A gateway that answers each piece, and the start, with the next of the requests."""
+        left, started = list(payloads), []
+
+        def serve(connection):
+            def report(kind, text):
+                connection.sendall(frame(0, kind, 0, encrypt(KEYS[3], text.encode())))
+
+            for number, kind, _ in requests(connection):
+                if kind == FRM_KEEPALIVE:
+                    connection.sendall(frame(0, kind, 0))
+                elif kind == FRM_CHK_SOFT_VER:
+                    state = json.dumps({"updateStatus": int(bool(started and left)), "updateCid": "gw1", "cid": "gw1",
+                                        "softVer": OLD})
+                    connection.sendall(frame(number, kind, 0, encrypt(KEYS[3], state.encode())))
+                    for text in after_start if not left else ():
+                        report(FRM_UPGRADE_PERCENT_RPT, text)
+                elif kind in (FRM_DEV_UPGRADE, FRM_DOWNLOAD_FIRMWARE):
+                    if kind == FRM_DEV_UPGRADE:
+                        started.append(number)
+                        connection.sendall(frame(number, kind, 0))
+                    if left:
+                        report(FRM_DOWNLOAD_FIRMWARE, left.pop(0))
+        return run("upgrade", self.file(bytes(3000)), "--version", NEW, "--timeout", "0.5", "--gateway",
+                   Gateway(serve).name)
+
+    def test_a_request_that_the_upgrade_can_not_lead_to_ends_it(self):
+        def ask(offset, size, cid="gw1", kind=0):
+            return json.dumps({"firmwareType": kind, "cid": cid, "offset": offset, "downloadSize": size})
+        for payloads, word in [
+                ([ask(0, 1000, cid="b2")], "for another device"), ([ask(0, 1000, kind=7)], "unknown type"),
+                ([ask(0, 3001)], "not in the image"), ([ask(-1, 5)], "no request"), (["{}"], "no request"),
+                ([ask(1000, 1000)], "without having got the one before"), ([ask(3000, 0)], "without having got"),
+                ([ask(0, 1000), ask(1000, 0)], "before the end of the image that it has all"),
+                ([ask(0, 1000)] + [ask(1000, 1000), ask(0, 1000)] * 600, "the same pieces again and again")]:
+            with self.subTest(word):
+                code, out, err = self.lie(*payloads)
+                self.assertEqual((code, out), (1, ""), err)
+                self.assertIn(word, err)
+
+    def test_progress_without_a_number_is_no_progress(self):
+        whole = [json.dumps({"firmwareType": 0, "cid": "gw1", "offset": at, "downloadSize": 3000 - at})
+                 for at in (0, 3000)]
+        code, out, err = self.lie(*whole, after_start=['{"cid":"gw1"}', "[1]", '{"cid":"gw1","progress":"x"}'])
+        self.assertEqual((code, out), (1, ""), err)
+        self.assertIn("did not install it", err)
+
+    def test_no_piece_is_queued_while_another_is_unsent(self):
+        """A gateway that asks again and again and reads nothing gets one piece, and is given up."""
+        asked = json.dumps({"firmwareType": 0, "cid": "gw1", "offset": 0, "downloadSize": 2000000}).encode()
+        request, many = frame(0, FRM_DOWNLOAD_FIRMWARE, 0, encrypt(KEYS[3], asked)), threading.Event()
+
+        def serve(connection):
+            for number, kind, _ in requests(connection):
+                if kind == FRM_KEEPALIVE:
+                    connection.sendall(frame(0, kind, 0))
+                elif kind == FRM_CHK_SOFT_VER:
+                    connection.sendall(frame(number, kind, 0, encrypt(
+                        KEYS[3], b'{"updateStatus":0,"updateCid":"","cid":"gw1","softVer":"1.0"}')))
+                elif kind == FRM_DEV_UPGRADE:
+                    connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+                    connection.sendall(frame(number, kind, 0) + request * 300)
+                    many.wait(60)
+                    return
+        code, _, err = run("upgrade", self.file(bytes(2000000)), "--version", NEW, "--timeout", "0.5", "--gateway",
+                           Gateway(serve).name)
+        many.set()
+        self.assertEqual(code, 1)
+        self.assertIn("asks for many pieces without taking them", err)
+
+    def test_an_upgrade_that_the_gateway_gave_up_is_started_once_more(self):
+        gateway = Upgrading(bytes(5000), most=2500, fail_at=2600)
+        gateway.on_piece = lambda: len(gateway.pieces) > 2 and setattr(gateway, "fail_at", None)
+        self.check(gateway, "--timeout", "0.5", words=["probably because another app disconnected", "starting again",
+                                                       "now has version 2.0.1"])
+        self.assertEqual([kind for kind, _ in gateway.asked].count(FRM_DEV_UPGRADE), 2)
+
+    def test_no_verb_ends_an_upgrade_that_is_seen_to_run(self):
+        """It stays until the upgrade is over; the gateway notes how many questions came before the end."""
+        upgrading, idle = encrypt(KEYS[3], b"device is upgrading..."), encrypt(KEYS[3], b"data format error")
+        for left, arguments in [(2, ["channel", "get"]), (1, ["watch", "--count", "1"])]:
+            seen = []
+
+            def serve(connection):
+                for number, kind, payload in all_requests(connection):
+                    if kind == FRM_KEEPALIVE:
+                        connection.sendall(frame(0, kind, 0))
+                    elif kind == FRM_TP_CMD:
+                        seen.append(kind)
+                        connection.sendall(frame(number, kind, 1, upgrading if len(seen) <= left else idle))
+                    else:
+                        answer = b'{"channel":15}' if kind == FRM_GET_CHANNEL else b'{"products":[]}'
+                        connection.sendall(frame(number, kind, 0, encrypt(KEYS[3], answer)))
+                        connection.sendall(frame(0, FRM_UPGRADE_PERCENT_RPT, 0, encrypt(
+                            KEYS[3], b'{"firmwareType":0,"cid":"gw1","progress":7}')))
+            code, _, err = run(*arguments, "--timeout", "0.5", "--gateway", Gateway(serve).name)
+            self.assertEqual(code, 0, err)
+            self.assertRegex(err, "(?s)upgrade of gw1 is under way.*staying connected.*Ctrl-C.*upgrade of gw1 is over")
+            self.assertEqual(len(seen), left + 1, "expected to be asked until the upgrade was over")
 
     def test_what_can_not_be_right_is_refused_before_anything_is_sent(self):
         good, pipe = self.file(b"x"), os.path.join(self.directory, "pipe")

@@ -87,7 +87,8 @@ class VerbsTest(unittest.TestCase):
         for arguments, exchanges, code, *words in [
                 (["dp", "get", "a1"], [(10, {"cid": "a1"}, (0, '{"cid":"a1","dps":{"10":"x","2":true}}'))], 0,
                  'DP\tVALUE\n2\ttrue\n10\t"x"\n'),
-                (["dp", "get"], [(10, {}, (1, "devid not found"))], 1, "answered: devid not found; engr_app devices"),
+                (["dp", "get"], [(10, {}, (1, "devid not found"))], 1, "name a device behind the command"),
+                (["dp", "get"], [(10, {}, (1, "json obj data unvalid"))], 1, "name a device behind the command"),
                 (["dp", "set", "a1", "1=true", "2=-5", "3=1x", '4="5"'],
                  [(7, {"cid": "a1", "dps": {"1": True, "2": -5, "3": "1x", "4": "5"}},
                    (8, 0, '{"cid":"b","dps":{"1":1}}'), (8, 0, CHANGED), (0, ""))], 0, "reports 1 = true"),
@@ -95,8 +96,9 @@ class VerbsTest(unittest.TestCase):
                  [(7, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command", "see engr_app online"),
                 (["dp", "query", "a1", "1"], [(18, {"cid": "a1", "dpId": 1}, (0, ""), (8, 0, CHANGED))], 0, "1\ttrue"),
                 (["dp", "query", "", "1", "2", "--json"],
-                 [(18, {"dpId": [1, 2]}, (8, 0, CHANGED), (8, 0, '{"cid":"gw","dps":{"1":1,"2":3}}'), (0, ""))], 0,
-                 '"2": 3'),
+                 [(10, {}, (0, '{"cid":"gw","dps":{"1":0}}')),
+                  (18, {"dpId": [1, 2]}, (8, 0, '{"cid":"b","dps":{"1":1,"2":9}}'),
+                   (8, 0, '{"cid":"gw","dps":{"1":1,"2":3}}'), (0, ""))], 0, '"2": 3'),
                 (["group", "oper", "add", "g", "a1"], [(208, {"gid": "g", "op": "add", "cids": ["a1"]},
                                                        (208, 1, '{"gid":"h","op":"add"}'), (208, 0, MEMBERS))], 0,
                  "group g now has 2 device(s): a1, b2"),
@@ -182,6 +184,8 @@ class VerbsTest(unittest.TestCase):
         stopped = (254, None, lambda number: segment(number, 3, 1, first), None)
         self.check(["log", path], [stopped], 1, "stopped after segment 1 of 3")
         self.assertEqual(os.listdir(self.directory), [])
+        endless = (254, None, lambda number: segment(number, 0x7FFFFFFF, 1, b""))
+        self.check(["log", path], [endless], 1, "segment 1 of 2147483647 has come, which is too much")
         whole = (254, None, lambda number: segment(number, 2, 1, first) + segment(number, 2, 2, last))
         self.check(["log", path], [whole], 0, f"{len(first + last)} bytes, is in {path}")
         with open(path, "rb") as file:

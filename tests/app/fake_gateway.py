@@ -30,7 +30,11 @@ class Gateway:
                     self.serve(connection)
 
 
-def requests(connection):
+NO_COMMAND = [encrypt(key, b"{}") for key in (KEYS[3], LOCAL_KEY.encode())]
+NO_COMMAND_REFUSED = encrypt(KEYS[3], b"data format error")
+
+
+def all_requests(connection):
     received = b""
     while chunk := connection.recv(65536):
         received += chunk
@@ -40,6 +44,15 @@ def requests(connection):
                 break
             yield number, kind, received[16:8 + length]
             received = received[length + 16:]
+
+
+def requests(connection):
+    """The requests that come, but for the empty device command with which an app asks before it leaves."""
+    for number, kind, payload in all_requests(connection):
+        if kind == 7 and payload in NO_COMMAND:
+            connection.sendall(frame(number, 7, 1, NO_COMMAND_REFUSED))
+        else:
+            yield number, kind, payload
 
 
 def answering(answers, key=KEYS[3]):

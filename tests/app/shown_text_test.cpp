@@ -58,6 +58,14 @@ TEST(foreign_json, deep_nesting_and_bad_utf8_do_no_harm) {
     EXPECT_EQ(payload_json("no json"), "no json");
 }
 
+TEST(written_json, escapes_what_a_terminal_could_obey) {
+    const nlohmann::json value{{"id", "\u0085\u007f\u202e\U000e0001 é 漢"}};
+    const std::string escaped = R"("\u0085\u007f\u202e\udb40\udc01 é 漢")";
+    EXPECT_EQ(one_line(value), "{\"id\":" + escaped + "}");
+    EXPECT_EQ(many_lines(value), "{\n  \"id\": " + escaped + "\n}");
+    EXPECT_EQ(parse_json(one_line(value)), value);
+}
+
 TEST(reports, become_sentences) {
     const struct {
         std::uint32_t type;
@@ -101,6 +109,8 @@ TEST(progress_bar, shows_what_is_known_and_never_fills_the_last_column) {
                               .total = 10000,
                               .rate_per_s = 2,
                               .elapsed = {}};
+    bar_figures waiting = half;
+    waiting.waits_for = "waiting for the gateway, 3 s";
     const struct {
         const bar_figures &shown;
         std::size_t columns;
@@ -111,6 +121,7 @@ TEST(progress_bar, shows_what_is_known_and_never_fills_the_last_column) {
         {half, 60, "log   50 %  1.5 KiB of 3.0 KiB  512 bytes/s  3 s left"},
         {half, 20, "log   50 %  1.5 Ki…"},
         {whole, 80, "log  [##############################]  100 %  3.0 KiB  512 bytes/s  in 3 s"},
+        {waiting, 80, "log  [###############...............]   50 %  waiting for the gateway, 3 s"},
         {unknown, 80, "log  700 bytes"},
         {devices, 80,
          "gw\\x1b: points  [.................]    0 %  1 of 10000 devices  "

@@ -93,6 +93,19 @@ TEST_F(access_point, tells_a_failure_and_comes_back_for_another_try) {
     EXPECT_EQ(state(), "1 'other' 'other' 0 true");
 }
 
+TEST_F(access_point, comes_back_although_its_listener_cannot_be_had_at_first) {
+    ::gateway::set_service_fault("wf_station_connect", -5);
+    send(R"({"ssid": "net", "token": "t"})");
+    world.run_for(1000);
+    world.fail("CreateAndStart", sim::nth(1));
+    world.run_for(5000);
+    EXPECT_TRUE(world.log().has(0, "nothing listens for credentials, trying on"));
+    world.run_for(5000);
+    ::gateway::set_service_fault("wf_station_connect", std::nullopt);
+    send(R"({"ssid": "other", "token": "t"})");
+    EXPECT_EQ(state(), "1 'other' 'other' 0 true");
+}
+
 TEST_F(access_point, ends_with_the_gateway_while_a_network_is_joined) {
     ::gateway::set_service_fault("wf_station_connect", -5);
     send(R"({"ssid": "net", "token": "t"})");

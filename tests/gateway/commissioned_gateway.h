@@ -26,6 +26,8 @@ class own_directory {
         std::filesystem::remove_all(path_);
     }
 
+    [[nodiscard]] const std::filesystem::path &path() const { return path_; }
+
   private:
     std::filesystem::path old_;
     std::filesystem::path path_;

@@ -430,6 +430,9 @@ TEST_F(device_services, the_linkage_set_is_replaced_whole_and_executed_as_loaded
     EXPECT_EQ(shown("linkage").dump(), R"({"scenes":2,"modified":5,"loaded":2})")
         << "a set that is refused leaves the stored one alone";
     EXPECT_EQ(engr_reset_scene_info_to_disk(), 0);
+    EXPECT_NE(save(1, 6, set), 0);
+    EXPECT_NE(scene_linkage_scene_exe("1"), 0) << "a set that is not stored is not executed";
+    EXPECT_EQ(shown("linkage").dump(), R"({"scenes":0,"modified":null,"loaded":0})");
     EXPECT_EQ(engr_scene_linkage_module_reinit(), 0);
     EXPECT_EQ(shown("linkage").dump(), R"({"scenes":0,"modified":null,"loaded":0})");
 }

@@ -4,6 +4,8 @@
 #include "gateway/config.h"
 #include "gateway_services/error.h"
 
+#include <sys/stat.h>
+
 #include <fstream>
 
 namespace {
@@ -124,19 +126,25 @@ TEST_F(installer_services, wrong_values_are_refused_without_a_change) {
 TEST_F(installer_services, configuration_is_taken_over_as_the_file_stands) {
     EXPECT_STREQ(get_config_path(), "./");
     EXPECT_NE(gw_engineer_sync_default_config(), 0) << "there is no file yet";
-    write_file("cloud.config", "abc");
+    write_file("cloud.config", "{cut");
+    EXPECT_NE(gw_engineer_sync_default_config(), 0);
+    EXPECT_TRUE(world.log().has(0, "cloud.config is not taken over: it is not JSON"));
+    EXPECT_TRUE(shown("config")["taken_over"].is_null());
+    write_file("cloud.config", "[1]");
     for (const auto take_over : {engr_get_gw_cntl()->sync_config, gw_engineer_sync_default_config})
         EXPECT_EQ(take_over(), 0);
     const auto taken = shown("config")["taken_over"];
-    EXPECT_EQ(taken["md5"], "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(taken["md5"], "35dba5d75538a9bbe0b4da4422759a0e");
     EXPECT_EQ(taken["bytes"], 3);
     EXPECT_EQ(taken["posix_s"], world.posix_s());
 
     char *text = nullptr;
     EXPECT_EQ(gw_read_file("./cloud.config", &text), 0);
-    EXPECT_STREQ(text, "abc");
+    EXPECT_STREQ(text, "[1]");
     std::free(text);
-    for (const char *path : {"./app.config", "./", "/dev/zero"})
+    std::filesystem::create_symlink("cloud.config", "link");
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    for (const char *path : {"./app.config", "./", "/dev/zero", "link", "pipe"})
         EXPECT_NE(gw_read_file(path, &text), 0) << path;
     EXPECT_EQ(write_setting("engineer_stat", std::string_view("1", 2)), 0);
     EXPECT_EQ(gateway.trace.back(),
@@ -167,9 +175,11 @@ struct log_snapshots : sim::test {
         write_file("upload-0007.log", "never taken");
         write_file("upload-7.logs", "a file of somebody else");
         gateway::open_options options;
-        options.snapshot_log = [this](const std::string &name) {
-            write_file(name, "line\n");
-            return works;
+        options.newest_log = [this](size_t bytes_max) {
+            if (!works) {
+                throw gateway::refused("no log");
+            }
+            return log.substr(log.size() - std::min(log.size(), bytes_max));
         };
         gateway::open(std::move(options));
     }
@@ -188,7 +198,30 @@ struct log_snapshots : sim::test {
 
     own_directory directory;
     bool works = true;
+    std::string log = "line\n";
 };
+
+TEST_F(log_snapshots, are_the_newest_whole_lines_of_at_most_96_kib) {
+    constexpr size_t most = 96 * 1024;
+    const std::string lines(most - 6, 'x');
+    const struct {
+        std::string log;
+        std::string handed_out;
+    } logs[] = {
+        {"", ""},
+        {"old\n" + lines + "\nlast\n", lines + "\nlast\n"},
+        {"older\nold\n" + lines.substr(1) + "\nlast\n", lines.substr(1) + "\nlast\n"},
+        {"old\n" + lines + "x\nlast\n", "last\n"},
+    };
+    for (const auto &each : logs) {
+        log = each.log;
+        const std::string path = next_path();
+        std::ifstream file(path, std::ios::binary);
+        EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(file), {}) == each.handed_out)
+            << "expected " << each.handed_out.size() << " bytes";
+    }
+    EXPECT_EQ(gateway::status()["log"]["upload_bytes_max"], most);
+}
 
 TEST_F(log_snapshots, are_fresh_files_of_which_one_is_kept) {
     EXPECT_THAT(files(), testing::UnorderedElementsAre("upload-7.logs"));

@@ -2,6 +2,7 @@
 #include "engr_lan_agent.h"
 #include "gateway/device.h"
 #include "gateway/gateway.h"
+#include "gateway/scene.h"
 #include "gateway_services/error.h"
 #include "gateway_services/gateway.h"
 #include "platform/airkiss.h"
@@ -12,6 +13,8 @@
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+
+#include <memory>
 
 namespace {
 
@@ -58,6 +61,39 @@ TEST_F(services, leave_one_line_each_with_their_arguments_in_order) {
                     R"({"call": "wf_station_connect", "args": )"
                     R"({"ssid": "net", "password": null}, "result": 0})",
                     R"({"call": "wf_ap_stop", "args": {}, "result": -7})"));
+}
+
+TEST_F(services, show_no_secret_in_the_trace) {
+    engr_gw_user_token_bind("s3cret");
+    engr_gw_user_token_bind("");
+    gw_wifi_modify_and_conn("net", "s3cret");
+    wf_station_connect("net", "s3cret");
+    const std::string request =
+        R"({"a":[{"PASSWD":"s3cret"}],"token":["s3cret",{"x":1}],"local_key":7,"b":"\"token\":1"})";
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> set(cJSON_Parse(request.c_str()),
+                                                              cJSON_Delete);
+    engr_save_scene_link(0, 0, set.get());
+    for (const std::string &line : trace) {
+        EXPECT_EQ(line.find("s3cret"), std::string::npos) << line;
+    }
+    EXPECT_THAT(trace[1], testing::HasSubstr(R"({"token": ""})")) << "an empty one is none";
+    EXPECT_THAT(
+        trace.back(),
+        testing::HasSubstr(R"("root": {"a":[{"PASSWD":"***"}],"token":"***","local_key":"***",)"
+                           R"("b":"\"token\":1"})"));
+}
+
+TEST_F(services, hand_the_lines_of_calls_that_must_not_wait_to_whoever_keeps_them_soon) {
+    gateway::close();
+    std::vector<std::string> soon;
+    gateway::open_options options;
+    options.trace = [this](std::string_view line) { trace.emplace_back(line); };
+    options.trace_soon = [&](std::string_view line) { soon.emplace_back(line); };
+    gateway::open(std::move(options));
+    engr_set_gw_ext_stat(4);
+    wf_ap_stop();
+    EXPECT_THAT(soon, ElementsAre(testing::HasSubstr("engr_set_gw_ext_stat")));
+    EXPECT_THAT(trace, ElementsAre(testing::HasSubstr("wf_ap_stop")));
 }
 
 TEST_F(services, misbehave_as_told_and_count_it) {

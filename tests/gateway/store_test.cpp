@@ -7,6 +7,9 @@
 #include "gateway_services/error.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <fstream>
 
 namespace {
 
@@ -116,6 +119,74 @@ TEST_F(stored_gateway, that_cannot_be_right_is_refused) {
         run_sql(change);
         EXPECT_THROW(open(), gateway::refused) << change;
     }
+}
+
+TEST_F(stored_gateway, writes_nothing_at_a_start_that_needs_no_write) {
+    open();
+    gateway::close();
+    const auto before = std::filesystem::last_write_time(store_name);
+    run_sql("CREATE TRIGGER unwanted BEFORE INSERT ON setting BEGIN SELECT RAISE(ABORT, 'no'); END;"
+            "PRAGMA wal_checkpoint(TRUNCATE)");
+    const auto written = std::filesystem::last_write_time(store_name);
+    open();
+    EXPECT_EQ(std::filesystem::file_size(std::string(store_name) + "-wal"), 0U);
+    gateway::close();
+    EXPECT_EQ(std::filesystem::last_write_time(store_name), written);
+    EXPECT_LE(before, written);
+}
+
+TEST_F(stored_gateway, brings_a_configuration_back_that_was_cut_and_refuses_what_it_would_follow) {
+    const auto content = [](const char *name) {
+        std::ifstream file(name, std::ios::binary);
+        return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "no file";
+    };
+    const auto write = [](const char *name, const char *text) { std::ofstream(name) << text; };
+    /** Opens a gateway on what a kill has left. */
+    const auto kill_and_open = [&] {
+        const own_directory killed_here;
+        std::filesystem::copy(directory.path(), ".");
+        std::filesystem::current_path(directory.path());
+        gateway::close();
+        std::filesystem::current_path(killed_here.path());
+        open();
+        const std::string left = content("app.config");
+        gateway::close();
+        std::filesystem::current_path(directory.path());
+        open();
+        return left;
+    };
+    open();
+    write("app.config", R"({"a":1})");
+    EXPECT_STREQ(get_config_path(), "./"); // the agent begins the next command
+    for (const char *cut : {"", R"({"b")"}) {
+        write("app.config", cut);
+        EXPECT_EQ(kill_and_open(), R"({"a":1})") << cut;
+        write("app.config", R"({"a":1})");
+        get_config_path();
+    }
+    write("app.config", R"({"b":2})");
+    EXPECT_EQ(kill_and_open(), R"({"b":2})") << "expected a whole one to stay";
+    write("app.config", "as it is");
+    gateway::close();
+    open();
+    EXPECT_EQ(content("app.config"), "as it is") << "no push was under way";
+
+    write("target", "of somebody else");
+    std::filesystem::remove("app.config");
+    std::filesystem::create_symlink("target", "app.config");
+    ASSERT_EQ(mkfifo("cloud.config", 0600), 0);
+    EXPECT_STREQ(get_config_path(), "./");
+    EXPECT_EQ(content("app.config"), "no file");
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status("cloud.config")));
+    std::filesystem::create_symlink("target", "gateway.link");
+    EXPECT_THROW(
+        {
+            gateway::close();
+            gateway::open_options options;
+            options.store_path = "gateway.link";
+            gateway::open(std::move(options));
+        },
+        gateway::refused);
 }
 
 TEST_F(stored_gateway, changes_nothing_in_memory_when_it_cannot_be_written) {

@@ -1,11 +1,15 @@
 // The lines that the Linux port's log hands to a program.
 #include "linux_port/port.h"
+#include "log_limit.h"
 #include "platform/log.h"
+
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -26,7 +30,8 @@ class linux_log : public testing::Test {
     /** The message part of the line that a text becomes. */
     std::string message_of(const std::string &text) {
         lines.clear();
-        PrintLog(0, 0, "f", 1, "g", "%s", text.c_str());
+        static int line = 0; // a place of its own each: what repeats is limited
+        PrintLog(0, 0, "f", ++line, "g", "%s", text.c_str());
         return lines.size() == 1 ? lines[0].substr(lines[0].find(" g ") + 3) : "not one line";
     }
 
@@ -52,6 +57,12 @@ TEST_F(linux_log, the_graver_levels_show_no_secret_of_a_request) {
               R"(fails -1 {"ssid":"s","PassWd" :***,"type":1})");
     EXPECT_EQ(message_of(R"({"token":"never closed)"), R"({"token":***)");
     EXPECT_EQ(message_of(R"({"token":12,"local_key":)"), R"({"token":***,"local_key":***)");
+    EXPECT_EQ(message_of(R"({"passwd":["s3cret","x",{"y":"]"}],"token":{"a":[1,"}"]},"b":1})"),
+              R"({"passwd":***,"token":***,"b":1})");
+    EXPECT_EQ(message_of(R"([{"passwd":["never","closed)"), R"([{"passwd":***)");
+    EXPECT_EQ(message_of(R"([{"token":1},{"pass\u0077d" : "a\\"},{"to\u006Ben":"b"}])"),
+              R"([{"token":***},{"pass\u0077d" :***},{"to\u006Ben":***}])");
+    EXPECT_EQ(message_of(R"({"passwords":"a","\u":"b"})"), R"({"passwords":"a","\u":"b"})");
     EXPECT_EQ(message_of(R"(the "token" is "passwd")"), R"(the "token" is "passwd")");
     linux_port::set_log_level(5);
     PrintLog(0, 4, "f", 1, "g", R"({"token":"t"})");
@@ -67,6 +78,14 @@ TEST_F(linux_log, control_characters_are_dropped_at_the_end_and_visible_inside) 
               "\\xc2\\x9b2J \xC3\x9C")
         << "control characters of eight bits are made visible, letters are not";
     EXPECT_EQ(message_of(""), "");
+    EXPECT_EQ(message_of("\x9b"
+                         "2J \xe2\x80 \xed\xa0\x80 \xff."),
+              "\\x9b2J \\xe2\\x80 \\xed\\xa0\\x80 \\xff.")
+        << "bytes that are no UTF-8 are made visible";
+    EXPECT_EQ(message_of("a\u202eb \u2066c \u200f \u2028."),
+              "a\\xe2\\x80\\xaeb \\xe2\\x81\\xa6c \\xe2\\x80\\x8f \\xe2\\x80\\xa8.")
+        << "what turns the direction of writing or ends a line is made visible";
+    EXPECT_EQ(message_of("\u4f60\u597d \U0001F600"), "\u4f60\u597d \U0001F600");
 }
 
 TEST_F(linux_log, long_messages_are_kept_whole_up_to_a_bound) {
@@ -82,8 +101,131 @@ TEST_F(linux_log, lines_above_the_level_are_dropped) {
         lines.clear();
         linux_port::set_log_level(highest);
         for (int level = 0; level <= 5; level++) {
-            PrintLog(0, level, "f", 1, "g", "text");
+            PrintLog(0, level, "levels", 10 * highest + level, "g", "text");
         }
         EXPECT_EQ(lines.size(), static_cast<size_t>(highest) + 1);
     }
+}
+
+TEST_F(linux_log, lines_of_one_place_that_repeat_are_left_out_and_counted) {
+    constexpr size_t written = 1000;
+    for (size_t i = 0; i < written; ++i) {
+        PrintLog(0, LOG_LEVEL_FAILURE, "flood", 1, "g", "not enough data");
+    }
+    const size_t shown = lines.size();
+    EXPECT_LT(shown, written / 2) << "expected most of them to be left out";
+    PrintLog(0, LOG_LEVEL_FAILURE, "flood", 2, "g", "another place");
+    EXPECT_NE(lines.back().find("another place"), std::string::npos);
+
+    std::vector<std::string> last_lines;
+    linux_port::set_log_sink([&](int, std::string_view line) { last_lines.emplace_back(line); });
+    size_t left_out = 0;
+    size_t plain = 0;
+    for (const std::string &line : lines) {
+        const bool is_notice = line.find(" more lines of this place were left out") != line.npos;
+        plain += line.find("not enough data") != std::string::npos ? 1 : 0;
+        if (is_notice) {
+            EXPECT_NE(line.find(" 0 flood:1 g "), std::string::npos) << line;
+            left_out += std::stoul(line.substr(line.find(" g ") + 3));
+        }
+    }
+    EXPECT_EQ(plain + left_out, written) << "a line was neither written nor counted";
+}
+
+TEST(log_limit, lets_a_place_write_so_many_lines_or_bytes_a_second) {
+    using namespace linux_port;
+    log_limit limit;
+    monotonic_clock::time_point now{};
+    const auto admitted = [&](int line, size_t bytes) {
+        size_t count = 0;
+        for (int i = 0; i < 100 && limit.admits("file.cpp", line, "f", 0, now); ++i) {
+            limit.add_bytes("file.cpp", line, bytes);
+            ++count;
+        }
+        return count;
+    };
+    for (int second = 0; second < 3; ++second) {
+        EXPECT_EQ(admitted(1, 100), log_limit::lines_max);
+        EXPECT_EQ(admitted(2, log_limit::bytes_max / 4), 4U);
+        EXPECT_EQ(admitted(3, log_limit::bytes_max * 4), 1U);
+        now += log_limit::period - std::chrono::nanoseconds(1);
+        EXPECT_EQ(admitted(1, 100), 0U);
+        EXPECT_FALSE(limit.take_left_out(now).has_value()) << "the second is not over";
+        now += std::chrono::nanoseconds(1);
+        uint64_t count = 0;
+        while (const auto left_out = limit.take_left_out(now)) {
+            count += left_out->count;
+        }
+        EXPECT_EQ(count, 4U);
+        EXPECT_FALSE(limit.has_left_out());
+    }
+}
+
+TEST(log_limit, more_places_than_it_remembers_lose_nothing) {
+    linux_port::log_limit limit;
+    const linux_port::monotonic_clock::time_point now{};
+    for (int line = 0; line < 1000; ++line) {
+        EXPECT_TRUE(limit.admits("file.cpp", line, "f", 0, now));
+    }
+    EXPECT_TRUE(limit.admits("file.cpp", 1000, "f", 0, now + linux_port::log_limit::period));
+}
+
+namespace {
+
+/** A pipe in the place of standard error. */
+class standard_error_pipe {
+  public:
+    standard_error_pipe() : before_(dup(STDERR_FILENO)) {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        reader_ = ends[0];
+        dup2(ends[1], STDERR_FILENO);
+        ::close(ends[1]);
+    }
+    ~standard_error_pipe() {
+        dup2(before_, STDERR_FILENO);
+        ::close(before_);
+        close_reader();
+    }
+    standard_error_pipe(const standard_error_pipe &) = delete;
+    standard_error_pipe &operator=(const standard_error_pipe &) = delete;
+
+    /** What one read brings; something was written before. */
+    std::string read_some() const {
+        std::string bytes(1 << 20, '\0');
+        bytes.resize(
+            static_cast<size_t>(std::max<ssize_t>(read(reader_, bytes.data(), bytes.size()), 0)));
+        return bytes;
+    }
+    void close_reader() {
+        if (reader_ >= 0) {
+            ::close(std::exchange(reader_, -1));
+        }
+    }
+
+  private:
+    int before_;
+    int reader_ = -1;
+};
+
+} // namespace
+
+TEST(standard_error, that_nobody_reads_makes_nobody_wait_and_lost_lines_are_counted) {
+    constexpr size_t written = 500;
+    standard_error_pipe standard_error;
+    const std::string line(1000, 'x');
+    for (size_t i = 0; i < written; ++i) {
+        linux_port::write_standard_error(line);
+    }
+    const std::string before = standard_error.read_some();
+    linux_port::write_standard_error("read again");
+    const std::string after = standard_error.read_some();
+    const auto whole = static_cast<size_t>(std::count(before.begin(), before.end(), '\n'));
+    EXPECT_LT(whole, written);
+    EXPECT_NE(after.find(" " + std::to_string(written - whole) + " lines were lost"),
+              std::string::npos)
+        << after;
+    EXPECT_TRUE(after.ends_with("\nread again\n")) << after;
+    standard_error.close_reader();
+    linux_port::write_standard_error("nobody is there");
 }

@@ -3,9 +3,11 @@
 import json
 import os
 import random
+import re
 import signal
 import socket
 import subprocess
+import tempfile
 import time
 import unittest
 
@@ -69,6 +71,27 @@ class SiteTest(unittest.TestCase):
             self.assertEqual(gateway.status()["devices"], 10_000)
 
 
+    def test_a_configuration_that_was_acknowledged_survives_kill_at_any_moment(self):
+        chance = random.Random(8)
+        with Gateway(site=ONE_DEVICE) as gateway:
+            pushed = 0
+            for _ in range(6):
+                client = subprocess.Popen(["sh", "-c", 'for n in $(seq $1 9999); do echo "{\\"n\\": $n}" | "$2" '
+                                           '--gateway "$3" config push app - >/dev/null 2>&1 && echo $n || exit; '
+                                           'done', "sh",
+                                           str(pushed + 1), program("engr_app"), gateway.address],
+                                          stdout=subprocess.PIPE, text=True)
+                for _ in range(chance.randrange(1, 4)):
+                    pushed = int(client.stdout.readline())
+                time.sleep(chance.random() / 20)
+                gateway.stop(signal.SIGKILL)
+                pushed = int((client.communicate(timeout=PATIENCE_S)[0].split() or [pushed])[-1])
+                gateway.start()
+                kept = json.loads(gateway.run_app("config", "pull").stdout)["n"]
+                self.assertIn(kept, (pushed, pushed + 1), "last acknowledged, or the one under way")
+                pushed = kept
+
+
 class LogTest(unittest.TestCase):
     def test_a_log_that_was_fetched_is_a_copy_and_leaves_nothing(self):
         with Gateway("--log-level", "4", data_dir="a b'c\"$(d);e") as gateway:
@@ -122,6 +145,46 @@ class StartTest(unittest.TestCase):
             self.assertEqual(done.returncode, 1)
             self.assertIn("another engr_gatewayd runs on", done.stderr)
             self.assertTrue(gateway.status()["listening"], "the first one is not disturbed")
+
+    def test_directory_that_is_not_safe_from_others_ends_with_1(self):
+        with tempfile.TemporaryDirectory() as directory:
+            os.chmod(directory, 0o770)
+            done = self.run_daemon("--data-dir", directory)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn(f"other users may write in the data directory '{directory}'; keep them out with: chmod go-w",
+                          done.stderr)
+            os.chmod(directory, 0o755)
+            for name in ("engr_gatewayd.log", "gateway.db", "gateway.db-wal"):
+                os.mkfifo(os.path.join(directory, name))
+                done = self.run_daemon("--data-dir", directory)
+                self.assertEqual(done.returncode, 1)
+                self.assertIn(f"{name} in the data directory '{directory}' is not a regular file", done.stderr)
+                os.remove(os.path.join(directory, name))
+            if os.geteuid() != 0:
+                self.skipTest("only root can give a directory away")
+            os.chown(directory, 65534, -1)
+            done = self.run_daemon("--data-dir", directory)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn(f"the data directory '{directory}' belongs to user 65534", done.stderr)
+            self.assertEqual(os.listdir(directory), [])
+
+    def test_files_are_private_but_configurations_are_as_the_agent_makes_them(self):
+        with Gateway(site=ONE_DEVICE, trace=True) as gateway:
+            for kind in ("app", "cloud"):
+                self.assertEqual(gateway.run_app("config", "push", kind, "-", text="{}").returncode, 0)
+            modes = {name: os.stat(os.path.join(gateway.data_dir, name)).st_mode & 0o777
+                     for name in os.listdir(gateway.data_dir)}
+            configs = {name: modes.pop(name) for name in ("app.config", "cloud.config")}
+            self.assertEqual(configs, {"app.config": 0o755, "cloud.config": 0o755})
+            self.assertEqual(set(modes.values()), {0o600}, modes)
+            self.assertEqual(os.stat(gateway.data_dir).st_mode & 0o777, 0o700)
+            self.assertEqual(os.stat(os.path.join(gateway.directory, "trace.jsonl")).st_mode & 0o777, 0o600)
+
+    def test_a_pipe_in_the_place_of_a_configuration_holds_nobody_up(self):
+        with Gateway(site=ONE_DEVICE) as gateway:
+            os.mkfifo(os.path.join(gateway.data_dir, "app.config"))
+            self.assertEqual(gateway.run_app("config", "push", "app", "-", text="{}").returncode, 0)
+            self.assertEqual(gateway.run_app("config", "pull").stdout, "{}\n")
 
     def test_taken_port_is_told_and_taken_over_once_free(self):
         address = own_address()
@@ -190,12 +253,22 @@ class ControlTest(unittest.TestCase):
             for client in silent:
                 client.close()
 
+    def test_every_exported_function_can_be_called(self):
+        header = os.path.join(os.path.dirname(__file__), "../../svc_engineering_mode/include/engr_lan_agent.h")
+        with open(header, encoding="utf-8") as file:
+            declared = re.findall(r"^(?:int32_t|void) (\w+)\(", file.read(), re.MULTILINE)
+        with Gateway(site=ONE_DEVICE) as gateway:
+            known = gateway.run_ctl("call", "nosuch").stderr.split("there are:")[1].split()
+            self.assertEqual(sorted(known), sorted(declared))
+
     def test_exported_functions_are_called_with_what_is_given(self):
         with Gateway() as gateway:
             for arguments, result in [(["engr_lan_sub_dev_bind_report", "a"], -2), (["engr_lan_pro_cntl_init"], 0),
                                       (["engr_lan_gw_unactive_report"], -940), (["lpc_close_all_socket"], None),
                                       (["engr_rpt_upload_upgrade_percent", "50", "a", "1"], -940),
                                       (["engr_lan_sub_dev_unbind_report"], -2), (["engr_lan_dp_sata_report"], -940),
+                                      (["lan_gw_start_upgrade", "a", "1", "5"], 0), (["kelo_net_recv_nd_size"], -1),
+                                      (["engr_lan_gw_subdevice_update", "z", "2", "10", "0", "0"], -901),
                                       (["engr_lan_pro_cntl_exit"], 0), (["engr_lan_pro_cntl_exit"], 0)]:
                 self.assertEqual(gateway.ctl("call", *arguments), {"result": result}, arguments)
             status = gateway.status()

@@ -116,6 +116,11 @@ class Gateway:
         assert done.returncode == 0, f"engr_gatewayctl {arguments}: {done.stderr}"
         return json.loads(done.stdout)
 
+    def run_app(self, *arguments, text=None):
+        """Runs engr_app on this gateway, with a text as its standard input; the finished process with its texts."""
+        return subprocess.run([program("engr_app"), "--gateway", self.address, *arguments], input=text,
+                              capture_output=True, text=True, timeout=PATIENCE_S, check=False)
+
     def status(self):
         return self.ctl("status")
 

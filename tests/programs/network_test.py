@@ -187,7 +187,7 @@ class ProvisionTest(unittest.TestCase):
                 wait_for(gateway, "its own second try",
                          lambda status: status["faults"]["wf_station_connect"]["count"] == 2)
                 gateway.ctl("fault", "wf_station_connect", "off")
-                done = provision("office")
+                done = provision("office", "--gateway", "netgw1")
                 self.assertEqual(done.returncode, 0, done.stderr)
                 self.assertIn(f"gateway netgw1 appeared at {gateway.address}", done.stdout)
                 status = gateway.status()

@@ -22,7 +22,13 @@ enum { LOG_MODULE_AGENT = 0 };
 /**
  * Writes one line. May be called on any thread, also inside callbacks and with a contract mutex
  * held; lines of several threads never mix. The port decides by level what it keeps. Control
- * characters at the end of the message are dropped, those inside it are made visible by the port.
+ * characters at the end of the message are dropped; those inside it, and whatever else a terminal
+ * would obey, are made visible by the port. It does not wait for whoever reads the log.
+ *
+ * Strangers can make a failure happen again and again. So a port leaves out lines of levels 0 to 3
+ * that one place in the source writes too often, and says in one line how many they were. The Linux
+ * port lets a place write 20 lines or 16 KiB in a second, whichever comes first.
+ *
  * errno and the socket error code of the calling thread are left as they were.
  *
  * @param module    number of the writing module

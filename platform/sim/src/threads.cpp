@@ -5,7 +5,9 @@
 
 int32_t CreateAndStart(thrd_handle_t *handle, thrd_hook_t enter, thrd_hook_t leave,
                        thrd_entry_t entry, void *argument, const thrd_param_t *param) {
-    sim::call call(sim::operation::CreateAndStart);
+    sim::call call(sim::operation::CreateAndStart,
+                   {param != nullptr ? int64_t{param->stack_size} : 0,
+                    param != nullptr ? int64_t{param->priority} : 0});
     *handle = nullptr;
     if (call.fails()) {
         return call.failed();

@@ -26,12 +26,15 @@ struct open_options {
                                             in memory, else in files of the working directory */
     site initial_site;                   /**< used when the store is new */
     scenario faults;                     /**< how the services misbehave from the start */
-    /** Takes each trace line, without line feed; it has kept the line when it returns. One call at
-     * a time. Empty: no trace. */
+    /** Takes each trace line, without line feed; it has kept the line when it returns. May be
+     * called on several threads at once. Empty: no trace. */
     std::function<void(std::string_view)> trace;
-    /** Writes the log so far into a file of that name in the working directory; false when it
-     * cannot. Empty: there is no log to upload. */
-    std::function<bool(const std::string &name)> snapshot_log = {};
+    /** Takes the lines of calls that must not wait: it keeps them before any line that trace takes
+     * later, but must not wait for a file. Empty: trace takes these lines, too. */
+    std::function<void(std::string_view)> trace_soon = {};
+    /** Tells the newest bytes of the log, at most so many, cut anywhere. Empty: there is no log to
+     * upload. @throws refused  it cannot be read */
+    std::function<std::string(std::size_t bytes_max)> newest_log = {};
     /** Tells the gateway's address in dotted decimal, empty when it has none. */
     std::function<std::string()> address;
 };
@@ -81,7 +84,8 @@ struct upgrade_start {
 };
 
 /**
- * Has the app that drives the upgrade asked for an image, anew when it is being received.
+ * Has the app that drives the upgrade asked for an image, anew when it is being received. What was
+ * received before is kept until the agent has accepted the start.
  *
  * @return the result of lan_gw_start_upgrade
  * @throws refused  an image is being installed, or there is no room

@@ -81,6 +81,13 @@ using log_sink = std::function<void(int level, std::string_view line)>;
 void set_log_sink(log_sink sink);
 
 /**
+ * Writes a log line, without its newline, to standard error; never waits for whoever reads there. A
+ * line that can't be written at once is lost, or its end is; the next one that can follows a line
+ * that says how many were. Any thread; lines never mix.
+ */
+void write_standard_error(std::string_view line);
+
+/**
  * Ends the threads of the timers and of the message bus and forgets all timers, registrations and
  * waiting messages. Callbacks that run are told to stop and waited for. For the end of a program or
  * a test: no other thread may be in a timer or bus call, and no callback may call it. Both start

@@ -1,0 +1,42 @@
+/* Formatted text in a fixed buffer: what fits, what is cut, and where its end is. */
+#include "transport/bounded_text.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+TEST(bounded_text, keeps_what_fits_and_notes_that_it_was_cut) {
+    const struct {
+        std::vector<const char *> pieces;
+        const char *text;
+        bool is_cut;
+    } cases[] = {
+        {{}, "", false},
+        {{""}, "", false},
+        {{"abcdefg"}, "abcdefg", false},
+        {{"abcdefg", ""}, "abcdefg", false},
+        {{"abcdefgh"}, "abcdefg", true},
+        {{"abc", "", "def"}, "abcdef", false},
+        {{"abc", "defgh"}, "abcdefg", true},
+        {{"abcdefgh", "x"}, "abcdefg", true},
+    };
+    for (const auto &one : cases) {
+        char buffer[9] = "########";
+        bounded_text text(buffer, 8);
+        for (const char *piece : one.pieces) {
+            text.add("%s", piece);
+        }
+        EXPECT_STREQ(text.text(), one.text);
+        EXPECT_EQ(text.length(), std::string(one.text).size());
+        EXPECT_EQ(text.is_cut(), one.is_cut) << one.text;
+        EXPECT_EQ(buffer[8], '\0') << "expected nothing to be written behind the buffer";
+    }
+    char field[4] = "###";
+    copy_text(field, "abcdef");
+    EXPECT_STREQ(field, "abc");
+}
+
+} // namespace

@@ -1,0 +1,76 @@
+"""engr_gatewayd on a disk without room: a small one, mounted in a namespace of this test's own."""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from gateway import PATIENCE_S, Gateway
+
+MOUNT_AND_RUN = 'mount -t tmpfs -o size=8m none "$1" && shift && exec "$@"'
+ONE_DEVICE = {"devices": [{"dev_id": "a", "dps": {"1": 0}}]}
+
+
+def setUpModule():
+    if "ENGR_SMALL_DISK" not in os.environ:
+        raise unittest.SkipTest("no namespace for mounts may be made here")
+
+
+class FullDiskTest(unittest.TestCase):
+    def fill(self, path):
+        """Leaves no byte on the disk."""
+        with open(path, "ab", buffering=0) as file, self.assertRaises(OSError):
+            while True:
+                file.write(bytes(4096))
+
+    def test_an_image_leaves_room_for_everything_else(self):
+        with Gateway(site=ONE_DEVICE, scenario={"upgrade": {"never_start": True}}) as gateway:
+            image = os.path.join(gateway.directory, "image")
+            with open(image, "wb") as file:
+                file.truncate(5 << 20)  # a hole, which takes no room
+            done = gateway.run_app("--timeout", "1", "upgrade", image, "--version", "2")
+            self.assertEqual(done.returncode, 1, done.stderr)
+            self.assertIn("there is no room for an image", gateway.status()["upgrade"]["reason"])
+
+    def test_half_an_image_is_removed_before_anything_is_written(self):
+        with Gateway(site=ONE_DEVICE) as gateway:
+            gateway.stop(signal.SIGKILL)
+            part = os.path.join(gateway.data_dir, "firmware.part")
+            self.fill(part)
+            gateway.start()
+            self.assertFalse(os.path.exists(part))
+            gateway.ctl("set", "product_key", "new")
+
+    def test_a_full_disk_loses_nothing_that_was_acknowledged(self):
+        with Gateway(site=ONE_DEVICE) as gateway:
+            push = ("config", "push", "app", "-")
+            self.assertEqual(gateway.run_app(*push, text='{"n": 1}').returncode, 0)
+            filler = os.path.join(gateway.directory, "filler")
+            for _ in range(2):
+                self.fill(filler)
+                self.assertEqual(gateway.run_app(*push, text='{"n": 2}').returncode, 1)
+                self.assertEqual(json.loads(gateway.run_app("config", "pull").stdout), {"n": 1})
+                gateway.stop(signal.SIGKILL)
+                gateway.start()
+            os.remove(filler)
+            self.assertEqual(gateway.run_app(*push, text='{"n": 2}').returncode, 0)
+            self.assertEqual(json.loads(gateway.run_app("config", "pull").stdout), {"n": 2})
+
+
+def main():
+    """Runs this file again on the small disk, where everything temporary then lies."""
+    may_mount = subprocess.run(["unshare", "-rm", "true"], check=False, stderr=subprocess.DEVNULL).returncode == 0
+    if "ENGR_SMALL_DISK" in os.environ or not may_mount:
+        unittest.main()
+    with tempfile.TemporaryDirectory() as disk:
+        environment = {**os.environ, "TMPDIR": disk, "ENGR_SMALL_DISK": disk}
+        done = subprocess.run(["unshare", "-rm", "sh", "-c", MOUNT_AND_RUN, "sh", disk, sys.executable, *sys.argv],
+                              env=environment, timeout=4 * PATIENCE_S, check=False)
+    sys.exit(done.returncode)
+
+
+if __name__ == "__main__":
+    main()
