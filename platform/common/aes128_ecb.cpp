@@ -1,4 +1,4 @@
-// AES-128 in ECB mode with PKCS#7 padding, over nettle.
+/* AES-128 in ECB mode with PKCS#7 padding, over nettle. */
 #include "platform/crypto.h"
 
 #include "platform/memory.h"

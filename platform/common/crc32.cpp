@@ -1,4 +1,4 @@
-// CRC-32 over zlib.
+/* CRC-32 over zlib. */
 #include "platform/crypto.h"
 
 #include <zlib.h>

@@ -1,4 +1,4 @@
-// Descriptor sets of select: plain lists, the same on every port.
+/* Descriptor sets of select: plain lists, the same on every port. */
 #include "platform/socket.h"
 
 void kelo_hal_net_fd_zero(kelo_fd_set_t *set) {

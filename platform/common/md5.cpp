@@ -1,4 +1,4 @@
-// MD5 over nettle, its state inside the contract's opaque context.
+/* MD5 over nettle, its state inside the contract's opaque context. */
 #include "platform/crypto.h"
 
 #include <nettle/md5.h>

@@ -1,4 +1,4 @@
-// Text helper.
+/* Text helper. */
 #include "platform/text.h"
 
 #include <string_view>

@@ -1,4 +1,4 @@
-// Functions that end the port's background services, for linux_port::shutdown().
+/* Functions that end the port's background services, for linux_port::shutdown(). */
 #pragma once
 
 namespace linux_port {

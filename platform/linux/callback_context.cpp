@@ -1,4 +1,4 @@
-// The thread of the timers and that of the message bus.
+/* The thread of the timers and that of the message bus. */
 #include "callback_context.h"
 
 #include <utility>

@@ -1,5 +1,7 @@
-// A thread of the port on which callbacks run one after the other. The timers and the message bus
-// have one each.
+/*
+ * A thread of the port on which callbacks run one after the other. The timers and the message bus
+ * have one each.
+ */
 #pragma once
 
 #include "platform/thread.h"

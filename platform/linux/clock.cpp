@@ -1,4 +1,4 @@
-// Time of day and sleeping.
+/* Time of day and sleeping. */
 #include "platform/clock.h"
 
 #include "wait.h"

@@ -1,4 +1,4 @@
-// The critical section: one pthread mutex that lends its holder the waiter's priority.
+/* The critical section: one pthread mutex that lends its holder the waiter's priority. */
 #include "platform/critical_section.h"
 
 #include <pthread.h>

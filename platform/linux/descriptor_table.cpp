@@ -1,5 +1,7 @@
-// Descriptor numbers count up to 2^31 - 2 and wrap, past those in use: a number comes back after
-// two thousand million sockets, long after anybody can still hold it.
+/*
+ * Descriptor numbers count up to 2^31 - 2 and wrap, past those in use: a number comes back after
+ * two thousand million sockets, long after anybody can still hold it.
+ */
 #include "descriptor_table.h"
 
 #include <unistd.h>

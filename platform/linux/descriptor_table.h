@@ -1,5 +1,7 @@
-// The sockets behind the descriptor numbers that the port hands out, and the error code of each
-// thread.
+/*
+ * The sockets behind the descriptor numbers that the port hands out, and the error code of each
+ * thread.
+ */
 #pragma once
 
 #include "common/send_patience.h"

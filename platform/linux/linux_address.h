@@ -1,4 +1,4 @@
-// Addresses of the contracts (a number in host byte order) as the system's.
+/* Addresses of the contracts (a number in host byte order) as the system's. */
 #pragma once
 
 #include <arpa/inet.h>

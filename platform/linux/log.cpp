@@ -1,4 +1,4 @@
-// The log: formats each entry as one line and hands it to the program's sink.
+/* The log: formats each entry as one line and hands it to the program's sink. */
 #include "platform/log.h"
 
 #include "linux_port/port.h"

@@ -1,5 +1,7 @@
-// Bounds what lines of one place in the source may take of the log, so that nobody who makes a
-// failure happen again and again fills it.
+/*
+ * Bounds what lines of one place in the source may take of the log, so that nobody who makes a
+ * failure happen again and again fills it.
+ */
 #pragma once
 
 #include "wait.h"

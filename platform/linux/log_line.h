@@ -1,4 +1,4 @@
-// The form of the log's lines.
+/* The form of the log's lines. */
 #pragma once
 
 #include <string>

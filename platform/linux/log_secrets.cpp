@@ -1,4 +1,4 @@
-// Finding the secrets in a log message.
+/* Finding the secrets in a log message. */
 #include "log_secrets.h"
 
 #include <strings.h>

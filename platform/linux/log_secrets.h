@@ -1,4 +1,4 @@
-// Keeps secrets of requests out of the log's graver levels.
+/* Keeps secrets of requests out of the log's graver levels. */
 #pragma once
 
 #include <string>

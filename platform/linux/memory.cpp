@@ -1,4 +1,4 @@
-// Heap over the C library's.
+/* Heap over the C library's. */
 #include "platform/memory.h"
 
 #include <cstdlib>

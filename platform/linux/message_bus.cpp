@@ -1,4 +1,4 @@
-// Message bus: one bounded queue and one delivery thread.
+/* Message bus: one bounded queue and one delivery thread. */
 #include "platform/message_bus.h"
 
 #include "background.h"

@@ -1,4 +1,4 @@
-// Mutexes over pthreads, of the kind that answers wrong use with an error.
+/* Mutexes over pthreads, of the kind that answers wrong use with an error. */
 #include "platform/mutex.h"
 
 #include <pthread.h>

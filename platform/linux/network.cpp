@@ -1,5 +1,7 @@
-// State of the network for a gateway that takes the port as it is: one wired interface, the
-// configured one.
+/*
+ * State of the network for a gateway that takes the port as it is: one wired interface, the
+ * configured one.
+ */
 #include "platform/network.h"
 
 #include "linux_port/port.h"

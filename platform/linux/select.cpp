@@ -1,4 +1,4 @@
-// Select over poll(2): any descriptor number fits, and no unknown one is ever waited for.
+/* Select over poll(2): any descriptor number fits, and no unknown one is ever waited for. */
 #include "descriptor_table.h"
 #include "wait.h"
 

@@ -1,4 +1,4 @@
-// Sending: whole buffers in turn on a connection, single datagrams.
+/* Sending: whole buffers in turn on a connection, single datagrams. */
 #include "descriptor_table.h"
 #include "linux_address.h"
 #include "linux_port/port.h"

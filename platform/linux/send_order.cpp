@@ -1,4 +1,4 @@
-// Taking turns on a socket: a flag under a mutex, and an event for those who have to wait.
+/* Taking turns on a socket: a flag under a mutex, and an event for those who have to wait. */
 #include "send_order.h"
 
 #include <sys/eventfd.h>

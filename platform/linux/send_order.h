@@ -1,4 +1,4 @@
-// Whose turn it is to send on a socket.
+/* Whose turn it is to send on a socket. */
 #pragma once
 
 #include "wait.h"

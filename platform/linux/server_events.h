@@ -1,4 +1,4 @@
-// Reports the state of TCP servers to the program.
+/* Reports the state of TCP servers to the program. */
 #pragma once
 
 #include "descriptor_table.h"

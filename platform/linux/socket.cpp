@@ -1,4 +1,4 @@
-// Sockets: creating, binding, accepting, receiving, closing.
+/* Sockets: creating, binding, accepting, receiving, closing. */
 #include "descriptor_table.h"
 #include "linux_address.h"
 #include "linux_port/port.h"

@@ -1,4 +1,4 @@
-// Options of sockets.
+/* Options of sockets. */
 #include "descriptor_table.h"
 
 #include <netinet/in.h>

@@ -1,5 +1,7 @@
-// Standard error as a place for log lines that never makes the writer wait: lines that nobody reads
-// are lost and counted.
+/*
+ * Standard error as a place for log lines that never makes the writer wait: lines that nobody reads
+ * are lost and counted.
+ */
 #include "linux_port/port.h"
 #include "log_line.h"
 #include "platform/log.h"
@@ -53,7 +55,7 @@ int standard_error::open_without_waiting() {
     return own >= 0 ? own : STDERR_FILENO;
 }
 
-/** Writes what can be written at once. @return the number of bytes */
+/** Writes what can be written at once. Returns the number of bytes */
 size_t standard_error::write_some(int fd, std::string_view bytes) {
     size_t written = 0;
     while (written < bytes.size() && has_room(fd)) {
@@ -75,7 +77,7 @@ bool standard_error::write_whole(int fd, std::string_view bytes) {
     return written == bytes.size();
 }
 
-/** Ends a torn line and says how many were lost. @return whether another line may follow */
+/** Ends a torn line and says how many were lost. Returns whether another line may follow */
 bool standard_error::tell_of_lost_lines(int fd) {
     if (is_inside_line_) {
         if (write_some(fd, "\n") == 0) {

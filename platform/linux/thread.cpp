@@ -1,4 +1,4 @@
-// Threads over pthreads. Priorities are left to the system.
+/* Threads over pthreads. Priorities are left to the system. */
 #include "thread_state.h"
 
 #include <link.h>

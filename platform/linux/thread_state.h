@@ -1,4 +1,4 @@
-// The record behind a thread handle, and what the waits of the port need of the calling thread.
+/* The record behind a thread handle, and what the waits of the port need of the calling thread. */
 #pragma once
 
 #include "platform/thread.h"

@@ -1,4 +1,4 @@
-// Timers: one thread that sleeps until the earliest expiry.
+/* Timers: one thread that sleeps until the earliest expiry. */
 #include "platform/timer.h"
 
 #include "background.h"

@@ -1,4 +1,4 @@
-// Text of strangers as one line that no terminal obeys.
+/* Text of strangers as one line that no terminal obeys. */
 #pragma once
 
 #include <string>

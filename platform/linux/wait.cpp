@@ -1,4 +1,4 @@
-// poll(2) with a deadline and the thread's stop event.
+/* poll(2) with a deadline and the thread's stop event. */
 #include "wait.h"
 
 #include "thread_state.h"

@@ -1,5 +1,7 @@
-// The one way in which the port waits: poll(2) with a deadline, ended by a stop of the calling
-// thread.
+/*
+ * The one way in which the port waits: poll(2) with a deadline, ended by a stop of the calling
+ * thread.
+ */
 #pragma once
 
 #include <poll.h>

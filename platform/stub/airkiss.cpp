@@ -1,4 +1,4 @@
-// AirKiss of a new port. Needed for mode 1 only; a gateway without it keeps these as they are.
+/* AirKiss of a new port. Needed for mode 1 only; a gateway without it keeps these as they are. */
 #include "platform/airkiss.h"
 
 // The task answers requests until its thread is told to stop; returning at once is allowed.

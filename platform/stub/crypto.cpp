@@ -1,6 +1,8 @@
-// Ciphers and digests of a new port.
-// Needs: nothing of the board. Either link engr_platform_common, which does all of this over nettle
-// and zlib, and drop this file, or call the board's own AES, MD5 and CRC units here.
+/*
+ * Ciphers and digests of a new port.
+ * Needs: nothing of the board. Either link engr_platform_common, which does all of this over nettle
+ * and zlib, and drop this file, or call the board's own AES, MD5 and CRC units here.
+ */
 #include "platform/crypto.h"
 
 #include <cstring>

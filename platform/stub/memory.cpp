@@ -1,6 +1,8 @@
-// Heap of a new port.
-// Needs: blocks aligned for any type that any thread may release. The largest frame takes about 2
-// MiB; where the board's heap has less, such frames are refused.
+/*
+ * Heap of a new port.
+ * Needs: blocks aligned for any type that any thread may release. The largest frame takes about 2
+ * MiB; where the board's heap has less, such frames are refused.
+ */
 #include "platform/memory.h"
 
 void *Malloc(size_t) {

@@ -1,6 +1,8 @@
-// Message bus of a new port.
-// Needs: one delivery thread with a bounded queue, reference-counted blocks, and an unregistration
-// that drops what waits and waits for a callback that runs, unless that callback calls it.
+/*
+ * Message bus of a new port.
+ * Needs: one delivery thread with a bounded queue, reference-counted blocks, and an unregistration
+ * that drops what waits and waits for a callback that runs, unless that callback calls it.
+ */
 #include "platform/message_bus.h"
 
 int32_t cmmod_reg_msgcb(cmmod_callback_t, uint16_t *) {

@@ -1,5 +1,7 @@
-// Mutexes of a new port.
-// Needs: plain mutexes; a null handle does nothing.
+/*
+ * Mutexes of a new port.
+ * Needs: plain mutexes; a null handle does nothing.
+ */
 #include "platform/mutex.h"
 
 int32_t kelo_hal_mutex_create_init(kelo_mutex_t *) {

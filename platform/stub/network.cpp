@@ -1,6 +1,8 @@
-// Network state of a new port.
-// Needs: the kind of network in use, whether it is up, and the gateway's address on it. The server
-// waits until it is up; the discovery broadcast follows the address.
+/*
+ * Network state of a new port.
+ * Needs: the kind of network in use, whether it is up, and the gateway's address on it. The server
+ * waits until it is up; the discovery broadcast follows the address.
+ */
 #include "platform/network.h"
 
 int32_t engr_get_wired_wifi_current_net(uint8_t *) {

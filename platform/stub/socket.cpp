@@ -1,8 +1,10 @@
-// Sockets of a new port.
-// Needs: a table from numbers that never come back to the stack's sockets; waits (select, receive,
-// accept, a send without room) that a close from another thread and a stop of the waiting thread
-// end at once; sends that go out whole, one after the other, and give up on a peer that
-// takes too little; an error code a thread.
+/*
+ * Sockets of a new port.
+ * Needs: a table from numbers that never come back to the stack's sockets; waits (select, receive,
+ * accept, a send without room) that a close from another thread and a stop of the waiting thread
+ * end at once; sends that go out whole, one after the other, and give up on a peer that
+ * takes too little; an error code a thread.
+ */
 #include "platform/socket.h"
 
 void kelo_hal_net_fd_zero(kelo_fd_set_t *set) {

@@ -1,7 +1,9 @@
-// Threads of a new port.
-// Needs: the handle stored before the body runs, a stop that ends what the thread waits in and then
-// waits for its end (a thread that stops itself is not waited for), and stacks of the asked size
-// plus what the port's own calls take.
+/*
+ * Threads of a new port.
+ * Needs: the handle stored before the body runs, a stop that ends what the thread waits in and then
+ * waits for its end (a thread that stops itself is not waited for), and stacks of the asked size
+ * plus what the port's own calls take.
+ */
 #include "platform/thread.h"
 
 int32_t CreateAndStart(thrd_handle_t *handle, thrd_hook_t, thrd_hook_t, thrd_entry_t, void *,

@@ -1,6 +1,8 @@
-// Timers of a new port.
-// Needs: one context that runs all callbacks, ids of 16 bits that come back late, and a deletion
-// that waits for a callback that runs, unless that callback calls it.
+/*
+ * Timers of a new port.
+ * Needs: one context that runs all callbacks, ids of 16 bits that come back late, and a deletion
+ * that waits for a callback that runs, unless that callback calls it.
+ */
 #include "platform/timer.h"
 
 int32_t sys_add_timer(sys_timer_callback_t, void *, uint16_t *) {

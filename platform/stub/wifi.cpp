@@ -1,4 +1,4 @@
-// Wi-Fi of a new port. A gateway without Wi-Fi keeps these as they are.
+/* Wi-Fi of a new port. A gateway without Wi-Fi keeps these as they are. */
 #include "platform/wifi.h"
 
 int32_t wf_wk_mode_get(uint32_t *) {

@@ -1,5 +1,5 @@
 /* Formatted text in a fixed buffer: what fits, what is cut, and where its end is. */
-#include "transport/bounded_text.h"
+#include "base/bounded_text.h"
 
 #include <gtest/gtest.h>
 

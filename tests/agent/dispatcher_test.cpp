@@ -1,8 +1,8 @@
 /* The dispatcher: registered handlers, decryption, and types that nobody serves. */
 #include "clients/lan_pro_cntl.h"
 #include "story_gateway.h"
-#include "transport/frame_handlers.h"
 #include "transport/frame_types.h"
+#include "transport/registered_handlers.h"
 
 namespace {
 

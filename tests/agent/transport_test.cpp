@@ -1,8 +1,8 @@
 /* The frame to the byte, keys, and the segmented transfer. */
+#include "base/byte_cursor.h"
 #include "clients/lan_pro_cntl.h"
 #include "platform/owners.h"
 #include "story_gateway.h"
-#include "transport/byte_cursor.h"
 #include "transport/frame.h"
 #include "transport/frame_types.h"
 #include "transport/keys.h"

@@ -52,7 +52,7 @@ class seeded_chooser final : public chooser {
     uint64_t stay_of_64_;
 };
 
-/** Repeats the decisions of decisions_text(); afterwards the running thread keeps running. */
+/** Repeats recorded decisions; afterwards the running thread keeps running. */
 class recorded_chooser final : public chooser {
   public:
     explicit recorded_chooser(std::string decisions) : decisions_(std::move(decisions)) {}

@@ -75,12 +75,8 @@ std::string logbook::text(size_t last) const {
     return all;
 }
 
-bool logbook::wants(int level) {
-    ++seen_;
-    return level <= level_max_;
-}
-
 void logbook::add(log_line line) {
+    ++seen_;
     if (lines_.size() >= lines_max) {
         lines_.erase(lines_.begin(), lines_.begin() + lines_max / 2);
     }
@@ -97,15 +93,13 @@ void PrintLog(int module, int level, const char *file, int line, const char *fun
     const int saved_errno = errno;
     sim::call call(sim::operation::PrintLog, {module, level, line});
     sim::core &core = sim::current_core();
-    if (core.log.wants(level)) {
-        va_list arguments;
-        va_start(arguments, format);
-        std::string message = sim::presentable(sim::formatted(format, arguments));
-        va_end(arguments);
-        call.note(message);
-        core.log.add({core.threads.now_ms(), core.threads.self().name, module, level, file, line,
-                      function, std::move(message)});
-    }
+    va_list arguments;
+    va_start(arguments, format);
+    std::string message = sim::presentable(sim::formatted(format, arguments));
+    va_end(arguments);
+    call.note(message);
+    core.log.add({core.threads.now_ms(), core.threads.self().name, module, level, file, line,
+                  function, std::move(message)});
     call.end(0);
     errno = saved_errno;
 }

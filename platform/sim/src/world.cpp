@@ -109,12 +109,6 @@ uint32_t world::posix_s() const {
                                  static_cast<int64_t>(core_->threads.now_ms() / 1000));
 }
 
-void world::set_posix(uint32_t seconds) {
-    core_->posix_offset_s =
-        static_cast<int64_t>(seconds) - static_cast<int64_t>(core_->threads.now_ms() / 1000);
-    core_->threads.test_acts();
-}
-
 void world::jump_posix(int64_t seconds) {
     core_->posix_offset_s += seconds;
     core_->threads.test_acts();
@@ -200,14 +194,6 @@ uint64_t world::steps() const {
 
 std::string world::trace_text() const {
     return core_->records.trace;
-}
-
-std::string world::decisions_text() const {
-    return core_->threads.decisions();
-}
-
-std::string world::threads_text() const {
-    return core_->threads.describe();
 }
 
 core &core_of(world &of) {

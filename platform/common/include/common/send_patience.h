@@ -1,4 +1,4 @@
-// How long sends may wait for a peer: the rule of kelo_hal_net_send, the same in every port.
+/* How long sends may wait for a peer: the rule of kelo_hal_net_send, the same in every port. */
 #pragma once
 
 #include <algorithm>

@@ -1,5 +1,7 @@
-// What a program that uses the Linux port decides itself: its network, its log, the end of the
-// port's threads.
+/*
+ * What a program that uses the Linux port decides itself: its network, its log, the end of the
+ * port's threads.
+ */
 #pragma once
 
 #include <cstdint>

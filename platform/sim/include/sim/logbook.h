@@ -44,20 +44,15 @@ class logbook {
     [[nodiscard]] uint64_t seen() const { return seen_; }
     /** Forgets the lines so far. */
     void clear() { lines_.clear(); }
-    /** Keeps only lines of this level and graver ones (default 5: all). */
-    void keep(int level_max) { level_max_ = level_max; }
     /** Also writes every kept line to standard error. */
     void echo(bool on) { echo_ = on; }
 
-    /** For the port: whether a line of the level is kept; counts it. */
-    [[nodiscard]] bool wants(int level);
     /** For the port: adds a line. */
     void add(log_line line);
 
   private:
     std::deque<log_line> lines_;
     uint64_t seen_ = 0;
-    int level_max_ = 5;
     bool echo_ = false;
 };
 

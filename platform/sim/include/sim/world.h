@@ -51,7 +51,7 @@ class chooser;
 /** Options of a world. The seed decides everything that the others leave to chance. */
 struct options {
     uint64_t seed = 1;
-    /** Decisions of the scheduler to repeat, as decisions_text() prints them; empty: the seed
+    /** Decisions of the scheduler to repeat, as run_result::decisions has them; empty: the seed
      * decides. */
     std::string decisions = {};
     /** Time of day at the start, seconds since 1970. */
@@ -187,9 +187,7 @@ class world {
     void run_until_idle();
     /** Time of day, seconds since 1970. */
     [[nodiscard]] uint32_t posix_s() const;
-    /** Sets the time of day; timers and sleeps don't notice. */
-    void set_posix(uint32_t seconds);
-    /** Moves the time of day by so many seconds, either way. */
+    /** Moves the time of day by so many seconds, either way; timers and sleeps don't notice. */
     void jump_posix(int64_t seconds);
 
     /** Starts a thread of the test. */
@@ -247,10 +245,6 @@ class world {
     [[nodiscard]] uint64_t steps() const;
     /** All contract calls so far, one a line (options::trace). */
     [[nodiscard]] std::string trace_text() const;
-    /** The scheduler's decisions so far, for options::decisions. */
-    [[nodiscard]] std::string decisions_text() const;
-    /** Every thread with what it does or waits for, one a line. */
-    [[nodiscard]] std::string threads_text() const;
 
   private:
     friend core &core_of(world &of);

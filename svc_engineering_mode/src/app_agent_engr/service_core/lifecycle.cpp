@@ -16,6 +16,7 @@
 #include "upgrade/upgrade_state.h"
 
 #include <atomic>
+#include <iterator>
 
 namespace {
 
@@ -23,6 +24,7 @@ constexpr uint32_t discovery_period_ms = 5000;
 constexpr uint32_t worker_stack_size = 0x800;
 constexpr uint32_t worker_priority = 3;
 
+/** A receiver of bus messages, and where its message id is stored. */
 struct message_entry {
     std::atomic<uint16_t> *message_id;
     cmmod_callback_t callback;
@@ -70,7 +72,6 @@ void unregister_messages() {
 }
 
 int32_t register_messages() {
-    int32_t registered = 0;
     for (const message_entry &entry : msg_tbl) {
         uint16_t message_id = CMMOD_NO_MESSAGE_ID;
         const int32_t op_ret = cmmod_reg_msgcb(entry.callback, &message_id);
@@ -78,9 +79,8 @@ int32_t register_messages() {
             return op_ret;
         }
         *entry.message_id = message_id;
-        ++registered;
     }
-    LAN_LOG(LOG_LEVEL_TRACE, "cmmod register finish %d", registered);
+    LAN_LOG(LOG_LEVEL_TRACE, "cmmod register finish %d", static_cast<int>(std::size(msg_tbl)));
     return 0;
 }
 
