@@ -87,6 +87,9 @@ failure session::explain(const lan_client::error &problem) {
             return wrong_key_sentence();
         case error_kind::deactivated:
             return deactivated_sentence();
+        case error_kind::answer_too_long:
+            return name + " announces an answer that is too long to be one (" + problem.detail +
+                   "); nothing of it was kept";
         case error_kind::damaged:
             return "the answer of " + name + " arrived damaged (" + problem.detail +
                    "): try again; if it stays so, gateway and program compute the CRC differently";

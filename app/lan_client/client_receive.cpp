@@ -172,7 +172,8 @@ void client::conversation::take_segment(exchange_list::iterator found, const fra
     }
     if (at.count > static_cast<std::int32_t>(max_transfer_segments) ||
         found->received.size() + bytes.size() > max_transfer_bytes) {
-        return complete(found, {.failure = {error_kind::damaged, "the transfer is too long"}});
+        return complete(found, {.failure = {error_kind::answer_too_long,
+                                            std::to_string(at.count) + " segments"}});
     }
     found->received += bytes;
     found->segments_received = at.number;

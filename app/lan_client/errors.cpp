@@ -27,6 +27,8 @@ const char *error_name(error_kind kind) {
         return "deactivated";
     case error_kind::damaged:
         return "damaged";
+    case error_kind::answer_too_long:
+        return "answer_too_long";
     case error_kind::too_large:
         return "too_large";
     case error_kind::queue_full:

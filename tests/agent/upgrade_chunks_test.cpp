@@ -55,6 +55,7 @@ TEST_F(upgrade_chunks, reach_the_service_byte_for_byte_and_are_asked_for_in_turn
     EXPECT_EQ(app->ask(FRM_DOWNLOAD_FIRMWARE, chunk(0, six_bytes)),
               R"(231/0/0/{"firmwareType":0,"cid":"gw0001","offset":6,"downloadSize":4})");
     EXPECT_EQ(told_remain_len, 0U) << "expected a service that hands nothing back to need no store";
+    world.run_until_idle();
     EXPECT_EQ(world.log().count(4, "download end"), 1U);
     EXPECT_EQ(app->ask(FRM_DOWNLOAD_FIRMWARE, chunk(6, "6789")),
               R"(231/0/0/{"firmwareType":0,"cid":"gw0001","offset":10,"downloadSize":0})");

@@ -17,6 +17,7 @@ enum class error_kind {
     wrong_key,       ///< the answer can't be decrypted with any key at hand
     deactivated,     ///< the answer is under the built-in key, which is not among those to be used
     damaged,         ///< the answer's CRC is wrong, or its segments are out of order
+    answer_too_long, ///< the answer is, or says that it will be, longer than any gateway's
     too_large,       ///< the request is longer than gateways accept
     queue_full,      ///< the gateway does not take what it is sent, and too much waits already
     cancelled,       ///< the app closed the connection
