@@ -67,8 +67,9 @@ class id_list {
     uint32_t count_ = 0;
 };
 
-/** Fills the two lists with the devices. Returns false when there is no room. */
-bool fill_line_lists(uint32_t size, id_list &online, id_list &offline) {
+/** Fills the two lists with the devices. Returns false when there is no room; the app has its
+ * answer then. */
+bool fill_line_lists(const lan_request &request, uint32_t size, id_list &online, id_list &offline) {
     const gateway_text gw_id(&gw_cntl_t::gw_id);
     gw_cntl_t &gateway = *engr_get_gw_cntl();
     const held_mutex hold(gateway.dev_mutex);
@@ -82,6 +83,7 @@ bool fill_line_lists(uint32_t size, id_list &online, id_list &offline) {
         if (!has_room) {
             LAN_LOG(LOG_LEVEL_FAILURE, "length:%d,ol_size:%d,off_size:%d", static_cast<int>(size),
                     static_cast<int>(online.count()), static_cast<int>(offline.count()));
+            refuse(request.source, "length not enough");
             return false;
         }
         if (is_listed) {
@@ -148,8 +150,8 @@ void __lan_get_dev_line_stat(const lan_request &request) {
     }
     online.begin();
     offline.begin();
-    if (!fill_line_lists(size, online, offline)) {
-        return refuse(request.source, "length not enough");
+    if (!fill_line_lists(request, size, online, offline)) {
+        return;
     }
     online.end();
     offline.end();
