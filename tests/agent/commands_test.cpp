@@ -466,8 +466,7 @@ TEST_F(commands, that_fetch_the_log_send_it_whole_and_remove_it) {
     world.fail("Malloc", sim::nth(1));
     EXPECT_EQ(app->ask(254), "254/7/1/read log error");
     EXPECT_TRUE(world.log().has(0, "malloc error:"));
-    EXPECT_TRUE(std::filesystem::exists("upload.log"))
-        << "expected a log that was not read to stay";
+    EXPECT_TRUE(std::filesystem::exists("upload.log")) << "expected an unread log to stay";
 
     for (const size_t size : {size_t{2500}, size_t{1024}, size_t{0}}) {
         SCOPED_TRACE(size);

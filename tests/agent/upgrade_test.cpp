@@ -259,6 +259,7 @@ TEST_F(upgrade, a_chunk_that_fails_ends_it_and_tells_the_service_only_what_it_do
         service.chunk_result = one.chunk_result;
         app->send(7, FRM_DOWNLOAD_FIRMWARE, one.payload);
         EXPECT_EQ(app->receive_text(100), "nothing") << "expected no answer to a failed chunk";
+        EXPECT_FALSE(world.log().has(4, "download end")) << "expected this of a taken chunk only";
         EXPECT_TRUE(world.log().has(0, one.log)) << "expected: " << one.log;
         EXPECT_EQ(state(), "0/2/still");
         EXPECT_EQ(service.take_told(), one.told);
@@ -280,6 +281,7 @@ TEST_F(upgrade, a_request_that_can_not_be_sent_ends_it) {
     world.run_for(100);
     app.emplace(other);
     EXPECT_TRUE(world.log().has(0, "send error:-909"));
+    EXPECT_FALSE(world.log().has(4, "download end"));
     EXPECT_EQ(state(), "0/2/still");
     EXPECT_EQ(service.take_told(), "chunk 0+4; outcome 1");
     // The next connection has a number of its own: it gets no requests of the old one.
