@@ -59,7 +59,7 @@ ordered_json report_data_points(const argument_list &list) {
 }
 
 /** A transfer of the image that was offered last; its callbacks are the upgrade service's. */
-ordered_json start_upgrade(const argument_list &list) {
+ordered_json call_start_upgrade(const argument_list &list) {
     return gateway::start_upgrade({.cid = list.has(0) ? list.text(0) : "",
                                    .chunk_size = list.number<uint32_t>(2, "chunk_size"),
                                    .percent = list.number<uint32_t>(1, "rpt_percent") != 0});
@@ -123,7 +123,7 @@ constexpr exported_function functions[] = {
          return engr_rpt_upload_upgrade_percent(list.number<int32_t>(0, "progress"), list.text(1),
                                                 list.number<uint8_t>(2, "reserved"));
      }},
-    {"lan_gw_start_upgrade", "[DEV_ID [RPT_PERCENT [CHUNK_SIZE]]]", 3, start_upgrade},
+    {"lan_gw_start_upgrade", "[DEV_ID [RPT_PERCENT [CHUNK_SIZE]]]", 3, call_start_upgrade},
     {"engr_lan_gw_subdevice_update", "[DEV_ID [SW_VER [FIRMWARE_TYPE [RESULT [RESERVED]]]]]", 5,
      [](const argument_list &list) -> ordered_json {
          return engr_lan_gw_subdevice_update(

@@ -96,7 +96,7 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
     ASSERT_EQ(engr_lan_protocol_register_cb(241, must_not_run), 0);
     story_app app = gateway.connect();
     std::string numbers = R"({"a":[0)";
-    for (int i = 0; i < 19'997; ++i) {
+    for (int i = 0; i < 65'533; ++i) {
         numbers += ",0";
     }
     const std::string most_values = numbers + "]}";

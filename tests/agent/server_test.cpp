@@ -212,9 +212,11 @@ TEST_F(server, closes_a_client_that_left_broke_off_or_sent_urgent_data) {
     story_app reset = gateway.connect();
     story_app urgent = gateway.connect();
     story_app sound = gateway.connect();
+    errno = ENOENT; // left by something before
     closed.peer.close();
     reset.peer.reset();
     world.run_until_idle();
+    EXPECT_FALSE(world.log().has(0, "errno:2")) << "expected the receive's own errno";
     urgent.peer.send_urgent();
     world.run_until_idle();
     EXPECT_EQ(world.log().count(2, "find error socket"), 3U);

@@ -9,9 +9,8 @@ namespace {
  * small. */
 constexpr uint32_t nesting_limit = 32;
 
-/** Real requests have some thousands of values at most. The parser takes about 80 bytes for each.
- * */
-constexpr uint32_t value_limit = 20'000;
+/** Enough to bind 20,000 devices at once. The parser takes about 80 bytes for each value. */
+constexpr uint32_t value_limit = 65'536;
 
 /** Whether parsing a text could take too much stack or memory. */
 bool is_too_large(const char *text) {

@@ -140,6 +140,7 @@ void give_up_client(int32_t socket, int system_error) {
 
 read_outcome read_from_client(int32_t socket, uint32_t now) {
     uint8_t *recv_buf = lan_pro_cntl.load()->recv_buf;
+    errno = 0; // the end of a stream sets none
     const int32_t received = kelo_hal_net_recv(socket, recv_buf, lan_recv_buf_size);
     if (received <= 0) {
         give_up_client(socket, errno);

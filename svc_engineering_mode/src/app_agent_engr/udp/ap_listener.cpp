@@ -10,6 +10,7 @@
 #include "transport/keys.h"
 
 #include <atomic>
+#include <utility>
 
 namespace {
 
@@ -107,8 +108,9 @@ int32_t set_up(lan_ap_nw_cfg_t &listener) {
     return op_ret;
 }
 
-/** Closes the socket, which wakes the thread, and ends the thread. */
-void tear_down(lan_ap_nw_cfg_t *listener) {
+/** Closes the socket, which wakes the thread, and ends the thread. Returns false when the calling
+ * thread is the listener's own, which then releases the listener itself. */
+bool tear_down(lan_ap_nw_cfg_t *listener) {
     const bool is_own_thread = listener->thread_id == GetThrdSelfId();
     if (is_own_thread) {
         listener->is_stopped_from_within = true;
@@ -120,9 +122,7 @@ void tear_down(lan_ap_nw_cfg_t *listener) {
     } else {
         LAN_LOG(LOG_LEVEL_TRACE, "Delete thread");
     }
-    if (!is_own_thread) {
-        Free(listener);
-    }
+    return !is_own_thread;
 }
 
 /** Creates a listener. Returns 0, or the code of what failed, with everything released. */
@@ -173,6 +173,10 @@ void engr_lan_ap_nw_cfg_stop(void) {
         LAN_LOG(LOG_LEVEL_WARNING, "ap cfg is NULL");
         return;
     }
-    tear_down(lan_ap_nw_cfg);
-    listener_life.end_stop();
+    lan_ap_nw_cfg_t *listener = std::exchange(lan_ap_nw_cfg, nullptr);
+    const bool is_ours_to_release = tear_down(listener);
+    listener_life.end_stop(); // waits for the listener's thread
+    if (is_ours_to_release) {
+        Free(listener);
+    }
 }

@@ -4,6 +4,7 @@
 #include "base/agent_log.h"
 #include "engr_lan_agent.h"
 #include "gateway/gateway.h"
+#include "platform/clock.h"
 #include "platform/critical_section.h"
 #include "platform/timer.h"
 
@@ -30,15 +31,18 @@ bool is_expiring = false;       // the expiry reports the outcome to the service
 bool is_release_wanted = false; // the agent was stopped; release at the end of the upgrade
 uint32_t upgrade_number = 0;    // of the current upgrade
 uint32_t transfer_number = 0;   // of the current transfer; changes when it is over
-uint8_t ext_stat_wanted = 0;    // extended state that the gateway should have
-bool is_ext_stat_due = false;   // the gateway has not been given it yet
-bool is_publishing = false;     // a thread is giving it to the gateway
+/** More than there are threads that may end something at once; each waits for its own. */
+constexpr uint32_t ext_stats_due_max = 8;
+uint8_t ext_stats_due[ext_stats_due_max]; // extended states that the gateway is to have, in turn
+uint32_t ext_stats_wanted = 0;            // how many there were
+uint32_t ext_stats_given = 0;             // how many of them the gateway has had
+bool is_publishing = false;               // a thread gives it one
 
 // Everything down to end() is called inside the critical section.
 
 void want_ext_stat(uint8_t ext_stat) {
-    ext_stat_wanted = ext_stat;
-    is_ext_stat_due = true;
+    ext_stats_due[ext_stats_wanted % ext_stats_due_max] = ext_stat;
+    ++ext_stats_wanted;
 }
 
 void enter(phase next) {
@@ -65,9 +69,7 @@ void stop_watchdog() {
 }
 
 void start_watchdog(uint32_t timeout_ms) {
-    is_watchdog_armed = true;
-    // Fails only for an unknown timer.
-    static_cast<void>(sys_start_timer(update_timeout, timeout_ms, SYS_TIMER_ONE_SHOT));
+    is_watchdog_armed = sys_start_timer(update_timeout, timeout_ms, SYS_TIMER_ONE_SHOT) == 0;
 }
 
 /** A transfer that is over leaves no callback behind, since what they belong to may be gone, and
@@ -94,24 +96,44 @@ void end(open_transfer transfer) {
     want_ext_stat(GW_EXT_STAT_UPGRADE_ENDED);
 }
 
-/** Next extended state for the calling thread to give to the gateway. Returns false when there is
- * none, or another thread is at it. */
-bool take_ext_stat(uint8_t &ext_stat, bool is_first) {
+/** What a thread does that waits until the gateway has had an extended state. */
+enum class publishing : uint8_t { done, mine, of_another };
+
+publishing begin_publishing(uint32_t until, uint8_t &ext_stat) {
     const held_critical_section hold;
-    if (is_first && is_publishing) {
-        return false;
+    if (static_cast<int32_t>(until - ext_stats_given) <= 0) {
+        return publishing::done;
     }
-    ext_stat = ext_stat_wanted;
-    is_publishing = std::exchange(is_ext_stat_due, false);
-    return is_publishing;
+    if (is_publishing) {
+        return publishing::of_another;
+    }
+    is_publishing = true;
+    ext_stat = ext_stats_due[ext_stats_given % ext_stats_due_max];
+    return publishing::mine;
 }
 
-/** Gives the gateway the extended state, outside the critical section, since its service may wait.
- * One thread at a time does so, until nothing is due, so that the last state is given last. */
-void publish_ext_stat() {
-    uint8_t ext_stat = 0;
-    for (bool is_first = true; take_ext_stat(ext_stat, is_first); is_first = false) {
-        engr_set_gw_ext_stat(ext_stat);
+void end_publishing() {
+    const held_critical_section hold;
+    is_publishing = false;
+    ++ext_stats_given;
+}
+
+/** Gives the gateway its extended states one after the other, outside the critical section, and
+ * returns when it has had so many: what the caller does next comes after its own. */
+void publish_ext_stats(uint32_t until) {
+    while (true) {
+        uint8_t ext_stat = 0;
+        switch (begin_publishing(until, ext_stat)) {
+        case publishing::done:
+            return;
+        case publishing::mine:
+            engr_set_gw_ext_stat(ext_stat);
+            end_publishing();
+            break;
+        case publishing::of_another:
+            kelo_hal_system_delay(1);
+            break;
+        }
     }
 }
 
@@ -144,8 +166,9 @@ class state_change {
     state_change(const state_change &) = delete;
     state_change &operator=(const state_change &) = delete;
     ~state_change() {
+        const uint32_t until = ext_stats_wanted;
         kelo_hal_critical_section_leave();
-        publish_ext_stat();
+        publish_ext_stats(until);
         release(true);
     }
 };
@@ -293,7 +316,9 @@ void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result) {
 
 void upgrade_end(const lan_upg_mgr_t &manager) {
     const state_change change;
-    if (update_stat == 1 && manager.upgrade_number == upgrade_number) {
+    const bool another_is_told =
+        current == phase::telling && manager.transfer_number != transfer_number;
+    if (update_stat == 1 && manager.upgrade_number == upgrade_number && !another_is_told) {
         end(open_transfer::stays);
     }
 }

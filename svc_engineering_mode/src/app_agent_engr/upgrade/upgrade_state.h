@@ -27,8 +27,9 @@
  *     version reported     idle           idle       idle           idle           idle
  *
  * "Upgrade ends" is the end of whoever told the outcome (the worker, or a chunk that failed); it
- * ends only the upgrade in which that transfer was decided. Every end of an upgrade sets the
- * extended state to GW_EXT_STAT_UPGRADE_ENDED.
+ * ends only the upgrade in which that transfer was decided, and not while another transfer of it is
+ * being told. A version report of an unknown device switches the watchdog off and ends nothing.
+ * Every end of an upgrade sets the extended state to GW_EXT_STAT_UPGRADE_ENDED.
  *
  * So each transfer has one outcome at most. It has none when it is replaced (whoever replaces it
  * knows), when a version report ends it, when the service itself refused a chunk, and when no
