@@ -13,32 +13,36 @@ AGENT = "svc_engineering_mode/src/app_agent_engr/"
 PUBLIC = "svc_engineering_mode/include/"
 CONTRACTS = "platform/include/"
 
-# Floors of the agent from the ground up; folders of one floor do not know each other.
-FLOORS = (("base",), ("clients",), ("transport",), ("udp", "upgrade"), ("command",), ("service_core",))
+# The page whose picture of the house says which folder lies above which.
+PICTURE_PAGE = "docs/tour.md"
+PICTURE = re.compile(r"^```text\n(platform/.*?)^```$", re.MULTILINE | re.DOTALL)
 
 
-def agent_directions():
-    below = []
-    for floor in FLOORS:
-        for folder in floor:
-            yield AGENT + folder + "/", (AGENT + folder + "/", *below, PUBLIC, CONTRACTS)
-        below += [AGENT + folder + "/" for folder in floor]
+def read_picture(page):
+    """(folder, folders whose files it may include), from the picture in the tour; the longest folder comes first.
 
+    A line that begins at the margin is a part: its folder, and after "on" the folders outside of it that it uses. The
+    indented lines below are its floors, from the top down: FOLDER | FOLDER  what it has. Folders of one floor do not
+    know each other. What stands nowhere in the picture (tests, fuzz, bench) may include all.
+    """
+    parts = []
+    for line in filter(None, PICTURE.search(page)[1].splitlines()):
+        if not line.startswith(" "):
+            name, _, ground = line.partition(" on ")
+            parts.append((name.strip(), ground.replace(",", " ").split(), []))
+        else:
+            parts[-1][2].append(re.split(r"  +", line.strip())[0].split(" | "))
+    directions = []
+    for part, ground, floors in parts:
+        below = tuple(ground)
+        for floor in reversed(floors):
+            rooms = tuple(part + room + "/" for room in floor)
+            directions += [(room, (room, *below)) for room in rooms]
+            below += rooms
+        if not floors:
+            directions.append((part, (part, *below)))
+    return sorted(directions, key=lambda direction: -len(direction[0])), [part for part, _, floors in parts if floors]
 
-# Where a file lies, and where the files of ours that it includes may lie. The first match counts; what matches
-# nothing (tests, fuzz, bench) may include all.
-DIRECTIONS = (
-    *agent_directions(),
-    (PUBLIC, (PUBLIC, CONTRACTS)),
-    (CONTRACTS, (CONTRACTS,)),
-    ("platform/common/", ("platform/common/", CONTRACTS)),
-    ("platform/linux/", ("platform/linux/", "platform/common/", CONTRACTS)),
-    ("platform/sim/", ("platform/sim/", "platform/common/", CONTRACTS)),
-    ("platform/stub/", ("platform/stub/", CONTRACTS)),
-    ("gateway/", ("gateway/", PUBLIC, CONTRACTS, "platform/linux/include/", "platform/common/include/")),
-    ("app/", ("app/",)),
-    ("packaging/", (PUBLIC, CONTRACTS)),
-)
 
 # What the agent may include of others: the C library, and C++ headers that do not allocate.
 AGENT_SYSTEM_HEADERS = set("""
@@ -125,12 +129,16 @@ def resolve(includer, bracket, name, files):
 
 def check_includes(files):
     graph = {}
+    directions, parts = read_picture(files[PICTURE_PAGE])
+    for folder, _ in directions:
+        if not any(path.startswith(folder) for path in files):
+            yield PICTURE_PAGE, 1, "floor", f"the picture shows {folder}, which is not there"
     for path, text in files.items():
         if not re.search(CXX, path):
             continue
-        allowed = next((to for origin, to in DIRECTIONS if path.startswith(origin)), None)
-        if path.startswith(AGENT) and allowed is None:
-            yield path, 1, "floor", "put it into one of the agent's folders: " + ", ".join(sum(FLOORS, ()))
+        allowed = next((to for origin, to in directions if path.startswith(origin)), None)
+        if allowed is None and path.startswith(tuple(parts)):
+            yield path, 1, "floor", f"put it into one of the folders of the picture in {PICTURE_PAGE}"
         for number, line in enumerate(text.splitlines(), start=1):
             match = INCLUDE.match(line)
             if not match:
@@ -267,6 +275,7 @@ def self_test():
         ("heavy_header", "gateway/a.h", top + "#pragma once\n#include <nlohmann/json.hpp>\n"),
         ("cycle", AGENT + "command/c.h", top + '#pragma once\n#include "command/d.h"\n'),
         ("floor", AGENT + "a.cpp", top),
+        ("floor", PICTURE_PAGE, "# Tour\n\n```text\nplatform/\n  cellar\n```\n"),
         ("banned_allocation", agent, top + "int *p = new int;\n"),
         ("banned_allocation", agent, top + "void f() { free(p); }\n"),
         ("banned_allocation", agent, top + "void f() { delete p; }\n"),
@@ -298,9 +307,23 @@ def self_test():
         ("long_file", "tests/a.py", "# Purpose.\n" * 501),
         ("last_newline", agent, top + "int a;"),
     )
-    house = {AGENT + "command/d.h": top + '#pragma once\n#include "command/c.h"\n',
-             AGENT + "command/c.h": top + "#pragma once\n", AGENT + "upgrade/u.h": top + "#pragma once\n",
-             AGENT + "base/l.h": top + "#pragma once\n", CONTRACTS + "platform/log.h": top + "#pragma once\n",
+    picture = f"""# Tour\n\n```text
+platform/
+  linux
+  include
+svc_engineering_mode/ on platform/include
+  src/app_agent_engr/command     what a client asks for
+  src/app_agent_engr/udp | src/app_agent_engr/upgrade
+  src/app_agent_engr/transport
+  src/app_agent_engr/base
+  include
+gateway/ on {PUBLIC}, {CONTRACTS}
+app/
+```\n"""
+    headers = (AGENT + "base/l.h", AGENT + "transport/t.h", AGENT + "udp/a.h", AGENT + "upgrade/u.h",
+               AGENT + "command/c.h", CONTRACTS + "platform/log.h", "platform/linux/p.h", "gateway/g.h", "app/a.h")
+    house = {PICTURE_PAGE: picture, **{name: top + "#pragma once\n" for name in headers},
+             AGENT + "command/d.h": top + '#pragma once\n#include "command/c.h"\n',
              PUBLIC + "engr_lan_agent.h": top + "#pragma once\n#ifdef __cplusplus\n#endif\n"}
     sound = (top + '#include "transport/a.h"\n\n/**\n * @param a  one\n * @return two\n */\n/** @return 0 */\n'
              '#include "base/l.h"\n#include "platform/log.h"\n#include <cstring>\n'
