@@ -8,7 +8,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 SOURCE = ROOT / "svc_engineering_mode/src/app_agent_engr/transport/frame_types.h"
 DOCUMENT = ROOT / "docs/protocol.md"
-HEAD = "| Type | Name | Way | Payload | Meaning |\n| --- | --- | --- | --- | --- |\n"
+HEAD = "| Type | Name | Direction | Payload | Meaning |\n| --- | --- | --- | --- | --- |\n"
 ROW = re.compile(r"X\((\d+), (\w+), (\w+), (\w+), (\w+),\s*\"([^\"]*)\"\)")
 
 
