@@ -27,20 +27,10 @@ struct command_case {
 
 struct commands : agent_test {
     commands() {
-        // Files are written where the test runs: in a directory of its own.
-        std::string name = std::filesystem::temp_directory_path() / "engr_commands_XXXXXX";
-        EXPECT_NE(mkdtemp(name.data()), nullptr);
-        directory = name;
-        std::filesystem::current_path(directory);
         gateway.start();
         app.emplace(gateway.connect());
         gateway.trace.clear();
     }
-    ~commands() override {
-        std::filesystem::current_path("/");
-        std::filesystem::remove_all(directory);
-    }
-
     /** The calls so far, without those that only ask for the extended state. */
     std::string calls() {
         std::string all;
@@ -108,7 +98,7 @@ struct commands : agent_test {
         }
     }
 
-    std::filesystem::path directory;
+    working_directory directory;
     std::optional<story_app> app;
 };
 
@@ -373,7 +363,7 @@ TEST_F(commands, deactivation_changes_the_key_of_the_next_frame) {
 
 TEST_F(commands, that_push_and_read_configuration_keep_it_byte_for_byte) {
     const auto file = [&](const char *name) {
-        std::ifstream in(directory / name, std::ios::binary);
+        std::ifstream in(name, std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(in), {});
     };
     const command_case cases[] = {
@@ -420,81 +410,14 @@ TEST_F(commands, that_push_and_read_configuration_keep_it_byte_for_byte) {
         << "expected no end of engineering when the app could not be told of its success";
 
     app.emplace(gateway.connect());
-    std::filesystem::create_directory(directory / "d");
-    std::filesystem::remove(directory / "app.config");
-    std::filesystem::create_directory(directory / "app.config");
-    EXPECT_EQ(app->ask(246, "{}", true), "246/7/1/download app config error");
+    std::filesystem::create_directory("d");
+    std::filesystem::remove("app.config");
+    std::filesystem::create_directory("app.config");
+    EXPECT_EQ(app->ask(FRM_DOWNLOAD_APP_CFG, "{}", true), "246/7/1/download app config error");
     EXPECT_TRUE(world.log().has(0, "open error:Is a directory"));
-    std::filesystem::remove(directory / "cloud.config");
-    std::filesystem::create_directory(directory / "cloud.config");
-    EXPECT_EQ(app->ask(245, "{}", true), "245/7/1/download cloud config error");
-}
-
-char log_path[80];
-
-int32_t tell_log_path(char *path, uint32_t size) {
-    EXPECT_EQ(size, 64U);
-    std::strncpy(path, log_path, size);
-    return 0;
-}
-
-TEST_F(commands, that_fetch_the_log_send_it_whole_and_remove_it) {
-    gw_cntl_t &record = *engr_get_gw_cntl();
-    const auto write_log = [&](size_t size) {
-        std::string text;
-        while (text.size() < size) {
-            text += "line " + std::to_string(text.size()) + '\n';
-        }
-        text.resize(size);
-        std::ofstream("upload.log", std::ios::binary) << text;
-        std::strncpy(log_path, "./upload.log", sizeof log_path);
-        return text;
-    };
-    record.get_log_path = nullptr;
-    EXPECT_EQ(app->ask(254), "254/7/1/read log error") << "expected no log without the callback";
-    record.get_log_path = [](char *, uint32_t) { return int32_t{-1}; };
-    EXPECT_EQ(app->ask(254), "254/7/1/read log error");
-    record.get_log_path = tell_log_path;
-    std::strncpy(log_path, "./none.log", sizeof log_path);
-    EXPECT_EQ(app->ask(254), "254/7/1/read log error");
-    EXPECT_TRUE(world.log().has(0, "stat file error:No such file or directory"));
-    std::filesystem::create_directory(directory / "directory.log");
-    std::strncpy(log_path, "./directory.log", sizeof log_path);
-    EXPECT_EQ(app->ask(254), "254/7/1/read log error");
-    EXPECT_TRUE(world.log().has(0, "read file:./directory.log error, count:4294967295 st_size:"));
-    write_log(100);
-    world.fail("Malloc", sim::nth(1));
-    EXPECT_EQ(app->ask(254), "254/7/1/read log error");
-    EXPECT_TRUE(world.log().has(0, "malloc error:"));
-    EXPECT_TRUE(std::filesystem::exists("upload.log")) << "expected an unread log to stay";
-
-    for (const size_t size : {size_t{2500}, size_t{1024}, size_t{0}}) {
-        SCOPED_TRACE(size);
-        const std::string text = write_log(size);
-        world.log().clear();
-        app->send(9, 254);
-        std::string received;
-        int32_t number = 0;
-        while (const auto frame = app->receive(1'000)) {
-            ASSERT_TRUE(frame->segment) << "expected segments";
-            EXPECT_EQ(frame->segment->number, ++number);
-            EXPECT_EQ(frame->segment->count, static_cast<int32_t>(size / 1024 + 1));
-            EXPECT_EQ(frame->number, 9U);
-            EXPECT_EQ(frame->ret, 0U);
-            received += frame->payload;
-        }
-        EXPECT_EQ(received, text) << "expected the log as it is, not encrypted";
-        EXPECT_TRUE(world.log().has(4, "begin to send log,file len:" + std::to_string(size)));
-        EXPECT_TRUE(world.log().has(4, "remove log file cmd:rm -rf ./upload.log"));
-        EXPECT_FALSE(std::filesystem::exists("upload.log"));
-    }
-    write_log(5000);
-    app->send(9, 254);
-    world.run_for(350);
-    app->peer.reset();
-    world.run_for(3'000);
-    EXPECT_FALSE(std::filesystem::exists("upload.log"))
-        << "expected a log whose upload failed to be gone, too";
+    std::filesystem::remove("cloud.config");
+    std::filesystem::create_directory("cloud.config");
+    EXPECT_EQ(app->ask(FRM_DOWNLOAD_CLOUD_CFG, "{}", true), "245/7/1/download cloud config error");
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "lan_client/frame.h"
 #include "sim/testing.h"
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -38,6 +39,39 @@ class story_app {
 };
 
 /** A gateway with the agent in a world; stopped and closed at the end of the scope. */
+/** Choices of a story, from a random stream apart from the scheduler's, so that each variant meets
+ * all kinds of schedules. */
+class variants {
+  public:
+    explicit variants(const sim::world &world) : engine_(world.seed() * 0x9E3779B97F4A7C15U) {}
+    /** True once in n times. */
+    bool one_in(uint64_t n) { return below(n) == 0; }
+    /** 0 to n - 1. */
+    uint64_t below(uint64_t n) { return engine_() % n; }
+
+  private:
+    std::mt19937_64 engine_;
+};
+
+/** A new, empty directory, which is the current one as long as this lives. */
+class working_directory {
+  public:
+    working_directory() {
+        std::string name = std::filesystem::temp_directory_path() / "engr_files_XXXXXX";
+        EXPECT_NE(mkdtemp(name.data()), nullptr);
+        path_ = name;
+        std::filesystem::current_path(path_);
+    }
+    working_directory(const working_directory &) = delete;
+    ~working_directory() {
+        std::filesystem::current_path("/");
+        std::filesystem::remove_all(path_);
+    }
+
+  private:
+    std::filesystem::path path_;
+};
+
 class story_gateway {
   public:
     explicit story_gateway(sim::world &world, const std::string &site = small_site,

@@ -69,10 +69,9 @@ typedef int32_t (*gw_lan_ug_cb_t)(struct lan_fw_info *firmware);
 typedef int32_t (*dev_lan_ug_cb_t)(const char *dev_id, struct lan_fw_info *firmware);
 
 /**
- * Makes a log file ready for upload. The agent reads it, sends it, and removes it with the shell
- * command "rm -rf PATH".
+ * Makes a log file ready for upload. The agent reads it, sends it and removes it.
  *
- * @param[out] path  NUL-terminated. It must not contain anything that a shell would interpret
+ * @param[out] path  NUL-terminated
  * @param size       usable bytes of path with the NUL, 64
  * @return 0 = ready; else the app is told "read log error"
  */

@@ -60,7 +60,14 @@ struct core;
     X(kelo_hal_net_recvfrom, true, false)                                                          \
     X(kelo_hal_net_send, true, true)                                                               \
     X(kelo_hal_net_send_to, true, true)                                                            \
-    X(kelo_hal_net_get_errno, false, false)
+    X(kelo_hal_net_get_errno, false, false)                                                        \
+    X(engr_file_open, true, false)                                                                 \
+    X(engr_file_create, true, false)                                                               \
+    X(engr_file_read, true, false)                                                                 \
+    X(engr_file_write, true, false)                                                                \
+    X(engr_file_close, true, false)                                                                \
+    X(engr_file_size, true, false)                                                                 \
+    X(engr_file_remove, true, false)
 
 enum class operation : uint8_t {
 #define X(name, noticeable, wakes) name,

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <unistd.h>
+
 namespace sim {
 
 namespace {
@@ -43,7 +45,7 @@ namespace {
 /** Whether the contract lets an operation fail. */
 bool can_fail(operation target) {
     return target != operation::kelo_hal_mutex_lock && target != operation::kelo_hal_mutex_unlock &&
-           target != operation::kelo_hal_system_delay &&
+           target != operation::kelo_hal_system_delay && target != operation::engr_file_close &&
            target != operation::kelo_hal_critical_section_enter &&
            target != operation::kelo_hal_critical_section_leave;
 }
@@ -124,6 +126,9 @@ void core::check_leftovers() {
         problem("left over: message block of " + std::to_string(message->shown.length) +
                 " bytes, id " + std::to_string(message->message_id));
     }
+    for (const auto &[handle, file] : files.open) {
+        problem("left over: open file " + file.path);
+    }
     for (const fault &each : records.faults) {
         if (each.active && each.strikes == 0 && !each.may_stay_unreached) {
             problem("a fault of " + std::string(operations[static_cast<size_t>(each.target)].name) +
@@ -137,6 +142,10 @@ void core::drop_everything() {
         std::free(block);
     }
     heap.blocks.clear();
+    for (const auto &[handle, file] : files.open) {
+        close(file.descriptor);
+    }
+    files.open.clear();
 }
 
 } // namespace sim

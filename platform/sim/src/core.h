@@ -77,6 +77,16 @@ struct bus_state {
     thread *context = nullptr;
 };
 
+struct file_record {
+    int descriptor;
+    std::string path;
+};
+
+struct file_state {
+    std::map<int32_t, file_record> open;
+    int32_t next_handle = 0; /**< 0 is a handle like any other */
+};
+
 /** A failure that for_each_nth_failure has prepared. */
 struct prepared_failure {
     operation target;
@@ -96,6 +106,7 @@ struct core {
     std::deque<kelo_mutex> mutexes;
     timer_state timers;
     bus_state bus;
+    file_state files;
     logbook log;
     int64_t posix_offset_s; /**< time of day minus virtual time */
     std::vector<std::string> problems;

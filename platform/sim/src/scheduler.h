@@ -40,6 +40,7 @@ struct kelo_thread {
     bool released = false;       /**< the handle must not be used any more */
     bool is_service = false;     /**< a context of the port itself */
     int32_t error_code = 0;
+    int file_error = 0; /**< errno of the last failed call of a file */
     int saved_errno = 0;
 };
 

@@ -167,6 +167,7 @@ resources world::in_use() const {
     }
     used.registrations = core_->bus.callbacks.size();
     used.message_blocks = core_->bus.blocks.size();
+    used.files = core_->files.open.size();
     return used;
 }
 

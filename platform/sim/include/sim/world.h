@@ -117,8 +117,8 @@ struct failure {
     int64_t result = -1;
     /** Error code of the calling thread afterwards (socket operations only). */
     int32_t error_code = -199;
-    /** 0 or more: send, recv and recvfrom really transfer at most so many bytes and return that
-     * count instead of failing. */
+    /** 0 or more: send, recv, recvfrom and reads and writes of files really transfer at most so
+     * many bytes and return that count instead of failing. */
     int64_t partial_bytes = -1;
     /** Only calls of threads of this name count and fail; empty: of all. */
     std::string thread = {};
@@ -130,6 +130,7 @@ using fault_id = size_t;
 /** Resources in use. */
 struct resources {
     size_t memory_blocks = 0;
+    size_t files = 0;          /**< open ones */
     size_t memory_bytes = 0;
     size_t sockets = 0;
     size_t threads = 0; /**< handles not yet deleted */

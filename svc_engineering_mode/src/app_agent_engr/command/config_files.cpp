@@ -6,40 +6,37 @@
 #include "base/gateway_fields.h"
 #include "engr_lan_agent.h"
 #include "gateway/config.h"
+#include "platform/file.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <utility>
 
 namespace {
 
 using platform::heap_block;
 
-constexpr mode_t config_file_mode = 0755;
 constexpr uint32_t setting_text_size = 10;
-constexpr uint32_t remove_command_size = 256;
+constexpr uint64_t log_bytes_max = INT32_MAX - 1; // what one read and one frame can take
 
 /** An open file, closed with its scope. */
 class open_file {
   public:
-    open_file(const char *path, int flags, mode_t mode = 0)
-        : descriptor_(open(path, flags | O_CLOEXEC, mode)) {}
+    /** @param handle  result of engr_file_open or engr_file_create */
+    explicit open_file(int32_t handle) : handle_(handle) {}
     open_file(const open_file &) = delete;
     open_file &operator=(const open_file &) = delete;
     ~open_file() {
-        if (descriptor_ >= 0) {
-            close(descriptor_);
+        if (handle_ >= 0) {
+            engr_file_close(handle_);
         }
     }
 
-    explicit operator bool() const { return descriptor_ >= 0; }
-    [[nodiscard]] int descriptor() const { return descriptor_; }
+    explicit operator bool() const { return handle_ >= 0; }
+    [[nodiscard]] int32_t handle() const { return handle_; }
 
   private:
-    int descriptor_;
+    int32_t handle_;
 };
 
 } // namespace
@@ -48,13 +45,13 @@ int32_t __lan_download_cfg(const char *path, const uint8_t *content, uint32_t le
     if (path == nullptr || content == nullptr) {
         return ENGR_ERR_FAILED;
     }
-    const open_file file(path, O_WRONLY | O_CREAT | O_TRUNC, config_file_mode);
+    const open_file file(engr_file_create(path));
     if (!file) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "open error:%s", std::strerror(errno));
+        LAN_LOG(LOG_LEVEL_FAILURE, "open error:%s", engr_file_error());
         return ENGR_ERR_FAILED;
     }
-    const ssize_t count = write(file.descriptor(), content, length);
-    if (count != static_cast<ssize_t>(length)) {
+    const int32_t count = engr_file_write(file.handle(), content, length);
+    if (count < 0 || static_cast<uint32_t>(count) != length) {
         LAN_LOG(LOG_LEVEL_FAILURE, "write count:%u len:%u", static_cast<uint32_t>(count), length);
         return ENGR_ERR_FAILED;
     }
@@ -81,39 +78,38 @@ int32_t __read_log_file(const char *path, heap_block<char> &buffer, uint32_t &le
     if (path == nullptr) {
         return ENGR_ERR_ARGUMENT;
     }
-    struct stat status {};
-    if (stat(path, &status) != 0) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "stat file error:%s", std::strerror(errno));
+    uint64_t size = 0;
+    if (engr_file_size(path, &size) != 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "stat file error:%s", engr_file_error());
         return ENGR_ERR_FAILED;
     }
-    const auto size = static_cast<uint64_t>(status.st_size);
     LAN_LOG(LOG_LEVEL_TRACE, "file size:%d", static_cast<int>(size));
-    auto content = heap_block<char>::allocate(size + 1);
+    heap_block<char> content;
+    if (size <= log_bytes_max) {
+        content = heap_block<char>::allocate(static_cast<size_t>(size) + 1);
+    }
     if (!content) {
         LAN_LOG(LOG_LEVEL_FAILURE, "malloc error:%s", std::strerror(errno));
         return ENGR_ERR_NO_MEMORY;
     }
     length = static_cast<uint32_t>(size);
-    std::memset(content.get(), 0, size + 1);
-    const open_file file(path, O_RDONLY);
+    std::memset(content.get(), 0, size_t{length} + 1);
+    const open_file file(engr_file_open(path));
     if (!file) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "open error %s", std::strerror(errno));
+        LAN_LOG(LOG_LEVEL_FAILURE, "open error %s", engr_file_error());
         return ENGR_ERR_FAILED;
     }
-    const ssize_t count = read(file.descriptor(), content.get(), size);
-    if (count < 0 || static_cast<uint64_t>(count) != size) {
+    const int32_t count = engr_file_read(file.handle(), content.get(), length);
+    if (count < 0 || static_cast<uint32_t>(count) != length) {
         LAN_LOG(LOG_LEVEL_FAILURE, "read file:%s error, count:%u st_size:%u", path,
-                static_cast<uint32_t>(count), static_cast<uint32_t>(size));
+                static_cast<uint32_t>(count), length);
         return ENGR_ERR_FAILED;
     }
-    buffer = static_cast<heap_block<char> &&>(content);
+    buffer = std::move(content);
     return ENGR_OK;
 }
 
 void __remove_log_file(const char *path) {
-    local_text<remove_command_size> command;
-    command->add("rm -rf %s", path);
-    LAN_LOG(LOG_LEVEL_TRACE, "remove log file cmd:%s", command->text());
-    // The path is the gateway's own. NOLINTNEXTLINE(cert-env33-c)
-    [[maybe_unused]] const int ignored = std::system(command->text());
+    LAN_LOG(LOG_LEVEL_TRACE, "remove log file cmd:rm -rf %s", path);
+    [[maybe_unused]] const int32_t ignored = engr_file_remove(path);
 }

@@ -24,11 +24,10 @@
  *
  * @param[out] buffer  on success its bytes, a 0 byte behind them
  * @param[out] length  its size, stored as soon as it is known
- * @return 0; -2 no path; -1 the file can't be read; -3 no memory
+ * @return 0; -2 no path; -1 the file can't be read; -3 no memory, or a file of 2 GiB
  */
 [[nodiscard]] int32_t __read_log_file(const char *path, platform::heap_block<char> &buffer,
                                       uint32_t &length);
 
-/** Removes a file by a shell command; the path must not contain anything that a shell interprets.
- * */
+/** Removes a file that was uploaded. It stays where it can't be removed. */
 void __remove_log_file(const char *path);
