@@ -1,6 +1,5 @@
 # The three key seeds of the LAN protocol. Gateway and apps must be built with the same ones. They reach the code
-# through a generated header, as a list of character codes and as single stores into a buffer, so that no string of them
-# exists.
+# through a generated header, as single stores into a buffer, so that no string of them exists.
 include_guard(GLOBAL)
 set(seed_lists "")
 set(default_seeds "")
@@ -21,7 +20,6 @@ foreach(number 1 2 3)
     endif()
     string(REGEX REPLACE "(..)" "0x\\1, " codes "${hex}")
     string(REGEX REPLACE ", $" "" codes "${codes}")
-    string(APPEND seed_lists "#define ENGR_KEY${number}_SEED_CODES ${codes}\n")
     set(stores "")
     set(position 0)
     string(REPLACE ", " ";" code_list "${codes}")

@@ -18,22 +18,11 @@ namespace {
 
 using seed_bytes = std::array<std::uint8_t, key_bytes>;
 
-// The seeds lie masked in the program, and the mask is not known to the optimiser, so that
-// searching the program for texts does not find them.
-constexpr std::uint8_t seed_mask = 0xA5;
-volatile std::uint8_t unmask = seed_mask;
+// A seed is written character by character: the stores are volatile, so that the compiler can't
+// merge them and no part of the seed is readable in the program.
+using seed_buffer = volatile std::uint8_t *;
 
-constexpr seed_bytes masked(seed_bytes seed) {
-    for (std::uint8_t &byte : seed) {
-        byte ^= seed_mask;
-    }
-    return seed;
-}
-
-aes_key key_of_seed(seed_bytes seed) {
-    for (std::uint8_t &byte : seed) {
-        byte = static_cast<std::uint8_t>(byte ^ unmask);
-    }
+aes_key key_of_seed(seed_bytes &seed) {
     md5_ctx context;
     md5_init(&context);
     md5_update(&context, seed.size(), seed.data());
@@ -73,18 +62,24 @@ std::optional<aes_key> aes_key::from_text(std::string_view text) {
 }
 
 aes_key configuration_key() {
-    static constexpr seed_bytes seed = masked({ENGR_KEY1_SEED_CODES});
-    return key_of_seed(seed);
+    seed_bytes bytes;
+    const seed_buffer seed = bytes.data();
+    ENGR_KEY1_SEED_STORES(seed)
+    return key_of_seed(bytes);
 }
 
 aes_key discovery_key() {
-    static constexpr seed_bytes seed = masked({ENGR_KEY2_SEED_CODES});
-    return key_of_seed(seed);
+    seed_bytes bytes;
+    const seed_buffer seed = bytes.data();
+    ENGR_KEY2_SEED_STORES(seed)
+    return key_of_seed(bytes);
 }
 
 aes_key unactivated_key() {
-    static constexpr seed_bytes seed = masked({ENGR_KEY3_SEED_CODES});
-    return key_of_seed(seed);
+    seed_bytes bytes;
+    const seed_buffer seed = bytes.data();
+    ENGR_KEY3_SEED_STORES(seed)
+    return key_of_seed(bytes);
 }
 
 std::string encrypt(const aes_key &key, std::string_view plain) {

@@ -149,7 +149,18 @@ typedef int (*lan_protocol_cb_t)(cJSON *root);
  */
 int32_t engr_lan_protocol_register_cb(int32_t frame_type, lan_protocol_cb_t handler);
 
-/* ---- helper for other modules ---- */
+/* ---- helpers for other modules ---- */
+
+/**
+ * Copies the key that payloads of the TCP channel are encrypted with at the moment: local_key of
+ * the gateway record while active_stat is GW_ACTIVATED, else the built-in key. For the services
+ * that encrypt or decrypt payloads themselves (engr_pack_data_with_cmd). Takes field_mutex of the
+ * gateway record.
+ *
+ * @param[out] key  room for 16 bytes (AES128_KEY_SIZE)
+ * @return 0; -2 key is null
+ */
+int32_t engr_lan_get_tcp_key(uint8_t *key);
 
 /**
  * Reads an exact number of bytes from a non-blocking socket, giving the peer about 30 s for each

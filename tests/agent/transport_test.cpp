@@ -135,6 +135,23 @@ TEST_F(transport, keys_built_again_are_the_same_and_cipher_and_text_go_both_ways
     EXPECT_STREQ(text.get(), "{}");
 }
 
+TEST_F(transport, exports_the_current_tcp_key_even_before_the_agent_starts) {
+    gateway.stop();
+    std::memset(app_key3, 0, sizeof app_key3);
+    uint8_t key[AES128_KEY_SIZE] = {};
+    EXPECT_EQ(engr_lan_get_tcp_key(nullptr), -2);
+    EXPECT_EQ(engr_lan_get_tcp_key(key), 0);
+    EXPECT_EQ(hex(key, 16), hex(lan_client::unactivated_key().data(), 16));
+    ::gateway::set_gateway_field("local_key", "0123456789abcdef");
+    ::gateway::set_gateway_field("active_stat", "1");
+    EXPECT_EQ(engr_lan_get_tcp_key(key), 0);
+    EXPECT_EQ(hex(key, 16), hex(lan_client::unactivated_key().data(), 16))
+        << "expected a deactivated gateway to use the built-in key";
+    ::gateway::set_gateway_field("active_stat", "2");
+    EXPECT_EQ(engr_lan_get_tcp_key(key), 0);
+    EXPECT_EQ(std::string(std::begin(key), std::end(key)), "0123456789abcdef");
+}
+
 /** Sends to the first client of the table. */
 int32_t send_large(const std::string &data) {
     return __mlp_gw_tcp_large_send(lan_pro_cntl.load()->sockets[0], 7, 254, 0, data.data(),

@@ -78,10 +78,9 @@ int32_t engr_gw_unbind_device_inner(dev_cntl_t *device);
 
 /**
  * Encrypts a data-point report. The agent sends the output as the payload of FRM_DP_REPORT as it
- * is, so the service has to encrypt it with the TCP key: AES-128 in ECB mode with PKCS#7 padding
- * (aes128_ecb_encode); the key is local_key of the gateway record while active_stat is
- * GW_ACTIVATED, else the MD5 of seed 3, which gateway and apps share. Called on the message bus's
- * delivery thread.
+ * is, so the service has to encrypt it with the key of the TCP channel (engr_lan_get_tcp_key), by
+ * AES-128 in ECB mode with PKCS#7 padding (aes128_ecb_encode). Called on the message bus's delivery
+ * thread.
  *
  * @param mode                given as 0
  * @param text                the data points, as engr_lan_dp_sata_report got them; NUL-terminated

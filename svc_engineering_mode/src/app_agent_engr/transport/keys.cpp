@@ -1,6 +1,7 @@
 /* Building the keys from their seeds, and choosing the TCP key. */
 #include "keys.h"
 
+#include "engr_lan_agent.h"
 #include "gateway/gateway.h"
 #include "key_seeds.h"
 #include "platform/owners.h"
@@ -13,45 +14,44 @@ uint8_t app_key3[AES128_KEY_SIZE];
 
 namespace {
 
-/** A key's buffer while the seed is written, character by character: the stores are volatile, so
- * that the compiler can't merge them and no part of the seed is readable in the program. */
+/** A key's seed while it is written, character by character: the stores are volatile, so that the
+ * compiler can't merge them and no part of the seed is readable in the program. */
 using seed_buffer = volatile uint8_t *;
 
-/** Replaces the seed in a buffer by its key. */
-void seed_to_key(uint8_t (&buffer)[AES128_KEY_SIZE]) {
+/** Stores the key of a seed, unless it is stored already: other threads may read it meanwhile. */
+void store_key(const uint8_t (&seed)[AES128_KEY_SIZE], uint8_t (&key)[AES128_KEY_SIZE]) {
     uint8_t digest[MD5_DIGEST_SIZE] = {};
     uni_md5_context_t context;
     uni_md5_init(&context);
-    uni_md5_update(&context, buffer, sizeof buffer);
+    uni_md5_update(&context, seed, sizeof seed);
     uni_md5_final(&context, digest);
-    std::memcpy(buffer, digest, sizeof buffer);
+    const platform::held_critical_section hold;
+    if (std::memcmp(key, digest, sizeof key) != 0) {
+        std::memcpy(key, digest, sizeof key);
+    }
 }
 
 } // namespace
 
-// Two threads may build app_key1 at once, and again while others read it: the finished key is
-// stored only when it is not there yet.
 void make_key1_encode() {
-    uint8_t key[AES128_KEY_SIZE];
-    const seed_buffer seed = key;
+    uint8_t bytes[AES128_KEY_SIZE];
+    const seed_buffer seed = bytes;
     ENGR_KEY1_SEED_STORES(seed)
-    seed_to_key(key);
-    const platform::held_critical_section hold;
-    if (std::memcmp(app_key1, key, sizeof key) != 0) {
-        std::memcpy(app_key1, key, sizeof key);
-    }
+    store_key(bytes, app_key1);
 }
 
 void make_key2_encode() {
-    const seed_buffer seed = app_key2;
+    uint8_t bytes[AES128_KEY_SIZE];
+    const seed_buffer seed = bytes;
     ENGR_KEY2_SEED_STORES(seed)
-    seed_to_key(app_key2);
+    store_key(bytes, app_key2);
 }
 
 void make_key3_encode() {
-    const seed_buffer seed = app_key3;
+    uint8_t bytes[AES128_KEY_SIZE];
+    const seed_buffer seed = bytes;
     ENGR_KEY3_SEED_STORES(seed)
-    seed_to_key(app_key3);
+    store_key(bytes, app_key3);
 }
 
 tcp_key current_tcp_key() {
@@ -61,4 +61,14 @@ tcp_key current_tcp_key() {
     const bool activated = gateway.active_stat == GW_ACTIVATED;
     std::memcpy(key.bytes, activated ? gateway.local_key : app_key3, sizeof key.bytes);
     return key;
+}
+
+int32_t engr_lan_get_tcp_key(uint8_t *key) {
+    if (key == nullptr) {
+        return ENGR_ERR_ARGUMENT;
+    }
+    make_key3_encode(); // the agent may not have been started yet
+    const tcp_key current = current_tcp_key();
+    std::memcpy(key, current.bytes, sizeof current.bytes);
+    return ENGR_OK;
 }

@@ -12,11 +12,9 @@ extern uint8_t app_key2[AES128_KEY_SIZE];
 /** TCP channel while the gateway is not activated; zero until built. */
 extern uint8_t app_key3[AES128_KEY_SIZE];
 
-/** Builds app_key1. Any thread; called before each use of the key. */
+/* Each builds its key unless that is done. Any thread, before it uses the key. */
 void make_key1_encode();
-/** Builds app_key2; before any thread of the agent runs. */
 void make_key2_encode();
-/** Builds app_key3; before any thread of the agent runs. */
 void make_key3_encode();
 
 /** The TCP key at this moment: the gateway's own one while it is activated, else app_key3. */
