@@ -7,6 +7,9 @@
 namespace sim {
 namespace {
 
+/** Most messages that wait; further ones are refused. */
+constexpr size_t bus_queue_max = 64;
+
 void release(bus_state &bus, const message_block *block) {
     std::erase_if(bus.blocks, [block](const auto &each) { return each.get() == block; });
 }
@@ -95,7 +98,7 @@ int32_t cmmod_post_msg(uint16_t message_id, const void *data, uint32_t length) {
     sim::core &core = sim::current_core();
     sim::bus_state &bus = core.bus;
     if (bus.callbacks.count(message_id) == 0 || (data == nullptr && length != 0) ||
-        bus.waiting.size() >= core.chosen.bus_queue_max) {
+        bus.waiting.size() >= sim::bus_queue_max) {
         return call.done(-1);
     }
     auto block = std::make_unique<sim::message_block>();

@@ -110,7 +110,7 @@ struct core {
     logbook log;
     int64_t posix_offset_s; /**< time of day minus virtual time */
     std::vector<std::string> problems;
-    bool closing = false; /**< the port's own contexts shall end */
+    bool closing = false; /**< the port's own contexts are to end */
     bool finished = false;
     fiber *outside =
         nullptr; /**< context to switch to when the story cannot go on; null: the process ends */

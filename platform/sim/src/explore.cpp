@@ -10,20 +10,22 @@ namespace sim {
 
 namespace {
 
+/** Bound of for_each_nth_failure. */
+constexpr uint64_t failures_max = 100'000;
 /** Number of log lines that a search shows with its failure. */
 constexpr size_t last_lines = 40;
 
 struct running_story {
-    const story &told;
+    const story &body;
     world &in;
     core &in_core;
     fiber outside;
     bool done = false;
 };
 
-void tell(void *argument) {
+void run_body(void *argument) {
     auto &running = *static_cast<running_story *>(argument);
-    running.told(running.in);
+    running.body(running.in);
     running.in.finish();
     running.done = true;
     running.in_core.threads.main().context->end_with(running.outside);
@@ -43,7 +45,7 @@ struct run_request {
  *
  * @param[out] fine  whether it had no problem and passed the check
  */
-run_result run_once(run_request request, const story &told, bool &fine) {
+run_result run_once(run_request request, const story &body, bool &fine) {
     run_result result;
     result.seed = request.chosen.seed;
     const std::unique_ptr<world> in =
@@ -53,9 +55,9 @@ run_result run_once(run_request request, const story &told, bool &fine) {
     if (request.arm_at_start) {
         arm_failure();
     }
-    running_story running = {.told = told, .in = *in, .in_core = in_core, .outside = {}};
+    running_story running = {.body = body, .in = *in, .in_core = in_core, .outside = {}};
     in_core.outside = &running.outside;
-    in_core.threads.main().context = std::make_unique<fiber>(tell, &running);
+    in_core.threads.main().context = std::make_unique<fiber>(run_body, &running);
     running.outside.switch_to(*in_core.threads.main().context);
     in_core.finished = true;
     result.ended_early = !running.done;
@@ -75,19 +77,19 @@ run_result run_once(run_request request, const story &told, bool &fine) {
 
 } // namespace
 
-run_result run_story(const options &chosen, const story &told) {
+run_result run_story(const options &chosen, const story &body) {
     bool fine = false;
-    return run_once({.chosen = chosen, .is_search = false}, told, fine);
+    return run_once({.chosen = chosen, .is_search = false}, body, fine);
 }
 
-search_result try_seeds(uint64_t count, const story &told, const options &chosen,
+search_result try_seeds(uint64_t count, const story &body, const options &chosen,
                         const run_check &check) {
     search_result found;
     for (uint64_t seed = chosen.seed; found.runs < count; ++seed) {
         options one = chosen;
         one.seed = seed;
         bool fine = false;
-        run_result run = run_once({.chosen = std::move(one), .check = check}, told, fine);
+        run_result run = run_once({.chosen = std::move(one), .check = check}, body, fine);
         ++found.runs;
         if (!fine) {
             found.failure = std::move(run);
@@ -98,7 +100,7 @@ search_result try_seeds(uint64_t count, const story &told, const options &chosen
     return found;
 }
 
-search_result try_all_schedules(const story &told, search_bounds bounds, const options &chosen,
+search_result try_all_schedules(const story &body, search_bounds bounds, const options &chosen,
                                 const run_check &check) {
     search_result found;
     schedule_search search(bounds.preemptions_max);
@@ -109,7 +111,7 @@ search_result try_all_schedules(const story &told, search_bounds bounds, const o
             request.decides = std::make_unique<searching_chooser>(search);
         }
         bool fine = false;
-        run_result run = run_once(std::move(request), told, fine);
+        run_result run = run_once(std::move(request), body, fine);
         ++found.runs;
         if (!fine) {
             found.failure = std::move(run);
@@ -123,11 +125,11 @@ search_result try_all_schedules(const story &told, search_bounds bounds, const o
     return found;
 }
 
-search_result for_each_nth_failure(std::string_view operation, const story &told,
+search_result for_each_nth_failure(std::string_view operation, const story &body,
                                    const nth_failure_options &failing, const options &chosen,
                                    const run_check &check) {
     search_result found;
-    for (uint64_t n = 1; n <= failing.failures_max; ++n) {
+    for (uint64_t n = 1; n <= failures_max; ++n) {
         const trigger when = failing.lasting ? from_nth(n) : nth(n);
         bool fine = false;
         run_result run =
@@ -135,7 +137,7 @@ search_result for_each_nth_failure(std::string_view operation, const story &told
                       .failing = prepared_failure{operation_named(operation), when, failing.how},
                       .arm_at_start = failing.from_start,
                       .check = check},
-                     told, fine);
+                     body, fine);
         run.nth = n;
         ++found.runs;
         if (!fine) {

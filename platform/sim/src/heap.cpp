@@ -9,6 +9,8 @@
 
 namespace {
 
+/** Most bytes in use; beyond these Malloc returns null. */
+constexpr size_t heap_bytes_max = 64 * 1024 * 1024;
 constexpr unsigned char fresh_fill = 0xA5;
 #ifdef SIM_ADDRESS_SANITIZER
 constexpr size_t tail_bytes = 0; // the sanitizer detects every overrun at once
@@ -36,7 +38,7 @@ constexpr size_t tail_bytes = 16;
 void *Malloc(size_t size) {
     sim::call call(sim::operation::Malloc, {static_cast<int64_t>(size)});
     sim::core &core = sim::current_core();
-    if (call.fails() || size > core.chosen.heap_bytes_max - core.heap.bytes) {
+    if (call.fails() || size > heap_bytes_max - core.heap.bytes) {
         call.end(0);
         return nullptr;
     }

@@ -80,9 +80,6 @@ void logbook::add(log_line line) {
     if (lines_.size() >= lines_max) {
         lines_.erase(lines_.begin(), lines_.begin() + lines_max / 2);
     }
-    if (echo_) {
-        std::fputs(text_of(line).c_str(), stderr);
-    }
     lines_.push_back(std::move(line));
 }
 

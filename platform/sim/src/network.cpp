@@ -7,6 +7,11 @@
 
 namespace sim {
 
+namespace {
+/** Most datagrams that wait in one socket; further ones are lost. */
+constexpr size_t datagram_queue_max = 64;
+} // namespace
+
 std::string byte_queue::take(size_t count) {
     std::string taken = bytes_.substr(head_, count);
     head_ += taken.size();
@@ -211,7 +216,6 @@ void network::deliver(const datagram &sent, uint32_t address, uint16_t port) {
 
 void network::deliver_once(const datagram &sent, uint32_t address, uint16_t port) {
     const bool to_all = address == KELO_ADDRESS_BROADCAST;
-    const size_t queue_max = world.chosen.datagram_queue_max;
     for (const auto &endpoint : endpoints) {
         if (!endpoint->closed && endpoint->port == port &&
             (to_all || endpoint->address == address)) {
@@ -220,7 +224,7 @@ void network::deliver_once(const datagram &sent, uint32_t address, uint16_t port
     }
     for (const auto &socket : sockets) {
         if (socket == nullptr || socket->is_tcp || socket->port != port || sent.bytes.empty() ||
-            socket->datagrams.size() >= queue_max) {
+            socket->datagrams.size() >= datagram_queue_max) {
             continue;
         }
         // A socket at an address of its own gets no broadcasts.

@@ -1,8 +1,8 @@
 /*
  * Running one story many times: under many seeds, under all schedules, under each single failure. A
  * story runs in a world of its own, as its thread "main"; deadlock, livelock and hang end it (what
- * it owned is not released then) and are told as problems. sim/testing.h has the same as GoogleTest
- * checks.
+ * it owned is not released then) and are reported as problems. sim/testing.h has the same as
+ * GoogleTest checks.
  */
 #pragma once
 
@@ -39,14 +39,14 @@ struct search_result {
 };
 
 /** Called after each run; false ends the search with that run as its failure (for problems that a
- * story tells elsewhere). */
+ * story reports elsewhere). */
 using run_check = std::function<bool(const run_result &)>;
 
 /** Runs a story once. */
-run_result run_story(const options &chosen, const story &told);
+run_result run_story(const options &chosen, const story &body);
 
 /** Runs a story under the seeds chosen.seed, chosen.seed + 1, ... */
-search_result try_seeds(uint64_t count, const story &told, const options &chosen = {},
+search_result try_seeds(uint64_t count, const story &body, const options &chosen = {},
                         const run_check &check = {});
 
 /** Bounds of a systematic search. */
@@ -58,7 +58,7 @@ struct search_bounds {
 
 /** Runs a story under all schedules within the bounds, depth first. Everything random but the
  * schedule is fixed. */
-search_result try_all_schedules(const story &told, search_bounds bounds = {},
+search_result try_all_schedules(const story &body, search_bounds bounds = {},
                                 const options &chosen = {.quiet_points = false},
                                 const run_check &check = {});
 
@@ -68,15 +68,13 @@ struct nth_failure_options {
     bool lasting = false; /**< all later calls fail too */
     /** true: calls count from the start of the story; false: from its call of arm_failure(). */
     bool from_start = true;
-    /** Bound on n. */
-    uint64_t failures_max = 100'000;
 };
 
 /**
  * Runs a story in which the n-th call of an operation fails, for n = 1, 2, ... until a run meets no
  * fault, which ends the search complete.
  */
-search_result for_each_nth_failure(std::string_view operation, const story &told,
+search_result for_each_nth_failure(std::string_view operation, const story &body,
                                    const nth_failure_options &failing = {},
                                    const options &chosen = {}, const run_check &check = {});
 

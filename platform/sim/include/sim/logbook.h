@@ -44,16 +44,12 @@ class logbook {
     [[nodiscard]] uint64_t seen() const { return seen_; }
     /** Forgets the lines so far. */
     void clear() { lines_.clear(); }
-    /** Also writes every kept line to standard error. */
-    void echo(bool on) { echo_ = on; }
-
     /** For the port: adds a line. */
     void add(log_line line);
 
   private:
     std::deque<log_line> lines_;
     uint64_t seen_ = 0;
-    bool echo_ = false;
 };
 
 } // namespace sim

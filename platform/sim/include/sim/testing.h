@@ -90,24 +90,24 @@ inline bool no_failure_yet(const run_result &) {
 
 /** The story holds under so many seeds; under a tenth of them when sanitized, and under
  * ENGR_SIM_SEED alone when that is set. */
-inline void expect_all_seeds(uint64_t count, const story &told, const options &chosen = {}) {
+inline void expect_all_seeds(uint64_t count, const story &body, const options &chosen = {}) {
     const options real = with_environment(chosen);
     if (std::getenv("ENGR_SIM_SEED") != nullptr) {
         count = 1;
     } else if (is_sanitized) {
         count = (count + 9) / 10;
     }
-    report(try_seeds(count, told, real, no_failure_yet), false);
+    report(try_seeds(count, body, real, no_failure_yet), false);
 }
 
 /** The story holds under all schedules within the bounds; a search that runs_max ends fails. */
-inline void expect_all_schedules(const story &told, search_bounds bounds = {},
+inline void expect_all_schedules(const story &body, search_bounds bounds = {},
                                  const options &chosen = {.quiet_points = false}) {
     const options real = with_environment(chosen);
     if (!real.decisions.empty()) {
         bounds.runs_max = 1;
     }
-    const search_result found = try_all_schedules(told, bounds, real, no_failure_yet);
+    const search_result found = try_all_schedules(body, bounds, real, no_failure_yet);
     report(found, true);
     EXPECT_TRUE(found.failure || found.complete || !real.decisions.empty())
         << "not all schedules tried after " << found.runs << " runs";
@@ -118,12 +118,12 @@ inline void expect_all_schedules(const story &told, search_bounds bounds = {},
  *
  * @return how many runs met the fault
  */
-inline uint64_t expect_survives_each_failure(std::string_view operation, const story &told,
+inline uint64_t expect_survives_each_failure(std::string_view operation, const story &body,
                                              const nth_failure_options &failing = {},
                                              const options &chosen = {}) {
     SCOPED_TRACE(std::string("each call of ") + std::string(operation) + " fails in turn");
     const search_result found =
-        for_each_nth_failure(operation, told, failing, with_environment(chosen), no_failure_yet);
+        for_each_nth_failure(operation, body, failing, with_environment(chosen), no_failure_yet);
     report(found, false);
     EXPECT_TRUE(found.failure || found.complete) << "no end after " << found.runs << " runs";
     EXPECT_GT(found.runs, 1U) << operation << " was never called";

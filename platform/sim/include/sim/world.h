@@ -16,14 +16,14 @@
  *     world.finish();                                 // reports whatever is left over
  *
  * Threads are fibers of which one runs at a time. Every contract call, of main too, is a point at
- * which a chooser may let another thread go on. Time moves only when nobody can run, and then jumps
- * to the next wake-up. With the same options and the same build a world does the same, to the
+ * which a chooser may let another thread go on. Time moves only when no thread can run, and then
+ * jumps to the next wake-up. With the same options and the same build a world does the same, to the
  * letter of its log and trace.
  *
- * Problems (leaks, faults never reached, misuse of a contract) are collected and told by finish().
- * Problems after which nothing can go on (deadlock, livelock, hang) end a story of explore.h; in a
- * world that a test made itself they end the process with a report. GoogleTest fixtures are in
- * sim/testing.h.
+ * Problems (leaks, faults never reached, misuse of a contract) are collected and returned by
+ * finish(). Problems after which nothing can go on (deadlock, livelock, hang) end a story of
+ * explore.h; in a world that a test made itself they end the process with a report. GoogleTest
+ * fixtures are in sim/testing.h.
  *
  * One world at a time may exist, and all of its functions are called by simulated threads of it,
  * main included.
@@ -68,19 +68,11 @@ struct options {
     /** Behaviour of new connections; each can be changed later through peer::link(). */
     stream_link streams = {};
     /** Behaviour of UDP, see also world::datagrams(). */
-    datagram_link datagrams = {};
-
-    /** Bounds. Steps are scheduling points; to exceed one of the first two is a livelock or a hang.
-     * */
+    datagram_link datagrams =
+        {}; /** Most scheduling points without time passing; more are a livelock. */
     uint64_t steps_without_time_max = 2'000'000;
-    /** Longest wait for a mutex or for the end of a thread or callback. */
+    /** Longest wait for a mutex or for the end of a thread or callback; a longer one is a hang. */
     uint64_t untimed_wait_ms_max = 600'000;
-    /** Most messages that wait on the bus; further ones are refused. */
-    size_t bus_queue_max = 64;
-    /** Most bytes of Malloc in use; beyond these it returns null. */
-    size_t heap_bytes_max = 64 * 1024 * 1024;
-    /** Most datagrams that wait in one UDP socket; further ones are lost. */
-    size_t datagram_queue_max = 64;
 };
 
 /** Takes seed, decisions and trace from ENGR_SIM_SEED, ENGR_SIM_DECISIONS and ENGR_SIM_TRACE where
@@ -130,7 +122,6 @@ using fault_id = size_t;
 /** Resources in use. */
 struct resources {
     size_t memory_blocks = 0;
-    size_t files = 0;          /**< open ones */
     size_t memory_bytes = 0;
     size_t sockets = 0;
     size_t threads = 0; /**< handles not yet deleted */
@@ -139,6 +130,7 @@ struct resources {
     size_t held_mutexes = 0;
     size_t registrations = 0;  /**< of the message bus */
     size_t message_blocks = 0; /**< of the message bus */
+    size_t files = 0;          /**< open ones */
     bool operator==(const resources &) const = default;
 };
 
@@ -184,7 +176,7 @@ class world {
     /** Lets the others run until the condition holds; false when the limit is over first. The
      * condition must not block. */
     bool run_until(const std::function<bool()> &condition, uint64_t limit_ms = default_limit_ms);
-    /** Lets the others run until nobody can without time passing. */
+    /** Lets the others run until all of them wait for time to pass. */
     void run_until_idle();
     /** Time of day, seconds since 1970. */
     [[nodiscard]] uint32_t posix_s() const;
