@@ -8,6 +8,7 @@
 #include "gateway_services/gateway.h"
 #include "lan_client/crypto.h"
 #include "lan_client/frame.h"
+#include "lan_client/frame_types.h"
 #include "sim/explore.h"
 
 #include <cstdio>
@@ -78,7 +79,7 @@ void run(sim::world &world, uint8_t how, std::string_view rest) {
                     how % 4 == 2 ? encrypted_requests(rest) : std::string(rest));
     }
     sim::peer sound = world.connect(lan_port);
-    sound.send(lan_client::encode_request(5, 9, {}));
+    sound.send(lan_client::encode_request(5, lan_client::frame_type::keepalive, {}));
     require(sound.receive(28).size() == 28, "the sound client to be served");
     engr_lan_pro_cntl_exit();
     // Ends an upgrade that was begun, which outlives a stop.

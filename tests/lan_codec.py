@@ -7,8 +7,8 @@ import zlib
 
 _nettle = ctypes.CDLL("libnettle.so")
 
-FRM_AP_NW_CFG, FRM_TP_CMD, FRM_KEEPALIVE, FRM_PERMIT_JOIN = 1, 7, 9, 14
-FRM_DOWNLOAD_FIRMWARE, FRM_DEV_LIST = 231, 241
+FRM_AP_NW_CFG, FRM_TP_CMD, FRM_KEEPALIVE, FRM_PERMIT_JOIN, FRM_RAW_34 = 1, 7, 9, 14, 34
+FRM_DOWNLOAD_FIRMWARE, FRM_UPGRADE_PERCENT_RPT, FRM_SUBDEVICE_UPDATE_RPT, FRM_DEV_LIST = 231, 232, 233, 241
 FRM_GW_UNACTIVE, FRM_GET_LOG = 249, 254
 
 # Of the datagrams to an access point, of discovery, and of TCP while a gateway is not activated.

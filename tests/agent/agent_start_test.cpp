@@ -1,5 +1,6 @@
 /* Start of the agent, every way in which it fails, and what is left then. */
 #include "story_gateway.h"
+#include "transport/frame_types.h"
 
 namespace {
 
@@ -47,10 +48,10 @@ TEST_F(agent_start, a_failing_step_is_told_undone_and_does_not_hinder_the_next_s
         EXPECT_EQ(world.in_use().mutexes, before.mutexes) << "expected no mutex to be left";
         EXPECT_EQ(world.in_use().memory_blocks, before.memory_blocks)
             << "expected no memory to be left";
-        EXPECT_EQ(engr_lan_data_report_cb(8, 0, "x", 1), -940)
+        EXPECT_EQ(engr_lan_data_report_cb(FRM_DP_REPORT, 0, "x", 1), -940)
             << "expected the agent not to be started";
         gateway.start();
-        EXPECT_EQ(gateway.connect().ask(9), "9/0/0/");
+        EXPECT_EQ(gateway.connect().ask(FRM_KEEPALIVE), "9/0/0/");
         gateway.stop();
     }
 }
@@ -81,7 +82,7 @@ TEST(agent_start_races, lets_nobody_in_before_it_has_succeeded) {
 TEST_F(agent_start, without_ticks_the_server_works_all_the_same) {
     world.fail("sys_start_timer", sim::nth(1));
     gateway.start();
-    EXPECT_EQ(gateway.connect().ask(9), "9/0/0/");
+    EXPECT_EQ(gateway.connect().ask(FRM_KEEPALIVE), "9/0/0/");
 }
 
 TEST_F(agent_start, a_thousand_starts_and_stops_leave_nothing_behind) {

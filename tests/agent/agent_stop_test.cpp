@@ -2,6 +2,7 @@
  * callbacks too. */
 #include "sim/explore.h"
 #include "story_gateway.h"
+#include "transport/frame_types.h"
 
 namespace {
 
@@ -40,18 +41,20 @@ TEST(agent_stop, is_quick_in_the_middle_of_whatever_clients_do) {
              apps[0].peer.link().segment_bytes_max = 1;
              apps[0].peer.link().delay_ms_min = 1;
              apps[0].peer.link().delay_ms_max = 1;
-             apps[0].peer.send(lan_client::encode_request(1, 241, std::string(20'000, 'x')));
+             apps[0].peer.send(
+                 lan_client::encode_request(1, FRM_DEV_LIST, std::string(20'000, 'x')));
          }},
         {"half a frame",
          [](auto &, auto &, auto &apps) {
              apps[0].peer.send(
-                 lan_client::encode_request(1, 241, std::string(1'000'000, 'x')).substr(0, 70'000));
+                 lan_client::encode_request(1, FRM_DEV_LIST, std::string(1'000'000, 'x'))
+                     .substr(0, 70'000));
          }},
         {"an answer to a client that does not read",
          [](auto &, auto &, auto &apps) {
              apps[0].peer.link().to_peer_bytes_max = 50;
              apps[0].peer.stop_reading();
-             apps[0].send(1, 241);
+             apps[0].send(1, FRM_DEV_LIST);
          }},
         {"reports to a last client that does not read",
          [](auto &, auto &, auto &apps) {
@@ -108,7 +111,7 @@ TEST(agent_stop, waits_for_every_user_of_the_record_under_any_interleaving) {
         sim::test_thread reporter = world.spawn("reporter", report);
         sim::test_thread other = world.spawn("other", report);
         sim::test_thread closer = world.spawn("closer", [] { lpc_close_all_socket(); });
-        first.send(1, 241);
+        first.send(1, FRM_DEV_LIST);
         second.peer.close();
         world.run_for(world.seed() % 3 * 1'000);
         sim::test_thread stopper = world.spawn("stopper", [] { engr_lan_pro_cntl_exit(); });
@@ -136,7 +139,7 @@ TEST(agent_stop, works_from_inside_a_callback_of_the_server_task) {
         EXPECT_EQ(engr_lan_pro_cntl_init(ENGR_MODE_LAN), -1)
             << "expected no start before the callback is over";
         EXPECT_EQ(engr_lan_pro_cntl_get_valid_connect_cnt(), 0);
-        EXPECT_EQ(engr_lan_data_report_cb(8, 0, "x", 1), -940);
+        EXPECT_EQ(engr_lan_data_report_cb(FRM_DP_REPORT, 0, "x", 1), -940);
         return 0;
     };
     sim::expect_all_seeds(200, [](sim::world &world) {
@@ -169,7 +172,7 @@ TEST(agent_stop, survives_the_failure_of_any_single_call) {
                 for (const uint32_t type : {241U, 224U, 9U}) {
                     app.send(1, type);
                 }
-                app.send_encrypted(2, 251, "{}");
+                app.send_encrypted(2, FRM_NOP, "{}");
                 world.run_for(100);
                 queue_report();
                 engr_lan_gw_unactive_report();
@@ -180,7 +183,7 @@ TEST(agent_stop, survives_the_failure_of_any_single_call) {
         world.clear_faults();
         gateway.stop();
         gateway.start();
-        EXPECT_EQ(gateway.connect().ask(9), "9/0/0/")
+        EXPECT_EQ(gateway.connect().ask(FRM_KEEPALIVE), "9/0/0/")
             << "expected a passing fault to leave a working system";
     };
     for (const char *operation :

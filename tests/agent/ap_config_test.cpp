@@ -1,6 +1,7 @@
 /* The access-point configuration: datagrams, start and stop, and the report of a failure. */
 #include "gateway_services/scenario.h"
 #include "story_gateway.h"
+#include "transport/frame_types.h"
 
 #include <functional>
 
@@ -25,11 +26,11 @@ int take_credentials(const char *ssid, const char *passwd, const char *token) {
 }
 
 std::string plain(std::string_view json) {
-    return lan_client::encode_request(0, 1, json);
+    return lan_client::encode_request(0, FRM_AP_NW_CFG, json);
 }
 
 std::string secret(std::string_view json) {
-    return lan_client::encode_request(0, 20,
+    return lan_client::encode_request(0, FRM_UDP_WIFI_ERR,
                                       lan_client::encrypt(lan_client::configuration_key(), json));
 }
 
@@ -90,8 +91,8 @@ TEST_F(ap_config, hands_on_what_a_good_datagram_says_and_drops_all_others) {
         {"length below its trailer", short_length, nullptr, "frame of length 7"},
         {"tail", bad_tail, nullptr, "check tail fails:0xaa00"},
         {"type", lan_client::encode_request(0, 2, good), nullptr, "Frame Type Cannot Parse:2"},
-        {"plain, said to be encrypted", lan_client::encode_request(0, 20, good), nullptr,
-         "aes128_ecb_decode error"},
+        {"plain, marked as encrypted", lan_client::encode_request(0, FRM_UDP_WIFI_ERR, good),
+         nullptr, "aes128_ecb_decode error"},
         {"encrypted, damaged", damaged, nullptr, "aes128_ecb_decode error"},
         {"empty", plain(""), nullptr, "kl_cJSON_Parse error:"},
         {"not JSON", plain("{ssid}"), nullptr, "kl_cJSON_Parse error:{ssid}"},

@@ -48,9 +48,9 @@ TEST(device_lists, show_the_devices_that_are_to_be_shown) {
             gateway.start();
             story_app app = gateway.connect();
             if (one.list != nullptr) {
-                EXPECT_EQ(app.ask(241), "241/7/0/" + std::string(one.list));
+                EXPECT_EQ(app.ask(FRM_DEV_LIST), "241/7/0/" + std::string(one.list));
             }
-            EXPECT_EQ(app.ask(224, "payload that is not looked at"), one.line_stat);
+            EXPECT_EQ(app.ask(FRM_DEV_LINE_STAT, "payload that is not looked at"), one.line_stat);
             EXPECT_TRUE(one.log == nullptr || world.log().has(4, one.log))
                 << "expected: " << one.log;
         }
@@ -88,12 +88,12 @@ TEST_F(device_lists_memory, stay_inside_their_buffers_when_the_list_grew_meanwhi
     gw_cntl_t &record = *engr_get_gw_cntl();
     std::atomic_ref<uint32_t> count(record.dev_count);
     const uint32_t real = count.exchange(0);
-    EXPECT_EQ(app.ask(224), "224/7/1/length not enough");
+    EXPECT_EQ(app.ask(FRM_DEV_LINE_STAT), "224/7/1/length not enough");
     EXPECT_TRUE(world.log().has(0, "length:30,ol_size:8,off_size:1"));
-    EXPECT_EQ(app.ask(241), R"(241/7/0/{"products":[{"cid":"lamp","p)")
+    EXPECT_EQ(app.ask(FRM_DEV_LIST), R"(241/7/0/{"products":[{"cid":"lamp","p)")
         << "expected the text to be cut at 29 characters";
     count.store(real);
-    EXPECT_EQ(app.ask(224), R"(224/7/0/{"online":["lamp"],"offline":["door"]})");
+    EXPECT_EQ(app.ask(FRM_DEV_LINE_STAT), R"(224/7/0/{"online":["lamp"],"offline":["door"]})");
     for (const auto &[id, is_sent] : {std::pair{"lamp", 1}, {"door", 1}, {"hidden", 0}}) {
         EXPECT_EQ(engr_get_dev_cntl(id)->line_stat_sent, is_sent) << id;
     }
@@ -180,10 +180,10 @@ TEST_F(device_lists_memory, answer_10000_devices_whole) {
     ::gateway::open(options);
     gateway.start();
     story_app app = gateway.connect();
-    const std::string list = app.ask(241);
+    const std::string list = app.ask(FRM_DEV_LIST);
     EXPECT_GT(list.size(), 500'000U);
     EXPECT_TRUE(list.ends_with(R"({"cid":"device-9999","pid":"product-of-the-usual-length"}]})"));
-    const std::string line_stat = app.ask(224);
+    const std::string line_stat = app.ask(FRM_DEV_LINE_STAT);
     EXPECT_GT(line_stat.size(), 65'536U);
     EXPECT_TRUE(line_stat.ends_with(R"("device-9999"]})"));
 }

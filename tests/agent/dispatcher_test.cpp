@@ -22,8 +22,8 @@ TEST_F(dispatcher, decrypts_unless_the_type_is_exempt_and_answers_what_it_can_no
         const char *answer;
         const char *log;
     } cases[] = {
-        {"exempt, answered", 241, noise, nullptr, "tmp_out length is 32"},
-        {"exempt, served by nobody", 34, noise, "nothing", "unsupport frame type:34"},
+        {"exempt, answered", FRM_DEV_LIST, noise, nullptr, "tmp_out length is 32"},
+        {"exempt, without a handler", FRM_RAW_34, noise, "nothing", "unsupport frame type:34"},
         {"unlisted, undecryptable", 100, noise, "100/7/1/parse data error",
          "aes128_ecb_decode error:-5"},
         {"unlisted, ragged", 100, "short", "100/7/1/parse data error",
@@ -33,15 +33,16 @@ TEST_F(dispatcher, decrypts_unless_the_type_is_exempt_and_answers_what_it_can_no
         {"below the list", 3, cipher("{}"), "nothing", "unsupport frame type:3"},
         {"far above the list", 0x80000000, cipher("{}"), "nothing",
          "unsupport frame type:-2147483648"},
-        {"a report's type", 243, cipher("{}"), "nothing", "unsupport frame type:243"},
-        {"a datagram's type", 1, noise, "1/7/1/parse data error",
+        {"a report's type", FRM_SUB_DEV_BIND_RPT, cipher("{}"), "nothing",
+         "unsupport frame type:243"},
+        {"a datagram's type", FRM_AP_NW_CFG, noise, "1/7/1/parse data error",
          "Cmd Parse Fails -5.Cannot handle"},
-        {"without a brace", 251, cipher("[1, 2]"), "251/7/1/parse data error",
+        {"without a brace", FRM_NOP, cipher("[1, 2]"), "251/7/1/parse data error",
          "find last } fails -1 [1, 2]"},
-        {"no operation", 251, cipher("{}"), "nothing", "tmp_out length is 2"},
+        {"no operation", FRM_NOP, cipher("{}"), "nothing", "tmp_out length is 2"},
         {"a brace alone", FRM_NOP, cipher("}"), "nothing", "tmp_out length is 1"},
-        {"no operation, empty", 251, "", "nothing", "tmp_out length is 0"},
-        {"cut behind the last brace", 251, cipher("{\"a\":1}  \n\x01"), "nothing",
+        {"no operation, empty", FRM_NOP, "", "nothing", "tmp_out length is 0"},
+        {"cut behind the last brace", FRM_NOP, cipher("{\"a\":1}  \n\x01"), "nothing",
          "lan parse decode buf:{\"a\":1}"},
     };
     story_app app = gateway.connect();
@@ -65,10 +66,10 @@ TEST_F(dispatcher, uses_the_gateways_own_key_exactly_while_it_is_activated) {
     ::gateway::set_gateway_field("active_stat", "2");
     app.key = own_key;
     EXPECT_EQ(app.ask(100, "no cipher"), "100/7/1/parse data error");
-    app.send_encrypted(1, 251, "{}");
+    app.send_encrypted(1, FRM_NOP, "{}");
     EXPECT_EQ(app.receive_text(100), "nothing") << "expected a request with the own key to be read";
     ::gateway::set_gateway_field("active_stat", "1");
-    app.send_encrypted(1, 251, "{}");
+    app.send_encrypted(1, FRM_NOP, "{}");
     app.key = lan_client::unactivated_key();
     EXPECT_EQ(app.receive_text(100), "251/1/1/parse data error")
         << "expected the own key to be of no use any more";
@@ -130,7 +131,9 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
     for (const auto &one : cases) {
         SCOPED_TRACE(one.what);
         handler_result = one.result;
-        EXPECT_EQ(one.plain != nullptr ? app.ask(241, one.plain, true) : app.ask(241), one.answer);
+        EXPECT_EQ(one.plain != nullptr ? app.ask(FRM_DEV_LIST, one.plain, true)
+                                       : app.ask(FRM_DEV_LIST),
+                  one.answer);
         cJSON_Delete(taken);
         taken = nullptr;
     }
@@ -154,7 +157,7 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
 
     gateway.stop();
     gateway.start();
-    EXPECT_EQ(gateway.connect().ask(241), "241/7/1/parse data error")
+    EXPECT_EQ(gateway.connect().ask(FRM_DEV_LIST), "241/7/1/parse data error")
         << "expected registrations to outlive a stop";
     for (int i = 2; i < 20; ++i) {
         EXPECT_EQ(engr_lan_protocol_register_cb(500 + i, must_not_run), 0);

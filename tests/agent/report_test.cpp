@@ -1,5 +1,6 @@
 /* Reports to every connected app, and the send path under them. */
 #include "story_gateway.h"
+#include "transport/frame_types.h"
 
 #include <gmock/gmock.h>
 
@@ -18,7 +19,7 @@ TEST_F(report, without_a_client_is_refused_and_nothing_is_queued) {
         if (started) {
             gateway.start();
         }
-        EXPECT_EQ(engr_lan_data_report_cb(8, 0, "x", 1), -940);
+        EXPECT_EQ(engr_lan_data_report_cb(FRM_DP_REPORT, 0, "x", 1), -940);
         EXPECT_EQ(queue("{}"), -940);
         EXPECT_EQ(engr_lan_sub_dev_bind_report("a", "p"), -940);
         EXPECT_EQ(engr_lan_sub_dev_unbind_report("a"), -940);
@@ -157,7 +158,9 @@ TEST_F(report, reaches_a_slow_reader_whole) {
     app.peer.link().to_peer_bytes_max = 64;
     app.peer.read_slowly(64, 100);
     const std::string text = R"({"note":")" + std::string(1000, 'n') + R"("})";
-    EXPECT_EQ(engr_lan_data_report_cb(8, 0, text.data(), static_cast<uint32_t>(text.size())), 0);
+    EXPECT_EQ(
+        engr_lan_data_report_cb(FRM_DP_REPORT, 0, text.data(), static_cast<uint32_t>(text.size())),
+        0);
     app.peer.resume_reading();
     EXPECT_EQ(app.receive_text(), "8/0/0/" + text);
 }

@@ -84,12 +84,13 @@ TEST_F(server, cuts_what_a_client_sends_into_frames_and_says_what_it_drops) {
 TEST_F(server, takes_frames_of_up_to_2098175_bytes) {
     story_app app = gateway.connect();
     constexpr size_t overhead = 24;
-    app.send(3, 241, std::string(2098175 - overhead, 'x'));
+    app.send(3, FRM_DEV_LIST, std::string(2098175 - overhead, 'x'));
     EXPECT_EQ(app.receive_text(), "241/3/0/" + dev_list_answer);
     app.peer.send(frame(4, 241, std::string(2098176 - overhead, 'x')).substr(0, 500));
     world.run_until_idle();
     EXPECT_TRUE(world.log().has(0, "lan data len is out of limit"));
-    EXPECT_EQ(app.ask(241), "241/7/0/" + dev_list_answer) << "expected the connection to go on";
+    EXPECT_EQ(app.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer)
+        << "expected the connection to stay open";
 }
 
 TEST_F(server, gives_up_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
@@ -100,7 +101,7 @@ TEST_F(server, gives_up_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
     world.run_for(1);
     EXPECT_TRUE(world.log().has(0, "kelo_net_recv_nd_size, -4, ret:-1"));
     EXPECT_TRUE(world.log().has(0, "unw_recv_nd_size error ret:-2"));
-    EXPECT_EQ(app.ask(241), "241/7/0/" + dev_list_answer);
+    EXPECT_EQ(app.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
 }
 
 TEST_F(server, waits_anew_for_the_rest_of_a_frame_with_each_byte_of_it) {
@@ -152,7 +153,7 @@ TEST_F(server, tries_a_transient_error_again_while_a_frame_is_completed_and_no_o
 TEST_F(server, answers_keepalives_itself_with_frame_number_0) {
     story_app app = gateway.connect();
     for (const char *payload : {"", "any payload"}) {
-        app.send(77, 9, payload);
+        app.send(77, FRM_KEEPALIVE, payload);
         EXPECT_EQ(app.receive_text(), "9/0/0/");
     }
     EXPECT_FALSE(world.log().has("Process Data"));
@@ -167,11 +168,11 @@ TEST_F(server, refuses_the_eleventh_client_and_serves_the_ten) {
     EXPECT_TRUE(eleventh.wait_for_end(1000)) << "expected the eleventh client to be closed at once";
     EXPECT_TRUE(world.log().has(0, "out of client limit:0x"));
     for (story_app &app : apps) {
-        EXPECT_EQ(app.ask(241), "241/7/0/" + dev_list_answer);
+        EXPECT_EQ(app.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
     }
     apps.front().peer.close();
     world.run_for(11'000);
-    EXPECT_EQ(gateway.connect().ask(241), "241/7/0/" + dev_list_answer)
+    EXPECT_EQ(gateway.connect().ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer)
         << "expected the free slot to be used again";
 }
 
@@ -179,14 +180,14 @@ TEST_F(server, closes_a_client_after_120_s_of_silence_and_not_before) {
     story_app silent = gateway.connect();
     story_app lively = gateway.connect();
     for (int s = 0; s < 119; s += 7) {
-        lively.send(1, 9);
+        lively.send(1, FRM_KEEPALIVE);
         world.run_for(7'000);
     }
     // 119 s have passed; sweeps open every cycle, which the lively client keeps short.
     EXPECT_EQ(world.log().count("time out close socket"), 0U);
     EXPECT_FALSE(silent.peer.ended());
     world.run_for(1'000);
-    lively.send(1, 9);
+    lively.send(1, FRM_KEEPALIVE);
     world.run_for(1'000);
     EXPECT_EQ(world.log().count("time out close socket"), 1U);
     EXPECT_TRUE(silent.peer.ended());
@@ -198,7 +199,7 @@ TEST_F(server, keeps_clients_when_the_clock_is_set_by_30_days_or_back) {
     world.jump_posix(30 * 24 * 3600);
     world.run_for(20'000);
     EXPECT_FALSE(app.peer.ended()) << "expected 30 days of silence to be seen as a set clock";
-    EXPECT_EQ(app.ask(9), "9/0/0/");
+    EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/");
     world.jump_posix(-3600);
     world.run_for(200'000);
     EXPECT_FALSE(app.peer.ended()) << "expected negative silence to be no silence";
@@ -224,7 +225,7 @@ TEST_F(server, closes_a_client_that_left_broke_off_or_sent_urgent_data) {
     EXPECT_EQ(engr_lan_pro_cntl_get_valid_connect_cnt(), 1);
     EXPECT_EQ(world.log().count(5, "time out close socket"), 3U);
     EXPECT_TRUE(urgent.peer.ended());
-    EXPECT_EQ(sound.ask(241), "241/7/0/" + dev_list_answer);
+    EXPECT_EQ(sound.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
 }
 
 TEST_F(server, a_client_that_does_not_read_costs_the_others_one_bounded_wait) {
@@ -232,10 +233,10 @@ TEST_F(server, a_client_that_does_not_read_costs_the_others_one_bounded_wait) {
     story_app sound = gateway.connect();
     deaf.peer.link().to_peer_bytes_max = 100;
     deaf.peer.stop_reading();
-    deaf.send(1, 241);
+    deaf.send(1, FRM_DEV_LIST);
     world.run_until_idle();
     const uint64_t before = world.now_ms();
-    EXPECT_EQ(sound.ask(241), "241/7/0/" + dev_list_answer);
+    EXPECT_EQ(sound.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
     EXPECT_LE(world.now_ms() - before, 2'100U);
     world.run_for(11'000);
     EXPECT_EQ(engr_lan_pro_cntl_get_valid_connect_cnt(), 1)
@@ -261,7 +262,7 @@ TEST_F(server, comes_back_by_itself_when_its_sockets_were_closed_or_broke) {
         one.harm(world);
         EXPECT_TRUE(app.peer.wait_for_end(5'000));
         ASSERT_TRUE(world.run_until([&] { return world.listens(lan_port); }, 5'000));
-        EXPECT_EQ(gateway.connect().ask(241), "241/7/0/" + dev_list_answer);
+        EXPECT_EQ(gateway.connect().ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
     }
 }
 

@@ -202,7 +202,7 @@ TEST_F(transport, a_segment_that_fails_ends_the_transfer_and_marks_the_client) {
     world.fail("Malloc", sim::nth(1), {.thread = "main"});
     EXPECT_EQ(send_large("x"), -1);
     EXPECT_TRUE(world.log().has(0, "Create Send Buf Fails"));
-    EXPECT_EQ(next.ask(9), "9/0/0/") << "expected the client to stay sound";
+    EXPECT_EQ(next.ask(FRM_KEEPALIVE), "9/0/0/") << "expected the client not to be marked";
 }
 
 } // namespace

@@ -9,7 +9,7 @@ import subprocess
 import unittest
 
 from gateway import PATIENCE_S, Gateway, program
-from lan_codec import request
+from lan_codec import FRM_DEV_LIST, FRM_KEEPALIVE, FRM_RAW_34, frame, request
 
 LOCAL_KEY = "0123456789abcdef"
 SITE = {
@@ -94,15 +94,17 @@ class Walk(unittest.TestCase):
 
     def test_hostile_clients_do_not_reach_the_others(self):
         with Gateway(site=SITE) as gateway, socket.create_connection((gateway.address, 6668)) as sound:
-            hostile = (b"", b"\x00", os.urandom(700), request(1, 241)[:-1], request(1, 241)[:-4] + b"\x00" * 4,
-                       request(1, 241)[:12] + b"\xff" * 12, request(1, 9, b"payload"), request(1, 100, b"no cipher"),
-                       request(1, 34, b"raw"), request(1, 2**31, b"x" * 16), b"\x00\x00\x55\xaa" * 100)
+            sound_request = request(1, FRM_DEV_LIST)
+            hostile = (b"", b"\x00", os.urandom(700), sound_request[:-1], sound_request[:-4] + b"\x00" * 4,
+                       sound_request[:12] + b"\xff" * 12, request(1, FRM_KEEPALIVE, b"payload"),
+                       request(1, 100, b"no cipher"), request(1, FRM_RAW_34, b"raw"), request(1, 2**31, b"x" * 16),
+                       b"\x00\x00\x55\xaa" * 100)
             for turn in range(1000):
                 with socket.create_connection((gateway.address, 6668)) as client:
                     client.sendall(hostile[turn % len(hostile)])
-                sound.sendall(request(turn, 9))
+                sound.sendall(request(turn, FRM_KEEPALIVE))
                 answer = sound.recv(28, socket.MSG_WAITALL)
-                self.assertEqual(answer[:20], struct.pack(">IIIII", 0x55AA, 0, 9, 12, 0), "the keep-alive's answer")
+                self.assertEqual(answer, frame(0, FRM_KEEPALIVE, 0), "the keep-alive's answer")
             self.assertEqual(app("--gateway", gateway.address, "devices").returncode, 0)
 
     def test_ctrl_c_under_load_ends_the_daemon_in_order(self):
@@ -111,8 +113,8 @@ class Walk(unittest.TestCase):
             try:
                 for one in deaf:
                     one.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
-                    one.sendall(request(1, 241) * 20)
-                deaf[0].sendall(request(1, 241, b"x" * 100_000)[:50_000])
+                    one.sendall(request(1, FRM_DEV_LIST) * 20)
+                deaf[0].sendall(request(1, FRM_DEV_LIST, b"x" * 100_000)[:50_000])
                 for _ in range(20):
                     gateway.ctl("report", "lamp", '{"1": true}')
                 self.assertEqual(gateway.stop(signal.SIGINT), 0)
