@@ -157,7 +157,7 @@ TEST(service_life_schedules, start_against_start) {
     });
 }
 
-TEST(service_life_schedules, stop_beside_start_and_a_stop_from_inside_a_callback) {
+TEST(service_life_schedules, stop_during_a_start_and_a_stop_from_inside_a_callback) {
     expect_every_schedule([](sim::world &world) {
         run_beside(world, {start_once, [] { visit_and(stop_once); }, stop_once});
     });

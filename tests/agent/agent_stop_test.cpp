@@ -89,7 +89,7 @@ TEST(agent_stop, is_quick_in_the_middle_of_whatever_clients_do) {
                 apps.push_back(gateway.connect());
             }
             one.act(gateway, world, apps);
-            world.run_for(world.seed() * 7 % 300);
+            world.run_for(variants(world).below(300));
             expect_quick_stop(world);
         });
     }
@@ -113,7 +113,7 @@ TEST(agent_stop, waits_for_every_user_of_the_record_under_any_interleaving) {
         sim::test_thread closer = world.spawn("closer", [] { lpc_close_all_socket(); });
         first.send(1, FRM_DEV_LIST);
         second.peer.close();
-        world.run_for(world.seed() % 3 * 1'000);
+        world.run_for(variants(world).below(3) * 1'000);
         sim::test_thread stopper = world.spawn("stopper", [] { engr_lan_pro_cntl_exit(); });
         expect_quick_stop(world);
         EXPECT_EQ(engr_lan_pro_cntl_init(ENGR_MODE_LAN), 0)
@@ -150,7 +150,7 @@ TEST(agent_stop, works_from_inside_a_callback_of_the_server_task) {
         story_app app = gateway.connect();
         sim::test_thread reporter = world.spawn("reporter", [] { queue_report(); });
         sim::test_thread stopper = world.spawn("stopper", [&world] {
-            world.run_for(world.seed() % 2);
+            world.run_for(variants(world).below(2));
             engr_lan_pro_cntl_exit();
         });
         app.send_encrypted(1, 100, "{}");

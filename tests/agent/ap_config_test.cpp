@@ -187,11 +187,15 @@ TEST(ap_config_races, start_and_stop_work_from_everywhere) {
     sim::expect_all_seeds(500, [](sim::world &world) {
         finish = {};
         finish.result = 1;
-        finish.act = [&world] {
-            if (world.seed() % 3 != 0) {
+        variants chance(world);
+        const bool stops_inside = !chance.one_in(3);
+        const bool starts_inside = stops_inside && chance.one_in(2);
+        const uint64_t pause_ms = chance.below(2);
+        finish.act = [=] {
+            if (stops_inside) {
                 engr_lan_ap_nw_cfg_stop();
             }
-            if (world.seed() % 3 == 2) {
+            if (starts_inside) {
                 engr_lan_ap_nw_cfg_start(take_credentials);
             }
         };
@@ -200,7 +204,7 @@ TEST(ap_config_races, start_and_stop_work_from_everywhere) {
         auto sender = world.spawn("sender", [&] {
             for (int i = 0; i < 3; ++i) {
                 app.send(config_port, plain(good));
-                world.run_for(world.seed() % 2);
+                world.run_for(pause_ms);
             }
         });
         auto stopper = world.spawn("stopper", [] { engr_lan_ap_nw_cfg_stop(); });

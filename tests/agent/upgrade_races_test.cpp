@@ -9,18 +9,6 @@
 
 namespace {
 
-/** Chances of a story that the scheduler's own draws do not depend on. */
-class variants {
-  public:
-    explicit variants(const sim::world &world) : engine_(world.seed() * 0x9E3779B97F4A7C15U) {}
-    /** True once in so many. */
-    bool one_in(uint64_t n) { return below(n) == 0; }
-    uint64_t below(uint64_t n) { return engine_() % n; }
-
-  private:
-    std::mt19937_64 engine_;
-};
-
 void expect_one_outcome_each() {
     for (const started_transfer &one : service.transfers) {
         EXPECT_LE(one.outcomes.size(), 1U)
@@ -200,7 +188,7 @@ TEST(upgrade_races, the_outcome_may_stop_the_agent_on_whatever_thread_it_is_told
         story_app app = gateway.connect();
         service.in_outcome = [](int) { EXPECT_EQ(engr_lan_pro_cntl_exit(), 0); };
         begin_upgrade(app, 8);
-        switch (world.seed() % 4) {
+        switch (variants(world).below(4)) {
         case 0: // on the worker
             app.send(7, FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcdefgh"));
             break;
@@ -231,7 +219,7 @@ TEST(upgrade_races, an_agent_started_while_an_old_upgrade_ends_keeps_its_record)
         app.send(7, FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
         world.run_for(5);
         gateway.stop();
-        world.run_for(3 + world.seed() % 4);
+        world.run_for(3 + variants(world).below(4));
         gateway.start();
         world.run_for(20);
         service.in_outcome = nullptr;
