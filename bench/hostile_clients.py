@@ -1,4 +1,4 @@
-"""How much a hostile client takes from a sound one: plays attacks on the reference gateway and prints one table.
+"""How much hostile clients delay a well-behaved one: plays attacks on the reference gateway and prints one table.
 
     cmake --preset release && ninja -C build/release
     python3 bench/hostile_clients.py                        # all attacks, 30 s each
@@ -40,7 +40,7 @@ LONGEST_GARBAGE_S = 25
 MANY_DEVICES = {"devices": [{"dev_id": f"device{number:06}", "pid": "p", "state": 1} for number in range(10_000)]}
 
 
-# ---- The attackers: each plays its part on connections of its own until it is ended.
+# ---- The attackers: each uses its own connections until it is stopped.
 
 def connect(address, **options):
     client = socket.socket()
@@ -138,7 +138,7 @@ def stay(client):
         time.sleep(10)
 
 
-# ---- What a sound client notices.
+# ---- What a well-behaved client notices.
 
 @dataclass
 class Outcome:
@@ -256,7 +256,7 @@ def peak_kib(pid):
 
 
 def take_descriptors(pid):
-    """Leaves the daemon those that it has, the sound client's among them, and one more."""
+    """Leaves the daemon those that it has, the well-behaved client's among them, and one more."""
     highest = max(map(int, os.listdir(f"/proc/{pid}/fd")))
     resource.prlimit(pid, resource.RLIMIT_NOFILE, (highest + 2, highest + 2))
 

@@ -1,5 +1,5 @@
 /*
- * Runs each test in a process of its own, as ctest does: the agent is a module with state, and a
+ * Runs each test in its own process, as ctest does: the agent is a module with state, and a
  * test that found what another one left there would depend on their order. A filter that names one
  * test, and the option
  * --in_process, keep everything in this process, for a debugger.
@@ -22,7 +22,7 @@
 
 namespace {
 
-/** What is left of GoogleTest's output when each test is a run of its own. */
+/** What is kept of GoogleTest's output when each test is a separate run. */
 class one_test_printer : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo &test) override {
         std::cout << "[ RUN      ] " << test.test_suite_name() << '.' << test.name() << std::endl;

@@ -1,5 +1,5 @@
-/* Start and stop against each other, under every schedule of short stories: nobody hangs, nobody
- * spins, and every frame that was begun gets its answer. */
+/* Concurrent starts and stops, under every schedule of short stories: no thread hangs or spins, and
+ * the frame being handled is answered. */
 #include "base/service_life.h"
 #include "platform/clock.h"
 #include "sim/explore.h"
@@ -30,10 +30,10 @@ void set_handler(int (*act)()) {
     in_handler = act;
 }
 
-/** Few steps without time moving, so that whoever polls without a pause is found. */
+/** Few steps without time passing, so that polling without a pause is found. */
 const sim::options impatient = {.steps_without_time_max = 20'000};
 
-TEST(agent_life, a_stop_before_the_worker_begins_hangs_no_handler_that_stops_or_starts) {
+TEST(agent_life, a_stop_before_the_worker_runs_does_not_hang_a_handler_that_stops_or_starts) {
     const auto story = [](sim::world &world) {
         story_gateway gateway(world);
         set_handler([] {
@@ -57,7 +57,7 @@ TEST(agent_life, a_stop_before_the_worker_begins_hangs_no_handler_that_stops_or_
     sim::expect_all_seeds(200, story, impatient);
 }
 
-TEST(agent_life, a_frame_that_was_begun_is_answered_and_none_is_begun_after_a_stop) {
+TEST(agent_life, a_stop_lets_the_current_frame_be_answered_and_starts_no_other) {
     int answered = 0;
     int unanswered = 0;
     const auto story = [&](sim::world &world) {
@@ -75,13 +75,13 @@ TEST(agent_life, a_frame_that_was_begun_is_answered_and_none_is_begun_after_a_st
         }
         stopper.join();
         EXPECT_EQ(answers, handled) << "expected an answer to each frame that was begun";
-        EXPECT_FALSE(world.log().has(0, "is fault")) << "expected no sound client to be blamed";
+        EXPECT_FALSE(world.log().has(0, "is fault")) << "expected no client to be marked faulty";
         answered += answers;
         unanswered += 3 - answers;
     };
     sim::expect_all_seeds(400, story, impatient);
-    EXPECT_GT(answered, 0) << "expected stops behind a frame, too";
-    EXPECT_GT(unanswered, 0) << "expected stops before a frame, too";
+    EXPECT_GT(answered, 0) << "expected some stops after a frame";
+    EXPECT_GT(unanswered, 0) << "expected some stops before a frame";
 }
 
 /** Runs all schedules of a story with up to two preemptions, and records how many there were. */
@@ -134,7 +134,7 @@ void run_beside(sim::world &world, const std::vector<void (*)()> &acts) {
         }
     }
     const uint64_t polls = world.calls("kelo_hal_system_delay");
-    EXPECT_LE(polls, acts.size() * (world.now_ms() + 1)) << "expected a pause behind each look";
+    EXPECT_LE(polls, acts.size() * (world.now_ms() + 1)) << "expected a pause after each poll";
     EXPECT_EQ(claims, 0) << "expected every start and stop to end";
     stop_once();
     EXPECT_EQ(one.state(), life_state::stopped);
@@ -150,7 +150,7 @@ void visit_and(void (*act)()) {
     }
 }
 
-TEST(service_life_schedules, start_against_start) {
+TEST(service_life_schedules, two_starts_at_once) {
     expect_every_schedule([](sim::world &world) {
         run_beside(world, {start_once, start_once});
         EXPECT_EQ(releases, 1);
@@ -176,7 +176,7 @@ int stop_and_start(const char * /*ssid*/, const char * /*passwd*/, const char * 
     return 0;
 }
 
-TEST(listener_schedules, stop_beside_a_datagram_whose_callback_stops_and_starts) {
+TEST(listener_schedules, stop_during_a_datagram_whose_callback_stops_and_starts) {
     expect_every_schedule([](sim::world &world) {
         constexpr uint16_t config_port = 6669;
         sim::udp_peer app = world.open_udp(0);
@@ -189,7 +189,7 @@ TEST(listener_schedules, stop_beside_a_datagram_whose_callback_stops_and_starts)
     });
 }
 
-TEST(agent_schedules, stop_beside_a_worker_that_begins) {
+TEST(agent_schedules, stop_while_the_worker_starts) {
     expect_every_schedule(
         [](sim::world &world) {
             story_gateway gateway(world);

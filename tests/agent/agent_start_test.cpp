@@ -19,7 +19,7 @@ TEST_F(agent_start, a_second_start_changes_nothing_and_a_stop_without_start_does
     EXPECT_TRUE(world.log().has(4, "cmmod register finish 1"));
 }
 
-TEST_F(agent_start, a_failing_step_is_told_undone_and_does_not_hinder_the_next_start) {
+TEST_F(agent_start, a_failing_step_is_logged_and_rolled_back_and_the_next_start_works) {
     const struct {
         const char *what;
         const char *operation;
@@ -56,7 +56,7 @@ TEST_F(agent_start, a_failing_step_is_told_undone_and_does_not_hinder_the_next_s
     }
 }
 
-TEST(agent_start_races, lets_nobody_in_before_it_has_succeeded) {
+TEST(agent_start_races, accepts_no_client_before_it_has_succeeded) {
     uint64_t early_calls = 0;
     sim::expect_all_seeds(100, [&](sim::world &world) {
         story_gateway gateway(world);
@@ -79,7 +79,7 @@ TEST(agent_start_races, lets_nobody_in_before_it_has_succeeded) {
     EXPECT_GT(early_calls, 0U) << "expected a call beside the start under some seed";
 }
 
-TEST_F(agent_start, without_ticks_the_server_works_all_the_same) {
+TEST_F(agent_start, the_server_works_without_discovery_ticks) {
     world.fail("sys_start_timer", sim::nth(1));
     gateway.start();
     EXPECT_EQ(gateway.connect().ask(FRM_KEEPALIVE), "9/0/0/");

@@ -24,7 +24,7 @@ void expect_quick_stop(sim::world &world) {
     EXPECT_LE(world.now_ms() - before, 100U) << "expected every wait to end at once";
 }
 
-TEST(agent_stop, is_quick_in_the_middle_of_whatever_clients_do) {
+TEST(agent_stop, is_quick_whatever_the_clients_are_doing) {
     const struct {
         const char *what;
         void (*act)(story_gateway &gateway, sim::world &world, std::vector<story_app> &apps);

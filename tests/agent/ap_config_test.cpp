@@ -48,7 +48,7 @@ struct ap_config : agent_test {
     sim::udp_peer app = world.open_udp(0);
 };
 
-TEST_F(ap_config, hands_on_what_a_good_datagram_says_and_drops_all_others) {
+TEST_F(ap_config, passes_on_valid_credentials_and_drops_all_other_datagrams) {
     start();
     finish.result = 5;
     const std::string filled = R"({"ssid":"s","token":"t","fill":")";
@@ -130,8 +130,7 @@ TEST_F(ap_config, listens_until_accepted_and_again_after_a_stop) {
     EXPECT_TRUE(world.log().has(4, "End While. Finish AP IN UDP Listen"));
     app.send(config_port, plain(good));
     world.run_for(10);
-    EXPECT_EQ(finish.got.size(), 2U)
-        << "expected a refusal to go on listening, an acceptance not to";
+    EXPECT_EQ(finish.got.size(), 2U) << "expected the listener to continue after a refusal only";
     EXPECT_EQ(engr_lan_ap_nw_cfg_start(take_credentials), 0)
         << "expected a finished listener to be left alone";
     engr_lan_ap_nw_cfg_stop();
@@ -218,11 +217,11 @@ TEST(ap_config_races, start_and_stop_work_from_everywhere) {
         const size_t so_far = finish.got.size();
         app.send(config_port, plain(good));
         world.run_for(5'000);
-        EXPECT_EQ(finish.got.size(), so_far) << "expected a stopped listener to be deaf";
+        EXPECT_EQ(finish.got.size(), so_far) << "expected a stopped listener to receive nothing";
     });
 }
 
-TEST_F(ap_config, reports_a_failure_once_and_gives_the_access_point_up) {
+TEST_F(ap_config, reports_a_failure_once_and_shuts_the_access_point_down) {
     sim::udp_peer listener = world.open_udp(6670);
     ::gateway::set_gateway_field("wf_ssid", "net");
     ::gateway::set_gateway_field("wf_passwd", "pw");

@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(bounded_text, keeps_what_fits_and_notes_that_it_was_cut) {
+TEST(bounded_text, keeps_what_fits_and_records_that_it_was_cut) {
     const struct {
         std::vector<const char *> pieces;
         const char *text;

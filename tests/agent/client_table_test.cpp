@@ -12,7 +12,7 @@ struct client_table : agent_test {
     static const lan_pro_cntl_t &record() { return *lan_pro_cntl.load(); }
 };
 
-TEST_F(client_table, calls_for_no_socket_or_without_clients_are_logged_and_change_nothing) {
+TEST_F(client_table, calls_for_an_unknown_socket_or_without_clients_are_logged_and_change_nothing) {
     const struct {
         const char *what;
         void (*call)();
@@ -47,7 +47,7 @@ TEST_F(client_table, calls_for_no_socket_or_without_clients_are_logged_and_chang
     EXPECT_EQ(world.log().count(0, ""), 2U);
 }
 
-TEST_F(client_table, is_empty_for_everybody_once_the_agent_is_stopped) {
+TEST_F(client_table, is_empty_for_every_caller_once_the_agent_is_stopped) {
     story_app app = gateway.connect();
     gateway.stop();
     ASSERT_EQ(lan_pro_cntl.load(), nullptr);
@@ -72,7 +72,7 @@ TEST_F(client_table, holds_ten_clients_and_refuses_an_eleventh) {
     EXPECT_EQ(record().socket_time[9], 5U) << "expected a full table to be kept up to date";
 }
 
-TEST_F(client_table, closing_one_moves_those_behind_it_up_with_all_they_have) {
+TEST_F(client_table, closing_a_client_moves_all_fields_of_the_later_ones_up) {
     std::vector<story_app> apps;
     for (int i = 0; i < 4; ++i) {
         apps.push_back(gateway.connect());
@@ -128,8 +128,8 @@ TEST(client_table_sweep, closes_faulty_clients_and_those_silent_for_120_s_to_30_
     }
 }
 
-/** Whoever looks between the decision to close a client and its close. */
-TEST(client_table_sweep, a_client_that_is_being_swept_out_has_its_fault_flag_cleared_first) {
+/** Another thread may see the table between the decision to close a client and its close. */
+TEST(client_table_sweep, a_swept_client_has_its_fault_flag_cleared_first) {
     uint64_t seen = 0;
     sim::expect_all_seeds(50, [&](sim::world &world) {
         story_gateway gateway(world);
@@ -149,7 +149,7 @@ TEST(client_table_sweep, a_client_that_is_being_swept_out_has_its_fault_flag_cle
         __check_socket_tm(world.posix_s());
         watcher.join();
     });
-    EXPECT_GT(seen, 0U) << "expected a look at a client that is not closed yet";
+    EXPECT_GT(seen, 0U) << "expected to see a client that is not closed yet";
 }
 
 } // namespace

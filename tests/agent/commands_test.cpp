@@ -18,11 +18,12 @@ struct command_case {
     const char *what;
     uint32_t fr_type;
     const char *request;
-    const char *answer; ///< the frame that comes first, "type/number/ret/text"; null: not looked at
-    const char *calls;  ///< "name(arguments)=result", separated by blanks; null: not looked at
-    const char *log;    ///< a line of the log; null: not looked at
-    const char *faulty = nullptr; ///< service or callback that returns something else than its work
-    int32_t result = 0;           ///< what it returns
+    const char *answer; ///< the first frame, "type/number/ret/text"; null: not checked
+    const char *calls;  ///< "name(arguments)=result", separated by blanks; null: not checked
+    const char *log;    ///< a line of the log; null: not checked
+    const char *faulty =
+        nullptr;        ///< service or callback that returns `result` instead of doing its work
+    int32_t result = 0; ///< what it returns
 };
 
 struct commands : agent_test {
@@ -102,7 +103,7 @@ struct commands : agent_test {
     std::optional<story_app> app;
 };
 
-TEST_F(commands, to_devices_and_groups_are_checked_handed_on_and_silent_when_refused) {
+TEST_F(commands, to_devices_and_groups_are_checked_passed_on_and_silent_when_refused) {
     const command_case cases[] = {
         {"set", FRM_TP_CMD, R"({"cid":"lamp","dps":{"1":false}})", "7/7/0/", nullptr,
          "Rev TP CMD 7"},
@@ -146,7 +147,7 @@ TEST_F(commands, to_devices_and_groups_are_checked_handed_on_and_silent_when_ref
     check_all(cases);
 }
 
-TEST_F(commands, to_devices_groups_and_scenes_log_an_end_that_is_a_failure_and_no_other) {
+TEST_F(commands, to_devices_groups_and_scenes_log_failures_only) {
     const struct {
         uint32_t fr_type;
         const char *request;
@@ -179,7 +180,7 @@ TEST_F(commands, to_devices_groups_and_scenes_log_an_end_that_is_a_failure_and_n
     }
 }
 
-TEST_F(commands, that_query_and_delete_devices_say_what_they_find) {
+TEST_F(commands, that_query_and_delete_devices_return_what_they_find) {
     const command_case cases[] = {
         {"by id", FRM_LOCAL_DP_QUERY, R"({"cid":"lamp"})",
          R"(10/7/0/{"cid":"lamp","dps":{"1":true}})",
@@ -225,7 +226,7 @@ TEST_F(commands, that_query_and_delete_devices_say_what_they_find) {
     EXPECT_EQ(app->ask(FRM_DEV_LIST).find("lamp"), std::string::npos);
 }
 
-TEST_F(commands, to_scenes_are_checked_handed_on_and_reported_by_the_service) {
+TEST_F(commands, to_scenes_are_checked_passed_on_and_reported_by_the_service) {
     const std::string set =
         R"({"totalCount":1,"gmtModified":5,"scenes":[{"sceneId":"s1","actions":[]}]})";
     const std::string long_cid = R"({"cid":")" + std::string(200, 'c') + R"("})";
@@ -293,7 +294,7 @@ TEST_F(commands, to_scenes_are_checked_handed_on_and_reported_by_the_service) {
         << "expected success without scene_exec";
 }
 
-TEST_F(commands, to_the_gateway_are_checked_and_answered_with_what_the_service_says) {
+TEST_F(commands, to_the_gateway_are_checked_and_answered_with_the_result_of_the_service) {
     const command_case cases[] = {
         {"token", FRM_TOKEN_BIND, R"({"token":"t0"})", "12/7/0/",
          R"(engr_gw_user_token_bind("***")=0)", R"(Rev Data:{"token":"t0"})"},
@@ -425,7 +426,7 @@ TEST_F(commands, that_push_and_read_configuration_keep_it_byte_for_byte) {
     app->send_encrypted(7, FRM_DOWNLOAD_CLOUD_CFG, "{}");
     world.run_for(100);
     EXPECT_EQ(calls().find("engr_end_notify"), std::string::npos)
-        << "expected no end of engineering when the app could not be told of its success";
+        << "expected engineering not to end when the answer could not be sent";
 
     app.emplace(gateway.connect());
     std::filesystem::create_directory("d");

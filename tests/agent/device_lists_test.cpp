@@ -13,7 +13,7 @@ std::string site_of(const std::string &devices) {
     return R"({"gateway": {"gw_id": "GW0001"}, "devices": [)" + devices + "]}";
 }
 
-TEST(device_lists, show_the_devices_that_are_to_be_shown) {
+TEST(device_lists, contain_the_devices_that_are_not_hidden) {
     const struct {
         const char *what;
         const char *devices;
@@ -60,7 +60,7 @@ TEST(device_lists, show_the_devices_that_are_to_be_shown) {
 
 using device_lists_memory = agent_test;
 
-TEST_F(device_lists_memory, tell_which_allocation_failed) {
+TEST_F(device_lists_memory, log_which_allocation_failed) {
     gateway.start();
     story_app app = gateway.connect();
     const struct {
@@ -81,7 +81,7 @@ TEST_F(device_lists_memory, tell_which_allocation_failed) {
     }
 }
 
-/** A list that holds more than dev_count says, as one that grows between the two looks does. */
+/** A list with more devices than dev_count, as one has that grows in between. */
 TEST_F(device_lists_memory, stay_inside_their_buffers_when_the_list_grew_meanwhile) {
     gateway.start();
     story_app app = gateway.connect();

@@ -64,7 +64,7 @@ TEST_F(discovery, follows_the_gateway_record_and_its_address) {
                 world.log().has(4, "Create UDP Socket To Broadcast"));
 }
 
-TEST_F(discovery, sends_nothing_without_network_with_ten_sound_clients_or_with_too_long_a_text) {
+TEST_F(discovery, sends_nothing_without_network_with_ten_clients_or_with_too_long_a_text) {
     gateway.start();
     ::gateway::set_network_up(false);
     world.log().clear();
@@ -89,7 +89,7 @@ TEST_F(discovery, sends_nothing_without_network_with_ten_sound_clients_or_with_t
     EXPECT_TRUE(world.log().has(0, "discovery text does not fit into 256 bytes, nothing sent"));
 }
 
-TEST_F(discovery, a_failing_step_is_told_and_ends_that_tick_only) {
+TEST_F(discovery, a_failing_step_is_logged_and_ends_that_tick_only) {
     gateway.start();
     ASSERT_NE(next(), "nothing");
     const std::string send = "send";
@@ -152,7 +152,7 @@ TEST_F(airkiss, takes_the_step_that_fits_the_state_and_initialises_the_packet_on
         {"status unknown", 4, 1, "get_wf_gw_nw_status", {}, "get_wf_gw_nw_status error:-9"},
         {"station not connected", 5, 1, nullptr, {}, "the station do't connect ap,status:5"},
         {"configuration finished", 6, 0, nullptr, {"ak_lan_nwc_fin_inform"}, "Send Random 77"},
-        {"phone can't be told",
+        {"phone can't be informed",
          7,
          0,
          "ak_lan_nwc_fin_inform",

@@ -1,4 +1,4 @@
-/* The dispatcher: registered handlers, decryption, and types that nobody serves. */
+/* The dispatcher: registered handlers, decryption, and types without a handler. */
 #include "clients/lan_pro_cntl.h"
 #include "story_gateway.h"
 #include "transport/frame_types.h"
@@ -10,7 +10,7 @@ struct dispatcher : agent_test {
     dispatcher() { gateway.start(); }
 };
 
-TEST_F(dispatcher, decrypts_unless_the_type_is_exempt_and_answers_what_it_can_not_read) {
+TEST_F(dispatcher, decrypts_unless_the_type_is_exempt_and_refuses_what_it_can_not_decrypt) {
     const std::string noise(32, 'n');
     const auto cipher = [](std::string_view plain) {
         return lan_client::encrypt(lan_client::unactivated_key(), plain);

@@ -80,7 +80,7 @@ TEST_F(network, is_waited_for_while_it_is_down_or_its_wired_address_is_not_settl
     }
 }
 
-TEST_F(network, is_taken_for_down_by_the_broadcast_when_the_lower_eight_bits_are_0) {
+TEST_F(network, counts_as_down_for_the_broadcast_when_the_lower_eight_bits_are_0) {
     gateway.start();
     sim::udp_peer listener = world.open_udp(6667);
     for (const uint32_t value : {0x100U, 0U, 1U, 2U, 0x80U}) {

@@ -78,7 +78,7 @@ TEST_F(platform_calls, set_up_the_broadcast_once) {
                 testing::StartsWith("kelo_hal_net_send_to(4, "));
 }
 
-TEST_F(platform_calls, start_threads_with_the_stack_and_priority_meant_for_them) {
+TEST_F(platform_calls, start_threads_with_their_stack_and_priority) {
     gateway.start();
     EXPECT_THAT(since_last_look("main", "CreateAndStart"),
                 testing::StartsWith("CreateAndStart(2048, 3) [8 bytes "));

@@ -30,7 +30,7 @@ TEST_F(report, without_a_client_is_refused_and_nothing_is_queued) {
     EXPECT_EQ(world.calls("cmmod_post_msg"), 0U);
 }
 
-TEST_F(report, notices_carry_their_text_cut_at_127_characters) {
+TEST_F(report, texts_are_cut_at_127_characters) {
     gateway.start();
     story_app app = gateway.connect();
     EXPECT_EQ(engr_lan_sub_dev_bind_report(nullptr, "p"), -2);
@@ -55,7 +55,7 @@ TEST_F(report, notices_carry_their_text_cut_at_127_characters) {
     EXPECT_EQ(app.receive_text(), R"(232/0/0/{"firmwareType":0, "cid":"a", "progress":98})");
 }
 
-TEST_F(report, reaches_the_clients_before_and_behind_a_faulty_one) {
+TEST_F(report, reaches_the_clients_before_and_after_a_faulty_one) {
     gateway.start();
     story_app first = gateway.connect();
     story_app second = gateway.connect();
@@ -73,7 +73,7 @@ TEST_F(report, reaches_the_clients_before_and_behind_a_faulty_one) {
     EXPECT_EQ(second.receive_text(100), "nothing");
 }
 
-TEST_F(report, queued_for_clients_that_left_or_not_packed_is_dropped_without_a_leak) {
+TEST_F(report, is_dropped_without_a_leak_when_its_clients_left_or_packing_fails) {
     gateway.start();
     {
         story_app app = gateway.connect();
@@ -111,13 +111,14 @@ TEST_F(report, a_failed_or_short_write_marks_the_client_and_the_next_send_writes
         EXPECT_EQ(engr_lan_sub_dev_unbind_report("a"), 0);
         EXPECT_EQ(world.calls("kelo_hal_net_send"), sends)
             << "expected no write to a faulty client";
-        EXPECT_EQ(world.log().count(0, " is fault"), 1U) << "expected the refused send to be told";
+        EXPECT_EQ(world.log().count(0, " is fault"), 1U)
+            << "expected the refused send to be logged";
         EXPECT_TRUE(app.peer.wait_for_end(11'000));
         world.log().clear();
     }
 }
 
-TEST_F(report, that_can_not_be_encrypted_is_not_sent_and_leaves_the_client_sound) {
+TEST_F(report, that_can_not_be_encrypted_is_not_sent_and_does_not_mark_the_client) {
     gateway.start();
     story_app app = gateway.connect();
     const struct {
@@ -141,7 +142,7 @@ TEST_F(report, that_can_not_be_encrypted_is_not_sent_and_leaves_the_client_sound
     EXPECT_TRUE(world.log().has(0, "Create Send Buf Fails"));
 }
 
-TEST_F(report, gives_the_queued_message_back_before_it_waits_for_a_client) {
+TEST_F(report, releases_the_queued_message_before_it_waits_for_a_client) {
     gateway.start();
     story_app app = gateway.connect();
     app.peer.link().to_peer_bytes_max = 10;

@@ -23,7 +23,7 @@ const std::string dev_list_answer =
     R"({"products":[{"cid":"lamp","pid":"p1"},{"cid":"door","pid":"p2"},)"
     R"({"cid":"gone","pid":"p3"}]})";
 
-TEST_F(server, cuts_what_a_client_sends_into_frames_and_says_what_it_drops) {
+TEST_F(server, splits_the_stream_into_frames_and_logs_what_it_drops) {
     const std::string list = frame(5, 241);
     const std::string cut_head = list.substr(0, 12);
     struct {
@@ -93,7 +93,7 @@ TEST_F(server, takes_frames_of_up_to_2098175_bytes) {
         << "expected the connection to stay open";
 }
 
-TEST_F(server, gives_up_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
+TEST_F(server, drops_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
     story_app app = gateway.connect();
     app.peer.send(frame(3, 241, std::string(1000, 'x')).substr(0, 600));
     world.run_for(30'009);
@@ -104,7 +104,7 @@ TEST_F(server, gives_up_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
     EXPECT_EQ(app.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
 }
 
-TEST_F(server, waits_anew_for_the_rest_of_a_frame_with_each_byte_of_it) {
+TEST_F(server, restarts_the_timeout_of_a_frame_with_each_byte) {
     story_app app = gateway.connect();
     const std::string whole = frame(3, 241, std::string(1000, 'x'));
     app.peer.send(whole.substr(0, 600));
@@ -115,7 +115,7 @@ TEST_F(server, waits_anew_for_the_rest_of_a_frame_with_each_byte_of_it) {
     EXPECT_EQ(app.receive_text(), "241/3/0/" + dev_list_answer);
 }
 
-TEST_F(server, tries_a_transient_error_again_while_a_frame_is_completed_and_no_other) {
+TEST_F(server, retries_a_transient_error_only_while_it_completes_a_frame) {
     const struct {
         const char *what;
         int32_t error;
@@ -205,7 +205,7 @@ TEST_F(server, keeps_clients_when_the_clock_is_set_by_30_days_or_back) {
     EXPECT_FALSE(app.peer.ended()) << "expected negative silence to be no silence";
     world.jump_posix(3600);
     world.run_for(11'000);
-    EXPECT_TRUE(app.peer.ended()) << "expected normal ageing to go on";
+    EXPECT_TRUE(app.peer.ended()) << "expected idle clients to be closed as usual";
 }
 
 TEST_F(server, closes_a_client_that_left_broke_off_or_sent_urgent_data) {
@@ -240,10 +240,10 @@ TEST_F(server, a_client_that_does_not_read_costs_the_others_one_bounded_wait) {
     EXPECT_LE(world.now_ms() - before, 2'100U);
     world.run_for(11'000);
     EXPECT_EQ(engr_lan_pro_cntl_get_valid_connect_cnt(), 1)
-        << "expected the deaf client to be gone";
+        << "expected the client that does not read to be gone";
 }
 
-TEST_F(server, comes_back_by_itself_when_its_sockets_were_closed_or_broke) {
+TEST_F(server, listens_again_when_its_sockets_were_closed_or_broke) {
     const struct {
         const char *what;
         void (*harm)(sim::world &);
@@ -266,7 +266,7 @@ TEST_F(server, comes_back_by_itself_when_its_sockets_were_closed_or_broke) {
     }
 }
 
-TEST_F(server, looks_for_the_network_every_1500_ms_before_it_listens_again) {
+TEST_F(server, checks_the_network_every_1500_ms_before_it_listens_again) {
     ::gateway::set_network_up(false);
     lpc_close_all_socket();
     world.run_for(60'100);
@@ -291,7 +291,7 @@ TEST_F(server, pauses_1500_ms_before_it_starts_over_and_after_a_failed_set_up) {
     }
 }
 
-TEST_F(server, names_the_step_of_set_up_that_failed_and_tries_again) {
+TEST_F(server, logs_the_step_of_set_up_that_failed_and_retries) {
     const struct {
         const char *operation;
         int32_t code;
@@ -320,7 +320,7 @@ TEST_F(server, names_the_step_of_set_up_that_failed_and_tries_again) {
     }
 }
 
-TEST_F(server, takes_descriptor_0_of_a_platform_for_a_listening_socket_and_for_no_client) {
+TEST_F(server, accepts_descriptor_0_for_the_listening_socket_but_not_for_a_client) {
     world.fail("kelo_hal_net_socket_create", sim::nth(1), {.result = 0});
     EXPECT_EQ(__setup_tcp_serv_socket(7000), -6) << "expected the buffer of socket 0 to be set";
     world.fail("kelo_hal_net_accept", sim::nth(1), {.result = 0});
@@ -344,7 +344,7 @@ TEST_F(server, serves_its_clients_while_no_connection_can_be_accepted) {
     sim::peer waiting = world.connect(lan_port);
     world.run_for(1'000);
     EXPECT_LE(world.log().count(0, "net_accept client socket failed"), 12U)
-        << "expected a pause behind each try";
+        << "expected a pause after each attempt";
     EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/");
     world.clear(lasting);
     EXPECT_EQ(story_app(std::move(waiting)).ask(FRM_KEEPALIVE), "9/0/0/")

@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,7 @@ constexpr uint16_t lan_port = 6668;
 /** A site with a gateway and three devices: one online, one offline, one that is leaving. */
 extern const char *const small_site;
 
-/** One app on a connection of its own. */
+/** One app on its own connection. */
 class story_app {
   public:
     explicit story_app(sim::peer connection) : peer(std::move(connection)) {}
@@ -38,7 +39,6 @@ class story_app {
     lan_client::aes_key key = lan_client::unactivated_key();
 };
 
-/** A gateway with the agent in a world; stopped and closed at the end of the scope. */
 /** Choices of a story, from a random stream apart from the scheduler's, so that each variant meets
  * all kinds of schedules. */
 class variants {
@@ -72,6 +72,7 @@ class working_directory {
     std::filesystem::path path_;
 };
 
+/** A gateway with the agent in a world; stopped and closed at the end of the scope. */
 class story_gateway {
   public:
     explicit story_gateway(sim::world &world, const std::string &site = small_site,

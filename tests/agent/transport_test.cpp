@@ -27,7 +27,7 @@ std::string hex(const uint8_t *bytes, uint32_t size) {
     return text;
 }
 
-TEST_F(transport, frames_stand_on_the_wire_as_documented) {
+TEST_F(transport, frames_have_the_documented_bytes) {
     const uint8_t payload[] = {'{', '}'};
     const struct {
         const char *what;
@@ -88,7 +88,7 @@ TEST_F(transport, a_frame_too_long_for_its_length_word_is_not_built) {
     EXPECT_EQ(world.calls("Malloc"), 0U) << "expected no attempt at a cut one";
 }
 
-TEST_F(transport, cursors_stop_at_the_end_of_their_bytes_for_good) {
+TEST_F(transport, cursors_stay_at_the_end_after_an_overrun) {
     const uint8_t bytes[] = {1, 2, 3, 4, 5, 6, 7};
     byte_reader reader(bytes, sizeof bytes);
     EXPECT_EQ(reader.u32(), 0x01020304U);
@@ -115,7 +115,7 @@ TEST_F(transport, cursors_stop_at_the_end_of_their_bytes_for_good) {
     EXPECT_EQ(hex(written, 8), "0a0b0c0d01020300");
 }
 
-TEST_F(transport, keys_built_again_are_the_same_and_cipher_and_text_go_both_ways) {
+TEST_F(transport, keys_are_the_same_when_built_again_and_decrypt_what_they_encrypted) {
     for (const auto &[build, key] : {std::pair{&make_key1_encode, &app_key1[0]},
                                      {&make_key2_encode, &app_key2[0]},
                                      {&make_key3_encode, &app_key3[0]}}) {

@@ -64,7 +64,7 @@ TEST_F(upgrade_chunks, reach_the_service_byte_for_byte_and_are_asked_for_in_turn
     EXPECT_TRUE(world.log().has(4, "download firmware success"));
 }
 
-TEST_F(upgrade_chunks, asks_for_half_a_megabyte_at_a_time_unless_told_otherwise) {
+TEST_F(upgrade_chunks, have_half_a_megabyte_by_default) {
     announce(*app, 600'000);
     service.offered.file_size = 600'000;
     start_transfer(0);

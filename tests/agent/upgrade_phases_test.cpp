@@ -15,7 +15,7 @@ struct upgrade_phases : sim::test {
 
     /** Brings the upgrade into a phase. */
     void reach(const std::string &phase) {
-        service.take_told();
+        service.take_calls();
         service.transfers.clear();
         service.in_outcome = nullptr;
         service.starts_transfer = phase != "offered";
@@ -28,7 +28,7 @@ struct upgrade_phases : sim::test {
         } else {
             begin_upgrade(*app, 4);
         }
-        if (phase == "telling") {
+        if (phase == "reporting") {
             service.in_outcome = [this](int) {
                 service.in_outcome = nullptr;
                 world.run_for(outcome_watchdog_ms + 10'000);
@@ -117,11 +117,11 @@ TEST_F(upgrade_phases,
         {"receiving", piece, "1/0", "1"},
         {"receiving", lost, "0/2", "1"},
         {"receiving", version, "0/2", "-"},
-        {"telling", empty, "1/0", "0"},
-        {"telling", transfer, "1/0", "0 1"},
-        {"telling", piece, "1/0", "0"},
-        {"telling", lost, "1/0", "0"},
-        {"telling", version, "0/2", "0"},
+        {"reporting", empty, "1/0", "0"},
+        {"reporting", transfer, "1/0", "0 1"},
+        {"reporting", piece, "1/0", "0"},
+        {"reporting", lost, "1/0", "0"},
+        {"reporting", version, "0/2", "0"},
         {"transfer_only", start, "1/0", "1"},
         {"transfer_only", empty, "0/2", "1"},
         {"transfer_only", not_json, "0/2", "1"},
@@ -144,7 +144,7 @@ TEST_F(upgrade_phases,
     }
 }
 
-TEST_F(upgrade_phases, a_transfer_started_while_the_one_before_is_told_outlives_its_upgrade) {
+TEST_F(upgrade_phases, a_transfer_started_during_the_outcome_of_another_outlives_its_upgrade) {
     const struct {
         const char *what;
         std::string last_chunk;

@@ -5,14 +5,13 @@
 #include "upgrade_story.h"
 
 #include <cstdlib>
-#include <random>
 
 namespace {
 
 void expect_one_outcome_each() {
     for (const started_transfer &one : service.transfers) {
         EXPECT_LE(one.outcomes.size(), 1U)
-            << "expected each transfer to be told once at most: " << service.outcome_of_each();
+            << "expected at most one outcome for each transfer: " << service.outcome_of_each();
     }
 }
 
@@ -153,7 +152,7 @@ TEST(upgrade_races, two_ends_at_once_give_each_transfer_one_outcome_under_all_sc
                 ASSERT_EQ(upgrade_create(), 0);
                 upgrade_begin();
                 service.start_transfer();
-                // With nobody else it is the watchdog that meets the server task.
+                // Without another act, the watchdog races with the server task.
                 world.run_for(other == nothing ? chunk_watchdog_ms : 1);
                 {
                     const sim::test_thread one = world.spawn("server", server);
@@ -164,7 +163,7 @@ TEST(upgrade_races, two_ends_at_once_give_each_transfer_one_outcome_under_all_sc
                 if (other == service_restarts ||
                     other == version_is_reported_and_service_restarts) {
                     EXPECT_EQ(service.transfers.back().outcomes.size(), 1U)
-                        << "expected the transfer started last to be told";
+                        << "expected an outcome of the transfer started last";
                 }
                 upgrade_end_by_version();
                 upgrade_release();
@@ -181,7 +180,7 @@ TEST(upgrade_races, two_ends_at_once_give_each_transfer_one_outcome_under_all_sc
     std::printf("%llu schedules\n", static_cast<unsigned long long>(runs));
 }
 
-TEST(upgrade_races, the_outcome_may_stop_the_agent_on_whatever_thread_it_is_told) {
+TEST(upgrade_races, the_outcome_may_stop_the_agent_on_whatever_thread_it_arrives) {
     sim::expect_all_seeds(60, [](sim::world &world) {
         upgrade_gateway gateway(world);
         gateway.start();

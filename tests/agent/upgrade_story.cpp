@@ -13,7 +13,7 @@ int take_chunk(lan_fw_info_t *firmware, uint32_t total, uint32_t offset, const u
     EXPECT_EQ(total, firmware->file_size);
     *firmware = {}; // its own copy; nothing of the agent may depend on it afterwards
     EXPECT_TRUE(length == 0 || data != nullptr);
-    self.told.push_back("chunk " + std::to_string(offset) + "+" + std::to_string(length));
+    self.calls.push_back("chunk " + std::to_string(offset) + "+" + std::to_string(length));
     *remain_len = self.remain_len;
     if (self.in_chunk) {
         self.in_chunk();
@@ -27,7 +27,7 @@ int take_outcome(lan_fw_info_t *firmware, int result, void *cb_arg) {
     EXPECT_EQ(firmware->file_size, self.offered.file_size)
         << "expected the record that the transfer was started with";
     transfer.outcomes += std::to_string(result);
-    self.told.push_back("outcome " + std::to_string(result));
+    self.calls.push_back("outcome " + std::to_string(result));
     if (self.in_outcome) {
         self.in_outcome(result);
     }
@@ -35,8 +35,8 @@ int take_outcome(lan_fw_info_t *firmware, int result, void *cb_arg) {
 }
 
 int32_t take_offer(lan_fw_info_t *firmware) {
-    service.told.push_back("offer " + std::to_string(firmware->fw_kind) + " " + firmware->sw_ver +
-                           " " + std::to_string(firmware->file_size) + " " + firmware->file_md5);
+    service.calls.push_back("offer " + std::to_string(firmware->fw_kind) + " " + firmware->sw_ver +
+                            " " + std::to_string(firmware->file_size) + " " + firmware->file_md5);
     service.offered = *firmware;
     if (service.starts_transfer) {
         EXPECT_EQ(service.start_transfer(), 0);
@@ -45,7 +45,7 @@ int32_t take_offer(lan_fw_info_t *firmware) {
 }
 
 int32_t take_device_offer(const char *dev_id, lan_fw_info_t *firmware) {
-    service.told.push_back(std::string("for ") + dev_id);
+    service.calls.push_back(std::string("for ") + dev_id);
     return take_offer(firmware);
 }
 
@@ -53,18 +53,18 @@ int32_t take_device_offer(const char *dev_id, lan_fw_info_t *firmware) {
 
 size_t recording_service::outcomes() const {
     size_t count = 0;
-    for (const std::string &one : told) {
+    for (const std::string &one : calls) {
         count += one.starts_with("outcome") ? 1 : 0;
     }
     return count;
 }
 
-std::string recording_service::take_told() {
+std::string recording_service::take_calls() {
     std::string all;
-    for (const std::string &one : told) {
+    for (const std::string &one : calls) {
         all += (all.empty() ? "" : "; ") + one;
     }
-    told.clear();
+    calls.clear();
     return all;
 }
 

@@ -1,4 +1,4 @@
-/* An upgrade service that records what it is told and does as a test wishes, in the place of the
+/* An upgrade service that records its calls and acts as a test wishes, in the place of the
  * reference gateway's own. */
 #pragma once
 
@@ -12,13 +12,13 @@ struct recording_service;
 /** One transfer of the service: what its callbacks are given. */
 struct started_transfer {
     recording_service *service;
-    std::string outcomes; /**< what was told of it, one character each */
+    std::string outcomes; /**< its outcomes, one character each */
 };
 
-/** What the service was told and what it does. */
+/** Calls of the service, and what it does. */
 struct recording_service {
     std::vector<std::string>
-        told; /**< "offer KIND VERSION SIZE MD5", "chunk OFFSET+LENGTH", "outcome R" */
+        calls; /**< "offer KIND VERSION SIZE MD5", "chunk OFFSET+LENGTH", "outcome R" */
     int32_t offer_result = 0;
     bool starts_transfer = true;
     uint32_t chunk_size = 4;
@@ -28,13 +28,13 @@ struct recording_service {
     std::function<void()> in_chunk;
     std::function<void(int result)> in_outcome;
 
-    /** How often an outcome was told. */
+    /** How many outcomes were reported. */
     [[nodiscard]] size_t outcomes() const;
-    /** Everything told, separated by "; "; forgets it. */
-    std::string take_told();
+    /** All calls so far, separated by "; "; clears them. */
+    std::string take_calls();
     /** Starts a transfer for what was offered last. */
     int32_t start_transfer(const char *dev_id = nullptr);
-    /** What was told of each transfer, in the order of their starts: "0", "1", "-" for nothing,
+    /** Outcome of each transfer, in the order of their starts: "0", "1", "-" for none,
      * separated by blanks. */
     [[nodiscard]] std::string outcome_of_each() const;
 

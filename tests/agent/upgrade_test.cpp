@@ -71,8 +71,8 @@ TEST_F(upgrade, of_the_gateway_goes_from_announcement_to_outcome) {
     app->send(7, FRM_DOWNLOAD_FIRMWARE, chunk(5, "56789"));
     world.run_for(2'000);
     EXPECT_EQ(state(), "0/2/still");
-    EXPECT_EQ(service.take_told(), std::string("offer 9 2.0.1.longe 10 ") + md5 +
-                                       "; chunk 0+4; chunk 4+2; chunk 5+5; outcome 0");
+    EXPECT_EQ(service.take_calls(), std::string("offer 9 2.0.1.longe 10 ") + md5 +
+                                        "; chunk 0+4; chunk 4+2; chunk 5+5; outcome 0");
 }
 
 TEST_F(upgrade, of_a_sub_device_ends_with_its_new_version) {
@@ -97,11 +97,10 @@ TEST_F(upgrade, of_a_sub_device_ends_with_its_new_version) {
               R"(231/0/0/{"firmwareType":10,"cid":"lamp","offset":2,"downloadSize":0})");
     EXPECT_EQ(app->receive_text(), R"(233/0/0/{"firmwareType":10, "cid":"lamp", "softVer":"3"})");
     EXPECT_EQ(state(), "0/2/still");
-    EXPECT_EQ(service.take_told(), "for lamp; offer 3 3 2 m; chunk 0+2; outcome 0");
+    EXPECT_EQ(service.take_calls(), "for lamp; offer 3 3 2 m; chunk 0+2; outcome 0");
     EXPECT_STREQ(engr_get_dev_cntl("lamp")->sw_ver, "3");
 
-    // A version that differs only in letter case stays as it is; an unknown device is told to the
-    // caller.
+    // A version that differs only in letter case stays as it is; an unknown device is an error.
     EXPECT_EQ(engr_lan_gw_subdevice_update("lamp", "V4a", 10, 0, 0), 0);
     EXPECT_EQ(world.log().count(4, "ver need update"), 1U);
     EXPECT_EQ(engr_lan_gw_subdevice_update("lamp", "v4A", 10, 0, 0), 0);
@@ -154,7 +153,7 @@ TEST_F(upgrade, announcements_are_checked_and_stored) {
     EXPECT_STREQ(up_info.file_md5, md5);
 }
 
-TEST_F(upgrade, a_start_that_fails_is_refused_and_ends_what_it_began) {
+TEST_F(upgrade, a_start_that_fails_is_refused_and_rolled_back) {
     const std::string request = R"({"cid":"lamp","firmwareType":10})";
     gw_cntl_t &record = *engr_get_gw_cntl();
     EXPECT_EQ(app->ask(FRM_DEV_UPGRADE, request, true), "230/7/1/file_size is zero");
@@ -233,15 +232,15 @@ TEST_F(upgrade, other_firmware_types_block_until_something_ends_them) {
         EXPECT_EQ(update_stat, 0) << "expected any lost connection to end it";
         EXPECT_EQ(engr_get_gw_ext_stat(), GW_EXT_STAT_UPGRADE_ENDED);
     }
-    EXPECT_EQ(service.take_told(), "") << "expected nobody to be told without a transfer";
+    EXPECT_EQ(service.take_calls(), "") << "expected no outcome without a transfer";
 }
 
-TEST_F(upgrade, a_chunk_that_fails_ends_it_and_tells_the_service_only_what_it_does_not_know) {
+TEST_F(upgrade, a_chunk_that_fails_ends_it_and_is_reported_unless_the_service_refused_it) {
     const struct {
         const char *what;
         std::string payload;
         int chunk_result;
-        const char *told; // after the offer
+        const char *calls; // after the offer
         const char *log;
     } cases[] = {
         {"no offset", "abc", 0, "outcome 1", "chunk without offset, length:3"},
@@ -255,27 +254,27 @@ TEST_F(upgrade, a_chunk_that_fails_ends_it_and_tells_the_service_only_what_it_do
     for (const auto &one : cases) {
         SCOPED_TRACE(one.what);
         begin_upgrade(*app, 10);
-        service.take_told();
+        service.take_calls();
         service.chunk_result = one.chunk_result;
         app->send(7, FRM_DOWNLOAD_FIRMWARE, one.payload);
         EXPECT_EQ(app->receive_text(100), "nothing") << "expected no answer to a failed chunk";
         EXPECT_FALSE(world.log().has(4, "download end")) << "expected this of a taken chunk only";
         EXPECT_TRUE(world.log().has(0, one.log)) << "expected: " << one.log;
         EXPECT_EQ(state(), "0/2/still");
-        EXPECT_EQ(service.take_told(), one.told);
+        EXPECT_EQ(service.take_calls(), one.calls);
         service.chunk_result = 0;
     }
     engr_set_gw_ext_stat(0);
     app->send(7, FRM_DOWNLOAD_FIRMWARE, chunk(0, "stray"));
     world.run_until_idle();
     EXPECT_EQ(state(), "0/2/still") << "expected a stray chunk to be dropped";
-    EXPECT_EQ(service.take_told(), "");
+    EXPECT_EQ(service.take_calls(), "");
 }
 
 TEST_F(upgrade, a_request_that_can_not_be_sent_ends_it) {
     begin_upgrade(*app, 10);
     story_app other = gateway.connect();
-    service.take_told();
+    service.take_calls();
     service.in_chunk = [&] { app->peer.reset(); };
     app->send(7, FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
     world.run_for(100);
@@ -283,34 +282,34 @@ TEST_F(upgrade, a_request_that_can_not_be_sent_ends_it) {
     EXPECT_TRUE(world.log().has(0, "send error:-909"));
     EXPECT_FALSE(world.log().has(4, "download end"));
     EXPECT_EQ(state(), "0/2/still");
-    EXPECT_EQ(service.take_told(), "chunk 0+4; outcome 1");
-    // The next connection has a number of its own: it gets no requests of the old one.
+    EXPECT_EQ(service.take_calls(), "chunk 0+4; outcome 1");
+    // The next connection has another number: it gets no requests of the old one.
     EXPECT_EQ(service.start_transfer(), 0);
     EXPECT_EQ(other.receive_text(100), "nothing");
     world.run_for(chunk_watchdog_ms);
-    EXPECT_EQ(service.take_told(), "outcome 1")
+    EXPECT_EQ(service.take_calls(), "outcome 1")
         << "expected the watchdog to end a transfer of its own";
 }
 
 TEST_F(upgrade, an_app_that_falls_silent_or_is_lost_is_noticed) {
     begin_upgrade(*app, 10);
-    service.take_told();
+    service.take_calls();
     app->ask(FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
     world.run_for(chunk_watchdog_ms - 100);
     EXPECT_EQ(update_stat, 1);
     world.run_for(200);
     EXPECT_TRUE(world.log().has(1, "upgrade timeout!"));
     EXPECT_EQ(state(), "0/2/still");
-    EXPECT_EQ(service.take_told(), "chunk 0+4; outcome 1");
+    EXPECT_EQ(service.take_calls(), "chunk 0+4; outcome 1");
 
     begin_upgrade(*app, 10);
-    service.take_told();
+    service.take_calls();
     app->peer.close();
     world.run_for(100);
     EXPECT_TRUE(world.log().has(0, "in upgrading, notify the status of upgrade"));
     app.emplace(gateway.connect());
     EXPECT_EQ(state(), "0/2/still");
-    EXPECT_EQ(service.take_told(), "outcome 1");
+    EXPECT_EQ(service.take_calls(), "outcome 1");
 
     world.fail("CreateAndStart", sim::nth(1));
     begin_upgrade(*app, 4);

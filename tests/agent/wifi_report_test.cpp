@@ -1,5 +1,5 @@
-/* The report of a failed network configuration, which a process makes once: each way in which it
- * fails has a process of its own. */
+/* The report of a failed network configuration, which a process makes once: each failure is tested
+ * in its own process. */
 #include "gateway_services/scenario.h"
 #include "story_gateway.h"
 
@@ -15,7 +15,7 @@ struct failing_step {
     uint64_t sockets; // that are allowed to broadcast, and closed
 };
 
-/** Makes the report; exits with 0 when the failure was told and the access point given up. */
+/** Makes the report; exits with 0 when the failure was logged and the access point shut down. */
 [[noreturn]] void report(const failing_step &failing) {
     sim::world world;
     story_gateway gateway(world);
@@ -34,7 +34,7 @@ struct failing_step {
     std::_Exit(is_right ? 0 : 1);
 }
 
-TEST(wifi_report, that_fails_is_told_and_the_access_point_given_up_all_the_same) {
+TEST(wifi_report, that_fails_is_logged_and_the_access_point_is_shut_down) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const failing_step cases[] = {
         {"kelo_hal_net_socket_create", sim::nth(1), {}, "create udp socket err", 0},

@@ -30,7 +30,7 @@ class linux_log : public testing::Test {
     /** The message part of the line that a text becomes. */
     std::string message_of(const std::string &text) {
         lines.clear();
-        static int line = 0; // a place of its own each: what repeats is limited
+        static int line = 0; // another place each time: repeated lines are limited
         PrintLog(0, 0, "f", ++line, "g", "%s", text.c_str());
         return lines.size() == 1 ? lines[0].substr(lines[0].find(" g ") + 3) : "not one line";
     }
@@ -41,7 +41,7 @@ class linux_log : public testing::Test {
 
 } // namespace
 
-TEST_F(linux_log, a_line_tells_time_level_place_and_message) {
+TEST_F(linux_log, a_line_has_time_level_place_and_message) {
     PrintLog(0, 1, "/some/where/file.cpp", 42, "function", "%d of %s", 7, "nine");
     ASSERT_EQ(lines.size(), 1u);
     std::string shape = lines[0];
@@ -161,7 +161,7 @@ TEST(log_limit, lets_a_place_write_so_many_lines_or_bytes_a_second) {
     }
 }
 
-TEST(log_limit, more_places_than_it_remembers_lose_nothing) {
+TEST(log_limit, more_places_than_it_has_room_for_are_not_limited) {
     linux_port::log_limit limit;
     const linux_port::monotonic_clock::time_point now{};
     for (int line = 0; line < 1000; ++line) {
@@ -210,7 +210,7 @@ class standard_error_pipe {
 
 } // namespace
 
-TEST(standard_error, that_nobody_reads_makes_nobody_wait_and_lost_lines_are_counted) {
+TEST(standard_error, without_a_reader_never_blocks_and_counts_lost_lines) {
     constexpr size_t written = 500;
     standard_error_pipe standard_error;
     const std::string line(1000, 'x');

@@ -1,4 +1,5 @@
-// Where the Linux port's sockets live, how they are set up, and what it knows of the network.
+// Interfaces and addresses of the Linux port's sockets, their options, and the state of the
+// network.
 #include "descriptor_table.h"
 #include "linux_port/port.h"
 #include "platform/clock.h"
@@ -176,7 +177,7 @@ TEST_F(linux_network, gateways_on_one_host_get_their_own_datagrams_and_all_broad
     }
 }
 
-TEST_F(linux_network, codes_of_the_system_are_negative_and_not_the_named_ones) {
+TEST_F(linux_network, other_errno_values_give_negative_codes_without_a_name) {
     open_connection();
     const int32_t other = kelo_hal_net_socket_create(KELO_SOCKET_TCP);
     EXPECT_LT(kelo_hal_net_bind(other, KELO_ADDRESS_ANY, own_port()), 0);
@@ -208,7 +209,7 @@ TEST_F(linux_network, running_out_of_descriptors_fails_calls_and_nothing_else) {
         EXPECT_LT(kelo_hal_net_accept(listening, nullptr, nullptr), 0);
     }
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(400))
-        << "whoever waits for a connection that can't be accepted spins";
+        << "expected select not to spin on a connection that can't be accepted";
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
     EXPECT_GT(accepted, 0) << "the connection is still there";
@@ -242,7 +243,7 @@ TEST(descriptor_table, numbers_start_again_at_1_below_the_highest_that_select_ca
     EXPECT_EQ(descriptor_after(INT32_MAX - 1), 1);
 }
 
-TEST_F(linux_network, sockets_closed_while_others_use_them_harm_nobody) {
+TEST_F(linux_network, sockets_may_be_closed_while_other_threads_use_them) {
     for (int round = 0; round < 50; round++) {
         open_connection();
         const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
@@ -271,7 +272,7 @@ TEST_F(linux_network, sockets_closed_while_others_use_them_harm_nobody) {
     }
 }
 
-TEST_F(linux_network, the_port_tells_the_facts_of_its_interface) {
+TEST_F(linux_network, the_port_reports_address_mask_and_state_of_its_interface) {
     EXPECT_EQ(linux_port::interface_address("lo"), "127.0.0.1");
     EXPECT_EQ(linux_port::interface_address("no_such_if"), std::nullopt);
     EXPECT_TRUE(linux_port::interface_is_up("lo"));

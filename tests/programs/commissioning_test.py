@@ -14,8 +14,8 @@ from gateway import BIN_DIR, PATIENCE_S, Gateway
 DOCUMENT = os.path.join(os.path.dirname(__file__), "..", "..", "docs", "commissioning.md")
 LOCAL_KEY = "0123456789abcdef"
 DEVICES = {"devices": [{"dev_id": "lamp", "pid": "switch", "state": 1, "online": 1}]}
-# What the gateway was told, in this order; other calls may stand between.
-TOLD = """gw_engineer_add_sub_dev_to_list engr_gw_cntl_init_local engr_gw_user_token_bind gw_set_channel gw_get_channel
+# Calls that the gateway received in this order, perhaps with others in between.
+CALLS = """gw_engineer_add_sub_dev_to_list engr_gw_cntl_init_local engr_gw_user_token_bind gw_set_channel gw_get_channel
 permit_join engr_sf_send_gw_dev_cmd engr_sf_pack_local_obj_dp_data engr_sf_send_grp_oper_cmd engr_sf_send_gw_dev_cmd
 engr_sf_send_scene_oper_cmd scene_exec engr_sf_respone_obj_dp_query engr_sf_send_scene_panel_cmd engr_save_scene_link
 scene_linkage_scene_exe get_config_path gw_read_file dev_delete_notify engr_gw_unbind_device_inner get_log_path
@@ -65,7 +65,7 @@ class Commissioning(unittest.TestCase):
 
     def check_told(self, gateway):
         calls = iter(entry["call"] for entry in gateway.trace())
-        for name in TOLD:
+        for name in CALLS:
             self.assertIn(name, calls, f"expected {name} among what the gateway was told, in the order of the walk")
 
     def test_the_documented_walk_works_on_a_gateway_that_is_not_activated(self):
@@ -82,7 +82,7 @@ class Commissioning(unittest.TestCase):
             self.walk(gateway, LOCAL_KEY)
             self.check_told(gateway)
 
-    def test_a_connection_lives_through_a_deactivation_and_reads_with_the_key_of_the_next_frame(self):
+    def test_a_connection_survives_a_deactivation_and_switches_keys_with_the_next_frame(self):
         with Gateway(site=DEVICES) as gateway:
             gateway.ctl("set", "local_key", LOCAL_KEY)
             gateway.ctl("set", "active_stat", "2")

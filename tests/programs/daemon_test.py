@@ -36,7 +36,7 @@ class StoreTest(unittest.TestCase):
                 self.assertIn(kept, (written, written + 1), "last acknowledged, or the one under way")
                 written = kept
 
-    def test_site_is_read_once_and_everything_set_lasts(self):
+    def test_site_is_read_once_and_changes_persist(self):
         with Gateway(site=ONE_DEVICE) as gateway:
             gateway.ctl("set", "gw_id", "")
             gateway.ctl("set", "local_key", "0123456789abcdef")
@@ -51,7 +51,7 @@ class StoreTest(unittest.TestCase):
 
 
 class SiteTest(unittest.TestCase):
-    def test_demo_gateways_on_several_addresses_tell_themselves_apart(self):
+    def test_demo_gateways_on_several_addresses_have_different_ids(self):
         with Gateway() as gateway, Gateway() as other:
             ids = [one.status()["gateway"]["gw_id"] for one in (gateway, other)]
             self.assertNotEqual(*ids)
@@ -118,7 +118,7 @@ class StartTest(unittest.TestCase):
         return subprocess.run([program("engr_gatewayd"), *options], capture_output=True, text=True,
                               timeout=PATIENCE_S, check=False)
 
-    def test_wrong_usage_is_told_and_ends_with_2(self):
+    def test_wrong_usage_is_reported_and_exits_with_2(self):
         cases = [
             (["--interface", "nosuch0"], "no interface 'nosuch0'; there are: lo"),
             (["--address", "127.1"], "not an IPv4 address"),
@@ -180,13 +180,13 @@ class StartTest(unittest.TestCase):
             self.assertEqual(os.stat(gateway.data_dir).st_mode & 0o777, 0o700)
             self.assertEqual(os.stat(os.path.join(gateway.directory, "trace.jsonl")).st_mode & 0o777, 0o600)
 
-    def test_a_pipe_in_the_place_of_a_configuration_holds_nobody_up(self):
+    def test_a_pipe_in_the_place_of_a_configuration_does_not_block_the_server(self):
         with Gateway(site=ONE_DEVICE) as gateway:
             os.mkfifo(os.path.join(gateway.data_dir, "app.config"))
             self.assertEqual(gateway.run_app("config", "push", "app", "-", text="{}").returncode, 0)
             self.assertEqual(gateway.run_app("config", "pull").stdout, "{}\n")
 
-    def test_taken_port_is_told_and_taken_over_once_free(self):
+    def test_taken_port_is_reported_and_used_once_free(self):
         address = own_address()
         with socket.socket() as other:
             other.bind((address, 6668))
@@ -213,7 +213,7 @@ class ControlTest(unittest.TestCase):
                 self.assertEqual(gateway.status()["clients"], 0)
                 self.assertEqual(sorted(os.listdir(gateway.directory)), sorted(["stderr", name.split("/")[0]]))
 
-    def test_refusals_name_what_there_is(self):
+    def test_refusals_list_the_valid_names(self):
         with Gateway(site=ONE_DEVICE) as gateway:
             cases = [
                 (["nosuch"], 2, "unknown verb 'nosuch'; there are: status set"),
@@ -241,7 +241,7 @@ class ControlTest(unittest.TestCase):
             self.assertEqual(done.returncode, 1)
             self.assertIn(f"no gateway runs on '{gateway.data_dir}'; start one with: engr_gatewayd", done.stderr)
 
-    def test_silent_clients_hold_nobody_up(self):
+    def test_silent_clients_do_not_delay_others(self):
         with Gateway() as gateway:
             self.assertEqual(os.stat(os.path.join(gateway.data_dir, "control.sock")).st_mode & 0o777, 0o600)
             silent = [socket.socket(socket.AF_UNIX) for _ in range(3)]
@@ -274,7 +274,7 @@ class ControlTest(unittest.TestCase):
             status = gateway.status()
             self.assertFalse(status["started"] or status["listening"])
 
-    def test_callbacks_are_absent_or_answer_as_told(self):
+    def test_callbacks_are_absent_or_return_the_given_result(self):
         with Gateway(scenario={"callbacks": {"permit_join": "absent", "scene_exec": -3}}) as gateway:
             self.assertEqual(gateway.status()["callbacks"]["scene_exec"], {"result": -3, "count": 0})
             gateway.ctl("callback", "permit_join", "present")

@@ -35,7 +35,7 @@ class FullDiskTest(unittest.TestCase):
             self.assertEqual(done.returncode, 1, done.stderr)
             self.assertIn("there is no room for an image", gateway.status()["upgrade"]["reason"])
 
-    def test_half_an_image_is_removed_before_anything_is_written(self):
+    def test_a_partial_image_is_removed_before_anything_is_written(self):
         with Gateway(site=ONE_DEVICE) as gateway:
             gateway.stop(signal.SIGKILL)
             part = os.path.join(gateway.data_dir, "firmware.part")

@@ -1,4 +1,4 @@
-"""Runs engr_gatewayd for tests of whole programs: in a directory and on a loopback address of its own.
+"""Runs engr_gatewayd for tests of whole programs: each in its own directory and on its own loopback address.
 
     with Gateway(site={"devices": []}, trace=True) as gateway:
         gateway.ctl("set", "gw_id", "abc")              # the parsed answer; a refusal fails the test

@@ -105,7 +105,7 @@ class NetworkTest(unittest.TestCase):
             self.gateway_host.plug()
             self.check(self.first, "devices", "--gateway", "netgw1", word="lamp")
 
-    def test_a_cut_during_a_request_is_told_and_harms_nobody_else(self):
+    def test_a_cut_during_a_request_is_reported_and_affects_no_other_app(self):
         with Gateway(host=self.gateway_host, site=SITE) as gateway:
             chosen = ("devices", "--gateway", gateway.address)
             gateway.process.send_signal(signal.SIGSTOP)  # so that it has the request, but has not answered
@@ -171,7 +171,7 @@ class NetworkTest(unittest.TestCase):
 
 
 class ProvisionTest(unittest.TestCase):
-    def test_a_gateway_that_could_not_join_says_so_on_its_network_only_and_joins_at_the_second_try(self):
+    def test_a_gateway_that_could_not_join_reports_it_on_its_network_only_and_joins_at_the_second_try(self):
         with Network("gateway", "app") as network, Network("bystander") as other:
             for host in network.hosts.values():
                 other.connect(host)

@@ -1,4 +1,4 @@
-"""Firmware from the app to the gateway and to a device: whole images, and every plug pulled on the way."""
+"""Firmware from the app to the gateway and to a device: whole images, and power cut at any moment."""
 
 import hashlib
 import os
@@ -17,7 +17,7 @@ SITE = {
     "gateway": {"gw_id": "upgradegw%d" % os.getpid(), "gw_sw_ver": "1.0.0"},
     "devices": [{"dev_id": "lamp", "pid": "switch", "sw_ver": "1.0.0", "state": 1, "online": 1}],
 }
-# Where an image can go: what the app is told, and the file that the gateway installs.
+# Targets of an image: options of the app, and the file that the gateway installs.
 TARGETS = {"gateway": ([], "firmware-gateway.bin"), "device": (["--cid", "lamp"], "firmware-device.bin")}
 LARGE = 64 << 20
 DAMAGED_BYTES = 300_000
@@ -125,7 +125,7 @@ class Upgrade(unittest.TestCase):
     def upgrade(self, gateway, target, image, version):
         self.check_installed(gateway, target, image, version, self.start(gateway, target, image, version))
 
-    def test_images_around_the_limits_of_a_chunk_arrive_as_they_were_sent(self):
+    def test_images_around_the_chunk_size_arrive_unchanged(self):
         for scenario in (QUICK, {**QUICK, "chunk_size": 65536, "remain_len": 30_000}):
             with Gateway(site=SITE, scenario={"upgrade": scenario}) as gateway:
                 for target in TARGETS:
@@ -144,7 +144,7 @@ class Upgrade(unittest.TestCase):
 
     # Blocks that a memory checker sets aside would count as growth.
     @mock.patch.dict(os.environ, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=1")
-    def test_a_large_image_takes_the_memory_of_a_chunk(self):
+    def test_a_large_image_needs_no_more_memory_than_a_chunk(self):
         image = self.image(LARGE)
         for target in TARGETS:
             with self.subTest(target=target), Gateway(site=SITE, scenario={"upgrade": QUICK}) as gateway:

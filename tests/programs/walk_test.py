@@ -4,7 +4,6 @@ import json
 import os
 import signal
 import socket
-import struct
 import subprocess
 import unittest
 
@@ -64,7 +63,7 @@ class Walk(unittest.TestCase):
             self.assertEqual(app("--gateway", gateway.address, "keepalive").returncode, 0)
             self.assertIn("right", app("--gateway", gateway.address, "info").stdout)
 
-    def test_an_activated_gateway_wants_its_own_key(self):
+    def test_an_activated_gateway_requires_its_own_key(self):
         with Gateway(site=SITE) as gateway:
             gateway.ctl("set", "local_key", LOCAL_KEY)
             gateway.ctl("set", "active_stat", "2")
@@ -75,7 +74,7 @@ class Walk(unittest.TestCase):
             gateway.ctl("report", "lamp", '{"1": false}')
             self.assertNotIn(LOCAL_KEY, gateway.stderr(), "no key may stand in the log")
 
-    def test_ten_watchers_see_every_report_and_an_eleventh_app_is_told_why_not(self):
+    def test_ten_watchers_see_every_report_and_an_eleventh_app_explains_its_failure(self):
         with Gateway(site=SITE) as gateway:
             watchers = [Watcher(gateway) for _ in range(10)]
             try:
@@ -92,7 +91,7 @@ class Walk(unittest.TestCase):
                 ends = [watcher.end() for watcher in watchers]
             self.assertEqual([status for status, _, _ in ends], [0] * 10, ends)
 
-    def test_hostile_clients_do_not_reach_the_others(self):
+    def test_hostile_clients_do_not_disturb_the_others(self):
         with Gateway(site=SITE) as gateway, socket.create_connection((gateway.address, 6668)) as sound:
             sound_request = request(1, FRM_DEV_LIST)
             hostile = (b"", b"\x00", os.urandom(700), sound_request[:-1], sound_request[:-4] + b"\x00" * 4,
@@ -107,7 +106,7 @@ class Walk(unittest.TestCase):
                 self.assertEqual(answer, frame(0, FRM_KEEPALIVE, 0), "the keep-alive's answer")
             self.assertEqual(app("--gateway", gateway.address, "devices").returncode, 0)
 
-    def test_ctrl_c_under_load_ends_the_daemon_in_order(self):
+    def test_ctrl_c_under_load_stops_the_daemon_cleanly(self):
         with Gateway(site=SITE) as gateway:
             deaf = [socket.create_connection((gateway.address, 6668)) for _ in range(9)]
             try:

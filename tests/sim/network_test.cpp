@@ -43,7 +43,7 @@ struct network : sim::test {
 
 } // namespace
 
-TEST_F(network, streams_are_cut_where_asked_and_anywhere_by_chance) {
+TEST_F(network, streams_are_cut_at_given_or_random_places) {
     app.send("abcdef");
     EXPECT_EQ(receive(), "abcdef");
     app.send("abc");
@@ -146,7 +146,7 @@ TEST_F(network, partial_transfers_are_faults_too) {
     EXPECT_EQ(app.receive(3), "abc");
 }
 
-TEST(datagrams, are_lost_doubled_and_put_out_of_order) {
+TEST(datagrams, are_lost_duplicated_and_reordered) {
     sim::world world;
     sim::udp_peer listener = world.open_udp(6667);
     const int32_t sender = kelo_hal_net_socket_create(KELO_SOCKET_UDP);

@@ -1,4 +1,4 @@
-// What a world finds by itself: leftovers, misuse of the contracts, stories that cannot go on.
+// Problems that a world detects: leftovers, misuse of the contracts, stories that cannot go on.
 #include "sim/testing.h"
 
 #include "platform/clock.h"
@@ -52,7 +52,7 @@ uint16_t post_to(cmmod_callback_t callback) {
 
 } // namespace
 
-TEST(problems, whatever_is_left_over_is_told) {
+TEST(problems, everything_left_over_is_reported) {
     expect_problems({
         {"24 bytes of memory from call 2 of Malloc, by main at 3 ms",
          [](sim::world &world) {
@@ -96,7 +96,7 @@ TEST(problems, whatever_is_left_over_is_told) {
     });
 }
 
-TEST(problems, misuse_of_a_contract_is_told) {
+TEST(problems, misuse_of_a_contract_is_reported) {
     expect_problems({
         {"Free of memory that is not in use",
          [](sim::world &) {
@@ -132,7 +132,7 @@ TEST(problems, misuse_of_a_contract_is_told) {
     });
 }
 
-TEST(problems, stories_that_cannot_go_on_are_ended_and_told) {
+TEST(problems, stories_that_cannot_go_on_are_ended_and_reported) {
     expect_problems({
         {"the critical section is entered by the thread that holds it",
          [](sim::world &) {
@@ -174,7 +174,7 @@ TEST(problems, stories_that_cannot_go_on_are_ended_and_told) {
     });
 }
 
-TEST(problems, a_write_behind_the_end_of_a_block_is_told) {
+TEST(problems, a_write_beyond_the_end_of_a_block_is_reported) {
     const auto story = [](sim::world &) {
         auto *block = static_cast<char *>(Malloc(4));
         *const_cast<volatile char *>(block + 4) = 0;

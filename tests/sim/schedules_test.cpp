@@ -122,7 +122,7 @@ TEST(schedules, a_lost_update_is_found_by_seeds_and_by_search_and_needs_one_pree
                  "an addition was lost");
 }
 
-TEST(schedules, a_deadlock_is_found_by_seeds_and_by_search_and_says_who_waits_for_whom) {
+TEST(schedules, a_deadlock_is_found_by_seeds_and_by_search_with_the_circle_of_waits) {
     expect_found(sim::try_seeds(200, locks_in_both_orders), "deadlock");
     const sim::search_result found = sim::try_all_schedules(locks_in_both_orders);
     expect_found(found, "deadlock");
