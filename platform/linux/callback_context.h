@@ -59,7 +59,7 @@ class callback_context {
     const char *name_;
     void (*loop_)(std::unique_lock<std::mutex> &);
     std::mutex mutex_;
-    std::condition_variable changed_; /**< the owner's state changed, or the thread shall end */
+    std::condition_variable changed_; /**< the owner's state changed, or the thread is to end */
     std::condition_variable ended_;   /**< a callback has ended */
     thrd_handle_t thread_ = nullptr;
     uint64_t thread_id_ = 0;

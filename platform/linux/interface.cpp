@@ -1,4 +1,4 @@
-/* The configured network, and what the system says of its interfaces. */
+/* The configured network, and the state of its interfaces. */
 #include "linux_port/port.h"
 
 #include <arpa/inet.h>

@@ -26,7 +26,7 @@ log_limit::place *log_limit::find(std::string_view file, int line) {
     return nullptr;
 }
 
-/** One that nothing is to be told of any more; null when a whole table of places is busy. */
+/** A place without lines to report; null when the whole table is in use. */
 log_limit::place *log_limit::free_place(monotonic_clock::time_point now) {
     for (place &one : places_) {
         if (one.left_out.count == 0 && (one.lines == 0 || now - one.begin >= period)) {

@@ -1,6 +1,6 @@
 /*
- * Bounds what lines of one place in the source may take of the log, so that nobody who makes a
- * failure happen again and again fills it.
+ * Bounds what lines of one place in the source may take of the log, so that a client that provokes
+ * failures cannot fill it.
  */
 #pragma once
 
@@ -39,7 +39,7 @@ class log_limit {
                 monotonic_clock::time_point now);
     /** Counts the length of a line that was written. */
     void add_bytes(std::string_view file, int line, size_t bytes);
-    /** Whether it is worth to ask take_left_out: quick, for every call of the log. */
+    /** Whether take_left_out has something to return. Fast, for every call of the log. */
     [[nodiscard]] bool has_left_out() const {
         return has_left_out_.load(std::memory_order_relaxed);
     }

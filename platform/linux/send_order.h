@@ -21,13 +21,13 @@ class send_order {
 
     /**
      * Waits for the turn, or until sending has ended, the connection hangs up or the thread is told
-     * to stop. It needs no deadline: whoever has the turn gives it back in bounded time.
+     * to stop. It needs no deadline: each turn is given back in bounded time.
      */
     send_turn take_turn(int fd);
     /**
      * Gives the turn back.
      *
-     * @param broken  a buffer went out in part: nobody may send any more
+     * @param broken  a buffer went out in part: later sends fail
      */
     void end_turn(bool broken);
     /** Ends sending for good; waiting threads fail. */

@@ -22,7 +22,7 @@ uint16_t bound_port(const socket_record &socket) {
     return known ? ntohs(local.sin_port) : uint16_t{0};
 }
 
-void tell(server_event event, uint16_t port, int error) {
+void notify(server_event event, uint16_t port, int error) {
     if (observer()) {
         observer()(event, port, error);
     }
@@ -36,20 +36,20 @@ void set_server_observer(server_observer new_observer) {
 
 void tell_listening(socket_record &socket) {
     socket.served_port = bound_port(socket);
-    tell(server_event::listening, socket.served_port, 0);
+    notify(server_event::listening, socket.served_port, 0);
 }
 
 void tell_failed(const socket_record &socket, uint16_t port) {
     const int error = errno;
     if (socket.kind == KELO_SOCKET_TCP && port != 0) {
-        tell(server_event::failed, port, error);
+        notify(server_event::failed, port, error);
     }
     errno = error;
 }
 
 void tell_closed(const socket_record &socket) {
     if (socket.served_port != 0) {
-        tell(server_event::closed, socket.served_port, 0);
+        notify(server_event::closed, socket.served_port, 0);
     }
 }
 

@@ -1,6 +1,6 @@
 /*
- * Standard error as a place for log lines that never makes the writer wait: lines that nobody reads
- * are lost and counted.
+ * Standard error as a place for log lines that never makes the writer wait: lines without a reader
+ * are dropped and counted.
  */
 #include "linux_port/port.h"
 #include "log_line.h"
@@ -43,8 +43,8 @@ bool standard_error::has_room(int fd) {
 }
 
 /**
- * A terminal may take fewer bytes than it had room for, and wait; only an open file of its own can
- * be told not to, since the standard one is shared with other programs.
+ * A terminal may take fewer bytes than it had room for, and wait; only a file opened separately can
+ * be made non-blocking, since the standard one is shared with other programs.
  *
  * @return the descriptor to write to, to be closed unless it is standard error's
  */
@@ -77,7 +77,8 @@ bool standard_error::write_whole(int fd, std::string_view bytes) {
     return written == bytes.size();
 }
 
-/** Ends a torn line and says how many were lost. Returns whether another line may follow */
+/** Ends an incomplete line and writes how many were lost. Returns whether another line may follow
+ */
 bool standard_error::tell_of_lost_lines(int fd) {
     if (is_inside_line_) {
         if (write_some(fd, "\n") == 0) {

@@ -1,4 +1,4 @@
-/* Text of strangers as one line that no terminal obeys. */
+/* Untrusted text as one line without control sequences. */
 #pragma once
 
 #include <string>

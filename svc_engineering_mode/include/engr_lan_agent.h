@@ -60,10 +60,10 @@ int32_t engr_lan_pro_cntl_init(int32_t mode);
 
 /**
  * Stops the agent. Every connection is closed; when the call returns, nothing of the agent runs any
- * more but a firmware upgrade's watchdog and the thread that tells the upgrade service its outcome.
- * Frames that were begun are answered if their clients take it at once; no further one is begun.
- * Waits and sleeps of the agent end at once, whatever the clients do, but calls that the agent has
- * made to the gateway's services are waited for.
+ * more but a firmware upgrade's watchdog and the thread that reports its outcome to the upgrade
+ * service. The frame being handled is answered if its client takes the answer at once; no further
+ * frame is handled. Waits and sleeps of the agent end at once, whatever the clients do, but calls
+ * that the agent has made to the gateway's services are waited for.
  *
  * Called from inside a callback that the agent makes, it waits for the agent's other threads as
  * usual; the rest of the stop happens when that callback has returned. When another thread's stop
@@ -77,7 +77,7 @@ int32_t engr_lan_pro_cntl_exit(void);
  * started */
 int32_t engr_lan_pro_cntl_get_valid_connect_cnt(void);
 
-/** Closes every connection and the listening socket. The server comes back by itself after 1.5 s.
+/** Closes every connection and the listening socket. The server listens again after 1.5 s.
  */
 void lpc_close_all_socket(void);
 
@@ -112,19 +112,19 @@ int32_t engr_lan_data_report_cb(uint32_t fr_type, uint32_t ret, const void *data
 int32_t engr_lan_dp_sata_report(const lan_dp_report_t *data, uint32_t len);
 
 /**
- * Tells that a sub-device was bound.
+ * Reports that a sub-device was bound.
  *
  * @return as engr_lan_data_report_cb; -2 when an argument is null
  */
 int32_t engr_lan_sub_dev_bind_report(const char *cid, const char *pid);
 /**
- * Tells that a sub-device was unbound.
+ * Reports that a sub-device was unbound.
  *
  * @return as engr_lan_data_report_cb; -2 when cid is null
  */
 int32_t engr_lan_sub_dev_unbind_report(const char *cid);
 /**
- * Tells that the gateway was deactivated.
+ * Reports that the gateway was deactivated.
  *
  * @return as engr_lan_data_report_cb
  */
@@ -183,19 +183,19 @@ int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_s
  * Starts the transfer of an image from the app that drives the upgrade. Normally called by the
  * upgrade service, inside or after its acceptance of the offer. The app has 40 s for each chunk.
  *
- * A call while a transfer is open replaces it, and nobody is told what became of the replaced one.
- * A call without an upgrade under way, or while the outcome of the transfer before is being told,
- * starts a transfer as well; it gets chunks only while an app's upgrade is under way, and is told
- * its failure after 40 s without one.
+ * A call while a transfer is open replaces it, and the outcome of the replaced one is never
+ * reported. A call without an upgrade under way, or while the outcome of the previous transfer is
+ * being reported, starts a transfer as well; it gets chunks only while an app's upgrade is under
+ * way, and fails after 40 s without one.
  *
  * @param dev_id        device the image is for, copied; null or empty: the gateway
  * @param firmware      the image, copied; both callbacks are given a copy
  * @param get_file_cb   takes each chunk
  * @param cb_arg        handed back to both callbacks
- * @param ug_notify_cb  told the outcome of this transfer, at most once. Not told when the transfer
- *     is replaced, when get_file_cb itself failed, when engr_lan_gw_subdevice_update ended it
- *     first, or when no thread could be started to tell it.
- * @param rpt_percent   non-zero: every connected app is told the progress after each chunk
+ * @param ug_notify_cb  called with the outcome of this transfer, at most once: not when it is
+ *     replaced, when get_file_cb itself failed, when engr_lan_gw_subdevice_update ended it
+ *     first, or when no thread could be started to report it.
+ * @param rpt_percent   non-zero: the progress is reported to every app after each chunk
  * @param chunk_size    most bytes asked for at once; 0 means 524288
  * @return 0 started, whether or not the app could be asked; -2 firmware or a callback is null; -1
  *     the agent was never started, or was stopped with no upgrade under way
@@ -205,10 +205,10 @@ int32_t lan_gw_start_upgrade(const char *dev_id, const lan_fw_info_t *firmware,
                              uint32_t rpt_percent, uint32_t chunk_size);
 
 /**
- * Tells that a sub-device runs a version: stores it in the device's record, ends the upgrade and
- * the transfer under way without telling the service, and reports the version to every connected
- * app. An outcome that another thread was about to tell when the call was made may still arrive
- * after its return, so what cb_arg points to has to outlive it.
+ * Reports the version that a sub-device runs: stores it in the device's record, ends the upgrade
+ * and the transfer under way without an outcome, and reports the version to every connected app. An
+ * outcome that another thread was about to report may still arrive after its return, so what cb_arg
+ * points to has to outlive it.
  *
  * @param firmware_type, result, reserved  not read
  * @return as engr_lan_data_report_cb; -2 dev_id or sw_ver is null; -901 no such device, the upgrade
@@ -254,11 +254,11 @@ int32_t engr_lan_ap_nw_cfg_start(lan_ap_cfg_finish_cb_t finish_cb);
 void engr_lan_ap_nw_cfg_stop(void);
 
 /**
- * Tells apps that the network configuration failed, shuts the access point down and has the station
- * connect with the credentials of the gateway record. Does so once in the life of the process, and
- * only while configuration by access point is under way. Takes some 40 ms.
+ * Reports to apps that the network configuration failed, shuts the access point down and has the
+ * station connect with the credentials of the gateway record. Does so once in the life of the
+ * process, and only while configuration by access point is under way. Takes some 40 ms.
  *
- * @param desc    words for the app; null counts as empty
+ * @param desc    text for the app; null counts as empty
  * @param result  number for the app
  */
 void engr_lan_ap_nw_cfg_error_report(const char *desc, int32_t result);

@@ -1,6 +1,6 @@
 /*
  * Configuration, settings and radio channel of the gateway. Called on the agent's server task; they
- * may block briefly. Of a result the agent only tells 0 from the rest, which it logs.
+ * may block briefly. Any result other than 0 is a failure, which the agent logs.
  */
 #pragma once
 
@@ -30,7 +30,7 @@ const char *get_config_path(void);
 int32_t wd_common_write(const char *key, const uint8_t *value, uint32_t length);
 
 /**
- * Takes over the downloaded cloud.config. Called when the gateway record has no sync_config.
+ * Applies the downloaded cloud.config. Called when the gateway record has no sync_config.
  *
  * @return 0 = done; else the app is told "sync config error"
  */
@@ -56,10 +56,10 @@ int32_t gw_read_file(const char *path, char **text);
 int32_t gw_set_channel(const char *payload, uint32_t length);
 
 /**
- * Tells the Zigbee radio channel.
+ * Returns the Zigbee radio channel.
  *
  * @param[out] channel  the channel on success, 11 to 26
- * @return 0 = told; else the app is told "get channel error"
+ * @return 0 = returned; else the app is told "get channel error"
  */
 int32_t gw_get_channel(int32_t *channel);
 

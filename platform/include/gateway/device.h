@@ -1,6 +1,6 @@
 /*
  * Services of devices and data points. Called on the agent's server task unless said otherwise;
- * they may block briefly. Of a result the agent only tells 0 from the rest, which it logs.
+ * they may block briefly. Any result other than 0 is a failure, which the agent logs.
  *
  * Data points travel as {"cid": ID, "dps": {"1": true, "2": 210}}: the device, and the values by
  * the number of the data point. The agent looks at no more than the members named below; all others

@@ -1,6 +1,6 @@
 /*
  * Services of the gateway itself. Called on the agent's server task unless said otherwise; they may
- * block briefly. Of a result the agent only tells 0 from the rest, which it logs.
+ * block briefly. Any result other than 0 is a failure, which the agent logs.
  */
 #pragma once
 

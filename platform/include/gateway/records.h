@@ -2,7 +2,8 @@
  * The gateway and device records that the gateway service owns and the LAN agent reads.
  *
  * A gateway may keep more fields of its own: in records that begin with these ones, since the agent
- * only ever sees pointers. Texts are NUL-terminated unless said otherwise; an unknown one is empty.
+ * only ever sees pointers. Texts are NUL-terminated unless stated otherwise; an unknown one is
+ * empty.
  */
 #pragma once
 
@@ -48,8 +49,8 @@ typedef struct dev_cntl {
     int8_t excluded;        /**< non-zero: left out of the device list and of the online lists */
 } dev_cntl_t;
 
-/* Callbacks of the gateway record. Called on the agent's server task; they may block briefly. Of a
- * result the agent only tells 0 from the rest, unless said otherwise. */
+/* Callbacks of the gateway record. Called on the agent's server task; they may block briefly. Any
+ * result other than 0 is a failure, unless stated otherwise. */
 
 /**
  * Offers a gateway firmware; see gateway/upgrade.h.
@@ -77,22 +78,21 @@ typedef int32_t (*dev_lan_ug_cb_t)(const char *dev_id, struct lan_fw_info *firmw
  */
 typedef int32_t (*get_log_path_cb_t)(char *path, uint32_t size);
 
-/**
- * Takes over the downloaded cloud.config.
+/** Applies the downloaded cloud.config.
  *
  * @return 0 = done; else the app is told "sync config error"
  */
 typedef int32_t (*sync_config_cb_t)(void);
 
-/** Engineering has ended: a cloud configuration was taken over, and the app has its answer. May
+/** Engineering has ended: a cloud configuration was applied, and the app has its answer. May
  * stop the agent. */
 typedef void (*engr_end_notify_cb_t)(void);
 
 /**
  * Opens or closes joining, from FRM_PERMIT_JOIN.
  *
- * @param kind    "type" of the request plus 3, modulo 256. Which types there are is agreed between
- *     app and service; engr_app sends 0
+ * @param kind    "type" of the request plus 3, modulo 256. The types are defined by app and
+ *     service; engr_app sends 0
  * @param enable  false closes: "time" is 0
  * @param time_s  "time" of the request: how long joining stays open, in seconds
  * @return 1 = done; any other value: the app is told "permit join set error"
@@ -121,19 +121,19 @@ typedef int32_t (*scene_exec_cb_t)(int32_t mode, const char *dev_id, const char 
 /**
  * The gateway control record: one, returned by engr_get_gw_cntl, living as long as the process.
  *
- * Texts, the key, active_stat and the callbacks may change while the agent runs; whoever changes
- * them holds field_mutex, and the agent copies them under it. A gateway that never changes them may
- * leave field_mutex null. A callback that is null is absent.
+ * Texts, the key, active_stat and the callbacks may change while the agent runs, under field_mutex;
+ * the agent copies them under it. A gateway that never changes them may leave field_mutex null.
+ * A callback that is null is absent.
  */
 typedef struct gw_cntl {
     uint32_t nw_cfg_stat; /**< network-configuration state; 1 = configuration by access point is
                              under way */
-    char alt_gw_id[DEV_ID_SIZE];     /**< id to be found by while gw_id is empty */
+    char alt_gw_id[DEV_ID_SIZE];     /**< id announced in discovery while gw_id is empty */
     char wf_ssid[33];                /**< Wi-Fi network that the gateway is configured for */
     char wf_passwd[65];              /**< password of that network */
     uint8_t ak_random;               /**< AirKiss random byte of the last network configuration */
     uint8_t active_stat;             /**< GW_NOT_ACTIVE, GW_DEACTIVATED or GW_ACTIVATED */
-    uint8_t ability;                 /**< ability number, told in discovery */
+    uint8_t ability;                 /**< ability number, announced in discovery */
     char gw_id[DEV_ID_SIZE];         /**< the gateway's own device id */
     char gw_sw_ver[DEV_SW_VER_SIZE]; /**< the gateway's software version */
     char disc_version[33];           /**< version text of the discovery */
@@ -145,13 +145,14 @@ typedef struct gw_cntl {
     uint32_t
         dev_count; /**< records in dev_list; written under dev_mutex, read atomically without it */
     dev_cntl_t *dev_list;           /**< first device record, or null */
-    gw_lan_ug_cb_t gw_lan_ug_cb;    /**< offered a gateway firmware */
-    dev_lan_ug_cb_t dev_lan_ug_cb;  /**< offered a sub-device firmware */
+    gw_lan_ug_cb_t gw_lan_ug_cb;    /**< called with a gateway firmware */
+    dev_lan_ug_cb_t dev_lan_ug_cb;  /**< called with a sub-device firmware */
     get_log_path_cb_t get_log_path; /**< asked for the log file */
-    sync_config_cb_t sync_config; /**< takes over configuration; absent: the default way is used */
-    engr_end_notify_cb_t engr_end_notify;     /**< told of the end of engineering */
+    sync_config_cb_t
+        sync_config; /**< applies cloud.config; null: gw_engineer_sync_default_config */
+    engr_end_notify_cb_t engr_end_notify;     /**< called at the end of engineering */
     permit_join_cb_t permit_join;             /**< opens and closes joining */
-    dev_delete_notify_cb_t dev_delete_notify; /**< told before a sub-device is deleted */
+    dev_delete_notify_cb_t dev_delete_notify; /**< called before a sub-device is deleted */
     scene_exec_cb_t scene_exec;               /**< executes a scene */
     kelo_mutex_t field_mutex; /**< guards the fields that may change; held for copies only, never
                                  across a call */

@@ -39,7 +39,7 @@ typedef int (*get_file_cb_t)(lan_fw_info_t *firmware, uint32_t total_size, uint3
                              void *cb_arg);
 
 /**
- * Tells the outcome, on the upgrade worker, the timer context or the server task.
+ * Reports the outcome, on the upgrade worker, the timer context or the server task.
  *
  * @param result  0: the whole image has been received, the upgrade may proceed and is carried out
  *     in this call; 1: the upgrade failed or was abandoned

@@ -1,5 +1,5 @@
 /* AirKiss LAN discovery of the WeChat platform. All but the receive task is called in a timer
- * callback. Results: the caller only tells 0 from the rest, which it logs. */
+ * callback. Any result other than 0 is a failure, which the caller logs. */
 #pragma once
 
 #include <stdint.h>
@@ -31,7 +31,7 @@ int32_t get_wf_gw_nw_status(uint8_t *status);
 int32_t get_ak_active_status(void);
 
 /**
- * Tells the phone that network configuration has finished.
+ * Informs the phone that network configuration has finished.
  *
  * @param random  the random byte of that configuration
  * @return 0 = sent; else not

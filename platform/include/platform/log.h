@@ -22,11 +22,11 @@ enum { LOG_MODULE_AGENT = 0 };
 /**
  * Writes one line. May be called on any thread, also inside callbacks and with a contract mutex
  * held; lines of several threads never mix. The port decides by level what it keeps. Control
- * characters at the end of the message are dropped; those inside it, and whatever else a terminal
- * would obey, are made visible by the port. It does not wait for whoever reads the log.
+ * characters at the end of the message are dropped; those inside it, and terminal escape sequences,
+ * are made visible by the port. It never waits for a reader of the log.
  *
- * Strangers can make a failure happen again and again. So a port leaves out lines of levels 0 to 3
- * that one place in the source writes too often, and says in one line how many they were. The Linux
+ * A client can provoke the same failure again and again, so a port leaves out lines of levels 0 to
+ * 3 that one place in the source writes too often, and then logs how many there were. The Linux
  * port lets a place write 20 lines or 16 KiB in a second, whichever comes first.
  *
  * errno and the socket error code of the calling thread are left as they were.

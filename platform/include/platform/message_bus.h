@@ -36,7 +36,7 @@ enum { CMMOD_NO_MESSAGE_ID = 0xFFFF };
  * @param callback         called for each message posted under the new id
  * @param[out] message_id  the new id on success, else unchanged; never CMMOD_NO_MESSAGE_ID. An id
  *     is reused as late as possible
- * @return 0; else there is no memory or no free id. The caller only tells 0 from the rest
+ * @return 0; any other value when there is no memory or no free id
  */
 int32_t cmmod_reg_msgcb(cmmod_callback_t callback, uint16_t *message_id);
 
@@ -56,7 +56,7 @@ int32_t cmmod_unreg_msgcb(uint16_t message_id);
  * @param data        the bytes, read only during the call; may be null when length is 0
  * @param length      number of bytes
  * @return 0; else the id is unknown, there is no memory, or the queue is full. The caller passes
- *     the code on, and only tells 0 from the rest
+ *     the code on
  */
 int32_t cmmod_post_msg(uint16_t message_id, const void *data, uint32_t length);
 

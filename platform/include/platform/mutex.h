@@ -14,7 +14,7 @@ typedef struct kelo_mutex *kelo_mutex_t;
  * Creates a mutex. May be called on any thread; does not block.
  *
  * @param[out] mutex  the new handle on success, else unchanged
- * @return 0; else there is no memory. The caller only tells 0 from the rest
+ * @return 0; any other value when there is no memory
  */
 int32_t kelo_hal_mutex_create_init(kelo_mutex_t *mutex);
 

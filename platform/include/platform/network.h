@@ -29,7 +29,7 @@ enum { WF_STATION = 1 };
  * Kind of network in use.
  *
  * @param[out] kind  NETWORK_KIND_WIRED or another value; unchanged on failure
- * @return 0; else the kind is not known. The caller only tells 0 from the rest
+ * @return 0; any other value when the kind is not known
  */
 int32_t engr_get_wired_wifi_current_net(uint8_t *kind);
 
@@ -44,7 +44,7 @@ uint32_t engr_get_gw_nw_status(void);
  * Address of the wired network.
  *
  * @param[out] address  filled on success
- * @return 0; else there is none, the caller only tells 0 from the rest
+ * @return 0; any other value when there is none
  */
 int32_t bnw_get_ip(gw_addr_t *address);
 
@@ -60,7 +60,7 @@ uint32_t bnw_need_wifi_cfg(void);
  *
  * @param interface_kind  WF_STATION
  * @param[out] address    filled on success
- * @return 0; else there is none, the caller only tells 0 from the rest
+ * @return 0; any other value when there is none
  */
 int32_t wf_get_ip(int32_t interface_kind, gw_addr_t *address);
 

@@ -11,8 +11,8 @@
  * whatever thread, and when the waiting thread is told to stop.
  *
  * Lack of resources. An accept may fail for want of descriptors or memory while a connection waits.
- * REQUIRED of a port: nobody who answers that with another select spins. The port then either takes
- * the connection off the queue, or leaves the listening socket out of select for a while.
+ * REQUIRED of a port: a caller that answers with another select must not spin. The port then either
+ * takes the connection off the queue, or leaves the listening socket out of select for a while.
  *
  * Errors. A call fails when its descriptor is unknown or was closed meanwhile
  * (KELO_ERR_BAD_SOCKET), when the system refuses it, and in the cases named with it. The caller
@@ -228,7 +228,7 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
  * KELO_ERR_TIMED_OUT. So nobody waits longer than 2 s for a peer that takes nothing, and all waits
  * for one connection together last at most 2 s and 1 s for each 65536 bytes that were taken.
  * Progress are the bytes that have left the send buffer because the peer's side has acknowledged
- * them, in whatever portions; bytes that were merely accepted into the buffer are none.
+ * them, in whatever portions; bytes that only lie in the buffer do not count.
  *
  * Sends of several threads to one socket follow each other, whole buffer by whole buffer; a wait
  * for one's turn has no bound of its own, since each send before it has one. After a send that

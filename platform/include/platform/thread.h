@@ -32,7 +32,7 @@ typedef void (*thrd_hook_t)(void);
 
 /** Answers of GetThrdSta. */
 enum {
-    THRD_STATE_RUNNING = 1, /**< goes on and shall go on */
+    THRD_STATE_RUNNING = 1, /**< not told to stop */
     THRD_STATE_STOPPING = 2 /**< told to stop */
 };
 
@@ -47,7 +47,7 @@ enum {
  * @param argument     handed to entry
  * @param param        stack, priority and name; read only during the call
  * @return 0; else entry or param is null, or there is no memory or no room for a thread. The caller
- *     passes the code on, and only tells 0 from the rest
+ *     passes the code on
  */
 int32_t CreateAndStart(thrd_handle_t *handle, thrd_hook_t enter, thrd_hook_t leave,
                        thrd_entry_t entry, void *argument, const thrd_param_t *param);
@@ -56,16 +56,15 @@ int32_t CreateAndStart(thrd_handle_t *handle, thrd_hook_t enter, thrd_hook_t lea
  * State of a thread. May be called on any thread; does not block.
  *
  * @param handle  a living handle; null answers THRD_STATE_STOPPING
- * @return THRD_STATE_RUNNING while the thread shall run, else THRD_STATE_STOPPING
+ * @return THRD_STATE_RUNNING until the thread is told to stop, then THRD_STATE_STOPPING
  */
 int32_t GetThrdSta(thrd_handle_t handle);
 
 /**
- * Tells a thread to stop, waits until its entry function and the leave
- * hook have returned, and releases the handle. A
- * thread that stops itself is not waited for: the call returns at once and the handle stays valid
- * for GetThrdSta until the entry function returns, then it is released. For each thread exactly one
- * call is made.
+ * Tells a thread to stop, waits until its entry function and the leave hook have returned, and
+ * releases the handle. A thread that stops itself is not waited for: the call returns at once and
+ * the handle stays valid for GetThrdSta until the entry function returns, then it is released. For
+ * each thread exactly one call is made.
  *
  * @param handle  a living handle; null does nothing
  * @return 0; a port that could not wait for the thread returns a negative code, which the caller

@@ -22,8 +22,7 @@ enum { SYS_TIMER_ONE_SHOT = 0, SYS_TIMER_PERIODIC = 1 };
  * @param callback       called at expiry; required
  * @param argument       handed to the callback
  * @param[out] timer_id  the new id on success, else unchanged. An id is reused as late as possible
- * @return 0; else callback is null, or there is no memory or no free id. The caller only tells 0
- *     from the rest
+ * @return 0; any other value when callback is null, or there is no memory or no free id
  */
 int32_t sys_add_timer(sys_timer_callback_t callback, void *argument, uint16_t *timer_id);
 

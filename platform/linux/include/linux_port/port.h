@@ -47,7 +47,8 @@ enum class server_event {
 };
 
 /**
- * Told of TCP servers, on the thread that makes them and at once. Must not call the port.
+ * Observer of TCP servers, called at once on the thread that makes the change. Must not call the
+ * port.
  *
  * @param port   the server's port
  * @param error  errno of a failure, else 0
@@ -83,7 +84,7 @@ using log_sink = std::function<void(int level, std::string_view line)>;
 void set_log_sink(log_sink sink);
 
 /**
- * Writes a log line, without its newline, to standard error; never waits for whoever reads there. A
+ * Writes a log line, without its newline, to standard error; never waits for a reader. A
  * line that can't be written at once is lost, or its end is; the next one that can follows a line
  * that says how many were. Any thread; lines never mix.
  */

@@ -1,9 +1,9 @@
 /*
- * The client connection table: which apps are connected, when each was last heard of, and whether a
+ * The client connection table: which apps are connected, when each was last active, and whether a
  * send or receive on it has failed. A faulty connection stays in the table, skipped by senders,
  * until the server task's next sweep closes it.
  *
- * Every function may be called by whoever is inside the agent (agent_use), on any thread; adding
+ * Every function may be called inside an agent_use, on any thread; adding
  * and removing single connections is the server task's alone. None of them waits for anything but
  * the table's mutex.
  */
@@ -47,7 +47,7 @@ void __lpc_close_all_socket();
 [[nodiscard]] int32_t lpc_socket_at(int32_t slot);
 /** @return the listening socket, negative when there is none */
 [[nodiscard]] int32_t lpc_listening_socket();
-/** Stores the listening socket, or the code that says why there is none. */
+/** Stores the listening socket, or the code of the failure. */
 void lpc_set_listening_socket(int32_t socket);
 /** Notes that the calling thread is the server task, whose sends are not foreign_sends. */
 void lpc_enter_server_task();

@@ -1,4 +1,4 @@
-/* Hands a frame to whoever handles its type. */
+/* Passes a frame to the handler of its type. */
 #pragma once
 
 #include "transport/request.h"

@@ -73,7 +73,7 @@ const char *process_scene_linkage(const json_request &parsed) {
     return replace_scene_set(*total, *modified, parsed) == 0 ? nullptr : "get scene error";
 }
 
-/** Tells the app why a panel command failed. */
+/** Answers with the reason why a panel command failed. */
 void refuse_panel(const lan_request &request, const char *cid, const char *reason) {
     local_text<panel_text_size> text;
     text->add(R"({"cid":"%s","reason":"%s"})", cid, reason);

@@ -11,7 +11,7 @@
  *
  * @param payload  len bytes as received, a 0 byte behind them
  * @return -4 no handler for this frame type, nothing was done; 0 handled, the app has its success;
- *     -1 failed, the app was told
+ *     -1 failed, the app has its refusal
  */
 [[nodiscard]] int32_t __lan_protocol_handler_ex(const request_source &source,
                                                 const uint8_t *payload, uint32_t len);

@@ -42,7 +42,7 @@ int32_t reply_text(const request_source &source, reply_code ret, const char *tex
 void refuse(const request_source &source, const char *message);
 
 /**
- * Decrypts a request's payload with the TCP key; when that fails, the app has been told.
+ * Decrypts a request's payload with the TCP key; when that fails, the request is refused.
  *
  * @param payload   len bytes of ciphertext
  * @param[out] out  on success the NUL-terminated text

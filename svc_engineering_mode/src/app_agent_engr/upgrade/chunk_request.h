@@ -11,7 +11,7 @@ class chunk_request {
     /**
      * @param cid     device whose image is transferred
      * @param offset  of the first byte wanted
-     * @param size    bytes wanted; 0 tells that the image is complete
+     * @param size    bytes wanted; 0: the image is complete
      */
     chunk_request(const char *cid, uint32_t offset, uint32_t size);
     [[nodiscard]] const char *text() { return text_->text(); }

@@ -20,7 +20,7 @@ using platform::heap_block;
 using platform::held_critical_section;
 
 /** See the table in the header. */
-enum class phase : uint8_t { idle, offered, receiving, telling, transfer_only };
+enum class phase : uint8_t { idle, offered, receiving, reporting, transfer_only };
 
 // All of these are guarded by the critical section.
 phase current = phase::idle;
@@ -176,7 +176,7 @@ class state_change {
 /** What an expiry finds. */
 enum class expiry : uint8_t {
     overtaken, /**< the watchdog was disarmed or armed anew meanwhile */
-    to_tell,   /**< the outcome has to be reported to the service */
+    to_report, /**< the outcome has to be reported to the service */
     decided    /**< another thread reports it, or has done so */
 };
 
@@ -193,7 +193,7 @@ expiry expire(lan_upg_mgr_t &manager) {
     manager = copy_of_record();
     is_expiring = is_transfer_open();
     end(open_transfer::ends);
-    return is_expiring ? expiry::to_tell : expiry::decided;
+    return is_expiring ? expiry::to_report : expiry::decided;
 }
 
 /** Expiry of the watchdog. Timer context. */
@@ -203,7 +203,7 @@ void __update_upgrade_status(uint16_t /*timer_id*/, void * /*argument*/) {
     if (found != expiry::overtaken) {
         LAN_LOG(LOG_LEVEL_WARNING, "upgrade timeout!");
     }
-    if (found == expiry::to_tell) {
+    if (found == expiry::to_report) {
         upgrade_tell_outcome(manager, 1);
         const state_change change;
         is_expiring = false;
@@ -276,7 +276,7 @@ chunk_admission upgrade_admit_chunk(lan_upg_mgr_t &copy) {
         stop_watchdog();
         return chunk_admission::admitted;
     }
-    if (current == phase::telling) {
+    if (current == phase::reporting) {
         return chunk_admission::too_late;
     }
     end(open_transfer::stays);
@@ -290,7 +290,7 @@ bool upgrade_decide(lan_upg_mgr_t &manager) {
     }
     manager = copy_of_record();
     if (current == phase::receiving) {
-        enter(phase::telling);
+        enter(phase::reporting);
     } else {
         forget_transfer();
         enter(phase::idle);
@@ -304,7 +304,7 @@ bool upgrade_decide_lost(lan_upg_mgr_t &manager) {
         return false;
     }
     manager = copy_of_record();
-    enter(phase::telling);
+    enter(phase::reporting);
     return true;
 }
 
@@ -317,7 +317,7 @@ void upgrade_tell_outcome(lan_upg_mgr_t &manager, uint32_t result) {
 void upgrade_end(const lan_upg_mgr_t &manager) {
     const state_change change;
     const bool another_is_told =
-        current == phase::telling && manager.transfer_number != transfer_number;
+        current == phase::reporting && manager.transfer_number != transfer_number;
     if (update_stat == 1 && manager.upgrade_number == upgrade_number && !another_is_told) {
         end(open_transfer::stays);
     }

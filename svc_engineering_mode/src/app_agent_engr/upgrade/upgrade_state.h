@@ -1,45 +1,45 @@
 /*
  * State of the firmware upgrade: at most one upgrade and one transfer of an image at a time.
  *
- * An upgrade begins when an app starts it and is what update_stat tells. A transfer begins when the
+ * An upgrade begins when an app starts it and is what update_stat shows. A transfer begins when the
  * upgrade service starts it; normally inside an upgrade, but a service may also start one by itself
  * or replace the one under way. The two together are in one of these phases:
  *
- *     phase          update_stat  transfer  watchdog                    the service is told
+ *     phase          update_stat  transfer  watchdog                    outcome reported
  *     idle           0            none      off
  *     offered        1            none      off
  *     receiving      1            open      on, but while a chunk is    later
  *                                           being taken
- *     telling        1            decided   on after the last chunk     now, by whoever decided it
+ *     reporting      1            decided   on after the last chunk     now, by who decided it
  *     transfer_only  0            open      on                          later
  *
  * What each event makes of each phase, "-" where it cannot happen or does nothing:
  *
- *                          idle           offered    receiving      telling        transfer_only
+ *                          idle           offered    receiving      reporting      transfer_only
  *     upgrade accepted     offered        -          -              -              receiving
  *     start refused        idle           idle       transfer_only  -              transfer_only
  *     transfer started     transfer_only  receiving  receiving      receiving      transfer_only
- *     chunk arrives        idle           idle       receiving      telling        transfer_only
- *     transfer decided     -              -          telling        -              idle
- *     connection lost      -              telling    telling        -              -
+ *     chunk arrives        idle           idle       receiving      reporting      transfer_only
+ *     transfer decided     -              -          reporting      -              idle
+ *     connection lost      -              reporting  reporting      -              -
  *     upgrade ends         -              idle       transfer_only  idle           -
  *     watchdog expires     -              -          idle           idle           idle
  *     version reported     idle           idle       idle           idle           idle
  *
- * "Upgrade ends" is the end of whoever told the outcome (the worker, or a chunk that failed); it
- * ends only the upgrade in which that transfer was decided, and not while another transfer of it is
- * being told. A version report of an unknown device switches the watchdog off and ends nothing.
- * Every end of an upgrade sets the extended state to GW_EXT_STAT_UPGRADE_ENDED.
+ * "Upgrade ends" is the last step of reporting an outcome, by the worker or after a chunk that
+ * failed; it ends only the upgrade in which that transfer was decided, and not while the outcome of
+ * another transfer of it is being reported. A version report of an unknown device switches the
+ * watchdog off and ends nothing. Every end of an upgrade sets the extended state to
+ * GW_EXT_STAT_UPGRADE_ENDED.
  *
- * So each transfer has one outcome at most. It has none when it is replaced (whoever replaces it
- * knows), when a version report ends it, when the service itself refused a chunk, and when no
- * thread could be started to tell it. A transfer that an end leaves behind in transfer_only is told
- * by its watchdog.
+ * So each transfer has one outcome at most. It has none when it is replaced, when a version report
+ * ends it, when the service itself refused a chunk, and when no thread could be started to report
+ * it. A transfer that is left in transfer_only is ended by its watchdog.
  *
  * Server task, watchdog, worker and the upgrade service's threads meet here. Whatever they change
  * together is guarded by the critical section, also while the timer is set. The gateway is given
- * the extended state outside of it, by one thread at a time and in order. Nobody keeps a pointer to
- * the manager record; each works on a copy of its own.
+ * the extended state outside of it, by one thread at a time and in order. No thread keeps a pointer
+ * to the manager record; each works on its own copy.
  */
 #pragma once
 
@@ -81,7 +81,7 @@ struct lan_upg_mgr_t {
     lan_fw_info_t fw_info;       /**< the image */
     char cid[DEV_ID_SIZE];       /**< device whose image is transferred */
     uint32_t chunk_size;         /**< most bytes asked for at once */
-    uint32_t notify_result;      /**< what the worker tells ug_notify_cb */
+    uint32_t notify_result;      /**< the result that the worker reports */
     uint32_t transfer_number;    /**< distinguishes this transfer from earlier and later ones */
     uint32_t upgrade_number;     /**< in a copy: the upgrade under way when the copy was taken */
 };
@@ -139,8 +139,8 @@ enum class chunk_admission : uint8_t {
 [[nodiscard]] chunk_admission upgrade_admit_chunk(lan_upg_mgr_t &copy);
 
 /**
- * Decides the transfer that a copy was taken of: the caller, and nobody else, may tell its outcome,
- * and calls upgrade_end afterwards. Server task.
+ * Decides the transfer that a copy was taken of: the caller, and no other thread, may report its
+ * outcome and calls upgrade_end afterwards. Server task.
  *
  * @param[in,out] manager  the copy; taken anew, since a callback may have written into it
  * @return false when the transfer is over, replaced or decided already
@@ -155,7 +155,7 @@ enum class chunk_admission : uint8_t {
  */
 [[nodiscard]] bool upgrade_decide_lost(lan_upg_mgr_t &manager);
 /**
- * Tells the service the outcome, if there is one to tell.
+ * Reports the outcome to the service, if there is one to report.
  *
  * @param manager  a copy of the record of a transfer that the caller has decided
  * @param result   0 the image is complete, 1 failed
