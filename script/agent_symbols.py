@@ -10,7 +10,7 @@ import subprocess
 import sys
 from pathlib import Path
 
-C_LIBRARY = """__errno_location free memcmp memcpy memset
+C_LIBRARY = """__errno_location free memcmp memcpy memmove memset
     snprintf strcasecmp strerror strlen strncmp strnlen vsnprintf""".split()
 # What compilers add: the global offset table, checked forms of the above, stack protection, assertions.
 COMPILER = re.compile(r"_GLOBAL_OFFSET_TABLE_$|__(mem|v?sn?printf|str)\w+_chk$|__stack_chk_fail$|__assert_fail$")
