@@ -26,6 +26,18 @@ def encrypt(key, text):
     return out.raw
 
 
+def decrypt(key, data):
+    """The bytes that were encrypted, or None when the padding is wrong."""
+    if not data or len(data) % 16:
+        return None
+    schedule, out = ctypes.create_string_buffer(256), ctypes.create_string_buffer(len(data))
+    _nettle.nettle_aes128_set_decrypt_key(schedule, key)
+    _nettle.nettle_aes128_decrypt(schedule, ctypes.c_size_t(len(data)), out, data)
+    padding = out.raw[-1]
+    is_padded = 1 <= padding <= 16 and out.raw.endswith(bytes([padding]) * padding)
+    return out.raw[:-padding] if is_padded else None
+
+
 def request(number, kind, payload=b""):
     """What an app sends."""
     body = struct.pack(">4I", 0x55AA, number, kind, len(payload) + 8) + payload
