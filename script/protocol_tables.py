@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Writes the tables of docs/protocol.md that come from the source, or checks them; checks that the pages of the
-protocol name every failure text that the agent can answer."""
+"""Writes the tables of docs/protocol.md and of the dissector that come from the source, or checks them; checks that the
+pages of the protocol name every failure text that the agent can answer."""
 import argparse
 import ast
 import pathlib
@@ -10,6 +10,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 AGENT = ROOT / "svc_engineering_mode/src/app_agent_engr"
 DOCUMENT = ROOT / "docs/protocol.md"
+DISSECTOR = ROOT / "tools/wireshark/engr_lan.lua"
 ROW = re.compile(r"X\((\d+), (\w+), (\w+), (\w+), (\w+),\s*\"([^\"]*)\"\)")
 APP_ROW = re.compile(r'frame_type_info\{(\d+), "(\w+)", (\w+), (\w+),')
 ANSWERS = {"always": "always", "never": "never", "not_a_request": "", "on_failure_only": "failure only",
@@ -57,15 +58,13 @@ FAILURE = re.compile(r'(?:\brefuse(?:_panel)?\([^;"]*|reply_failure, |because\(|
 
 
 def frame_types():
-    """The table of frame types as Markdown lines."""
+    """(number, name, from, payload, answer, meaning) of each frame type."""
     source = (AGENT / "transport/frame_types.h").read_text().replace("\\\n", " ")
     rows = ROW.findall(source)
     if len(rows) != source.count("X(") - 1:
         sys.exit("frame_types.h: a row is not of the form X(number, name, way, payload, handler, \"meaning\")")
     app = {name: (coding, ANSWERS[answer]) for _, name, coding, answer in
            APP_ROW.findall((ROOT / "app/lan_client/frame_types.cpp").read_text())}
-    yield "| Type | Name | From | Payload | Answer | Meaning |"
-    yield "| --- | --- | --- | --- | --- | --- |"
     for number, name, way, _, _, meaning in rows:
         if way == "datagram":
             (origin, coding), answer = DATAGRAMS[name], ""
@@ -73,7 +72,22 @@ def frame_types():
             origin, (coding, answer) = "gateway" if way == "report" else "app", app[name]
         if name == "FRM_DOWNLOAD_FIRMWARE":
             origin, coding = "app, gateway", "plain; the gateway's encrypted"
-        yield f"| {number} | `{name}` | {origin} | {coding} | {answer} | {meaning} |"
+        yield number, name, origin, coding, answer, meaning
+
+
+def frame_type_lines():
+    """The table of frame types as Markdown lines."""
+    yield "| Type | Name | From | Payload | Answer | Meaning |"
+    yield "| --- | --- | --- | --- | --- | --- |"
+    for number, name, *rest in frame_types():
+        yield f"| {number} | `{name}` | {' | '.join(rest)} |"
+
+
+def dissector_lines():
+    """The frame types of the TCP channel as members of a table in Lua."""
+    for number, name, origin, coding, _, _ in frame_types():
+        if "UDP" not in origin:
+            yield f'    [{number}] = {{"{name}", "{coding.split(";")[0]}"}},'
 
 
 def constant(file, name):
@@ -95,15 +109,13 @@ def limits():
         yield f"| {what} | {shown} | {beyond} |"
 
 
-def with_tables(text):
-    """The page with each table between its markers as the source has it."""
-    for name, lines in (("frame types", frame_types()), ("limits", limits())):
-        pattern = rf"(<!-- {name}: [^\n]* -->\n\n).*?(\n<!-- end -->)"
-        table = "".join(line + "\n" for line in lines)
-        text, count = re.subn(pattern, lambda found, table=table: found[1] + table + found[2], text, flags=re.DOTALL)
-        if count != 1:
-            sys.exit(f"{DOCUMENT.name}: there are no markers of the table of {name}")
-    return text
+def with_table(text, begin, lines, end):
+    """A file's text with what stands between two markers as the source has it."""
+    table = "".join(line + "\n" for line in lines)
+    parts = re.fullmatch(rf"(.*{begin}[^\n]*\n+).*?(\n* *{end}.*)", text, re.DOTALL)
+    if not parts:
+        sys.exit(f"there is no marker {begin}")
+    return parts[1] + table + parts[2].lstrip("\n")
 
 
 def missing_failures():
@@ -121,12 +133,15 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--write", action="store_true", help="write the tables instead of checking them")
     arguments = parser.parse_args()
-    text = DOCUMENT.read_text()
-    wanted = with_tables(text)
-    if arguments.write:
-        DOCUMENT.write_text(wanted)
-    elif text != wanted:
-        sys.exit(f"{DOCUMENT.relative_to(ROOT)} is out of date: run script/protocol_tables.py --write")
+    page, script = DOCUMENT.read_text(), DISSECTOR.read_text()
+    wanted = with_table(page, "<!-- frame types:", frame_type_lines(), "<!-- end of frame types -->")
+    wanted = with_table(wanted, "<!-- limits:", limits(), "<!-- end of limits -->")
+    wanted_script = with_table(script, "-- frame types:", dissector_lines(), "-- end of frame types")
+    for path, text, right in ((DOCUMENT, page, wanted), (DISSECTOR, script, wanted_script)):
+        if arguments.write:
+            path.write_text(right)
+        elif text != right:
+            sys.exit(f"{path.relative_to(ROOT)} is out of date: run script/protocol_tables.py --write")
     sys.exit("\n".join(missing_failures()) or None)
 
 

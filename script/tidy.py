@@ -230,7 +230,7 @@ def check(files):
 
 
 def is_code(path):
-    return bool(re.search(r"\.(c|cc|cpp|h|hpp|py|sh|bash|cmake|js)$|^script/|^\.ci/run$", path))
+    return bool(re.search(r"\.(c|cc|cpp|h|hpp|py|sh|bash|cmake|js|lua)$|^script/|^\.ci/run$", path))
 
 
 def share_of_tests(files):

@@ -6,6 +6,7 @@ An example is a fenced block `exchange [OPTION...]`, one line a frame; what belo
     >> NUMBER TYPE PAYLOAD           the same, again and again until the answer is the one below
     < NUMBER TYPE RET PAYLOAD        from the gateway
     < nothing                        no answer
+    $ engr_gatewayctl ARGUMENTS      done at the gateway
         PAYLOAD                      the rest of a long payload
       HEX                            below a line: all bytes of that frame
 
@@ -16,6 +17,7 @@ NAME=VALUE of the upgrade in a scenario, NAME:RESULT for a service or callback t
 import json
 import os
 import re
+import shlex
 import socket
 import struct
 
@@ -76,19 +78,23 @@ class Line:
 
 
 def parse(lines):
-    """Groups of one request (or none) and what answers it."""
+    """Groups of one request, or the arguments of engr_gatewayctl, and what answers it."""
     groups = []
     for text in "\n".join(lines).replace("\n    ", "").splitlines():
         if text.startswith("  "):
             last.hex += text.replace(" ", "")
-        elif text == "< nothing":
-            continue
-        else:
+        elif text.startswith("$ "):
+            groups.append([shlex.split(text)[2:]])
+        elif text != "< nothing":
             last = Line(text)
             if last.sent or not groups:
                 groups.append([])
             groups[-1].append(last)
     return groups
+
+
+def frames(groups):
+    return [line for group in groups for line in group if isinstance(line, Line)]
 
 
 class Player:
@@ -184,9 +190,11 @@ class Player:
         self.test.fail(f"expected in the end {answer.text}\ngot {self.show(got)}")
 
     def play(self, groups):
-        for port in {line.port for group in groups for line in group if line.port and not line.sent}:
+        for port in {line.port for line in frames(groups) if line.port and not line.sent}:
             self.listen(port)
         for group in groups:
+            if isinstance(group[0], list):
+                self.gateway.ctl(*group.pop(0))
             for line in (each for each in group if each.sent):
                 if line.port:
                     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
@@ -218,3 +226,22 @@ def start_gateway(protocol, options):
         scenario.setdefault(kind, {})[name] = int(result)
     site = {**protocol.site, "gateway": {**protocol.site["gateway"], "active_stat": 2 * ("activated" in options)}}
     return Gateway(*(["--ap"] if "access_point" in options else []), site=site, scenario=scenario, address=ADDRESS)
+
+
+def play_pages(test, protocol, wanted=lambda lines: True):
+    """Plays all examples that are wanted: those without options of a page on one gateway, in their order. Yields the
+    lines of each when it has been played."""
+    for page in PAGES:
+        examples = [example for example in blocks(read_page(page), "exchange") if wanted(example[1])]
+        shared = [lines for options, lines in examples if not options]
+        runs = [([], shared)] + [(options, [lines]) for options, lines in examples if options]
+        for options, run in runs:
+            with start_gateway(protocol, options) as gateway:
+                for lines in run:
+                    with test.subTest(page, options=options, lines=lines[0]):
+                        player = Player(test, protocol, gateway, options)
+                        try:
+                            player.play(parse(lines))
+                        finally:
+                            player.close()
+                    yield lines
