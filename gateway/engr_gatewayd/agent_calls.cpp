@@ -4,6 +4,7 @@
 #include "engr_lan_agent.h"
 #include "gateway_services/gateway.h"
 #include "numbers.h"
+#include "platform/crypto.h"
 
 #include <nlohmann/json.hpp>
 
@@ -141,6 +142,11 @@ constexpr exported_function functions[] = {
      [](const argument_list &list) -> ordered_json {
          engr_lan_ap_nw_cfg_error_report(list.text(0), list.number<int32_t>(1, "result"));
          return nullptr;
+     }},
+    {"engr_lan_get_tcp_key", "", 0,
+     [](const argument_list &) -> ordered_json {
+         uint8_t key[AES128_KEY_SIZE]; // stays here: no key is printed
+         return engr_lan_get_tcp_key(key);
      }},
     {"kelo_net_recv_nd_size", "[SOCKET [BUFFER_SIZE [NEEDED]]]", 3, receive_exactly},
     {"engr_lan_protocol_register_cb", "[FRAME_TYPE]", 1,

@@ -268,6 +268,7 @@ class ControlTest(unittest.TestCase):
                                       (["engr_rpt_upload_upgrade_percent", "50", "a", "1"], -940),
                                       (["engr_lan_sub_dev_unbind_report"], -2), (["engr_lan_dp_sata_report"], -940),
                                       (["lan_gw_start_upgrade", "a", "1", "5"], 0), (["kelo_net_recv_nd_size"], -1),
+                                      (["engr_lan_get_tcp_key"], 0),
                                       (["engr_lan_gw_subdevice_update", "z", "2", "10", "0", "0"], -901),
                                       (["engr_lan_pro_cntl_exit"], 0), (["engr_lan_pro_cntl_exit"], 0)]:
                 self.assertEqual(gateway.ctl("call", *arguments), {"result": result}, arguments)
