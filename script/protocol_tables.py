@@ -145,4 +145,5 @@ def main():
     sys.exit("\n".join(missing_failures()) or None)
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -48,8 +48,7 @@ std::string newest_lines() {
     return log;
 }
 
-/** Makes a new snapshot. One that was not taken is of no more use. @return its name, which means
- * nothing to a shell wherever the gateway runs */
+/** Makes a new snapshot. One that was not taken is of no more use. @return its name */
 std::string make_snapshot() {
     if (!newest_log) {
         throw refused("there is no log to upload");

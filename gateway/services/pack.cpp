@@ -1,11 +1,10 @@
 // The device service's encoding: the JSON text encrypted with the key of the TCP channel.
 #include "calls.h"
+#include "engr_lan_agent.h"
 #include "gateway/device.h"
-#include "key_seeds.h"
 #include "platform/crypto.h"
 #include "platform/memory.h"
 #include "platform/owners.h"
-#include "records.h"
 #include "results.h"
 
 #include <array>
@@ -16,26 +15,10 @@ namespace {
 
 using key = std::array<uint8_t, AES128_KEY_SIZE>;
 
-/** Key of a gateway that is not activated. */
-key built_in_key() {
-    key bytes;
-    volatile uint8_t *const seed = bytes.data(); // no store may be merged: no run of it is readable
-    ENGR_KEY3_SEED_STORES(seed)
-    uni_md5_context_t context;
-    uni_md5_init(&context);
-    uni_md5_update(&context, bytes.data(), static_cast<uint32_t>(bytes.size()));
-    uni_md5_final(&context, bytes.data());
-    return bytes;
-}
-
 key tcp_key() {
-    const gw_cntl_t &gateway = the_gateway().shared;
-    const platform::held_mutex guard(gateway.field_mutex);
-    if (gateway.active_stat != GW_ACTIVATED)
-        return built_in_key();
-    key own;
-    std::memcpy(own.data(), gateway.local_key, own.size());
-    return own;
+    key bytes{};
+    static_cast<void>(engr_lan_get_tcp_key(bytes.data())); // fails only without room for the key
+    return bytes;
 }
 
 int32_t parse_payload(const uint8_t *payload, uint32_t length, char **text) {

@@ -78,7 +78,8 @@ typedef int32_t (*dev_lan_ug_cb_t)(const char *dev_id, struct lan_fw_info *firmw
  */
 typedef int32_t (*get_log_path_cb_t)(char *path, uint32_t size);
 
-/** Applies the downloaded cloud.config.
+/**
+ * Applies the downloaded cloud.config.
  *
  * @return 0 = done; else the app is told "sync config error"
  */

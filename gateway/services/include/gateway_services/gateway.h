@@ -1,7 +1,7 @@
 // The reference gateway's services as their host sees them: opened, operated, closed.
 //
 // Configuration files, log snapshots and firmware images are files of the working directory, so
-// that no directory's name is part of a path that the agent cuts or hands to a shell.
+// that no directory's name is part of a path that the agent cuts.
 //
 // There is one gateway in a process, like the contracts in gateway/ and platform/ that it fulfils.
 // All functions may be called on any thread between open and close. They throw usage_error and
