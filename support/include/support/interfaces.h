@@ -1,0 +1,16 @@
+// Network interfaces as people name them.
+#pragma once
+
+#include <string>
+
+namespace support {
+
+/**
+ * Looks for a network interface of this machine.
+ *
+ * @return what is wrong with the name, and the names that there are; empty when there is such an
+ * interface
+ */
+[[nodiscard]] std::string interface_fault(const std::string &name);
+
+} // namespace support

@@ -1,0 +1,26 @@
+#include "support/interfaces.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <net/if.h>
+
+#include <memory>
+#include <vector>
+
+namespace support {
+
+std::string interface_fault(const std::string &name) {
+    if (if_nametoindex(name.c_str()) != 0) {
+        return {};
+    }
+    const std::unique_ptr<struct if_nameindex, decltype(&if_freenameindex)> all(if_nameindex(),
+                                                                                if_freenameindex);
+    std::vector<std::string> names;
+    for (const struct if_nameindex *each = all.get(); each != nullptr && each->if_index != 0;
+         ++each) {
+        names.emplace_back(each->if_name);
+    }
+    return fmt::format("there is no interface '{}'; there are: {}", name, fmt::join(names, ", "));
+}
+
+} // namespace support
