@@ -54,13 +54,13 @@ int32_t __lan_protocol_handler_ex(const request_source &source, const uint8_t *p
     text.reset();
     if (!json) {
         LAN_LOG(LOG_LEVEL_FAILURE, "Not Json Cmd Parse Fails");
-        reply_text(source, reply_failure, "data format error");
+        refuse(source, "data format error");
         return ENGR_ERR_FAILED;
     }
     const int op_ret = handler(json.root());
     if (op_ret != 0) {
         LAN_LOG(LOG_LEVEL_FAILURE, "Json Cmd handler err op_ret = %d", op_ret);
-        reply_text(source, reply_failure, "Json Cmd handler err");
+        refuse(source, "Json Cmd handler err");
         return ENGR_ERR_FAILED;
     }
     json.release();

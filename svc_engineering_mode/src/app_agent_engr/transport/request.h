@@ -18,8 +18,8 @@ struct request_source {
 /** A request as handlers see it. */
 struct lan_request {
     request_source source;
-    const uint8_t *
-        tmp_out; /**< payload, a 0 byte behind it; decrypted unless the frame type says otherwise */
+    /** Payload, a 0 byte behind it; decrypted unless the frame type says otherwise. */
+    const uint8_t *tmp_out;
     uint32_t tmp_len; /**< its length in bytes */
 
     /** The payload as NUL-terminated text. */
