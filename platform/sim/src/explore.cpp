@@ -10,8 +10,6 @@ namespace sim {
 
 namespace {
 
-/** Bound of for_each_nth_failure. */
-constexpr uint64_t failures_max = 100'000;
 /** Number of log lines that a search shows with its failure. */
 constexpr size_t last_lines = 40;
 
@@ -125,11 +123,19 @@ search_result try_all_schedules(const story &body, search_bounds bounds, const o
     return found;
 }
 
+std::vector<std::string_view> operation_names() {
+    std::vector<std::string_view> names;
+    for (const operation_info &each : operations) {
+        names.push_back(each.name);
+    }
+    return names;
+}
+
 search_result for_each_nth_failure(std::string_view operation, const story &body,
                                    const nth_failure_options &failing, const options &chosen,
                                    const run_check &check) {
     search_result found;
-    for (uint64_t n = 1; n <= failures_max; ++n) {
+    for (uint64_t n = failing.first; n <= failing.last; ++n) {
         const trigger when = failing.lasting ? from_nth(n) : nth(n);
         bool fine = false;
         run_result run =

@@ -12,6 +12,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -68,7 +69,12 @@ struct nth_failure_options {
     bool lasting = false; /**< all later calls fail too */
     /** true: calls count from the start of the story; false: from its call of arm_failure(). */
     bool from_start = true;
+    uint64_t first = 1;      /**< first n that is tried */
+    uint64_t last = 100'000; /**< last one; a search that comes beyond it is not complete */
 };
+
+/** Names of all operations: of each contract function. */
+std::vector<std::string_view> operation_names();
 
 /**
  * Runs a story in which the n-th call of an operation fails, for n = 1, 2, ... until a run meets no
