@@ -9,6 +9,13 @@ const char *const small_site =
     {"dev_id": "gone", "pid": "p3", "state": 2, "online": 1},
     {"dev_id": "hidden", "pid": "p4", "state": 1, "online": 1, "excluded": 1}]})";
 
+uint32_t preemptions_to_search() {
+    const char *chosen = std::getenv("ENGR_PREEMPTIONS");
+    return chosen != nullptr   ? static_cast<uint32_t>(std::strtoul(chosen, nullptr, 10))
+           : sim::is_sanitized ? 0
+                               : 1;
+}
+
 void story_app::send(uint32_t fr_num, uint32_t fr_type, std::string_view payload) {
     peer.send(lan_client::encode_request(fr_num, fr_type, payload));
 }

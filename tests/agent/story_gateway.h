@@ -53,6 +53,9 @@ class variants {
     std::mt19937_64 engine_;
 };
 
+/** Preemptions for searches of all schedules: ENGR_PREEMPTIONS, or what takes seconds. */
+uint32_t preemptions_to_search();
+
 /** A new, empty directory, which is the current one as long as this lives. */
 class working_directory {
   public:

@@ -4,8 +4,6 @@
 #include "upgrade/upgrade_worker.h"
 #include "upgrade_story.h"
 
-#include <cstdlib>
-
 namespace {
 
 void expect_one_outcome_each() {
@@ -137,12 +135,6 @@ TEST(upgrade_races, two_ends_at_once_give_each_transfer_one_outcome_under_all_sc
                                       start_is_refused};
     const act elsewhere[] = {service_restarts, version_is_reported,
                              version_is_reported_and_service_restarts, nothing};
-    // ENGR_PREEMPTIONS=2 searches deeper, in minutes.
-    const char *deeper = std::getenv("ENGR_PREEMPTIONS");
-    const auto preemptions =
-        static_cast<uint32_t>(deeper != nullptr   ? std::strtoul(deeper, nullptr, 10)
-                              : sim::is_sanitized ? 0
-                                                  : 1);
     uint64_t runs = 0;
     for (const act server : on_the_server_task) {
         for (const act other : elsewhere) {
@@ -169,7 +161,7 @@ TEST(upgrade_races, two_ends_at_once_give_each_transfer_one_outcome_under_all_sc
                 upgrade_release();
             };
             const sim::search_result found =
-                sim::try_all_schedules(story, {.preemptions_max = preemptions},
+                sim::try_all_schedules(story, {.preemptions_max = preemptions_to_search()},
                                        {.quiet_points = false}, sim::no_failure_yet);
             sim::report(found, true);
             ASSERT_TRUE(found.complete) << "expected all schedules to pass";

@@ -122,6 +122,21 @@ TEST(schedules, a_lost_update_is_found_by_seeds_and_by_search_and_needs_one_pree
                  "an addition was lost");
 }
 
+TEST(schedules, a_search_of_a_part_finds_what_happens_there_and_nothing_else) {
+    const sim::search_bounds part = {.preemptions_max = 1, .whole_story = false};
+    expect_found(sim::try_all_schedules(
+                     [](sim::world &world) {
+                         sim::begin_race();
+                         lost_update(world);
+                         sim::end_race();
+                     },
+                     part),
+                 "an addition was lost");
+    const sim::search_result outside = sim::try_all_schedules(lost_update, part);
+    EXPECT_TRUE(outside.complete);
+    EXPECT_EQ(outside.runs, 1U);
+}
+
 TEST(schedules, a_deadlock_is_found_by_seeds_and_by_search_with_the_circle_of_waits) {
     expect_found(sim::try_seeds(200, locks_in_both_orders), "deadlock");
     const sim::search_result found = sim::try_all_schedules(locks_in_both_orders);

@@ -47,9 +47,13 @@ size_t recorded_chooser::choose(size_t count, bool) {
 void schedule_search::begin_run() {
     depth_ = 0;
     preemptions_ = 0;
+    searches_ = whole_story_;
 }
 
 size_t schedule_search::choose(size_t count, bool preempted) {
+    if (!searches_) {
+        return 0;
+    }
     const size_t open = preempted && preemptions_ >= preemptions_max_ ? 1 : count;
     if (depth_ == path_.size()) {
         path_.push_back({0, static_cast<uint8_t>(open)});

@@ -38,6 +38,8 @@ class chooser {
      * @return index of the one to go on
      */
     virtual size_t choose(size_t count, bool preempted) = 0;
+    /** For a search of a part of the story: whether that part is under way. */
+    virtual void race(bool) {}
 };
 
 /** Chooses at random. The rate of preemptions is random too, since some faults need many and some
@@ -66,12 +68,15 @@ class recorded_chooser final : public chooser {
 /** Position of a depth-first search through all schedules, kept from run to run. */
 class schedule_search {
   public:
-    explicit schedule_search(uint32_t preemptions_max) : preemptions_max_(preemptions_max) {}
+    /** @param whole_story  false: only what is between race(true) and race(false) is searched */
+    schedule_search(uint32_t preemptions_max, bool whole_story)
+        : preemptions_max_(preemptions_max), whole_story_(whole_story) {}
     /** Starts a run from the top. */
     void begin_run();
     /** Moves to the next schedule; false when there is none. */
     bool next_schedule();
     size_t choose(size_t count, bool preempted);
+    void race(bool begins) { searches_ = whole_story_ || begins; }
 
   private:
     struct decision {
@@ -82,6 +87,8 @@ class schedule_search {
     size_t depth_ = 0;
     uint32_t preemptions_ = 0;
     uint32_t preemptions_max_;
+    bool whole_story_;
+    bool searches_ = true;
 };
 
 /** One run of a search. */
@@ -91,6 +98,7 @@ class searching_chooser final : public chooser {
     size_t choose(size_t count, bool preempted) override {
         return search_.choose(count, preempted);
     }
+    void race(bool begins) override { search_.race(begins); }
 
   private:
     schedule_search &search_;

@@ -101,7 +101,7 @@ search_result try_seeds(uint64_t count, const story &body, const options &chosen
 search_result try_all_schedules(const story &body, search_bounds bounds, const options &chosen,
                                 const run_check &check) {
     search_result found;
-    schedule_search search(bounds.preemptions_max);
+    schedule_search search(bounds.preemptions_max, bounds.whole_story);
     while (found.runs < bounds.runs_max) {
         search.begin_run();
         run_request request = {.chosen = chosen, .check = check};
@@ -121,6 +121,14 @@ search_result try_all_schedules(const story &body, search_bounds bounds, const o
         }
     }
     return found;
+}
+
+void begin_race() {
+    current_core().threads.decides().race(true);
+}
+
+void end_race() {
+    current_core().threads.decides().race(false);
 }
 
 std::vector<std::string_view> operation_names() {

@@ -78,6 +78,7 @@ class scheduler {
     [[nodiscard]] uint64_t steps() const { return steps_; }
     [[nodiscard]] const std::string &decisions() const { return decisions_; }
     [[nodiscard]] const std::vector<std::unique_ptr<thread>> &threads() const { return threads_; }
+    [[nodiscard]] chooser &decides() const { return *chooser_; }
 
     /** A point at which another thread may run. yields: the running thread prefers that. */
     void point(bool yields = false);

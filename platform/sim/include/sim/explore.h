@@ -55,7 +55,15 @@ struct search_bounds {
     /** Most preemptions in one run; most faults need one or two. */
     uint32_t preemptions_max = 2;
     uint64_t runs_max = 1'000'000;
+    /** true: all schedules of the whole story; false: of its parts between begin_race() and
+     * end_race(), with one schedule for the rest. */
+    bool whole_story = true;
 };
+
+/** In a story of try_all_schedules with whole_story false: the part to search begins or ends here.
+ * Elsewhere they do nothing. */
+void begin_race();
+void end_race();
 
 /** Runs a story under all schedules within the bounds, depth first. Everything random but the
  * schedule is fixed. */

@@ -100,9 +100,13 @@ inline void expect_all_seeds(uint64_t count, const story &body, const options &c
     report(try_seeds(count, body, real, no_failure_yet), false);
 }
 
-/** The story holds under all schedules within the bounds; a search that runs_max ends fails. */
-inline void expect_all_schedules(const story &body, search_bounds bounds = {},
-                                 const options &chosen = {.quiet_points = false}) {
+/**
+ * The story holds under all schedules within the bounds; a search that runs_max ends fails.
+ *
+ * @return how many schedules there were
+ */
+inline uint64_t expect_all_schedules(const story &body, search_bounds bounds = {},
+                                     const options &chosen = {.quiet_points = false}) {
     const options real = with_environment(chosen);
     if (!real.decisions.empty()) {
         bounds.runs_max = 1;
@@ -111,6 +115,7 @@ inline void expect_all_schedules(const story &body, search_bounds bounds = {},
     report(found, true);
     EXPECT_TRUE(found.failure || found.complete || !real.decisions.empty())
         << "not all schedules tried after " << found.runs << " runs";
+    return found.runs;
 }
 
 /**

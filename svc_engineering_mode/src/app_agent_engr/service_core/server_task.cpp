@@ -241,6 +241,8 @@ void __lpc_task_cb(void * /*argument*/) {
             break;
         }
     }
+    // A client's frame may end the task while the stop still leaves time to a report.
+    lpc_end_foreign_sends();
     __lpc_close_all_socket();
     LAN_LOG(LOG_LEVEL_TRACE, "thread __lpc_task quit");
 }
