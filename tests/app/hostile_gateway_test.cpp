@@ -1,12 +1,12 @@
 // An app whose gateway lies, floods it, or does not listen: what that may cost is bounded.
-#include "device_list.h"
+#include "base/json_text.h"
 #include "fake_gateway.h"
-#include "json_text.h"
+#include "gateway/devices.h"
+#include "gateway/request.h"
 #include "lan_client/client.h"
 #include "lan_client/limits.h"
 #include "lan_client/stream_cutter.h"
-#include "question.h"
-#include "screen.h"
+#include "terminal/screen.h"
 
 #include <optional>
 

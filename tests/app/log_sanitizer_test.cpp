@@ -1,5 +1,5 @@
 // What a stranger gets to see of a gateway's log.
-#include "log_sanitizer.h"
+#include "files/log_sanitizer.h"
 
 #include <gtest/gtest.h>
 

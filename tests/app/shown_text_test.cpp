@@ -1,8 +1,8 @@
 // What people and scripts get to see of text that came from the network.
-#include "json_text.h"
-#include "progress_bar.h"
-#include "report_words.h"
-#include "safe_text.h"
+#include "base/escape.h"
+#include "base/json_text.h"
+#include "gateway/report_format.h"
+#include "terminal/progress_bar.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,0 +1,188 @@
+// One place that runs a verb and puts together what several gateways gave.
+#include "cli/run.h"
+
+#include "cli/targets.h"
+#include "files/key_file.h"
+#include "gateway/session.h"
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+// Each has a thread and a connection of its own.
+constexpr std::size_t most_at_once = 256;
+
+int shown_failures(console &out, const std::function<int()> &work) {
+    try {
+        return work();
+    } catch (const failure &failed) {
+        out.problem(failed.kind(), failed.what());
+        return failed.exit_code();
+    } catch (const std::exception &failed) {
+        out.problem("internal", failed.what());
+        return exit_failed;
+    }
+}
+
+// A verb's work with one gateway. What it has to say is said before it may have to stay.
+int run_session(session &present, console &out, const verb_work &work) {
+    const int exit_code = shown_failures(out, [&] { return work(present); });
+    present.leave();
+    return exit_code;
+}
+
+// A verb at work with one of several gateways.
+struct run {
+    run(target of, const global_options &options, screen &shown_on)
+        : whom(std::move(of)), out(shown_on, options.json, options.verbose, whom.label) {}
+
+    target whom;
+    console out;
+    int exit_code = exit_failed;
+};
+
+using run_list = std::vector<std::unique_ptr<run>>;
+
+nlohmann::json outcome(const run &done) {
+    nlohmann::json told{{"gateway", done.whom.label}, {"exit", done.exit_code}};
+    const kept_results &kept = done.out.kept();
+    if (kept.error && !kept.document) {
+        told["error"] = *kept.error;
+    } else if (!kept.streamed) {
+        told["result"] = kept.document ? *kept.document : nlohmann::json();
+    }
+    return told;
+}
+
+// A stream of lines ends with a line for each gateway; all else is one array.
+void show_json(const run_list &runs, console &out) {
+    const bool streamed =
+        std::ranges::any_of(runs, [](const auto &one) { return one->out.kept().streamed; });
+    nlohmann::json all = nlohmann::json::array();
+    for (const auto &one : runs) {
+        all.push_back(outcome(*one));
+        if (streamed) {
+            out.json_line(all.back());
+        }
+    }
+    if (!streamed) {
+        out.document(all);
+    }
+}
+
+// Tables with the same header become one.
+void show_tables(const run_list &runs, console &out) {
+    std::vector<kept_results::table> merged;
+    for (const auto &one : runs) {
+        for (const kept_results::table &part : one->out.kept().tables) {
+            console::row header{"GATEWAY"};
+            header.insert(header.end(), part.header.begin(), part.header.end());
+            auto found = std::ranges::find(merged, header, &kept_results::table::header);
+            if (found == merged.end()) {
+                found = merged.insert(found, {header, {}});
+            }
+            for (const console::row &cells : part.rows) {
+                found->rows.push_back({one->whom.label});
+                found->rows.back().insert(found->rows.back().end(), cells.begin(), cells.end());
+            }
+        }
+    }
+    for (const kept_results::table &one : merged) {
+        out.table(one.header, one.rows);
+    }
+}
+
+// Texts stay whole, each under the name of its gateway.
+void show_texts(const run_list &runs, console &out) {
+    for (const auto &one : runs) {
+        for (const std::string &text : one->out.kept().texts) {
+            out.line(one->whom.label + ":");
+            out.text(text);
+        }
+    }
+}
+
+int exit_code_of(const run_list &runs, console &out) {
+    const auto failed =
+        std::ranges::count_if(runs, [](const auto &one) { return one->exit_code != exit_success; });
+    if (failed == 0) {
+        return exit_success;
+    }
+    out.notice(std::to_string(failed) + " of " + std::to_string(runs.size()) +
+               " gateway(s) failed");
+    const bool all_misused = std::ranges::all_of(
+        runs, [](const auto &one) { return one->exit_code == exit_wrong_usage; });
+    return all_misused ? exit_wrong_usage : exit_failed;
+}
+
+int run_on_several(const verb_work &work, const global_options &options, screen &shown_on,
+                   console &out, const std::shared_ptr<frame_recorder> &recorder) {
+    run_list runs;
+    {
+        session searching(options, out, recorder);
+        for (target &one : find_targets(searching)) {
+            runs.push_back(std::make_unique<run>(std::move(one), options, shown_on));
+        }
+    }
+    const auto work_with = [&](run &one) {
+        one.exit_code = shown_failures(one.out, [&] {
+            if (one.whom.missing) {
+                throw failure(*one.whom.missing);
+            }
+            session present(options, one.out, recorder, *one.whom.found, one.whom.file_mark);
+            return run_session(present, one.out, work);
+        });
+    };
+    if (runs.size() > most_at_once) {
+        out.notice(std::to_string(most_at_once) +
+                   " gateways are worked with at once; each of the others follows when one of "
+                   "them is done");
+    }
+    std::atomic<std::size_t> next = 0;
+    const auto work_on = [&] {
+        for (std::size_t at = next++; at < runs.size(); at = next++) {
+            work_with(*runs[at]);
+        }
+    };
+    {
+        std::vector<std::jthread> threads;
+        for (std::size_t count = std::min(runs.size(), most_at_once); count > 0; --count) {
+            threads.emplace_back(work_on);
+        }
+    }
+    if (options.json) {
+        show_json(runs, out);
+    } else {
+        show_tables(runs, out);
+        show_texts(runs, out);
+    }
+    return exit_code_of(runs, out);
+}
+
+} // namespace
+
+int run_verb(const verb_work &work, const global_options &given, screen &shown_on) {
+    console out(shown_on, given.json, given.verbose);
+    return shown_failures(out, [&] {
+        global_options options = given;
+        if (!options.key_file.empty()) {
+            options.keys = read_key_file(options.key_file, out);
+        }
+        const auto recorder = options.record_file.empty()
+                                  ? nullptr
+                                  : std::make_shared<frame_recorder>(options.record_file);
+        if (options.all || options.gateways.size() > 1) {
+            return run_on_several(work, options, shown_on, out, recorder);
+        }
+        session present(options, out, recorder);
+        return run_session(present, out, work);
+    });
+}
+
+} // namespace engr_app

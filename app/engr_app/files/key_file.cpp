@@ -1,0 +1,86 @@
+// Reading of key files.
+#include "files/key_file.h"
+
+#include "base/failure.h"
+#include "base/json_text.h"
+#include "files/input_file.h"
+#include "lan_client/crypto.h"
+#include "terminal/console.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+
+namespace engr_app {
+namespace {
+
+using key_map = std::map<std::string, std::string>;
+constexpr const char *blanks = " \t\r";
+
+failure bad_file(const std::string &path, const std::string &what) {
+    return {"key_file", "key file " + path + ": " + what, exit_wrong_usage};
+}
+
+void add(key_map &keys, const std::string &path, const std::string &place, const std::string &id,
+         const std::string &key) {
+    if (key.size() != lan_client::key_bytes) {
+        throw bad_file(path, place + ": a local key has exactly 16 characters, this one " +
+                                 std::to_string(key.size()));
+    }
+    if (!keys.emplace(id, key).second) {
+        throw bad_file(path, place + ": gateway " + id + " stands there twice");
+    }
+}
+
+key_map keys_of_json(const std::string &path, const std::string &text) {
+    const nlohmann::json object = parse_json(text, any_number_of_values);
+    if (!object.is_object()) {
+        throw bad_file(path, "it begins like JSON but is no valid JSON object");
+    }
+    key_map keys;
+    for (const auto &[id, key] : object.items()) {
+        add(keys, path, "gateway " + id, id, key.is_string() ? key.get<std::string>() : "");
+    }
+    return keys;
+}
+
+key_map keys_of_lines(const std::string &path, const std::string &text) {
+    key_map keys;
+    std::size_t number = 0;
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        std::string line = text.substr(start, end - start);
+        start = end + 1;
+        ++number;
+        line.erase(line.find_last_not_of(blanks) + 1);
+        line.erase(0, line.find_first_not_of(blanks));
+        if (line.empty() || line.front() == '#') {
+            continue;
+        }
+        const std::size_t id_end = std::min(line.find_first_of(blanks), line.size());
+        const std::size_t key_start = std::min(line.find_first_not_of(blanks, id_end), line.size());
+        add(keys, path, "line " + std::to_string(number), line.substr(0, id_end),
+            line.substr(key_start));
+    }
+    return keys;
+}
+
+} // namespace
+
+key_map read_key_file(const std::string &path, console &out) {
+    const std::string text = file_text(path);
+    struct stat about {};
+    if (stat(path.c_str(), &about) == 0 && (about.st_mode & (S_IRGRP | S_IROTH)) != 0) {
+        out.notice("key file " + path + " can be read by others: chmod 600 " + path);
+    }
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    const bool is_json = first != std::string::npos && text[first] == '{';
+    key_map keys = is_json ? keys_of_json(path, text) : keys_of_lines(path, text);
+    if (keys.empty()) {
+        throw bad_file(path, "there is no key in it");
+    }
+    return keys;
+}
+
+} // namespace engr_app

@@ -1,0 +1,66 @@
+// Writing beside the place of a file, then moving there.
+#include "files/output_file.h"
+
+#include "base/failure.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include <unistd.h>
+
+namespace engr_app {
+namespace {
+
+bool write_all(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
+    return ::fsync(descriptor) == 0;
+}
+
+} // namespace
+
+void check_output_path(const std::string &path) {
+    const auto refuse = [&path](const std::string &why) {
+        throw failure("usage", "can't write " + path + ": " + why, exit_wrong_usage);
+    };
+    std::error_code ignored;
+    // Moving a file to the place of a device or a pipe would remove that.
+    if (std::filesystem::exists(path, ignored) &&
+        !std::filesystem::is_regular_file(path, ignored)) {
+        refuse("it is there and no ordinary file");
+    }
+    const std::filesystem::path directory = std::filesystem::path(path).parent_path();
+    if (::access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0) {
+        refuse(std::strerror(errno));
+    }
+}
+
+void write_file(const std::string &path, std::string_view bytes) {
+    std::string beside = path + ".XXXXXX";
+    const int descriptor = ::mkstemp(beside.data());
+    bool written = descriptor >= 0 && write_all(descriptor, bytes);
+    int problem = errno;
+    if (descriptor >= 0) {
+        ::close(descriptor);
+        if (written && std::rename(beside.c_str(), path.c_str()) != 0) {
+            problem = errno;
+            written = false;
+        }
+        if (!written) {
+            ::unlink(beside.c_str());
+        }
+    }
+    if (!written) {
+        throw failure("output", "can't write " + path + ": " + std::strerror(problem));
+    }
+}
+
+} // namespace engr_app

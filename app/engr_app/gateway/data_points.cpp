@@ -1,0 +1,123 @@
+// Reading and writing of data points.
+#include "gateway/data_points.h"
+
+#include "base/json_text.h"
+#include "gateway/request.h"
+#include "lan_client/frame_types.h"
+#include "verbs/arguments.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+
+constexpr int greatest_data_point = 255;
+
+bool is_data_point(std::string_view text) {
+    int number = 0;
+    const char *end = text.data() + text.size();
+    const auto [rest, problem] = std::from_chars(text.data(), end, number);
+    return problem == std::errc() && rest == end && number >= 1 && number <= greatest_data_point &&
+           text.front() != '0';
+}
+
+json parse_value(const std::string &text) {
+    json value = parse_json(text);
+    return value.is_boolean() || value.is_number() || value.is_string() ? value : json(text);
+}
+
+} // namespace
+
+void declare_data_points(arguments &declared, std::vector<std::string> &assignments,
+                         std::string &object) {
+    declared.optional("DPS", assignments,
+                      "DP=VALUE each; VALUE is true, false, a number, or a text (in quotes when it "
+                      "looks like one of these)");
+    declared.option("--json-dps", object, "OBJECT", "All data points as one JSON object");
+}
+
+int parse_data_point(std::string_view text) {
+    if (!is_data_point(text)) {
+        throw wrong_usage(std::string(text) + " is no data point; they have the numbers 1 to 255");
+    }
+    return std::stoi(std::string(text));
+}
+
+json parse_data_points(const std::vector<std::string> &assignments, const std::string &object) {
+    if (assignments.empty() == object.empty()) {
+        throw wrong_usage("give data points as DP=VALUE, or all of them with --json-dps");
+    }
+    if (!object.empty()) {
+        json whole = parse_json(object);
+        const std::string fault = data_points_fault(whole);
+        if (!fault.empty()) {
+            throw wrong_usage("--json-dps: " + fault);
+        }
+        return whole;
+    }
+    json data_points = json::object();
+    for (const std::string &assignment : assignments) {
+        const std::size_t equals = assignment.find('=');
+        if (equals == std::string::npos) {
+            throw wrong_usage(assignment + " is not of the form DP=VALUE, such as 1=true");
+        }
+        const std::string number = std::to_string(parse_data_point(assignment.substr(0, equals)));
+        if (data_points.contains(number)) {
+            throw wrong_usage("data point " + number + " is given twice");
+        }
+        data_points[number] = parse_value(assignment.substr(equals + 1));
+    }
+    return data_points;
+}
+
+std::string data_points_fault(const json &object) {
+    if (!object.is_object() || object.empty()) {
+        return "must be an object with data points, such as {\"1\": true}";
+    }
+    for (const auto &[name, value] : object.items()) {
+        if (!is_data_point(name)) {
+            return "names \"" + name + "\", but data points have the numbers 1 to 255";
+        }
+        if (value.is_null() || value.is_structured()) {
+            return "gives data point " + name + " the value " + one_line(value) +
+                   ", but a value is true, false, a number or a text";
+        }
+    }
+    return "";
+}
+
+std::string data_points_text(const json &data_points) {
+    std::string text;
+    for (const auto &[name, value] : data_points.items()) {
+        text += (text.empty() ? "" : ", ") + name + " = " + one_line(value);
+    }
+    return text;
+}
+
+json parse_device_state(std::string_view payload) {
+    json state = parse_json(payload);
+    if (!state.is_object() || !state.contains("dps") || !state["dps"].is_object()) {
+        return nullptr;
+    }
+    const char *id = state.contains("cid") ? "cid" : "devId";
+    return {{"cid", member_text(state, id)}, {"dps", state["dps"]}};
+}
+
+bool tells(const lan_client::report &told, const std::string &device_id,
+           const std::vector<std::string> &data_points) {
+    if (told.type != lan_client::frame_type::dp_report || !told.readable) {
+        return false;
+    }
+    const json state = parse_device_state(told.payload);
+    return state.is_object() && state["cid"] == device_id &&
+           std::ranges::all_of(data_points, [&state](const std::string &point) {
+               return state["dps"].contains(point);
+           });
+}
+
+} // namespace engr_app

@@ -1,0 +1,118 @@
+// Reading of the device lists.
+#include "gateway/devices.h"
+
+#include "base/failure.h"
+#include "base/json_text.h"
+#include "gateway/request.h"
+
+#include <unordered_set>
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+// So many requests are under way at once: enough to hide the way there and back, and few enough
+// that each is answered in time.
+constexpr std::size_t requests_at_once = 64;
+
+std::vector<std::string> texts(const nlohmann::json &object, const char *name) {
+    std::vector<std::string> all;
+    const auto list = object.find(name);
+    if (list == object.end() || !list->is_array()) {
+        return all;
+    }
+    for (const nlohmann::json &entry : *list) {
+        if (entry.is_string()) {
+            all.push_back(entry.get<std::string>());
+        }
+    }
+    return all;
+}
+
+} // namespace
+
+lan_client::request device_list_request() {
+    return {.type = lan_client::frame_type::dev_list};
+}
+
+lan_client::request line_state_request() {
+    return {.type = lan_client::frame_type::dev_line_stat};
+}
+
+std::vector<device> parse_device_list(std::string_view payload) {
+    const nlohmann::json object = parse_json(payload);
+    if (!object.is_object() || !object.contains("products") || !object["products"].is_array()) {
+        throw not_understood("list of devices", payload);
+    }
+    if (object["products"].size() > lan_client::max_devices) {
+        throw not_understood("list of at most 65536 devices", payload);
+    }
+    std::vector<device> devices;
+    for (const nlohmann::json &product : object["products"]) {
+        devices.push_back({member_text(product, "cid"), member_text(product, "pid")});
+    }
+    return devices;
+}
+
+line_state parse_line_state(std::string_view payload) {
+    const nlohmann::json object = parse_json(payload);
+    if (!object.is_object()) {
+        throw not_understood("list of online and offline devices", payload);
+    }
+    return {texts(object, "online"), texts(object, "offline")};
+}
+
+bool says_no_devices(const lan_client::answer &answered) {
+    return !answered.failure && answered.ret != 0 &&
+           answered.payload == "online_dev or offline_dev is null";
+}
+
+nlohmann::json accepted_devices(session &present, const lan_client::answer &list,
+                                const lan_client::answer &states) {
+    const std::vector<device> devices = parse_device_list(present.accepted(list));
+    line_state known;
+    if (!says_no_devices(states)) {
+        known = parse_line_state(present.accepted(states));
+    }
+    const std::unordered_set<std::string> online(known.online.begin(), known.online.end());
+    const std::unordered_set<std::string> offline(known.offline.begin(), known.offline.end());
+    nlohmann::json all = nlohmann::json::array();
+    for (const device &one : devices) {
+        all.push_back({{"cid", one.id}, {"pid", one.product_id}, {"online", nullptr}});
+        if (online.contains(one.id) || offline.contains(one.id)) {
+            all.back()["online"] = online.contains(one.id);
+        }
+    }
+    return all;
+}
+
+const char *state_word(const nlohmann::json &device_of_list) {
+    const auto online = device_of_list.find("online");
+    if (online == device_of_list.end() || !online->is_boolean()) {
+        return "-";
+    }
+    return online->get<bool>() ? "online" : "offline";
+}
+
+void ask_of_each(session &present, nlohmann::json &devices, const char *what,
+                 const std::function<lan_client::request(const nlohmann::json &)> &question,
+                 const std::function<void(nlohmann::json &, const lan_client::answer &)> &take) {
+    progress_bar bar = present.out().bar(what, devices.size(), "devices");
+    for (std::size_t start = 0; start < devices.size(); start += requests_at_once) {
+        const std::size_t end = std::min(start + requests_at_once, devices.size());
+        std::vector<lan_client::request> requests;
+        for (std::size_t at = start; at < end; ++at) {
+            requests.push_back(question(devices[at]));
+        }
+        const auto answers = present.ask(std::move(requests));
+        for (std::size_t at = start; at < end; ++at) {
+            take(devices[at], answers[at - start]);
+        }
+        bar.show(end);
+    }
+}
+
+} // namespace engr_app

@@ -1,0 +1,290 @@
+// The run of one verb: finding a gateway and talking to it. The sentences are in
+// gateway/session_explain.cpp.
+#include "gateway/session.h"
+
+#include "base/failure.h"
+#include "lan_client/frame_types.h"
+#include "lan_client/limits.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <utility>
+
+namespace engr_app {
+namespace {
+
+using namespace std::chrono_literals;
+using lan_client::announcement;
+
+// A gateway speaks every 5 s, so after this every one has spoken.
+constexpr std::chrono::milliseconds default_listen_time = lan_client::discovery_period + 1s;
+constexpr std::chrono::milliseconds default_answer_time = 5s;
+
+std::chrono::milliseconds given_or(double seconds, std::chrono::milliseconds otherwise) {
+    return seconds > 0 ? std::chrono::milliseconds(static_cast<long>(seconds * 1000)) : otherwise;
+}
+
+// Anybody can announce any number of gateways.
+bool has_room(const heard_gateways &heard, std::size_t at_same_address) {
+    return heard.announcements.size() < lan_client::max_heard_gateways &&
+           at_same_address < lan_client::max_heard_at_one_address;
+}
+
+} // namespace
+
+session::session(const global_options &options, console &out,
+                 std::shared_ptr<frame_recorder> recorder)
+    : options_(options), out_(out), recorder_(std::move(recorder)) {}
+
+session::session(const global_options &options, console &out,
+                 std::shared_ptr<frame_recorder> recorder, gateway target, std::string file_mark)
+    : session(options, out, std::move(recorder)) {
+    chosen_ = std::move(target);
+    file_mark_ = std::move(file_mark);
+}
+
+std::chrono::milliseconds session::listen_time() const {
+    return given_or(options_.timeout_s, default_listen_time);
+}
+
+std::chrono::milliseconds session::answer_time() const {
+    return given_or(options_.timeout_s, default_answer_time);
+}
+
+void session::observe(const lan_client::traffic &seen) {
+    if (options_.verbose) {
+        out_.trace(frame_words(seen));
+    }
+    if (recorder_) {
+        recorder_->write(seen);
+    }
+}
+
+lan_client::traffic_observer session::observer() {
+    if (!options_.verbose && !recorder_) {
+        return {};
+    }
+    return [this](const lan_client::traffic &seen) { observe(seen); };
+}
+
+heard_gateways session::listen(std::chrono::milliseconds limit, const stop_rule &enough) {
+    return listen(options_.interface_name, limit, enough);
+}
+
+heard_gateways session::listen(const std::string &interface_name, std::chrono::milliseconds limit,
+                               const stop_rule &enough) {
+    heard_gateways heard;
+    std::map<std::string, std::size_t> at_address;
+    bool stop = false;
+    const auto hear = [&](const lan_client::parsed_datagram &datagram) {
+        heard.unreadable += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
+        if (datagram.kind != lan_client::datagram_kind::announcement) {
+            return;
+        }
+        const announcement &said = datagram.said;
+        const auto known = std::ranges::find_if(heard.announcements, [&](const auto &other) {
+            return other.id == said.id && other.address == said.address;
+        });
+        const bool awaited = enough && enough(said);
+        if (known != heard.announcements.end()) {
+            *known = said;
+        } else if (awaited || has_room(heard, at_address[said.address])) {
+            heard.announcements.push_back(said);
+            ++at_address[said.address];
+        }
+        stop = stop || awaited;
+    };
+    lan_client::discovery_listener listener(loop_, hear, observer());
+    if (const lan_client::error problem = listener.open(interface_name)) {
+        throw failure(lan_client::error_name(problem.kind),
+                      "can't listen for gateways: " + problem.detail);
+    }
+    loop_.run_until([&stop] { return stop; }, limit);
+    std::ranges::sort(heard.announcements, {},
+                      [](const announcement &one) { return std::pair(one.id, one.address); });
+    return heard;
+}
+
+gateway session::find_by_id(const std::string &id) {
+    out_.progress("listening for gateway " + id + " on " + options_.interface_name + " ...");
+    const heard_gateways heard =
+        listen(listen_time(), [&id](const announcement &said) { return said.id == id; });
+    if (const announcement *said = heard.find_id(id)) {
+        return from_announcement(*said);
+    }
+    throw not_found(heard, id, options_.interface_name);
+}
+
+gateway session::find_only() {
+    out_.progress("listening for gateways on " + options_.interface_name +
+                  " (--gateway ADDRESS saves the wait) ...");
+    const heard_gateways heard = listen(listen_time());
+    if (heard.announcements.size() != 1) {
+        throw not_found(heard, "", options_.interface_name);
+    }
+    return from_announcement(heard.announcements.front());
+}
+
+const gateway &session::chosen() {
+    if (!chosen_) {
+        const std::string named = options_.gateways.empty() ? "" : options_.gateways.front();
+        chosen_ = parse_address(named);
+        if (!chosen_) {
+            chosen_ = named.empty() ? find_only() : find_by_id(named);
+        } else if (!options_.keys.empty() && !options_.keys.contains(chosen_->place())) {
+            chosen_announcement(); // the keys are known by ids
+        }
+    }
+    return *chosen_;
+}
+
+const std::optional<announcement> &session::chosen_announcement() {
+    chosen();
+    if (!chosen_->announced) {
+        out_.progress("listening for the announcement of " + chosen_->name() + " on " +
+                      options_.interface_name + " ...");
+        const std::string &address = chosen_->address;
+        const heard_gateways heard = listen(
+            listen_time(), [&](const announcement &said) { return said.address == address; });
+        if (const announcement *said = heard.find_address(address)) {
+            chosen_->announced = *said;
+        }
+    }
+    return chosen_->announced;
+}
+
+const std::string &session::local_key() {
+    const gateway &target = chosen();
+    auto found = options_.keys.find(target.label());
+    if (found == options_.keys.end()) {
+        found = options_.keys.find(target.place());
+    }
+    return found == options_.keys.end() ? options_.local_key : found->second;
+}
+
+bool session::key_at_hand() {
+    const gateway &target = chosen();
+    return !local_key().empty() || !target.announced || !target.announced->activated;
+}
+
+std::string session::output_path(const std::string &path) const {
+    if (file_mark_.empty()) {
+        return path;
+    }
+    std::filesystem::path marked(path);
+    const std::string extension = marked.extension();
+    marked.replace_filename(marked.stem().string() + "-" + file_mark_ + extension);
+    return marked;
+}
+
+// Every app knows the built-in key. Whoever answers with it, perhaps in the gateway's place, must
+// not make an app that was given a better one use it.
+std::vector<lan_client::aes_key> session::usable_keys() {
+    const auto local = lan_client::aes_key::from_text(local_key());
+    if (!local) {
+        return {lan_client::unactivated_key()};
+    }
+    if (!options_.accept_deactivated) {
+        return {*local};
+    }
+    return {*local, lan_client::unactivated_key()};
+}
+
+lan_client::client_events session::with_signs() {
+    return {.on_report =
+                [this](const lan_client::report &told) {
+                    if (told.under_built_in_key) {
+                        warn_of_built_in_key();
+                    }
+                    signs_.hear(told);
+                    if (verb_events_.on_report) {
+                        verb_events_.on_report(told);
+                    }
+                },
+            .on_link =
+                [this](const lan_client::link_change &change) {
+                    linked_ = change.state == lan_client::link_state::connected;
+                    if (!linked_) {
+                        signs_.forget(); // the upgrade has ended with the connection
+                    }
+                    if (verb_events_.on_link) {
+                        verb_events_.on_link(change);
+                    }
+                },
+            .on_traffic = observer()};
+}
+
+lan_client::client &session::connect(bool reconnect, lan_client::client_events events) {
+    const gateway &target = chosen();
+    lan_client::client_options wanted;
+    wanted.address = target.address;
+    wanted.port = target.port;
+    wanted.interface_name = options_.interface_name;
+    wanted.connect_timeout = answer_time();
+    wanted.request_timeout = answer_time();
+    wanted.reconnect = reconnect;
+    wanted.keys = usable_keys();
+    linked_ = false;
+    verb_events_ = std::move(events);
+    client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), with_signs());
+    client_->open();
+    return *client_;
+}
+
+// A gateway that was named by its address may be activated without our knowing. What is asked here
+// is answered under the key that it uses, and an answer under another one is a failure.
+void session::require_shown_key(const std::vector<lan_client::request> &requests) {
+    const bool secret = std::ranges::any_of(requests, [](const lan_client::request &one) {
+        return one.type == lan_client::frame_type::token_bind ||
+               one.type == lan_client::frame_type::wifi_modify;
+    });
+    if (!secret || !local_key().empty()) {
+        return;
+    }
+    const auto shown = ask({{.type = lan_client::frame_type::get_channel}}).front();
+    if (shown.failure) {
+        throw explain(shown);
+    }
+}
+
+std::vector<lan_client::answer> session::ask(std::vector<lan_client::request> requests,
+                                             bool need_key) {
+    if (need_key) {
+        require_key();
+    }
+    require_shown_key(requests);
+    lan_client::client &client = client_ ? *client_ : connect();
+    // Shared, because answers may still come after this function has given up on them.
+    struct progress {
+        std::vector<std::optional<lan_client::answer>> answers;
+        std::size_t missing;
+        lan_client::error first_failure{};
+    };
+    const auto now = std::make_shared<progress>(progress{
+        .answers = decltype(progress::answers)(requests.size()), .missing = requests.size()});
+    std::vector<lan_client::answer> answers;
+    for (std::size_t index = 0; index < requests.size(); ++index) {
+        answers.push_back({.type = requests[index].type});
+        client.ask(std::move(requests[index]),
+                   [this, now, index](const lan_client::answer &outcome) {
+                       now->answers[index] = outcome;
+                       signs_.hear(outcome);
+                       --now->missing;
+                       if (outcome.failure && !now->first_failure) {
+                           now->first_failure = outcome.failure;
+                       }
+                   });
+    }
+    // The client itself bounds every wait; where one request failed the others are not waited for.
+    loop_.run_until([&now] { return now->missing == 0 || now->first_failure; },
+                    std::chrono::hours(24));
+    for (std::size_t index = 0; index < answers.size(); ++index) {
+        answers[index].failure = now->first_failure;
+        answers[index] = now->answers[index].value_or(answers[index]);
+    }
+    return answers;
+}
+
+} // namespace engr_app

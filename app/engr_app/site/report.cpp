@@ -1,0 +1,187 @@
+// Gathering and writing of site reports.
+#include "site/report.h"
+
+#include "base/escape.h"
+#include "base/json_text.h"
+#include "gateway/announcement_json.h"
+#include "gateway/data_points.h"
+#include "gateway/device_versions.h"
+#include "gateway/devices.h"
+#include "gateway/request.h"
+#include "gateway/session.h"
+#include "lan_client/crypto.h"
+#include "lan_client/frame_types.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+namespace frame_type = lan_client::frame_type;
+
+constexpr std::size_t max_markdown_columns = 300;
+
+json gateway_json(session &present) {
+    const auto &announced = present.chosen_announcement();
+    json about = announced ? announcement_json(*announced)
+                           : json{{"id", nullptr},
+                                  {"version", nullptr},
+                                  {"product_key", nullptr},
+                                  {"activated", nullptr}};
+    about["address"] = present.chosen().place();
+    return about;
+}
+
+json channel_json(session &present, const lan_client::answer &answered, json &notes) {
+    try {
+        const json channel = parse_json(agreed(present, answered));
+        return channel.is_object() ? channel.value("channel", json()) : json();
+    } catch (const failure &refused) {
+        notes.push_back(std::string("The channel is not known: ") + refused.what());
+        return {};
+    }
+}
+
+// A gateway without a configuration refuses to read one.
+json config_json(session &present, const lan_client::answer &answered) {
+    if (!answered.failure && answered.ret != 0) {
+        return {};
+    }
+    const std::string content = present.accepted(answered);
+    return {{"bytes", content.size()}, {"sha256", lan_client::sha256_text(content)}};
+}
+
+void add_data_points(session &present, json &devices) {
+    ask_of_each(
+        present, devices, "data points",
+        [](const json &device) {
+            return json_request(frame_type::local_dp_query, {{"cid", device["cid"]}});
+        },
+        [&](json &device, const lan_client::answer &answered) {
+            // A device that has told none yet is refused.
+            const bool told = answered.failure || answered.ret == 0;
+            const json state =
+                told ? parse_device_state(present.accepted(answered)) : json::object();
+            device["dps"] = state.is_object() ? state.value("dps", json::object()) : json();
+        });
+}
+
+// The version of the gateway's firmware, and those of its devices.
+void add_all_versions(session &present, json &report) {
+    report["gateway"]["sw_ver"] = add_versions(present, report["devices"]);
+}
+
+// A cell of a Markdown table: one line in which nothing is markup.
+std::string cell(const std::string &text) {
+    std::string escaped;
+    for (const char character : safe_text(text, max_markdown_columns)) {
+        if (std::string_view("\\`*_[]<>|#~").find(character) != std::string_view::npos) {
+            escaped += '\\';
+        }
+        escaped += character;
+    }
+    return escaped;
+}
+
+std::string known_text(const json &object, const char *name) {
+    const auto found = object.find(name);
+    if (found == object.end() || found->is_null()) {
+        return "not known";
+    }
+    if (found->is_boolean()) {
+        return found->get<bool>() ? "yes" : "no";
+    }
+    return member_text(object, name);
+}
+
+std::string fact(const std::string &name, const std::string &value) {
+    return "| " + name + " | " + cell(value) + " |\n";
+}
+
+std::string config_text(const json &config) {
+    return config.is_object()
+               ? member_text(config, "bytes") + " bytes, SHA-256 " + member_text(config, "sha256")
+               : "none";
+}
+
+std::string count_text(const json &devices) {
+    const auto count_of = [&devices](std::string_view state) {
+        return std::to_string(std::ranges::count_if(
+            devices, [state](const json &one) { return state == state_word(one); }));
+    };
+    return std::to_string(devices.size()) + ": " + count_of("online") + " online, " +
+           count_of("offline") + " offline, " + count_of("-") + " in neither list";
+}
+
+// The table of the devices, with the columns that were asked for.
+std::string markdown_devices(const json &devices) {
+    const bool with_versions = !devices.empty() && devices.front().contains("sw_ver");
+    const bool with_data_points = !devices.empty() && devices.front().contains("dps");
+    std::string text = std::string("| CID | PID | State |") + (with_versions ? " Version |" : "") +
+                       (with_data_points ? " Data points |" : "") + "\n| --- | --- | --- |" +
+                       (with_versions ? " --- |" : "") + (with_data_points ? " --- |" : "") + "\n";
+    for (const json &one : devices) {
+        text += "| " + cell(member_text(one, "cid")) + " | " + cell(member_text(one, "pid")) +
+                " | " + state_word(one) + " |";
+        if (with_versions) {
+            text += " " + cell(known_text(one, "sw_ver")) + " |";
+        }
+        if (with_data_points) {
+            text += " " + cell(data_points_text(one["dps"])) + " |";
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+} // namespace
+
+json ask_site_report(session &present, const site_report_extent &extent) {
+    json report{{"site_report", 1}, {"notes", json::array()}, {"gateway", gateway_json(present)}};
+    const auto answers = present.ask({device_list_request(),
+                                      line_state_request(),
+                                      {.type = frame_type::get_channel},
+                                      {.type = frame_type::read_app_cfg}});
+    report["time"] = time_text();
+    report["devices"] = accepted_devices(present, answers[0], answers[1]);
+    report["channel"] = channel_json(present, answers[2], report["notes"]);
+    report["app_config"] = config_json(present, answers[3]);
+    if (report["gateway"]["id"].is_null()) {
+        report["notes"].push_back("The gateway was not heard, so its id, version and activation "
+                                  "are not known.");
+    }
+    if (extent.data_points) {
+        add_data_points(present, report["devices"]);
+    }
+    if (extent.versions) {
+        add_all_versions(present, report);
+    }
+    return report;
+}
+
+std::string site_report_markdown(const json &report) {
+    const json &about = report.at("gateway");
+    const json &devices = report.at("devices");
+    std::string text =
+        "# Site report\n\n| | |\n| --- | --- |\n" + fact("Time", member_text(report, "time")) +
+        fact("Gateway", known_text(about, "id")) + fact("Address", known_text(about, "address")) +
+        fact("Version", known_text(about, "version")) +
+        (about.contains("sw_ver") ? fact("Firmware", known_text(about, "sw_ver")) : "") +
+        fact("Product key", known_text(about, "product_key")) +
+        fact("Activated", known_text(about, "activated")) +
+        fact("Channel", known_text(report, "channel")) +
+        fact("app.config", config_text(report.at("app_config"))) +
+        fact("Devices", count_text(devices));
+    for (const json &note : report.at("notes")) {
+        text += "\n" + cell(note.get<std::string>()) + "\n";
+    }
+    text += "\n## Devices\n\n";
+    text += markdown_devices(devices);
+    text.pop_back();
+    return text;
+}
+
+} // namespace engr_app

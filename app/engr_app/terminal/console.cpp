@@ -1,0 +1,178 @@
+// Output for people and for scripts.
+#include "terminal/console.h"
+
+#include "base/escape.h"
+#include "base/failure.h"
+#include "base/json_text.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+constexpr std::size_t column_gap = 2;
+// Nothing that a gateway says in a table, a line or a sentence is worth more.
+constexpr std::size_t max_cell_columns = 300;
+constexpr std::size_t max_line_columns = 2000;
+
+std::string padded(std::string text, std::size_t columns) {
+    const std::size_t used = text_columns(text);
+    text.append(columns > used ? columns - used : 0, ' ');
+    return text;
+}
+
+} // namespace
+
+console::console(screen &shown_on, bool json, bool quiet_notices)
+    : screen_(shown_on), json_(json), quiet_(quiet_notices),
+      colour_(shown_on.output_is_terminal() && std::getenv("NO_COLOR") == nullptr) {}
+
+console::console(screen &shown_on, bool json, bool quiet_notices, std::string gateway_name)
+    : console(shown_on, json, quiet_notices) {
+    gateway_name_ = std::move(gateway_name);
+    prefix_ = gateway_name_ + ": ";
+}
+
+void console::table(const row &header, const std::vector<row> &rows) {
+    if (!gateway_name_.empty()) {
+        kept_.tables.push_back({header, rows});
+        return;
+    }
+    std::vector<row> lines{header};
+    lines.insert(lines.end(), rows.begin(), rows.end());
+    std::vector<std::size_t> widths(header.size(), 0);
+    for (row &cells : lines) {
+        for (std::size_t column = 0; column < cells.size(); ++column) {
+            cells[column] = safe_text(cells[column], max_cell_columns);
+            widths[column] = std::max(widths[column], text_columns(cells[column]));
+        }
+    }
+    std::string shown;
+    for (std::size_t number = 0; number < lines.size(); ++number) {
+        std::string one;
+        for (std::size_t column = 0; column < lines[number].size(); ++column) {
+            const bool last = column + 1 == lines[number].size();
+            std::string &cell = lines[number][column];
+            if (!screen_.output_is_terminal()) {
+                one += cell + (last ? "" : "\t");
+            } else {
+                one += last ? cell : padded(cell, widths[column] + column_gap);
+            }
+        }
+        if (screen_.output_is_terminal()) {
+            one = safe_text(one, screen_.columns());
+        }
+        const bool bold = colour_ && number == 0;
+        shown += (bold ? "\x1b[1m" : "") + one + (bold ? "\x1b[0m" : "") + '\n';
+    }
+    screen_.output(shown);
+}
+
+void console::facts(const std::vector<std::pair<std::string, std::string>> &named) {
+    if (!gateway_name_.empty()) {
+        kept_results::table told{{"FACT", "VALUE"}, {}};
+        for (const auto &[name, value] : named) {
+            told.rows.push_back({name, value});
+        }
+        kept_.tables.push_back(std::move(told));
+        return;
+    }
+    std::size_t widest = 0;
+    for (const auto &[name, value] : named) {
+        widest = std::max(widest, name.size());
+    }
+    std::string shown;
+    for (const auto &[name, value] : named) {
+        shown +=
+            padded(name + ":", widest + 1 + column_gap) + safe_text(value, max_cell_columns) + '\n';
+    }
+    screen_.output(shown);
+}
+
+void console::line(std::string_view text) {
+    screen_.output(safe_text(prefix_ + std::string(text), max_line_columns) + '\n');
+}
+
+void console::text(std::string_view text) {
+    if (!gateway_name_.empty()) {
+        kept_.texts.emplace_back(text);
+        return;
+    }
+    if (!screen_.output_is_terminal()) {
+        return screen_.output(std::string(text) + '\n');
+    }
+    // Lines stay lines.
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        line(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+}
+
+void console::document(const nlohmann::json &value) {
+    document_written_ = true;
+    if (!gateway_name_.empty()) {
+        kept_.document = std::make_shared<nlohmann::json>(value);
+        return;
+    }
+    screen_.output(many_lines(value) + '\n');
+}
+
+void console::json_line(const nlohmann::json &value) {
+    document_written_ = true;
+    if (gateway_name_.empty()) {
+        return screen_.output(one_line(value) + '\n');
+    }
+    kept_.streamed = true;
+    nlohmann::json named = value;
+    named["gateway"] = gateway_name_;
+    screen_.output(one_line(named) + '\n');
+}
+
+void console::message(std::string_view sentence, std::size_t max_columns) {
+    screen_.message(safe_text(prefix_ + std::string(sentence), max_columns) + '\n');
+}
+
+void console::progress(std::string_view sentence) {
+    if (screen_.messages_are_terminal() && !quiet_) {
+        message(sentence, max_line_columns);
+    }
+}
+
+progress_bar console::bar(std::string_view label, std::uint64_t total, std::string_view unit) {
+    if (json_ || quiet_) {
+        return {};
+    }
+    return {screen_,
+            {.label = prefix_ + std::string(label), .unit = std::string(unit), .total = total}};
+}
+
+void console::notice(std::string_view sentence) {
+    message(sentence, max_line_columns);
+}
+
+void console::trace(std::string_view text) {
+    message(text, max_cell_columns);
+}
+
+void console::problem(const std::string &kind, std::string_view sentence) {
+    screen_.message("engr_app: " + safe_text(prefix_ + std::string(sentence), max_line_columns) +
+                    '\n');
+    const nlohmann::json told{{"kind", kind}, {"message", sentence}};
+    if (!gateway_name_.empty()) {
+        kept_.error = std::make_shared<nlohmann::json>(told);
+    } else if (json_ && !document_written_) {
+        document_written_ = true;
+        try {
+            screen_.output(many_lines({{"error", told}}) + '\n');
+        } catch (const failure &) {
+            return; // the sentence above is all that can be said
+        }
+    }
+}
+
+} // namespace engr_app

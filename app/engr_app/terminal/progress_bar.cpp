@@ -1,0 +1,149 @@
+// Bars in words and in characters.
+#include "terminal/progress_bar.h"
+
+#include "base/escape.h"
+#include "terminal/bar_state.h"
+#include "terminal/screen.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <utility>
+
+namespace engr_app {
+namespace {
+
+constexpr std::size_t widest_bar = 30;
+constexpr std::size_t narrowest_bar = 8;
+constexpr std::size_t max_label_columns = 200;
+constexpr const char *gap = "  ";
+
+template <typename... values>
+std::string print(const char *format, values... given) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), format, given...);
+    return text.data();
+}
+
+std::string amount_text(double amount, const std::string &unit) {
+    if (!unit.empty()) {
+        return print("%.0f ", amount) + unit;
+    }
+    constexpr std::array<const char *, 4> names = {"bytes", "KiB", "MiB", "GiB"};
+    std::size_t power = 0;
+    for (; amount >= 1024 && power + 1 < names.size(); ++power) {
+        amount /= 1024;
+    }
+    return print(power == 0 ? "%.0f %s" : "%.1f %s", amount, names[power]);
+}
+
+std::string time_left_text(double seconds) {
+    const auto whole = static_cast<std::uint64_t>(std::min(seconds, 359999.0) + 0.5);
+    if (whole < 60) {
+        return print("%u s left", static_cast<unsigned>(whole));
+    }
+    if (whole < 3600) {
+        return print("%u min %02u s left", static_cast<unsigned>(whole / 60),
+                     static_cast<unsigned>(whole % 60));
+    }
+    return print("%u h %02u min left", static_cast<unsigned>(whole / 3600),
+                 static_cast<unsigned>(whole / 60 % 60));
+}
+
+double part_done(const bar_figures &shown) {
+    return std::min(1.0, static_cast<double>(shown.done) / static_cast<double>(shown.total));
+}
+
+std::string figures_text(const bar_figures &shown) {
+    std::string text;
+    if (shown.total > 0) {
+        text = print("%3.0f %%", 100 * part_done(shown)) + gap;
+    }
+    if (!shown.waits_for.empty()) {
+        return text + shown.waits_for;
+    }
+    const std::string done = amount_text(static_cast<double>(shown.done), shown.unit);
+    if (shown.total > shown.done) {
+        const std::string total = amount_text(static_cast<double>(shown.total), shown.unit);
+        text += (shown.unit.empty() ? done : std::to_string(shown.done)) + " of " + total;
+    } else {
+        text += done;
+    }
+    if (shown.rate_per_s > 0) {
+        text += shown.unit.empty() ? gap + amount_text(shown.rate_per_s, "") + "/s" : "";
+        if (shown.total > shown.done) {
+            const auto missing = static_cast<double>(shown.total - shown.done);
+            text += gap + time_left_text(missing / shown.rate_per_s);
+        }
+    }
+    if (shown.total > 0 && shown.done >= shown.total) {
+        text += print("  in %lld s", static_cast<long long>(shown.elapsed.count()));
+    }
+    return text;
+}
+
+} // namespace
+
+std::string bar_line(const bar_figures &shown, std::size_t columns) {
+    const std::string label = safe_text(shown.label, max_label_columns) + gap;
+    const std::string figures = figures_text(shown);
+    const std::size_t used = text_columns(label) + figures.size() + std::string("[]  ").size();
+    std::string bar;
+    if (shown.total > 0 && used + narrowest_bar < columns) {
+        const std::size_t width = std::min(columns - 1 - used, widest_bar);
+        const auto full = static_cast<std::size_t>(part_done(shown) * static_cast<double>(width));
+        bar = "[" + std::string(full, '#') + std::string(width - full, '.') + "]" + gap;
+    }
+    // A line that fills the last column would wrap on some terminals.
+    return safe_text(label + bar + figures, columns - 1);
+}
+
+std::string bar_words(const bar_figures &shown) {
+    std::string figures = figures_text(shown);
+    figures.erase(0, figures.find_first_not_of(' '));
+    return safe_text(shown.label, max_label_columns) + ": " + figures;
+}
+
+progress_bar::progress_bar(screen &shown_on, bar_figures figures)
+    : screen_(&shown_on), state_(std::make_shared<bar_state>()) {
+    state_->figures = std::move(figures);
+    screen_->add(state_);
+}
+
+progress_bar &progress_bar::operator=(progress_bar &&other) noexcept {
+    finish();
+    screen_ = other.screen_;
+    state_ = std::move(other.state_);
+    return *this;
+}
+
+progress_bar::~progress_bar() {
+    finish();
+}
+
+void progress_bar::show(std::uint64_t done) {
+    if (state_) {
+        show(done, state_->figures.total);
+    }
+}
+
+void progress_bar::show(std::uint64_t done, std::uint64_t total) {
+    if (state_) {
+        screen_->update(*state_, done, total);
+    }
+}
+
+void progress_bar::wait(const std::string &what) {
+    if (state_) {
+        screen_->wait(*state_, what);
+    }
+}
+
+void progress_bar::finish() {
+    if (state_) {
+        screen_->finish(state_);
+        state_.reset();
+    }
+}
+
+} // namespace engr_app

@@ -1,0 +1,84 @@
+// Requests for pieces of an image.
+#include "upgrade/pieces.h"
+
+#include "base/failure.h"
+#include "base/json_text.h"
+#include "gateway/upgrade_status.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+// More requests for what a gateway had already are no retries.
+constexpr std::uint32_t most_repeats = 1000;
+
+// A gateway may hand back a part of each piece, but not almost all of each.
+constexpr std::uint64_t most_images_sent = 16;
+constexpr std::uint64_t allowance_bytes = std::uint64_t{64} * 1024 * 1024;
+
+} // namespace
+
+piece_requests::piece_requests(std::uint64_t image_bytes, std::vector<std::string> ids)
+    : image_bytes_(image_bytes), ids_(std::move(ids)) {}
+
+std::string piece_requests::fault_of(std::string_view payload, wanted_piece &wanted) const {
+    const nlohmann::json body = parse_json(payload);
+    const auto type = member_count(body, "firmwareType");
+    const auto offset = member_count(body, "offset");
+    const auto bytes = member_count(body, "downloadSize");
+    if (!type || !offset || !bytes) {
+        return "sent no request for a piece of the image";
+    }
+    // Another app's announcement changes the type in the requests of a running upgrade.
+    if (*type != gateway_firmware && *type != device_firmware) {
+        return "asks for a piece of an unknown type of firmware";
+    }
+    if (std::ranges::find(ids_, member_text(body, "cid")) == ids_.end()) {
+        return "asks for a piece for another device";
+    }
+    wanted = {*offset, *bytes};
+    if (*offset > image_bytes_ || *bytes > image_bytes_ - *offset) {
+        return "asks for a piece that is not in the image";
+    }
+    if (*offset > sent_end_) {
+        return "asks for a piece without having got the one before";
+    }
+    if (*bytes == 0 && *offset < image_bytes_) {
+        return "says before the end of the image that it has all of it";
+    }
+    return "";
+}
+
+bool piece_requests::wants_too_much(const wanted_piece &wanted) {
+    const bool further = !asked_ || wanted.offset > furthest_;
+    asked_ = true;
+    furthest_ = std::max(furthest_, wanted.offset);
+    repeats_ += further ? 0 : 1;
+    return repeats_ > most_repeats ||
+           sent_bytes_ > most_images_sent * image_bytes_ + allowance_bytes;
+}
+
+wanted_piece piece_requests::next(std::string_view payload) {
+    constexpr std::size_t shown_bytes = 128; // no request is longer
+    wanted_piece wanted;
+    const std::string fault = fault_of(payload, wanted);
+    if (!fault.empty()) {
+        throw failure("bad_answer",
+                      "the gateway " + fault + ": " + std::string(payload.substr(0, shown_bytes)));
+    }
+    if (wants_too_much(wanted)) {
+        throw failure("bad_answer", "the gateway asks for the same pieces again and again");
+    }
+    return wanted;
+}
+
+void piece_requests::sent(const wanted_piece &wanted, std::uint64_t bytes) {
+    sent_end_ = std::max(sent_end_, wanted.offset + bytes);
+    sent_bytes_ += bytes;
+}
+
+} // namespace engr_app

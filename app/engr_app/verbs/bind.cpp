@@ -1,0 +1,55 @@
+// bind: enters the installer's list of devices into the gateway.
+#include "base/json_text.h"
+#include "files/json_file.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t max_product_id_bytes = 32;
+
+int bind_devices(session &present, const std::string &file) {
+    const json_place whole = json_place::read(file, "products");
+    json products = json::array();
+    const std::vector<json_place> entries = whole.entries("products");
+    distinct_ids(entries, "cid");
+    for (const json_place &entry : entries) {
+        products.push_back(
+            {{"cid", entry.id("cid")}, {"pid", entry.text("pid", max_product_id_bytes)}});
+    }
+    const std::string payload =
+        ask_one(present,
+                json_request(lan_client::frame_type::user_bind_req_engr, {{"products", products}}));
+    const json told = parse_json(payload);
+    const std::string channel = member_text(told, "channel");
+    if (channel.empty()) {
+        throw not_understood("channel", payload);
+    }
+    return say(present,
+               std::to_string(products.size()) + " device(s) are bound to " +
+                   present.chosen().name() + ", which is on channel " + channel,
+               {{"devices", products.size()}, {"channel", told["channel"]}});
+}
+
+} // namespace
+
+verb_work declare_bind(arguments &declared) {
+    const auto file = std::make_shared<std::string>();
+    declared.required("FILE", *file, "JSON file with the devices; - reads it from standard input");
+    declared.notes("FILE holds {\"products\": [{\"cid\": \"a4c1380001000001\", \"pid\": "
+                   "\"zbswitch\"}]} or the array\nalone. It is checked before anything is sent. A "
+                   "device that is bound already keeps its\ndata points.\n\n"
+                   "Examples:\n"
+                   "  engr_app bind devices.json\n"
+                   "  engr_app devices --json | engr_app bind - --gateway 192.168.1.21");
+    return [file](session &present) { return bind_devices(present, *file); };
+}
+
+} // namespace engr_app

@@ -1,0 +1,123 @@
+// config: the two configuration files pushed, and one read back.
+#include "base/json_text.h"
+#include "files/input_file.h"
+#include "files/output_file.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using namespace std::chrono_literals;
+
+namespace frame_type = lan_client::frame_type;
+
+// Encryption makes a text up to one block longer.
+constexpr std::size_t max_config_bytes =
+    lan_client::max_request_payload_bytes - lan_client::key_bytes;
+
+// A gateway reads a long frame in small pieces, decrypts it and writes a file.
+constexpr std::chrono::milliseconds least_push_time = 30s;
+
+struct config_arguments {
+    std::string kind;
+    std::string file;
+};
+
+std::string checked_config(const std::string &file) {
+    std::string text = file_text(file);
+    if (text.size() > max_config_bytes) {
+        throw wrong_usage(file + " has " + std::to_string(text.size()) +
+                          " bytes, but a configuration travels in one frame, which takes at most " +
+                          std::to_string(max_config_bytes));
+    }
+    // The gateway takes the configuration for a text and would cut it there.
+    if (const std::size_t zero = text.find('\0'); zero != std::string::npos) {
+        throw wrong_usage(file + " is no text: byte " + std::to_string(zero + 1) + " is zero");
+    }
+    // It also cuts off whatever follows the last brace; of blanks nobody need hear.
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    if (!text.empty() && text.back() != '}') {
+        throw wrong_usage(file + " does not end with }, and a gateway keeps nothing that follows "
+                                 "the last one");
+    }
+    return text;
+}
+
+int push(session &present, const config_arguments &given) {
+    std::string text = checked_config(given.file);
+    const std::size_t size = text.size();
+    const bool cloud = given.kind == "cloud";
+    progress_bar bar = present.out().bar("configuration", size);
+    // The frame is longer than the text by less than the bar could show.
+    const auto moved = [&bar, size](std::size_t sent, std::size_t) {
+        bar.show(std::min(sent, size));
+    };
+    ask_one(present, {.type = cloud ? frame_type::download_cloud_cfg : frame_type::download_app_cfg,
+                      .payload = std::move(text),
+                      .coding = lan_client::payload_coding::encrypted,
+                      .timeout = std::max(least_push_time, present.answer_time()),
+                      .on_sent = moved});
+    bar.finish();
+    return say(present,
+               present.chosen().name() + " has the " + given.kind + " configuration (" +
+                   std::to_string(size) + " bytes)" +
+                   (cloud ? " and has taken it over: this ends engineering" : ""),
+               {{"kind", given.kind}, {"bytes", size}, {"engineering_ended", cloud}});
+}
+
+int pull(session &present, const config_arguments &given) {
+    const std::string path = given.file.empty() ? "" : present.output_path(given.file);
+    if (!path.empty()) {
+        check_output_path(path);
+    }
+    const std::string text = ask_one(present, {.type = frame_type::read_app_cfg});
+    if (!path.empty()) {
+        write_file(path, text);
+        return say(present,
+                   "the app configuration of " + present.chosen().name() + ", " +
+                       std::to_string(text.size()) + " bytes, is in " + path,
+                   {{"file", path}, {"bytes", text.size()}});
+    }
+    if (present.out().json()) {
+        present.out().document({{"bytes", text.size()}, {"config", payload_json(text)}});
+    } else {
+        present.out().text(text.ends_with('\n') ? text.substr(0, text.size() - 1) : text);
+    }
+    return exit_success;
+}
+
+verb_work declare_config_push(arguments &declared) {
+    const auto given = std::make_shared<config_arguments>();
+    declared.required("KIND", given->kind, {"cloud", "app"}, "Which configuration");
+    declared.required("FILE", given->file, "The configuration; - reads it from standard input");
+    return [given](session &present) { return push(present, *given); };
+}
+
+verb_work declare_config_pull(arguments &declared) {
+    const auto given = std::make_shared<config_arguments>();
+    declared.optional("FILE", given->file,
+                      "Where to write it, whole or not at all; when left out, to standard output");
+    return [given](session &present) { return pull(present, *given); };
+}
+
+} // namespace
+
+verb_work declare_config(arguments &declared) {
+    declared.notes("A configuration is a text that ends with }, such as a JSON object; an empty "
+                   "one is taken, too.\nThe cloud configuration comes last: when the gateway has "
+                   "it, engineering is "
+                   "over. Only the\napp configuration can be read back.\n\n"
+                   "Examples:\n"
+                   "  engr_app config push app app.config\n"
+                   "  engr_app config pull copy.config\n"
+                   "  engr_app config push cloud cloud.config");
+    return declared.subverbs({{"push", "give the gateway a configuration", declare_config_push},
+                              {"pull", "read the app configuration back", declare_config_pull}});
+}
+
+} // namespace engr_app

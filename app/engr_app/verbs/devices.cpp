@@ -1,0 +1,58 @@
+// devices: the gateway's devices with their online state.
+#include "gateway/devices.h"
+#include "base/failure.h"
+#include "base/json_text.h"
+#include "gateway/device_versions.h"
+#include "gateway/session.h"
+#include "verbs/arguments.h"
+#include "verbs/verb.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+int devices(session &present, bool with_versions) {
+    const auto answers = present.ask({device_list_request(), line_state_request()});
+    nlohmann::json all = accepted_devices(present, answers[0], answers[1]);
+    if (with_versions) {
+        add_versions(present, all);
+    }
+    console &out = present.out();
+    if (out.json()) {
+        out.document(all);
+        return exit_success;
+    }
+    std::vector<console::row> rows;
+    for (const nlohmann::json &one : all) {
+        rows.push_back({member_text(one, "cid"), member_text(one, "pid"), state_word(one)});
+        if (with_versions) {
+            rows.back().push_back(one["sw_ver"].is_null() ? "-" : member_text(one, "sw_ver"));
+        }
+    }
+    console::row header{"CID", "PID", "STATE"};
+    if (with_versions) {
+        header.push_back("VERSION");
+    }
+    out.table(header, rows);
+    out.progress(std::to_string(all.size()) + " devices");
+    return exit_success;
+}
+
+} // namespace
+
+verb_work declare_devices(arguments &declared) {
+    const auto with_versions = std::make_shared<bool>(false);
+    declared.flag("--versions", *with_versions, "Ask for the firmware version of each as well");
+    declared.notes(std::string(versions_note) +
+                   "STATE is online, offline, or - for what the gateway keeps in neither list\n"
+                   "(null in \"online\" with --json).\n\n"
+                   "Examples:\n"
+                   "  engr_app devices\n"
+                   "  engr_app devices --gateway 127.0.0.1 --json");
+    return [with_versions](session &present) { return devices(present, *with_versions); };
+}
+
+} // namespace engr_app

@@ -1,0 +1,205 @@
+// dp: data points of one device, told, changed and queried.
+#include "base/json_text.h"
+#include "gateway/data_points.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <algorithm>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+using namespace std::chrono_literals;
+
+namespace frame_type = lan_client::frame_type;
+
+// A device that does what it is told says so at once; a slow one is left to engr_app watch.
+constexpr std::chrono::milliseconds change_time = 1500ms;
+
+struct dp_arguments {
+    std::string device_id;
+    std::vector<std::string> data_points;
+    std::string object;
+};
+
+json request_for(const std::string &device_id) {
+    return device_id.empty() ? json::object() : json{{"cid", device_id}};
+}
+
+std::string device_name(const std::string &id) {
+    return id.empty() ? "the gateway's own device" : "device " + id;
+}
+
+std::vector<std::string> names_of(const json &data_points) {
+    std::vector<std::string> names;
+    for (const auto &[name, value] : data_points.items()) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+int show(session &present, const json &state) {
+    if (present.out().json()) {
+        present.out().document(state);
+        return exit_success;
+    }
+    std::vector<console::row> rows;
+    for (const auto &[name, value] : state["dps"].items()) {
+        rows.push_back({name, one_line(value)});
+    }
+    std::ranges::sort(rows, {}, [](const console::row &row) {
+        return std::pair(row.front().size(), row.front()); // numbers without leading zeros
+    });
+    present.out().table({"DP", "VALUE"}, rows);
+    return exit_success;
+}
+
+bool says(const lan_client::answer &answered, std::string_view refusal) {
+    return !answered.failure && answered.ret != 0 && answered.payload == refusal;
+}
+
+lan_client::answer ask_for_all(session &present, const std::string &device_id) {
+    return present.ask({json_request(frame_type::local_dp_query, request_for(device_id))}).front();
+}
+
+constexpr std::string_view no_device = "devid not found";
+constexpr std::string_view no_data_points = "json obj data unvalid";
+
+failure nothing_of_its_own(session &present) {
+    return {"no_own_device", present.chosen().name() +
+                                 " has no data points of its own: name a device behind the "
+                                 "command; engr_app devices lists them"};
+}
+
+// The ids under which the device reports. A gateway's own device may leave its id out.
+std::vector<std::string> reported_ids(session &present, const std::string &device_id) {
+    if (!device_id.empty()) {
+        return {device_id};
+    }
+    const lan_client::answer answered = ask_for_all(present, "");
+    if (says(answered, no_device)) {
+        throw nothing_of_its_own(present);
+    }
+    std::vector<std::string> ids{""};
+    if (!says(answered, no_data_points)) { // without data points it tells no id
+        const json state = parse_device_state(agreed(present, answered));
+        ids.push_back(state.is_object() ? member_text(state, "cid") : "");
+    }
+    if (const auto &announced = present.chosen().announced) {
+        ids.push_back(announced->id);
+    }
+    return ids;
+}
+
+bool one_tells(const std::vector<std::string> &ids, const lan_client::report &heard,
+               const std::vector<std::string> &data_points) {
+    return std::ranges::any_of(
+        ids, [&](const std::string &id) { return tells(heard, id, data_points); });
+}
+
+int get(session &present, const dp_arguments &given) {
+    const lan_client::answer answered = ask_for_all(present, given.device_id);
+    if (given.device_id.empty() && (says(answered, no_device) || says(answered, no_data_points))) {
+        throw nothing_of_its_own(present);
+    }
+    const std::string payload = agreed(present, answered);
+    const json state = parse_device_state(payload);
+    if (state.is_null()) {
+        throw not_understood("list of data points", payload);
+    }
+    return show(present, state);
+}
+
+int set(session &present, const dp_arguments &given) {
+    const json wanted = parse_data_points(given.data_points, given.object);
+    json payload = request_for(given.device_id);
+    payload["dps"] = wanted;
+    report_ear ear(present);
+    const auto ids = reported_ids(present, given.device_id);
+    ask_one(present, json_request(frame_type::tp_cmd, payload));
+    // A device may report its points together or one by one; the first report shows that it works.
+    const auto told = ear.next(
+        [&](const lan_client::report &heard) {
+            return std::ranges::any_of(names_of(wanted), [&](const std::string &point) {
+                return one_tells(ids, heard, {point});
+            });
+        },
+        std::min(change_time, present.answer_time()));
+    const json reported = told ? parse_device_state(told->payload)["dps"] : json();
+    const std::string name = device_name(given.device_id);
+    return say(present,
+               told ? name + " took the command and reports " + data_points_text(reported)
+                    : "the gateway took the command for " + name +
+                          "; no change was reported yet (engr_app watch shows it when it comes)",
+               {{"cid", given.device_id}, {"dps", wanted}, {"reported", reported}});
+}
+
+int query(session &present, const dp_arguments &given) {
+    json payload = request_for(given.device_id);
+    json numbers = json::array();
+    for (const std::string &text : given.data_points) {
+        numbers.push_back(parse_data_point(text));
+    }
+    if (!numbers.empty()) {
+        payload["dpId"] = numbers.size() == 1 ? numbers.front() : numbers;
+    }
+    report_ear ear(present);
+    const auto ids = reported_ids(present, given.device_id);
+    ask_one(present, json_request(frame_type::dp_query, payload));
+    const auto told = ear.next(
+        [&](const lan_client::report &heard) { return one_tells(ids, heard, given.data_points); },
+        present.answer_time());
+    if (!told) {
+        throw failure("timed_out", present.chosen().name() + " took the query, but " +
+                                       device_name(given.device_id) +
+                                       " did not report: it may be offline, see engr_app online");
+    }
+    return show(present, parse_device_state(told->payload));
+}
+
+// Each sub-verb has arguments of its own.
+verb_work with(const std::shared_ptr<dp_arguments> &given,
+               int (*work)(session &, const dp_arguments &)) {
+    return [given, work](session &present) { return work(present, *given); };
+}
+
+verb_work declare_dp_get(arguments &declared) {
+    const auto given = std::make_shared<dp_arguments>();
+    declared.optional("CID", given->device_id, "The device; when left out, the gateway's own");
+    return with(given, get);
+}
+
+verb_work declare_dp_set(arguments &declared) {
+    const auto given = std::make_shared<dp_arguments>();
+    declared.required("CID", given->device_id, "The device");
+    declare_data_points(declared, given->data_points, given->object);
+    return with(given, set);
+}
+
+verb_work declare_dp_query(arguments &declared) {
+    const auto given = std::make_shared<dp_arguments>();
+    declared.optional("CID", given->device_id,
+                      "The device; when left out or '', the gateway's own");
+    declared.optional("DP", given->data_points, "Data points; when left out, all");
+    return with(given, query);
+}
+
+} // namespace
+
+verb_work declare_dp(arguments &declared) {
+    declared.notes("get shows what the gateway knows; query makes the device report itself.\n\n"
+                   "Examples:\n"
+                   "  engr_app dp get a4c1380001000001\n"
+                   "  engr_app dp set a4c1380001000001 1=true 2=50 3=auto\n"
+                   "  engr_app dp set a4c1380001000001 --json-dps '{\"3\": \"50\"}'\n"
+                   "  engr_app dp query a4c1380001000001 1 2");
+    return declared.subverbs({{"get", "show the data points of a device", declare_dp_get},
+                              {"set", "command a device to change data points", declare_dp_set},
+                              {"query", "make a device report data points", declare_dp_query}});
+}
+
+} // namespace engr_app

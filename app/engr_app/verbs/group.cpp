@@ -1,0 +1,100 @@
+// group: groups of devices, changed and commanded.
+#include "base/json_text.h"
+#include "gateway/data_points.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+
+namespace frame_type = lan_client::frame_type;
+
+struct group_arguments {
+    std::string operation;
+    std::string group_id;
+    std::vector<std::string> device_ids;
+    std::vector<std::string> data_points;
+    std::string object;
+};
+
+std::string sentence_of(const group_arguments &given, const json &outcome) {
+    if (given.operation == "delete") {
+        return "group " + given.group_id + " was deleted";
+    }
+    std::string members;
+    std::size_t count = 0;
+    if (outcome.is_object() && outcome.contains("cids") && outcome["cids"].is_array()) {
+        for (const json &id : outcome["cids"]) {
+            members +=
+                (count++ == 0 ? ": " : ", ") + (id.is_string() ? id.get<std::string>() : "?");
+        }
+    }
+    return "group " + given.group_id + " now has " + std::to_string(count) + " device(s)" + members;
+}
+
+int operate(session &present, const group_arguments &given) {
+    json payload{{"gid", given.group_id}, {"op", given.operation}};
+    if (given.operation != "delete") {
+        if (given.device_ids.empty()) {
+            throw wrong_usage("group oper " + given.operation + ": name at least one device");
+        }
+        payload["cids"] = given.device_ids;
+    } else if (!given.device_ids.empty()) {
+        throw wrong_usage("group oper delete takes no devices: the whole group goes; use remove");
+    }
+    report_ear ear(present);
+    const auto told = ear.outcome(json_request(frame_type::grp_oper, payload),
+                                  [&given](const lan_client::report &heard) {
+                                      const json body = parse_json(heard.payload);
+                                      return heard.type == frame_type::grp_oper &&
+                                             member_text(body, "gid") == given.group_id &&
+                                             member_text(body, "op") == given.operation;
+                                  });
+    const json outcome = payload_json(told.payload);
+    return say(present, sentence_of(given, outcome), outcome);
+}
+
+int execute(session &present, const group_arguments &given) {
+    const json wanted = parse_data_points(given.data_points, given.object);
+    ask_one(present,
+            json_request(frame_type::grp_exec, {{"gid", given.group_id}, {"dps", wanted}}));
+    return say(present,
+               "group " + given.group_id + " took the command " + data_points_text(wanted) +
+                   "; engr_app watch shows the changes of its devices",
+               {{"gid", given.group_id}, {"dps", wanted}});
+}
+
+verb_work declare_group_oper(arguments &declared) {
+    const auto given = std::make_shared<group_arguments>();
+    declared.required("OPERATION", given->operation, {"add", "remove", "delete"},
+                      "What to do; add makes the group when it is new");
+    declared.required("GID", given->group_id, "The group");
+    declared.optional("CIDS", given->device_ids, "Devices to add or to remove");
+    return [given](session &present) { return operate(present, *given); };
+}
+
+verb_work declare_group_exec(arguments &declared) {
+    const auto given = std::make_shared<group_arguments>();
+    declared.required("GID", given->group_id, "The group");
+    declare_data_points(declared, given->data_points, given->object);
+    return [given](session &present) { return execute(present, *given); };
+}
+
+} // namespace
+
+verb_work declare_group(arguments &declared) {
+    declared.notes("Examples:\n"
+                   "  engr_app group oper add kitchen a4c1380001000001 a4c1380001000002\n"
+                   "  engr_app group exec kitchen 1=true\n"
+                   "  engr_app group oper delete kitchen");
+    return declared.subverbs({{"oper", "add or remove devices, delete a group", declare_group_oper},
+                              {"exec", "command all devices of a group", declare_group_exec}});
+}
+
+} // namespace engr_app

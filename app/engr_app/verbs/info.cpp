@@ -1,0 +1,173 @@
+// info: what a gateway said of itself, and whether one can talk to it.
+#include "base/failure.h"
+#include "gateway/announcement_json.h"
+#include "gateway/device_versions.h"
+#include "gateway/devices.h"
+#include "gateway/frame_format.h"
+#include "gateway/session.h"
+#include "verbs/arguments.h"
+#include "verbs/verb.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using lan_client::answer;
+using lan_client::error_kind;
+
+// What trying to talk to the gateway has shown.
+struct trial {
+    std::optional<failure> problem;
+    std::string connection; // in words
+    std::string key;        // in words
+    bool key_right = false;
+    double round_trip_ms = 0;
+    std::optional<std::size_t> devices;
+    std::optional<upgrade_standing> firmware;
+};
+
+trial try_to_talk(session &present, bool versions) {
+    trial shown;
+    const bool key_at_hand = present.key_at_hand();
+    std::vector<lan_client::request> requests{{.type = lan_client::frame_type::keepalive}};
+    if (key_at_hand) {
+        requests.push_back(device_list_request()); // its answer is always encrypted
+    }
+    if (key_at_hand && versions) {
+        tell_of_withdrawal(present);
+        requests.push_back(gateway_version_request());
+    }
+    const std::vector<answer> answers = present.ask(std::move(requests), false);
+    const answer &alive = answers.front();
+    shown.round_trip_ms = static_cast<double>(alive.round_trip.count()) / 1000;
+    if (alive.failure) {
+        shown.problem = present.explain(alive);
+        shown.connection = "does not work";
+        shown.key = "not tried";
+        return shown;
+    }
+    shown.connection = "works";
+    if (!key_at_hand) {
+        shown.key = "not tried: the gateway is activated, give its key with --local-key";
+        return shown;
+    }
+    const answer &listed = answers[1];
+    if (listed.failure) {
+        shown.problem = present.explain(listed);
+        shown.key = listed.failure.kind == error_kind::wrong_key ? "wrong" : "not known";
+        return shown;
+    }
+    shown.key_right = true;
+    shown.key = "right";
+    if (listed.ret == 0) {
+        shown.devices = parse_device_list(listed.payload).size();
+    }
+    if (versions && !answers[2].failure && answers[2].ret == 0) {
+        shown.firmware = parse_standing({}, answers[2].payload);
+    }
+    return shown;
+}
+
+nlohmann::json as_json(const gateway &target, const trial &shown) {
+    nlohmann::json all = target.announced ? announcement_json(*target.announced)
+                                          : nlohmann::json{{"address", target.address}};
+    all["port"] = target.port;
+    all["announced"] = target.announced.has_value();
+    all["reachable"] = shown.connection == "works";
+    all["key"] = shown.key_right ? "right" : shown.key == "wrong" ? "wrong" : "unknown";
+    if (shown.connection == "works") {
+        all["round_trip_ms"] = shown.round_trip_ms;
+    }
+    if (shown.devices) {
+        all["devices"] = *shown.devices;
+    }
+    if (shown.firmware) {
+        all["sw_ver"] = shown.firmware->version;
+        all["upgrading"] =
+            shown.firmware->running ? nlohmann::json(shown.firmware->running_id) : nlohmann::json();
+    }
+    if (shown.problem) {
+        all["error"] = {{"kind", shown.problem->kind()}, {"message", shown.problem->what()}};
+    }
+    return all;
+}
+
+void show_announcement(std::vector<std::pair<std::string, std::string>> &facts,
+                       const lan_client::announcement &said) {
+    facts.emplace_back("id", said.id);
+    facts.emplace_back("version", said.version);
+    facts.emplace_back("product key", said.product_key);
+    facts.emplace_back("activated", said.activated ? "yes" : "no");
+    facts.emplace_back("ability", std::to_string(said.ability));
+    facts.emplace_back("needs Wi-Fi", said.needs_wifi_setup ? "yes" : "no");
+    if (said.told_address != said.address) {
+        facts.emplace_back("told address", said.told_address);
+    }
+}
+
+void show(console &out, const gateway &target, const trial &shown) {
+    std::vector<std::pair<std::string, std::string>> facts{{"address", target.address}};
+    if (target.announced) {
+        show_announcement(facts, *target.announced);
+    } else {
+        facts.emplace_back("announcement", "not listened for (--wait listens for it)");
+    }
+    std::string connection = shown.connection;
+    if (connection == "works") {
+        connection += ", round trip " + milliseconds_text(shown.round_trip_ms);
+    }
+    facts.emplace_back("connection", connection);
+    facts.emplace_back("key", shown.key);
+    if (shown.devices) {
+        facts.emplace_back("devices", std::to_string(*shown.devices));
+    }
+    if (shown.firmware) {
+        facts.emplace_back("firmware", shown.firmware->version);
+        facts.emplace_back("upgrade", shown.firmware->running
+                                          ? "of " + shown.firmware->running_id + " under way"
+                                          : "none under way");
+    }
+    out.facts(facts);
+}
+
+struct info_arguments {
+    bool wait = false;
+    bool versions = false;
+};
+
+int info(session &present, const info_arguments &given) {
+    const trial shown = try_to_talk(present, given.versions);
+    if (given.wait) {
+        present.chosen_announcement();
+    }
+    const gateway &target = present.chosen();
+    console &out = present.out();
+    if (out.json()) {
+        out.document(as_json(target, shown));
+    } else {
+        show(out, target, shown);
+    }
+    if (shown.problem) {
+        throw failure(*shown.problem);
+    }
+    return exit_success;
+}
+
+} // namespace
+
+verb_work declare_info(arguments &declared) {
+    const auto given = std::make_shared<info_arguments>();
+    declared.flag("--wait", given->wait,
+                  "For a gateway named by its address: also listen for its announcement");
+    declared.flag("--versions", given->versions,
+                  "Ask for the installed firmware and an upgrade under way as well");
+    declared.notes(std::string(versions_note) + "Examples:\n"
+                                                "  engr_app info\n"
+                                                "  engr_app info --gateway 127.0.0.2 --wait");
+    return [given](session &present) { return info(present, *given); };
+}
+
+} // namespace engr_app

@@ -1,0 +1,129 @@
+// join: opens the gateway for new devices and shows them as they come.
+#include "gateway/devices.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <algorithm>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+namespace frame_type = lan_client::frame_type;
+
+constexpr std::int64_t default_seconds = 60;
+constexpr std::int64_t greatest_seconds = 24 * 3600;
+constexpr std::int64_t greatest_kind = 252; // gateways add 3 and keep a byte
+
+struct join_arguments {
+    std::int64_t seconds = default_seconds;
+    std::int64_t kind = 0;
+    bool detach = false;
+};
+
+lan_client::request join_request(const join_arguments &given, std::int64_t seconds) {
+    return json_request(frame_type::permit_join, {{"type", given.kind}, {"time", seconds}});
+}
+
+std::size_t show_joined(console &out, const lan_client::report &told) {
+    const std::vector<device> joined = parse_device_list(told.payload);
+    for (const device &one : joined) {
+        if (out.json()) {
+            out.json_line({{"cid", one.id}, {"pid", one.product_id}});
+        } else {
+            out.line("device " + one.id + " joined (product " + one.product_id + ")");
+        }
+    }
+    return joined.size();
+}
+
+// Shows what joins until the time is over or the user has enough; returns the number of devices.
+std::size_t show_until(session &present, report_ear &ear, std::chrono::seconds time,
+                       const bool &interrupted) {
+    const auto start = steady_clock::now();
+    progress_bar bar =
+        present.out().bar("joining is open", static_cast<std::uint64_t>(time.count()), "s");
+    std::size_t joined = 0;
+    for (auto passed = 0ms; passed < time && !interrupted;
+         passed = std::chrono::ceil<std::chrono::milliseconds>(steady_clock::now() - start)) {
+        bar.show(static_cast<std::uint64_t>(passed / 1s));
+        const auto told = ear.next(
+            [](const lan_client::report &heard) {
+                return heard.type == frame_type::sub_dev_bind_rpt && heard.readable;
+            },
+            std::min<std::chrono::milliseconds>(1s, time - passed));
+        joined += told ? show_joined(present.out(), *told) : 0;
+    }
+    return joined;
+}
+
+int open(session &present, const join_arguments &given) {
+    bool interrupted = false;
+    report_ear ear(present);
+    ask_one(present, join_request(given, given.seconds));
+    const std::string name = present.chosen().name();
+    const std::string time = std::to_string(given.seconds) + " s";
+    if (given.detach) {
+        return say(present, "joining is open on " + name + " for " + time,
+                   {{"open", true}, {"seconds", given.seconds}});
+    }
+    console &out = present.out();
+    out.notice("joining is open on " + name + " for " + time + "; Ctrl-C closes it");
+    present.loop().on_interrupt([&interrupted] { interrupted = true; });
+    const std::size_t joined =
+        show_until(present, ear, std::chrono::seconds(given.seconds), interrupted);
+    if (interrupted) {
+        ask_one(present, join_request(given, 0));
+    }
+    if (out.json()) {
+        out.json_line({{"open", false}, {"joined", joined}});
+    } else {
+        out.line(std::to_string(joined) + " device(s) joined; joining is closed" +
+                 (interrupted ? ", as you asked" : " again"));
+    }
+    return exit_success;
+}
+
+int close(session &present, const join_arguments &given) {
+    ask_one(present, join_request(given, 0));
+    return say(present, "joining is closed on " + present.chosen().name(), {{"open", false}});
+}
+
+void declare_kind(arguments &declared, join_arguments &given) {
+    declared.option("--kind", given.kind, 0, greatest_kind, "N",
+                    "Kind of devices, a number of the gateway's own (default 0)");
+}
+
+verb_work declare_join_open(arguments &declared) {
+    const auto given = std::make_shared<join_arguments>();
+    declared.option("--seconds", given->seconds, 1, greatest_seconds, "SECONDS",
+                    "How long (default 60)");
+    declare_kind(declared, *given);
+    declared.flag("--detach", given->detach, "Only open it, and don't wait for devices");
+    return [given](session &present) { return open(present, *given); };
+}
+
+verb_work declare_join_close(arguments &declared) {
+    const auto given = std::make_shared<join_arguments>();
+    declare_kind(declared, *given);
+    return [given](session &present) { return close(present, *given); };
+}
+
+} // namespace
+
+verb_work declare_join(arguments &declared) {
+    declared.notes("With --json each device is one line, and so is the end.\n\n"
+                   "Examples:\n"
+                   "  engr_app join open --seconds 120\n"
+                   "  engr_app join open --detach\n"
+                   "  engr_app join close");
+    return declared.subverbs({{"open", "let devices join and show them", declare_join_open},
+                              {"close", "let no more devices join", declare_join_close}});
+}
+
+} // namespace engr_app

@@ -1,0 +1,132 @@
+// log: fetches the gateway's log.
+#include "files/log_sanitizer.h"
+#include "files/output_file.h"
+#include "gateway/devices.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <chrono>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+namespace frame_type = lan_client::frame_type;
+
+constexpr std::size_t segment_bytes = 1024;
+constexpr auto most_segments =
+    static_cast<std::int32_t>(lan_client::max_transfer_bytes / segment_bytes);
+// A gateway sends one each 0.3 s.
+constexpr std::chrono::seconds segment_time{2};
+
+struct log_arguments {
+    std::string file;
+    bool sanitized = false;
+};
+
+std::vector<std::string> known_ids(session &present) {
+    std::vector<std::string> ids;
+    for (const device &one :
+         parse_device_list(agreed(present, present.ask({device_list_request()}).front()))) {
+        ids.push_back(one.id);
+    }
+    if (present.chosen().announced) {
+        ids.push_back(present.chosen().announced->id);
+    }
+    return ids;
+}
+
+// A gateway removes its log once it has read it, so a transfer that stops can't be repeated.
+std::string fetch(session &present, lan_client::client &client) {
+    using std::chrono::steady_clock;
+    progress_bar bar = present.out().bar("log");
+    lan_client::segment_position last{0, 0};
+    bool endless = false;
+    const auto began = steady_clock::now();
+    const auto moved = [&](lan_client::segment_position at) {
+        last = at;
+        endless = at.count > most_segments ||
+                  steady_clock::now() - began > at.number * segment_time + present.answer_time();
+        if (endless) {
+            return client.close();
+        }
+        bar.show(static_cast<std::uint64_t>(at.number) * segment_bytes,
+                 static_cast<std::uint64_t>(at.count) * segment_bytes);
+    };
+    const auto answered = present.ask({{.type = frame_type::get_log, .on_segment = moved}}).front();
+    const bool interrupted = answered.failure.kind == lan_client::error_kind::cancelled;
+    if (endless) {
+        throw failure("bad_answer", "segment " + std::to_string(last.number) + " of " +
+                                        std::to_string(last.count) +
+                                        " has come, which is too much or too slow for a log; "
+                                        "nothing of it was kept");
+    }
+    if (answered.failure && (last.number > 0 || interrupted)) {
+        const failure why = present.explain(answered);
+        throw failure(why.kind(), "the log stopped after segment " + std::to_string(last.number) +
+                                      " of " + std::to_string(last.count) +
+                                      " and nothing of it was kept; the gateway has removed this "
+                                      "log and starts a new one: " +
+                                      (interrupted ? "interrupted" : why.what()));
+    }
+    std::string log = agreed(present, answered);
+    bar.show(log.size(), log.size());
+    return log;
+}
+
+int show(session &present, std::string log) {
+    if (present.out().json()) {
+        present.out().document({{"bytes", log.size()}, {"log", log}});
+        return exit_success;
+    }
+    if (log.ends_with('\n')) {
+        log.pop_back();
+    }
+    present.out().text(log);
+    return exit_success;
+}
+
+int fetch_log(session &present, const log_arguments &given) {
+    const std::string path = given.file.empty() ? "" : present.output_path(given.file);
+    if (!path.empty()) {
+        check_output_path(path);
+    }
+    lan_client::client &client = present.connect();
+    present.loop().on_interrupt([&client] { client.close(); });
+    std::string content;
+    if (given.sanitized) {
+        log_sanitizer sanitizer(known_ids(present));
+        content = sanitizer.clean(fetch(present, client));
+    } else {
+        content = fetch(present, client);
+    }
+    if (path.empty()) {
+        return show(present, std::move(content));
+    }
+    write_file(path, content);
+    return say(present,
+               "the log of " + present.chosen().name() + ", " + std::to_string(content.size()) +
+                   " bytes, is in " + path,
+               {{"file", path}, {"bytes", content.size()}});
+}
+
+} // namespace
+
+verb_work declare_log(arguments &declared) {
+    const auto given = std::make_shared<log_arguments>();
+    declared.optional("FILE", given->file,
+                      "Where to write it, whole or not at all; when left out, to standard output");
+    declared.flag("--sanitized", given->sanitized,
+                  "Leave out keys, passwords, tokens and network names, and replace each id by "
+                  "id-1, id-2 ..., so that a stranger may read it");
+    declared.notes("A gateway removes its log when it has been fetched, and holds up all other "
+                   "apps meanwhile.\n\n"
+                   "Examples:\n"
+                   "  engr_app log gateway.log\n"
+                   "  engr_app log --sanitized support.log");
+    return [given](session &present) { return fetch_log(present, *given); };
+}
+
+} // namespace engr_app

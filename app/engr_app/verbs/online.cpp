@@ -1,0 +1,46 @@
+// online: which devices are online and which are not.
+#include "base/failure.h"
+#include "gateway/devices.h"
+#include "gateway/session.h"
+#include "verbs/arguments.h"
+#include "verbs/verb.h"
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+int online(session &present) {
+    const auto answers = present.ask({line_state_request()});
+    line_state known;
+    if (!says_no_devices(answers[0])) {
+        known = parse_line_state(present.accepted(answers[0]));
+    }
+    console &out = present.out();
+    if (out.json()) {
+        out.document({{"online", known.online}, {"offline", known.offline}});
+        return exit_success;
+    }
+    std::vector<console::row> rows;
+    for (const std::string &id : known.online) {
+        rows.push_back({id, "online"});
+    }
+    for (const std::string &id : known.offline) {
+        rows.push_back({id, "offline"});
+    }
+    out.table({"CID", "STATE"}, rows);
+    out.progress(std::to_string(known.online.size()) + " online, " +
+                 std::to_string(known.offline.size()) + " offline");
+    return exit_success;
+}
+
+} // namespace
+
+verb_work declare_online(arguments &declared) {
+    declared.notes("Examples:\n"
+                   "  engr_app online\n"
+                   "  engr_app online --json");
+    return online;
+}
+
+} // namespace engr_app

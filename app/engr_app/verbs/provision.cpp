@@ -1,0 +1,270 @@
+// provision: gives a gateway in access-point mode its Wi-Fi network and waits for what comes of it.
+#include "files/secret_input.h"
+#include "gateway/announcement_json.h"
+#include "gateway/request.h"
+#include "lan_client/provisioning.h"
+#include "lan_client/utf8.h"
+#include "verbs/arguments.h"
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using namespace std::chrono_literals;
+using lan_client::announcement;
+using lan_client::payload_coding;
+
+constexpr auto repeat_interval = 1000ms;
+
+struct provision_arguments {
+    std::string network;
+    secret_input password{"Wi-Fi password", "ENGR_WIFI_PASSWORD"};
+    secret_input token{"token", "ENGR_TOKEN"};
+    std::string address = lan_client::broadcast_address;
+    std::string new_interface; // empty: the one that is sent on
+    std::int64_t repeat = 10;
+    double wait_s = 60;
+    bool open = false;
+    bool plain = false;
+};
+
+std::string text_to_send(provision_arguments &given) {
+    if (given.network.empty() || given.network.size() > lan_client::max_network_name_bytes) {
+        throw wrong_usage("provision: a network's name has 1 to 32 bytes");
+    }
+    const lan_client::wifi_configuration wanted{
+        given.network, given.open ? "" : given.password.read(), given.token.read()};
+    for (const std::string &text : {wanted.network, wanted.password, wanted.token}) {
+        if (!lan_client::is_utf8(text)) {
+            throw wrong_usage("provision: network, password and token must be valid UTF-8");
+        }
+    }
+    std::string text = lan_client::configuration_text(wanted);
+    const std::size_t bytes = lan_client::configuration_bytes(
+        text, given.plain ? payload_coding::plain : payload_coding::encrypted);
+    if (bytes > lan_client::max_configuration_bytes) {
+        const std::string limit = std::to_string(lan_client::max_configuration_bytes);
+        throw wrong_usage("provision: network, password and token are too long together: they "
+                          "need a datagram of " +
+                          std::to_string(bytes) + " bytes, and gateways take " + limit);
+    }
+    return text;
+}
+
+// One configuration from its first datagram to what came of it.
+class provisioning {
+  public:
+    provisioning(session &present, const provision_arguments &given, std::string text)
+        : present_(present), given_(given), text_(std::move(text)),
+          new_interface_(given.new_interface.empty() ? present.options().interface_name
+                                                     : given.new_interface),
+          channel_(
+              present.loop(), [this](const auto &failed) { hear(failed); }, present.observer()),
+          listener_(
+              present.loop(), [this](const auto &datagram) { hear(datagram); }, present.observer()),
+          repeat_timer_(present.loop()) {
+        const std::vector<std::string> &named = present.options().gateways;
+        if (!named.empty()) {
+            wanted_id_ = named.front();
+            if (parse_address(wanted_id_)) {
+                throw wrong_usage("provision: --gateway names the id that is to appear; where the "
+                                  "configuration is sent is named with --address");
+            }
+        }
+    }
+
+    int run() {
+        console &out = present_.out();
+        // Gateways that are on the network already must not be taken for the new one.
+        out.progress("listening on " + new_interface_ + " for gateways that are there already ...");
+        before_ = present_.listen(new_interface_, present_.listen_time()).announcements;
+        for (const announcement &said : before_) {
+            note_if_waiting(said);
+        }
+        if (!can_be_told()) {
+            out.progress("no gateway here says that it needs Wi-Fi, so none that appears can be "
+                         "told to be the right one; --gateway ID names it");
+        }
+        check(channel_.open(present_.options().interface_name), "listen for a failure");
+        check(listener_.open(new_interface_), "listen for gateways");
+        send();
+        const auto limit = std::chrono::milliseconds(static_cast<long>(given_.wait_s * 1000));
+        present_.loop().run_until(
+            [this] { return failed_ || appeared_ || (stranger_ && !can_be_told()); }, limit);
+        if (failed_) {
+            throw refused();
+        }
+        if (!appeared_ && stranger_) {
+            throw unconfirmed();
+        }
+        if (!appeared_) {
+            throw silent();
+        }
+        nlohmann::json document = announcement_json(*appeared_);
+        document["sent"] = sent_;
+        return say(present_,
+                   "gateway " + appeared_->id + " appeared at " + appeared_->address + " on " +
+                       new_interface_ + ": it has joined its network",
+                   document);
+    }
+
+  private:
+    static void check(const lan_client::error &problem, const char *what) {
+        if (problem) {
+            throw failure(lan_client::error_name(problem.kind),
+                          std::string("can't ") + what + ": " + problem.detail);
+        }
+    }
+
+    void send() {
+        const auto problem =
+            channel_.send(text_, given_.plain ? payload_coding::plain : payload_coding::encrypted,
+                          given_.address);
+        // The gateway's network goes away once it has taken the configuration.
+        if (sent_ == 0) {
+            check(problem, "send the configuration");
+        }
+        sent_ += problem ? 0 : 1;
+        ++attempts_;
+        present_.out().progress(problem ? "could not send again: " + problem.detail
+                                        : "sent the configuration to " + given_.address + " on " +
+                                              present_.options().interface_name + ", " +
+                                              std::to_string(attempts_) + " of at most " +
+                                              std::to_string(given_.repeat) + " times");
+        if (attempts_ < given_.repeat) {
+            repeat_timer_.start(repeat_interval, [this] { send(); });
+        } else {
+            present_.out().progress("waiting for the gateway on " + new_interface_ + " ...");
+        }
+    }
+
+    void hear(const std::optional<lan_client::wifi_failure> &failed) {
+        unreadable_ += failed ? 0 : 1;
+        if (failed && !failed_) {
+            failed_ = failed;
+        }
+    }
+
+    void hear(const lan_client::parsed_datagram &datagram) {
+        const announcement &said = datagram.said;
+        unreadable_ += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
+        if (datagram.kind != lan_client::datagram_kind::announcement || appeared_ ||
+            note_if_waiting(said) || (!wanted_id_.empty() && said.id != wanted_id_)) {
+            return;
+        }
+        const bool was_there = std::ranges::any_of(before_, [&said](const announcement &other) {
+            return other.id == said.id && other.address == said.address && !other.needs_wifi_setup;
+        });
+        if (!was_there) {
+            const bool right = !wanted_id_.empty() || waiting_ids_.contains(said.id);
+            (right ? appeared_ : stranger_) = said;
+        }
+    }
+
+    // Remembers a gateway that says that it has no network yet.
+    bool note_if_waiting(const announcement &said) {
+        if (said.needs_wifi_setup) {
+            waiting_ids_.insert(said.id);
+        }
+        return said.needs_wifi_setup;
+    }
+
+    // Whether there is a way to know the right gateway when it appears.
+    [[nodiscard]] bool can_be_told() const { return !wanted_id_.empty() || !waiting_ids_.empty(); }
+
+    [[nodiscard]] failure unconfirmed() const {
+        return {"unconfirmed", "gateway " + stranger_->id + " appeared at " + stranger_->address +
+                                   " on " + new_interface_ +
+                                   ", but it had not said before that it needs Wi-Fi, so it may be "
+                                   "another one: compare its id, and name the right one with "
+                                   "--gateway ID next time"};
+    }
+
+    [[nodiscard]] failure refused() const {
+        const std::string result =
+            failed_->result ? " (result " + std::to_string(*failed_->result) + ")" : "";
+        return {"wifi_failure", "the gateway at " + failed_->address + " could not join network " +
+                                    given_.network + ": " + failed_->words + result +
+                                    "; check the name and the password, bring it into "
+                                    "access-point mode again and repeat"};
+    }
+
+    [[nodiscard]] failure silent() const {
+        if (unreadable_ > 0) {
+            return {"other_seeds", "nothing that can be read was heard, but " +
+                                       std::to_string(unreadable_) +
+                                       " datagram(s) that this program can't read: it must be "
+                                       "built with the key seeds of the gateway"};
+        }
+        return {"no_gateway",
+                "nothing was heard since the configuration was sent: check that this machine is on "
+                "the gateway's own network and --interface names it, that the gateway is still in "
+                "access-point mode, and that the network it shall join can be heard here "
+                "(--new-interface names the interface)"};
+    }
+
+    session &present_;
+    const provision_arguments &given_;
+    std::string text_;
+    std::string new_interface_;
+    std::string wanted_id_; // empty: any
+    std::vector<announcement> before_;
+    lan_client::provisioning_channel channel_;
+    lan_client::discovery_listener listener_;
+    lan_client::timer repeat_timer_;
+    std::int64_t attempts_ = 0;
+    std::int64_t sent_ = 0;
+    unsigned unreadable_ = 0;
+    std::optional<lan_client::wifi_failure> failed_;
+    std::set<std::string> waiting_ids_; // of gateways that had no network
+    std::optional<announcement> appeared_;
+    std::optional<announcement> stranger_; // that may be the one or not
+};
+
+int provision(session &present, provision_arguments &given) {
+    if (!parse_address(given.address) || given.address.find(':') != std::string::npos) {
+        throw wrong_usage("provision: --address " + given.address + " is no IPv4 address");
+    }
+    return provisioning(present, given, text_to_send(given)).run();
+}
+
+} // namespace
+
+verb_work declare_provision(arguments &declared) {
+    const auto given = std::make_shared<provision_arguments>();
+    declared.required_option("--ssid", given->network, "SSID", "The network that it shall join");
+    given->password.declare(declared, "--password", "--password-file");
+    declared.flag("--open", given->open, "The network has no password");
+    given->token.declare(declared, "--token", "--token-file");
+    declared.flag("--plain", given->plain, "Send the configuration unencrypted");
+    declared.option("--address", given->address, "ADDRESS",
+                    "Send to this address (default: broadcast on the interface)");
+    declared.option("--new-interface", given->new_interface, "IF",
+                    "Where the gateway is to appear (default: the interface that is sent on)");
+    declared.option("--repeat", given->repeat, 1, 1000, "N",
+                    "Send at most so many times, every second (default 10)");
+    declared.option("--wait", given->wait_s, "SECONDS",
+                    "How long to wait for the outcome (default 60)");
+    declared.concerns_no_gateway();
+    declared.notes(
+        "Join the gateway's own network and name its interface. Password and token are taken from\n"
+        "ENGR_WIFI_PASSWORD and ENGR_TOKEN when no option gives them, or asked for. The gateway\n"
+        "never answers: it tells a failure, and appears on the new network after a success. It\n"
+        "listens first, for --timeout seconds, for gateways that are there already; --gateway ID\n"
+        "waits for that one. Without it, only one that had said that it needs Wi-Fi is taken for\n"
+        "the right one.\n\n"
+        "Examples:\n"
+        "  engr_app provision --ssid office --interface wlan0\n"
+        "  engr_app provision --ssid office --password-file wifi.txt --token-file token.txt \\\n"
+        "      --interface wlan0 --new-interface eth0");
+    return [given](session &present) { return provision(present, *given); };
+}
+
+} // namespace engr_app

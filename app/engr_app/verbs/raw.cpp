@@ -1,0 +1,135 @@
+// raw: one frame of any type, for what no verb covers.
+#include "base/failure.h"
+#include "base/json_text.h"
+#include "files/input_file.h"
+#include "gateway/session.h"
+#include "verbs/arguments.h"
+#include "verbs/verb.h"
+
+#include <charconv>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+struct raw_arguments {
+    std::string type;
+    std::string payload;
+    bool plain = false;
+    bool hex = false;
+};
+
+failure wrong_usage(const std::string &sentence) {
+    return {"usage", sentence, exit_wrong_usage};
+}
+
+std::uint32_t parse_type(const std::string &text) {
+    std::uint32_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [rest, problem] = std::from_chars(text.data(), end, number);
+    if (problem == std::errc() && rest == end) {
+        return number;
+    }
+    if (const auto *info = lan_client::find_frame_type(text)) {
+        return info->number;
+    }
+    throw wrong_usage("raw: " + text +
+                      " is no frame type; give a number or one of the names that "
+                      "engr_app raw --help lists");
+}
+
+std::string parse_hex(const std::string &digits) {
+    std::string bytes;
+    for (std::size_t at = 0; at < digits.size(); at += 2) {
+        unsigned value = 0;
+        const char *pair = digits.data() + at;
+        const char *end = digits.data() + std::min(at + 2, digits.size());
+        const auto [rest, problem] = std::from_chars(pair, end, value, 16);
+        if (problem != std::errc() || rest != pair + 2) {
+            throw wrong_usage("raw --hex: the payload must be pairs of hex digits; at character " +
+                              std::to_string(at + 1) + " it is not");
+        }
+        bytes += static_cast<char>(value);
+    }
+    return bytes;
+}
+
+std::string read_payload(const raw_arguments &given) {
+    std::string payload = given.payload;
+    if (payload == "-") {
+        payload = standard_input();
+    }
+    if (given.hex) {
+        // What comes from a file or an echo ends with a line end.
+        payload.erase(payload.find_last_not_of(" \r\n") + 1);
+        return parse_hex(payload);
+    }
+    return payload;
+}
+
+void show(session &present, const lan_client::answer &answered, bool hex) {
+    console &out = present.out();
+    const std::string payload = hex ? to_hex(answered.payload) : answered.payload;
+    if (out.json()) {
+        return out.document(
+            {{"type", answered.type},
+             {"name", lan_client::frame_type_text(answered.type)},
+             {"number", answered.number},
+             {"ret", answered.ret},
+             {"payload", hex ? nlohmann::json(payload) : payload_json(payload)},
+             {"round_trip_ms", static_cast<double>(answered.round_trip.count()) / 1000}});
+    }
+    out.line("ret " + std::to_string(answered.ret) + ", " +
+             std::to_string(answered.payload.size()) + " bytes");
+    if (!payload.empty()) {
+        out.text(payload);
+    }
+}
+
+int raw(session &present, const raw_arguments &given) {
+    const std::uint32_t type = parse_type(given.type);
+    lan_client::request request{.type = type,
+                                .payload = read_payload(given),
+                                .coding = given.plain ? lan_client::payload_coding::plain
+                                                      : lan_client::request_coding(type)};
+    const auto answers = present.ask({std::move(request)});
+    if (answers.front().failure) {
+        throw present.explain(answers.front());
+    }
+    show(present, answers.front(), given.hex);
+    return answers.front().ret == 0 ? exit_success : exit_failed;
+}
+
+std::string type_list() {
+    std::string list = "Frame types:\n";
+    for (const lan_client::frame_type_info &info : lan_client::frame_types()) {
+        if (info.answer != lan_client::answer_rule::not_a_request) {
+            list += "  " + std::to_string(info.number) + "  " + std::string(info.name) + "  " +
+                    std::string(info.words) + "\n";
+        }
+    }
+    return list;
+}
+
+} // namespace
+
+verb_work declare_raw(arguments &declared) {
+    const auto given = std::make_shared<raw_arguments>();
+    declared.required("TYPE", given->type, "Frame type: its number or its name");
+    declared.optional("PAYLOAD", given->payload,
+                      "Payload as text, - to read it from standard input; encrypted unless the "
+                      "gateway takes this type's payload as it is (231 and those without one)");
+    declared.flag("--plain", given->plain, "Send the payload unencrypted");
+    declared.flag("--hex", given->hex, "PAYLOAD is hex digits, and the answer is shown so");
+    declared.notes("Exit status 1 when the gateway answers with a ret other than 0.\n\n" +
+                   type_list() +
+                   "\nExamples:\n"
+                   "  engr_app raw FRM_DEV_LIST\n"
+                   "  engr_app raw 10 '{\"cid\": \"a1\"}' --json\n"
+                   "  engr_app raw tp_cmd '{\"cid\": \"a1\", \"dps\": {\"1\": true}}'");
+    return [given](session &present) { return raw(present, *given); };
+}
+
+} // namespace engr_app

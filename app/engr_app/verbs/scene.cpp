@@ -1,0 +1,212 @@
+// scene: scenes run, stored, assigned to panels, and the set of linkage scenes replaced.
+#include "base/json_text.h"
+#include "files/json_file.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <ctime>
+#include <limits>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+
+namespace frame_type = lan_client::frame_type;
+
+constexpr std::size_t max_name_bytes = 64;
+constexpr std::int64_t greatest_button = 255;
+// Gateways keep the modification time in 32 bits; greater ones would all count as the same.
+constexpr std::int64_t greatest_time = std::numeric_limits<std::int32_t>::max();
+
+struct scene_arguments {
+    std::string operation;
+    std::string group_id;
+    std::string scene_id; // or the panel's device id
+    std::string file;
+};
+
+report_ear::rule outcome_of(std::uint32_t type, const json &asked,
+                            const std::vector<const char *> &same_members) {
+    return [=](const lan_client::report &heard) {
+        const json body = parse_json(heard.payload);
+        bool same = heard.type == type;
+        for (const char *name : same_members) {
+            same = same && member_text(body, name) == member_text(asked, name);
+        }
+        return same;
+    };
+}
+
+int execute(session &present, const scene_arguments &given) {
+    ask_one(present, json_request(frame_type::com_scene_exec, {{"sceneId", given.scene_id}}));
+    return say(present,
+               present.chosen().name() + " was told to run linkage scene " + given.scene_id +
+                   " (it answers the same when it has no such scene; engr_app watch shows what "
+                   "changes)",
+               {{"sceneId", given.scene_id}});
+}
+
+int run(session &present, const scene_arguments &given) {
+    const json payload{{"sid", given.scene_id}, {"gid", given.group_id}};
+    ask_one(present, json_request(frame_type::scene_cmd, payload));
+    return say(present, "scene " + given.scene_id + " of group " + given.group_id + " was run",
+               payload);
+}
+
+// The set as it is sent: complete, and consistent in itself.
+json checked_set(const std::string &file) {
+    const json_place whole = json_place::read(file, "scenes");
+    const std::vector<json_place> scenes = whole.entries("scenes");
+    for (const json_place &scene : scenes) {
+        if (scene.has("name")) {
+            static_cast<void>(scene.text("name", max_name_bytes));
+        }
+        scene.check_actions("actions");
+    }
+    distinct_ids(scenes, "sceneId");
+    json set = whole.value();
+    const auto count = static_cast<std::int64_t>(scenes.size());
+    if (whole.has("totalCount")) {
+        static_cast<void>(whole.number("totalCount", count, count));
+    }
+    set["totalCount"] = count;
+    if (whole.has("gmtModified")) {
+        static_cast<void>(whole.number("gmtModified", 1, greatest_time));
+    } else {
+        set["gmtModified"] = std::time(nullptr);
+    }
+    return set;
+}
+
+int synchronise(session &present, const scene_arguments &given) {
+    const json set = checked_set(given.file);
+    ask_one(present, json_request(frame_type::scene_linkage, set));
+    const std::string count = std::to_string(set["scenes"].size());
+    const std::string time = one_line(set["gmtModified"]);
+    return say(present,
+               set["scenes"].empty()
+                   ? present.chosen().name() + " has no linkage scenes any more"
+                   : present.chosen().name() + " has the set of " + count +
+                         " linkage scene(s) modified at " + time +
+                         " (a set that it had with the same gmtModified it keeps)",
+               {{"totalCount", set["totalCount"]}, {"gmtModified", set["gmtModified"]}});
+}
+
+int operate(session &present, const scene_arguments &given) {
+    json payload{{"sid", given.scene_id}, {"gid", given.group_id}, {"op", given.operation}};
+    if (given.operation == "save") {
+        if (given.file.empty()) {
+            throw wrong_usage("scene oper save: name the FILE with the scene's actions");
+        }
+        const json_place whole = json_place::read(given.file, "actions");
+        whole.check_actions("actions");
+        payload["actions"] = whole.value()["actions"];
+    } else if (!given.file.empty()) {
+        throw wrong_usage("scene oper delete takes no FILE");
+    }
+    report_ear ear(present);
+    const auto told =
+        ear.outcome(json_request(frame_type::scene_oper, payload),
+                    outcome_of(frame_type::scene_oper, payload, {"sid", "gid", "op"}));
+    return say(present,
+               "scene " + given.scene_id + " of group " + given.group_id + " was " +
+                   (given.operation == "save" ? "saved" : "deleted"),
+               payload_json(told.payload));
+}
+
+int assign_panel(session &present, const scene_arguments &given) {
+    const json_place whole = json_place::read(given.file, "buttons");
+    const std::vector<json_place> buttons = whole.entries("buttons");
+    for (const json_place &button : buttons) {
+        static_cast<void>(button.number("button", 1, greatest_button));
+        static_cast<void>(button.id("sid"));
+        static_cast<void>(button.id("gid"));
+    }
+    const json payload{{"cid", given.scene_id}, {"buttons", whole.value()["buttons"]}};
+    report_ear ear(present);
+    const auto told = ear.outcome(json_request(frame_type::scene_panel, payload),
+                                  outcome_of(frame_type::scene_panel, payload, {"cid"}));
+    return say(present,
+               "panel " + given.scene_id + " now has " + std::to_string(buttons.size()) +
+                   " assigned button(s)",
+               payload_json(told.payload));
+}
+
+verb_work with(const std::shared_ptr<scene_arguments> &given,
+               int (*work)(session &, const scene_arguments &)) {
+    return [given, work](session &present) { return work(present, *given); };
+}
+
+verb_work declare_scene_exec(arguments &declared) {
+    const auto given = std::make_shared<scene_arguments>();
+    declared.required("SCENEID", given->scene_id, "The linkage scene");
+    return with(given, execute);
+}
+
+verb_work declare_scene_run(arguments &declared) {
+    const auto given = std::make_shared<scene_arguments>();
+    declared.required("GID", given->group_id, "The group");
+    declared.required("SID", given->scene_id, "The scene in that group");
+    return with(given, run);
+}
+
+verb_work declare_scene_sync(arguments &declared) {
+    const auto given = std::make_shared<scene_arguments>();
+    declared.required("FILE", given->file,
+                      "JSON file with all linkage scenes; - reads it from "
+                      "standard input");
+    return with(given, synchronise);
+}
+
+verb_work declare_scene_oper(arguments &declared) {
+    const auto given = std::make_shared<scene_arguments>();
+    declared.required("OPERATION", given->operation, {"save", "delete"}, "What to do");
+    declared.required("GID", given->group_id, "The group");
+    declared.required("SID", given->scene_id, "The scene in that group");
+    declared.optional("FILE", given->file,
+                      "JSON file with the actions to save; - reads it from "
+                      "standard input");
+    return with(given, operate);
+}
+
+verb_work declare_scene_panel(arguments &declared) {
+    const auto given = std::make_shared<scene_arguments>();
+    declared.required("CID", given->scene_id, "The panel");
+    declared.required("FILE", given->file,
+                      "JSON file with its buttons; - reads it from standard "
+                      "input");
+    return with(given, assign_panel);
+}
+
+} // namespace
+
+verb_work declare_scene(arguments &declared) {
+    declared.notes(
+        "Files are checked before anything is sent:\n"
+        "  sync   {\"gmtModified\": 1700000000, \"scenes\": [{\"sceneId\": \"s1\", \"name\": "
+        "\"evening\", \"actions\": ACTIONS}]}\n"
+        "         or the array alone; \"totalCount\" is counted, \"gmtModified\" is now unless "
+        "given; no scenes clear the set\n"
+        "  oper   {\"actions\": ACTIONS} or the array alone\n"
+        "  panel  {\"buttons\": [{\"button\": 1, \"sid\": \"s1\", \"gid\": \"kitchen\"}]} or the "
+        "array alone; it replaces all\n"
+        "ACTIONS is [{\"cid\": \"a4c1380001000001\", \"dps\": {\"1\": true}}].\n\n"
+        "Examples:\n"
+        "  engr_app scene sync scenes.json\n"
+        "  engr_app scene exec s1\n"
+        "  engr_app scene oper save kitchen evening actions.json\n"
+        "  engr_app scene run kitchen evening\n"
+        "  engr_app scene panel a4c1380001000009 buttons.json");
+    return declared.subverbs(
+        {{"exec", "run a linkage scene", declare_scene_exec},
+         {"run", "run a scene of a group", declare_scene_run},
+         {"sync", "replace the set of linkage scenes", declare_scene_sync},
+         {"oper", "save or delete a scene of a group", declare_scene_oper},
+         {"panel", "assign scenes to a panel's buttons", declare_scene_panel}});
+}
+
+} // namespace engr_app

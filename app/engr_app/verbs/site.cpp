@@ -1,0 +1,110 @@
+// site: what a site looks like, and what changed there.
+#include "base/failure.h"
+#include "base/json_text.h"
+#include "files/output_file.h"
+#include "gateway/device_versions.h"
+#include "gateway/session.h"
+#include "site/diff.h"
+#include "site/report.h"
+#include "verbs/arguments.h"
+#include "verbs/verb.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+
+struct report_arguments {
+    std::string markdown_file;
+    std::string json_file;
+    site_report_extent extent;
+};
+
+struct diff_arguments {
+    std::string before;
+    std::string after;
+};
+
+int report(session &present, const report_arguments &given) {
+    const json about = ask_site_report(present, given.extent);
+    std::string files;
+    const auto write = [&](const std::string &name, const std::string &text) {
+        if (!name.empty()) {
+            const std::string path = present.output_path(name);
+            write_file(path, text + "\n");
+            files += (files.empty() ? "" : " and ") + path;
+        }
+    };
+    const std::string markdown = site_report_markdown(about);
+    write(given.markdown_file, markdown);
+    write(given.json_file, many_lines(about));
+    console &out = present.out();
+    if (out.json()) {
+        out.document(about);
+    } else if (files.empty()) {
+        out.text(markdown);
+    } else {
+        out.line("report of " + present.chosen().name() + " with " +
+                 std::to_string(about["devices"].size()) + " devices written to " + files);
+    }
+    return exit_success;
+}
+
+int diff(session &present, const diff_arguments &given) {
+    const json changes =
+        site_changes(read_site_reports(given.before), read_site_reports(given.after));
+    console &out = present.out();
+    if (out.json()) {
+        out.document(changes);
+        return exit_success;
+    }
+    for (const json &one : changes) {
+        out.line("gateway " + member_text(one, "gateway") + ": " + member_text(one, "words"));
+    }
+    if (changes.empty()) {
+        out.line("nothing changed");
+    }
+    return exit_success;
+}
+
+verb_work declare_report(arguments &declared) {
+    const auto given = std::make_shared<report_arguments>();
+    declared.option("--markdown", given->markdown_file, "FILE", "Write the report for people");
+    declared.option("--json-file", given->json_file, "FILE",
+                    "Write the report for machines, which site diff reads");
+    declared.flag("--data-points", given->extent.data_points,
+                  "Ask every device for its data points as well");
+    declared.flag("--versions", given->extent.versions,
+                  "Ask for the firmware versions of the gateway and of every device as well");
+    declared.notes(std::string(versions_note) +
+                   "Without a file the report goes to standard output, as Markdown or with --json "
+                   "as\nJSON. With several gateways each has files of its own, FILE-ID.EXTENSION.");
+    return [given](session &present) { return report(present, *given); };
+}
+
+verb_work declare_diff(arguments &declared) {
+    const auto given = std::make_shared<diff_arguments>();
+    declared.required("BEFORE", given->before, "The earlier report, a JSON file");
+    declared.required("AFTER", given->after, "The later one");
+    declared.concerns_no_gateway();
+    return [given](session &present) { return diff(present, *given); };
+}
+
+} // namespace
+
+verb_work declare_site(arguments &declared) {
+    declared.notes("Examples:\n"
+                   "  engr_app site report --markdown site.md --json-file site.json\n"
+                   "  engr_app site report --all --json > before.json\n"
+                   "  engr_app site diff before.json after.json");
+    return declared.subverbs(
+        {{"report", "what was commissioned: gateway, channel, devices, configuration",
+          declare_report},
+         {"diff", "what changed between two reports", declare_diff}});
+}
+
+} // namespace engr_app

@@ -1,0 +1,42 @@
+// token: binds the installer's token to the gateway.
+#include "files/secret_input.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <algorithm>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+constexpr std::size_t max_token_bytes = 64;
+
+int token(session &present, secret_input &input) {
+    const std::string &secret = input.read();
+    if (secret.size() > max_token_bytes || !std::ranges::all_of(secret, [](char character) {
+            return character >= ' ' && character <= '~';
+        })) {
+        throw wrong_usage("the token must have 1 to 64 printable characters");
+    }
+    ask_one(present, json_request(lan_client::frame_type::token_bind, {{"token", secret}}));
+    return say(present, "the token is bound to " + present.chosen().name(), {{"bound", true}});
+}
+
+} // namespace
+
+verb_work declare_token(arguments &declared) {
+    const auto input = std::make_shared<secret_input>("token", "ENGR_TOKEN");
+    declared.optional("TOKEN", input->given(),
+                      "The token itself; a process list shows it while the program runs");
+    input->declare(declared, nullptr, "--token-file");
+    declared.notes("Without TOKEN and --token-file it is taken from the environment variable "
+                   "ENGR_TOKEN, or\nasked for on the terminal.\n\n"
+                   "Examples:\n"
+                   "  engr_app token --token-file token.txt\n"
+                   "  ENGR_TOKEN=... engr_app token");
+    return [input](session &present) { return token(present, *input); };
+}
+
+} // namespace engr_app

@@ -1,0 +1,68 @@
+// unbind: removes devices, and looks whether they are gone.
+#include "gateway/devices.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <memory>
+#include <unordered_set>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+std::unordered_set<std::string> bound_ids(const std::string &payload) {
+    std::unordered_set<std::string> ids;
+    for (const device &one : parse_device_list(payload)) {
+        ids.insert(one.id);
+    }
+    return ids;
+}
+
+// A gateway says yes to every deletion; what counts is its list of devices before and after. It
+// works off its requests in their order.
+int unbind(session &present, const std::vector<std::string> &ids) {
+    std::vector<lan_client::request> requests{device_list_request()};
+    for (const std::string &id : ids) {
+        requests.push_back(json_request(lan_client::frame_type::del_sub_dev, {{"cid", id}}));
+    }
+    requests.push_back(device_list_request());
+    const auto answers = present.ask(std::move(requests));
+    for (const lan_client::answer &one : answers) {
+        agreed(present, one);
+    }
+    const auto before = bound_ids(answers.front().payload);
+    const auto after = bound_ids(answers.back().payload);
+    int code = exit_success;
+    nlohmann::json document = nlohmann::json::array();
+    std::vector<console::row> rows;
+    for (const std::string &id : ids) {
+        const bool known = before.contains(id);
+        const bool gone = known && !after.contains(id);
+        document.push_back({{"cid", id}, {"was_bound", known}, {"unbound", gone}});
+        rows.push_back({id, gone    ? "unbound"
+                            : known ? "still bound: the gateway could not remove it, try again"
+                                    : "was not bound, see engr_app devices"});
+        code = gone ? code : exit_failed;
+    }
+    if (present.out().json()) {
+        present.out().document(document);
+    } else {
+        present.out().table({"CID", "OUTCOME"}, rows);
+    }
+    return code;
+}
+
+} // namespace
+
+verb_work declare_unbind(arguments &declared) {
+    const auto ids = std::make_shared<std::vector<std::string>>();
+    declared.required("CIDS", *ids, "The devices");
+    declared.notes("Exit status 1 when one of them was not bound before, or is still bound "
+                   "afterwards.\n\n"
+                   "Examples:\n"
+                   "  engr_app unbind a4c1380001000001 a4c1380001000002");
+    return [ids](session &present) { return unbind(present, *ids); };
+}
+
+} // namespace engr_app

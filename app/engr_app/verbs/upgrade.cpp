@@ -1,0 +1,158 @@
+// upgrade: brings new firmware to the gateway or to one of its devices.
+#include "base/json_text.h"
+#include "files/json_file.h"
+#include "gateway/device_versions.h"
+#include "gateway/request.h"
+#include "upgrade/image.h"
+#include "upgrade/transfer.h"
+#include "verbs/arguments.h"
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using std::chrono::steady_clock;
+
+struct upgrade_arguments {
+    std::string file;
+    std::string version;
+    std::string cid;
+    bool dry_run = false;
+    bool again = false;
+
+    // Opened by the first of the gateways, read by all.
+    std::once_flag opened;
+    std::optional<firmware_image> image;
+
+    const firmware_image &the_image() {
+        std::call_once(opened, [this] { image.emplace(file); });
+        return *image;
+    }
+};
+
+void check_arguments(const upgrade_arguments &given) {
+    if (!is_plain_text(given.version, max_version_bytes)) {
+        throw wrong_usage("--version: expected 1 to 11 printable characters without quote and "
+                          "backslash; a gateway cuts longer ones off");
+    }
+    if (!given.cid.empty() && !is_device_id(given.cid)) {
+        throw wrong_usage("--cid: expected 1 to 25 printable characters without blank, quote and "
+                          "backslash");
+    }
+}
+
+std::string target_name(session &present, const upgrade_order &order) {
+    return order.cid.empty() ? present.chosen().name()
+                             : "device " + order.cid + " of " + present.chosen().name();
+}
+
+// What is upgraded according to the gateway.
+std::string running_words(const upgrade_standing &standing) {
+    return standing.running_id.empty() ? "an upgrade" : "an upgrade of " + standing.running_id;
+}
+
+int show_plan(session &present, const firmware_image &image, const upgrade_order &order,
+              const upgrade_standing &standing) {
+    const std::string under_way = standing.running ? running_words(standing) : "none";
+    if (present.out().json()) {
+        present.out().document({{"file", image.path()},
+                                {"bytes", image.size()},
+                                {"md5", image.md5()},
+                                {"version", order.version},
+                                {"cid", standing.target_id},
+                                {"installed", standing.version},
+                                {"under_way", standing.running},
+                                {"under_way_cid", standing.running ? standing.running_id : ""}});
+        return exit_success;
+    }
+    present.out().facts({{"file", image.path()},
+                         {"size", std::to_string(image.size()) + " bytes"},
+                         {"MD5", image.md5()},
+                         {"version", order.version},
+                         {"device", target_name(present, order)},
+                         {"installed version", standing.version.empty() ? "-" : standing.version},
+                         {"under way", under_way}});
+    return exit_success;
+}
+
+int say_outcome(session &present, const std::string &sentence, const firmware_image &image,
+                const upgrade_standing &before, const upgrade_standing &after, bool upgraded) {
+    return say(present, sentence,
+               {{"cid", after.target_id},
+                {"file", image.path()},
+                {"bytes", image.size()},
+                {"md5", image.md5()},
+                {"version_before", before.version},
+                {"version", after.version},
+                {"upgraded", upgraded}});
+}
+
+int upgrade(session &present, upgrade_arguments &given) {
+    check_arguments(given);
+    const firmware_image &image = given.the_image();
+    const upgrade_order order{given.cid, given.version, image.size(), image.md5()};
+    const std::string name = target_name(present, order);
+    upgrade_course course(present, image, order);
+    if (given.dry_run) {
+        tell_of_withdrawal(present);
+        return show_plan(present, image, order, course.ask_standing(true));
+    }
+    const upgrade_standing before = course.ask_standing(false);
+    if (before.running) {
+        throw failure("busy", present.chosen().name() + " has " + running_words(before) +
+                                  " under way, started by another app or by itself; try again "
+                                  "after it");
+    }
+    if (same_version(before.version, order.version) && !given.again) {
+        return say_outcome(present,
+                           name + " has version " + before.version +
+                               " already; --again brings it all the same",
+                           image, before, before, false);
+    }
+    const auto began = steady_clock::now();
+    const upgrade_standing after = course.carry_out(before);
+    const auto seconds =
+        std::chrono::round<std::chrono::seconds>(steady_clock::now() - began).count();
+    return say_outcome(present,
+                       name + " now has version " + after.version +
+                           (before.version.empty() ? "" : " (before: " + before.version + ")") +
+                           "; " + std::to_string(image.size()) + " bytes in " +
+                           std::to_string(seconds) + " s",
+                       image, before, after, true);
+}
+
+} // namespace
+
+verb_work declare_upgrade(arguments &declared) {
+    const auto given = std::make_shared<upgrade_arguments>();
+    declared.required("IMAGE", given->file, "The firmware image, 1 byte to 2 GiB");
+    declared.required_option("--version", given->version, "VERSION",
+                             "Version of the image as the gateway shows it when it is installed, "
+                             "at most 11 characters");
+    declared.option("--cid", given->cid, "ID",
+                    "Upgrade this sub-device; when left out, the gateway itself");
+    declared.flag("--dry-run", given->dry_run,
+                  "Show what would be brought where, and start nothing");
+    declared.flag("--again", given->again, "Bring the image even if its version is installed");
+    declared.notes(
+        "The bar shows what the gateway has taken. Success means that the gateway says that the "
+        "new version is\ninstalled. Ctrl-C ends the upgrade on the gateway as well; the old "
+        "version stays. So does the end of\nany other app's connection: an upgrade that the "
+        "gateway gives up is started once more.\n\n"
+        "A gateway tells its version only to an app that announces an image. The dry run announces "
+        "one of 0\nbytes, which is none, and so withdraws what another app has announced and not "
+        "started.\n\n"
+        "Examples:\n"
+        "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1\n"
+        "  engr_app upgrade lamp.ota --version 1.4 --cid a1\n"
+        "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1 --all");
+    return [given](session &present) { return upgrade(present, *given); };
+}
+
+} // namespace engr_app

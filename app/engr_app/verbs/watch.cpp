@@ -1,0 +1,104 @@
+// watch: what the gateway reports, as it happens.
+#include "base/failure.h"
+#include "gateway/devices.h"
+#include "gateway/frame_format.h"
+#include "gateway/report_format.h"
+#include "gateway/session.h"
+#include "verbs/arguments.h"
+#include "verbs/verb.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using lan_client::link_change;
+using lan_client::link_state;
+
+struct watch_arguments {
+    double for_s = 0;        // 0: without end
+    std::uint64_t count = 0; // 0: without end
+};
+
+class watcher {
+  public:
+    watcher(session &present, const watch_arguments &arguments)
+        : present_(present), out_(present.out()), arguments_(arguments) {}
+
+    int watch() {
+        present_.loop().on_interrupt([this] { stopped_ = true; });
+        // The first answer shows that the gateway took us in and that the key is right.
+        present_.connect(true, {.on_report = [this](const auto &told) { show(told); },
+                                .on_link = [this](const auto &change) { show(change); },
+                                .on_traffic = {}});
+        present_.accepted(present_.ask({device_list_request()}).front());
+        established_ = true;
+        out_.notice("watching " + present_.chosen().name() + ", Ctrl-C ends it");
+        const auto limit =
+            arguments_.for_s > 0
+                ? std::chrono::milliseconds(static_cast<long>(arguments_.for_s * 1000))
+                : std::chrono::milliseconds(std::chrono::years(10));
+        present_.loop().run_until([this] { return stopped_ || enough(); }, limit);
+        return exit_success;
+    }
+
+  private:
+    [[nodiscard]] bool enough() const { return arguments_.count > 0 && shown_ >= arguments_.count; }
+
+    void show(const lan_client::report &told) {
+        if (enough()) {
+            return;
+        }
+        ++shown_;
+        if (out_.json()) {
+            out_.json_line(report_json(told));
+        } else {
+            out_.line(time_text() + "  " + report_words(told));
+        }
+    }
+
+    void show(const link_change &change) {
+        if (!established_) {
+            return; // a first connection that fails ends the program with its own sentence
+        }
+        if (change.state == link_state::connected) {
+            out_.notice(time_text() + "  connected again to " + present_.chosen().name());
+            lost_ = false;
+            return;
+        }
+        const std::string what =
+            lost_ ? "still no connection" : "lost the connection: reports may be missed from here";
+        out_.notice(time_text() + "  " + what + " (" + change.why.detail + "), next attempt in " +
+                    std::to_string(change.pause.count()) + " ms");
+        lost_ = true;
+    }
+
+    session &present_;
+    console &out_;
+    const watch_arguments &arguments_;
+    bool stopped_ = false;
+    bool established_ = false;
+    bool lost_ = false;
+    std::uint64_t shown_ = 0;
+};
+
+} // namespace
+
+verb_work declare_watch(arguments &declared) {
+    const auto given = std::make_shared<watch_arguments>();
+    declared.option("--for", given->for_s, "SECONDS", "End after this time");
+    declared.option("--count", given->count, "N", "End after this many reports");
+    declared.notes("Shows data points, bound and unbound devices, deactivation and upgrades. "
+                   "When the\ngateway restarts it connects again and says so. With --json each "
+                   "report is one line.\nLeaving ends an upgrade that runs on the gateway, as the "
+                   "end of any connection does, so\nit stays until one that it has seen is over; "
+                   "a second Ctrl-C leaves at once.\n\n"
+                   "Examples:\n"
+                   "  engr_app watch\n"
+                   "  engr_app watch --gateway 127.0.0.1 --for 60 --json");
+    return [given](session &present) { return watcher(present, *given).watch(); };
+}
+
+} // namespace engr_app

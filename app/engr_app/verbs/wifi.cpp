@@ -1,0 +1,55 @@
+// wifi: moves the gateway to another Wi-Fi network.
+#include "files/secret_input.h"
+#include "gateway/request.h"
+#include "verbs/arguments.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+constexpr std::size_t max_network_name_bytes = 32;
+constexpr std::size_t max_password_bytes = 64;
+
+struct wifi_arguments {
+    std::string network;
+    bool open = false;
+    secret_input password{"Wi-Fi password", "ENGR_WIFI_PASSWORD"};
+};
+
+int wifi(session &present, wifi_arguments &given) {
+    if (given.network.empty() || given.network.size() > max_network_name_bytes) {
+        throw wrong_usage("wifi: a network's name has 1 to 32 bytes");
+    }
+    nlohmann::json payload{{"ssid", given.network}};
+    if (!given.open) {
+        payload["passwd"] = given.password.read();
+        if (given.password.read().size() > max_password_bytes) {
+            throw wrong_usage("wifi: a password has at most 64 characters");
+        }
+    }
+    ask_one(present, json_request(lan_client::frame_type::wifi_modify, payload));
+    return say(present,
+               present.chosen().name() + " goes over to network " + given.network +
+                   ": its address may change, find it again with engr_app discover",
+               {{"ssid", given.network}});
+}
+
+} // namespace
+
+verb_work declare_wifi(arguments &declared) {
+    const auto given = std::make_shared<wifi_arguments>();
+    declared.required("SSID", given->network, "The name of the network");
+    given->password.declare(declared, "--password", "--password-file");
+    declared.flag("--open", given->open, "The network has no password");
+    declared.notes("Without an option the password is taken from the environment variable\n"
+                   "ENGR_WIFI_PASSWORD, or asked for on the terminal. It is never shown.\n\n"
+                   "Examples:\n"
+                   "  engr_app wifi office\n"
+                   "  engr_app wifi office --password-file wifi.txt");
+    return [given](session &present) { return wifi(present, *given); };
+}
+
+} // namespace engr_app
