@@ -40,7 +40,7 @@ struct hostile_gateway : testing::Test {
 
     void start(client_options wanted) {
         client_events events;
-        events.on_report = [this](const report &told) { reports.push_back(told); };
+        events.on_report = [this](const report &one) { reports.push_back(one); };
         events.on_link = [this](const link_change &change) { lost = change.why; };
         app.emplace(loop, std::move(wanted), std::move(events));
         app->open();
@@ -116,7 +116,7 @@ TEST_F(hostile_gateway, that_does_not_read_makes_requests_fail_instead_of_pile_u
     EXPECT_LE(app->unsent_bytes(), max_request_bytes_under_way);
     EXPECT_GT(app->unsent_bytes(), payload.size()) << "what was taken on still waits";
 
-    for (std::size_t told = 0; told < count; ++told) {
+    for (std::size_t sent = 0; sent < count; ++sent) {
         app->tell({.type = frame_type::download_firmware, .payload = payload});
     }
     wait_for([&] { return lost.kind == error_kind::queue_full; });
@@ -189,8 +189,8 @@ TEST(hostile_reports, that_nobody_waits_for_are_kept_within_bounds_the_newest_of
     engr_app::global_options chosen;
     engr_app::screen shown_on;
     engr_app::console out(shown_on, true, false);
-    engr_app::session present(chosen, out, nullptr);
-    fake_gateway gateway(present.loop());
+    engr_app::gateway_session session(chosen, out, nullptr);
+    fake_gateway gateway(session.loop());
     chosen.gateways = {"127.0.0.1:" + std::to_string(gateway.port())};
     constexpr std::uint32_t count = 2 * max_kept_reports;
     gateway.on_request = [&](const seen_request &request) {
@@ -200,12 +200,12 @@ TEST(hostile_reports, that_nobody_waits_for_are_kept_within_bounds_the_newest_of
         }
         gateway.send(flood + gateway_frame(request.number, request.type, {0}, ""));
     };
-    engr_app::report_ear ear(present);
-    EXPECT_EQ(present.ask({{.type = frame_type::dev_list}}).front().failure.kind, error_kind::none);
-    const auto last = ear.next([](const report &told) { return told.ret == count; }, limit);
+    engr_app::report_subscription reports(session);
+    EXPECT_EQ(session.ask({{.type = frame_type::dev_list}}).front().failure.kind, error_kind::none);
+    const auto last = reports.next([](const report &one) { return one.ret == count; }, limit);
     EXPECT_TRUE(last) << "the newest one must be kept";
     std::size_t kept = 0;
-    while (ear.next([](const report &) { return true; }, 0ms)) {
+    while (reports.next([](const report &) { return true; }, 0ms)) {
         ++kept;
     }
     EXPECT_EQ(kept, max_kept_reports - 1);

@@ -1,7 +1,7 @@
 // What people and scripts get to see of text that came from the network.
 #include "base/escape.h"
 #include "base/json_text.h"
-#include "gateway/report_format.h"
+#include "gateway/format.h"
 #include "terminal/progress_bar.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@ namespace {
 
 using namespace engr_app;
 
-TEST(safe_text, shows_nothing_that_steers_a_terminal) {
+TEST(escape_for_terminal, shows_nothing_that_steers_a_terminal) {
     const struct {
         std::string text;
         const char *shown;
@@ -29,17 +29,18 @@ TEST(safe_text, shows_nothing_that_steers_a_terminal) {
         {"e\u0301\u0301\u0301\u0301\u0301", "e\u0301\u0301\u0301"},
     };
     for (const auto &one : cases) {
-        EXPECT_EQ(safe_text(one.text, 100), one.shown);
+        EXPECT_EQ(escape_for_terminal(one.text, 100), one.shown);
     }
 }
 
-TEST(safe_text, is_cut_to_columns_not_bytes_and_never_inside_a_character) {
-    EXPECT_EQ(safe_text("12345", 5), "12345");
-    EXPECT_EQ(safe_text("123456", 5), "1234…");
-    EXPECT_EQ(safe_text("漢漢漢", 5), "漢漢…");
-    EXPECT_EQ(safe_text("漢漢漢", 4), "漢…");
-    EXPECT_EQ(safe_text("ab\n\n", 5), "ab\\n…") << "an escape is kept whole or not at all";
-    EXPECT_EQ(safe_text("abc", 0), "");
+TEST(escape_for_terminal, is_cut_to_columns_not_bytes_and_never_inside_a_character) {
+    EXPECT_EQ(escape_for_terminal("12345", 5), "12345");
+    EXPECT_EQ(escape_for_terminal("123456", 5), "1234…");
+    EXPECT_EQ(escape_for_terminal("漢漢漢", 5), "漢漢…");
+    EXPECT_EQ(escape_for_terminal("漢漢漢", 4), "漢…");
+    EXPECT_EQ(escape_for_terminal("ab\n\n", 5), "ab\\n…")
+        << "an escape is kept whole or not at all";
+    EXPECT_EQ(escape_for_terminal("abc", 0), "");
     EXPECT_EQ(text_columns("漢é…"), 4u);
 }
 
@@ -86,9 +87,9 @@ TEST(reports, become_sentences) {
         {77, "", "type 77"},
     };
     for (const auto &one : cases) {
-        EXPECT_EQ(report_words({.type = one.type, .payload = one.payload}), one.words);
+        EXPECT_EQ(format_report({.type = one.type, .payload = one.payload}), one.words);
     }
-    EXPECT_EQ(report_words({.type = 8, .readable = false}),
+    EXPECT_EQ(format_report({.type = 8, .readable = false}),
               "FRM_DP_REPORT (8) that can't be decrypted with the key at hand");
 }
 
@@ -130,7 +131,7 @@ TEST(progress_bar, shows_what_is_known_and_never_fills_the_last_column) {
     for (const auto &one : cases) {
         EXPECT_EQ(bar_line(one.shown, one.columns), one.line);
     }
-    EXPECT_EQ(bar_words(half), "log: 50 %  1.5 KiB of 3.0 KiB  512 bytes/s  3 s left");
+    EXPECT_EQ(plain_bar_line(half), "log: 50 %  1.5 KiB of 3.0 KiB  512 bytes/s  3 s left");
 }
 
 } // namespace

@@ -94,7 +94,7 @@ bool is_unsafe(char32_t character) {
     return within(character, unsafe_ranges);
 }
 
-std::string safe_text(std::string_view text, std::size_t max_columns) {
+std::string escape_for_terminal(std::string_view text, std::size_t max_columns) {
     std::string out;
     std::size_t columns = 0;
     std::size_t marks = 0;

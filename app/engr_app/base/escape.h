@@ -10,7 +10,7 @@ namespace engr_app {
 /// Shows control characters, malformed UTF-8 and characters that are invisible or turn the
 /// direction of writing as escapes (\n, \x1b, \u{202e}), and cuts the text with an ellipsis so
 /// that it takes at most `max_columns` columns.
-[[nodiscard]] std::string safe_text(std::string_view text, std::size_t max_columns);
+[[nodiscard]] std::string escape_for_terminal(std::string_view text, std::size_t max_columns);
 
 /// Whether a terminal could obey this character, or a reader miss it.
 [[nodiscard]] bool is_unsafe(char32_t character);

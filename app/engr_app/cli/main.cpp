@@ -115,7 +115,7 @@ int main(int argc, char **argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &problem) {
         if (app.get_subcommands().empty() && !app.remaining().empty()) {
-            std::cerr << "engr_app: " << safe_text(app.remaining().front(), 100)
+            std::cerr << "engr_app: " << escape_for_terminal(app.remaining().front(), 100)
                       << " is no subcommand; engr_app --help lists them\n";
             return exit_wrong_usage;
         }

@@ -31,9 +31,9 @@ int shown_failures(console &out, const std::function<int()> &work) {
 }
 
 // A verb's work with one gateway. What it has to say is said before it may have to stay.
-int run_session(session &present, console &out, const verb_work &work) {
-    const int exit_code = shown_failures(out, [&] { return work(present); });
-    present.leave();
+int run_session(gateway_session &session, console &out, const verb_work &work) {
+    const int exit_code = shown_failures(out, [&] { return work(session); });
+    session.leave();
     return exit_code;
 }
 
@@ -50,14 +50,14 @@ struct run {
 using run_list = std::vector<std::unique_ptr<run>>;
 
 nlohmann::json outcome(const run &done) {
-    nlohmann::json told{{"gateway", done.whom.label}, {"exit", done.exit_code}};
+    nlohmann::json result{{"gateway", done.whom.label}, {"exit", done.exit_code}};
     const kept_results &kept = done.out.kept();
     if (kept.error && !kept.document) {
-        told["error"] = *kept.error;
+        result["error"] = *kept.error;
     } else if (!kept.streamed) {
-        told["result"] = kept.document ? *kept.document : nlohmann::json();
+        result["result"] = kept.document ? *kept.document : nlohmann::json();
     }
-    return told;
+    return result;
 }
 
 // A stream of lines ends with a line for each gateway; all else is one array.
@@ -125,8 +125,8 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
                    console &out, const std::shared_ptr<frame_recorder> &recorder) {
     run_list runs;
     {
-        session searching(options, out, recorder);
-        for (target &one : find_targets(searching)) {
+        gateway_session session(options, out, recorder);
+        for (target &one : find_targets(session)) {
             runs.push_back(std::make_unique<run>(std::move(one), options, shown_on));
         }
     }
@@ -135,8 +135,9 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
             if (one.whom.missing) {
                 throw failure(*one.whom.missing);
             }
-            session present(options, one.out, recorder, *one.whom.found, one.whom.file_mark);
-            return run_session(present, one.out, work);
+            gateway_session session(options, one.out, recorder, *one.whom.found,
+                                    one.whom.file_mark);
+            return run_session(session, one.out, work);
         });
     };
     if (runs.size() > most_at_once) {
@@ -180,8 +181,8 @@ int run_verb(const verb_work &work, const global_options &given, screen &shown_o
         if (options.all || options.gateways.size() > 1) {
             return run_on_several(work, options, shown_on, out, recorder);
         }
-        session present(options, out, recorder);
-        return run_session(present, out, work);
+        gateway_session session(options, out, recorder);
+        return run_session(session, out, work);
     });
 }
 

@@ -24,43 +24,42 @@ std::string file_mark_of(const gateway &found) {
     return mark;
 }
 
-target present_target(const gateway &found) {
+target found_target(const gateway &found) {
     return {found.label(), file_mark_of(found), found, {}};
 }
 
 // One for each address: several ids there are the same gateway, or none.
-std::vector<target> all_targets(session &searching) {
-    const std::string &interface_name = searching.options().interface_name;
-    searching.out().progress("listening for gateways on " + interface_name + " ...");
-    const heard_gateways heard = searching.listen(searching.listen_time());
-    if (heard.announcements.empty()) {
-        throw not_found(heard, "", interface_name);
+std::vector<target> all_targets(gateway_session &session) {
+    const std::string &interface_name = session.options().interface_name;
+    session.out().progress("listening for gateways on " + interface_name + " ...");
+    const discovery_result found = session.discover(session.discovery_time());
+    if (found.announcements.empty()) {
+        throw not_found(found, "", interface_name);
     }
-    const auto &keys = searching.options().keys;
+    const auto &keys = session.options().keys;
     std::vector<target> targets;
     std::map<std::string, std::size_t> at_place;
-    for (const lan_client::announcement &said : heard.announcements) {
-        target one = present_target(from_announcement(said));
+    for (const lan_client::announcement &announced : found.announcements) {
+        target one = found_target(from_announcement(announced));
         const auto [known, is_new] = at_place.emplace(one.found->place(), targets.size());
         if (is_new) {
             targets.push_back(std::move(one));
-        } else if (keys.contains(said.id) && !keys.contains(targets[known->second].label)) {
+        } else if (keys.contains(announced.id) && !keys.contains(targets[known->second].label)) {
             targets[known->second] = std::move(one);
         }
     }
-    searching.out().notice(std::to_string(targets.size()) + " gateway(s) found on " +
-                           interface_name);
-    if (const std::size_t more = heard.announcements.size() - targets.size(); more > 0) {
-        searching.out().notice(std::to_string(more) +
-                               " more id(s) are announced from addresses of these gateways and "
-                               "left out: a gateway has one id, and anybody can announce any; "
-                               "engr_app discover lists them");
+    session.out().notice(std::to_string(targets.size()) + " gateway(s) found on " + interface_name);
+    if (const std::size_t more = found.announcements.size() - targets.size(); more > 0) {
+        session.out().notice(std::to_string(more) +
+                             " more id(s) are announced from addresses of these gateways and "
+                             "left out: a gateway has one id, and anybody can announce any; "
+                             "engr_app discover lists them");
     }
     return targets;
 }
 
-std::vector<target> named_targets(session &searching) {
-    const global_options &options = searching.options();
+std::vector<target> named_targets(gateway_session &session) {
+    const global_options &options = session.options();
     std::set<std::string> awaited; // ids, and addresses whose id is needed to find the key
     for (const std::string &name : options.gateways) {
         const std::optional<gateway> placed = parse_address(name);
@@ -70,27 +69,27 @@ std::vector<target> named_targets(session &searching) {
             awaited.insert(placed->address);
         }
     }
-    heard_gateways heard;
+    discovery_result found;
     if (!awaited.empty()) {
-        searching.out().progress("listening for " + std::to_string(awaited.size()) +
-                                 " gateway(s) on " + options.interface_name + " ...");
-        heard = searching.listen(searching.listen_time(), [&awaited](const auto &said) {
-            awaited.erase(said.id);
-            awaited.erase(said.address);
+        session.out().progress("listening for " + std::to_string(awaited.size()) +
+                               " gateway(s) on " + options.interface_name + " ...");
+        found = session.discover(session.discovery_time(), [&awaited](const auto &announced) {
+            awaited.erase(announced.id);
+            awaited.erase(announced.address);
             return awaited.empty();
         });
     }
     std::vector<target> targets;
     for (const std::string &name : options.gateways) {
         std::optional<gateway> placed = parse_address(name);
-        const auto *said = placed ? heard.find_address(placed->address) : heard.find_id(name);
-        if (placed && said != nullptr) {
-            placed->announced = *said;
+        const auto *announced = placed ? found.find_address(placed->address) : found.find_id(name);
+        if (placed && announced != nullptr) {
+            placed->announced = *announced;
         }
-        if (placed || said != nullptr) {
-            targets.push_back(present_target(placed ? *placed : from_announcement(*said)));
+        if (placed || announced != nullptr) {
+            targets.push_back(found_target(placed ? *placed : from_announcement(*announced)));
         } else {
-            targets.push_back({name, {}, {}, not_found(heard, name, options.interface_name)});
+            targets.push_back({name, {}, {}, not_found(found, name, options.interface_name)});
         }
     }
     return targets;
@@ -98,9 +97,9 @@ std::vector<target> named_targets(session &searching) {
 
 } // namespace
 
-std::vector<target> find_targets(session &searching) {
+std::vector<target> find_targets(gateway_session &session) {
     std::vector<target> targets =
-        searching.options().all ? all_targets(searching) : named_targets(searching);
+        session.options().all ? all_targets(session) : named_targets(session);
     // One gateway may be named twice, by its id and by its address, and two may claim one id.
     std::set<std::string> places;
     std::set<std::string> labels;

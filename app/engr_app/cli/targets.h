@@ -9,7 +9,7 @@
 
 namespace engr_app {
 
-class session;
+class gateway_session;
 
 struct target {
     std::string label;            ///< in tables and for scripts: id or address
@@ -20,6 +20,6 @@ struct target {
 
 /// All gateways that announce themselves, or those that the options name; listens when it has to.
 /// Throws a failure when there is none to be found at all.
-[[nodiscard]] std::vector<target> find_targets(session &searching);
+[[nodiscard]] std::vector<target> find_targets(gateway_session &session);
 
 } // namespace engr_app

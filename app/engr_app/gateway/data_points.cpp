@@ -108,12 +108,12 @@ json parse_device_state(std::string_view payload) {
     return {{"cid", member_text(state, id)}, {"dps", state["dps"]}};
 }
 
-bool tells(const lan_client::report &told, const std::string &device_id,
-           const std::vector<std::string> &data_points) {
-    if (told.type != lan_client::frame_type::dp_report || !told.readable) {
+bool contains(const lan_client::report &report, const std::string &device_id,
+              const std::vector<std::string> &data_points) {
+    if (report.type != lan_client::frame_type::dp_report || !report.readable) {
         return false;
     }
-    const json state = parse_device_state(told.payload);
+    const json state = parse_device_state(report.payload);
     return state.is_object() && state["cid"] == device_id &&
            std::ranges::all_of(data_points, [&state](const std::string &point) {
                return state["dps"].contains(point);

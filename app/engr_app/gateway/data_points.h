@@ -37,7 +37,7 @@ void declare_data_points(arguments &declared, std::vector<std::string> &assignme
 
 /// Whether a report tells these data points of the device with exactly this id; an empty one is
 /// that of a report that names no device.
-[[nodiscard]] bool tells(const lan_client::report &told, const std::string &device_id,
-                         const std::vector<std::string> &data_points);
+[[nodiscard]] bool contains(const lan_client::report &report, const std::string &device_id,
+                            const std::vector<std::string> &data_points);
 
 } // namespace engr_app

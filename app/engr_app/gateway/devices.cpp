@@ -4,6 +4,7 @@
 #include "base/failure.h"
 #include "base/json_text.h"
 #include "gateway/request.h"
+#include "gateway/session.h"
 
 #include <unordered_set>
 
@@ -45,10 +46,10 @@ lan_client::request line_state_request() {
 std::vector<device> parse_device_list(std::string_view payload) {
     const nlohmann::json object = parse_json(payload);
     if (!object.is_object() || !object.contains("products") || !object["products"].is_array()) {
-        throw not_understood("list of devices", payload);
+        throw malformed_answer("list of devices", payload);
     }
     if (object["products"].size() > lan_client::max_devices) {
-        throw not_understood("list of at most 65536 devices", payload);
+        throw malformed_answer("list of at most 65536 devices", payload);
     }
     std::vector<device> devices;
     for (const nlohmann::json &product : object["products"]) {
@@ -60,7 +61,7 @@ std::vector<device> parse_device_list(std::string_view payload) {
 line_state parse_line_state(std::string_view payload) {
     const nlohmann::json object = parse_json(payload);
     if (!object.is_object()) {
-        throw not_understood("list of online and offline devices", payload);
+        throw malformed_answer("list of online and offline devices", payload);
     }
     return {texts(object, "online"), texts(object, "offline")};
 }
@@ -70,12 +71,12 @@ bool says_no_devices(const lan_client::answer &answered) {
            answered.payload == "online_dev or offline_dev is null";
 }
 
-nlohmann::json accepted_devices(session &present, const lan_client::answer &list,
+nlohmann::json accepted_devices(gateway_session &session, const lan_client::answer &list,
                                 const lan_client::answer &states) {
-    const std::vector<device> devices = parse_device_list(present.accepted(list));
+    const std::vector<device> devices = parse_device_list(expect_success(session, list));
     line_state known;
     if (!says_no_devices(states)) {
-        known = parse_line_state(present.accepted(states));
+        known = parse_line_state(expect_success(session, states));
     }
     const std::unordered_set<std::string> online(known.online.begin(), known.online.end());
     const std::unordered_set<std::string> offline(known.offline.begin(), known.offline.end());
@@ -97,22 +98,56 @@ const char *state_word(const nlohmann::json &device_of_list) {
     return online->get<bool>() ? "online" : "offline";
 }
 
-void ask_of_each(session &present, nlohmann::json &devices, const char *what,
+void ask_of_each(gateway_session &session, nlohmann::json &devices, const char *what,
                  const std::function<lan_client::request(const nlohmann::json &)> &question,
                  const std::function<void(nlohmann::json &, const lan_client::answer &)> &take) {
-    progress_bar bar = present.out().bar(what, devices.size(), "devices");
+    progress_bar bar = session.out().bar(what, devices.size(), "devices");
     for (std::size_t start = 0; start < devices.size(); start += requests_at_once) {
         const std::size_t end = std::min(start + requests_at_once, devices.size());
         std::vector<lan_client::request> requests;
         for (std::size_t at = start; at < end; ++at) {
             requests.push_back(question(devices[at]));
         }
-        const auto answers = present.ask(std::move(requests));
+        const auto answers = session.ask(std::move(requests));
         for (std::size_t at = start; at < end; ++at) {
             take(devices[at], answers[at - start]);
         }
         bar.show(end);
     }
+}
+
+lan_client::request gateway_version_request() {
+    return upgrade_status_request({});
+}
+
+void tell_of_withdrawal(gateway_session &session) {
+    session.out().progress("asking for versions, which withdraws an image that another app has "
+                           "announced and not started ...");
+}
+
+std::string add_versions(gateway_session &session, nlohmann::json &devices) {
+    tell_of_withdrawal(session);
+    const auto own = session.ask({gateway_version_request()});
+    const auto now = parse_upgrade_status({}, expect_success(session, own.front()));
+    if (now.running) {
+        throw failure("busy", "an upgrade of " + now.running_id +
+                                  " is under way; ask for versions when it has ended");
+    }
+    const auto order_for = [](const nlohmann::json &device) {
+        upgrade_order order;
+        order.cid = member_text(device, "cid");
+        return order;
+    };
+    ask_of_each(
+        session, devices, "versions",
+        [&](const nlohmann::json &device) { return upgrade_status_request(order_for(device)); },
+        [&](nlohmann::json &device, const lan_client::answer &answered) {
+            const auto status =
+                parse_upgrade_status(order_for(device), expect_success(session, answered));
+            device["sw_ver"] =
+                status.version.empty() ? nlohmann::json() : nlohmann::json(status.version);
+        });
+    return now.version;
 }
 
 } // namespace engr_app

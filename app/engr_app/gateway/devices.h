@@ -1,6 +1,7 @@
 // The two lists of devices that a gateway gives: who belongs to it, and who is online.
 #pragma once
 
+#include "gateway/upgrade_status.h"
 #include "lan_client/client.h"
 
 #include <functional>
@@ -12,7 +13,7 @@
 
 namespace engr_app {
 
-class session;
+class gateway_session;
 
 struct device {
     std::string id;
@@ -40,16 +41,33 @@ struct line_state {
 
 /// [{"cid", "pid", "online"}] of the answers to both requests, with "online" null where the gateway
 /// keeps a device in neither list. Throws what explains a missing, refusing or unreadable answer.
-[[nodiscard]] nlohmann::json accepted_devices(session &present, const lan_client::answer &list,
+[[nodiscard]] nlohmann::json accepted_devices(gateway_session &session,
+                                              const lan_client::answer &list,
                                               const lan_client::answer &states);
 
 /// Asks one thing about each entry of that list, many at once, under a progress bar.
 void ask_of_each(
-    session &present, nlohmann::json &devices, const char *what,
+    gateway_session &session, nlohmann::json &devices, const char *what,
     const std::function<lan_client::request(const nlohmann::json &device)> &question,
     const std::function<void(nlohmann::json &device, const lan_client::answer &answered)> &take);
 
 /// "online", "offline" or "-" for an entry of that list.
 [[nodiscard]] const char *state_word(const nlohmann::json &device_of_list);
+
+/// What to say about it in --help: a gateway tells versions only to an announcement.
+inline constexpr const char *versions_note =
+    "A gateway tells versions only to an app that announces an image, so --versions announces an\n"
+    "empty one. That withdraws what another app has announced and not started: its start fails\n"
+    "with \"file_size is zero\", and it has to announce again. An upgrade under way goes on.\n\n";
+
+/// Asks for the gateway's own version and whether an upgrade is under way.
+[[nodiscard]] lan_client::request gateway_version_request();
+
+/// Says that versions are asked for and what that does to others.
+void tell_of_withdrawal(gateway_session &session);
+
+/// Adds "sw_ver" to each entry of a device list, null where the gateway tells none. Throws a
+/// failure while an upgrade is under way, since asking would disturb it. Returns the gateway's own.
+std::string add_versions(gateway_session &session, nlohmann::json &devices);
 
 } // namespace engr_app

@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include <arpa/inet.h>
+#include <nlohmann/json.hpp>
 
 namespace engr_app {
 namespace {
@@ -16,10 +17,10 @@ bool is_ipv4(const std::string &text) {
     return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
-std::string list_of(const heard_gateways &heard) {
+std::string list_of(const discovery_result &found) {
     std::string list;
-    for (const lan_client::announcement &said : heard.announcements) {
-        list += (list.empty() ? "" : ", ") + said.id + " (" + said.address + ")";
+    for (const lan_client::announcement &announced : found.announcements) {
+        list += (list.empty() ? "" : ", ") + announced.id + " (" + announced.address + ")";
     }
     return list;
 }
@@ -56,42 +57,53 @@ std::optional<gateway> parse_address(const std::string &text) {
     return named;
 }
 
-gateway from_announcement(const announcement &heard) {
-    return {heard.address, lan_client::gateway_port, heard};
+gateway from_announcement(const announcement &found) {
+    return {found.address, lan_client::gateway_port, found};
 }
 
-const announcement *heard_gateways::find_id(const std::string &id) const {
+const announcement *discovery_result::find_id(const std::string &id) const {
     const auto found = std::ranges::find(announcements, id, &announcement::id);
     return found == announcements.end() ? nullptr : &*found;
 }
 
-const announcement *heard_gateways::find_address(const std::string &address) const {
+const announcement *discovery_result::find_address(const std::string &address) const {
     const auto found = std::ranges::find(announcements, address, &announcement::address);
     return found == announcements.end() ? nullptr : &*found;
 }
 
-failure not_found(const heard_gateways &heard, const std::string &wanted,
+failure not_found(const discovery_result &found, const std::string &wanted,
                   const std::string &interface_name) {
-    if (!heard.announcements.empty() && wanted.empty()) {
+    if (!found.announcements.empty() && wanted.empty()) {
         return {"several_gateways", "several gateways found, pick one with --gateway ID or "
                                     "--gateway ADDRESS: " +
-                                        list_of(heard)};
+                                        list_of(found)};
     }
     std::string sentence =
         wanted.empty() ? "no gateway found on interface " + interface_name
                        : "gateway " + wanted + " was not heard on interface " + interface_name;
-    if (heard.unreadable > 0) {
-        return {"other_seeds", sentence + ", but " + std::to_string(heard.unreadable) +
+    if (found.unreadable > 0) {
+        return {"other_seeds", sentence + ", but " + std::to_string(found.unreadable) +
                                    " discovery datagram(s) that this program can't read: it must "
                                    "be built with the key seeds of the gateway"};
     }
-    if (!heard.announcements.empty()) {
-        return {"no_gateway", sentence + "; heard: " + list_of(heard)};
+    if (!found.announcements.empty()) {
+        return {"no_gateway", sentence + "; heard: " + list_of(found)};
     }
     return {"no_gateway",
             sentence + ": check that it is switched on and in engineering mode, name its network "
                        "with --interface, or reach it with --gateway ADDRESS (a gateway with 10 "
                        "apps connected stays silent)"};
+}
+
+nlohmann::json announcement_json(const lan_client::announcement &announced) {
+    return {{"id", announced.id},
+            {"address", announced.address},
+            {"told_address", announced.told_address},
+            {"activated", announced.activated},
+            {"ability", announced.ability},
+            {"needs_wifi_setup", announced.needs_wifi_setup},
+            {"version", announced.version},
+            {"product_key", announced.product_key}};
 }
 
 } // namespace engr_app

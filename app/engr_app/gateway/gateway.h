@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 namespace engr_app {
 
 struct gateway {
@@ -31,10 +33,10 @@ struct gateway {
 /// Throws a failure when the port is none.
 [[nodiscard]] std::optional<gateway> parse_address(const std::string &text);
 
-[[nodiscard]] gateway from_announcement(const lan_client::announcement &heard);
+[[nodiscard]] gateway from_announcement(const lan_client::announcement &found);
 
 /// What a listening was good for.
-struct heard_gateways {
+struct discovery_result {
     std::vector<lan_client::announcement> announcements; ///< one a gateway, in order of their ids
     unsigned unreadable = 0; ///< datagrams of gateways with other key seeds, or damaged
 
@@ -44,7 +46,9 @@ struct heard_gateways {
 
 /// Why none of the gateways heard on the interface can be chosen. `wanted` is the id that was
 /// looked for; empty: any.
-[[nodiscard]] failure not_found(const heard_gateways &heard, const std::string &wanted,
+[[nodiscard]] failure not_found(const discovery_result &found, const std::string &wanted,
                                 const std::string &interface_name);
+
+[[nodiscard]] nlohmann::json announcement_json(const lan_client::announcement &announced);
 
 } // namespace engr_app

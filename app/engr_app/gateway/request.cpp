@@ -103,69 +103,70 @@ failure wrong_usage(const std::string &sentence) {
     return {"usage", sentence, exit_wrong_usage};
 }
 
-failure not_understood(std::string_view what, std::string_view payload) {
+failure malformed_answer(std::string_view what, std::string_view payload) {
     constexpr std::size_t shown_bytes = 120;
     return {"bad_answer", "the gateway's answer is no " + std::string(what) + ": " +
                               std::string(payload.substr(0, shown_bytes))};
 }
 
-failure refusal(session &present, std::uint32_t type, std::string_view payload) {
+failure refusal(gateway_session &session, std::uint32_t type, std::string_view payload) {
     const std::string reason = member_text(parse_json(payload), "reason");
     const std::string reply = reason.empty() ? std::string(payload) : reason;
     const std::string_view next = advice_for(type, reply);
-    return {"refused_by_gateway", present.chosen().name() + " answered: " +
+    return {"refused_by_gateway", session.chosen().name() + " answered: " +
                                       (reply.empty() ? "refused, without a reason" : reply) +
                                       (next.empty() ? "" : "; ") + std::string(next)};
 }
 
-std::string agreed(session &present, const answer &answered) {
+std::string expect_success(gateway_session &session, const answer &answered) {
     if (is_refused_in_silence(answered)) {
         throw failure(
             "not_accepted",
-            present.chosen().name() +
+            session.chosen().name() +
                 " did not accept the command: it leaves one that it refuses without an "
                 "answer, as for an unknown device or group, a device that is offline, or a "
                 "wrong data point or value; see engr_app online and engr_app dp get");
     }
     if (answered.failure) {
-        throw present.explain(answered);
+        throw session.explain(answered);
     }
     if (answered.ret != 0) {
-        throw refusal(present, answered.type, answered.payload);
+        throw refusal(session, answered.type, answered.payload);
     }
     return answered.payload;
 }
 
-std::string ask_one(session &present, lan_client::request wanted) {
-    return agreed(present, present.ask({std::move(wanted)}).front());
+std::string ask_one(gateway_session &session, lan_client::request wanted) {
+    return expect_success(session, session.ask({std::move(wanted)}).front());
 }
 
-int say(session &present, std::string_view sentence, const nlohmann::json &document) {
-    if (present.out().json()) {
-        present.out().document(document);
+int print_result(gateway_session &session, std::string_view sentence,
+                 const nlohmann::json &document) {
+    if (session.out().json()) {
+        session.out().document(document);
     } else {
-        present.out().line(sentence);
+        session.out().line(sentence);
     }
     return exit_success;
 }
 
-report_ear::report_ear(session &present)
-    : present_(present),
-      client_(present.connect(false,
-                              {.on_report = [ear = heard_](const report &told) { ear->keep(told); },
-                               .on_link =
-                                   [ear = heard_](const lan_client::link_change &change) {
-                                       if (change.state == lan_client::link_state::lost) {
-                                           ear->lost = change.why;
-                                       }
-                                   },
-                               .on_traffic = {}})) {
-    present_.ask({}); // only insists on the key
+report_subscription::report_subscription(gateway_session &session)
+    : session_(session),
+      client_(session.connect(
+          false, {.on_report = [ear = heard_](const report &report) { ear->keep(report); },
+                  .on_link =
+                      [ear = heard_](const lan_client::link_change &change) {
+                          if (change.state == lan_client::link_state::lost) {
+                              ear->lost = change.why;
+                          }
+                      },
+                  .on_traffic = {}})) {
+    session_.ask({}); // only insists on the key
 }
 
-void report_ear::heard::keep(const report &told) {
-    reports.push_back(told);
-    bytes += told.payload.size();
+void report_subscription::heard::keep(const report &report) {
+    reports.push_back(report);
+    bytes += report.payload.size();
     while (reports.size() > 1 && (reports.size() > lan_client::max_kept_reports ||
                                   bytes > lan_client::max_kept_report_bytes)) {
         static_cast<void>(remove(0));
@@ -173,7 +174,7 @@ void report_ear::heard::keep(const report &told) {
     }
 }
 
-report report_ear::heard::remove(std::size_t index) {
+report report_subscription::heard::remove(std::size_t index) {
     const auto found = reports.begin() + static_cast<std::ptrdiff_t>(index);
     report taken = std::move(*found);
     reports.erase(found);
@@ -181,7 +182,7 @@ report report_ear::heard::remove(std::size_t index) {
     return taken;
 }
 
-std::optional<report> report_ear::take(const rule &wanted, uint64_t &unseen) {
+std::optional<report> report_subscription::take(const rule &wanted, uint64_t &unseen) {
     unseen = std::max(unseen, heard_->dropped);
     for (; unseen - heard_->dropped < heard_->reports.size(); ++unseen) {
         const auto index = static_cast<std::size_t>(unseen - heard_->dropped);
@@ -192,41 +193,42 @@ std::optional<report> report_ear::take(const rule &wanted, uint64_t &unseen) {
     return std::nullopt;
 }
 
-std::optional<report> report_ear::next(const rule &wanted, std::chrono::milliseconds limit) {
+std::optional<report> report_subscription::next(const rule &wanted,
+                                                std::chrono::milliseconds limit) {
     std::optional<report> taken;
     uint64_t unseen = 0;
-    present_.loop().run_until(
+    session_.loop().run_until(
         [&] {
             taken = take(wanted, unseen);
             return taken || heard_->lost;
         },
         limit);
     if (!taken && heard_->lost) {
-        throw present_.explain(heard_->lost);
+        throw session_.explain(heard_->lost);
     }
     return taken;
 }
 
-report report_ear::outcome(lan_client::request asked, const rule &wanted) {
+report report_subscription::outcome(lan_client::request asked, const rule &wanted) {
     const std::uint32_t type = asked.type;
     const auto answered = std::make_shared<std::optional<answer>>();
     client_.ask(std::move(asked), [answered](const answer &got) { *answered = got; });
-    std::optional<report> told;
+    std::optional<report> report;
     uint64_t unseen = 0;
     // The client bounds the wait.
-    present_.loop().run_until(
+    session_.loop().run_until(
         [&] {
-            told = take(wanted, unseen);
-            return told || *answered;
+            report = take(wanted, unseen);
+            return report || *answered;
         },
         std::chrono::hours(24));
-    if (!told) {
-        return {.type = type, .payload = agreed(present_, answered->value())};
+    if (!report) {
+        return {.type = type, .payload = expect_success(session_, answered->value())};
     }
-    if (told->ret != 0) {
-        throw refusal(present_, type, told->payload);
+    if (report->ret != 0) {
+        throw refusal(session_, type, report->payload);
     }
-    return *told;
+    return *report;
 }
 
 } // namespace engr_app

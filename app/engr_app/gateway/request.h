@@ -17,33 +17,35 @@ namespace engr_app {
 [[nodiscard]] lan_client::request json_request(std::uint32_t type, const nlohmann::json &payload);
 
 /// The payload of an answer. A refusal or a silence throws a failure that says what to do next.
-std::string agreed(session &present, const lan_client::answer &answered);
+std::string expect_success(gateway_session &session, const lan_client::answer &answered);
 
 /// Asks one thing; the rest as above.
-std::string ask_one(session &present, lan_client::request wanted);
+std::string ask_one(gateway_session &session, lan_client::request wanted);
 
 /// The result of a verb: the document with --json, else the sentence. Returns exit_success.
-int say(session &present, std::string_view sentence, const nlohmann::json &document);
+int print_result(gateway_session &session, std::string_view sentence,
+                 const nlohmann::json &document);
 
 /// A failure for arguments that can't be right.
 [[nodiscard]] failure wrong_usage(const std::string &sentence);
 
 /// A failure for an answer that is not what it should be, quoting its beginning.
-[[nodiscard]] failure not_understood(std::string_view what, std::string_view payload);
+[[nodiscard]] failure malformed_answer(std::string_view what, std::string_view payload);
 
 /// The refusal that a gateway put into words or into {"reason": TEXT}, with what to do next.
-[[nodiscard]] failure refusal(session &present, std::uint32_t type, std::string_view payload);
+[[nodiscard]] failure refusal(gateway_session &session, std::uint32_t type,
+                              std::string_view payload);
 
 /// Hears what the gateway reports, from before a question on. Of the reports that nobody has asked
 /// for it keeps the newest, max_kept_reports and max_kept_report_bytes of them.
-class report_ear {
+class report_subscription {
   public:
     using rule = std::function<bool(const lan_client::report &)>;
 
     /// Connects, unless the key of an activated gateway is missing.
-    explicit report_ear(session &present);
-    report_ear(const report_ear &) = delete;
-    report_ear &operator=(const report_ear &) = delete;
+    explicit report_subscription(gateway_session &session);
+    report_subscription(const report_subscription &) = delete;
+    report_subscription &operator=(const report_subscription &) = delete;
 
     /// The first report not yet taken that the rule wants, taken; nothing when none has come
     /// within the limit. Throws a failure when the connection is lost.
@@ -61,14 +63,14 @@ class report_ear {
         std::size_t bytes = 0;
         lan_client::error lost;
 
-        void keep(const lan_client::report &told);
+        void keep(const lan_client::report &report);
         lan_client::report remove(std::size_t index);
     };
 
     // Looks at the reports from the one that `unseen` counts on; it is moved on behind them.
     std::optional<lan_client::report> take(const rule &wanted, uint64_t &unseen);
 
-    session &present_;
+    gateway_session &session_;
     std::shared_ptr<heard> heard_ = std::make_shared<heard>();
     lan_client::client &client_;
 };

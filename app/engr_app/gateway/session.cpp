@@ -27,72 +27,75 @@ std::chrono::milliseconds given_or(double seconds, std::chrono::milliseconds oth
 }
 
 // Anybody can announce any number of gateways.
-bool has_room(const heard_gateways &heard, std::size_t at_same_address) {
-    return heard.announcements.size() < lan_client::max_heard_gateways &&
+bool has_room(const discovery_result &result, std::size_t at_same_address) {
+    return result.announcements.size() < lan_client::max_heard_gateways &&
            at_same_address < lan_client::max_heard_at_one_address;
 }
 
 } // namespace
 
-session::session(const global_options &options, console &out,
-                 std::shared_ptr<frame_recorder> recorder)
+gateway_session::gateway_session(const global_options &options, console &out,
+                                 std::shared_ptr<frame_recorder> recorder)
     : options_(options), out_(out), recorder_(std::move(recorder)) {}
 
-session::session(const global_options &options, console &out,
-                 std::shared_ptr<frame_recorder> recorder, gateway target, std::string file_mark)
-    : session(options, out, std::move(recorder)) {
+gateway_session::gateway_session(const global_options &options, console &out,
+                                 std::shared_ptr<frame_recorder> recorder, gateway target,
+                                 std::string file_mark)
+    : gateway_session(options, out, std::move(recorder)) {
     chosen_ = std::move(target);
     file_mark_ = std::move(file_mark);
 }
 
-std::chrono::milliseconds session::listen_time() const {
+std::chrono::milliseconds gateway_session::discovery_time() const {
     return given_or(options_.timeout_s, default_listen_time);
 }
 
-std::chrono::milliseconds session::answer_time() const {
+std::chrono::milliseconds gateway_session::answer_time() const {
     return given_or(options_.timeout_s, default_answer_time);
 }
 
-void session::observe(const lan_client::traffic &seen) {
+void gateway_session::observe(const lan_client::traffic &seen) {
     if (options_.verbose) {
-        out_.trace(frame_words(seen));
+        out_.trace(format_frame(seen));
     }
     if (recorder_) {
         recorder_->write(seen);
     }
 }
 
-lan_client::traffic_observer session::observer() {
+lan_client::traffic_observer gateway_session::observer() {
     if (!options_.verbose && !recorder_) {
         return {};
     }
     return [this](const lan_client::traffic &seen) { observe(seen); };
 }
 
-heard_gateways session::listen(std::chrono::milliseconds limit, const stop_rule &enough) {
-    return listen(options_.interface_name, limit, enough);
+discovery_result gateway_session::discover(std::chrono::milliseconds limit,
+                                           const stop_rule &enough) {
+    return discover(options_.interface_name, limit, enough);
 }
 
-heard_gateways session::listen(const std::string &interface_name, std::chrono::milliseconds limit,
-                               const stop_rule &enough) {
-    heard_gateways heard;
+discovery_result gateway_session::discover(const std::string &interface_name,
+                                           std::chrono::milliseconds limit,
+                                           const stop_rule &enough) {
+    discovery_result result;
     std::map<std::string, std::size_t> at_address;
     bool stop = false;
     const auto hear = [&](const lan_client::parsed_datagram &datagram) {
-        heard.unreadable += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
+        result.unreadable += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
         if (datagram.kind != lan_client::datagram_kind::announcement) {
             return;
         }
-        const announcement &said = datagram.said;
-        const auto known = std::ranges::find_if(heard.announcements, [&](const auto &other) {
-            return other.id == said.id && other.address == said.address;
+        const announcement &announced = datagram.said;
+        const auto known = std::ranges::find_if(result.announcements, [&](const auto &other) {
+            return other.id == announced.id && other.address == announced.address;
         });
-        const bool awaited = enough && enough(said);
-        if (known != heard.announcements.end()) {
-            *known = said;
-        } else if (awaited || has_room(heard, at_address[said.address])) {
-            heard.announcements.push_back(said);
-            ++at_address[said.address];
+        const bool awaited = enough && enough(announced);
+        if (known != result.announcements.end()) {
+            *known = announced;
+        } else if (awaited || has_room(result, at_address[announced.address])) {
+            result.announcements.push_back(announced);
+            ++at_address[announced.address];
         }
         stop = stop || awaited;
     };
@@ -102,32 +105,32 @@ heard_gateways session::listen(const std::string &interface_name, std::chrono::m
                       "can't listen for gateways: " + problem.detail);
     }
     loop_.run_until([&stop] { return stop; }, limit);
-    std::ranges::sort(heard.announcements, {},
+    std::ranges::sort(result.announcements, {},
                       [](const announcement &one) { return std::pair(one.id, one.address); });
-    return heard;
+    return result;
 }
 
-gateway session::find_by_id(const std::string &id) {
+gateway gateway_session::find_by_id(const std::string &id) {
     out_.progress("listening for gateway " + id + " on " + options_.interface_name + " ...");
-    const heard_gateways heard =
-        listen(listen_time(), [&id](const announcement &said) { return said.id == id; });
-    if (const announcement *said = heard.find_id(id)) {
-        return from_announcement(*said);
+    const discovery_result result = discover(
+        discovery_time(), [&id](const announcement &announced) { return announced.id == id; });
+    if (const announcement *announced = result.find_id(id)) {
+        return from_announcement(*announced);
     }
-    throw not_found(heard, id, options_.interface_name);
+    throw not_found(result, id, options_.interface_name);
 }
 
-gateway session::find_only() {
+gateway gateway_session::find_only() {
     out_.progress("listening for gateways on " + options_.interface_name +
                   " (--gateway ADDRESS saves the wait) ...");
-    const heard_gateways heard = listen(listen_time());
-    if (heard.announcements.size() != 1) {
-        throw not_found(heard, "", options_.interface_name);
+    const discovery_result result = discover(discovery_time());
+    if (result.announcements.size() != 1) {
+        throw not_found(result, "", options_.interface_name);
     }
-    return from_announcement(heard.announcements.front());
+    return from_announcement(result.announcements.front());
 }
 
-const gateway &session::chosen() {
+const gateway &gateway_session::chosen() {
     if (!chosen_) {
         const std::string named = options_.gateways.empty() ? "" : options_.gateways.front();
         chosen_ = parse_address(named);
@@ -140,22 +143,23 @@ const gateway &session::chosen() {
     return *chosen_;
 }
 
-const std::optional<announcement> &session::chosen_announcement() {
+const std::optional<announcement> &gateway_session::chosen_announcement() {
     chosen();
     if (!chosen_->announced) {
         out_.progress("listening for the announcement of " + chosen_->name() + " on " +
                       options_.interface_name + " ...");
         const std::string &address = chosen_->address;
-        const heard_gateways heard = listen(
-            listen_time(), [&](const announcement &said) { return said.address == address; });
-        if (const announcement *said = heard.find_address(address)) {
-            chosen_->announced = *said;
+        const discovery_result result =
+            discover(discovery_time(),
+                     [&](const announcement &announced) { return announced.address == address; });
+        if (const announcement *announced = result.find_address(address)) {
+            chosen_->announced = *announced;
         }
     }
     return chosen_->announced;
 }
 
-const std::string &session::local_key() {
+const std::string &gateway_session::local_key() {
     const gateway &target = chosen();
     auto found = options_.keys.find(target.label());
     if (found == options_.keys.end()) {
@@ -164,12 +168,12 @@ const std::string &session::local_key() {
     return found == options_.keys.end() ? options_.local_key : found->second;
 }
 
-bool session::key_at_hand() {
+bool gateway_session::key_at_hand() {
     const gateway &target = chosen();
     return !local_key().empty() || !target.announced || !target.announced->activated;
 }
 
-std::string session::output_path(const std::string &path) const {
+std::string gateway_session::output_path(const std::string &path) const {
     if (file_mark_.empty()) {
         return path;
     }
@@ -181,7 +185,7 @@ std::string session::output_path(const std::string &path) const {
 
 // Every app knows the built-in key. Whoever answers with it, perhaps in the gateway's place, must
 // not make an app that was given a better one use it.
-std::vector<lan_client::aes_key> session::usable_keys() {
+std::vector<lan_client::aes_key> gateway_session::usable_keys() {
     const auto local = lan_client::aes_key::from_text(local_key());
     if (!local) {
         return {lan_client::unactivated_key()};
@@ -192,22 +196,22 @@ std::vector<lan_client::aes_key> session::usable_keys() {
     return {*local, lan_client::unactivated_key()};
 }
 
-lan_client::client_events session::with_signs() {
+lan_client::client_events gateway_session::monitored_events() {
     return {.on_report =
-                [this](const lan_client::report &told) {
-                    if (told.under_built_in_key) {
+                [this](const lan_client::report &report) {
+                    if (report.under_built_in_key) {
                         warn_of_built_in_key();
                     }
-                    signs_.hear(told);
+                    monitor_.hear(report);
                     if (verb_events_.on_report) {
-                        verb_events_.on_report(told);
+                        verb_events_.on_report(report);
                     }
                 },
             .on_link =
                 [this](const lan_client::link_change &change) {
                     linked_ = change.state == lan_client::link_state::connected;
                     if (!linked_) {
-                        signs_.forget(); // the upgrade has ended with the connection
+                        monitor_.forget(); // the upgrade has ended with the connection
                     }
                     if (verb_events_.on_link) {
                         verb_events_.on_link(change);
@@ -216,7 +220,7 @@ lan_client::client_events session::with_signs() {
             .on_traffic = observer()};
 }
 
-lan_client::client &session::connect(bool reconnect, lan_client::client_events events) {
+lan_client::client &gateway_session::connect(bool reconnect, lan_client::client_events events) {
     const gateway &target = chosen();
     lan_client::client_options wanted;
     wanted.address = target.address;
@@ -228,14 +232,14 @@ lan_client::client &session::connect(bool reconnect, lan_client::client_events e
     wanted.keys = usable_keys();
     linked_ = false;
     verb_events_ = std::move(events);
-    client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), with_signs());
+    client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), monitored_events());
     client_->open();
     return *client_;
 }
 
 // A gateway that was named by its address may be activated without our knowing. What is asked here
 // is answered under the key that it uses, and an answer under another one is a failure.
-void session::require_shown_key(const std::vector<lan_client::request> &requests) {
+void gateway_session::require_shown_key(const std::vector<lan_client::request> &requests) {
     const bool secret = std::ranges::any_of(requests, [](const lan_client::request &one) {
         return one.type == lan_client::frame_type::token_bind ||
                one.type == lan_client::frame_type::wifi_modify;
@@ -249,8 +253,8 @@ void session::require_shown_key(const std::vector<lan_client::request> &requests
     }
 }
 
-std::vector<lan_client::answer> session::ask(std::vector<lan_client::request> requests,
-                                             bool need_key) {
+std::vector<lan_client::answer> gateway_session::ask(std::vector<lan_client::request> requests,
+                                                     bool need_key) {
     if (need_key) {
         require_key();
     }
@@ -270,7 +274,7 @@ std::vector<lan_client::answer> session::ask(std::vector<lan_client::request> re
         client.ask(std::move(requests[index]),
                    [this, now, index](const lan_client::answer &outcome) {
                        now->answers[index] = outcome;
-                       signs_.hear(outcome);
+                       monitor_.hear(outcome);
                        --now->missing;
                        if (outcome.failure && !now->first_failure) {
                            now->first_failure = outcome.failure;

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "base/failure.h"
-#include "gateway/frame_format.h"
+#include "gateway/format.h"
 #include "gateway/gateway.h"
 #include "gateway/upgrade_monitor.h"
 #include "terminal/console.h"
@@ -36,30 +36,32 @@ struct global_options {
 
 /// One run of a verb with at most one gateway; several run at once, each on a thread of its own.
 /// Its functions throw `failure` with a sentence that says what to do.
-class session {
+class gateway_session {
   public:
     using stop_rule = std::function<bool(const lan_client::announcement &)>;
 
     /// A session that finds its gateway by itself; `recorder` may be absent.
-    session(const global_options &options, console &out, std::shared_ptr<frame_recorder> recorder);
+    gateway_session(const global_options &options, console &out,
+                    std::shared_ptr<frame_recorder> recorder);
 
     /// A session of one among several gateways; files that it writes get the mark.
-    session(const global_options &options, console &out, std::shared_ptr<frame_recorder> recorder,
-            gateway target, std::string file_mark);
+    gateway_session(const global_options &options, console &out,
+                    std::shared_ptr<frame_recorder> recorder, gateway target,
+                    std::string file_mark);
 
     [[nodiscard]] lan_client::event_loop &loop() { return loop_; }
     [[nodiscard]] console &out() { return out_; }
     [[nodiscard]] const global_options &options() const { return options_; }
-    [[nodiscard]] std::chrono::milliseconds listen_time() const;
+    [[nodiscard]] std::chrono::milliseconds discovery_time() const;
     [[nodiscard]] std::chrono::milliseconds answer_time() const;
 
     /// What shows and records frames, for what a verb sends and hears by itself.
     [[nodiscard]] lan_client::traffic_observer observer();
 
     /// Listens for gateways until the rule says that one is enough, or for `limit`.
-    heard_gateways listen(std::chrono::milliseconds limit, const stop_rule &enough = {});
-    heard_gateways listen(const std::string &interface_name, std::chrono::milliseconds limit,
-                          const stop_rule &enough = {});
+    discovery_result discover(std::chrono::milliseconds limit, const stop_rule &enough = {});
+    discovery_result discover(const std::string &interface_name, std::chrono::milliseconds limit,
+                              const stop_rule &enough = {});
 
     /// The gateway that the user named, or the only one there is; looked for once.
     const gateway &chosen();
@@ -98,9 +100,6 @@ class session {
     [[nodiscard]] failure explain(const lan_client::answer &unanswered);
     [[nodiscard]] failure explain(const lan_client::error &problem);
 
-    /// The payload of an answer; throws what explains a missing or refusing one.
-    std::string accepted(const lan_client::answer &answered);
-
   private:
     void observe(const lan_client::traffic &seen);
     gateway find_by_id(const std::string &id);
@@ -108,7 +107,7 @@ class session {
     void require_key();
     void require_shown_key(const std::vector<lan_client::request> &requests);
     void warn_of_built_in_key();
-    lan_client::client_events with_signs();
+    lan_client::client_events monitored_events();
     std::optional<lan_client::answer> ask_unless(lan_client::request wanted,
                                                  const std::function<bool()> &stop);
     void look_again(const std::function<bool()> &stop);
@@ -125,7 +124,7 @@ class session {
     lan_client::event_loop loop_;
     std::optional<gateway> chosen_;
     std::string file_mark_;
-    upgrade_signs signs_;
+    upgrade_monitor monitor_;
     lan_client::client_events verb_events_; // as long as the verb works
     bool linked_ = false;                   // the gateway has answered over the present connection
     bool upgrade_is_own_ = false;

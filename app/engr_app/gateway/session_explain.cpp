@@ -24,7 +24,7 @@ std::string seconds_text(std::chrono::milliseconds time) {
 } // namespace
 
 // A gateway on a network is out of reach of a socket that stays on the loopback interface.
-std::string session::elsewhere_hint() const {
+std::string gateway_session::elsewhere_hint() const {
     const bool on_loopback = options_.interface_name == "lo";
     const bool address_elsewhere = chosen_ && !chosen_->address.starts_with("127.");
     return on_loopback && address_elsewhere
@@ -32,7 +32,7 @@ std::string session::elsewhere_hint() const {
                : "";
 }
 
-std::string session::wrong_key_sentence() {
+std::string gateway_session::wrong_key_sentence() {
     const std::string what = "the answer of " + chosen_->name() + " can't be decrypted: ";
     return local_key().empty()
                ? what + "if it is activated, give its local key with --local-key or in "
@@ -42,7 +42,7 @@ std::string session::wrong_key_sentence() {
                         "or --key-file";
 }
 
-std::string session::deactivated_sentence() {
+std::string gateway_session::deactivated_sentence() {
     return chosen_->name() +
            " answers with the key that every app knows, although a local key was given: it was "
            "deactivated or never activated, or something else answers in its place. Nothing was "
@@ -50,13 +50,13 @@ std::string session::deactivated_sentence() {
            "key, or give --accept-deactivated";
 }
 
-void session::warn_of_built_in_key() {
+void gateway_session::warn_of_built_in_key() {
     if (!std::exchange(warned_of_built_in_key_, true)) {
         out_.notice(deactivated_sentence());
     }
 }
 
-failure session::explain(const lan_client::error &problem) {
+failure gateway_session::explain(const lan_client::error &problem) {
     const std::string name = chosen().name();
     const auto sentence = [&]() -> std::string {
         switch (problem.kind) {
@@ -106,7 +106,7 @@ failure session::explain(const lan_client::error &problem) {
     return {lan_client::error_name(problem.kind), sentence()};
 }
 
-failure session::explain(const lan_client::answer &unanswered) {
+failure gateway_session::explain(const lan_client::answer &unanswered) {
     const auto *info = lan_client::find_frame_type(unanswered.type);
     const std::string type = lan_client::frame_type_text(unanswered.type);
     if (unanswered.failure.kind != error_kind::timed_out ||
@@ -127,7 +127,7 @@ failure session::explain(const lan_client::answer &unanswered) {
                            "the device and the data points"};
 }
 
-void session::require_key() {
+void gateway_session::require_key() {
     if (!key_at_hand()) {
         throw failure("local_key",
                       chosen().name() +
@@ -135,18 +135,6 @@ void session::require_key() {
                           "--local-key, or in the environment variable "
                           "ENGR_LOCAL_KEY or a --key-file, which no process list shows");
     }
-}
-
-std::string session::accepted(const lan_client::answer &answered) {
-    if (answered.failure) {
-        throw explain(answered);
-    }
-    if (answered.ret != 0) {
-        throw failure("refused_by_gateway",
-                      chosen().name() + " refused " + lan_client::frame_type_text(answered.type) +
-                          ": " + (answered.payload.empty() ? "no reason given" : answered.payload));
-    }
-    return answered.payload;
 }
 
 } // namespace engr_app

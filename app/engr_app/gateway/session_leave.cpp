@@ -25,60 +25,60 @@ lan_client::request empty_device_command() {
     return json_request(lan_client::frame_type::tp_cmd, nlohmann::json::object());
 }
 
-std::string upgrade_name(const upgrade_signs &signs) {
-    return signs.id().empty() ? "an upgrade" : "an upgrade of " + signs.id();
+std::string upgrade_name(const upgrade_monitor &monitor) {
+    return monitor.id().empty() ? "an upgrade" : "an upgrade of " + monitor.id();
 }
 
 } // namespace
 
-std::optional<answer> session::ask_unless(lan_client::request wanted,
-                                          const std::function<bool()> &stop) {
+std::optional<answer> gateway_session::ask_unless(lan_client::request wanted,
+                                                  const std::function<bool()> &stop) {
     // Shared, because the answer may come after this function has given up on it.
     const auto got = std::make_shared<std::optional<answer>>();
     client_->ask(std::move(wanted), [got](const answer &outcome) { *got = outcome; });
     // The client itself bounds the wait.
     loop_.run_until([&] { return got->has_value() || stop(); }, 24h);
     if (*got) {
-        signs_.hear(**got);
+        monitor_.hear(**got);
     }
     return *got;
 }
 
-void session::look_again(const std::function<bool()> &stop) {
-    const bool refused_before = signs_.refuses_commands();
+void gateway_session::look_again(const std::function<bool()> &stop) {
+    const bool refused_before = monitor_.refuses_commands();
     const auto refused = ask_unless(empty_device_command(), stop);
     if (!refused || refused->failure || refused->payload == "device is upgrading...") {
         return;
     }
     if (refused_before) {
-        return signs_.forget();
+        return monitor_.forget();
     }
     // Only an announcement shows whether a device is being upgraded.
-    ask_unless(standing_request({}), stop);
+    ask_unless(upgrade_status_request({}), stop);
 }
 
-void session::stay(const std::function<bool()> &stop) {
-    const std::string name = upgrade_name(signs_);
+void gateway_session::stay(const std::function<bool()> &stop) {
+    const std::string name = upgrade_name(monitor_);
     out_.notice(name + " is under way on " + chosen().name() +
                 ", and the end of any connection ends it: staying connected until it is over "
                 "(Ctrl-C leaves now and so ends the upgrade)");
-    while (signs_.running() && !stop()) {
-        if (upgrade_signs::clock::now() - signs_.moved() > stall_limit) {
+    while (monitor_.running() && !stop()) {
+        if (upgrade_monitor::clock::now() - monitor_.moved() > stall_limit) {
             return out_.notice(name + " has made no progress for 10 minutes; leaving");
         }
-        const auto heard = signs_.heard();
+        const auto report = monitor_.heard();
         // While reports come more often than this nothing has to be asked.
-        loop_.run_until([&] { return !signs_.running() || stop(); }, answer_time());
-        if (signs_.running() && !stop() && signs_.heard() == heard) {
+        loop_.run_until([&] { return !monitor_.running() || stop(); }, answer_time());
+        if (monitor_.running() && !stop() && monitor_.heard() == report) {
             look_again(stop);
         }
     }
     if (linked_) {
-        out_.notice(signs_.running() ? "left, which ends " + name : name + " is over");
+        out_.notice(monitor_.running() ? "left, which ends " + name : name + " is over");
     }
 }
 
-void session::leave() {
+void gateway_session::leave() {
     verb_events_ = {};
     if (!client_ || !linked_ || upgrade_is_own_ || !key_at_hand()) {
         return;
@@ -86,17 +86,17 @@ void session::leave() {
     const auto interrupted = std::make_shared<bool>(false);
     loop_.on_interrupt([interrupted] { *interrupted = true; });
     const auto stop = [&] { return *interrupted || !linked_; };
-    if (!signs_.running()) {
+    if (!monitor_.running()) {
         ask_unless(empty_device_command(), stop);
     }
-    if (signs_.running() && !stop()) {
+    if (monitor_.running() && !stop()) {
         stay(stop);
     }
 }
 
-void session::own_upgrade(bool own) {
+void gateway_session::own_upgrade(bool own) {
     upgrade_is_own_ = own;
-    signs_.forget();
+    monitor_.forget();
 }
 
 } // namespace engr_app

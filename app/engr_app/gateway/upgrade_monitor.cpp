@@ -14,7 +14,7 @@ namespace frame_type = lan_client::frame_type;
 
 } // namespace
 
-void upgrade_signs::show(const std::string &id) {
+void upgrade_monitor::show(const std::string &id) {
     heard_ = clock::now();
     if (!running_) {
         running_ = true;
@@ -28,8 +28,8 @@ void upgrade_signs::show(const std::string &id) {
     }
 }
 
-void upgrade_signs::hear_percent(const lan_client::report &told) {
-    const nlohmann::json body = parse_json(told.payload);
+void upgrade_monitor::hear_percent(const lan_client::report &report) {
+    const nlohmann::json body = parse_json(report.payload);
     const auto percent = member_count(body, "progress");
     if (!percent) {
         return;
@@ -44,34 +44,34 @@ void upgrade_signs::hear_percent(const lan_client::report &told) {
     }
 }
 
-void upgrade_signs::hear(const lan_client::report &told) {
-    if (!told.readable || told.ret != 0) {
+void upgrade_monitor::hear(const lan_client::report &report) {
+    if (!report.readable || report.ret != 0) {
         return;
     }
-    if (told.type == frame_type::upgrade_percent_rpt) {
-        hear_percent(told);
-    } else if (told.type == frame_type::subdevice_update_rpt) {
+    if (report.type == frame_type::upgrade_percent_rpt) {
+        hear_percent(report);
+    } else if (report.type == frame_type::subdevice_update_rpt) {
         forget();
     }
 }
 
-void upgrade_signs::hear(const lan_client::answer &told) {
-    if (told.failure) {
+void upgrade_monitor::hear(const lan_client::answer &report) {
+    if (report.failure) {
         return;
     }
     const bool announced =
-        told.type == frame_type::chk_soft_ver || told.type == frame_type::dev_upgrade_info;
-    if (announced && told.ret == 0) {
-        const nlohmann::json body = parse_json(told.payload);
+        report.type == frame_type::chk_soft_ver || report.type == frame_type::dev_upgrade_info;
+    if (announced && report.ret == 0) {
+        const nlohmann::json body = parse_json(report.payload);
         const std::string state = member_text(body, "updateStatus");
         if (state == "0") {
             forget();
         } else if (!state.empty()) {
             show(member_text(body, "updateCid"));
         }
-    } else if (told.ret != 0 && told.payload == "dev is upgrading") {
+    } else if (report.ret != 0 && report.payload == "dev is upgrading") {
         show("");
-    } else if (told.ret != 0 && told.payload == "device is upgrading...") {
+    } else if (report.ret != 0 && report.payload == "device is upgrading...") {
         show("");
         refuses_commands_ = true;
     }

@@ -12,12 +12,12 @@ namespace engr_app {
 /// Collects the signs from what a gateway says anyway: its progress reports, the state in the
 /// answer to an announcement, and the refusals of a gateway that is upgrading. Used on the loop's
 /// thread.
-class upgrade_signs {
+class upgrade_monitor {
   public:
     using clock = std::chrono::steady_clock;
 
-    void hear(const lan_client::report &told);
-    void hear(const lan_client::answer &told);
+    void hear(const lan_client::report &report);
+    void hear(const lan_client::answer &report);
 
     /// The upgrade is over, as far as can be known.
     void forget() { running_ = false; }
@@ -38,7 +38,7 @@ class upgrade_signs {
 
   private:
     void show(const std::string &id);
-    void hear_percent(const lan_client::report &told);
+    void hear_percent(const lan_client::report &report);
 
     bool running_ = false;
     bool refuses_commands_ = false;

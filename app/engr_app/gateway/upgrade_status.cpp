@@ -31,7 +31,7 @@ lan_client::request announce_request(const upgrade_order &order) {
     return json_request(frame_type::dev_upgrade_info, body);
 }
 
-lan_client::request standing_request(const upgrade_order &order) {
+lan_client::request upgrade_status_request(const upgrade_order &order) {
     upgrade_order none = order;
     none.image_bytes = 0;
     return announce_request(none);
@@ -42,10 +42,10 @@ lan_client::request start_request(const upgrade_order &order, const std::string 
                         {{"cid", target_id}, {"firmwareType", firmware_type(order)}});
 }
 
-upgrade_standing parse_standing(const upgrade_order &order, std::string_view payload) {
+upgrade_status parse_upgrade_status(const upgrade_order &order, std::string_view payload) {
     const json body = parse_json(payload);
     if (!body.is_object() || !body.contains("updateStatus") || !body.contains("softVer")) {
-        throw not_understood("answer to an announcement", payload);
+        throw malformed_answer("answer to an announcement", payload);
     }
     return {.running = member_text(body, "updateStatus") != "0",
             .running_id = member_text(body, "updateCid"),

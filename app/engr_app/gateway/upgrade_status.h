@@ -28,7 +28,7 @@ struct upgrade_order {
 };
 
 /// What a gateway answers to an announcement.
-struct upgrade_standing {
+struct upgrade_status {
     bool running = false;   ///< an upgrade is under way, of whatever device
     std::string running_id; ///< of the device last upgraded, even long ago
     std::string target_id;  ///< of the device that the announcement is for
@@ -42,14 +42,15 @@ struct upgrade_standing {
 [[nodiscard]] lan_client::request announce_request(const upgrade_order &order);
 
 /// Announces no image: asks only for the standing.
-[[nodiscard]] lan_client::request standing_request(const upgrade_order &order);
+[[nodiscard]] lan_client::request upgrade_status_request(const upgrade_order &order);
 
 /// Starts the upgrade with the image last announced by anybody.
 [[nodiscard]] lan_client::request start_request(const upgrade_order &order,
                                                 const std::string &target_id);
 
 /// Throws a failure when the payload is not the answer to an announcement.
-[[nodiscard]] upgrade_standing parse_standing(const upgrade_order &order, std::string_view payload);
+[[nodiscard]] upgrade_status parse_upgrade_status(const upgrade_order &order,
+                                                  std::string_view payload);
 
 /// Gateways don't tell versions of devices apart that differ in the case of letters only.
 [[nodiscard]] bool same_version(const std::string &left, const std::string &right);

@@ -42,7 +42,7 @@ json part(const json &object, const char *name) {
     return object.is_object() ? object.value(name, json()) : json();
 }
 
-std::string value_words(const json &value) {
+std::string value_text(const json &value) {
     return value.is_null()      ? "not known"
            : value.is_boolean() ? (value.get<bool>() ? "yes" : "no")
            : value.is_string()  ? value.get<std::string>()
@@ -96,7 +96,7 @@ class comparison {
                        const json &after) {
         if (before != after) {
             add(item, "", before, after,
-                words + ": " + value_words(before) + " before, " + value_words(after) + " now");
+                words + ": " + value_text(before) + " before, " + value_text(after) + " now");
         }
     }
 
@@ -135,13 +135,13 @@ class comparison {
         const std::string name = "device " + id;
         if (part(before, "pid") != part(after, "pid")) {
             add("pid", id, part(before, "pid"), part(after, "pid"),
-                name + " is another product: " + value_words(part(before, "pid")) + " before, " +
-                    value_words(part(after, "pid")) + " now");
+                name + " is another product: " + value_text(part(before, "pid")) + " before, " +
+                    value_text(part(after, "pid")) + " now");
         }
         if (part(before, "sw_ver") != part(after, "sw_ver")) {
             add("sw_ver", id, part(before, "sw_ver"), part(after, "sw_ver"),
-                name + " has version " + value_words(part(after, "sw_ver")) + ", before " +
-                    value_words(part(before, "sw_ver")));
+                name + " has version " + value_text(part(after, "sw_ver")) + ", before " +
+                    value_text(part(before, "sw_ver")));
         }
         const json online = part(after, "online");
         if (part(before, "online") != online) {

@@ -3,10 +3,9 @@
 
 #include "base/escape.h"
 #include "base/json_text.h"
-#include "gateway/announcement_json.h"
 #include "gateway/data_points.h"
-#include "gateway/device_versions.h"
 #include "gateway/devices.h"
+#include "gateway/gateway.h"
 #include "gateway/request.h"
 #include "gateway/session.h"
 #include "lan_client/crypto.h"
@@ -24,20 +23,20 @@ namespace frame_type = lan_client::frame_type;
 
 constexpr std::size_t max_markdown_columns = 300;
 
-json gateway_json(session &present) {
-    const auto &announced = present.chosen_announcement();
+json gateway_json(gateway_session &session) {
+    const auto &announced = session.chosen_announcement();
     json about = announced ? announcement_json(*announced)
                            : json{{"id", nullptr},
                                   {"version", nullptr},
                                   {"product_key", nullptr},
                                   {"activated", nullptr}};
-    about["address"] = present.chosen().place();
+    about["address"] = session.chosen().place();
     return about;
 }
 
-json channel_json(session &present, const lan_client::answer &answered, json &notes) {
+json channel_json(gateway_session &session, const lan_client::answer &answered, json &notes) {
     try {
-        const json channel = parse_json(agreed(present, answered));
+        const json channel = parse_json(expect_success(session, answered));
         return channel.is_object() ? channel.value("channel", json()) : json();
     } catch (const failure &refused) {
         notes.push_back(std::string("The channel is not known: ") + refused.what());
@@ -46,38 +45,38 @@ json channel_json(session &present, const lan_client::answer &answered, json &no
 }
 
 // A gateway without a configuration refuses to read one.
-json config_json(session &present, const lan_client::answer &answered) {
+json config_json(gateway_session &session, const lan_client::answer &answered) {
     if (!answered.failure && answered.ret != 0) {
         return {};
     }
-    const std::string content = present.accepted(answered);
+    const std::string content = expect_success(session, answered);
     return {{"bytes", content.size()}, {"sha256", lan_client::sha256_text(content)}};
 }
 
-void add_data_points(session &present, json &devices) {
+void add_data_points(gateway_session &session, json &devices) {
     ask_of_each(
-        present, devices, "data points",
+        session, devices, "data points",
         [](const json &device) {
             return json_request(frame_type::local_dp_query, {{"cid", device["cid"]}});
         },
         [&](json &device, const lan_client::answer &answered) {
             // A device that has told none yet is refused.
-            const bool told = answered.failure || answered.ret == 0;
+            const bool answers = answered.failure || answered.ret == 0;
             const json state =
-                told ? parse_device_state(present.accepted(answered)) : json::object();
+                answers ? parse_device_state(expect_success(session, answered)) : json::object();
             device["dps"] = state.is_object() ? state.value("dps", json::object()) : json();
         });
 }
 
 // The version of the gateway's firmware, and those of its devices.
-void add_all_versions(session &present, json &report) {
-    report["gateway"]["sw_ver"] = add_versions(present, report["devices"]);
+void add_all_versions(gateway_session &session, json &report) {
+    report["gateway"]["sw_ver"] = add_versions(session, report["devices"]);
 }
 
 // A cell of a Markdown table: one line in which nothing is markup.
 std::string cell(const std::string &text) {
     std::string escaped;
-    for (const char character : safe_text(text, max_markdown_columns)) {
+    for (const char character : escape_for_terminal(text, max_markdown_columns)) {
         if (std::string_view("\\`*_[]<>|#~").find(character) != std::string_view::npos) {
             escaped += '\\';
         }
@@ -139,25 +138,25 @@ std::string markdown_devices(const json &devices) {
 
 } // namespace
 
-json ask_site_report(session &present, const site_report_extent &extent) {
-    json report{{"site_report", 1}, {"notes", json::array()}, {"gateway", gateway_json(present)}};
-    const auto answers = present.ask({device_list_request(),
+json ask_site_report(gateway_session &session, const site_report_extent &extent) {
+    json report{{"site_report", 1}, {"notes", json::array()}, {"gateway", gateway_json(session)}};
+    const auto answers = session.ask({device_list_request(),
                                       line_state_request(),
                                       {.type = frame_type::get_channel},
                                       {.type = frame_type::read_app_cfg}});
     report["time"] = time_text();
-    report["devices"] = accepted_devices(present, answers[0], answers[1]);
-    report["channel"] = channel_json(present, answers[2], report["notes"]);
-    report["app_config"] = config_json(present, answers[3]);
+    report["devices"] = accepted_devices(session, answers[0], answers[1]);
+    report["channel"] = channel_json(session, answers[2], report["notes"]);
+    report["app_config"] = config_json(session, answers[3]);
     if (report["gateway"]["id"].is_null()) {
         report["notes"].push_back("The gateway was not heard, so its id, version and activation "
                                   "are not known.");
     }
     if (extent.data_points) {
-        add_data_points(present, report["devices"]);
+        add_data_points(session, report["devices"]);
     }
     if (extent.versions) {
-        add_all_versions(present, report);
+        add_all_versions(session, report);
     }
     return report;
 }

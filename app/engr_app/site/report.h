@@ -7,7 +7,7 @@
 
 namespace engr_app {
 
-class session;
+class gateway_session;
 
 /// What costs a request a device.
 struct site_report_extent {
@@ -24,7 +24,8 @@ struct site_report_extent {
 ///
 /// What is not known or does not exist is null. "dps" is only there with `data_points`, "sw_ver" of
 /// the gateway and the devices with `versions`.
-[[nodiscard]] nlohmann::json ask_site_report(session &present, const site_report_extent &extent);
+[[nodiscard]] nlohmann::json ask_site_report(gateway_session &session,
+                                             const site_report_extent &extent);
 
 /// The report as Markdown without the end of its last line; safe to show whatever the gateway said.
 [[nodiscard]] std::string site_report_markdown(const nlohmann::json &report);

@@ -47,7 +47,7 @@ void console::table(const row &header, const std::vector<row> &rows) {
     std::vector<std::size_t> widths(header.size(), 0);
     for (row &cells : lines) {
         for (std::size_t column = 0; column < cells.size(); ++column) {
-            cells[column] = safe_text(cells[column], max_cell_columns);
+            cells[column] = escape_for_terminal(cells[column], max_cell_columns);
             widths[column] = std::max(widths[column], text_columns(cells[column]));
         }
     }
@@ -64,7 +64,7 @@ void console::table(const row &header, const std::vector<row> &rows) {
             }
         }
         if (screen_.output_is_terminal()) {
-            one = safe_text(one, screen_.columns());
+            one = escape_for_terminal(one, screen_.columns());
         }
         const bool bold = colour_ && number == 0;
         shown += (bold ? "\x1b[1m" : "") + one + (bold ? "\x1b[0m" : "") + '\n';
@@ -74,11 +74,11 @@ void console::table(const row &header, const std::vector<row> &rows) {
 
 void console::facts(const std::vector<std::pair<std::string, std::string>> &named) {
     if (!gateway_name_.empty()) {
-        kept_results::table told{{"FACT", "VALUE"}, {}};
+        kept_results::table kept{{"FACT", "VALUE"}, {}};
         for (const auto &[name, value] : named) {
-            told.rows.push_back({name, value});
+            kept.rows.push_back({name, value});
         }
-        kept_.tables.push_back(std::move(told));
+        kept_.tables.push_back(std::move(kept));
         return;
     }
     std::size_t widest = 0;
@@ -87,14 +87,14 @@ void console::facts(const std::vector<std::pair<std::string, std::string>> &name
     }
     std::string shown;
     for (const auto &[name, value] : named) {
-        shown +=
-            padded(name + ":", widest + 1 + column_gap) + safe_text(value, max_cell_columns) + '\n';
+        shown += padded(name + ":", widest + 1 + column_gap) +
+                 escape_for_terminal(value, max_cell_columns) + '\n';
     }
     screen_.output(shown);
 }
 
 void console::line(std::string_view text) {
-    screen_.output(safe_text(prefix_ + std::string(text), max_line_columns) + '\n');
+    screen_.output(escape_for_terminal(prefix_ + std::string(text), max_line_columns) + '\n');
 }
 
 void console::text(std::string_view text) {
@@ -134,7 +134,7 @@ void console::json_line(const nlohmann::json &value) {
 }
 
 void console::message(std::string_view sentence, std::size_t max_columns) {
-    screen_.message(safe_text(prefix_ + std::string(sentence), max_columns) + '\n');
+    screen_.message(escape_for_terminal(prefix_ + std::string(sentence), max_columns) + '\n');
 }
 
 void console::progress(std::string_view sentence) {
@@ -160,15 +160,15 @@ void console::trace(std::string_view text) {
 }
 
 void console::problem(const std::string &kind, std::string_view sentence) {
-    screen_.message("engr_app: " + safe_text(prefix_ + std::string(sentence), max_line_columns) +
-                    '\n');
-    const nlohmann::json told{{"kind", kind}, {"message", sentence}};
+    screen_.message("engr_app: " +
+                    escape_for_terminal(prefix_ + std::string(sentence), max_line_columns) + '\n');
+    const nlohmann::json kept{{"kind", kind}, {"message", sentence}};
     if (!gateway_name_.empty()) {
-        kept_.error = std::make_shared<nlohmann::json>(told);
+        kept_.error = std::make_shared<nlohmann::json>(kept);
     } else if (json_ && !document_written_) {
         document_written_ = true;
         try {
-            screen_.output(many_lines({{"error", told}}) + '\n');
+            screen_.output(many_lines({{"error", kept}}) + '\n');
         } catch (const failure &) {
             return; // the sentence above is all that can be said
         }

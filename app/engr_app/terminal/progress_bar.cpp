@@ -2,7 +2,6 @@
 #include "terminal/progress_bar.h"
 
 #include "base/escape.h"
-#include "terminal/bar_state.h"
 #include "terminal/screen.h"
 
 #include <algorithm>
@@ -85,7 +84,7 @@ std::string figures_text(const bar_figures &shown) {
 } // namespace
 
 std::string bar_line(const bar_figures &shown, std::size_t columns) {
-    const std::string label = safe_text(shown.label, max_label_columns) + gap;
+    const std::string label = escape_for_terminal(shown.label, max_label_columns) + gap;
     const std::string figures = figures_text(shown);
     const std::size_t used = text_columns(label) + figures.size() + std::string("[]  ").size();
     std::string bar;
@@ -95,13 +94,13 @@ std::string bar_line(const bar_figures &shown, std::size_t columns) {
         bar = "[" + std::string(full, '#') + std::string(width - full, '.') + "]" + gap;
     }
     // A line that fills the last column would wrap on some terminals.
-    return safe_text(label + bar + figures, columns - 1);
+    return escape_for_terminal(label + bar + figures, columns - 1);
 }
 
-std::string bar_words(const bar_figures &shown) {
+std::string plain_bar_line(const bar_figures &shown) {
     std::string figures = figures_text(shown);
     figures.erase(0, figures.find_first_not_of(' '));
-    return safe_text(shown.label, max_label_columns) + ": " + figures;
+    return escape_for_terminal(shown.label, max_label_columns) + ": " + figures;
 }
 
 progress_bar::progress_bar(screen &shown_on, bar_figures figures)

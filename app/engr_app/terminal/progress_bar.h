@@ -29,7 +29,7 @@ struct bar_figures {
 [[nodiscard]] std::string bar_line(const bar_figures &shown, std::size_t columns);
 
 /// The same in plain words, without a bar.
-[[nodiscard]] std::string bar_words(const bar_figures &shown);
+[[nodiscard]] std::string plain_bar_line(const bar_figures &shown);
 
 /// A bar from its making to its end. On a terminal it is redrawn in place and its last state stays
 /// behind, also when the work ends by an exception. Elsewhere a line is written every 10 seconds.

@@ -2,7 +2,6 @@
 #include "terminal/screen.h"
 
 #include "base/failure.h"
-#include "terminal/bar_state.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -124,7 +123,7 @@ void screen::redraw(bar_state &bar) {
     if (messages_are_terminal_) {
         write_message("");
     } else {
-        write_message(bar_words(bar.figures) + '\n');
+        write_message(plain_bar_line(bar.figures) + '\n');
         bar.written = true;
     }
 }
@@ -140,7 +139,7 @@ void screen::finish(const std::shared_ptr<bar_state> &bar) {
     if (messages_are_terminal_) {
         write_message(bar_line(bar->figures, terminal_columns(STDERR_FILENO)) + '\n');
     } else if (bar->written) {
-        write_message(bar_words(bar->figures) + '\n');
+        write_message(plain_bar_line(bar->figures) + '\n');
     }
 }
 

@@ -1,6 +1,9 @@
 // Standard output and standard error of the process, and the progress bars at the foot of them.
 #pragma once
 
+#include "terminal/progress_bar.h"
+
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -11,7 +14,17 @@
 
 namespace engr_app {
 
-struct bar_state;
+/// A bar as the screen keeps it; guarded by the screen's mutex.
+struct bar_state {
+    using clock = std::chrono::steady_clock;
+
+    bar_figures figures;
+    clock::time_point started = clock::now();
+    clock::time_point drawn = started;    ///< the last time that it was shown
+    clock::time_point measured = started; ///< the last time that the rate was
+    std::uint64_t measured_done = 0;
+    bool written = false; ///< some line of it stands in the output
+};
 
 /// One a process, shared by all consoles; its functions may be called on any thread. A bar is
 /// drawn on the last lines of a terminal; what is written meanwhile appears above it.

@@ -55,43 +55,44 @@ std::string seconds_text(std::chrono::steady_clock::duration time) {
 
 } // namespace
 
-upgrade_course::upgrade_course(session &present, const firmware_image &image, upgrade_order order)
-    : present_(present), image_(image), order_(std::move(order)),
-      client_(present.connect(true, events())), ticker_(present.loop()), pieces_(0, {}) {
-    present_.loop().on_interrupt([this] {
+upgrade_transfer::upgrade_transfer(gateway_session &session, const firmware_image &image,
+                                   upgrade_order order)
+    : session_(session), image_(image), order_(std::move(order)),
+      client_(session.connect(true, events())), ticker_(session.loop()), pieces_(0, {}) {
+    session_.loop().on_interrupt([this] {
         interrupted_ = true;
         client_.close();
     });
 }
 
-lan_client::client_events upgrade_course::events() {
-    return {.on_report = [this](const lan_client::report &told) { hear(told); },
+lan_client::client_events upgrade_transfer::events() {
+    return {.on_report = [this](const lan_client::report &report) { hear(report); },
             .on_link = [this](const lan_client::link_change &change) { hear(change); },
             .on_traffic = {}};
 }
 
-void upgrade_course::hear(const lan_client::report &told) {
-    if (!told.readable) {
+void upgrade_transfer::hear(const lan_client::report &report) {
+    if (!report.readable) {
         return;
     }
-    if (told.type == frame_type::download_firmware) {
+    if (report.type == frame_type::download_firmware) {
         // One too many shows that they are more than can be answered.
         if (requests_.size() <= most_open_requests) {
-            requests_.push_back(told.payload);
+            requests_.push_back(report.payload);
         }
-    } else if (told.type == frame_type::dev_upgrade && told.ret != 0) {
-        refusal_ = told.payload;
-    } else if (told.type == frame_type::upgrade_percent_rpt && complete_) {
-        hear_percent(told);
-    } else if (told.type == frame_type::subdevice_update_rpt) {
+    } else if (report.type == frame_type::dev_upgrade && report.ret != 0) {
+        refusal_ = report.payload;
+    } else if (report.type == frame_type::upgrade_percent_rpt && complete_) {
+        hear_percent(report);
+    } else if (report.type == frame_type::subdevice_update_rpt) {
         version_told_ = true;
     }
 }
 
 // The transfer itself is known more exactly from the requests for pieces. Only what grows is
 // progress.
-void upgrade_course::hear_percent(const lan_client::report &told) {
-    const nlohmann::json body = parse_json(told.payload);
+void upgrade_transfer::hear_percent(const lan_client::report &report) {
+    const nlohmann::json body = parse_json(report.payload);
     const auto percent = member_count(body, "progress");
     if (!percent || member_text(body, "cid") != before_.target_id ||
         (installing_heard_ && *percent <= installed_percent_)) {
@@ -99,14 +100,14 @@ void upgrade_course::hear_percent(const lan_client::report &told) {
     }
     if (!installing_heard_) {
         bar_.finish();
-        installing_ = present_.out().bar("installing", all_percent, "percent");
+        installing_ = session_.out().bar("installing", all_percent, "percent");
     }
     installing_heard_ = heard_ = clock::now();
     installed_percent_ = *percent;
     installing_.show(std::min(*percent, all_percent));
 }
 
-void upgrade_course::hear(const lan_client::link_change &change) {
+void upgrade_transfer::hear(const lan_client::link_change &change) {
     if (change.state == lan_client::link_state::connected) {
         no_connection_.reset();
         return;
@@ -117,13 +118,13 @@ void upgrade_course::hear(const lan_client::link_change &change) {
 }
 
 // Something is there to be dealt with.
-bool upgrade_course::is_due() const {
+bool upgrade_transfer::is_due() const {
     return interrupted_ || link_lost_ || refusal_ || requests_.size() > most_open_requests ||
            (!requests_.empty() && !piece_unsent_);
 }
 
 // What the bars say while nothing comes.
-std::string upgrade_course::awaited() const {
+std::string upgrade_transfer::awaited() const {
     const auto passed = clock::now() - heard_;
     const std::string time = seconds_text(passed) + " of " + seconds_text(patience_) + " s";
     if (no_connection_) {
@@ -138,7 +139,7 @@ std::string upgrade_course::awaited() const {
     return passed < silence_shown_after ? "" : "waiting for the gateway, " + time;
 }
 
-void upgrade_course::tick() {
+void upgrade_transfer::tick() {
     const std::string what = awaited();
     if (!what.empty()) {
         bar_.wait(what);
@@ -147,54 +148,54 @@ void upgrade_course::tick() {
     ticker_.start(tick_interval, [this] { tick(); });
 }
 
-upgrade_standing upgrade_course::accepted_standing(const upgrade_order &of,
-                                                   lan_client::request wanted) {
-    const lan_client::answer answered = present_.ask({std::move(wanted)}).front();
+upgrade_status upgrade_transfer::expect_status(const upgrade_order &of,
+                                               lan_client::request wanted) {
+    const lan_client::answer answered = session_.ask({std::move(wanted)}).front();
     if (interrupted_) {
         throw failure("cancelled", "interrupted; no upgrade was started");
     }
-    return parse_standing(of, agreed(present_, answered));
+    return parse_upgrade_status(of, expect_success(session_, answered));
 }
 
 // The announcement for a device would rewrite the type of an upgrade under way, so the gateway is
 // asked first.
-upgrade_standing upgrade_course::ask_standing(bool dry) {
+upgrade_status upgrade_transfer::ask_status(bool dry) {
     upgrade_order announced = order_;
     announced.image_bytes = dry ? 0 : order_.image_bytes;
     if (order_.cid.empty()) {
-        upgrade_standing own = accepted_standing(order_, announce_request(announced));
+        upgrade_status own = expect_status(order_, announce_request(announced));
         gateway_id_ = own.target_id;
         return own;
     }
-    upgrade_standing own = accepted_standing({}, standing_request({}));
+    upgrade_status own = expect_status({}, upgrade_status_request({}));
     gateway_id_ = own.target_id;
     if (own.running) {
         own.target_id = order_.cid;
         own.version.clear();
         return own;
     }
-    upgrade_standing standing = accepted_standing(order_, announce_request(announced));
-    if (standing.version.empty()) {
+    upgrade_status status = expect_status(order_, announce_request(announced));
+    if (status.version.empty()) {
         require_known_device(); // the version of one that is not known is empty, too
     }
-    return standing;
+    return status;
 }
 
-void upgrade_course::require_known_device() {
-    const lan_client::answer list = present_.ask({device_list_request()}).front();
-    const auto devices =
-        says_no_devices(list) ? std::vector<device>{} : parse_device_list(agreed(present_, list));
+void upgrade_transfer::require_known_device() {
+    const lan_client::answer list = session_.ask({device_list_request()}).front();
+    const auto devices = says_no_devices(list) ? std::vector<device>{}
+                                               : parse_device_list(expect_success(session_, list));
     if (std::ranges::find(devices, order_.cid, &device::id) == devices.end()) {
-        throw failure("unknown_device", present_.chosen().name() + " knows no device " +
+        throw failure("unknown_device", session_.chosen().name() + " knows no device " +
                                             order_.cid + "; engr_app devices lists the devices");
     }
 }
 
-upgrade_standing upgrade_course::carry_out(const upgrade_standing &before) {
+upgrade_status upgrade_transfer::carry_out(const upgrade_status &before) {
     before_ = before;
     for (bool first = true;; first = false) {
         bring();
-        const std::optional<upgrade_standing> end = interrupted_ ? std::nullopt : settle();
+        const std::optional<upgrade_status> end = interrupted_ ? std::nullopt : settle();
         ticker_.cancel();
         installing_.finish();
         bar_.finish();
@@ -208,30 +209,30 @@ upgrade_standing upgrade_course::carry_out(const upgrade_standing &before) {
         if (!first || !given_up(end)) {
             throw not_upgraded(end);
         }
-        present_.out().notice(present_.chosen().name() + " gave up at " + place() +
+        session_.out().notice(session_.chosen().name() + " gave up at " + place() +
                               ", probably because another app disconnected, which ends an upgrade "
                               "on a gateway; starting again, once");
-        present_.own_upgrade(false); // until it is accepted again
+        session_.own_upgrade(false); // until it is accepted again
         announce();
     }
 }
 
 // The gateway is there and idle, but has asked for no more.
-bool upgrade_course::given_up(const std::optional<upgrade_standing> &end) const {
+bool upgrade_transfer::given_up(const std::optional<upgrade_status> &end) const {
     return end && !end->running && !complete_ && !link_lost_;
 }
 
-void upgrade_course::announce() {
-    const lan_client::answer answered = present_.ask({announce_request(order_)}).front();
+void upgrade_transfer::announce() {
+    const lan_client::answer answered = session_.ask({announce_request(order_)}).front();
     if (!interrupted_) {
-        agreed(present_, answered);
+        expect_success(session_, answered);
     }
 }
 
 // Another app's question for versions withdraws the announcement; then it is made once more.
-void upgrade_course::start() {
+void upgrade_transfer::start() {
     const auto ask = [this] {
-        return present_.ask({start_request(order_, before_.target_id)}).front();
+        return session_.ask({start_request(order_, before_.target_id)}).front();
     };
     lan_client::answer answered = ask();
     if (!interrupted_ && answered.ret != 0 && answered.payload == "file_size is zero") {
@@ -239,14 +240,14 @@ void upgrade_course::start() {
         answered = ask();
     }
     if (!interrupted_) {
-        agreed(present_, answered);
+        expect_success(session_, answered);
     }
-    present_.own_upgrade(true);
+    session_.own_upgrade(true);
 }
 
 // From the start until the gateway has all, has refused or given up, or the connection is lost. A
 // refusal may still follow the acceptance.
-void upgrade_course::bring() {
+void upgrade_transfer::bring() {
     pieces_ = piece_requests(image_.size(), {before_.target_id, gateway_id_});
     requests_.clear();
     taken_ = 0;
@@ -254,8 +255,8 @@ void upgrade_course::bring() {
     started_ = true;
     start();
     heard_ = clock::now();
-    patience_ = silence_limit * present_.answer_time();
-    bar_ = present_.out().bar(order_.cid.empty() ? "firmware" : "firmware of " + order_.cid,
+    patience_ = silence_limit * session_.answer_time();
+    bar_ = session_.out().bar(order_.cid.empty() ? "firmware" : "firmware of " + order_.cid,
                               image_.size());
     tick();
     try {
@@ -264,15 +265,15 @@ void upgrade_course::bring() {
         throw abandon(unsent.kind().c_str(), unsent.what());
     }
     if (refusal_) {
-        throw refusal(present_, frame_type::dev_upgrade, *refusal_);
+        throw refusal(session_, frame_type::dev_upgrade, *refusal_);
     }
 }
 
-void upgrade_course::transfer() {
+void upgrade_transfer::transfer() {
     while (!interrupted_ && !refusal_ && !complete_) {
         if (requests_.size() > most_open_requests) {
             throw failure("bad_answer",
-                          present_.chosen().name() + " asks for many pieces without taking them");
+                          session_.chosen().name() + " asks for many pieces without taking them");
         }
         if (!requests_.empty() && !piece_unsent_) {
             answer_request();
@@ -284,12 +285,12 @@ void upgrade_course::transfer() {
                 continue;
             }
             // A gateway that can't use a piece says nothing.
-            const std::optional<upgrade_standing> standing = poll();
-            if (standing && !standing->running_here() && !is_due()) {
+            const std::optional<upgrade_status> status = poll();
+            if (status && !status->running_here() && !is_due()) {
                 return;
             }
             if (clock::now() - heard_ > patience_) {
-                throw failure("timed_out", present_.chosen().name() +
+                throw failure("timed_out", session_.chosen().name() +
                                                " did not ask for the next piece of the image in "
                                                "time");
             }
@@ -297,11 +298,11 @@ void upgrade_course::transfer() {
     }
 }
 
-void upgrade_course::wait() {
-    present_.loop().run_until([this] { return is_due(); }, present_.answer_time());
+void upgrade_transfer::wait() {
+    session_.loop().run_until([this] { return is_due(); }, session_.answer_time());
 }
 
-void upgrade_course::answer_request() {
+void upgrade_transfer::answer_request() {
     const std::string request = std::move(requests_.front());
     requests_.pop_front();
     const wanted_piece wanted = pieces_.next(request);
@@ -314,7 +315,7 @@ void upgrade_course::answer_request() {
     }
 }
 
-void upgrade_course::send(const wanted_piece &wanted) {
+void upgrade_transfer::send(const wanted_piece &wanted) {
     const auto count = static_cast<std::size_t>(std::min(wanted.bytes, most_piece_bytes));
     std::string payload;
     payload.reserve(offset_bytes + count);
@@ -326,21 +327,21 @@ void upgrade_course::send(const wanted_piece &wanted) {
     piece_unsent_ = true;
     client_.tell({.type = frame_type::download_firmware,
                   .payload = std::move(payload),
-                  .timeout = silence_limit * present_.answer_time(),
+                  .timeout = silence_limit * session_.answer_time(),
                   .on_sent = [this](std::size_t sent_bytes, std::size_t frame_bytes) {
                       piece_unsent_ = sent_bytes < frame_bytes;
                       heard_ = clock::now();
                   }});
 }
 
-std::optional<upgrade_standing> upgrade_course::poll() {
+std::optional<upgrade_status> upgrade_transfer::poll() {
     const auto ask = [this](const upgrade_order &of) {
-        const lan_client::answer answered = present_.ask({standing_request(of)}).front();
+        const lan_client::answer answered = session_.ask({upgrade_status_request(of)}).front();
         return answered.failure || answered.ret != 0
                    ? std::nullopt
-                   : std::optional(parse_standing(of, answered.payload));
+                   : std::optional(parse_upgrade_status(of, answered.payload));
     };
-    std::optional<upgrade_standing> own = ask({});
+    std::optional<upgrade_status> own = ask({});
     if (!own || order_.cid.empty()) {
         return own;
     }
@@ -352,43 +353,43 @@ std::optional<upgrade_standing> upgrade_course::poll() {
     return ask(order_);
 }
 
-bool upgrade_course::still_installing() const {
+bool upgrade_transfer::still_installing() const {
     return installing_heard_ &&
-           clock::now() - *installing_heard_ < report_gap_limit * present_.answer_time();
+           clock::now() - *installing_heard_ < report_gap_limit * session_.answer_time();
 }
 
 // How the gateway stands after the end, asked over a new connection if need be; nothing when it
 // can't be learned.
-std::optional<upgrade_standing> upgrade_course::settle() {
+std::optional<upgrade_status> upgrade_transfer::settle() {
     const auto began = clock::now();
     heard_ = began;
-    patience_ = (complete_ ? settling_limit : lost_limit) * present_.answer_time();
-    milliseconds pause = present_.answer_time() / first_polls_per_answer_time;
+    patience_ = (complete_ ? settling_limit : lost_limit) * session_.answer_time();
+    milliseconds pause = session_.answer_time() / first_polls_per_answer_time;
     while (!interrupted_) {
         version_told_ = false;
-        const std::optional<upgrade_standing> standing = poll();
-        const bool arrived = standing && same_version(standing->version, order_.version);
-        const bool unknown = standing && standing->running && !order_.cid.empty();
-        if (standing && !unknown && !standing->running_here() && (arrived || !still_installing())) {
-            return standing;
+        const std::optional<upgrade_status> status = poll();
+        const bool arrived = status && same_version(status->version, order_.version);
+        const bool unknown = status && status->running && !order_.cid.empty();
+        if (status && !unknown && !status->running_here() && (arrived || !still_installing())) {
+            return status;
         }
         const auto now = clock::now();
-        if (now - heard_ > patience_ || now - began > installing_limit * present_.answer_time()) {
+        if (now - heard_ > patience_ || now - began > installing_limit * session_.answer_time()) {
             return std::nullopt;
         }
-        present_.loop().run_until([this] { return interrupted_ || version_told_; }, pause);
+        session_.loop().run_until([this] { return interrupted_ || version_told_; }, pause);
         pause =
-            std::min(2 * pause + milliseconds(1), present_.answer_time() / polls_per_answer_time);
+            std::min(2 * pause + milliseconds(1), session_.answer_time() / polls_per_answer_time);
     }
     return std::nullopt;
 }
 
-std::string upgrade_course::place() const {
+std::string upgrade_transfer::place() const {
     return "byte " + std::to_string(taken_) + " of " + std::to_string(image_.size());
 }
 
-failure upgrade_course::not_upgraded(const std::optional<upgrade_standing> &end) {
-    const std::string name = present_.chosen().name();
+failure upgrade_transfer::not_upgraded(const std::optional<upgrade_status> &end) {
+    const std::string name = session_.chosen().name();
     if (!end) {
         return {"outcome_unknown",
                 complete_ ? name + " has the whole image, but " +
@@ -416,50 +417,50 @@ failure upgrade_course::not_upgraded(const std::optional<upgrade_standing> &end)
 }
 
 // Whether the gateway has ended the upgrade as well is asked over a new connection.
-std::optional<upgrade_standing> upgrade_course::ask_after_leaving() {
+std::optional<upgrade_status> upgrade_transfer::ask_after_leaving() {
     interrupted_ = false;
     const auto began = clock::now();
-    std::optional<upgrade_standing> standing;
-    lan_client::client &asked = present_.connect();
-    present_.loop().on_interrupt([this, &asked] {
+    std::optional<upgrade_status> status;
+    lan_client::client &asked = session_.connect();
+    session_.loop().on_interrupt([this, &asked] {
         interrupted_ = true;
         asked.close();
     });
     do {
-        standing = poll();
-        if (!standing || !standing->running_here()) {
+        status = poll();
+        if (!status || !status->running_here()) {
             break;
         }
-        present_.loop().run_until([this] { return interrupted_; },
-                                  present_.answer_time() / polls_per_answer_time);
-    } while (!interrupted_ && clock::now() - began < present_.answer_time());
-    return standing;
+        session_.loop().run_until([this] { return interrupted_; },
+                                  session_.answer_time() / polls_per_answer_time);
+    } while (!interrupted_ && clock::now() - began < session_.answer_time());
+    return status;
 }
 
-failure upgrade_course::abandon(const char *kind, const std::string &why) {
+failure upgrade_transfer::abandon(const char *kind, const std::string &why) {
     ticker_.cancel();
     installing_.finish();
     bar_.finish();
     client_.close();
-    present_.out().notice(why + "; closing the connection, which ends the upgrade, and asking what "
+    session_.out().notice(why + "; closing the connection, which ends the upgrade, and asking what "
                                 "is installed (Ctrl-C leaves without asking)");
-    const std::optional<upgrade_standing> standing = ask_after_leaving();
+    const std::optional<upgrade_status> status = ask_after_leaving();
     const std::string what = why + " at " + place() + ": ";
-    if (!standing) {
+    if (!status) {
         return {kind, what +
                           "the connection is closed, which ends the upgrade on the gateway, too, "
                           "but it could not be asked"};
     }
-    if (standing->running_here()) {
+    if (status->running_here()) {
         return {kind, what + "the connection is closed, but the gateway still says that it is "
                              "upgrading; engr_app upgrade --dry-run shows how it stands"};
     }
     const bool arrived = !same_version(before_.version, order_.version) &&
-                         same_version(standing->version, order_.version);
+                         same_version(status->version, order_.version);
     return {kind, what +
                       (arrived ? "the gateway had gone too far to stop; "
                                : "the upgrade has ended on the gateway, too; ") +
-                      version_text(standing->version) + " is installed"};
+                      version_text(status->version) + " is installed"};
 }
 
 } // namespace engr_app

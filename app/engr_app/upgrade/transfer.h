@@ -16,33 +16,33 @@ namespace engr_app {
 
 /// Connects at once; the session's client must not be used by others as long as the course lasts.
 /// Its functions throw failures that say how the gateway stands.
-class upgrade_course {
+class upgrade_transfer {
   public:
-    upgrade_course(session &present, const firmware_image &image, upgrade_order order);
-    upgrade_course(const upgrade_course &) = delete;
-    upgrade_course &operator=(const upgrade_course &) = delete;
+    upgrade_transfer(gateway_session &session, const firmware_image &image, upgrade_order order);
+    upgrade_transfer(const upgrade_transfer &) = delete;
+    upgrade_transfer &operator=(const upgrade_transfer &) = delete;
 
     /// Asks how the gateway stands and, unless an upgrade is under way, announces the image: with
     /// `dry` none at all. A device that the gateway does not know is refused.
-    upgrade_standing ask_standing(bool dry);
+    upgrade_status ask_status(bool dry);
 
     /// Brings the announced image and waits for the end. An upgrade that the gateway gives up is
     /// started once more. Returns the standing at the end, with the new version; all else is a
     /// failure.
-    upgrade_standing carry_out(const upgrade_standing &before);
+    upgrade_status carry_out(const upgrade_status &before);
 
   private:
     using clock = std::chrono::steady_clock;
 
     lan_client::client_events events();
-    void hear(const lan_client::report &told);
-    void hear_percent(const lan_client::report &told);
+    void hear(const lan_client::report &report);
+    void hear_percent(const lan_client::report &report);
     void hear(const lan_client::link_change &change);
     [[nodiscard]] bool is_due() const;
     void tick();
     [[nodiscard]] std::string awaited() const;
 
-    upgrade_standing accepted_standing(const upgrade_order &of, lan_client::request wanted);
+    upgrade_status expect_status(const upgrade_order &of, lan_client::request wanted);
     void require_known_device();
     void announce();
     void start();
@@ -51,23 +51,23 @@ class upgrade_course {
     void wait();
     void answer_request();
     void send(const wanted_piece &wanted);
-    std::optional<upgrade_standing> poll();
-    std::optional<upgrade_standing> settle();
+    std::optional<upgrade_status> poll();
+    std::optional<upgrade_status> settle();
     [[nodiscard]] bool still_installing() const;
 
-    [[nodiscard]] bool given_up(const std::optional<upgrade_standing> &end) const;
+    [[nodiscard]] bool given_up(const std::optional<upgrade_status> &end) const;
     [[nodiscard]] std::string place() const;
-    [[nodiscard]] failure not_upgraded(const std::optional<upgrade_standing> &end);
+    [[nodiscard]] failure not_upgraded(const std::optional<upgrade_status> &end);
     failure abandon(const char *kind, const std::string &why);
-    std::optional<upgrade_standing> ask_after_leaving();
+    std::optional<upgrade_status> ask_after_leaving();
 
-    session &present_;
+    gateway_session &session_;
     const firmware_image &image_;
     upgrade_order order_;
     lan_client::client &client_;
     lan_client::timer ticker_;
     std::string gateway_id_;
-    upgrade_standing before_;
+    upgrade_status before_;
 
     // What was heard and is not dealt with yet.
     std::deque<std::string> requests_; // for pieces

@@ -77,10 +77,10 @@ verb_work arguments::subverbs(const std::vector<verb> &several) {
         arguments declared(*parser);
         works.emplace_back(parser, one.declare(declared));
     }
-    return [works = std::move(works)](session &present) {
+    return [works = std::move(works)](gateway_session &session) {
         const auto given = std::ranges::find_if(
             works, [](const auto &candidate) { return candidate.first->parsed(); });
-        return given->second(present); // the parser insists on one
+        return given->second(session); // the parser insists on one
     };
 }
 

@@ -15,7 +15,7 @@ using nlohmann::json;
 
 constexpr std::size_t max_product_id_bytes = 32;
 
-int bind_devices(session &present, const std::string &file) {
+int bind_devices(gateway_session &session, const std::string &file) {
     const json_place whole = json_place::read(file, "products");
     json products = json::array();
     const std::vector<json_place> entries = whole.entries("products");
@@ -25,17 +25,17 @@ int bind_devices(session &present, const std::string &file) {
             {{"cid", entry.id("cid")}, {"pid", entry.text("pid", max_product_id_bytes)}});
     }
     const std::string payload =
-        ask_one(present,
+        ask_one(session,
                 json_request(lan_client::frame_type::user_bind_req_engr, {{"products", products}}));
-    const json told = parse_json(payload);
-    const std::string channel = member_text(told, "channel");
+    const json reply = parse_json(payload);
+    const std::string channel = member_text(reply, "channel");
     if (channel.empty()) {
-        throw not_understood("channel", payload);
+        throw malformed_answer("channel", payload);
     }
-    return say(present,
-               std::to_string(products.size()) + " device(s) are bound to " +
-                   present.chosen().name() + ", which is on channel " + channel,
-               {{"devices", products.size()}, {"channel", told["channel"]}});
+    return print_result(session,
+                        std::to_string(products.size()) + " device(s) are bound to " +
+                            session.chosen().name() + ", which is on channel " + channel,
+                        {{"devices", products.size()}, {"channel", reply["channel"]}});
 }
 
 } // namespace
@@ -49,7 +49,7 @@ verb_work declare_bind(arguments &declared) {
                    "Examples:\n"
                    "  engr_app bind devices.json\n"
                    "  engr_app devices --json | engr_app bind - --gateway 192.168.1.21");
-    return [file](session &present) { return bind_devices(present, *file); };
+    return [file](gateway_session &session) { return bind_devices(session, *file); };
 }
 
 } // namespace engr_app

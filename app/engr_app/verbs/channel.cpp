@@ -22,28 +22,29 @@ struct channel_arguments {
     bool force = false;
 };
 
-int get(session &present) {
-    const std::string payload = ask_one(present, {.type = frame_type::get_channel});
-    const json told = parse_json(payload);
-    const std::string channel = member_text(told, "channel");
+int get(gateway_session &session) {
+    const std::string payload = ask_one(session, {.type = frame_type::get_channel});
+    const json reply = parse_json(payload);
+    const std::string channel = member_text(reply, "channel");
     if (channel.empty()) {
-        throw not_understood("channel", payload);
+        throw malformed_answer("channel", payload);
     }
-    return say(present, present.chosen().name() + " is on channel " + channel,
-               {{"channel", told["channel"]}});
+    return print_result(session, session.chosen().name() + " is on channel " + channel,
+                        {{"channel", reply["channel"]}});
 }
 
-int set(session &present, const channel_arguments &given) {
+int set(gateway_session &session, const channel_arguments &given) {
     const bool known = given.channel >= least_channel && given.channel <= greatest_channel;
     if (!known && !given.force) {
         throw wrong_usage("channel set: channels are 11 to 26; --force sends " +
                           std::to_string(given.channel) + " all the same");
     }
-    ask_one(present, json_request(frame_type::set_channel, {{"channel", given.channel}}));
-    return say(present,
-               present.chosen().name() + " is now on channel " + std::to_string(given.channel) +
-                   "; its devices follow, which may take them a while",
-               {{"channel", given.channel}});
+    ask_one(session, json_request(frame_type::set_channel, {{"channel", given.channel}}));
+    return print_result(session,
+                        session.chosen().name() + " is now on channel " +
+                            std::to_string(given.channel) +
+                            "; its devices follow, which may take them a while",
+                        {{"channel", given.channel}});
 }
 
 verb_work declare_channel_get(arguments &) {
@@ -54,7 +55,7 @@ verb_work declare_channel_set(arguments &declared) {
     const auto given = std::make_shared<channel_arguments>();
     declared.required("N", given->channel, "The channel, 11 to 26");
     declared.flag("--force", given->force, "Send a channel that is out of range");
-    return [given](session &present) { return set(present, *given); };
+    return [given](gateway_session &session) { return set(session, *given); };
 }
 
 } // namespace

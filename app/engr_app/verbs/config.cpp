@@ -48,45 +48,45 @@ std::string checked_config(const std::string &file) {
     return text;
 }
 
-int push(session &present, const config_arguments &given) {
+int push(gateway_session &session, const config_arguments &given) {
     std::string text = checked_config(given.file);
     const std::size_t size = text.size();
     const bool cloud = given.kind == "cloud";
-    progress_bar bar = present.out().bar("configuration", size);
+    progress_bar bar = session.out().bar("configuration", size);
     // The frame is longer than the text by less than the bar could show.
     const auto moved = [&bar, size](std::size_t sent, std::size_t) {
         bar.show(std::min(sent, size));
     };
-    ask_one(present, {.type = cloud ? frame_type::download_cloud_cfg : frame_type::download_app_cfg,
+    ask_one(session, {.type = cloud ? frame_type::download_cloud_cfg : frame_type::download_app_cfg,
                       .payload = std::move(text),
                       .coding = lan_client::payload_coding::encrypted,
-                      .timeout = std::max(least_push_time, present.answer_time()),
+                      .timeout = std::max(least_push_time, session.answer_time()),
                       .on_sent = moved});
     bar.finish();
-    return say(present,
-               present.chosen().name() + " has the " + given.kind + " configuration (" +
-                   std::to_string(size) + " bytes)" +
-                   (cloud ? " and has taken it over: this ends engineering" : ""),
-               {{"kind", given.kind}, {"bytes", size}, {"engineering_ended", cloud}});
+    return print_result(session,
+                        session.chosen().name() + " has the " + given.kind + " configuration (" +
+                            std::to_string(size) + " bytes)" +
+                            (cloud ? " and has taken it over: this ends engineering" : ""),
+                        {{"kind", given.kind}, {"bytes", size}, {"engineering_ended", cloud}});
 }
 
-int pull(session &present, const config_arguments &given) {
-    const std::string path = given.file.empty() ? "" : present.output_path(given.file);
+int pull(gateway_session &session, const config_arguments &given) {
+    const std::string path = given.file.empty() ? "" : session.output_path(given.file);
     if (!path.empty()) {
         check_output_path(path);
     }
-    const std::string text = ask_one(present, {.type = frame_type::read_app_cfg});
+    const std::string text = ask_one(session, {.type = frame_type::read_app_cfg});
     if (!path.empty()) {
         write_file(path, text);
-        return say(present,
-                   "the app configuration of " + present.chosen().name() + ", " +
-                       std::to_string(text.size()) + " bytes, is in " + path,
-                   {{"file", path}, {"bytes", text.size()}});
+        return print_result(session,
+                            "the app configuration of " + session.chosen().name() + ", " +
+                                std::to_string(text.size()) + " bytes, is in " + path,
+                            {{"file", path}, {"bytes", text.size()}});
     }
-    if (present.out().json()) {
-        present.out().document({{"bytes", text.size()}, {"config", payload_json(text)}});
+    if (session.out().json()) {
+        session.out().document({{"bytes", text.size()}, {"config", payload_json(text)}});
     } else {
-        present.out().text(text.ends_with('\n') ? text.substr(0, text.size() - 1) : text);
+        session.out().text(text.ends_with('\n') ? text.substr(0, text.size() - 1) : text);
     }
     return exit_success;
 }
@@ -95,14 +95,14 @@ verb_work declare_config_push(arguments &declared) {
     const auto given = std::make_shared<config_arguments>();
     declared.required("KIND", given->kind, {"cloud", "app"}, "Which configuration");
     declared.required("FILE", given->file, "The configuration; - reads it from standard input");
-    return [given](session &present) { return push(present, *given); };
+    return [given](gateway_session &session) { return push(session, *given); };
 }
 
 verb_work declare_config_pull(arguments &declared) {
     const auto given = std::make_shared<config_arguments>();
     declared.optional("FILE", given->file,
                       "Where to write it, whole or not at all; when left out, to standard output");
-    return [given](session &present) { return pull(present, *given); };
+    return [given](gateway_session &session) { return pull(session, *given); };
 }
 
 } // namespace

@@ -12,31 +12,32 @@
 namespace engr_app {
 namespace {
 
-void confirm(session &present) {
+void confirm(gateway_session &session) {
     if (isatty(STDIN_FILENO) != 1) {
         throw wrong_usage("deactivate: give --yes to deactivate a gateway without being asked");
     }
     static std::mutex one_question_at_a_time;
     const std::lock_guard lock(one_question_at_a_time);
-    present.out().notice("deactivate " + present.chosen().name() +
+    session.out().notice("deactivate " + session.chosen().name() +
                          "? Its token and its open joining are forgotten. Type yes to go on:");
     std::string typed;
     std::getline(std::cin, typed);
     if (typed != "yes") {
-        throw failure("not_confirmed", present.chosen().name() + " was left as it is");
+        throw failure("not_confirmed", session.chosen().name() + " was left as it is");
     }
 }
 
-int deactivate(session &present, bool confirmed) {
+int deactivate(gateway_session &session, bool confirmed) {
     if (!confirmed) {
-        confirm(present);
+        confirm(session);
     }
-    ask_one(present, {.type = lan_client::frame_type::gw_unactive});
-    return say(present,
-               present.chosen().name() +
-                   " is deactivated: from now on it speaks with the key of gateways that are not "
-                   "activated, so leave out --local-key and unset ENGR_LOCAL_KEY",
-               {{"deactivated", true}});
+    ask_one(session, {.type = lan_client::frame_type::gw_unactive});
+    return print_result(
+        session,
+        session.chosen().name() +
+            " is deactivated: from now on it speaks with the key of gateways that are not "
+            "activated, so leave out --local-key and unset ENGR_LOCAL_KEY",
+        {{"deactivated", true}});
 }
 
 } // namespace
@@ -48,7 +49,7 @@ verb_work declare_deactivate(arguments &declared) {
                    "Examples:\n"
                    "  engr_app deactivate\n"
                    "  engr_app deactivate --gateway 192.168.1.20 --yes");
-    return [confirmed](session &present) { return deactivate(present, *confirmed); };
+    return [confirmed](gateway_session &session) { return deactivate(session, *confirmed); };
 }
 
 } // namespace engr_app

@@ -2,7 +2,6 @@
 #include "gateway/devices.h"
 #include "base/failure.h"
 #include "base/json_text.h"
-#include "gateway/device_versions.h"
 #include "gateway/session.h"
 #include "verbs/arguments.h"
 #include "verbs/verb.h"
@@ -14,13 +13,13 @@
 namespace engr_app {
 namespace {
 
-int devices(session &present, bool with_versions) {
-    const auto answers = present.ask({device_list_request(), line_state_request()});
-    nlohmann::json all = accepted_devices(present, answers[0], answers[1]);
+int devices(gateway_session &session, bool with_versions) {
+    const auto answers = session.ask({device_list_request(), line_state_request()});
+    nlohmann::json all = accepted_devices(session, answers[0], answers[1]);
     if (with_versions) {
-        add_versions(present, all);
+        add_versions(session, all);
     }
-    console &out = present.out();
+    console &out = session.out();
     if (out.json()) {
         out.document(all);
         return exit_success;
@@ -52,7 +51,7 @@ verb_work declare_devices(arguments &declared) {
                    "Examples:\n"
                    "  engr_app devices\n"
                    "  engr_app devices --gateway 127.0.0.1 --json");
-    return [with_versions](session &present) { return devices(present, *with_versions); };
+    return [with_versions](gateway_session &session) { return devices(session, *with_versions); };
 }
 
 } // namespace engr_app

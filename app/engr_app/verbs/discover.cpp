@@ -1,6 +1,6 @@
 // discover: which gateways announce themselves.
 #include "base/failure.h"
-#include "gateway/announcement_json.h"
+#include "gateway/gateway.h"
 #include "gateway/session.h"
 #include "verbs/arguments.h"
 #include "verbs/verb.h"
@@ -14,31 +14,31 @@ const char *yes_or_no(bool value) {
     return value ? "yes" : "no";
 }
 
-int discover(session &present) {
-    console &out = present.out();
-    out.progress("listening for gateways on " + present.options().interface_name + " ...");
-    const heard_gateways heard = present.listen(present.listen_time());
-    if (heard.announcements.empty()) {
-        throw not_found(heard, "", present.options().interface_name);
+int discover(gateway_session &session) {
+    console &out = session.out();
+    out.progress("listening for gateways on " + session.options().interface_name + " ...");
+    const discovery_result found = session.discover(session.discovery_time());
+    if (found.announcements.empty()) {
+        throw not_found(found, "", session.options().interface_name);
     }
     if (out.json()) {
         nlohmann::json all = nlohmann::json::array();
-        for (const lan_client::announcement &said : heard.announcements) {
-            all.push_back(announcement_json(said));
+        for (const lan_client::announcement &announced : found.announcements) {
+            all.push_back(announcement_json(announced));
         }
         out.document(all);
         return exit_success;
     }
     std::vector<console::row> rows;
-    for (const lan_client::announcement &said : heard.announcements) {
-        rows.push_back({said.id, said.address, yes_or_no(said.activated),
-                        std::to_string(said.ability), yes_or_no(said.needs_wifi_setup),
-                        said.version, said.product_key});
+    for (const lan_client::announcement &announced : found.announcements) {
+        rows.push_back({announced.id, announced.address, yes_or_no(announced.activated),
+                        std::to_string(announced.ability), yes_or_no(announced.needs_wifi_setup),
+                        announced.version, announced.product_key});
     }
     out.table({"ID", "ADDRESS", "ACTIVATED", "ABILITY", "NEEDS WI-FI", "VERSION", "PRODUCT KEY"},
               rows);
-    if (heard.unreadable > 0) {
-        out.notice(std::to_string(heard.unreadable) +
+    if (found.unreadable > 0) {
+        out.notice(std::to_string(found.unreadable) +
                    " more discovery datagram(s) could not be read: damaged, or of gateways with "
                    "other key seeds");
     }

@@ -42,9 +42,9 @@ std::vector<std::string> names_of(const json &data_points) {
     return names;
 }
 
-int show(session &present, const json &state) {
-    if (present.out().json()) {
-        present.out().document(state);
+int show(gateway_session &session, const json &state) {
+    if (session.out().json()) {
+        session.out().document(state);
         return exit_success;
     }
     std::vector<console::row> rows;
@@ -54,7 +54,7 @@ int show(session &present, const json &state) {
     std::ranges::sort(rows, {}, [](const console::row &row) {
         return std::pair(row.front().size(), row.front()); // numbers without leading zeros
     });
-    present.out().table({"DP", "VALUE"}, rows);
+    session.out().table({"DP", "VALUE"}, rows);
     return exit_success;
 }
 
@@ -62,83 +62,84 @@ bool says(const lan_client::answer &answered, std::string_view refusal) {
     return !answered.failure && answered.ret != 0 && answered.payload == refusal;
 }
 
-lan_client::answer ask_for_all(session &present, const std::string &device_id) {
-    return present.ask({json_request(frame_type::local_dp_query, request_for(device_id))}).front();
+lan_client::answer ask_for_all(gateway_session &session, const std::string &device_id) {
+    return session.ask({json_request(frame_type::local_dp_query, request_for(device_id))}).front();
 }
 
 constexpr std::string_view no_device = "devid not found";
 constexpr std::string_view no_data_points = "json obj data unvalid";
 
-failure nothing_of_its_own(session &present) {
-    return {"no_own_device", present.chosen().name() +
+failure nothing_of_its_own(gateway_session &session) {
+    return {"no_own_device", session.chosen().name() +
                                  " has no data points of its own: name a device behind the "
                                  "command; engr_app devices lists them"};
 }
 
 // The ids under which the device reports. A gateway's own device may leave its id out.
-std::vector<std::string> reported_ids(session &present, const std::string &device_id) {
+std::vector<std::string> reported_ids(gateway_session &session, const std::string &device_id) {
     if (!device_id.empty()) {
         return {device_id};
     }
-    const lan_client::answer answered = ask_for_all(present, "");
+    const lan_client::answer answered = ask_for_all(session, "");
     if (says(answered, no_device)) {
-        throw nothing_of_its_own(present);
+        throw nothing_of_its_own(session);
     }
     std::vector<std::string> ids{""};
     if (!says(answered, no_data_points)) { // without data points it tells no id
-        const json state = parse_device_state(agreed(present, answered));
+        const json state = parse_device_state(expect_success(session, answered));
         ids.push_back(state.is_object() ? member_text(state, "cid") : "");
     }
-    if (const auto &announced = present.chosen().announced) {
+    if (const auto &announced = session.chosen().announced) {
         ids.push_back(announced->id);
     }
     return ids;
 }
 
-bool one_tells(const std::vector<std::string> &ids, const lan_client::report &heard,
-               const std::vector<std::string> &data_points) {
+bool any_contains(const std::vector<std::string> &ids, const lan_client::report &report,
+                  const std::vector<std::string> &data_points) {
     return std::ranges::any_of(
-        ids, [&](const std::string &id) { return tells(heard, id, data_points); });
+        ids, [&](const std::string &id) { return contains(report, id, data_points); });
 }
 
-int get(session &present, const dp_arguments &given) {
-    const lan_client::answer answered = ask_for_all(present, given.device_id);
+int get(gateway_session &session, const dp_arguments &given) {
+    const lan_client::answer answered = ask_for_all(session, given.device_id);
     if (given.device_id.empty() && (says(answered, no_device) || says(answered, no_data_points))) {
-        throw nothing_of_its_own(present);
+        throw nothing_of_its_own(session);
     }
-    const std::string payload = agreed(present, answered);
+    const std::string payload = expect_success(session, answered);
     const json state = parse_device_state(payload);
     if (state.is_null()) {
-        throw not_understood("list of data points", payload);
+        throw malformed_answer("list of data points", payload);
     }
-    return show(present, state);
+    return show(session, state);
 }
 
-int set(session &present, const dp_arguments &given) {
+int set(gateway_session &session, const dp_arguments &given) {
     const json wanted = parse_data_points(given.data_points, given.object);
     json payload = request_for(given.device_id);
     payload["dps"] = wanted;
-    report_ear ear(present);
-    const auto ids = reported_ids(present, given.device_id);
-    ask_one(present, json_request(frame_type::tp_cmd, payload));
+    report_subscription reports(session);
+    const auto ids = reported_ids(session, given.device_id);
+    ask_one(session, json_request(frame_type::tp_cmd, payload));
     // A device may report its points together or one by one; the first report shows that it works.
-    const auto told = ear.next(
-        [&](const lan_client::report &heard) {
+    const auto report = reports.next(
+        [&](const lan_client::report &report) {
             return std::ranges::any_of(names_of(wanted), [&](const std::string &point) {
-                return one_tells(ids, heard, {point});
+                return any_contains(ids, report, {point});
             });
         },
-        std::min(change_time, present.answer_time()));
-    const json reported = told ? parse_device_state(told->payload)["dps"] : json();
+        std::min(change_time, session.answer_time()));
+    const json reported = report ? parse_device_state(report->payload)["dps"] : json();
     const std::string name = device_name(given.device_id);
-    return say(present,
-               told ? name + " took the command and reports " + data_points_text(reported)
-                    : "the gateway took the command for " + name +
-                          "; no change was reported yet (engr_app watch shows it when it comes)",
-               {{"cid", given.device_id}, {"dps", wanted}, {"reported", reported}});
+    return print_result(
+        session,
+        report ? name + " took the command and reports " + data_points_text(reported)
+               : "the gateway took the command for " + name +
+                     "; no change was reported yet (engr_app watch shows it when it comes)",
+        {{"cid", given.device_id}, {"dps", wanted}, {"reported", reported}});
 }
 
-int query(session &present, const dp_arguments &given) {
+int query(gateway_session &session, const dp_arguments &given) {
     json payload = request_for(given.device_id);
     json numbers = json::array();
     for (const std::string &text : given.data_points) {
@@ -147,24 +148,26 @@ int query(session &present, const dp_arguments &given) {
     if (!numbers.empty()) {
         payload["dpId"] = numbers.size() == 1 ? numbers.front() : numbers;
     }
-    report_ear ear(present);
-    const auto ids = reported_ids(present, given.device_id);
-    ask_one(present, json_request(frame_type::dp_query, payload));
-    const auto told = ear.next(
-        [&](const lan_client::report &heard) { return one_tells(ids, heard, given.data_points); },
-        present.answer_time());
-    if (!told) {
-        throw failure("timed_out", present.chosen().name() + " took the query, but " +
+    report_subscription reports(session);
+    const auto ids = reported_ids(session, given.device_id);
+    ask_one(session, json_request(frame_type::dp_query, payload));
+    const auto report = reports.next(
+        [&](const lan_client::report &report) {
+            return any_contains(ids, report, given.data_points);
+        },
+        session.answer_time());
+    if (!report) {
+        throw failure("timed_out", session.chosen().name() + " took the query, but " +
                                        device_name(given.device_id) +
                                        " did not report: it may be offline, see engr_app online");
     }
-    return show(present, parse_device_state(told->payload));
+    return show(session, parse_device_state(report->payload));
 }
 
 // Each sub-verb has arguments of its own.
 verb_work with(const std::shared_ptr<dp_arguments> &given,
-               int (*work)(session &, const dp_arguments &)) {
-    return [given, work](session &present) { return work(present, *given); };
+               int (*work)(gateway_session &, const dp_arguments &)) {
+    return [given, work](gateway_session &session) { return work(session, *given); };
 }
 
 verb_work declare_dp_get(arguments &declared) {

@@ -38,7 +38,7 @@ std::string sentence_of(const group_arguments &given, const json &outcome) {
     return "group " + given.group_id + " now has " + std::to_string(count) + " device(s)" + members;
 }
 
-int operate(session &present, const group_arguments &given) {
+int operate(gateway_session &session, const group_arguments &given) {
     json payload{{"gid", given.group_id}, {"op", given.operation}};
     if (given.operation != "delete") {
         if (given.device_ids.empty()) {
@@ -48,26 +48,27 @@ int operate(session &present, const group_arguments &given) {
     } else if (!given.device_ids.empty()) {
         throw wrong_usage("group oper delete takes no devices: the whole group goes; use remove");
     }
-    report_ear ear(present);
-    const auto told = ear.outcome(json_request(frame_type::grp_oper, payload),
-                                  [&given](const lan_client::report &heard) {
-                                      const json body = parse_json(heard.payload);
-                                      return heard.type == frame_type::grp_oper &&
-                                             member_text(body, "gid") == given.group_id &&
-                                             member_text(body, "op") == given.operation;
-                                  });
-    const json outcome = payload_json(told.payload);
-    return say(present, sentence_of(given, outcome), outcome);
+    report_subscription reports(session);
+    const auto report = reports.outcome(json_request(frame_type::grp_oper, payload),
+                                        [&given](const lan_client::report &report) {
+                                            const json body = parse_json(report.payload);
+                                            return report.type == frame_type::grp_oper &&
+                                                   member_text(body, "gid") == given.group_id &&
+                                                   member_text(body, "op") == given.operation;
+                                        });
+    const json outcome = payload_json(report.payload);
+    return print_result(session, sentence_of(given, outcome), outcome);
 }
 
-int execute(session &present, const group_arguments &given) {
+int execute(gateway_session &session, const group_arguments &given) {
     const json wanted = parse_data_points(given.data_points, given.object);
-    ask_one(present,
+    ask_one(session,
             json_request(frame_type::grp_exec, {{"gid", given.group_id}, {"dps", wanted}}));
-    return say(present,
-               "group " + given.group_id + " took the command " + data_points_text(wanted) +
-                   "; engr_app watch shows the changes of its devices",
-               {{"gid", given.group_id}, {"dps", wanted}});
+    return print_result(session,
+                        "group " + given.group_id + " took the command " +
+                            data_points_text(wanted) +
+                            "; engr_app watch shows the changes of its devices",
+                        {{"gid", given.group_id}, {"dps", wanted}});
 }
 
 verb_work declare_group_oper(arguments &declared) {
@@ -76,14 +77,14 @@ verb_work declare_group_oper(arguments &declared) {
                       "What to do; add makes the group when it is new");
     declared.required("GID", given->group_id, "The group");
     declared.optional("CIDS", given->device_ids, "Devices to add or to remove");
-    return [given](session &present) { return operate(present, *given); };
+    return [given](gateway_session &session) { return operate(session, *given); };
 }
 
 verb_work declare_group_exec(arguments &declared) {
     const auto given = std::make_shared<group_arguments>();
     declared.required("GID", given->group_id, "The group");
     declare_data_points(declared, given->data_points, given->object);
-    return [given](session &present) { return execute(present, *given); };
+    return [given](gateway_session &session) { return execute(session, *given); };
 }
 
 } // namespace

@@ -1,9 +1,8 @@
 // info: what a gateway said of itself, and whether one can talk to it.
 #include "base/failure.h"
-#include "gateway/announcement_json.h"
-#include "gateway/device_versions.h"
 #include "gateway/devices.h"
-#include "gateway/frame_format.h"
+#include "gateway/format.h"
+#include "gateway/gateway.h"
 #include "gateway/session.h"
 #include "verbs/arguments.h"
 #include "verbs/verb.h"
@@ -26,25 +25,25 @@ struct trial {
     bool key_right = false;
     double round_trip_ms = 0;
     std::optional<std::size_t> devices;
-    std::optional<upgrade_standing> firmware;
+    std::optional<upgrade_status> firmware;
 };
 
-trial try_to_talk(session &present, bool versions) {
+trial try_to_talk(gateway_session &session, bool versions) {
     trial shown;
-    const bool key_at_hand = present.key_at_hand();
+    const bool key_at_hand = session.key_at_hand();
     std::vector<lan_client::request> requests{{.type = lan_client::frame_type::keepalive}};
     if (key_at_hand) {
         requests.push_back(device_list_request()); // its answer is always encrypted
     }
     if (key_at_hand && versions) {
-        tell_of_withdrawal(present);
+        tell_of_withdrawal(session);
         requests.push_back(gateway_version_request());
     }
-    const std::vector<answer> answers = present.ask(std::move(requests), false);
+    const std::vector<answer> answers = session.ask(std::move(requests), false);
     const answer &alive = answers.front();
     shown.round_trip_ms = static_cast<double>(alive.round_trip.count()) / 1000;
     if (alive.failure) {
-        shown.problem = present.explain(alive);
+        shown.problem = session.explain(alive);
         shown.connection = "does not work";
         shown.key = "not tried";
         return shown;
@@ -56,7 +55,7 @@ trial try_to_talk(session &present, bool versions) {
     }
     const answer &listed = answers[1];
     if (listed.failure) {
-        shown.problem = present.explain(listed);
+        shown.problem = session.explain(listed);
         shown.key = listed.failure.kind == error_kind::wrong_key ? "wrong" : "not known";
         return shown;
     }
@@ -66,7 +65,7 @@ trial try_to_talk(session &present, bool versions) {
         shown.devices = parse_device_list(listed.payload).size();
     }
     if (versions && !answers[2].failure && answers[2].ret == 0) {
-        shown.firmware = parse_standing({}, answers[2].payload);
+        shown.firmware = parse_upgrade_status({}, answers[2].payload);
     }
     return shown;
 }
@@ -96,15 +95,15 @@ nlohmann::json as_json(const gateway &target, const trial &shown) {
 }
 
 void show_announcement(std::vector<std::pair<std::string, std::string>> &facts,
-                       const lan_client::announcement &said) {
-    facts.emplace_back("id", said.id);
-    facts.emplace_back("version", said.version);
-    facts.emplace_back("product key", said.product_key);
-    facts.emplace_back("activated", said.activated ? "yes" : "no");
-    facts.emplace_back("ability", std::to_string(said.ability));
-    facts.emplace_back("needs Wi-Fi", said.needs_wifi_setup ? "yes" : "no");
-    if (said.told_address != said.address) {
-        facts.emplace_back("told address", said.told_address);
+                       const lan_client::announcement &announced) {
+    facts.emplace_back("id", announced.id);
+    facts.emplace_back("version", announced.version);
+    facts.emplace_back("product key", announced.product_key);
+    facts.emplace_back("activated", announced.activated ? "yes" : "no");
+    facts.emplace_back("ability", std::to_string(announced.ability));
+    facts.emplace_back("needs Wi-Fi", announced.needs_wifi_setup ? "yes" : "no");
+    if (announced.told_address != announced.address) {
+        facts.emplace_back("told address", announced.told_address);
     }
 }
 
@@ -138,13 +137,13 @@ struct info_arguments {
     bool versions = false;
 };
 
-int info(session &present, const info_arguments &given) {
-    const trial shown = try_to_talk(present, given.versions);
+int info(gateway_session &session, const info_arguments &given) {
+    const trial shown = try_to_talk(session, given.versions);
     if (given.wait) {
-        present.chosen_announcement();
+        session.chosen_announcement();
     }
-    const gateway &target = present.chosen();
-    console &out = present.out();
+    const gateway &target = session.chosen();
+    console &out = session.out();
     if (out.json()) {
         out.document(as_json(target, shown));
     } else {
@@ -167,7 +166,7 @@ verb_work declare_info(arguments &declared) {
     declared.notes(std::string(versions_note) + "Examples:\n"
                                                 "  engr_app info\n"
                                                 "  engr_app info --gateway 127.0.0.2 --wait");
-    return [given](session &present) { return info(present, *given); };
+    return [given](gateway_session &session) { return info(session, *given); };
 }
 
 } // namespace engr_app

@@ -30,8 +30,8 @@ lan_client::request join_request(const join_arguments &given, std::int64_t secon
     return json_request(frame_type::permit_join, {{"type", given.kind}, {"time", seconds}});
 }
 
-std::size_t show_joined(console &out, const lan_client::report &told) {
-    const std::vector<device> joined = parse_device_list(told.payload);
+std::size_t show_joined(console &out, const lan_client::report &report) {
+    const std::vector<device> joined = parse_device_list(report.payload);
     for (const device &one : joined) {
         if (out.json()) {
             out.json_line({{"cid", one.id}, {"pid", one.product_id}});
@@ -43,42 +43,42 @@ std::size_t show_joined(console &out, const lan_client::report &told) {
 }
 
 // Shows what joins until the time is over or the user has enough; returns the number of devices.
-std::size_t show_until(session &present, report_ear &ear, std::chrono::seconds time,
-                       const bool &interrupted) {
+std::size_t show_until(gateway_session &session, report_subscription &reports,
+                       std::chrono::seconds time, const bool &interrupted) {
     const auto start = steady_clock::now();
     progress_bar bar =
-        present.out().bar("joining is open", static_cast<std::uint64_t>(time.count()), "s");
+        session.out().bar("joining is open", static_cast<std::uint64_t>(time.count()), "s");
     std::size_t joined = 0;
     for (auto passed = 0ms; passed < time && !interrupted;
          passed = std::chrono::ceil<std::chrono::milliseconds>(steady_clock::now() - start)) {
         bar.show(static_cast<std::uint64_t>(passed / 1s));
-        const auto told = ear.next(
-            [](const lan_client::report &heard) {
-                return heard.type == frame_type::sub_dev_bind_rpt && heard.readable;
+        const auto report = reports.next(
+            [](const lan_client::report &report) {
+                return report.type == frame_type::sub_dev_bind_rpt && report.readable;
             },
             std::min<std::chrono::milliseconds>(1s, time - passed));
-        joined += told ? show_joined(present.out(), *told) : 0;
+        joined += report ? show_joined(session.out(), *report) : 0;
     }
     return joined;
 }
 
-int open(session &present, const join_arguments &given) {
+int open(gateway_session &session, const join_arguments &given) {
     bool interrupted = false;
-    report_ear ear(present);
-    ask_one(present, join_request(given, given.seconds));
-    const std::string name = present.chosen().name();
+    report_subscription reports(session);
+    ask_one(session, join_request(given, given.seconds));
+    const std::string name = session.chosen().name();
     const std::string time = std::to_string(given.seconds) + " s";
     if (given.detach) {
-        return say(present, "joining is open on " + name + " for " + time,
-                   {{"open", true}, {"seconds", given.seconds}});
+        return print_result(session, "joining is open on " + name + " for " + time,
+                            {{"open", true}, {"seconds", given.seconds}});
     }
-    console &out = present.out();
+    console &out = session.out();
     out.notice("joining is open on " + name + " for " + time + "; Ctrl-C closes it");
-    present.loop().on_interrupt([&interrupted] { interrupted = true; });
+    session.loop().on_interrupt([&interrupted] { interrupted = true; });
     const std::size_t joined =
-        show_until(present, ear, std::chrono::seconds(given.seconds), interrupted);
+        show_until(session, reports, std::chrono::seconds(given.seconds), interrupted);
     if (interrupted) {
-        ask_one(present, join_request(given, 0));
+        ask_one(session, join_request(given, 0));
     }
     if (out.json()) {
         out.json_line({{"open", false}, {"joined", joined}});
@@ -89,9 +89,10 @@ int open(session &present, const join_arguments &given) {
     return exit_success;
 }
 
-int close(session &present, const join_arguments &given) {
-    ask_one(present, join_request(given, 0));
-    return say(present, "joining is closed on " + present.chosen().name(), {{"open", false}});
+int close(gateway_session &session, const join_arguments &given) {
+    ask_one(session, join_request(given, 0));
+    return print_result(session, "joining is closed on " + session.chosen().name(),
+                        {{"open", false}});
 }
 
 void declare_kind(arguments &declared, join_arguments &given) {
@@ -105,13 +106,13 @@ verb_work declare_join_open(arguments &declared) {
                     "How long (default 60)");
     declare_kind(declared, *given);
     declared.flag("--detach", given->detach, "Only open it, and don't wait for devices");
-    return [given](session &present) { return open(present, *given); };
+    return [given](gateway_session &session) { return open(session, *given); };
 }
 
 verb_work declare_join_close(arguments &declared) {
     const auto given = std::make_shared<join_arguments>();
     declare_kind(declared, *given);
-    return [given](session &present) { return close(present, *given); };
+    return [given](gateway_session &session) { return close(session, *given); };
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // keepalive: how long the gateway takes to answer.
 #include "base/failure.h"
-#include "gateway/frame_format.h"
-#include "gateway/session.h"
+#include "gateway/format.h"
+#include "gateway/request.h"
 #include "verbs/arguments.h"
 #include "verbs/verb.h"
 
@@ -10,19 +10,19 @@
 namespace engr_app {
 namespace {
 
-int keepalive(session &present) {
+int keepalive(gateway_session &session) {
     const lan_client::request question{.type = lan_client::frame_type::keepalive};
     // The first one includes the time to connect.
-    present.accepted(present.ask({question}, false).front());
-    const auto answers = present.ask({question}, false);
-    present.accepted(answers.front());
+    expect_success(session, session.ask({question}, false).front());
+    const auto answers = session.ask({question}, false);
+    expect_success(session, answers.front());
     const double round_trip_ms = static_cast<double>(answers.front().round_trip.count()) / 1000;
-    if (present.out().json()) {
-        present.out().document(
-            {{"address", present.chosen().address}, {"round_trip_ms", round_trip_ms}});
+    if (session.out().json()) {
+        session.out().document(
+            {{"address", session.chosen().address}, {"round_trip_ms", round_trip_ms}});
         return exit_success;
     }
-    present.out().line(present.chosen().name() + " answered after " +
+    session.out().line(session.chosen().name() + " answered after " +
                        milliseconds_text(round_trip_ms));
     return exit_success;
 }

@@ -26,36 +26,36 @@ struct log_arguments {
     bool sanitized = false;
 };
 
-std::vector<std::string> known_ids(session &present) {
+std::vector<std::string> known_ids(gateway_session &session) {
     std::vector<std::string> ids;
     for (const device &one :
-         parse_device_list(agreed(present, present.ask({device_list_request()}).front()))) {
+         parse_device_list(expect_success(session, session.ask({device_list_request()}).front()))) {
         ids.push_back(one.id);
     }
-    if (present.chosen().announced) {
-        ids.push_back(present.chosen().announced->id);
+    if (session.chosen().announced) {
+        ids.push_back(session.chosen().announced->id);
     }
     return ids;
 }
 
 // A gateway removes its log once it has read it, so a transfer that stops can't be repeated.
-std::string fetch(session &present, lan_client::client &client) {
+std::string fetch(gateway_session &session, lan_client::client &client) {
     using std::chrono::steady_clock;
-    progress_bar bar = present.out().bar("log");
+    progress_bar bar = session.out().bar("log");
     lan_client::segment_position last{0, 0};
     bool endless = false;
     const auto began = steady_clock::now();
     const auto moved = [&](lan_client::segment_position at) {
         last = at;
         endless = at.count > most_segments ||
-                  steady_clock::now() - began > at.number * segment_time + present.answer_time();
+                  steady_clock::now() - began > at.number * segment_time + session.answer_time();
         if (endless) {
             return client.close();
         }
         bar.show(static_cast<std::uint64_t>(at.number) * segment_bytes,
                  static_cast<std::uint64_t>(at.count) * segment_bytes);
     };
-    const auto answered = present.ask({{.type = frame_type::get_log, .on_segment = moved}}).front();
+    const auto answered = session.ask({{.type = frame_type::get_log, .on_segment = moved}}).front();
     const bool interrupted = answered.failure.kind == lan_client::error_kind::cancelled;
     if (endless) {
         throw failure("bad_answer", "segment " + std::to_string(last.number) + " of " +
@@ -64,52 +64,52 @@ std::string fetch(session &present, lan_client::client &client) {
                                         "nothing of it was kept");
     }
     if (answered.failure && (last.number > 0 || interrupted)) {
-        const failure why = present.explain(answered);
+        const failure why = session.explain(answered);
         throw failure(why.kind(), "the log stopped after segment " + std::to_string(last.number) +
                                       " of " + std::to_string(last.count) +
                                       " and nothing of it was kept; the gateway has removed this "
                                       "log and starts a new one: " +
                                       (interrupted ? "interrupted" : why.what()));
     }
-    std::string log = agreed(present, answered);
+    std::string log = expect_success(session, answered);
     bar.show(log.size(), log.size());
     return log;
 }
 
-int show(session &present, std::string log) {
-    if (present.out().json()) {
-        present.out().document({{"bytes", log.size()}, {"log", log}});
+int show(gateway_session &session, std::string log) {
+    if (session.out().json()) {
+        session.out().document({{"bytes", log.size()}, {"log", log}});
         return exit_success;
     }
     if (log.ends_with('\n')) {
         log.pop_back();
     }
-    present.out().text(log);
+    session.out().text(log);
     return exit_success;
 }
 
-int fetch_log(session &present, const log_arguments &given) {
-    const std::string path = given.file.empty() ? "" : present.output_path(given.file);
+int fetch_log(gateway_session &session, const log_arguments &given) {
+    const std::string path = given.file.empty() ? "" : session.output_path(given.file);
     if (!path.empty()) {
         check_output_path(path);
     }
-    lan_client::client &client = present.connect();
-    present.loop().on_interrupt([&client] { client.close(); });
+    lan_client::client &client = session.connect();
+    session.loop().on_interrupt([&client] { client.close(); });
     std::string content;
     if (given.sanitized) {
-        log_sanitizer sanitizer(known_ids(present));
-        content = sanitizer.clean(fetch(present, client));
+        log_sanitizer sanitizer(known_ids(session));
+        content = sanitizer.clean(fetch(session, client));
     } else {
-        content = fetch(present, client);
+        content = fetch(session, client);
     }
     if (path.empty()) {
-        return show(present, std::move(content));
+        return show(session, std::move(content));
     }
     write_file(path, content);
-    return say(present,
-               "the log of " + present.chosen().name() + ", " + std::to_string(content.size()) +
-                   " bytes, is in " + path,
-               {{"file", path}, {"bytes", content.size()}});
+    return print_result(session,
+                        "the log of " + session.chosen().name() + ", " +
+                            std::to_string(content.size()) + " bytes, is in " + path,
+                        {{"file", path}, {"bytes", content.size()}});
 }
 
 } // namespace
@@ -126,7 +126,7 @@ verb_work declare_log(arguments &declared) {
                    "Examples:\n"
                    "  engr_app log gateway.log\n"
                    "  engr_app log --sanitized support.log");
-    return [given](session &present) { return fetch_log(present, *given); };
+    return [given](gateway_session &session) { return fetch_log(session, *given); };
 }
 
 } // namespace engr_app

@@ -1,7 +1,7 @@
 // online: which devices are online and which are not.
 #include "base/failure.h"
 #include "gateway/devices.h"
-#include "gateway/session.h"
+#include "gateway/request.h"
 #include "verbs/arguments.h"
 #include "verbs/verb.h"
 
@@ -10,13 +10,13 @@
 namespace engr_app {
 namespace {
 
-int online(session &present) {
-    const auto answers = present.ask({line_state_request()});
+int online(gateway_session &session) {
+    const auto answers = session.ask({line_state_request()});
     line_state known;
     if (!says_no_devices(answers[0])) {
-        known = parse_line_state(present.accepted(answers[0]));
+        known = parse_line_state(expect_success(session, answers[0]));
     }
-    console &out = present.out();
+    console &out = session.out();
     if (out.json()) {
         out.document({{"online", known.online}, {"offline", known.offline}});
         return exit_success;

@@ -1,6 +1,6 @@
 // provision: gives a gateway in access-point mode its Wi-Fi network and waits for what comes of it.
 #include "files/secret_input.h"
-#include "gateway/announcement_json.h"
+#include "gateway/gateway.h"
 #include "gateway/request.h"
 #include "lan_client/provisioning.h"
 #include "lan_client/utf8.h"
@@ -61,16 +61,16 @@ std::string text_to_send(provision_arguments &given) {
 // One configuration from its first datagram to what came of it.
 class provisioning {
   public:
-    provisioning(session &present, const provision_arguments &given, std::string text)
-        : present_(present), given_(given), text_(std::move(text)),
-          new_interface_(given.new_interface.empty() ? present.options().interface_name
+    provisioning(gateway_session &session, const provision_arguments &given, std::string text)
+        : session_(session), given_(given), text_(std::move(text)),
+          new_interface_(given.new_interface.empty() ? session.options().interface_name
                                                      : given.new_interface),
           channel_(
-              present.loop(), [this](const auto &failed) { hear(failed); }, present.observer()),
+              session.loop(), [this](const auto &failed) { hear(failed); }, session.observer()),
           listener_(
-              present.loop(), [this](const auto &datagram) { hear(datagram); }, present.observer()),
-          repeat_timer_(present.loop()) {
-        const std::vector<std::string> &named = present.options().gateways;
+              session.loop(), [this](const auto &datagram) { hear(datagram); }, session.observer()),
+          repeat_timer_(session.loop()) {
+        const std::vector<std::string> &named = session.options().gateways;
         if (!named.empty()) {
             wanted_id_ = named.front();
             if (parse_address(wanted_id_)) {
@@ -81,22 +81,22 @@ class provisioning {
     }
 
     int run() {
-        console &out = present_.out();
+        console &out = session_.out();
         // Gateways that are on the network already must not be taken for the new one.
         out.progress("listening on " + new_interface_ + " for gateways that are there already ...");
-        before_ = present_.listen(new_interface_, present_.listen_time()).announcements;
-        for (const announcement &said : before_) {
-            note_if_waiting(said);
+        before_ = session_.discover(new_interface_, session_.discovery_time()).announcements;
+        for (const announcement &announced : before_) {
+            note_if_waiting(announced);
         }
         if (!can_be_told()) {
             out.progress("no gateway here says that it needs Wi-Fi, so none that appears can be "
                          "told to be the right one; --gateway ID names it");
         }
-        check(channel_.open(present_.options().interface_name), "listen for a failure");
+        check(channel_.open(session_.options().interface_name), "listen for a failure");
         check(listener_.open(new_interface_), "listen for gateways");
         send();
         const auto limit = std::chrono::milliseconds(static_cast<long>(given_.wait_s * 1000));
-        present_.loop().run_until(
+        session_.loop().run_until(
             [this] { return failed_ || appeared_ || (stranger_ && !can_be_told()); }, limit);
         if (failed_) {
             throw refused();
@@ -109,10 +109,10 @@ class provisioning {
         }
         nlohmann::json document = announcement_json(*appeared_);
         document["sent"] = sent_;
-        return say(present_,
-                   "gateway " + appeared_->id + " appeared at " + appeared_->address + " on " +
-                       new_interface_ + ": it has joined its network",
-                   document);
+        return print_result(session_,
+                            "gateway " + appeared_->id + " appeared at " + appeared_->address +
+                                " on " + new_interface_ + ": it has joined its network",
+                            document);
     }
 
   private:
@@ -133,15 +133,15 @@ class provisioning {
         }
         sent_ += problem ? 0 : 1;
         ++attempts_;
-        present_.out().progress(problem ? "could not send again: " + problem.detail
+        session_.out().progress(problem ? "could not send again: " + problem.detail
                                         : "sent the configuration to " + given_.address + " on " +
-                                              present_.options().interface_name + ", " +
+                                              session_.options().interface_name + ", " +
                                               std::to_string(attempts_) + " of at most " +
                                               std::to_string(given_.repeat) + " times");
         if (attempts_ < given_.repeat) {
             repeat_timer_.start(repeat_interval, [this] { send(); });
         } else {
-            present_.out().progress("waiting for the gateway on " + new_interface_ + " ...");
+            session_.out().progress("waiting for the gateway on " + new_interface_ + " ...");
         }
     }
 
@@ -153,27 +153,29 @@ class provisioning {
     }
 
     void hear(const lan_client::parsed_datagram &datagram) {
-        const announcement &said = datagram.said;
+        const announcement &announced = datagram.said;
         unreadable_ += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
         if (datagram.kind != lan_client::datagram_kind::announcement || appeared_ ||
-            note_if_waiting(said) || (!wanted_id_.empty() && said.id != wanted_id_)) {
+            note_if_waiting(announced) || (!wanted_id_.empty() && announced.id != wanted_id_)) {
             return;
         }
-        const bool was_there = std::ranges::any_of(before_, [&said](const announcement &other) {
-            return other.id == said.id && other.address == said.address && !other.needs_wifi_setup;
-        });
+        const bool was_there =
+            std::ranges::any_of(before_, [&announced](const announcement &other) {
+                return other.id == announced.id && other.address == announced.address &&
+                       !other.needs_wifi_setup;
+            });
         if (!was_there) {
-            const bool right = !wanted_id_.empty() || waiting_ids_.contains(said.id);
-            (right ? appeared_ : stranger_) = said;
+            const bool right = !wanted_id_.empty() || waiting_ids_.contains(announced.id);
+            (right ? appeared_ : stranger_) = announced;
         }
     }
 
     // Remembers a gateway that says that it has no network yet.
-    bool note_if_waiting(const announcement &said) {
-        if (said.needs_wifi_setup) {
-            waiting_ids_.insert(said.id);
+    bool note_if_waiting(const announcement &announced) {
+        if (announced.needs_wifi_setup) {
+            waiting_ids_.insert(announced.id);
         }
-        return said.needs_wifi_setup;
+        return announced.needs_wifi_setup;
     }
 
     // Whether there is a way to know the right gateway when it appears.
@@ -210,7 +212,7 @@ class provisioning {
                 "(--new-interface names the interface)"};
     }
 
-    session &present_;
+    gateway_session &session_;
     const provision_arguments &given_;
     std::string text_;
     std::string new_interface_;
@@ -228,11 +230,11 @@ class provisioning {
     std::optional<announcement> stranger_; // that may be the one or not
 };
 
-int provision(session &present, provision_arguments &given) {
+int provision(gateway_session &session, provision_arguments &given) {
     if (!parse_address(given.address) || given.address.find(':') != std::string::npos) {
         throw wrong_usage("provision: --address " + given.address + " is no IPv4 address");
     }
-    return provisioning(present, given, text_to_send(given)).run();
+    return provisioning(session, given, text_to_send(given)).run();
 }
 
 } // namespace
@@ -264,7 +266,7 @@ verb_work declare_provision(arguments &declared) {
         "  engr_app provision --ssid office --interface wlan0\n"
         "  engr_app provision --ssid office --password-file wifi.txt --token-file token.txt \\\n"
         "      --interface wlan0 --new-interface eth0");
-    return [given](session &present) { return provision(present, *given); };
+    return [given](gateway_session &session) { return provision(session, *given); };
 }
 
 } // namespace engr_app

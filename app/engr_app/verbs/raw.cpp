@@ -69,8 +69,8 @@ std::string read_payload(const raw_arguments &given) {
     return payload;
 }
 
-void show(session &present, const lan_client::answer &answered, bool hex) {
-    console &out = present.out();
+void show(gateway_session &session, const lan_client::answer &answered, bool hex) {
+    console &out = session.out();
     const std::string payload = hex ? to_hex(answered.payload) : answered.payload;
     if (out.json()) {
         return out.document(
@@ -88,17 +88,17 @@ void show(session &present, const lan_client::answer &answered, bool hex) {
     }
 }
 
-int raw(session &present, const raw_arguments &given) {
+int raw(gateway_session &session, const raw_arguments &given) {
     const std::uint32_t type = parse_type(given.type);
     lan_client::request request{.type = type,
                                 .payload = read_payload(given),
                                 .coding = given.plain ? lan_client::payload_coding::plain
                                                       : lan_client::request_coding(type)};
-    const auto answers = present.ask({std::move(request)});
+    const auto answers = session.ask({std::move(request)});
     if (answers.front().failure) {
-        throw present.explain(answers.front());
+        throw session.explain(answers.front());
     }
-    show(present, answers.front(), given.hex);
+    show(session, answers.front(), given.hex);
     return answers.front().ret == 0 ? exit_success : exit_failed;
 }
 
@@ -129,7 +129,7 @@ verb_work declare_raw(arguments &declared) {
                    "  engr_app raw FRM_DEV_LIST\n"
                    "  engr_app raw 10 '{\"cid\": \"a1\"}' --json\n"
                    "  engr_app raw tp_cmd '{\"cid\": \"a1\", \"dps\": {\"1\": true}}'");
-    return [given](session &present) { return raw(present, *given); };
+    return [given](gateway_session &session) { return raw(session, *given); };
 }
 
 } // namespace engr_app

@@ -29,11 +29,11 @@ struct scene_arguments {
     std::string file;
 };
 
-report_ear::rule outcome_of(std::uint32_t type, const json &asked,
-                            const std::vector<const char *> &same_members) {
-    return [=](const lan_client::report &heard) {
-        const json body = parse_json(heard.payload);
-        bool same = heard.type == type;
+report_subscription::rule outcome_of(std::uint32_t type, const json &asked,
+                                     const std::vector<const char *> &same_members) {
+    return [=](const lan_client::report &report) {
+        const json body = parse_json(report.payload);
+        bool same = report.type == type;
         for (const char *name : same_members) {
             same = same && member_text(body, name) == member_text(asked, name);
         }
@@ -41,20 +41,21 @@ report_ear::rule outcome_of(std::uint32_t type, const json &asked,
     };
 }
 
-int execute(session &present, const scene_arguments &given) {
-    ask_one(present, json_request(frame_type::com_scene_exec, {{"sceneId", given.scene_id}}));
-    return say(present,
-               present.chosen().name() + " was told to run linkage scene " + given.scene_id +
-                   " (it answers the same when it has no such scene; engr_app watch shows what "
-                   "changes)",
-               {{"sceneId", given.scene_id}});
+int execute(gateway_session &session, const scene_arguments &given) {
+    ask_one(session, json_request(frame_type::com_scene_exec, {{"sceneId", given.scene_id}}));
+    return print_result(
+        session,
+        session.chosen().name() + " was told to run linkage scene " + given.scene_id +
+            " (it answers the same when it has no such scene; engr_app watch shows what "
+            "changes)",
+        {{"sceneId", given.scene_id}});
 }
 
-int run(session &present, const scene_arguments &given) {
+int run(gateway_session &session, const scene_arguments &given) {
     const json payload{{"sid", given.scene_id}, {"gid", given.group_id}};
-    ask_one(present, json_request(frame_type::scene_cmd, payload));
-    return say(present, "scene " + given.scene_id + " of group " + given.group_id + " was run",
-               payload);
+    ask_one(session, json_request(frame_type::scene_cmd, payload));
+    return print_result(
+        session, "scene " + given.scene_id + " of group " + given.group_id + " was run", payload);
 }
 
 // The set as it is sent: complete, and consistent in itself.
@@ -82,21 +83,21 @@ json checked_set(const std::string &file) {
     return set;
 }
 
-int synchronise(session &present, const scene_arguments &given) {
+int synchronise(gateway_session &session, const scene_arguments &given) {
     const json set = checked_set(given.file);
-    ask_one(present, json_request(frame_type::scene_linkage, set));
+    ask_one(session, json_request(frame_type::scene_linkage, set));
     const std::string count = std::to_string(set["scenes"].size());
     const std::string time = one_line(set["gmtModified"]);
-    return say(present,
-               set["scenes"].empty()
-                   ? present.chosen().name() + " has no linkage scenes any more"
-                   : present.chosen().name() + " has the set of " + count +
-                         " linkage scene(s) modified at " + time +
-                         " (a set that it had with the same gmtModified it keeps)",
-               {{"totalCount", set["totalCount"]}, {"gmtModified", set["gmtModified"]}});
+    return print_result(session,
+                        set["scenes"].empty()
+                            ? session.chosen().name() + " has no linkage scenes any more"
+                            : session.chosen().name() + " has the set of " + count +
+                                  " linkage scene(s) modified at " + time +
+                                  " (a set that it had with the same gmtModified it keeps)",
+                        {{"totalCount", set["totalCount"]}, {"gmtModified", set["gmtModified"]}});
 }
 
-int operate(session &present, const scene_arguments &given) {
+int operate(gateway_session &session, const scene_arguments &given) {
     json payload{{"sid", given.scene_id}, {"gid", given.group_id}, {"op", given.operation}};
     if (given.operation == "save") {
         if (given.file.empty()) {
@@ -108,17 +109,17 @@ int operate(session &present, const scene_arguments &given) {
     } else if (!given.file.empty()) {
         throw wrong_usage("scene oper delete takes no FILE");
     }
-    report_ear ear(present);
-    const auto told =
-        ear.outcome(json_request(frame_type::scene_oper, payload),
-                    outcome_of(frame_type::scene_oper, payload, {"sid", "gid", "op"}));
-    return say(present,
-               "scene " + given.scene_id + " of group " + given.group_id + " was " +
-                   (given.operation == "save" ? "saved" : "deleted"),
-               payload_json(told.payload));
+    report_subscription reports(session);
+    const auto report =
+        reports.outcome(json_request(frame_type::scene_oper, payload),
+                        outcome_of(frame_type::scene_oper, payload, {"sid", "gid", "op"}));
+    return print_result(session,
+                        "scene " + given.scene_id + " of group " + given.group_id + " was " +
+                            (given.operation == "save" ? "saved" : "deleted"),
+                        payload_json(report.payload));
 }
 
-int assign_panel(session &present, const scene_arguments &given) {
+int assign_panel(gateway_session &session, const scene_arguments &given) {
     const json_place whole = json_place::read(given.file, "buttons");
     const std::vector<json_place> buttons = whole.entries("buttons");
     for (const json_place &button : buttons) {
@@ -127,18 +128,18 @@ int assign_panel(session &present, const scene_arguments &given) {
         static_cast<void>(button.id("gid"));
     }
     const json payload{{"cid", given.scene_id}, {"buttons", whole.value()["buttons"]}};
-    report_ear ear(present);
-    const auto told = ear.outcome(json_request(frame_type::scene_panel, payload),
-                                  outcome_of(frame_type::scene_panel, payload, {"cid"}));
-    return say(present,
-               "panel " + given.scene_id + " now has " + std::to_string(buttons.size()) +
-                   " assigned button(s)",
-               payload_json(told.payload));
+    report_subscription reports(session);
+    const auto report = reports.outcome(json_request(frame_type::scene_panel, payload),
+                                        outcome_of(frame_type::scene_panel, payload, {"cid"}));
+    return print_result(session,
+                        "panel " + given.scene_id + " now has " + std::to_string(buttons.size()) +
+                            " assigned button(s)",
+                        payload_json(report.payload));
 }
 
 verb_work with(const std::shared_ptr<scene_arguments> &given,
-               int (*work)(session &, const scene_arguments &)) {
-    return [given, work](session &present) { return work(present, *given); };
+               int (*work)(gateway_session &, const scene_arguments &)) {
+    return [given, work](gateway_session &session) { return work(session, *given); };
 }
 
 verb_work declare_scene_exec(arguments &declared) {

@@ -2,7 +2,7 @@
 #include "base/failure.h"
 #include "base/json_text.h"
 #include "files/output_file.h"
-#include "gateway/device_versions.h"
+#include "gateway/devices.h"
 #include "gateway/session.h"
 #include "site/diff.h"
 #include "site/report.h"
@@ -29,12 +29,12 @@ struct diff_arguments {
     std::string after;
 };
 
-int report(session &present, const report_arguments &given) {
-    const json about = ask_site_report(present, given.extent);
+int report(gateway_session &session, const report_arguments &given) {
+    const json about = ask_site_report(session, given.extent);
     std::string files;
     const auto write = [&](const std::string &name, const std::string &text) {
         if (!name.empty()) {
-            const std::string path = present.output_path(name);
+            const std::string path = session.output_path(name);
             write_file(path, text + "\n");
             files += (files.empty() ? "" : " and ") + path;
         }
@@ -42,22 +42,22 @@ int report(session &present, const report_arguments &given) {
     const std::string markdown = site_report_markdown(about);
     write(given.markdown_file, markdown);
     write(given.json_file, many_lines(about));
-    console &out = present.out();
+    console &out = session.out();
     if (out.json()) {
         out.document(about);
     } else if (files.empty()) {
         out.text(markdown);
     } else {
-        out.line("report of " + present.chosen().name() + " with " +
+        out.line("report of " + session.chosen().name() + " with " +
                  std::to_string(about["devices"].size()) + " devices written to " + files);
     }
     return exit_success;
 }
 
-int diff(session &present, const diff_arguments &given) {
+int diff(gateway_session &session, const diff_arguments &given) {
     const json changes =
         site_changes(read_site_reports(given.before), read_site_reports(given.after));
-    console &out = present.out();
+    console &out = session.out();
     if (out.json()) {
         out.document(changes);
         return exit_success;
@@ -83,7 +83,7 @@ verb_work declare_report(arguments &declared) {
     declared.notes(std::string(versions_note) +
                    "Without a file the report goes to standard output, as Markdown or with --json "
                    "as\nJSON. With several gateways each has files of its own, FILE-ID.EXTENSION.");
-    return [given](session &present) { return report(present, *given); };
+    return [given](gateway_session &session) { return report(session, *given); };
 }
 
 verb_work declare_diff(arguments &declared) {
@@ -91,7 +91,7 @@ verb_work declare_diff(arguments &declared) {
     declared.required("BEFORE", given->before, "The earlier report, a JSON file");
     declared.required("AFTER", given->after, "The later one");
     declared.concerns_no_gateway();
-    return [given](session &present) { return diff(present, *given); };
+    return [given](gateway_session &session) { return diff(session, *given); };
 }
 
 } // namespace

@@ -13,15 +13,16 @@ namespace {
 
 constexpr std::size_t max_token_bytes = 64;
 
-int token(session &present, secret_input &input) {
+int token(gateway_session &session, secret_input &input) {
     const std::string &secret = input.read();
     if (secret.size() > max_token_bytes || !std::ranges::all_of(secret, [](char character) {
             return character >= ' ' && character <= '~';
         })) {
         throw wrong_usage("the token must have 1 to 64 printable characters");
     }
-    ask_one(present, json_request(lan_client::frame_type::token_bind, {{"token", secret}}));
-    return say(present, "the token is bound to " + present.chosen().name(), {{"bound", true}});
+    ask_one(session, json_request(lan_client::frame_type::token_bind, {{"token", secret}}));
+    return print_result(session, "the token is bound to " + session.chosen().name(),
+                        {{"bound", true}});
 }
 
 } // namespace
@@ -36,7 +37,7 @@ verb_work declare_token(arguments &declared) {
                    "Examples:\n"
                    "  engr_app token --token-file token.txt\n"
                    "  ENGR_TOKEN=... engr_app token");
-    return [input](session &present) { return token(present, *input); };
+    return [input](gateway_session &session) { return token(session, *input); };
 }
 
 } // namespace engr_app

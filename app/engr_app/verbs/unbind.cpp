@@ -21,15 +21,15 @@ std::unordered_set<std::string> bound_ids(const std::string &payload) {
 
 // A gateway says yes to every deletion; what counts is its list of devices before and after. It
 // works off its requests in their order.
-int unbind(session &present, const std::vector<std::string> &ids) {
+int unbind(gateway_session &session, const std::vector<std::string> &ids) {
     std::vector<lan_client::request> requests{device_list_request()};
     for (const std::string &id : ids) {
         requests.push_back(json_request(lan_client::frame_type::del_sub_dev, {{"cid", id}}));
     }
     requests.push_back(device_list_request());
-    const auto answers = present.ask(std::move(requests));
+    const auto answers = session.ask(std::move(requests));
     for (const lan_client::answer &one : answers) {
-        agreed(present, one);
+        expect_success(session, one);
     }
     const auto before = bound_ids(answers.front().payload);
     const auto after = bound_ids(answers.back().payload);
@@ -45,10 +45,10 @@ int unbind(session &present, const std::vector<std::string> &ids) {
                                     : "was not bound, see engr_app devices"});
         code = gone ? code : exit_failed;
     }
-    if (present.out().json()) {
-        present.out().document(document);
+    if (session.out().json()) {
+        session.out().document(document);
     } else {
-        present.out().table({"CID", "OUTCOME"}, rows);
+        session.out().table({"CID", "OUTCOME"}, rows);
     }
     return code;
 }
@@ -62,7 +62,7 @@ verb_work declare_unbind(arguments &declared) {
                    "afterwards.\n\n"
                    "Examples:\n"
                    "  engr_app unbind a4c1380001000001 a4c1380001000002");
-    return [ids](session &present) { return unbind(present, *ids); };
+    return [ids](gateway_session &session) { return unbind(session, *ids); };
 }
 
 } // namespace engr_app

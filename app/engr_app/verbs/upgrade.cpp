@@ -1,7 +1,7 @@
 // upgrade: brings new firmware to the gateway or to one of its devices.
 #include "base/json_text.h"
 #include "files/json_file.h"
-#include "gateway/device_versions.h"
+#include "gateway/devices.h"
 #include "gateway/request.h"
 #include "upgrade/image.h"
 #include "upgrade/transfer.h"
@@ -47,84 +47,85 @@ void check_arguments(const upgrade_arguments &given) {
     }
 }
 
-std::string target_name(session &present, const upgrade_order &order) {
-    return order.cid.empty() ? present.chosen().name()
-                             : "device " + order.cid + " of " + present.chosen().name();
+std::string target_name(gateway_session &session, const upgrade_order &order) {
+    return order.cid.empty() ? session.chosen().name()
+                             : "device " + order.cid + " of " + session.chosen().name();
 }
 
 // What is upgraded according to the gateway.
-std::string running_words(const upgrade_standing &standing) {
-    return standing.running_id.empty() ? "an upgrade" : "an upgrade of " + standing.running_id;
+std::string running_text(const upgrade_status &status) {
+    return status.running_id.empty() ? "an upgrade" : "an upgrade of " + status.running_id;
 }
 
-int show_plan(session &present, const firmware_image &image, const upgrade_order &order,
-              const upgrade_standing &standing) {
-    const std::string under_way = standing.running ? running_words(standing) : "none";
-    if (present.out().json()) {
-        present.out().document({{"file", image.path()},
+int show_plan(gateway_session &session, const firmware_image &image, const upgrade_order &order,
+              const upgrade_status &status) {
+    const std::string under_way = status.running ? running_text(status) : "none";
+    if (session.out().json()) {
+        session.out().document({{"file", image.path()},
                                 {"bytes", image.size()},
                                 {"md5", image.md5()},
                                 {"version", order.version},
-                                {"cid", standing.target_id},
-                                {"installed", standing.version},
-                                {"under_way", standing.running},
-                                {"under_way_cid", standing.running ? standing.running_id : ""}});
+                                {"cid", status.target_id},
+                                {"installed", status.version},
+                                {"under_way", status.running},
+                                {"under_way_cid", status.running ? status.running_id : ""}});
         return exit_success;
     }
-    present.out().facts({{"file", image.path()},
+    session.out().facts({{"file", image.path()},
                          {"size", std::to_string(image.size()) + " bytes"},
                          {"MD5", image.md5()},
                          {"version", order.version},
-                         {"device", target_name(present, order)},
-                         {"installed version", standing.version.empty() ? "-" : standing.version},
+                         {"device", target_name(session, order)},
+                         {"installed version", status.version.empty() ? "-" : status.version},
                          {"under way", under_way}});
     return exit_success;
 }
 
-int say_outcome(session &present, const std::string &sentence, const firmware_image &image,
-                const upgrade_standing &before, const upgrade_standing &after, bool upgraded) {
-    return say(present, sentence,
-               {{"cid", after.target_id},
-                {"file", image.path()},
-                {"bytes", image.size()},
-                {"md5", image.md5()},
-                {"version_before", before.version},
-                {"version", after.version},
-                {"upgraded", upgraded}});
+int print_outcome(gateway_session &session, const std::string &sentence,
+                  const firmware_image &image, const upgrade_status &before,
+                  const upgrade_status &after, bool upgraded) {
+    return print_result(session, sentence,
+                        {{"cid", after.target_id},
+                         {"file", image.path()},
+                         {"bytes", image.size()},
+                         {"md5", image.md5()},
+                         {"version_before", before.version},
+                         {"version", after.version},
+                         {"upgraded", upgraded}});
 }
 
-int upgrade(session &present, upgrade_arguments &given) {
+int upgrade(gateway_session &session, upgrade_arguments &given) {
     check_arguments(given);
     const firmware_image &image = given.the_image();
     const upgrade_order order{given.cid, given.version, image.size(), image.md5()};
-    const std::string name = target_name(present, order);
-    upgrade_course course(present, image, order);
+    const std::string name = target_name(session, order);
+    upgrade_transfer transfer(session, image, order);
     if (given.dry_run) {
-        tell_of_withdrawal(present);
-        return show_plan(present, image, order, course.ask_standing(true));
+        tell_of_withdrawal(session);
+        return show_plan(session, image, order, transfer.ask_status(true));
     }
-    const upgrade_standing before = course.ask_standing(false);
+    const upgrade_status before = transfer.ask_status(false);
     if (before.running) {
-        throw failure("busy", present.chosen().name() + " has " + running_words(before) +
+        throw failure("busy", session.chosen().name() + " has " + running_text(before) +
                                   " under way, started by another app or by itself; try again "
                                   "after it");
     }
     if (same_version(before.version, order.version) && !given.again) {
-        return say_outcome(present,
-                           name + " has version " + before.version +
-                               " already; --again brings it all the same",
-                           image, before, before, false);
+        return print_outcome(session,
+                             name + " has version " + before.version +
+                                 " already; --again brings it all the same",
+                             image, before, before, false);
     }
     const auto began = steady_clock::now();
-    const upgrade_standing after = course.carry_out(before);
+    const upgrade_status after = transfer.carry_out(before);
     const auto seconds =
         std::chrono::round<std::chrono::seconds>(steady_clock::now() - began).count();
-    return say_outcome(present,
-                       name + " now has version " + after.version +
-                           (before.version.empty() ? "" : " (before: " + before.version + ")") +
-                           "; " + std::to_string(image.size()) + " bytes in " +
-                           std::to_string(seconds) + " s",
-                       image, before, after, true);
+    return print_outcome(session,
+                         name + " now has version " + after.version +
+                             (before.version.empty() ? "" : " (before: " + before.version + ")") +
+                             "; " + std::to_string(image.size()) + " bytes in " +
+                             std::to_string(seconds) + " s",
+                         image, before, after, true);
 }
 
 } // namespace
@@ -152,7 +153,7 @@ verb_work declare_upgrade(arguments &declared) {
         "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1\n"
         "  engr_app upgrade lamp.ota --version 1.4 --cid a1\n"
         "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1 --all");
-    return [given](session &present) { return upgrade(present, *given); };
+    return [given](gateway_session &session) { return upgrade(session, *given); };
 }
 
 } // namespace engr_app

@@ -7,10 +7,10 @@
 namespace engr_app {
 
 class arguments;
-class session;
+class gateway_session;
 
 /// Does the work of one verb; returns the exit code.
-using verb_work = std::function<int(session &)>;
+using verb_work = std::function<int(gateway_session &)>;
 
 struct verb {
     const char *name;

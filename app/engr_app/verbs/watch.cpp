@@ -1,9 +1,8 @@
 // watch: what the gateway reports, as it happens.
 #include "base/failure.h"
 #include "gateway/devices.h"
-#include "gateway/frame_format.h"
-#include "gateway/report_format.h"
-#include "gateway/session.h"
+#include "gateway/format.h"
+#include "gateway/request.h"
 #include "verbs/arguments.h"
 #include "verbs/verb.h"
 
@@ -24,38 +23,38 @@ struct watch_arguments {
 
 class watcher {
   public:
-    watcher(session &present, const watch_arguments &arguments)
-        : present_(present), out_(present.out()), arguments_(arguments) {}
+    watcher(gateway_session &session, const watch_arguments &arguments)
+        : session_(session), out_(session.out()), arguments_(arguments) {}
 
     int watch() {
-        present_.loop().on_interrupt([this] { stopped_ = true; });
+        session_.loop().on_interrupt([this] { stopped_ = true; });
         // The first answer shows that the gateway took us in and that the key is right.
-        present_.connect(true, {.on_report = [this](const auto &told) { show(told); },
+        session_.connect(true, {.on_report = [this](const auto &report) { show(report); },
                                 .on_link = [this](const auto &change) { show(change); },
                                 .on_traffic = {}});
-        present_.accepted(present_.ask({device_list_request()}).front());
+        expect_success(session_, session_.ask({device_list_request()}).front());
         established_ = true;
-        out_.notice("watching " + present_.chosen().name() + ", Ctrl-C ends it");
+        out_.notice("watching " + session_.chosen().name() + ", Ctrl-C ends it");
         const auto limit =
             arguments_.for_s > 0
                 ? std::chrono::milliseconds(static_cast<long>(arguments_.for_s * 1000))
                 : std::chrono::milliseconds(std::chrono::years(10));
-        present_.loop().run_until([this] { return stopped_ || enough(); }, limit);
+        session_.loop().run_until([this] { return stopped_ || enough(); }, limit);
         return exit_success;
     }
 
   private:
     [[nodiscard]] bool enough() const { return arguments_.count > 0 && shown_ >= arguments_.count; }
 
-    void show(const lan_client::report &told) {
+    void show(const lan_client::report &report) {
         if (enough()) {
             return;
         }
         ++shown_;
         if (out_.json()) {
-            out_.json_line(report_json(told));
+            out_.json_line(report_json(report));
         } else {
-            out_.line(time_text() + "  " + report_words(told));
+            out_.line(time_text() + "  " + format_report(report));
         }
     }
 
@@ -64,7 +63,7 @@ class watcher {
             return; // a first connection that fails ends the program with its own sentence
         }
         if (change.state == link_state::connected) {
-            out_.notice(time_text() + "  connected again to " + present_.chosen().name());
+            out_.notice(time_text() + "  connected again to " + session_.chosen().name());
             lost_ = false;
             return;
         }
@@ -75,7 +74,7 @@ class watcher {
         lost_ = true;
     }
 
-    session &present_;
+    gateway_session &session_;
     console &out_;
     const watch_arguments &arguments_;
     bool stopped_ = false;
@@ -98,7 +97,7 @@ verb_work declare_watch(arguments &declared) {
                    "Examples:\n"
                    "  engr_app watch\n"
                    "  engr_app watch --gateway 127.0.0.1 --for 60 --json");
-    return [given](session &present) { return watcher(present, *given).watch(); };
+    return [given](gateway_session &session) { return watcher(session, *given).watch(); };
 }
 
 } // namespace engr_app

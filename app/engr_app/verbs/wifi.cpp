@@ -19,7 +19,7 @@ struct wifi_arguments {
     secret_input password{"Wi-Fi password", "ENGR_WIFI_PASSWORD"};
 };
 
-int wifi(session &present, wifi_arguments &given) {
+int wifi(gateway_session &session, wifi_arguments &given) {
     if (given.network.empty() || given.network.size() > max_network_name_bytes) {
         throw wrong_usage("wifi: a network's name has 1 to 32 bytes");
     }
@@ -30,11 +30,11 @@ int wifi(session &present, wifi_arguments &given) {
             throw wrong_usage("wifi: a password has at most 64 characters");
         }
     }
-    ask_one(present, json_request(lan_client::frame_type::wifi_modify, payload));
-    return say(present,
-               present.chosen().name() + " goes over to network " + given.network +
-                   ": its address may change, find it again with engr_app discover",
-               {{"ssid", given.network}});
+    ask_one(session, json_request(lan_client::frame_type::wifi_modify, payload));
+    return print_result(session,
+                        session.chosen().name() + " goes over to network " + given.network +
+                            ": its address may change, find it again with engr_app discover",
+                        {{"ssid", given.network}});
 }
 
 } // namespace
@@ -49,7 +49,7 @@ verb_work declare_wifi(arguments &declared) {
                    "Examples:\n"
                    "  engr_app wifi office\n"
                    "  engr_app wifi office --password-file wifi.txt");
-    return [given](session &present) { return wifi(present, *given); };
+    return [given](gateway_session &session) { return wifi(session, *given); };
 }
 
 } // namespace engr_app

@@ -1,5 +1,5 @@
 // Frames in words and in a file.
-#include "gateway/frame_format.h"
+#include "gateway/format.h"
 
 #include "base/failure.h"
 #include "base/json_text.h"
@@ -19,19 +19,19 @@
 namespace engr_app {
 namespace {
 
+namespace frame_type = lan_client::frame_type;
 using lan_client::payload_state;
 using lan_client::traffic;
 
 // The discovery broadcast shares its number with a command; the others are not of the TCP channel.
 std::string type_text(const traffic &seen) {
-    namespace frame_type = lan_client::frame_type;
     return seen.discovery                          ? "FRM_UDP_DISCOVERY (19)"
            : seen.type == frame_type::ap_nw_cfg    ? "FRM_AP_NW_CFG (1)"
            : seen.type == frame_type::udp_wifi_err ? "FRM_UDP_WIFI_ERR (20)"
                                                    : lan_client::frame_type_text(seen.type);
 }
 
-std::string payload_words(const traffic &seen) {
+std::string payload_text(const traffic &seen) {
     if (seen.wire_payload.empty()) {
         return "no payload";
     }
@@ -41,6 +41,40 @@ std::string payload_words(const traffic &seen) {
     }
     const std::string kind = seen.state == payload_state::decrypted ? " encrypted: " : " plain: ";
     return size + kind + without_secrets(seen.text);
+}
+
+using nlohmann::json;
+
+std::string data_points(const json &body) {
+    std::string id = member_text(body, "cid");
+    if (id.empty()) {
+        id = member_text(body, "devId");
+    }
+    std::string words = id.empty() ? "the gateway reports" : "device " + id + " reports";
+    std::string separator = " ";
+    for (const auto &[point, value] : body["dps"].items()) {
+        words += separator + point + " = " + one_line(value);
+        separator = ", ";
+    }
+    return words;
+}
+
+std::string bound_devices(const json &body) {
+    std::string words;
+    for (const json &product : body["products"]) {
+        words += (words.empty() ? "" : "; ") + ("device " + member_text(product, "cid")) +
+                 " was bound (product " + member_text(product, "pid") + ")";
+    }
+    return words;
+}
+
+std::string upgraded_thing(const json &body) {
+    const std::string id = member_text(body, "cid");
+    return member_text(body, "firmwareType") == "0" || id.empty() ? "the gateway" : "device " + id;
+}
+
+bool has(const json &body, const char *name) {
+    return body.is_object() && body.contains(name);
 }
 
 } // namespace
@@ -63,7 +97,7 @@ std::string milliseconds_text(double time_ms) {
     return text.data();
 }
 
-std::string frame_words(const traffic &seen) {
+std::string format_frame(const traffic &seen) {
     std::string words = time_text() + (seen.sent ? " to " : " from ") + std::string(seen.peer) +
                         ": " + type_text(seen) + " number " + std::to_string(seen.number);
     if (seen.ret) {
@@ -76,7 +110,7 @@ std::string frame_words(const traffic &seen) {
     if (!seen.crc_matches) {
         words += ", wrong CRC";
     }
-    return words + ", " + payload_words(seen);
+    return words + ", " + payload_text(seen);
 }
 
 frame_recorder::frame_recorder(const std::string &path) : path_(path) {
@@ -119,6 +153,45 @@ void frame_recorder::write(const traffic &seen) {
         throw failure("record_file",
                       "--record: can't write " + path_ + ": " + std::strerror(errno));
     }
+}
+
+std::string format_report(const lan_client::report &report) {
+    const std::string type = lan_client::frame_type_text(report.type);
+    if (!report.readable) {
+        return type + " that can't be decrypted with the key at hand";
+    }
+    const json body = parse_json(report.payload);
+    if (report.type == frame_type::dp_report && has(body, "dps") && body["dps"].is_object()) {
+        return data_points(body);
+    }
+    if (report.type == frame_type::sub_dev_bind_rpt && has(body, "products") &&
+        body["products"].is_array()) {
+        return bound_devices(body);
+    }
+    if (report.type == frame_type::sub_dev_unbind_rpt && has(body, "cid")) {
+        return "device " + member_text(body, "cid") + " was unbound";
+    }
+    if (report.type == frame_type::gw_unactive_rpt && has(body, "cid")) {
+        return "gateway " + member_text(body, "cid") + " was deactivated";
+    }
+    if (report.type == frame_type::upgrade_percent_rpt && has(body, "progress")) {
+        return "upgrade of " + upgraded_thing(body) + ": " + member_text(body, "progress") + " %";
+    }
+    if (report.type == frame_type::subdevice_update_rpt && has(body, "softVer")) {
+        return upgraded_thing(body) + " now has version " + member_text(body, "softVer");
+    }
+    const std::string ret = report.ret == 0 ? "" : ", ret " + std::to_string(report.ret);
+    return type + ret + (report.payload.empty() ? "" : ": " + report.payload);
+}
+
+json report_json(const lan_client::report &report) {
+    const auto *info = lan_client::find_frame_type(report.type);
+    return {{"time", time_text()},
+            {"type", report.type},
+            {"name", info == nullptr ? json() : json(info->name)},
+            {"number", report.number},
+            {"ret", report.ret},
+            {"payload", report.readable ? payload_json(report.payload) : json()}};
 }
 
 } // namespace engr_app
