@@ -2,7 +2,7 @@
 #include "lan_client/crypto.h"
 
 #include "key_seeds.h"
-#include "lan_client/utf8.h"
+#include "utf8.h"
 
 #include <algorithm>
 #include <cstring>

@@ -5,8 +5,8 @@
 #include "lan_client/crypto.h"
 #include "lan_client/frame_types.h"
 #include "lan_client/limits.h"
-#include "lan_client/utf8.h"
 #include "udp_socket.h"
+#include "utf8.h"
 
 #include <utility>
 

@@ -4,8 +4,8 @@
 #include "broadcast_frame.h"
 #include "lan_client/crypto.h"
 #include "lan_client/frame.h"
-#include "lan_client/utf8.h"
 #include "udp_socket.h"
+#include "utf8.h"
 
 #include <utility>
 

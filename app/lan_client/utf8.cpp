@@ -1,54 +1,36 @@
-// Reading of UTF-8 that may be malformed.
-#include "lan_client/utf8.h"
+#include "utf8.h"
+
+#include <cstddef>
+
+#include <utf8proc.h>
 
 namespace lan_client {
+namespace {
 
-code_point first_code_point(std::string_view text) {
-    const auto byte_at = [text](std::size_t index) {
-        return static_cast<unsigned char>(text[index]);
-    };
-    const unsigned char lead = byte_at(0);
-    if (lead < 0x80) {
-        return {lead, 1, true};
+/** Bytes of the valid code point at the start of a text that is not empty; 0: there is none. */
+std::size_t code_point_bytes(std::string_view text) {
+    utf8proc_int32_t ignored = 0;
+    const utf8proc_ssize_t bytes =
+        utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t *>(text.data()),
+                         static_cast<utf8proc_ssize_t>(text.size()), &ignored);
+    return bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
+}
+
+} // namespace
+
+std::string to_utf8(std::string_view text) {
+    std::string valid;
+    valid.reserve(text.size());
+    while (!text.empty()) {
+        const std::size_t bytes = code_point_bytes(text);
+        valid += bytes != 0 ? text.substr(0, bytes) : "\uFFFD";
+        text.remove_prefix(bytes != 0 ? bytes : 1);
     }
-    const std::size_t size = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < size) {
-        return {};
-    }
-    char32_t value = lead & (0x7Fu >> size);
-    for (std::size_t index = 1; index < size; ++index) {
-        if ((byte_at(index) & 0xC0) != 0x80) {
-            return {};
-        }
-        value = value << 6 | (byte_at(index) & 0x3Fu);
-    }
-    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (value < smallest[size] || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
-        return {};
-    }
-    return {value, size, true};
+    return valid;
 }
 
 bool is_utf8(std::string_view text) {
-    while (!text.empty()) {
-        const code_point step = first_code_point(text);
-        if (!step.well_formed) {
-            return false;
-        }
-        text.remove_prefix(step.bytes);
-    }
-    return true;
-}
-
-std::string to_utf8(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    while (!text.empty()) {
-        const code_point step = first_code_point(text);
-        out.append(step.well_formed ? text.substr(0, step.bytes) : "\xEF\xBF\xBD");
-        text.remove_prefix(step.bytes);
-    }
-    return out;
+    return to_utf8(text) == text;
 }
 
 } // namespace lan_client

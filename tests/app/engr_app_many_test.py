@@ -122,8 +122,9 @@ class ManyGatewaysTest(unittest.TestCase):
                 self.assertEqual((code, out.splitlines()[1:]), (1, wanted))
                 self.assertIn("gw2: ", err)
                 self.assertEqual("gw3: " in err, not more, "a key given is the only one used")
-            for text, word in [("gw1 short", "line 1"), ("gw1 a\ngw2 b", "line 1"), ('{"gw1": 5}', "gateway gw1"),
-                               (lines + lines, "line 5"), ("{", "JSON"), ("", "no key")]:
+            for text, word in [("gw1 short", "line 1"), ("gw1 a\ngw2 b", "line 1"), ('{"gw1": 5}', "gw1: is number"),
+                               ('{"gw1": 5, "gw1": 5}', '"gw1" is given twice'), (lines + lines, "line 5"),
+                               ("{", "line 1, column 2"), ("", "no key")]:
                 code, _, err = with_keys(text, "--all")
                 self.assertEqual(code, 2, text)
                 self.assertIn(word, err)

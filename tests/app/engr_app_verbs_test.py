@@ -163,17 +163,17 @@ class VerbsTest(unittest.TestCase):
                 (["config", "push", "app", self.file("a\0b", "zero")], "byte 2 is zero"),
                 (["config", "push", "app", self.file("{} ;", "open")], "does not end with }"),
                 (["log", "/no/directory/file"], "/no/directory/file"), (["log", "/dev/null"], "no ordinary file"),
-                *faulty(["bind"], ('{"products":\n [}', "line 2, column 3"), ("7", "expected an array or"),
-                        ({}, 'expected an object with the member "products"'),
-                        ([{"cid": "a" * 26, "pid": "p"}], "products[0].cid: expected a text of 1 to 25"),
+                *faulty(["bind"], ('{"products":\n [}', "line 2, column 3"), ("7", "is number, expected an object"),
+                        ({}, "has no products"),
+                        ([{"cid": "a" * 26, "pid": "p"}], "products[0].cid: has 26 bytes; it may have 1 to 25"),
                         ([{"cid": "a 1", "pid": "p"}], "products[0].cid: expected printable"),
-                        ([{"cid": "a1"}], 'products[0]: expected an object with the member "pid"'),
-                        (PRODUCTS * 2, 'products[1].cid: "a1" is given twice')),
-                *faulty(["scene", "sync"], ({**SCENES, "totalCount": 2}, "totalCount: expected a whole number of 1"),
-                        ({**SCENES, "gmtModified": 1 << 33}, "gmtModified: expected"),
+                        ([{"cid": "a1"}], "products[0]: has no pid"),
+                        (PRODUCTS * 2, "products[1].cid: 'a1' is given twice")),
+                *faulty(["scene", "sync"], ({**SCENES, "totalCount": 2}, "totalCount: is 2; it may be 1 to 1"),
+                        ({**SCENES, "gmtModified": 1 << 33}, "gmtModified: is 8589934592; it may be 1 to 2147483647"),
                         ([{"sceneId": "s", "actions": [{"cid": "a1", "dps": {"0": 1}}]}],
-                         'scenes[0].actions[0].dps: names "0"'),
-                        ([{"sceneId": "s", "actions": []}], "scenes[0].actions: expected at least one"))]:
+                         "scenes[0].actions[0].dps: '0' is not a data-point number"),
+                        ([{"sceneId": "s", "actions": []}], "scenes[0].actions: has 0 elements; it needs 1"))]:
             code, out, err = run(*arguments, "--gateway", "127.0.0.1:9")
             self.assertEqual((code, out), (2, ""), f"{arguments}: {err}")
             self.assertIn(word, err, f"{arguments} must name what is wrong")

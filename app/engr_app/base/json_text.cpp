@@ -1,14 +1,13 @@
 // Parsing of foreign JSON, writing of our own.
 #include "base/json_text.h"
 
-#include "base/escape.h"
-#include "lan_client/utf8.h"
+#include "support/utf8.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdio>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -23,7 +22,7 @@ constexpr std::array<std::string_view, 8> secret_members = {
     "passwd", "password", "token", "localKey", "local_key", "secKey", "authKey", "wf_passwd"};
 
 // Every value but the first stands behind a comma or opens a structure.
-bool is_too_much(std::string_view text, std::size_t max_values) {
+bool is_too_much(std::string_view text) {
     std::size_t depth = 0;
     std::size_t values = 1;
     bool in_string = false;
@@ -34,11 +33,11 @@ bool is_too_much(std::string_view text, std::size_t max_values) {
         } else if (in_string) {
             at += byte == '\\' ? 1 : 0;
         } else if (byte == '{' || byte == '[') {
-            if (++depth > max_nesting || ++values > max_values) {
+            if (++depth > max_nesting || ++values > lan_client::max_json_values) {
                 return true;
             }
         } else if (byte == ',') {
-            if (++values > max_values) {
+            if (++values > lan_client::max_json_values) {
                 return true;
             }
         } else if ((byte == '}' || byte == ']') && depth > 0) {
@@ -66,16 +65,12 @@ void hide_secrets(json &value) {
     }
 }
 
-std::string escape(char32_t value) {
-    std::array<char, 16> text{};
+std::string json_escape(uint32_t value) {
     if (value < 0x10000) {
-        std::snprintf(text.data(), text.size(), "\\u%04x", static_cast<unsigned>(value));
-    } else {
-        const auto above = static_cast<unsigned>(value) - 0x10000;
-        std::snprintf(text.data(), text.size(), "\\u%04x\\u%04x", 0xD800 + (above >> 10),
-                      0xDC00 + (above & 0x3FF));
+        return fmt::format("\\u{:04x}", value);
     }
-    return text.data();
+    const uint32_t above = value - 0x10000;
+    return fmt::format("\\u{:04x}\\u{:04x}", 0xD800 + (above >> 10), 0xDC00 + (above & 0x3FF));
 }
 
 // Beyond ASCII's printable characters and the line ends between members there is nothing but the
@@ -84,9 +79,9 @@ std::string escape_unsafe(std::string_view written) {
     std::string out;
     out.reserve(written.size());
     while (!written.empty()) {
-        const lan_client::code_point next = lan_client::first_code_point(written);
-        if (next.value != '\n' && is_unsafe(next.value)) {
-            out += escape(next.value);
+        const support::code_point next = support::first_code_point(written);
+        if (next.value != '\n' && !support::is_visible(next.value)) {
+            out += json_escape(next.value);
         } else {
             out += written.substr(0, next.bytes);
         }
@@ -101,16 +96,16 @@ std::string written(const json &value, int indent) {
 
 } // namespace
 
-json parse_json(std::string_view text, std::size_t max_values) {
-    if (is_too_much(text, max_values)) {
+json parse_json(std::string_view text) {
+    if (is_too_much(text)) {
         return json(json::value_t::discarded);
     }
-    return json::parse(lan_client::to_utf8(text), nullptr, false);
+    return json::parse(support::valid_utf8(text), nullptr, false);
 }
 
 json payload_json(std::string_view payload) {
     json value = parse_json(payload);
-    return value.is_discarded() ? json(lan_client::to_utf8(payload)) : value;
+    return value.is_discarded() ? json(support::valid_utf8(payload)) : value;
 }
 
 std::string one_line(const json &value) {
@@ -159,18 +154,6 @@ bool is_plain_text(std::string_view text, std::size_t max_bytes) {
            std::ranges::all_of(text, [](char character) {
                return character >= ' ' && character <= '~' && character != '"' && character != '\\';
            });
-}
-
-std::string to_hex(std::string_view bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string out;
-    out.reserve(bytes.size() * 2);
-    for (const char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        out += digits[value >> 4];
-        out += digits[value & 0xF];
-    }
-    return out;
 }
 
 } // namespace engr_app

@@ -14,19 +14,13 @@
 namespace engr_app {
 
 /**
- * Parses one JSON text; malformed UTF-8 in it becomes U+FFFD.
+ * Parses one JSON text from the network; malformed UTF-8 in it becomes U+FFFD.
  *
- * @param text may come from the network.
- * @param max_values most values that it may have: each takes some hundred bytes of memory, but
- *        only two of the text. A file of the user's own needs no such bound.
- * @return a discarded value for what is no JSON, has more values, or is nested so deeply that
- *         working on it would need much stack.
+ * @return a discarded value for what is no JSON, for more than lan_client::max_json_values values,
+ * each of which takes some hundred bytes of memory but only two of the text, and for what is nested
+ * so deeply that working on it would need much stack
  */
-[[nodiscard]] nlohmann::json parse_json(std::string_view text,
-                                        std::size_t max_values = lan_client::max_json_values);
-
-/** For parse_json: as many values as there are. */
-inline constexpr std::size_t any_number_of_values = SIZE_MAX;
+[[nodiscard]] nlohmann::json parse_json(std::string_view text);
 
 /// The payload as JSON if it is JSON, else as a string.
 [[nodiscard]] nlohmann::json payload_json(std::string_view payload);
@@ -52,8 +46,5 @@ inline constexpr std::size_t any_number_of_values = SIZE_MAX;
 /// 1 to `max_bytes` printable ASCII characters without double quote and backslash: what gateways
 /// put into their own JSON as it is.
 [[nodiscard]] bool is_plain_text(std::string_view text, std::size_t max_bytes);
-
-/// The bytes as lower-case hex digits.
-[[nodiscard]] std::string to_hex(std::string_view bytes);
 
 } // namespace engr_app

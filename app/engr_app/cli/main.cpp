@@ -3,6 +3,7 @@
 #include "base/failure.h"
 #include "cli/run.h"
 #include "gateway/session.h"
+#include "support/interfaces.h"
 #include "terminal/screen.h"
 #include "verbs/arguments.h"
 #include "verbs/verb.h"
@@ -13,7 +14,6 @@
 #include <string>
 
 #include <CLI/CLI.hpp>
-#include <net/if.h>
 
 namespace {
 
@@ -22,20 +22,6 @@ using namespace engr_app;
 std::string check_key(const std::string &key) {
     // The key itself must not show up in a message.
     return key.size() == lan_client::key_bytes ? "" : "a local key has exactly 16 characters";
-}
-
-std::string check_interface(const std::string &name) {
-    if (if_nametoindex(name.c_str()) != 0) {
-        return "";
-    }
-    std::string known;
-    if (struct if_nameindex *all = if_nameindex()) {
-        for (const struct if_nameindex *one = all; one->if_index != 0; ++one) {
-            known += std::string(known.empty() ? "" : ", ") + one->if_name;
-        }
-        if_freenameindex(all);
-    }
-    return "there is no interface " + name + "; this machine has " + known;
 }
 
 void declare_globals(CLI::App &app, global_options &options) {
@@ -70,7 +56,7 @@ void declare_globals(CLI::App &app, global_options &options) {
                    "Network interface to stay on; on lo only gateways of this machine are reached")
         ->type_name("IF")
         ->capture_default_str()
-        ->check(CLI::Validator(check_interface, "", "interface"));
+        ->check(CLI::Validator(support::interface_fault, "", "interface"));
     app.add_option("--timeout", options.timeout_s,
                    "How long to listen for gateways (default 6) and to wait for an answer "
                    "(default 5)")

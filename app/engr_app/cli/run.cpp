@@ -4,6 +4,7 @@
 #include "cli/targets.h"
 #include "files/key_file.h"
 #include "gateway/session.h"
+#include "support/input_error.h"
 
 #include <algorithm>
 #include <atomic>
@@ -24,6 +25,9 @@ int shown_failures(console &out, const std::function<int()> &work) {
     } catch (const failure &failed) {
         out.problem(failed.kind(), failed.what());
         return failed.exit_code();
+    } catch (const support::input_error &error) {
+        out.problem("usage", error.what());
+        return exit_wrong_usage;
     } catch (const std::exception &failed) {
         out.problem("internal", failed.what());
         return exit_failed;

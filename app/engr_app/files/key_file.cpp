@@ -2,14 +2,14 @@
 #include "files/key_file.h"
 
 #include "base/failure.h"
-#include "base/json_text.h"
 #include "files/input_file.h"
 #include "lan_client/crypto.h"
+#include "support/input_error.h"
+#include "support/json_value.h"
 #include "terminal/console.h"
 
 #include <algorithm>
 
-#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
 namespace engr_app {
@@ -34,15 +34,16 @@ void add(key_map &keys, const std::string &path, const std::string &place, const
 }
 
 key_map keys_of_json(const std::string &path, const std::string &text) {
-    const nlohmann::json object = parse_json(text, any_number_of_values);
-    if (!object.is_object()) {
-        throw bad_file(path, "it begins like JSON but is no valid JSON object");
+    try {
+        const support::json_document document(text, "key file " + path);
+        key_map keys;
+        for (const auto &[id, key] : document.root().members()) {
+            add(keys, path, "gateway " + id, id, key.text());
+        }
+        return keys;
+    } catch (const support::input_error &error) {
+        throw failure("key_file", error.what(), exit_wrong_usage);
     }
-    key_map keys;
-    for (const auto &[id, key] : object.items()) {
-        add(keys, path, "gateway " + id, id, key.is_string() ? key.get<std::string>() : "");
-    }
-    return keys;
 }
 
 key_map keys_of_lines(const std::string &path, const std::string &text) {

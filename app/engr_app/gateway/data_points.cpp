@@ -2,12 +2,13 @@
 #include "gateway/data_points.h"
 
 #include "base/json_text.h"
+#include "files/json_file.h"
 #include "gateway/request.h"
 #include "lan_client/frame_types.h"
+#include "support/data_points.h"
 #include "verbs/arguments.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include <nlohmann/json.hpp>
 
@@ -15,16 +16,6 @@ namespace engr_app {
 namespace {
 
 using nlohmann::json;
-
-constexpr int greatest_data_point = 255;
-
-bool is_data_point(std::string_view text) {
-    int number = 0;
-    const char *end = text.data() + text.size();
-    const auto [rest, problem] = std::from_chars(text.data(), end, number);
-    return problem == std::errc() && rest == end && number >= 1 && number <= greatest_data_point &&
-           text.front() != '0';
-}
 
 json parse_value(const std::string &text) {
     json value = parse_json(text);
@@ -42,10 +33,11 @@ void declare_data_points(arguments &declared, std::vector<std::string> &assignme
 }
 
 int parse_data_point(std::string_view text) {
-    if (!is_data_point(text)) {
+    const int number = support::data_point_number(text);
+    if (number == 0) {
         throw wrong_usage(std::string(text) + " is no data point; they have the numbers 1 to 255");
     }
-    return std::stoi(std::string(text));
+    return number;
 }
 
 json parse_data_points(const std::vector<std::string> &assignments, const std::string &object) {
@@ -53,12 +45,9 @@ json parse_data_points(const std::vector<std::string> &assignments, const std::s
         throw wrong_usage("give data points as DP=VALUE, or all of them with --json-dps");
     }
     if (!object.empty()) {
-        json whole = parse_json(object);
-        const std::string fault = data_points_fault(whole);
-        if (!fault.empty()) {
-            throw wrong_usage("--json-dps: " + fault);
-        }
-        return whole;
+        const support::json_document document(object, "--json-dps");
+        check_wanted_data_points(document.root());
+        return document.root().json;
     }
     json data_points = json::object();
     for (const std::string &assignment : assignments) {
@@ -73,22 +62,6 @@ json parse_data_points(const std::vector<std::string> &assignments, const std::s
         data_points[number] = parse_value(assignment.substr(equals + 1));
     }
     return data_points;
-}
-
-std::string data_points_fault(const json &object) {
-    if (!object.is_object() || object.empty()) {
-        return "must be an object with data points, such as {\"1\": true}";
-    }
-    for (const auto &[name, value] : object.items()) {
-        if (!is_data_point(name)) {
-            return "names \"" + name + "\", but data points have the numbers 1 to 255";
-        }
-        if (value.is_null() || value.is_structured()) {
-            return "gives data point " + name + " the value " + one_line(value) +
-                   ", but a value is true, false, a number or a text";
-        }
-    }
-    return "";
 }
 
 std::string data_points_text(const json &data_points) {

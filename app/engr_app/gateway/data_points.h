@@ -26,9 +26,6 @@ void declare_data_points(arguments &declared, std::vector<std::string> &assignme
 [[nodiscard]] nlohmann::json parse_data_points(const std::vector<std::string> &assignments,
                                                const std::string &object);
 
-/// Why an object is no set of data points; empty when it is one.
-[[nodiscard]] std::string data_points_fault(const nlohmann::json &object);
-
 /// "1 = true, 2 = 50".
 [[nodiscard]] std::string data_points_text(const nlohmann::json &data_points);
 

@@ -4,7 +4,8 @@
 #include "base/failure.h"
 #include "base/json_text.h"
 #include "lan_client/frame_types.h"
-#include "lan_client/utf8.h"
+#include "support/numbers.h"
+#include "support/utf8.h"
 
 #include <array>
 #include <cerrno>
@@ -141,10 +142,10 @@ void frame_recorder::write(const traffic &seen) {
     line["length"] = seen.wire_payload.size();
     line["encrypted"] = seen.state != payload_state::plain;
     const bool readable = seen.state != payload_state::unreadable;
-    if (readable && lan_client::is_utf8(seen.text)) {
+    if (readable && support::is_utf8(seen.text)) {
         line["payload"] = without_secrets(seen.text);
     } else {
-        line["payload_hex"] = to_hex(readable ? seen.text : seen.wire_payload);
+        line["payload_hex"] = support::to_hex(readable ? seen.text : seen.wire_payload);
     }
     const std::string text = line.dump() + "\n";
     const std::lock_guard lock(mutex_);

@@ -4,6 +4,7 @@
 #include "base/failure.h"
 #include "base/json_text.h"
 #include "files/input_file.h"
+#include "support/json_value.h"
 
 #include <algorithm>
 #include <map>
@@ -184,7 +185,7 @@ class comparison {
 } // namespace
 
 json read_site_reports(const std::string &path) {
-    const json content = parse_json(file_text(path), any_number_of_values);
+    const json content = support::json_document(file_text(path), path).root().json;
     json reports = json::array();
     if (!content.is_array()) {
         reports.push_back(content);

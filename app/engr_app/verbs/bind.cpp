@@ -16,13 +16,14 @@ using nlohmann::json;
 constexpr std::size_t max_product_id_bytes = 32;
 
 int bind_devices(gateway_session &session, const std::string &file) {
-    const json_place whole = json_place::read(file, "products");
+    const support::json_document document = read_json_file(file, "products");
     json products = json::array();
-    const std::vector<json_place> entries = whole.entries("products");
+    const std::vector<support::json_value> entries =
+        document.root().required("products").elements();
     distinct_ids(entries, "cid");
-    for (const json_place &entry : entries) {
-        products.push_back(
-            {{"cid", entry.id("cid")}, {"pid", entry.text("pid", max_product_id_bytes)}});
+    for (const support::json_value &entry : entries) {
+        products.push_back({{"cid", device_id(entry, "cid")},
+                            {"pid", entry.required("pid").text(max_product_id_bytes)}});
     }
     const std::string payload =
         ask_one(session,

@@ -3,7 +3,7 @@
 #include "gateway/gateway.h"
 #include "gateway/request.h"
 #include "lan_client/provisioning.h"
-#include "lan_client/utf8.h"
+#include "support/utf8.h"
 #include "verbs/arguments.h"
 
 #include <algorithm>
@@ -42,7 +42,7 @@ std::string text_to_send(provision_arguments &given) {
     const lan_client::wifi_configuration wanted{
         given.network, given.open ? "" : given.password.read(), given.token.read()};
     for (const std::string &text : {wanted.network, wanted.password, wanted.token}) {
-        if (!lan_client::is_utf8(text)) {
+        if (!support::is_utf8(text)) {
             throw wrong_usage("provision: network, password and token must be valid UTF-8");
         }
     }

@@ -3,10 +3,10 @@
 #include "base/json_text.h"
 #include "files/input_file.h"
 #include "gateway/session.h"
+#include "support/numbers.h"
 #include "verbs/arguments.h"
 #include "verbs/verb.h"
 
-#include <charconv>
 #include <memory>
 
 #include <nlohmann/json.hpp>
@@ -26,11 +26,8 @@ failure wrong_usage(const std::string &sentence) {
 }
 
 std::uint32_t parse_type(const std::string &text) {
-    std::uint32_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [rest, problem] = std::from_chars(text.data(), end, number);
-    if (problem == std::errc() && rest == end) {
-        return number;
+    if (const auto number = support::whole_number<uint32_t>(text)) {
+        return *number;
     }
     if (const auto *info = lan_client::find_frame_type(text)) {
         return info->number;
@@ -38,22 +35,6 @@ std::uint32_t parse_type(const std::string &text) {
     throw wrong_usage("raw: " + text +
                       " is no frame type; give a number or one of the names that "
                       "engr_app raw --help lists");
-}
-
-std::string parse_hex(const std::string &digits) {
-    std::string bytes;
-    for (std::size_t at = 0; at < digits.size(); at += 2) {
-        unsigned value = 0;
-        const char *pair = digits.data() + at;
-        const char *end = digits.data() + std::min(at + 2, digits.size());
-        const auto [rest, problem] = std::from_chars(pair, end, value, 16);
-        if (problem != std::errc() || rest != pair + 2) {
-            throw wrong_usage("raw --hex: the payload must be pairs of hex digits; at character " +
-                              std::to_string(at + 1) + " it is not");
-        }
-        bytes += static_cast<char>(value);
-    }
-    return bytes;
 }
 
 std::string read_payload(const raw_arguments &given) {
@@ -64,14 +45,14 @@ std::string read_payload(const raw_arguments &given) {
     if (given.hex) {
         // What comes from a file or an echo ends with a line end.
         payload.erase(payload.find_last_not_of(" \r\n") + 1);
-        return parse_hex(payload);
+        return support::from_hex("raw --hex", payload);
     }
     return payload;
 }
 
 void show(gateway_session &session, const lan_client::answer &answered, bool hex) {
     console &out = session.out();
-    const std::string payload = hex ? to_hex(answered.payload) : answered.payload;
+    const std::string payload = hex ? support::to_hex(answered.payload) : answered.payload;
     if (out.json()) {
         return out.document(
             {{"type", answered.type},

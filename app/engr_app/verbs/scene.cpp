@@ -60,23 +60,24 @@ int run(gateway_session &session, const scene_arguments &given) {
 
 // The set as it is sent: complete, and consistent in itself.
 json checked_set(const std::string &file) {
-    const json_place whole = json_place::read(file, "scenes");
-    const std::vector<json_place> scenes = whole.entries("scenes");
-    for (const json_place &scene : scenes) {
+    const support::json_document document = read_json_file(file, "scenes");
+    const support::json_value whole = document.root();
+    const std::vector<support::json_value> scenes = whole.required("scenes").elements();
+    for (const support::json_value &scene : scenes) {
         if (scene.has("name")) {
-            static_cast<void>(scene.text("name", max_name_bytes));
+            static_cast<void>(scene.required("name").text(max_name_bytes));
         }
-        scene.check_actions("actions");
+        check_actions(scene.required("actions"));
     }
     distinct_ids(scenes, "sceneId");
-    json set = whole.value();
+    json set = whole.json;
     const auto count = static_cast<std::int64_t>(scenes.size());
     if (whole.has("totalCount")) {
-        static_cast<void>(whole.number("totalCount", count, count));
+        static_cast<void>(whole.required("totalCount").whole_number(count, count));
     }
     set["totalCount"] = count;
     if (whole.has("gmtModified")) {
-        static_cast<void>(whole.number("gmtModified", 1, greatest_time));
+        static_cast<void>(whole.required("gmtModified").whole_number(1, greatest_time));
     } else {
         set["gmtModified"] = std::time(nullptr);
     }
@@ -103,9 +104,10 @@ int operate(gateway_session &session, const scene_arguments &given) {
         if (given.file.empty()) {
             throw wrong_usage("scene oper save: name the FILE with the scene's actions");
         }
-        const json_place whole = json_place::read(given.file, "actions");
-        whole.check_actions("actions");
-        payload["actions"] = whole.value()["actions"];
+        const support::json_document document = read_json_file(given.file, "actions");
+        const support::json_value actions = document.root().required("actions");
+        check_actions(actions);
+        payload["actions"] = actions.json;
     } else if (!given.file.empty()) {
         throw wrong_usage("scene oper delete takes no FILE");
     }
@@ -120,20 +122,20 @@ int operate(gateway_session &session, const scene_arguments &given) {
 }
 
 int assign_panel(gateway_session &session, const scene_arguments &given) {
-    const json_place whole = json_place::read(given.file, "buttons");
-    const std::vector<json_place> buttons = whole.entries("buttons");
-    for (const json_place &button : buttons) {
-        static_cast<void>(button.number("button", 1, greatest_button));
-        static_cast<void>(button.id("sid"));
-        static_cast<void>(button.id("gid"));
+    const support::json_document document = read_json_file(given.file, "buttons");
+    const support::json_value buttons = document.root().required("buttons");
+    for (const support::json_value &button : buttons.elements()) {
+        static_cast<void>(button.required("button").whole_number(1, greatest_button));
+        static_cast<void>(device_id(button, "sid"));
+        static_cast<void>(device_id(button, "gid"));
     }
-    const json payload{{"cid", given.scene_id}, {"buttons", whole.value()["buttons"]}};
+    const json payload{{"cid", given.scene_id}, {"buttons", json(buttons.json)}};
     report_subscription reports(session);
     const auto report = reports.outcome(json_request(frame_type::scene_panel, payload),
                                         outcome_of(frame_type::scene_panel, payload, {"cid"}));
     return print_result(session,
-                        "panel " + given.scene_id + " now has " + std::to_string(buttons.size()) +
-                            " assigned button(s)",
+                        "panel " + given.scene_id + " now has " +
+                            std::to_string(buttons.json.size()) + " assigned button(s)",
                         payload_json(report.payload));
 }
 
