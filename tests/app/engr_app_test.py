@@ -55,11 +55,13 @@ class OneGatewayTest(unittest.TestCase):
         kind, message = self.failing(garbage, "raw", "10", "{}", environment={"ENGR_LOCAL_KEY": LOCAL_KEY})
         self.assertEqual(kind, "wrong_key")
         self.assertNotIn(LOCAL_KEY, message)
-        for arguments, word in [(["devices"], "busy"), (["raw", "FRM_NOP"], "stayed silent"),
-                                (["raw", "7", "[]"], "refuses this type in silence"),
-                                (["raw", "grp_oper", "{}"], "accepts this type in silence")]:
+        for arguments, wanted, word in [
+                (["devices"], "timed_out", "busy"), (["raw", "FRM_NOP"], "timed_out", "stayed silent"),
+                (["raw", "FRM_TP_CMD", "[]"], "not_accepted", "did not accept the command"),
+                (["dp", "set", "a1", "1=1"], "not_accepted", "did not accept the command"),
+                (["raw", "FRM_GRP_OPER", "{}"], "timed_out", "accepts this type in silence")]:
             kind, message = self.failing(silent, *arguments, "--timeout", "0.05")
-            self.assertEqual(kind, "timed_out")
+            self.assertEqual(kind, wanted, f"{arguments}: {message}")
             self.assertIn(word, message)
         with socket.create_server(("127.0.0.1", 0)) as listener:
             closed = "127.0.0.1:%d" % listener.getsockname()[1]

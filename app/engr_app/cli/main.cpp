@@ -5,7 +5,6 @@
 #include "gateway/session.h"
 #include "support/interfaces.h"
 #include "terminal/screen.h"
-#include "verbs/arguments.h"
 #include "verbs/verb.h"
 
 #include <exception>
@@ -94,8 +93,7 @@ int main(int argc, char **argv) {
     std::map<const CLI::App *, verb_work> works;
     for (const verb &one : verbs()) {
         CLI::App *parser = app.add_subcommand(one.name, one.summary);
-        arguments declared(*parser);
-        works[parser] = one.declare(declared);
+        works[parser] = one.declare(*parser);
     }
     try {
         app.parse(argc, argv);

@@ -9,9 +9,11 @@ struct global_options;
 class console;
 class screen;
 
-/// Does the work of a verb for the gateways that the options name, each in a session, with a
-/// console and on a thread of its own when there are several. Shows every failure; returns the
-/// exit code: 0 only when all succeeded.
+/**
+ * Does the work of a verb for the gateways that the options name, each in a session, with a
+ * console and on a thread of its own when there are several. Shows every failure; returns the
+ * exit code: 0 only when all succeeded.
+ */
 [[nodiscard]] int run_verb(const verb_work &work, const global_options &options, screen &shown_on);
 
 } // namespace engr_app

@@ -3,10 +3,10 @@
 
 #include "files/input_file.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
 
 #include <cstdlib>
 
+#include <CLI/CLI.hpp>
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -81,13 +81,17 @@ std::string first_line(const std::string &text) {
 
 } // namespace
 
-void secret_input::declare(arguments &declared, const char *option, const char *file_option) {
+void secret_input::declare(CLI::App &parser, const char *option, const char *file_option) {
     if (option != nullptr) {
-        declared.option(option, given_, "SECRET",
-                        "The secret itself; a process list shows it while the program runs");
+        parser
+            .add_option(option, given_,
+                        "The secret itself; a process list shows it while the program runs")
+            ->type_name("SECRET");
     }
-    declared.option(file_option, file_, "FILE",
-                    "File whose first line is the secret; - reads it from standard input");
+    parser
+        .add_option(file_option, file_,
+                    "File whose first line is the secret; - reads it from standard input")
+        ->type_name("FILE");
     sources_ = std::string(file_option) + " FILE or the environment variable " + variable_;
 }
 

@@ -5,9 +5,11 @@
 #include <optional>
 #include <string>
 
-namespace engr_app {
+namespace CLI {
+class App;
+}
 
-class arguments;
+namespace engr_app {
 
 /// One secret of a verb, from an option, a file, an environment variable, or a terminal. It is
 /// read once, when it is first asked for, also when several gateways need it at the same time.
@@ -19,7 +21,7 @@ class secret_input {
 
     /// Declares the option that holds the secret, unless it is an argument already, and the one
     /// that names its file; both as in "--password".
-    void declare(arguments &declared, const char *option, const char *file_option);
+    void declare(CLI::App &parser, const char *option, const char *file_option);
 
     /// The secret where the user gave it as an argument.
     [[nodiscard]] std::string &given() { return given_; }

@@ -1,15 +1,13 @@
-// Reading of the device lists.
+// Asking for devices, and reading what the gateway answers.
 #include "gateway/devices.h"
 
-#include "base/failure.h"
 #include "base/json_text.h"
 #include "gateway/request.h"
-#include "gateway/session.h"
-
-#include <unordered_set>
 
 #include <algorithm>
+#include <unordered_set>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -67,12 +65,11 @@ line_state parse_line_state(std::string_view payload) {
 }
 
 bool says_no_devices(const lan_client::answer &answered) {
-    return !answered.failure && answered.ret != 0 &&
-           answered.payload == "online_dev or offline_dev is null";
+    return is_refused_with(answered, "online_dev or offline_dev is null");
 }
 
-nlohmann::json accepted_devices(gateway_session &session, const lan_client::answer &list,
-                                const lan_client::answer &states) {
+nlohmann::json expect_devices(gateway_session &session, const lan_client::answer &list,
+                              const lan_client::answer &states) {
     const std::vector<device> devices = parse_device_list(expect_success(session, list));
     line_state known;
     if (!says_no_devices(states)) {
@@ -99,14 +96,14 @@ const char *state_word(const nlohmann::json &device_of_list) {
 }
 
 void ask_of_each(gateway_session &session, nlohmann::json &devices, const char *what,
-                 const std::function<lan_client::request(const nlohmann::json &)> &question,
+                 const std::function<lan_client::request(const nlohmann::json &)> &request_for,
                  const std::function<void(nlohmann::json &, const lan_client::answer &)> &take) {
     progress_bar bar = session.out().bar(what, devices.size(), "devices");
     for (std::size_t start = 0; start < devices.size(); start += requests_at_once) {
         const std::size_t end = std::min(start + requests_at_once, devices.size());
         std::vector<lan_client::request> requests;
         for (std::size_t at = start; at < end; ++at) {
-            requests.push_back(question(devices[at]));
+            requests.push_back(request_for(devices[at]));
         }
         const auto answers = session.ask(std::move(requests));
         for (std::size_t at = start; at < end; ++at) {
@@ -120,23 +117,22 @@ lan_client::request gateway_version_request() {
     return upgrade_status_request({});
 }
 
-void tell_of_withdrawal(gateway_session &session) {
+void warn_of_withdrawal(gateway_session &session) {
     session.out().progress("asking for versions, which withdraws an image that another app has "
                            "announced and not started ...");
 }
 
 std::string add_versions(gateway_session &session, nlohmann::json &devices) {
-    tell_of_withdrawal(session);
+    warn_of_withdrawal(session);
     const auto own = session.ask({gateway_version_request()});
     const auto now = parse_upgrade_status({}, expect_success(session, own.front()));
     if (now.running) {
-        throw failure("busy", "an upgrade of " + now.running_id +
-                                  " is under way; ask for versions when it has ended");
+        throw failure("busy", fmt::format("an upgrade of {} is under way; ask for versions when it "
+                                          "has ended",
+                                          now.running_id));
     }
     const auto order_for = [](const nlohmann::json &device) {
-        upgrade_order order;
-        order.cid = member_text(device, "cid");
-        return order;
+        return upgrade_order{.cid = member_text(device, "cid"), .version = {}, .md5 = {}};
     };
     ask_of_each(
         session, devices, "versions",

@@ -1,4 +1,4 @@
-// The two lists of devices that a gateway gives: who belongs to it, and who is online.
+// The devices of a gateway: which belong to it, which are online, which firmware they have.
 #pragma once
 
 #include "gateway/upgrade_status.h"
@@ -20,8 +20,10 @@ struct device {
     std::string product_id;
 };
 
-/// Devices that are neither online nor offline are the gateway itself and those that are not in
-/// normal work.
+/**
+ * Devices that are neither online nor offline are the gateway itself and those that are not in
+ * normal work.
+ */
 struct line_state {
     std::vector<std::string> online;
     std::vector<std::string> offline;
@@ -30,44 +32,58 @@ struct line_state {
 [[nodiscard]] lan_client::request device_list_request();
 [[nodiscard]] lan_client::request line_state_request();
 
-/// Throws a failure when the payload is not a device list.
+/** @return the devices of an answer; throws a failure when the payload is no device list */
 [[nodiscard]] std::vector<device> parse_device_list(std::string_view payload);
 
-/// Throws a failure when the payload is not an online/offline list.
+/** @return the lists of an answer; throws a failure when the payload has none */
 [[nodiscard]] line_state parse_line_state(std::string_view payload);
 
-/// A gateway refuses to give two empty lists; this is how it says so.
+/** @return whether a gateway says in its own way that both lists are empty: it refuses */
 [[nodiscard]] bool says_no_devices(const lan_client::answer &answered);
 
-/// [{"cid", "pid", "online"}] of the answers to both requests, with "online" null where the gateway
-/// keeps a device in neither list. Throws what explains a missing, refusing or unreadable answer.
-[[nodiscard]] nlohmann::json accepted_devices(gateway_session &session,
-                                              const lan_client::answer &list,
-                                              const lan_client::answer &states);
+/**
+ * @param list    the answer to device_list_request
+ * @param states  the answer to line_state_request
+ * @return [{"cid", "pid", "online"}], with "online" null where the gateway keeps a device in
+ *         neither list; throws what explains a missing, refusing or unreadable answer
+ */
+[[nodiscard]] nlohmann::json expect_devices(gateway_session &session,
+                                            const lan_client::answer &list,
+                                            const lan_client::answer &states);
 
-/// Asks one thing about each entry of that list, many at once, under a progress bar.
+/**
+ * Sends one request for each entry of that list, many at once, and shows a progress bar.
+ *
+ * @param what         what the bar calls it
+ * @param request_for  makes the request
+ * @param take         gets the answer
+ */
 void ask_of_each(
     gateway_session &session, nlohmann::json &devices, const char *what,
-    const std::function<lan_client::request(const nlohmann::json &device)> &question,
+    const std::function<lan_client::request(const nlohmann::json &device)> &request_for,
     const std::function<void(nlohmann::json &device, const lan_client::answer &answered)> &take);
 
-/// "online", "offline" or "-" for an entry of that list.
+/** @return "online", "offline" or "-" for an entry of that list */
 [[nodiscard]] const char *state_word(const nlohmann::json &device_of_list);
 
-/// What to say about it in --help: a gateway tells versions only to an announcement.
+/** What --help says about asking for versions. */
 inline constexpr const char *versions_note =
     "A gateway tells versions only to an app that announces an image, so --versions announces an\n"
     "empty one. That withdraws what another app has announced and not started: its start fails\n"
     "with \"file_size is zero\", and it has to announce again. An upgrade under way goes on.\n\n";
 
-/// Asks for the gateway's own version and whether an upgrade is under way.
+/** @return a request for the gateway's own version, and whether an upgrade is under way */
 [[nodiscard]] lan_client::request gateway_version_request();
 
-/// Says that versions are asked for and what that does to others.
-void tell_of_withdrawal(gateway_session &session);
+/** Says that versions are asked for and what that does to others. */
+void warn_of_withdrawal(gateway_session &session);
 
-/// Adds "sw_ver" to each entry of a device list, null where the gateway tells none. Throws a
-/// failure while an upgrade is under way, since asking would disturb it. Returns the gateway's own.
+/**
+ * Adds "sw_ver" to each entry of a device list, null where the gateway tells none. Throws a
+ * failure while an upgrade is under way, since asking would disturb it.
+ *
+ * @return the gateway's own version
+ */
 std::string add_versions(gateway_session &session, nlohmann::json &devices);
 
 } // namespace engr_app

@@ -1,19 +1,21 @@
-// Frames in words and in a file.
+// Frames and reports as text and as JSON.
 #include "gateway/format.h"
 
 #include "base/failure.h"
 #include "base/json_text.h"
+#include "gateway/data_points.h"
 #include "lan_client/frame_types.h"
 #include "support/numbers.h"
 #include "support/utf8.h"
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <ctime>
 
 #include <fcntl.h>
+#include <fmt/chrono.h>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
@@ -23,53 +25,45 @@ namespace {
 namespace frame_type = lan_client::frame_type;
 using lan_client::payload_state;
 using lan_client::traffic;
-
-// The discovery broadcast shares its number with a command; the others are not of the TCP channel.
-std::string type_text(const traffic &seen) {
-    return seen.discovery                          ? "FRM_UDP_DISCOVERY (19)"
-           : seen.type == frame_type::ap_nw_cfg    ? "FRM_AP_NW_CFG (1)"
-           : seen.type == frame_type::udp_wifi_err ? "FRM_UDP_WIFI_ERR (20)"
-                                                   : lan_client::frame_type_text(seen.type);
-}
-
-std::string payload_text(const traffic &seen) {
-    if (seen.wire_payload.empty()) {
-        return "no payload";
-    }
-    const std::string size = std::to_string(seen.wire_payload.size()) + " bytes";
-    if (seen.state == payload_state::unreadable) {
-        return size + " that no key at hand decrypts";
-    }
-    const std::string kind = seen.state == payload_state::decrypted ? " encrypted: " : " plain: ";
-    return size + kind + without_secrets(seen.text);
-}
-
 using nlohmann::json;
 
-std::string data_points(const json &body) {
-    std::string id = member_text(body, "cid");
-    if (id.empty()) {
-        id = member_text(body, "devId");
-    }
-    std::string words = id.empty() ? "the gateway reports" : "device " + id + " reports";
-    std::string separator = " ";
-    for (const auto &[point, value] : body["dps"].items()) {
-        words += separator + point + " = " + one_line(value);
-        separator = ", ";
-    }
-    return words;
+// The discovery broadcast shares its number with a command; the others are not of the TCP channel.
+std::string type_text(const traffic &frame) {
+    return frame.discovery                          ? "FRM_UDP_DISCOVERY (19)"
+           : frame.type == frame_type::ap_nw_cfg    ? "FRM_AP_NW_CFG (1)"
+           : frame.type == frame_type::udp_wifi_err ? "FRM_UDP_WIFI_ERR (20)"
+                                                    : lan_client::frame_type_text(frame.type);
 }
 
-std::string bound_devices(const json &body) {
-    std::string words;
+std::string payload_text(const traffic &frame) {
+    const std::size_t bytes = frame.wire_payload.size();
+    if (bytes == 0) {
+        return "no payload";
+    }
+    if (frame.state == payload_state::unreadable) {
+        return fmt::format("{} bytes that no key at hand decrypts", bytes);
+    }
+    return fmt::format("{} bytes {}: {}", bytes,
+                       frame.state == payload_state::decrypted ? "encrypted" : "plain",
+                       without_secrets(frame.text));
+}
+
+std::string data_points_sentence(const json &body) {
+    const std::string id = member_text(body, body.contains("cid") ? "cid" : "devId");
+    return fmt::format("{} reports {}", id.empty() ? "the gateway" : "device " + id,
+                       data_points_text(body["dps"]));
+}
+
+std::string bound_devices_sentence(const json &body) {
+    std::string text;
     for (const json &product : body["products"]) {
-        words += (words.empty() ? "" : "; ") + ("device " + member_text(product, "cid")) +
-                 " was bound (product " + member_text(product, "pid") + ")";
+        text += fmt::format("{}device {} was bound (product {})", text.empty() ? "" : "; ",
+                            member_text(product, "cid"), member_text(product, "pid"));
     }
-    return words;
+    return text;
 }
 
-std::string upgraded_thing(const json &body) {
+std::string upgraded_device(const json &body) {
     const std::string id = member_text(body, "cid");
     return member_text(body, "firmwareType") == "0" || id.empty() ? "the gateway" : "device " + id;
 }
@@ -83,35 +77,36 @@ bool has(const json &body, const char *name) {
 std::string time_text() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-    const auto seconds = static_cast<std::time_t>(ms / 1000);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 40> text{};
-    const std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text.data() + size, text.size() - size, ".%03dZ", static_cast<int>(ms % 1000));
-    return text.data();
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z",
+                       fmt::gmtime(static_cast<std::time_t>(ms / 1000)), ms % 1000);
 }
 
 std::string milliseconds_text(double time_ms) {
-    std::array<char, 40> text{};
-    std::snprintf(text.data(), text.size(), "%.3f ms", time_ms);
-    return text.data();
+    return fmt::format("{:.3f} ms", time_ms);
 }
 
-std::string format_frame(const traffic &seen) {
-    std::string words = time_text() + (seen.sent ? " to " : " from ") + std::string(seen.peer) +
-                        ": " + type_text(seen) + " number " + std::to_string(seen.number);
-    if (seen.ret) {
-        words += ", ret " + std::to_string(*seen.ret);
+std::string seconds_text(std::chrono::milliseconds time) {
+    return fmt::format("{} s", static_cast<double>(time.count()) / 1000);
+}
+
+const char *yes_or_no(bool value) {
+    return value ? "yes" : "no";
+}
+
+std::string format_frame(const traffic &frame) {
+    std::string text =
+        fmt::format("{} {} {}: {} number {}", time_text(), frame.sent ? "to" : "from", frame.peer,
+                    type_text(frame), frame.number);
+    if (frame.ret) {
+        text += fmt::format(", ret {}", *frame.ret);
     }
-    if (seen.segment) {
-        words += ", segment " + std::to_string(seen.segment->number) + " of " +
-                 std::to_string(seen.segment->count);
+    if (frame.segment) {
+        text += fmt::format(", segment {} of {}", frame.segment->number, frame.segment->count);
     }
-    if (!seen.crc_matches) {
-        words += ", wrong CRC";
+    if (!frame.crc_matches) {
+        text += ", wrong CRC";
     }
-    return words + ", " + payload_text(seen);
+    return text + ", " + payload_text(frame);
 }
 
 frame_recorder::frame_recorder(const std::string &path) : path_(path) {
@@ -120,39 +115,40 @@ frame_recorder::frame_recorder(const std::string &path) : path_(path) {
         file_.reset(::fdopen(descriptor, "w"));
     }
     if (!file_) {
-        throw failure("record_file", "--record: can't write " + path + ": " + std::strerror(errno),
+        throw failure("record_file",
+                      fmt::format("--record: can't write {}: {}", path, std::strerror(errno)),
                       exit_wrong_usage);
     }
 }
 
-void frame_recorder::write(const traffic &seen) {
+void frame_recorder::write(const traffic &frame) {
     nlohmann::ordered_json line{
-        {"time", time_text()},     {"direction", seen.sent ? "sent" : "received"},
-        {"peer", seen.peer},       {"type", seen.type},
-        {"name", type_text(seen)}, {"number", seen.number}};
-    if (seen.ret) {
-        line["ret"] = *seen.ret;
+        {"time", time_text()},      {"direction", frame.sent ? "sent" : "received"},
+        {"peer", frame.peer},       {"type", frame.type},
+        {"name", type_text(frame)}, {"number", frame.number}};
+    if (frame.ret) {
+        line["ret"] = *frame.ret;
     }
-    if (seen.segment) {
-        line["segment"] = {{"number", seen.segment->number}, {"count", seen.segment->count}};
+    if (frame.segment) {
+        line["segment"] = {{"number", frame.segment->number}, {"count", frame.segment->count}};
     }
-    if (!seen.crc_matches) {
+    if (!frame.crc_matches) {
         line["wrong_crc"] = true;
     }
-    line["length"] = seen.wire_payload.size();
-    line["encrypted"] = seen.state != payload_state::plain;
-    const bool readable = seen.state != payload_state::unreadable;
-    if (readable && support::is_utf8(seen.text)) {
-        line["payload"] = without_secrets(seen.text);
+    line["length"] = frame.wire_payload.size();
+    line["encrypted"] = frame.state != payload_state::plain;
+    const bool readable = frame.state != payload_state::unreadable;
+    if (readable && support::is_utf8(frame.text)) {
+        line["payload"] = without_secrets(frame.text);
     } else {
-        line["payload_hex"] = support::to_hex(readable ? seen.text : seen.wire_payload);
+        line["payload_hex"] = support::to_hex(readable ? frame.text : frame.wire_payload);
     }
     const std::string text = line.dump() + "\n";
     const std::lock_guard lock(mutex_);
     if (std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size() ||
         std::fflush(file_.get()) != 0) {
         throw failure("record_file",
-                      "--record: can't write " + path_ + ": " + std::strerror(errno));
+                      fmt::format("--record: can't write {}: {}", path_, std::strerror(errno)));
     }
 }
 
@@ -163,25 +159,27 @@ std::string format_report(const lan_client::report &report) {
     }
     const json body = parse_json(report.payload);
     if (report.type == frame_type::dp_report && has(body, "dps") && body["dps"].is_object()) {
-        return data_points(body);
+        return data_points_sentence(body);
     }
     if (report.type == frame_type::sub_dev_bind_rpt && has(body, "products") &&
         body["products"].is_array()) {
-        return bound_devices(body);
+        return bound_devices_sentence(body);
     }
     if (report.type == frame_type::sub_dev_unbind_rpt && has(body, "cid")) {
-        return "device " + member_text(body, "cid") + " was unbound";
+        return fmt::format("device {} was unbound", member_text(body, "cid"));
     }
     if (report.type == frame_type::gw_unactive_rpt && has(body, "cid")) {
-        return "gateway " + member_text(body, "cid") + " was deactivated";
+        return fmt::format("gateway {} was deactivated", member_text(body, "cid"));
     }
     if (report.type == frame_type::upgrade_percent_rpt && has(body, "progress")) {
-        return "upgrade of " + upgraded_thing(body) + ": " + member_text(body, "progress") + " %";
+        return fmt::format("upgrade of {}: {} %", upgraded_device(body),
+                           member_text(body, "progress"));
     }
     if (report.type == frame_type::subdevice_update_rpt && has(body, "softVer")) {
-        return upgraded_thing(body) + " now has version " + member_text(body, "softVer");
+        return fmt::format("{} now has version {}", upgraded_device(body),
+                           member_text(body, "softVer"));
     }
-    const std::string ret = report.ret == 0 ? "" : ", ret " + std::to_string(report.ret);
+    const std::string ret = report.ret == 0 ? "" : fmt::format(", ret {}", report.ret);
     return type + ret + (report.payload.empty() ? "" : ": " + report.payload);
 }
 

@@ -1,9 +1,10 @@
-// Frames in words for people (-v), and as JSON lines in a file (--record).
+// How frames, reports and the values of sentences are written.
 #pragma once
 
 #include "lan_client/client.h"
 #include "lan_client/traffic.h"
 
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -13,23 +14,29 @@
 
 namespace engr_app {
 
-/// Present time as in 2026-01-31T12:00:00.123Z.
+/** @return the time of day as in 2026-01-31T12:00:00.123Z */
 [[nodiscard]] std::string time_text();
 
-/// A duration as in "0.213 ms".
+/** @return a duration as in "0.213 ms" */
 [[nodiscard]] std::string milliseconds_text(double time_ms);
 
-/// One frame in one line; passwords, tokens and keys in it are hidden.
-[[nodiscard]] std::string format_frame(const lan_client::traffic &seen);
+/** @return a duration as in "1.5 s" */
+[[nodiscard]] std::string seconds_text(std::chrono::milliseconds time);
 
-/// Writes every frame as one JSON line to a file that only its owner can read.
+/** @return "yes" or "no" */
+[[nodiscard]] const char *yes_or_no(bool value);
+
+/** @return a frame in one line, as -v shows it; passwords, tokens and keys in it are hidden */
+[[nodiscard]] std::string format_frame(const lan_client::traffic &frame);
+
+/** Writes each frame as one JSON line to a file that only its owner can read (--record). */
 class frame_recorder {
   public:
-    /// Throws a failure when the file can't be made.
+    /** Throws a failure when the file can't be made. */
     explicit frame_recorder(const std::string &path);
 
-    /// Throws a failure when the line can't be written; may be called on any thread.
-    void write(const lan_client::traffic &seen);
+    /** Throws a failure when the line can't be written; may be called on any thread. */
+    void write(const lan_client::traffic &frame);
 
   private:
     struct closer {
@@ -40,10 +47,13 @@ class frame_recorder {
     std::unique_ptr<std::FILE, closer> file_;
 };
 
-/// One sentence, such as "device a1 reports 1 = true". It quotes the network: show it safely.
+/**
+ * @return one sentence, such as "device a1 reports 1 = true"; it quotes the network, so escape it
+ *         for a terminal
+ */
 [[nodiscard]] std::string format_report(const lan_client::report &report);
 
-/// {"time", "type", "name", "number", "ret", "payload"}; "payload" is null when unreadable.
+/** @return {"time", "type", "name", "number", "ret", "payload"}; an unreadable payload is null */
 [[nodiscard]] nlohmann::json report_json(const lan_client::report &report);
 
 } // namespace engr_app

@@ -1,8 +1,8 @@
-// The run of one verb: finding a gateway and talking to it. The sentences are in
-// gateway/session_explain.cpp.
+// Finding a gateway and talking to it.
 #include "gateway/session.h"
 
-#include "base/failure.h"
+#include "gateway/explain.h"
+#include "gateway/stay.h"
 #include "lan_client/frame_types.h"
 #include "lan_client/limits.h"
 
@@ -11,6 +11,8 @@
 #include <map>
 #include <memory>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace engr_app {
 namespace {
@@ -54,12 +56,24 @@ std::chrono::milliseconds gateway_session::answer_time() const {
     return given_or(options_.timeout_s, default_answer_time);
 }
 
-void gateway_session::observe(const lan_client::traffic &seen) {
+void gateway_session::require_key() {
+    if (!has_needed_key()) {
+        throw missing_key(chosen());
+    }
+}
+
+void gateway_session::warn_of_built_in_key() {
+    if (!std::exchange(warned_of_built_in_key_, true)) {
+        out_.notice(deactivated_sentence(chosen()));
+    }
+}
+
+void gateway_session::observe(const lan_client::traffic &frame) {
     if (options_.verbose) {
-        out_.trace(format_frame(seen));
+        out_.trace(format_frame(frame));
     }
     if (recorder_) {
-        recorder_->write(seen);
+        recorder_->write(frame);
     }
 }
 
@@ -67,7 +81,7 @@ lan_client::traffic_observer gateway_session::observer() {
     if (!options_.verbose && !recorder_) {
         return {};
     }
-    return [this](const lan_client::traffic &seen) { observe(seen); };
+    return [this](const lan_client::traffic &frame) { observe(frame); };
 }
 
 discovery_result gateway_session::discover(std::chrono::milliseconds limit,
@@ -81,7 +95,7 @@ discovery_result gateway_session::discover(const std::string &interface_name,
     discovery_result result;
     std::map<std::string, std::size_t> at_address;
     bool stop = false;
-    const auto hear = [&](const lan_client::parsed_datagram &datagram) {
+    const auto on_datagram = [&](const lan_client::parsed_datagram &datagram) {
         result.unreadable += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
         if (datagram.kind != lan_client::datagram_kind::announcement) {
             return;
@@ -99,10 +113,10 @@ discovery_result gateway_session::discover(const std::string &interface_name,
         }
         stop = stop || awaited;
     };
-    lan_client::discovery_listener listener(loop_, hear, observer());
+    lan_client::discovery_listener listener(loop_, on_datagram, observer());
     if (const lan_client::error problem = listener.open(interface_name)) {
         throw failure(lan_client::error_name(problem.kind),
-                      "can't listen for gateways: " + problem.detail);
+                      fmt::format("can't listen for gateways: {}", problem.detail));
     }
     loop_.run_until([&stop] { return stop; }, limit);
     std::ranges::sort(result.announcements, {},
@@ -111,7 +125,7 @@ discovery_result gateway_session::discover(const std::string &interface_name,
 }
 
 gateway gateway_session::find_by_id(const std::string &id) {
-    out_.progress("listening for gateway " + id + " on " + options_.interface_name + " ...");
+    out_.progress(fmt::format("listening for gateway {} on {} ...", id, options_.interface_name));
     const discovery_result result = discover(
         discovery_time(), [&id](const announcement &announced) { return announced.id == id; });
     if (const announcement *announced = result.find_id(id)) {
@@ -121,8 +135,8 @@ gateway gateway_session::find_by_id(const std::string &id) {
 }
 
 gateway gateway_session::find_only() {
-    out_.progress("listening for gateways on " + options_.interface_name +
-                  " (--gateway ADDRESS saves the wait) ...");
+    out_.progress(fmt::format("listening for gateways on {} (--gateway ADDRESS saves the wait) ...",
+                              options_.interface_name));
     const discovery_result result = discover(discovery_time());
     if (result.announcements.size() != 1) {
         throw not_found(result, "", options_.interface_name);
@@ -146,8 +160,8 @@ const gateway &gateway_session::chosen() {
 const std::optional<announcement> &gateway_session::chosen_announcement() {
     chosen();
     if (!chosen_->announced) {
-        out_.progress("listening for the announcement of " + chosen_->name() + " on " +
-                      options_.interface_name + " ...");
+        out_.progress(fmt::format("listening for the announcement of {} on {} ...", chosen_->name(),
+                                  options_.interface_name));
         const std::string &address = chosen_->address;
         const discovery_result result =
             discover(discovery_time(),
@@ -168,7 +182,7 @@ const std::string &gateway_session::local_key() {
     return found == options_.keys.end() ? options_.local_key : found->second;
 }
 
-bool gateway_session::key_at_hand() {
+bool gateway_session::has_needed_key() {
     const gateway &target = chosen();
     return !local_key().empty() || !target.announced || !target.announced->activated;
 }
@@ -179,7 +193,7 @@ std::string gateway_session::output_path(const std::string &path) const {
     }
     std::filesystem::path marked(path);
     const std::string extension = marked.extension();
-    marked.replace_filename(marked.stem().string() + "-" + file_mark_ + extension);
+    marked.replace_filename(fmt::format("{}-{}{}", marked.stem().string(), file_mark_, extension));
     return marked;
 }
 
@@ -202,15 +216,15 @@ lan_client::client_events gateway_session::monitored_events() {
                     if (report.under_built_in_key) {
                         warn_of_built_in_key();
                     }
-                    monitor_.hear(report);
+                    monitor_.on_report(report);
                     if (verb_events_.on_report) {
                         verb_events_.on_report(report);
                     }
                 },
             .on_link =
                 [this](const lan_client::link_change &change) {
-                    linked_ = change.state == lan_client::link_state::connected;
-                    if (!linked_) {
+                    connected_ = change.state == lan_client::link_state::connected;
+                    if (!connected_) {
                         monitor_.forget(); // the upgrade has ended with the connection
                     }
                     if (verb_events_.on_link) {
@@ -230,7 +244,7 @@ lan_client::client &gateway_session::connect(bool reconnect, lan_client::client_
     wanted.request_timeout = answer_time();
     wanted.reconnect = reconnect;
     wanted.keys = usable_keys();
-    linked_ = false;
+    connected_ = false;
     verb_events_ = std::move(events);
     client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), monitored_events());
     client_->open();
@@ -249,7 +263,7 @@ void gateway_session::require_shown_key(const std::vector<lan_client::request> &
     }
     const auto shown = ask({{.type = lan_client::frame_type::get_channel}}).front();
     if (shown.failure) {
-        throw explain(shown);
+        throw explain(*this, shown);
     }
 }
 
@@ -274,7 +288,7 @@ std::vector<lan_client::answer> gateway_session::ask(std::vector<lan_client::req
         client.ask(std::move(requests[index]),
                    [this, now, index](const lan_client::answer &outcome) {
                        now->answers[index] = outcome;
-                       monitor_.hear(outcome);
+                       monitor_.on_answer(outcome);
                        --now->missing;
                        if (outcome.failure && !now->first_failure) {
                            now->first_failure = outcome.failure;
@@ -289,6 +303,18 @@ std::vector<lan_client::answer> gateway_session::ask(std::vector<lan_client::req
         answers[index] = now->answers[index].value_or(answers[index]);
     }
     return answers;
+}
+
+void gateway_session::leave() {
+    verb_events_ = {};
+    if (client_ && connected_ && !upgrade_is_own_ && has_needed_key()) {
+        stay_while_upgrading(*this, *client_, monitor_);
+    }
+}
+
+void gateway_session::own_upgrade(bool own) {
+    upgrade_is_own_ = own;
+    monitor_.forget();
 }
 
 } // namespace engr_app

@@ -14,21 +14,21 @@ namespace frame_type = lan_client::frame_type;
 
 } // namespace
 
-void upgrade_monitor::show(const std::string &id) {
-    heard_ = clock::now();
+void upgrade_monitor::note_running(const std::string &id) {
+    last_sign_ = clock::now();
     if (!running_) {
         running_ = true;
         refuses_commands_ = false;
         id_.clear();
         percent_ = 0;
-        moved_ = heard_;
+        last_progress_ = last_sign_;
     }
     if (!id.empty()) {
         id_ = id;
     }
 }
 
-void upgrade_monitor::hear_percent(const lan_client::report &report) {
+void upgrade_monitor::on_percent(const lan_client::report &report) {
     const nlohmann::json body = parse_json(report.payload);
     const auto percent = member_count(body, "progress");
     if (!percent) {
@@ -37,42 +37,42 @@ void upgrade_monitor::hear_percent(const lan_client::report &report) {
     if (*percent >= all_percent) {
         return forget();
     }
-    show(member_text(body, "cid"));
+    note_running(member_text(body, "cid"));
     if (*percent > percent_) {
         percent_ = *percent;
-        moved_ = heard_;
+        last_progress_ = last_sign_;
     }
 }
 
-void upgrade_monitor::hear(const lan_client::report &report) {
+void upgrade_monitor::on_report(const lan_client::report &report) {
     if (!report.readable || report.ret != 0) {
         return;
     }
     if (report.type == frame_type::upgrade_percent_rpt) {
-        hear_percent(report);
+        on_percent(report);
     } else if (report.type == frame_type::subdevice_update_rpt) {
         forget();
     }
 }
 
-void upgrade_monitor::hear(const lan_client::answer &report) {
-    if (report.failure) {
+void upgrade_monitor::on_answer(const lan_client::answer &answer) {
+    if (answer.failure) {
         return;
     }
     const bool announced =
-        report.type == frame_type::chk_soft_ver || report.type == frame_type::dev_upgrade_info;
-    if (announced && report.ret == 0) {
-        const nlohmann::json body = parse_json(report.payload);
+        answer.type == frame_type::chk_soft_ver || answer.type == frame_type::dev_upgrade_info;
+    if (announced && answer.ret == 0) {
+        const nlohmann::json body = parse_json(answer.payload);
         const std::string state = member_text(body, "updateStatus");
         if (state == "0") {
             forget();
         } else if (!state.empty()) {
-            show(member_text(body, "updateCid"));
+            note_running(member_text(body, "updateCid"));
         }
-    } else if (report.ret != 0 && report.payload == "dev is upgrading") {
-        show("");
-    } else if (report.ret != 0 && report.payload == "device is upgrading...") {
-        show("");
+    } else if (answer.ret != 0 && answer.payload == "dev is upgrading") {
+        note_running("");
+    } else if (answer.ret != 0 && answer.payload == "device is upgrading...") {
+        note_running("");
         refuses_commands_ = true;
     }
 }

@@ -1,4 +1,4 @@
-// What a gateway lets an app notice of an upgrade that runs on it.
+// What an app can notice of an upgrade that runs on a gateway.
 #pragma once
 
 #include "lan_client/client.h"
@@ -9,43 +9,43 @@
 
 namespace engr_app {
 
-/// Collects the signs from what a gateway says anyway: its progress reports, the state in the
-/// answer to an announcement, and the refusals of a gateway that is upgrading. Used on the loop's
-/// thread.
+/**
+ * Collects the signs from what a gateway says anyway: its progress reports, the state in the answer
+ * to an announcement, and the refusals of a gateway that is upgrading. Used on the loop's thread.
+ */
 class upgrade_monitor {
   public:
     using clock = std::chrono::steady_clock;
 
-    void hear(const lan_client::report &report);
-    void hear(const lan_client::answer &report);
+    void on_report(const lan_client::report &report);
+    void on_answer(const lan_client::answer &answer);
 
-    /// The upgrade is over, as far as can be known.
+    /** The upgrade is over, as far as can be known. */
     void forget() { running_ = false; }
 
-    [[nodiscard]] bool running() const { return running_; }
+    [[nodiscard]] bool is_running() const { return running_; }
 
-    /// The device that is upgraded, or empty when no sign named it.
+    /** @return the device that is upgraded; empty when no sign named it */
     [[nodiscard]] const std::string &id() const { return id_; }
 
-    /// The gateway refuses device commands, as it does while its own firmware is upgraded.
+    /** @return whether device commands are refused, as while the gateway upgrades itself */
     [[nodiscard]] bool refuses_commands() const { return refuses_commands_; }
 
-    /// When the last sign came.
-    [[nodiscard]] clock::time_point heard() const { return heard_; }
+    [[nodiscard]] clock::time_point last_sign() const { return last_sign_; }
 
-    /// When a sign last showed progress: the first sign, or a greater percentage.
-    [[nodiscard]] clock::time_point moved() const { return moved_; }
+    /** @return when the first sign came, or a percentage that was greater than the one before */
+    [[nodiscard]] clock::time_point last_progress() const { return last_progress_; }
 
   private:
-    void show(const std::string &id);
-    void hear_percent(const lan_client::report &report);
+    void note_running(const std::string &id);
+    void on_percent(const lan_client::report &report);
 
     bool running_ = false;
     bool refuses_commands_ = false;
     std::string id_;
-    std::uint64_t percent_ = 0;
-    clock::time_point heard_;
-    clock::time_point moved_;
+    uint64_t percent_ = 0;
+    clock::time_point last_sign_;
+    clock::time_point last_progress_;
 };
 
 } // namespace engr_app

@@ -1,4 +1,4 @@
-// Announcing, starting, and the requests for pieces.
+// Announcing and starting an upgrade, and reading the status.
 #include "gateway/upgrade_status.h"
 
 #include "base/json_text.h"
@@ -6,7 +6,6 @@
 #include "lan_client/frame_types.h"
 
 #include <nlohmann/json.hpp>
-
 #include <strings.h>
 
 namespace engr_app {
@@ -15,7 +14,7 @@ namespace {
 namespace frame_type = lan_client::frame_type;
 using nlohmann::json;
 
-std::uint64_t firmware_type(const upgrade_order &order) {
+uint64_t firmware_type(const upgrade_order &order) {
     return order.cid.empty() ? gateway_firmware : device_firmware;
 }
 

@@ -5,7 +5,7 @@
 #include "base/json_text.h"
 #include "gateway/data_points.h"
 #include "gateway/devices.h"
-#include "gateway/gateway.h"
+#include "gateway/discovery.h"
 #include "gateway/request.h"
 #include "gateway/session.h"
 #include "lan_client/crypto.h"
@@ -145,7 +145,7 @@ json ask_site_report(gateway_session &session, const site_report_extent &extent)
                                       {.type = frame_type::get_channel},
                                       {.type = frame_type::read_app_cfg}});
     report["time"] = time_text();
-    report["devices"] = accepted_devices(session, answers[0], answers[1]);
+    report["devices"] = expect_devices(session, answers[0], answers[1]);
     report["channel"] = channel_json(session, answers[2], report["notes"]);
     report["app_config"] = config_json(session, answers[3]);
     if (report["gateway"]["id"].is_null()) {

@@ -2,10 +2,12 @@
 #include "base/json_text.h"
 #include "files/json_file.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -34,22 +36,23 @@ int bind_devices(gateway_session &session, const std::string &file) {
         throw malformed_answer("channel", payload);
     }
     return print_result(session,
-                        std::to_string(products.size()) + " device(s) are bound to " +
-                            session.chosen().name() + ", which is on channel " + channel,
+                        fmt::format("{} device(s) are bound to {}, which is on channel {}",
+                                    products.size(), session.chosen().name(), channel),
                         {{"devices", products.size()}, {"channel", reply["channel"]}});
 }
 
 } // namespace
 
-verb_work declare_bind(arguments &declared) {
+verb_work declare_bind(CLI::App &parser) {
     const auto file = std::make_shared<std::string>();
-    declared.required("FILE", *file, "JSON file with the devices; - reads it from standard input");
-    declared.notes("FILE holds {\"products\": [{\"cid\": \"a4c1380001000001\", \"pid\": "
-                   "\"zbswitch\"}]} or the array\nalone. It is checked before anything is sent. A "
-                   "device that is bound already keeps its\ndata points.\n\n"
-                   "Examples:\n"
-                   "  engr_app bind devices.json\n"
-                   "  engr_app devices --json | engr_app bind - --gateway 192.168.1.21");
+    parser.add_option("FILE", *file, "JSON file with the devices; - reads it from standard input")
+        ->required();
+    parser.footer("FILE holds {\"products\": [{\"cid\": \"a4c1380001000001\", \"pid\": "
+                  "\"zbswitch\"}]} or the array\nalone. It is checked before anything is sent. A "
+                  "device that is bound already keeps its\ndata points.\n\n"
+                  "Examples:\n"
+                  "  engr_app bind devices.json\n"
+                  "  engr_app devices --json | engr_app bind - --gateway 192.168.1.21");
     return [file](gateway_session &session) { return bind_devices(session, *file); };
 }
 

@@ -3,10 +3,12 @@
 #include "files/input_file.h"
 #include "files/output_file.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -31,19 +33,21 @@ struct config_arguments {
 std::string checked_config(const std::string &file) {
     std::string text = file_text(file);
     if (text.size() > max_config_bytes) {
-        throw wrong_usage(file + " has " + std::to_string(text.size()) +
-                          " bytes, but a configuration travels in one frame, which takes at most " +
-                          std::to_string(max_config_bytes));
+        throw wrong_usage(fmt::format(
+            "{} has {} bytes, but a configuration travels in one frame, which takes at most {}",
+            file, text.size(), max_config_bytes));
     }
     // The gateway takes the configuration for a text and would cut it there.
     if (const std::size_t zero = text.find('\0'); zero != std::string::npos) {
-        throw wrong_usage(file + " is no text: byte " + std::to_string(zero + 1) + " is zero");
+        throw wrong_usage(fmt::format("{} is no text: byte {} is zero", file, zero + 1));
     }
-    // It also cuts off whatever follows the last brace; of blanks nobody need hear.
+    // It also cuts off whatever follows the last brace. Blanks at the end are dropped without a
+    // message.
     text.erase(text.find_last_not_of(" \t\r\n") + 1);
     if (!text.empty() && text.back() != '}') {
-        throw wrong_usage(file + " does not end with }, and a gateway keeps nothing that follows "
-                                 "the last one");
+        throw wrong_usage(fmt::format("{} does not end with }}, and a gateway keeps nothing that "
+                                      "follows the last one",
+                                      file));
     }
     return text;
 }
@@ -64,9 +68,9 @@ int push(gateway_session &session, const config_arguments &given) {
                       .on_sent = moved});
     bar.finish();
     return print_result(session,
-                        session.chosen().name() + " has the " + given.kind + " configuration (" +
-                            std::to_string(size) + " bytes)" +
-                            (cloud ? " and has taken it over: this ends engineering" : ""),
+                        fmt::format("{} has the {} configuration ({} bytes){}",
+                                    session.chosen().name(), given.kind, size,
+                                    cloud ? " and has taken it over: this ends engineering" : ""),
                         {{"kind", given.kind}, {"bytes", size}, {"engineering_ended", cloud}});
 }
 
@@ -79,8 +83,8 @@ int pull(gateway_session &session, const config_arguments &given) {
     if (!path.empty()) {
         write_file(path, text);
         return print_result(session,
-                            "the app configuration of " + session.chosen().name() + ", " +
-                                std::to_string(text.size()) + " bytes, is in " + path,
+                            fmt::format("the app configuration of {}, {} bytes, is in {}",
+                                        session.chosen().name(), text.size(), path),
                             {{"file", path}, {"bytes", text.size()}});
     }
     if (session.out().json()) {
@@ -91,33 +95,36 @@ int pull(gateway_session &session, const config_arguments &given) {
     return exit_success;
 }
 
-verb_work declare_config_push(arguments &declared) {
+verb_work declare_config_push(CLI::App &parser) {
     const auto given = std::make_shared<config_arguments>();
-    declared.required("KIND", given->kind, {"cloud", "app"}, "Which configuration");
-    declared.required("FILE", given->file, "The configuration; - reads it from standard input");
+    parser.add_option("KIND", given->kind, "Which configuration")
+        ->required()
+        ->check(CLI::IsMember({"cloud", "app"}));
+    parser.add_option("FILE", given->file, "The configuration; - reads it from standard input")
+        ->required();
     return [given](gateway_session &session) { return push(session, *given); };
 }
 
-verb_work declare_config_pull(arguments &declared) {
+verb_work declare_config_pull(CLI::App &parser) {
     const auto given = std::make_shared<config_arguments>();
-    declared.optional("FILE", given->file,
+    parser.add_option("FILE", given->file,
                       "Where to write it, whole or not at all; when left out, to standard output");
     return [given](gateway_session &session) { return pull(session, *given); };
 }
 
 } // namespace
 
-verb_work declare_config(arguments &declared) {
-    declared.notes("A configuration is a text that ends with }, such as a JSON object; an empty "
-                   "one is taken, too.\nThe cloud configuration comes last: when the gateway has "
-                   "it, engineering is "
-                   "over. Only the\napp configuration can be read back.\n\n"
-                   "Examples:\n"
-                   "  engr_app config push app app.config\n"
-                   "  engr_app config pull copy.config\n"
-                   "  engr_app config push cloud cloud.config");
-    return declared.subverbs({{"push", "give the gateway a configuration", declare_config_push},
-                              {"pull", "read the app configuration back", declare_config_pull}});
+verb_work declare_config(CLI::App &parser) {
+    parser.footer("A configuration is a text that ends with }, such as a JSON object; an empty "
+                  "one is taken, too.\nThe cloud configuration comes last: when the gateway has "
+                  "it, engineering is "
+                  "over. Only the\napp configuration can be read back.\n\n"
+                  "Examples:\n"
+                  "  engr_app config push app app.config\n"
+                  "  engr_app config pull copy.config\n"
+                  "  engr_app config push cloud cloud.config");
+    return add_subverbs(parser, {{"push", "give the gateway a configuration", declare_config_push},
+                                 {"pull", "read the app configuration back", declare_config_pull}});
 }
 
 } // namespace engr_app

@@ -1,11 +1,13 @@
 // deactivate: takes a gateway out of service.
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <iostream>
 #include <memory>
 #include <mutex>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
@@ -16,14 +18,16 @@ void confirm(gateway_session &session) {
     if (isatty(STDIN_FILENO) != 1) {
         throw wrong_usage("deactivate: give --yes to deactivate a gateway without being asked");
     }
-    static std::mutex one_question_at_a_time;
-    const std::lock_guard lock(one_question_at_a_time);
-    session.out().notice("deactivate " + session.chosen().name() +
-                         "? Its token and its open joining are forgotten. Type yes to go on:");
+    static std::mutex terminal; // one gateway after the other
+    const std::lock_guard lock(terminal);
+    session.out().notice(fmt::format(
+        "deactivate {}? Its token and its open joining are forgotten. Type yes to go on:",
+        session.chosen().name()));
     std::string typed;
     std::getline(std::cin, typed);
     if (typed != "yes") {
-        throw failure("not_confirmed", session.chosen().name() + " was left as it is");
+        throw failure("not_confirmed",
+                      fmt::format("{} was left as it is", session.chosen().name()));
     }
 }
 
@@ -42,13 +46,13 @@ int deactivate(gateway_session &session, bool confirmed) {
 
 } // namespace
 
-verb_work declare_deactivate(arguments &declared) {
+verb_work declare_deactivate(CLI::App &parser) {
     const auto confirmed = std::make_shared<bool>(false);
-    declared.flag("--yes", *confirmed, "Don't ask for confirmation");
-    declared.notes("Its devices stay with the gateway. Its local key is void afterwards.\n\n"
-                   "Examples:\n"
-                   "  engr_app deactivate\n"
-                   "  engr_app deactivate --gateway 192.168.1.20 --yes");
+    parser.add_flag("--yes", *confirmed, "Don't ask for confirmation");
+    parser.footer("Its devices stay with the gateway. Its local key is void afterwards.\n\n"
+                  "Examples:\n"
+                  "  engr_app deactivate\n"
+                  "  engr_app deactivate --gateway 192.168.1.20 --yes");
     return [confirmed](gateway_session &session) { return deactivate(session, *confirmed); };
 }
 

@@ -3,11 +3,12 @@
 #include "base/failure.h"
 #include "base/json_text.h"
 #include "gateway/session.h"
-#include "verbs/arguments.h"
 #include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -15,7 +16,7 @@ namespace {
 
 int devices(gateway_session &session, bool with_versions) {
     const auto answers = session.ask({device_list_request(), line_state_request()});
-    nlohmann::json all = accepted_devices(session, answers[0], answers[1]);
+    nlohmann::json all = expect_devices(session, answers[0], answers[1]);
     if (with_versions) {
         add_versions(session, all);
     }
@@ -36,21 +37,21 @@ int devices(gateway_session &session, bool with_versions) {
         header.push_back("VERSION");
     }
     out.table(header, rows);
-    out.progress(std::to_string(all.size()) + " devices");
+    out.progress(fmt::format("{} devices", all.size()));
     return exit_success;
 }
 
 } // namespace
 
-verb_work declare_devices(arguments &declared) {
+verb_work declare_devices(CLI::App &parser) {
     const auto with_versions = std::make_shared<bool>(false);
-    declared.flag("--versions", *with_versions, "Ask for the firmware version of each as well");
-    declared.notes(std::string(versions_note) +
-                   "STATE is online, offline, or - for what the gateway keeps in neither list\n"
-                   "(null in \"online\" with --json).\n\n"
-                   "Examples:\n"
-                   "  engr_app devices\n"
-                   "  engr_app devices --gateway 127.0.0.1 --json");
+    parser.add_flag("--versions", *with_versions, "Ask for the firmware version of each as well");
+    parser.footer(std::string(versions_note) +
+                  "STATE is online, offline, or - for what the gateway keeps in neither list\n"
+                  "(null in \"online\" with --json).\n\n"
+                  "Examples:\n"
+                  "  engr_app devices\n"
+                  "  engr_app devices --gateway 127.0.0.1 --json");
     return [with_versions](gateway_session &session) { return devices(session, *with_versions); };
 }
 

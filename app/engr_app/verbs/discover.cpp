@@ -1,22 +1,19 @@
 // discover: which gateways announce themselves.
 #include "base/failure.h"
-#include "gateway/gateway.h"
+#include "gateway/discovery.h"
 #include "gateway/session.h"
-#include "verbs/arguments.h"
 #include "verbs/verb.h"
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
 namespace {
 
-const char *yes_or_no(bool value) {
-    return value ? "yes" : "no";
-}
-
 int discover(gateway_session &session) {
     console &out = session.out();
-    out.progress("listening for gateways on " + session.options().interface_name + " ...");
+    out.progress(fmt::format("listening for gateways on {} ...", session.options().interface_name));
     const discovery_result found = session.discover(session.discovery_time());
     if (found.announcements.empty()) {
         throw not_found(found, "", session.options().interface_name);
@@ -38,23 +35,23 @@ int discover(gateway_session &session) {
     out.table({"ID", "ADDRESS", "ACTIVATED", "ABILITY", "NEEDS WI-FI", "VERSION", "PRODUCT KEY"},
               rows);
     if (found.unreadable > 0) {
-        out.notice(std::to_string(found.unreadable) +
-                   " more discovery datagram(s) could not be read: damaged, or of gateways with "
-                   "other key seeds");
+        out.notice(fmt::format("{} more discovery datagram(s) could not be read: damaged, or of "
+                               "gateways with other key seeds",
+                               found.unreadable));
     }
     return exit_success;
 }
 
 } // namespace
 
-verb_work declare_discover(arguments &declared) {
-    declared.concerns_no_gateway();
-    declared.notes("Gateways announce themselves every 5 seconds, so it listens for 6 seconds\n"
-                   "unless --timeout says otherwise.\n\n"
-                   "Examples:\n"
-                   "  engr_app discover\n"
-                   "  engr_app discover --interface eth0 --timeout 12\n"
-                   "  engr_app discover --json");
+verb_work declare_discover(CLI::App &parser) {
+    concerns_no_gateway(parser);
+    parser.footer("Gateways announce themselves every 5 seconds, so it listens for 6 seconds\n"
+                  "unless --timeout says otherwise.\n\n"
+                  "Examples:\n"
+                  "  engr_app discover\n"
+                  "  engr_app discover --interface eth0 --timeout 12\n"
+                  "  engr_app discover --json");
     return discover;
 }
 

@@ -1,12 +1,15 @@
-// dp: data points of one device, told, changed and queried.
+// dp: data points of one device, shown, changed and queried.
 #include "base/json_text.h"
 #include "gateway/data_points.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/data_point_arguments.h"
+#include "verbs/verb.h"
 
 #include <algorithm>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -58,21 +61,18 @@ int show(gateway_session &session, const json &state) {
     return exit_success;
 }
 
-bool says(const lan_client::answer &answered, std::string_view refusal) {
-    return !answered.failure && answered.ret != 0 && answered.payload == refusal;
-}
-
-lan_client::answer ask_for_all(gateway_session &session, const std::string &device_id) {
+lan_client::answer ask_state(gateway_session &session, const std::string &device_id) {
     return session.ask({json_request(frame_type::local_dp_query, request_for(device_id))}).front();
 }
 
 constexpr std::string_view no_device = "devid not found";
 constexpr std::string_view no_data_points = "json obj data unvalid";
 
-failure nothing_of_its_own(gateway_session &session) {
-    return {"no_own_device", session.chosen().name() +
-                                 " has no data points of its own: name a device behind the "
-                                 "command; engr_app devices lists them"};
+failure no_own_device(gateway_session &session) {
+    return {"no_own_device",
+            fmt::format("{} has no data points of its own: name a device behind the command; "
+                        "engr_app devices lists them",
+                        session.chosen().name())};
 }
 
 // The ids under which the device reports. A gateway's own device may leave its id out.
@@ -80,12 +80,12 @@ std::vector<std::string> reported_ids(gateway_session &session, const std::strin
     if (!device_id.empty()) {
         return {device_id};
     }
-    const lan_client::answer answered = ask_for_all(session, "");
-    if (says(answered, no_device)) {
-        throw nothing_of_its_own(session);
+    const lan_client::answer answered = ask_state(session, "");
+    if (is_refused_with(answered, no_device)) {
+        throw no_own_device(session);
     }
     std::vector<std::string> ids{""};
-    if (!says(answered, no_data_points)) { // without data points it tells no id
+    if (!is_refused_with(answered, no_data_points)) { // without data points it tells no id
         const json state = parse_device_state(expect_success(session, answered));
         ids.push_back(state.is_object() ? member_text(state, "cid") : "");
     }
@@ -102,9 +102,10 @@ bool any_contains(const std::vector<std::string> &ids, const lan_client::report 
 }
 
 int get(gateway_session &session, const dp_arguments &given) {
-    const lan_client::answer answered = ask_for_all(session, given.device_id);
-    if (given.device_id.empty() && (says(answered, no_device) || says(answered, no_data_points))) {
-        throw nothing_of_its_own(session);
+    const lan_client::answer answered = ask_state(session, given.device_id);
+    if (given.device_id.empty() &&
+        (is_refused_with(answered, no_device) || is_refused_with(answered, no_data_points))) {
+        throw no_own_device(session);
     }
     const std::string payload = expect_success(session, answered);
     const json state = parse_device_state(payload);
@@ -123,9 +124,9 @@ int set(gateway_session &session, const dp_arguments &given) {
     ask_one(session, json_request(frame_type::tp_cmd, payload));
     // A device may report its points together or one by one; the first report shows that it works.
     const auto report = reports.next(
-        [&](const lan_client::report &report) {
+        [&](const lan_client::report &candidate) {
             return std::ranges::any_of(names_of(wanted), [&](const std::string &point) {
-                return any_contains(ids, report, {point});
+                return any_contains(ids, candidate, {point});
             });
         },
         std::min(change_time, session.answer_time()));
@@ -133,9 +134,10 @@ int set(gateway_session &session, const dp_arguments &given) {
     const std::string name = device_name(given.device_id);
     return print_result(
         session,
-        report ? name + " took the command and reports " + data_points_text(reported)
-               : "the gateway took the command for " + name +
-                     "; no change was reported yet (engr_app watch shows it when it comes)",
+        report ? fmt::format("{} took the command and reports {}", name, data_points_text(reported))
+               : fmt::format("the gateway took the command for {}; no change was reported yet "
+                             "(engr_app watch shows it when it comes)",
+                             name),
         {{"cid", given.device_id}, {"dps", wanted}, {"reported", reported}});
 }
 
@@ -152,14 +154,15 @@ int query(gateway_session &session, const dp_arguments &given) {
     const auto ids = reported_ids(session, given.device_id);
     ask_one(session, json_request(frame_type::dp_query, payload));
     const auto report = reports.next(
-        [&](const lan_client::report &report) {
-            return any_contains(ids, report, given.data_points);
+        [&](const lan_client::report &candidate) {
+            return any_contains(ids, candidate, given.data_points);
         },
         session.answer_time());
     if (!report) {
-        throw failure("timed_out", session.chosen().name() + " took the query, but " +
-                                       device_name(given.device_id) +
-                                       " did not report: it may be offline, see engr_app online");
+        throw failure("timed_out",
+                      fmt::format("{} took the query, but {} did not report: it may be offline, "
+                                  "see engr_app online",
+                                  session.chosen().name(), device_name(given.device_id)));
     }
     return show(session, parse_device_state(report->payload));
 }
@@ -170,39 +173,39 @@ verb_work with(const std::shared_ptr<dp_arguments> &given,
     return [given, work](gateway_session &session) { return work(session, *given); };
 }
 
-verb_work declare_dp_get(arguments &declared) {
+verb_work declare_dp_get(CLI::App &parser) {
     const auto given = std::make_shared<dp_arguments>();
-    declared.optional("CID", given->device_id, "The device; when left out, the gateway's own");
+    parser.add_option("CID", given->device_id, "The device; when left out, the gateway's own");
     return with(given, get);
 }
 
-verb_work declare_dp_set(arguments &declared) {
+verb_work declare_dp_set(CLI::App &parser) {
     const auto given = std::make_shared<dp_arguments>();
-    declared.required("CID", given->device_id, "The device");
-    declare_data_points(declared, given->data_points, given->object);
+    parser.add_option("CID", given->device_id, "The device")->required();
+    declare_data_points(parser, given->data_points, given->object);
     return with(given, set);
 }
 
-verb_work declare_dp_query(arguments &declared) {
+verb_work declare_dp_query(CLI::App &parser) {
     const auto given = std::make_shared<dp_arguments>();
-    declared.optional("CID", given->device_id,
+    parser.add_option("CID", given->device_id,
                       "The device; when left out or '', the gateway's own");
-    declared.optional("DP", given->data_points, "Data points; when left out, all");
+    parser.add_option("DP", given->data_points, "Data points; when left out, all");
     return with(given, query);
 }
 
 } // namespace
 
-verb_work declare_dp(arguments &declared) {
-    declared.notes("get shows what the gateway knows; query makes the device report itself.\n\n"
-                   "Examples:\n"
-                   "  engr_app dp get a4c1380001000001\n"
-                   "  engr_app dp set a4c1380001000001 1=true 2=50 3=auto\n"
-                   "  engr_app dp set a4c1380001000001 --json-dps '{\"3\": \"50\"}'\n"
-                   "  engr_app dp query a4c1380001000001 1 2");
-    return declared.subverbs({{"get", "show the data points of a device", declare_dp_get},
-                              {"set", "command a device to change data points", declare_dp_set},
-                              {"query", "make a device report data points", declare_dp_query}});
+verb_work declare_dp(CLI::App &parser) {
+    parser.footer("get shows what the gateway knows; query makes the device report itself.\n\n"
+                  "Examples:\n"
+                  "  engr_app dp get a4c1380001000001\n"
+                  "  engr_app dp set a4c1380001000001 1=true 2=50 3=auto\n"
+                  "  engr_app dp set a4c1380001000001 --json-dps '{\"3\": \"50\"}'\n"
+                  "  engr_app dp query a4c1380001000001 1 2");
+    return add_subverbs(parser, {{"get", "show the data points of a device", declare_dp_get},
+                                 {"set", "command a device to change data points", declare_dp_set},
+                                 {"query", "make a device report data points", declare_dp_query}});
 }
 
 } // namespace engr_app

@@ -2,10 +2,13 @@
 #include "base/json_text.h"
 #include "gateway/data_points.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/data_point_arguments.h"
+#include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -25,7 +28,7 @@ struct group_arguments {
 
 std::string sentence_of(const group_arguments &given, const json &outcome) {
     if (given.operation == "delete") {
-        return "group " + given.group_id + " was deleted";
+        return fmt::format("group {} was deleted", given.group_id);
     }
     std::string members;
     std::size_t count = 0;
@@ -35,14 +38,15 @@ std::string sentence_of(const group_arguments &given, const json &outcome) {
                 (count++ == 0 ? ": " : ", ") + (id.is_string() ? id.get<std::string>() : "?");
         }
     }
-    return "group " + given.group_id + " now has " + std::to_string(count) + " device(s)" + members;
+    return fmt::format("group {} now has {} device(s){}", given.group_id, count, members);
 }
 
 int operate(gateway_session &session, const group_arguments &given) {
     json payload{{"gid", given.group_id}, {"op", given.operation}};
     if (given.operation != "delete") {
         if (given.device_ids.empty()) {
-            throw wrong_usage("group oper " + given.operation + ": name at least one device");
+            throw wrong_usage(
+                fmt::format("group oper {}: name at least one device", given.operation));
         }
         payload["cids"] = given.device_ids;
     } else if (!given.device_ids.empty()) {
@@ -50,9 +54,9 @@ int operate(gateway_session &session, const group_arguments &given) {
     }
     report_subscription reports(session);
     const auto report = reports.outcome(json_request(frame_type::grp_oper, payload),
-                                        [&given](const lan_client::report &report) {
-                                            const json body = parse_json(report.payload);
-                                            return report.type == frame_type::grp_oper &&
+                                        [&given](const lan_client::report &candidate) {
+                                            const json body = parse_json(candidate.payload);
+                                            return candidate.type == frame_type::grp_oper &&
                                                    member_text(body, "gid") == given.group_id &&
                                                    member_text(body, "op") == given.operation;
                                         });
@@ -64,38 +68,41 @@ int execute(gateway_session &session, const group_arguments &given) {
     const json wanted = parse_data_points(given.data_points, given.object);
     ask_one(session,
             json_request(frame_type::grp_exec, {{"gid", given.group_id}, {"dps", wanted}}));
-    return print_result(session,
-                        "group " + given.group_id + " took the command " +
-                            data_points_text(wanted) +
-                            "; engr_app watch shows the changes of its devices",
-                        {{"gid", given.group_id}, {"dps", wanted}});
+    return print_result(
+        session,
+        fmt::format("group {} took the command {}; engr_app watch shows the changes of its devices",
+                    given.group_id, data_points_text(wanted)),
+        {{"gid", given.group_id}, {"dps", wanted}});
 }
 
-verb_work declare_group_oper(arguments &declared) {
+verb_work declare_group_oper(CLI::App &parser) {
     const auto given = std::make_shared<group_arguments>();
-    declared.required("OPERATION", given->operation, {"add", "remove", "delete"},
-                      "What to do; add makes the group when it is new");
-    declared.required("GID", given->group_id, "The group");
-    declared.optional("CIDS", given->device_ids, "Devices to add or to remove");
+    parser
+        .add_option("OPERATION", given->operation, "What to do; add makes the group when it is new")
+        ->required()
+        ->check(CLI::IsMember({"add", "remove", "delete"}));
+    parser.add_option("GID", given->group_id, "The group")->required();
+    parser.add_option("CIDS", given->device_ids, "Devices to add or to remove");
     return [given](gateway_session &session) { return operate(session, *given); };
 }
 
-verb_work declare_group_exec(arguments &declared) {
+verb_work declare_group_exec(CLI::App &parser) {
     const auto given = std::make_shared<group_arguments>();
-    declared.required("GID", given->group_id, "The group");
-    declare_data_points(declared, given->data_points, given->object);
+    parser.add_option("GID", given->group_id, "The group")->required();
+    declare_data_points(parser, given->data_points, given->object);
     return [given](gateway_session &session) { return execute(session, *given); };
 }
 
 } // namespace
 
-verb_work declare_group(arguments &declared) {
-    declared.notes("Examples:\n"
-                   "  engr_app group oper add kitchen a4c1380001000001 a4c1380001000002\n"
-                   "  engr_app group exec kitchen 1=true\n"
-                   "  engr_app group oper delete kitchen");
-    return declared.subverbs({{"oper", "add or remove devices, delete a group", declare_group_oper},
-                              {"exec", "command all devices of a group", declare_group_exec}});
+verb_work declare_group(CLI::App &parser) {
+    parser.footer("Examples:\n"
+                  "  engr_app group oper add kitchen a4c1380001000001 a4c1380001000002\n"
+                  "  engr_app group exec kitchen 1=true\n"
+                  "  engr_app group oper delete kitchen");
+    return add_subverbs(parser,
+                        {{"oper", "add or remove devices, delete a group", declare_group_oper},
+                         {"exec", "command all devices of a group", declare_group_exec}});
 }
 
 } // namespace engr_app

@@ -1,14 +1,16 @@
-// info: what a gateway said of itself, and whether one can talk to it.
+// info: what a gateway announces of itself, and whether the app can talk to it.
 #include "base/failure.h"
 #include "gateway/devices.h"
+#include "gateway/discovery.h"
+#include "gateway/explain.h"
 #include "gateway/format.h"
-#include "gateway/gateway.h"
 #include "gateway/session.h"
-#include "verbs/arguments.h"
 #include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -30,20 +32,20 @@ struct trial {
 
 trial try_to_talk(gateway_session &session, bool versions) {
     trial shown;
-    const bool key_at_hand = session.key_at_hand();
+    const bool key_at_hand = session.has_needed_key();
     std::vector<lan_client::request> requests{{.type = lan_client::frame_type::keepalive}};
     if (key_at_hand) {
         requests.push_back(device_list_request()); // its answer is always encrypted
     }
     if (key_at_hand && versions) {
-        tell_of_withdrawal(session);
+        warn_of_withdrawal(session);
         requests.push_back(gateway_version_request());
     }
     const std::vector<answer> answers = session.ask(std::move(requests), false);
     const answer &alive = answers.front();
     shown.round_trip_ms = static_cast<double>(alive.round_trip.count()) / 1000;
     if (alive.failure) {
-        shown.problem = session.explain(alive);
+        shown.problem = explain(session, alive);
         shown.connection = "does not work";
         shown.key = "not tried";
         return shown;
@@ -55,7 +57,7 @@ trial try_to_talk(gateway_session &session, bool versions) {
     }
     const answer &listed = answers[1];
     if (listed.failure) {
-        shown.problem = session.explain(listed);
+        shown.problem = explain(session, listed);
         shown.key = listed.failure.kind == error_kind::wrong_key ? "wrong" : "not known";
         return shown;
     }
@@ -99,9 +101,9 @@ void show_announcement(std::vector<std::pair<std::string, std::string>> &facts,
     facts.emplace_back("id", announced.id);
     facts.emplace_back("version", announced.version);
     facts.emplace_back("product key", announced.product_key);
-    facts.emplace_back("activated", announced.activated ? "yes" : "no");
+    facts.emplace_back("activated", yes_or_no(announced.activated));
     facts.emplace_back("ability", std::to_string(announced.ability));
-    facts.emplace_back("needs Wi-Fi", announced.needs_wifi_setup ? "yes" : "no");
+    facts.emplace_back("needs Wi-Fi", yes_or_no(announced.needs_wifi_setup));
     if (announced.told_address != announced.address) {
         facts.emplace_back("told address", announced.told_address);
     }
@@ -116,7 +118,7 @@ void show(console &out, const gateway &target, const trial &shown) {
     }
     std::string connection = shown.connection;
     if (connection == "works") {
-        connection += ", round trip " + milliseconds_text(shown.round_trip_ms);
+        connection += fmt::format(", round trip {}", milliseconds_text(shown.round_trip_ms));
     }
     facts.emplace_back("connection", connection);
     facts.emplace_back("key", shown.key);
@@ -125,9 +127,10 @@ void show(console &out, const gateway &target, const trial &shown) {
     }
     if (shown.firmware) {
         facts.emplace_back("firmware", shown.firmware->version);
-        facts.emplace_back("upgrade", shown.firmware->running
-                                          ? "of " + shown.firmware->running_id + " under way"
-                                          : "none under way");
+        facts.emplace_back("upgrade",
+                           shown.firmware->running
+                               ? fmt::format("of {} under way", shown.firmware->running_id)
+                               : "none under way");
     }
     out.facts(facts);
 }
@@ -157,15 +160,15 @@ int info(gateway_session &session, const info_arguments &given) {
 
 } // namespace
 
-verb_work declare_info(arguments &declared) {
+verb_work declare_info(CLI::App &parser) {
     const auto given = std::make_shared<info_arguments>();
-    declared.flag("--wait", given->wait,
-                  "For a gateway named by its address: also listen for its announcement");
-    declared.flag("--versions", given->versions,
-                  "Ask for the installed firmware and an upgrade under way as well");
-    declared.notes(std::string(versions_note) + "Examples:\n"
-                                                "  engr_app info\n"
-                                                "  engr_app info --gateway 127.0.0.2 --wait");
+    parser.add_flag("--wait", given->wait,
+                    "For a gateway named by its address: also listen for its announcement");
+    parser.add_flag("--versions", given->versions,
+                    "Ask for the installed firmware and an upgrade under way as well");
+    parser.footer(std::string(versions_note) + "Examples:\n"
+                                               "  engr_app info\n"
+                                               "  engr_app info --gateway 127.0.0.2 --wait");
     return [given](gateway_session &session) { return info(session, *given); };
 }
 

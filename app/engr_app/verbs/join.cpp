@@ -1,11 +1,13 @@
 // join: opens the gateway for new devices and shows them as they come.
 #include "gateway/devices.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <algorithm>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -16,17 +18,17 @@ using std::chrono::steady_clock;
 
 namespace frame_type = lan_client::frame_type;
 
-constexpr std::int64_t default_seconds = 60;
-constexpr std::int64_t greatest_seconds = 24 * 3600;
-constexpr std::int64_t greatest_kind = 252; // gateways add 3 and keep a byte
+constexpr int64_t default_seconds = 60;
+constexpr int64_t greatest_seconds = 24 * 3600;
+constexpr int64_t greatest_kind = 252; // gateways add 3 and keep a byte
 
 struct join_arguments {
-    std::int64_t seconds = default_seconds;
-    std::int64_t kind = 0;
+    int64_t seconds = default_seconds;
+    int64_t kind = 0;
     bool detach = false;
 };
 
-lan_client::request join_request(const join_arguments &given, std::int64_t seconds) {
+lan_client::request join_request(const join_arguments &given, int64_t seconds) {
     return json_request(frame_type::permit_join, {{"type", given.kind}, {"time", seconds}});
 }
 
@@ -36,7 +38,7 @@ std::size_t show_joined(console &out, const lan_client::report &report) {
         if (out.json()) {
             out.json_line({{"cid", one.id}, {"pid", one.product_id}});
         } else {
-            out.line("device " + one.id + " joined (product " + one.product_id + ")");
+            out.line(fmt::format("device {} joined (product {})", one.id, one.product_id));
         }
     }
     return joined.size();
@@ -47,14 +49,14 @@ std::size_t show_until(gateway_session &session, report_subscription &reports,
                        std::chrono::seconds time, const bool &interrupted) {
     const auto start = steady_clock::now();
     progress_bar bar =
-        session.out().bar("joining is open", static_cast<std::uint64_t>(time.count()), "s");
+        session.out().bar("joining is open", static_cast<uint64_t>(time.count()), "s");
     std::size_t joined = 0;
     for (auto passed = 0ms; passed < time && !interrupted;
          passed = std::chrono::ceil<std::chrono::milliseconds>(steady_clock::now() - start)) {
-        bar.show(static_cast<std::uint64_t>(passed / 1s));
+        bar.show(static_cast<uint64_t>(passed / 1s));
         const auto report = reports.next(
-            [](const lan_client::report &report) {
-                return report.type == frame_type::sub_dev_bind_rpt && report.readable;
+            [](const lan_client::report &candidate) {
+                return candidate.type == frame_type::sub_dev_bind_rpt && candidate.readable;
             },
             std::min<std::chrono::milliseconds>(1s, time - passed));
         joined += report ? show_joined(session.out(), *report) : 0;
@@ -66,14 +68,14 @@ int open(gateway_session &session, const join_arguments &given) {
     bool interrupted = false;
     report_subscription reports(session);
     ask_one(session, join_request(given, given.seconds));
-    const std::string name = session.chosen().name();
-    const std::string time = std::to_string(given.seconds) + " s";
+
+    const std::string opened =
+        fmt::format("joining is open on {} for {} s", session.chosen().name(), given.seconds);
     if (given.detach) {
-        return print_result(session, "joining is open on " + name + " for " + time,
-                            {{"open", true}, {"seconds", given.seconds}});
+        return print_result(session, opened, {{"open", true}, {"seconds", given.seconds}});
     }
     console &out = session.out();
-    out.notice("joining is open on " + name + " for " + time + "; Ctrl-C closes it");
+    out.notice(opened + "; Ctrl-C closes it");
     session.loop().on_interrupt([&interrupted] { interrupted = true; });
     const std::size_t joined =
         show_until(session, reports, std::chrono::seconds(given.seconds), interrupted);
@@ -83,48 +85,52 @@ int open(gateway_session &session, const join_arguments &given) {
     if (out.json()) {
         out.json_line({{"open", false}, {"joined", joined}});
     } else {
-        out.line(std::to_string(joined) + " device(s) joined; joining is closed" +
-                 (interrupted ? ", as you asked" : " again"));
+        out.line(fmt::format("{} device(s) joined; joining is closed{}", joined,
+                             interrupted ? ", as you asked" : " again"));
     }
     return exit_success;
 }
 
 int close(gateway_session &session, const join_arguments &given) {
     ask_one(session, join_request(given, 0));
-    return print_result(session, "joining is closed on " + session.chosen().name(),
+    return print_result(session, fmt::format("joining is closed on {}", session.chosen().name()),
                         {{"open", false}});
 }
 
-void declare_kind(arguments &declared, join_arguments &given) {
-    declared.option("--kind", given.kind, 0, greatest_kind, "N",
-                    "Kind of devices, a number of the gateway's own (default 0)");
+void declare_kind(CLI::App &parser, join_arguments &given) {
+    parser
+        .add_option("--kind", given.kind,
+                    "Kind of devices, a number of the gateway's own (default 0)")
+        ->type_name("N")
+        ->check(CLI::Range(int64_t{0}, greatest_kind));
 }
 
-verb_work declare_join_open(arguments &declared) {
+verb_work declare_join_open(CLI::App &parser) {
     const auto given = std::make_shared<join_arguments>();
-    declared.option("--seconds", given->seconds, 1, greatest_seconds, "SECONDS",
-                    "How long (default 60)");
-    declare_kind(declared, *given);
-    declared.flag("--detach", given->detach, "Only open it, and don't wait for devices");
+    parser.add_option("--seconds", given->seconds, "How long (default 60)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(int64_t{1}, greatest_seconds));
+    declare_kind(parser, *given);
+    parser.add_flag("--detach", given->detach, "Only open it, and don't wait for devices");
     return [given](gateway_session &session) { return open(session, *given); };
 }
 
-verb_work declare_join_close(arguments &declared) {
+verb_work declare_join_close(CLI::App &parser) {
     const auto given = std::make_shared<join_arguments>();
-    declare_kind(declared, *given);
+    declare_kind(parser, *given);
     return [given](gateway_session &session) { return close(session, *given); };
 }
 
 } // namespace
 
-verb_work declare_join(arguments &declared) {
-    declared.notes("With --json each device is one line, and so is the end.\n\n"
-                   "Examples:\n"
-                   "  engr_app join open --seconds 120\n"
-                   "  engr_app join open --detach\n"
-                   "  engr_app join close");
-    return declared.subverbs({{"open", "let devices join and show them", declare_join_open},
-                              {"close", "let no more devices join", declare_join_close}});
+verb_work declare_join(CLI::App &parser) {
+    parser.footer("With --json each device is one line, and so is the end.\n\n"
+                  "Examples:\n"
+                  "  engr_app join open --seconds 120\n"
+                  "  engr_app join open --detach\n"
+                  "  engr_app join close");
+    return add_subverbs(parser, {{"open", "let devices join and show them", declare_join_open},
+                                 {"close", "let no more devices join", declare_join_close}});
 }
 
 } // namespace engr_app

@@ -3,11 +3,13 @@
 #include "files/output_file.h"
 #include "gateway/devices.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <chrono>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -16,8 +18,7 @@ namespace {
 namespace frame_type = lan_client::frame_type;
 
 constexpr std::size_t segment_bytes = 1024;
-constexpr auto most_segments =
-    static_cast<std::int32_t>(lan_client::max_transfer_bytes / segment_bytes);
+constexpr auto most_segments = static_cast<int32_t>(lan_client::max_transfer_bytes / segment_bytes);
 // A gateway sends one each 0.3 s.
 constexpr std::chrono::seconds segment_time{2};
 
@@ -45,31 +46,33 @@ std::string fetch(gateway_session &session, lan_client::client &client) {
     lan_client::segment_position last{0, 0};
     bool endless = false;
     const auto began = steady_clock::now();
-    const auto moved = [&](lan_client::segment_position at) {
+    const auto on_segment = [&](lan_client::segment_position at) {
         last = at;
         endless = at.count > most_segments ||
                   steady_clock::now() - began > at.number * segment_time + session.answer_time();
         if (endless) {
             return client.close();
         }
-        bar.show(static_cast<std::uint64_t>(at.number) * segment_bytes,
-                 static_cast<std::uint64_t>(at.count) * segment_bytes);
+        bar.show(static_cast<uint64_t>(at.number) * segment_bytes,
+                 static_cast<uint64_t>(at.count) * segment_bytes);
     };
-    const auto answered = session.ask({{.type = frame_type::get_log, .on_segment = moved}}).front();
+    const auto answered =
+        session.ask({{.type = frame_type::get_log, .on_segment = on_segment}}).front();
     const bool interrupted = answered.failure.kind == lan_client::error_kind::cancelled;
     if (endless) {
-        throw failure("bad_answer", "segment " + std::to_string(last.number) + " of " +
-                                        std::to_string(last.count) +
-                                        " has come, which is too much or too slow for a log; "
-                                        "nothing of it was kept");
+        throw failure("bad_answer",
+                      fmt::format("segment {} of {} has come, which is too much or too slow for a "
+                                  "log; nothing of it was kept",
+                                  last.number, last.count));
     }
     if (answered.failure && (last.number > 0 || interrupted)) {
-        const failure why = session.explain(answered);
-        throw failure(why.kind(), "the log stopped after segment " + std::to_string(last.number) +
-                                      " of " + std::to_string(last.count) +
-                                      " and nothing of it was kept; the gateway has removed this "
-                                      "log and starts a new one: " +
-                                      (interrupted ? "interrupted" : why.what()));
+        const failure why = explain(session, answered);
+        throw failure(why.kind(),
+                      fmt::format("the log stopped after segment {} of {} and nothing of it was "
+                                  "kept; the gateway has removed this log and starts a new one: "
+                                  "{}",
+                                  last.number, last.count,
+                                  interrupted ? "interrupted" : why.what()));
     }
     std::string log = expect_success(session, answered);
     bar.show(log.size(), log.size());
@@ -107,25 +110,25 @@ int fetch_log(gateway_session &session, const log_arguments &given) {
     }
     write_file(path, content);
     return print_result(session,
-                        "the log of " + session.chosen().name() + ", " +
-                            std::to_string(content.size()) + " bytes, is in " + path,
+                        fmt::format("the log of {}, {} bytes, is in {}", session.chosen().name(),
+                                    content.size(), path),
                         {{"file", path}, {"bytes", content.size()}});
 }
 
 } // namespace
 
-verb_work declare_log(arguments &declared) {
+verb_work declare_log(CLI::App &parser) {
     const auto given = std::make_shared<log_arguments>();
-    declared.optional("FILE", given->file,
+    parser.add_option("FILE", given->file,
                       "Where to write it, whole or not at all; when left out, to standard output");
-    declared.flag("--sanitized", given->sanitized,
-                  "Leave out keys, passwords, tokens and network names, and replace each id by "
-                  "id-1, id-2 ..., so that a stranger may read it");
-    declared.notes("A gateway removes its log when it has been fetched, and holds up all other "
-                   "apps meanwhile.\n\n"
-                   "Examples:\n"
-                   "  engr_app log gateway.log\n"
-                   "  engr_app log --sanitized support.log");
+    parser.add_flag("--sanitized", given->sanitized,
+                    "Leave out keys, passwords, tokens and network names, and replace each id by "
+                    "id-1, id-2 ..., so that a stranger may read it");
+    parser.footer("A gateway removes its log when it has been fetched, and holds up all other "
+                  "apps meanwhile.\n\n"
+                  "Examples:\n"
+                  "  engr_app log gateway.log\n"
+                  "  engr_app log --sanitized support.log");
     return [given](gateway_session &session) { return fetch_log(session, *given); };
 }
 

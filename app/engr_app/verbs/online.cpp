@@ -2,9 +2,10 @@
 #include "base/failure.h"
 #include "gateway/devices.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
 #include "verbs/verb.h"
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -29,17 +30,16 @@ int online(gateway_session &session) {
         rows.push_back({id, "offline"});
     }
     out.table({"CID", "STATE"}, rows);
-    out.progress(std::to_string(known.online.size()) + " online, " +
-                 std::to_string(known.offline.size()) + " offline");
+    out.progress(fmt::format("{} online, {} offline", known.online.size(), known.offline.size()));
     return exit_success;
 }
 
 } // namespace
 
-verb_work declare_online(arguments &declared) {
-    declared.notes("Examples:\n"
-                   "  engr_app online\n"
-                   "  engr_app online --json");
+verb_work declare_online(CLI::App &parser) {
+    parser.footer("Examples:\n"
+                  "  engr_app online\n"
+                  "  engr_app online --json");
     return online;
 }
 

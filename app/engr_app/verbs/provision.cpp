@@ -1,10 +1,10 @@
-// provision: gives a gateway in access-point mode its Wi-Fi network and waits for what comes of it.
+// provision: gives a gateway in access-point mode its Wi-Fi network and waits for the outcome.
 #include "files/secret_input.h"
-#include "gateway/gateway.h"
+#include "gateway/discovery.h"
 #include "gateway/request.h"
 #include "lan_client/provisioning.h"
 #include "support/utf8.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <algorithm>
 #include <memory>
@@ -12,6 +12,8 @@
 #include <set>
 #include <string>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -29,7 +31,7 @@ struct provision_arguments {
     secret_input token{"token", "ENGR_TOKEN"};
     std::string address = lan_client::broadcast_address;
     std::string new_interface; // empty: the one that is sent on
-    std::int64_t repeat = 10;
+    int64_t repeat = 10;
     double wait_s = 60;
     bool open = false;
     bool plain = false;
@@ -50,15 +52,15 @@ std::string text_to_send(provision_arguments &given) {
     const std::size_t bytes = lan_client::configuration_bytes(
         text, given.plain ? payload_coding::plain : payload_coding::encrypted);
     if (bytes > lan_client::max_configuration_bytes) {
-        const std::string limit = std::to_string(lan_client::max_configuration_bytes);
-        throw wrong_usage("provision: network, password and token are too long together: they "
-                          "need a datagram of " +
-                          std::to_string(bytes) + " bytes, and gateways take " + limit);
+        throw wrong_usage(fmt::format("provision: network, password and token are too long "
+                                      "together: they need a datagram of {} bytes, and gateways "
+                                      "take {}",
+                                      bytes, lan_client::max_configuration_bytes));
     }
     return text;
 }
 
-// One configuration from its first datagram to what came of it.
+// One configuration from its first datagram to its outcome.
 class provisioning {
   public:
     provisioning(gateway_session &session, const provision_arguments &given, std::string text)
@@ -66,9 +68,11 @@ class provisioning {
           new_interface_(given.new_interface.empty() ? session.options().interface_name
                                                      : given.new_interface),
           channel_(
-              session.loop(), [this](const auto &failed) { hear(failed); }, session.observer()),
+              session.loop(), [this](const auto &failed) { on_failure(failed); },
+              session.observer()),
           listener_(
-              session.loop(), [this](const auto &datagram) { hear(datagram); }, session.observer()),
+              session.loop(), [this](const auto &datagram) { on_datagram(datagram); },
+              session.observer()),
           repeat_timer_(session.loop()) {
         const std::vector<std::string> &named = session.options().gateways;
         if (!named.empty()) {
@@ -83,21 +87,22 @@ class provisioning {
     int run() {
         console &out = session_.out();
         // Gateways that are on the network already must not be taken for the new one.
-        out.progress("listening on " + new_interface_ + " for gateways that are there already ...");
+        out.progress(
+            fmt::format("listening on {} for gateways that are there already ...", new_interface_));
         before_ = session_.discover(new_interface_, session_.discovery_time()).announcements;
         for (const announcement &announced : before_) {
             note_if_waiting(announced);
         }
-        if (!can_be_told()) {
-            out.progress("no gateway here says that it needs Wi-Fi, so none that appears can be "
-                         "told to be the right one; --gateway ID names it");
+        if (!can_be_recognised()) {
+            out.progress("no gateway here says that it needs Wi-Fi, so the right one can't be "
+                         "recognised when it appears; --gateway ID names it");
         }
         check(channel_.open(session_.options().interface_name), "listen for a failure");
         check(listener_.open(new_interface_), "listen for gateways");
         send();
         const auto limit = std::chrono::milliseconds(static_cast<long>(given_.wait_s * 1000));
         session_.loop().run_until(
-            [this] { return failed_ || appeared_ || (stranger_ && !can_be_told()); }, limit);
+            [this] { return failed_ || appeared_ || (stranger_ && !can_be_recognised()); }, limit);
         if (failed_) {
             throw refused();
         }
@@ -109,17 +114,18 @@ class provisioning {
         }
         nlohmann::json document = announcement_json(*appeared_);
         document["sent"] = sent_;
-        return print_result(session_,
-                            "gateway " + appeared_->id + " appeared at " + appeared_->address +
-                                " on " + new_interface_ + ": it has joined its network",
-                            document);
+        return print_result(
+            session_,
+            fmt::format("gateway {} appeared at {} on {}: it has joined its network", appeared_->id,
+                        appeared_->address, new_interface_),
+            document);
     }
 
   private:
     static void check(const lan_client::error &problem, const char *what) {
         if (problem) {
             throw failure(lan_client::error_name(problem.kind),
-                          std::string("can't ") + what + ": " + problem.detail);
+                          fmt::format("can't {}: {}", what, problem.detail));
         }
     }
 
@@ -133,26 +139,27 @@ class provisioning {
         }
         sent_ += problem ? 0 : 1;
         ++attempts_;
-        session_.out().progress(problem ? "could not send again: " + problem.detail
-                                        : "sent the configuration to " + given_.address + " on " +
-                                              session_.options().interface_name + ", " +
-                                              std::to_string(attempts_) + " of at most " +
-                                              std::to_string(given_.repeat) + " times");
+        session_.out().progress(
+            problem ? fmt::format("could not send again: {}", problem.detail)
+                    : fmt::format("sent the configuration to {} on {}, {} of at most {} times",
+                                  given_.address, session_.options().interface_name, attempts_,
+                                  given_.repeat));
         if (attempts_ < given_.repeat) {
             repeat_timer_.start(repeat_interval, [this] { send(); });
         } else {
-            session_.out().progress("waiting for the gateway on " + new_interface_ + " ...");
+            session_.out().progress(
+                fmt::format("waiting for the gateway on {} ...", new_interface_));
         }
     }
 
-    void hear(const std::optional<lan_client::wifi_failure> &failed) {
+    void on_failure(const std::optional<lan_client::wifi_failure> &failed) {
         unreadable_ += failed ? 0 : 1;
         if (failed && !failed_) {
             failed_ = failed;
         }
     }
 
-    void hear(const lan_client::parsed_datagram &datagram) {
+    void on_datagram(const lan_client::parsed_datagram &datagram) {
         const announcement &announced = datagram.said;
         unreadable_ += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
         if (datagram.kind != lan_client::datagram_kind::announcement || appeared_ ||
@@ -178,32 +185,35 @@ class provisioning {
         return announced.needs_wifi_setup;
     }
 
-    // Whether there is a way to know the right gateway when it appears.
-    [[nodiscard]] bool can_be_told() const { return !wanted_id_.empty() || !waiting_ids_.empty(); }
+    // Whether the right gateway can be recognised when it appears.
+    [[nodiscard]] bool can_be_recognised() const {
+        return !wanted_id_.empty() || !waiting_ids_.empty();
+    }
 
     [[nodiscard]] failure unconfirmed() const {
-        return {"unconfirmed", "gateway " + stranger_->id + " appeared at " + stranger_->address +
-                                   " on " + new_interface_ +
-                                   ", but it had not said before that it needs Wi-Fi, so it may be "
-                                   "another one: compare its id, and name the right one with "
-                                   "--gateway ID next time"};
+        return {"unconfirmed",
+                fmt::format("gateway {} appeared at {} on {}, but it had not said before that it "
+                            "needs Wi-Fi, so it may be another one: compare its id, and name the "
+                            "right one with --gateway ID next time",
+                            stranger_->id, stranger_->address, new_interface_)};
     }
 
     [[nodiscard]] failure refused() const {
         const std::string result =
-            failed_->result ? " (result " + std::to_string(*failed_->result) + ")" : "";
-        return {"wifi_failure", "the gateway at " + failed_->address + " could not join network " +
-                                    given_.network + ": " + failed_->words + result +
-                                    "; check the name and the password, bring it into "
-                                    "access-point mode again and repeat"};
+            failed_->result ? fmt::format(" (result {})", *failed_->result) : "";
+        return {"wifi_failure",
+                fmt::format("the gateway at {} could not join network {}: {}{}; check the name and "
+                            "the password, bring it into access-point mode again and repeat",
+                            failed_->address, given_.network, failed_->words, result)};
     }
 
     [[nodiscard]] failure silent() const {
         if (unreadable_ > 0) {
-            return {"other_seeds", "nothing that can be read was heard, but " +
-                                       std::to_string(unreadable_) +
-                                       " datagram(s) that this program can't read: it must be "
-                                       "built with the key seeds of the gateway"};
+            return {"other_seeds",
+                    fmt::format("nothing that can be read was heard, but {} datagram(s) that this "
+                                "program can't read: it must be built with the key seeds of the "
+                                "gateway",
+                                unreadable_)};
         }
         return {"no_gateway",
                 "nothing was heard since the configuration was sent: check that this machine is on "
@@ -221,41 +231,51 @@ class provisioning {
     lan_client::provisioning_channel channel_;
     lan_client::discovery_listener listener_;
     lan_client::timer repeat_timer_;
-    std::int64_t attempts_ = 0;
-    std::int64_t sent_ = 0;
+    int64_t attempts_ = 0;
+    int64_t sent_ = 0;
     unsigned unreadable_ = 0;
     std::optional<lan_client::wifi_failure> failed_;
     std::set<std::string> waiting_ids_; // of gateways that had no network
     std::optional<announcement> appeared_;
-    std::optional<announcement> stranger_; // that may be the one or not
+    std::optional<announcement> stranger_; // may be the right one
 };
 
 int provision(gateway_session &session, provision_arguments &given) {
     if (!parse_address(given.address) || given.address.find(':') != std::string::npos) {
-        throw wrong_usage("provision: --address " + given.address + " is no IPv4 address");
+        throw wrong_usage(fmt::format("provision: --address {} is no IPv4 address", given.address));
     }
     return provisioning(session, given, text_to_send(given)).run();
 }
 
 } // namespace
 
-verb_work declare_provision(arguments &declared) {
+verb_work declare_provision(CLI::App &parser) {
     const auto given = std::make_shared<provision_arguments>();
-    declared.required_option("--ssid", given->network, "SSID", "The network that it shall join");
-    given->password.declare(declared, "--password", "--password-file");
-    declared.flag("--open", given->open, "The network has no password");
-    given->token.declare(declared, "--token", "--token-file");
-    declared.flag("--plain", given->plain, "Send the configuration unencrypted");
-    declared.option("--address", given->address, "ADDRESS",
-                    "Send to this address (default: broadcast on the interface)");
-    declared.option("--new-interface", given->new_interface, "IF",
-                    "Where the gateway is to appear (default: the interface that is sent on)");
-    declared.option("--repeat", given->repeat, 1, 1000, "N",
-                    "Send at most so many times, every second (default 10)");
-    declared.option("--wait", given->wait_s, "SECONDS",
-                    "How long to wait for the outcome (default 60)");
-    declared.concerns_no_gateway();
-    declared.notes(
+    parser.add_option("--ssid", given->network, "The network that it shall join")
+        ->type_name("SSID")
+        ->required();
+    given->password.declare(parser, "--password", "--password-file");
+    parser.add_flag("--open", given->open, "The network has no password");
+    given->token.declare(parser, "--token", "--token-file");
+    parser.add_flag("--plain", given->plain, "Send the configuration unencrypted");
+    parser
+        .add_option("--address", given->address,
+                    "Send to this address (default: broadcast on the interface)")
+        ->type_name("ADDRESS");
+    parser
+        .add_option("--new-interface", given->new_interface,
+                    "Where the gateway is to appear (default: the interface that is sent on)")
+        ->type_name("IF");
+    parser
+        .add_option("--repeat", given->repeat,
+                    "Send at most so many times, every second (default 10)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000));
+    parser.add_option("--wait", given->wait_s, "How long to wait for the outcome (default 60)")
+        ->type_name("SECONDS")
+        ->check(CLI::PositiveNumber);
+    concerns_no_gateway(parser);
+    parser.footer(
         "Join the gateway's own network and name its interface. Password and token are taken from\n"
         "ENGR_WIFI_PASSWORD and ENGR_TOKEN when no option gives them, or asked for. The gateway\n"
         "never answers: it tells a failure, and appears on the new network after a success. It\n"

@@ -2,13 +2,15 @@
 #include "base/failure.h"
 #include "base/json_text.h"
 #include "files/input_file.h"
+#include "gateway/explain.h"
 #include "gateway/session.h"
 #include "support/numbers.h"
-#include "verbs/arguments.h"
 #include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -21,20 +23,16 @@ struct raw_arguments {
     bool hex = false;
 };
 
-failure wrong_usage(const std::string &sentence) {
-    return {"usage", sentence, exit_wrong_usage};
-}
-
-std::uint32_t parse_type(const std::string &text) {
+uint32_t parse_type(const std::string &text) {
     if (const auto number = support::whole_number<uint32_t>(text)) {
         return *number;
     }
     if (const auto *info = lan_client::find_frame_type(text)) {
         return info->number;
     }
-    throw wrong_usage("raw: " + text +
-                      " is no frame type; give a number or one of the names that "
-                      "engr_app raw --help lists");
+    throw wrong_usage(fmt::format("raw: {} is no frame type; give a number or one of the names "
+                                  "that engr_app raw --help lists",
+                                  text));
 }
 
 std::string read_payload(const raw_arguments &given) {
@@ -62,22 +60,21 @@ void show(gateway_session &session, const lan_client::answer &answered, bool hex
              {"payload", hex ? nlohmann::json(payload) : payload_json(payload)},
              {"round_trip_ms", static_cast<double>(answered.round_trip.count()) / 1000}});
     }
-    out.line("ret " + std::to_string(answered.ret) + ", " +
-             std::to_string(answered.payload.size()) + " bytes");
+    out.line(fmt::format("ret {}, {} bytes", answered.ret, answered.payload.size()));
     if (!payload.empty()) {
         out.text(payload);
     }
 }
 
 int raw(gateway_session &session, const raw_arguments &given) {
-    const std::uint32_t type = parse_type(given.type);
+    const uint32_t type = parse_type(given.type);
     lan_client::request request{.type = type,
                                 .payload = read_payload(given),
                                 .coding = given.plain ? lan_client::payload_coding::plain
                                                       : lan_client::request_coding(type)};
     const auto answers = session.ask({std::move(request)});
     if (answers.front().failure) {
-        throw session.explain(answers.front());
+        throw explain(session, answers.front());
     }
     show(session, answers.front(), given.hex);
     return answers.front().ret == 0 ? exit_success : exit_failed;
@@ -87,8 +84,7 @@ std::string type_list() {
     std::string list = "Frame types:\n";
     for (const lan_client::frame_type_info &info : lan_client::frame_types()) {
         if (info.answer != lan_client::answer_rule::not_a_request) {
-            list += "  " + std::to_string(info.number) + "  " + std::string(info.name) + "  " +
-                    std::string(info.words) + "\n";
+            list += fmt::format("  {}  {}  {}\n", info.number, info.name, info.words);
         }
     }
     return list;
@@ -96,20 +92,20 @@ std::string type_list() {
 
 } // namespace
 
-verb_work declare_raw(arguments &declared) {
+verb_work declare_raw(CLI::App &parser) {
     const auto given = std::make_shared<raw_arguments>();
-    declared.required("TYPE", given->type, "Frame type: its number or its name");
-    declared.optional("PAYLOAD", given->payload,
+    parser.add_option("TYPE", given->type, "Frame type: its number or its name")->required();
+    parser.add_option("PAYLOAD", given->payload,
                       "Payload as text, - to read it from standard input; encrypted unless the "
                       "gateway takes this type's payload as it is (231 and those without one)");
-    declared.flag("--plain", given->plain, "Send the payload unencrypted");
-    declared.flag("--hex", given->hex, "PAYLOAD is hex digits, and the answer is shown so");
-    declared.notes("Exit status 1 when the gateway answers with a ret other than 0.\n\n" +
-                   type_list() +
-                   "\nExamples:\n"
-                   "  engr_app raw FRM_DEV_LIST\n"
-                   "  engr_app raw 10 '{\"cid\": \"a1\"}' --json\n"
-                   "  engr_app raw tp_cmd '{\"cid\": \"a1\", \"dps\": {\"1\": true}}'");
+    parser.add_flag("--plain", given->plain, "Send the payload unencrypted");
+    parser.add_flag("--hex", given->hex, "PAYLOAD is hex digits, and the answer is shown so");
+    parser.footer("Exit status 1 when the gateway answers with a ret other than 0.\n\n" +
+                  type_list() +
+                  "\nExamples:\n"
+                  "  engr_app raw FRM_DEV_LIST\n"
+                  "  engr_app raw 10 '{\"cid\": \"a1\"}' --json\n"
+                  "  engr_app raw tp_cmd '{\"cid\": \"a1\", \"dps\": {\"1\": true}}'");
     return [given](gateway_session &session) { return raw(session, *given); };
 }
 

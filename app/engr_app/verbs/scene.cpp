@@ -2,12 +2,14 @@
 #include "base/json_text.h"
 #include "files/json_file.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <ctime>
 #include <limits>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -18,9 +20,9 @@ using nlohmann::json;
 namespace frame_type = lan_client::frame_type;
 
 constexpr std::size_t max_name_bytes = 64;
-constexpr std::int64_t greatest_button = 255;
+constexpr int64_t greatest_button = 255;
 // Gateways keep the modification time in 32 bits; greater ones would all count as the same.
-constexpr std::int64_t greatest_time = std::numeric_limits<std::int32_t>::max();
+constexpr int64_t greatest_time = std::numeric_limits<int32_t>::max();
 
 struct scene_arguments {
     std::string operation;
@@ -29,7 +31,7 @@ struct scene_arguments {
     std::string file;
 };
 
-report_subscription::rule outcome_of(std::uint32_t type, const json &asked,
+report_subscription::rule outcome_of(uint32_t type, const json &asked,
                                      const std::vector<const char *> &same_members) {
     return [=](const lan_client::report &report) {
         const json body = parse_json(report.payload);
@@ -45,17 +47,18 @@ int execute(gateway_session &session, const scene_arguments &given) {
     ask_one(session, json_request(frame_type::com_scene_exec, {{"sceneId", given.scene_id}}));
     return print_result(
         session,
-        session.chosen().name() + " was told to run linkage scene " + given.scene_id +
-            " (it answers the same when it has no such scene; engr_app watch shows what "
-            "changes)",
+        fmt::format("{} was told to run linkage scene {} (it answers the same when it has no such "
+                    "scene; engr_app watch shows what changes)",
+                    session.chosen().name(), given.scene_id),
         {{"sceneId", given.scene_id}});
 }
 
 int run(gateway_session &session, const scene_arguments &given) {
     const json payload{{"sid", given.scene_id}, {"gid", given.group_id}};
     ask_one(session, json_request(frame_type::scene_cmd, payload));
-    return print_result(
-        session, "scene " + given.scene_id + " of group " + given.group_id + " was run", payload);
+    return print_result(session,
+                        fmt::format("scene {} of group {} was run", given.scene_id, given.group_id),
+                        payload);
 }
 
 // The set as it is sent: complete, and consistent in itself.
@@ -71,7 +74,7 @@ json checked_set(const std::string &file) {
     }
     distinct_ids(scenes, "sceneId");
     json set = whole.json;
-    const auto count = static_cast<std::int64_t>(scenes.size());
+    const auto count = static_cast<int64_t>(scenes.size());
     if (whole.has("totalCount")) {
         static_cast<void>(whole.required("totalCount").whole_number(count, count));
     }
@@ -84,17 +87,17 @@ json checked_set(const std::string &file) {
     return set;
 }
 
-int synchronise(gateway_session &session, const scene_arguments &given) {
+int sync(gateway_session &session, const scene_arguments &given) {
     const json set = checked_set(given.file);
     ask_one(session, json_request(frame_type::scene_linkage, set));
-    const std::string count = std::to_string(set["scenes"].size());
-    const std::string time = one_line(set["gmtModified"]);
+    const std::string name = session.chosen().name();
+    const std::size_t count = set["scenes"].size();
     return print_result(session,
-                        set["scenes"].empty()
-                            ? session.chosen().name() + " has no linkage scenes any more"
-                            : session.chosen().name() + " has the set of " + count +
-                                  " linkage scene(s) modified at " + time +
-                                  " (a set that it had with the same gmtModified it keeps)",
+                        count == 0
+                            ? fmt::format("{} has no linkage scenes any more", name)
+                            : fmt::format("{} has the set of {} linkage scene(s) modified at {} (a "
+                                          "set that it had with the same gmtModified it keeps)",
+                                          name, count, one_line(set["gmtModified"])),
                         {{"totalCount", set["totalCount"]}, {"gmtModified", set["gmtModified"]}});
 }
 
@@ -116,8 +119,8 @@ int operate(gateway_session &session, const scene_arguments &given) {
         reports.outcome(json_request(frame_type::scene_oper, payload),
                         outcome_of(frame_type::scene_oper, payload, {"sid", "gid", "op"}));
     return print_result(session,
-                        "scene " + given.scene_id + " of group " + given.group_id + " was " +
-                            (given.operation == "save" ? "saved" : "deleted"),
+                        fmt::format("scene {} of group {} was {}", given.scene_id, given.group_id,
+                                    given.operation == "save" ? "saved" : "deleted"),
                         payload_json(report.payload));
 }
 
@@ -133,10 +136,10 @@ int assign_panel(gateway_session &session, const scene_arguments &given) {
     report_subscription reports(session);
     const auto report = reports.outcome(json_request(frame_type::scene_panel, payload),
                                         outcome_of(frame_type::scene_panel, payload, {"cid"}));
-    return print_result(session,
-                        "panel " + given.scene_id + " now has " +
-                            std::to_string(buttons.json.size()) + " assigned button(s)",
-                        payload_json(report.payload));
+    return print_result(
+        session,
+        fmt::format("panel {} now has {} assigned button(s)", given.scene_id, buttons.json.size()),
+        payload_json(report.payload));
 }
 
 verb_work with(const std::shared_ptr<scene_arguments> &given,
@@ -144,51 +147,57 @@ verb_work with(const std::shared_ptr<scene_arguments> &given,
     return [given, work](gateway_session &session) { return work(session, *given); };
 }
 
-verb_work declare_scene_exec(arguments &declared) {
+verb_work declare_scene_exec(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
-    declared.required("SCENEID", given->scene_id, "The linkage scene");
+    parser.add_option("SCENEID", given->scene_id, "The linkage scene")->required();
     return with(given, execute);
 }
 
-verb_work declare_scene_run(arguments &declared) {
+verb_work declare_scene_run(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
-    declared.required("GID", given->group_id, "The group");
-    declared.required("SID", given->scene_id, "The scene in that group");
+    parser.add_option("GID", given->group_id, "The group")->required();
+    parser.add_option("SID", given->scene_id, "The scene in that group")->required();
     return with(given, run);
 }
 
-verb_work declare_scene_sync(arguments &declared) {
+verb_work declare_scene_sync(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
-    declared.required("FILE", given->file,
-                      "JSON file with all linkage scenes; - reads it from "
-                      "standard input");
-    return with(given, synchronise);
+    parser
+        .add_option("FILE", given->file,
+                    "JSON file with all linkage scenes; - reads it from "
+                    "standard input")
+        ->required();
+    return with(given, sync);
 }
 
-verb_work declare_scene_oper(arguments &declared) {
+verb_work declare_scene_oper(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
-    declared.required("OPERATION", given->operation, {"save", "delete"}, "What to do");
-    declared.required("GID", given->group_id, "The group");
-    declared.required("SID", given->scene_id, "The scene in that group");
-    declared.optional("FILE", given->file,
+    parser.add_option("OPERATION", given->operation, "What to do")
+        ->required()
+        ->check(CLI::IsMember({"save", "delete"}));
+    parser.add_option("GID", given->group_id, "The group")->required();
+    parser.add_option("SID", given->scene_id, "The scene in that group")->required();
+    parser.add_option("FILE", given->file,
                       "JSON file with the actions to save; - reads it from "
                       "standard input");
     return with(given, operate);
 }
 
-verb_work declare_scene_panel(arguments &declared) {
+verb_work declare_scene_panel(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
-    declared.required("CID", given->scene_id, "The panel");
-    declared.required("FILE", given->file,
-                      "JSON file with its buttons; - reads it from standard "
-                      "input");
+    parser.add_option("CID", given->scene_id, "The panel")->required();
+    parser
+        .add_option("FILE", given->file,
+                    "JSON file with its buttons; - reads it from standard "
+                    "input")
+        ->required();
     return with(given, assign_panel);
 }
 
 } // namespace
 
-verb_work declare_scene(arguments &declared) {
-    declared.notes(
+verb_work declare_scene(CLI::App &parser) {
+    parser.footer(
         "Files are checked before anything is sent:\n"
         "  sync   {\"gmtModified\": 1700000000, \"scenes\": [{\"sceneId\": \"s1\", \"name\": "
         "\"evening\", \"actions\": ACTIONS}]}\n"
@@ -204,12 +213,12 @@ verb_work declare_scene(arguments &declared) {
         "  engr_app scene oper save kitchen evening actions.json\n"
         "  engr_app scene run kitchen evening\n"
         "  engr_app scene panel a4c1380001000009 buttons.json");
-    return declared.subverbs(
-        {{"exec", "run a linkage scene", declare_scene_exec},
-         {"run", "run a scene of a group", declare_scene_run},
-         {"sync", "replace the set of linkage scenes", declare_scene_sync},
-         {"oper", "save or delete a scene of a group", declare_scene_oper},
-         {"panel", "assign scenes to a panel's buttons", declare_scene_panel}});
+    return add_subverbs(parser,
+                        {{"exec", "run a linkage scene", declare_scene_exec},
+                         {"run", "run a scene of a group", declare_scene_run},
+                         {"sync", "replace the set of linkage scenes", declare_scene_sync},
+                         {"oper", "save or delete a scene of a group", declare_scene_oper},
+                         {"panel", "assign scenes to a panel's buttons", declare_scene_panel}});
 }
 
 } // namespace engr_app

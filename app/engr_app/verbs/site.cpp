@@ -6,11 +6,12 @@
 #include "gateway/session.h"
 #include "site/diff.h"
 #include "site/report.h"
-#include "verbs/arguments.h"
 #include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -48,8 +49,8 @@ int report(gateway_session &session, const report_arguments &given) {
     } else if (files.empty()) {
         out.text(markdown);
     } else {
-        out.line("report of " + session.chosen().name() + " with " +
-                 std::to_string(about["devices"].size()) + " devices written to " + files);
+        out.line(fmt::format("report of {} with {} devices written to {}", session.chosen().name(),
+                             about["devices"].size(), files));
     }
     return exit_success;
 }
@@ -63,7 +64,8 @@ int diff(gateway_session &session, const diff_arguments &given) {
         return exit_success;
     }
     for (const json &one : changes) {
-        out.line("gateway " + member_text(one, "gateway") + ": " + member_text(one, "words"));
+        out.line(
+            fmt::format("gateway {}: {}", member_text(one, "gateway"), member_text(one, "words")));
     }
     if (changes.empty()) {
         out.line("nothing changed");
@@ -71,40 +73,43 @@ int diff(gateway_session &session, const diff_arguments &given) {
     return exit_success;
 }
 
-verb_work declare_report(arguments &declared) {
+verb_work declare_report(CLI::App &parser) {
     const auto given = std::make_shared<report_arguments>();
-    declared.option("--markdown", given->markdown_file, "FILE", "Write the report for people");
-    declared.option("--json-file", given->json_file, "FILE",
-                    "Write the report for machines, which site diff reads");
-    declared.flag("--data-points", given->extent.data_points,
-                  "Ask every device for its data points as well");
-    declared.flag("--versions", given->extent.versions,
-                  "Ask for the firmware versions of the gateway and of every device as well");
-    declared.notes(std::string(versions_note) +
-                   "Without a file the report goes to standard output, as Markdown or with --json "
-                   "as\nJSON. With several gateways each has files of its own, FILE-ID.EXTENSION.");
+    parser.add_option("--markdown", given->markdown_file, "Write the report for people")
+        ->type_name("FILE");
+    parser
+        .add_option("--json-file", given->json_file,
+                    "Write the report for machines, which site diff reads")
+        ->type_name("FILE");
+    parser.add_flag("--data-points", given->extent.data_points,
+                    "Ask every device for its data points as well");
+    parser.add_flag("--versions", given->extent.versions,
+                    "Ask for the firmware versions of the gateway and of every device as well");
+    parser.footer(std::string(versions_note) +
+                  "Without a file the report goes to standard output, as Markdown or with --json "
+                  "as\nJSON. With several gateways each has files of its own, FILE-ID.EXTENSION.");
     return [given](gateway_session &session) { return report(session, *given); };
 }
 
-verb_work declare_diff(arguments &declared) {
+verb_work declare_diff(CLI::App &parser) {
     const auto given = std::make_shared<diff_arguments>();
-    declared.required("BEFORE", given->before, "The earlier report, a JSON file");
-    declared.required("AFTER", given->after, "The later one");
-    declared.concerns_no_gateway();
+    parser.add_option("BEFORE", given->before, "The earlier report, a JSON file")->required();
+    parser.add_option("AFTER", given->after, "The later one")->required();
+    concerns_no_gateway(parser);
     return [given](gateway_session &session) { return diff(session, *given); };
 }
 
 } // namespace
 
-verb_work declare_site(arguments &declared) {
-    declared.notes("Examples:\n"
-                   "  engr_app site report --markdown site.md --json-file site.json\n"
-                   "  engr_app site report --all --json > before.json\n"
-                   "  engr_app site diff before.json after.json");
-    return declared.subverbs(
-        {{"report", "what was commissioned: gateway, channel, devices, configuration",
-          declare_report},
-         {"diff", "what changed between two reports", declare_diff}});
+verb_work declare_site(CLI::App &parser) {
+    parser.footer("Examples:\n"
+                  "  engr_app site report --markdown site.md --json-file site.json\n"
+                  "  engr_app site report --all --json > before.json\n"
+                  "  engr_app site diff before.json after.json");
+    return add_subverbs(
+        parser, {{"report", "what was commissioned: gateway, channel, devices, configuration",
+                  declare_report},
+                 {"diff", "what changed between two reports", declare_diff}});
 }
 
 } // namespace engr_app

@@ -1,11 +1,13 @@
 // token: binds the installer's token to the gateway.
 #include "files/secret_input.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <algorithm>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -21,22 +23,22 @@ int token(gateway_session &session, secret_input &input) {
         throw wrong_usage("the token must have 1 to 64 printable characters");
     }
     ask_one(session, json_request(lan_client::frame_type::token_bind, {{"token", secret}}));
-    return print_result(session, "the token is bound to " + session.chosen().name(),
+    return print_result(session, fmt::format("the token is bound to {}", session.chosen().name()),
                         {{"bound", true}});
 }
 
 } // namespace
 
-verb_work declare_token(arguments &declared) {
+verb_work declare_token(CLI::App &parser) {
     const auto input = std::make_shared<secret_input>("token", "ENGR_TOKEN");
-    declared.optional("TOKEN", input->given(),
+    parser.add_option("TOKEN", input->given(),
                       "The token itself; a process list shows it while the program runs");
-    input->declare(declared, nullptr, "--token-file");
-    declared.notes("Without TOKEN and --token-file it is taken from the environment variable "
-                   "ENGR_TOKEN, or\nasked for on the terminal.\n\n"
-                   "Examples:\n"
-                   "  engr_app token --token-file token.txt\n"
-                   "  ENGR_TOKEN=... engr_app token");
+    input->declare(parser, nullptr, "--token-file");
+    parser.footer("Without TOKEN and --token-file it is taken from the environment variable "
+                  "ENGR_TOKEN, or\nasked for on the terminal.\n\n"
+                  "Examples:\n"
+                  "  engr_app token --token-file token.txt\n"
+                  "  ENGR_TOKEN=... engr_app token");
     return [input](gateway_session &session) { return token(session, *input); };
 }
 

@@ -1,11 +1,12 @@
 // unbind: removes devices, and looks whether they are gone.
 #include "gateway/devices.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <memory>
 #include <unordered_set>
 
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -55,13 +56,13 @@ int unbind(gateway_session &session, const std::vector<std::string> &ids) {
 
 } // namespace
 
-verb_work declare_unbind(arguments &declared) {
+verb_work declare_unbind(CLI::App &parser) {
     const auto ids = std::make_shared<std::vector<std::string>>();
-    declared.required("CIDS", *ids, "The devices");
-    declared.notes("Exit status 1 when one of them was not bound before, or is still bound "
-                   "afterwards.\n\n"
-                   "Examples:\n"
-                   "  engr_app unbind a4c1380001000001 a4c1380001000002");
+    parser.add_option("CIDS", *ids, "The devices")->required();
+    parser.footer("Exit status 1 when one of them was not bound before, or is still bound "
+                  "afterwards.\n\n"
+                  "Examples:\n"
+                  "  engr_app unbind a4c1380001000001 a4c1380001000002");
     return [ids](gateway_session &session) { return unbind(session, *ids); };
 }
 

@@ -5,13 +5,15 @@
 #include "gateway/request.h"
 #include "upgrade/image.h"
 #include "upgrade/transfer.h"
-#include "verbs/arguments.h"
+#include "verbs/verb.h"
 
 #include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -49,7 +51,7 @@ void check_arguments(const upgrade_arguments &given) {
 
 std::string target_name(gateway_session &session, const upgrade_order &order) {
     return order.cid.empty() ? session.chosen().name()
-                             : "device " + order.cid + " of " + session.chosen().name();
+                             : fmt::format("device {} of {}", order.cid, session.chosen().name());
 }
 
 // What is upgraded according to the gateway.
@@ -72,7 +74,7 @@ int show_plan(gateway_session &session, const firmware_image &image, const upgra
         return exit_success;
     }
     session.out().facts({{"file", image.path()},
-                         {"size", std::to_string(image.size()) + " bytes"},
+                         {"size", fmt::format("{} bytes", image.size())},
                          {"MD5", image.md5()},
                          {"version", order.version},
                          {"device", target_name(session, order)},
@@ -101,47 +103,54 @@ int upgrade(gateway_session &session, upgrade_arguments &given) {
     const std::string name = target_name(session, order);
     upgrade_transfer transfer(session, image, order);
     if (given.dry_run) {
-        tell_of_withdrawal(session);
+        warn_of_withdrawal(session);
         return show_plan(session, image, order, transfer.ask_status(true));
     }
     const upgrade_status before = transfer.ask_status(false);
     if (before.running) {
-        throw failure("busy", session.chosen().name() + " has " + running_text(before) +
-                                  " under way, started by another app or by itself; try again "
-                                  "after it");
+        throw failure("busy",
+                      fmt::format("{} has {} under way, started by another app or by itself; "
+                                  "try again after it",
+                                  session.chosen().name(), running_text(before)));
     }
     if (same_version(before.version, order.version) && !given.again) {
-        return print_outcome(session,
-                             name + " has version " + before.version +
-                                 " already; --again brings it all the same",
-                             image, before, before, false);
+        return print_outcome(
+            session,
+            fmt::format("{} has version {} already; --again brings it all the same", name,
+                        before.version),
+            image, before, before, false);
     }
     const auto began = steady_clock::now();
     const upgrade_status after = transfer.carry_out(before);
     const auto seconds =
         std::chrono::round<std::chrono::seconds>(steady_clock::now() - began).count();
-    return print_outcome(session,
-                         name + " now has version " + after.version +
-                             (before.version.empty() ? "" : " (before: " + before.version + ")") +
-                             "; " + std::to_string(image.size()) + " bytes in " +
-                             std::to_string(seconds) + " s",
-                         image, before, after, true);
+    return print_outcome(
+        session,
+        fmt::format("{} now has version {}{}; {} bytes in {} s", name, after.version,
+                    before.version.empty() ? "" : fmt::format(" (before: {})", before.version),
+                    image.size(), seconds),
+        image, before, after, true);
 }
 
 } // namespace
 
-verb_work declare_upgrade(arguments &declared) {
+verb_work declare_upgrade(CLI::App &parser) {
     const auto given = std::make_shared<upgrade_arguments>();
-    declared.required("IMAGE", given->file, "The firmware image, 1 byte to 2 GiB");
-    declared.required_option("--version", given->version, "VERSION",
-                             "Version of the image as the gateway shows it when it is installed, "
-                             "at most 11 characters");
-    declared.option("--cid", given->cid, "ID",
-                    "Upgrade this sub-device; when left out, the gateway itself");
-    declared.flag("--dry-run", given->dry_run,
-                  "Show what would be brought where, and start nothing");
-    declared.flag("--again", given->again, "Bring the image even if its version is installed");
-    declared.notes(
+    parser.add_option("IMAGE", given->file, "The firmware image, 1 byte to 2 GiB")->required();
+    parser
+        .add_option("--version", given->version,
+                    "Version of the image as the gateway shows it when it is installed, "
+                    "at most 11 characters")
+        ->type_name("VERSION")
+        ->required();
+    parser
+        .add_option("--cid", given->cid,
+                    "Upgrade this sub-device; when left out, the gateway itself")
+        ->type_name("ID");
+    parser.add_flag("--dry-run", given->dry_run,
+                    "Show what would be brought where, and start nothing");
+    parser.add_flag("--again", given->again, "Bring the image even if its version is installed");
+    parser.footer(
         "The bar shows what the gateway has taken. Success means that the gateway says that the "
         "new version is\ninstalled. Ctrl-C ends the upgrade on the gateway as well; the old "
         "version stays. So does the end of\nany other app's connection: an upgrade that the "

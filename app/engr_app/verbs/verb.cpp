@@ -1,7 +1,11 @@
-// The one list of verbs: a line here and a file <name>.cpp make a verb.
+// The list of verbs: a line here and a file NAME.cpp with declare_NAME make a verb.
 #include "verbs/verb.h"
 
-// name, summary; the function declare_<name> is in <name>.cpp
+#include <algorithm>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
 #define ENGR_APP_VERBS(VERB)                                                                       \
     VERB(discover, "list the gateways that announce themselves")                                   \
     VERB(info, "what is known of a gateway, whether it answers, whether the key is right")         \
@@ -28,7 +32,7 @@
 
 namespace engr_app {
 
-#define DECLARE_VERB(name, summary) verb_work declare_##name(arguments &declared);
+#define DECLARE_VERB(name, summary) verb_work declare_##name(CLI::App &parser);
 ENGR_APP_VERBS(DECLARE_VERB)
 #undef DECLARE_VERB
 
@@ -37,6 +41,34 @@ std::span<const verb> verbs() {
     static constexpr verb all[] = {ENGR_APP_VERBS(VERB_ENTRY)};
 #undef VERB_ENTRY
     return all;
+}
+
+verb_work add_subverbs(CLI::App &parser, const std::vector<verb> &subverbs) {
+    parser.require_subcommand(1);
+    std::vector<std::pair<const CLI::App *, verb_work>> works;
+    for (const verb &subverb : subverbs) {
+        CLI::App *own_parser = parser.add_subcommand(subverb.name, subverb.summary);
+        works.emplace_back(own_parser, subverb.declare(*own_parser));
+    }
+    return [works = std::move(works)](gateway_session &session) {
+        const auto given = std::ranges::find_if(
+            works, [](const auto &candidate) { return candidate.first->parsed(); });
+        return given->second(session); // the parser insists on one
+    };
+}
+
+void concerns_no_gateway(CLI::App &parser) {
+    parser.callback([&parser] {
+        const CLI::App *whole = &parser;
+        while (whole->get_parent() != nullptr) {
+            whole = whole->get_parent();
+        }
+        if (whole->count("--all") > 0 || whole->count("--gateway") > 1) {
+            throw CLI::ValidationError(parser.get_name(),
+                                       "it concerns no single gateway, so it goes with neither "
+                                       "--all nor several --gateway");
+        }
+    });
 }
 
 } // namespace engr_app

@@ -1,25 +1,49 @@
-// The verbs of the command line.
+// What a verb of the command line is, and the list of them.
 #pragma once
 
 #include <functional>
 #include <span>
+#include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace engr_app {
 
-class arguments;
 class gateway_session;
 
-/// Does the work of one verb; returns the exit code.
+/** Does the work of one verb with one gateway; returns the exit code or throws a failure. */
 using verb_work = std::function<int(gateway_session &)>;
 
+/** A verb, or a verb of a verb such as "get" in "channel get". */
 struct verb {
     const char *name;
-    const char *summary;
-    /// Declares the verb's own arguments and its examples; the work uses what was parsed.
-    verb_work (*declare)(arguments &declared);
+    const char *summary; /**< its line in --help */
+
+    /**
+     * Declares the verb's options, and the notes and examples below them in --help.
+     *
+     * @param parser  fills what is declared while it parses the command line
+     * @return the work; it owns the variables that the options fill
+     */
+    verb_work (*declare)(CLI::App &parser);
 };
 
-/// All verbs in the order in which --help shows them.
+/** @return all verbs, in the order in which --help shows them */
 [[nodiscard]] std::span<const verb> verbs();
+
+/**
+ * Declares the verbs of a verb, one of which has to be given.
+ *
+ * @return work that does that of the one given
+ */
+[[nodiscard]] verb_work add_subverbs(CLI::App &parser, const std::vector<verb> &subverbs);
+
+/**
+ * Says that the verb's work is with the network or with files and not with one gateway: --all and
+ * several --gateway are refused.
+ */
+void concerns_no_gateway(CLI::App &parser);
 
 } // namespace engr_app

@@ -3,11 +3,12 @@
 #include "gateway/devices.h"
 #include "gateway/format.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
 #include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -17,8 +18,8 @@ using lan_client::link_change;
 using lan_client::link_state;
 
 struct watch_arguments {
-    double for_s = 0;        // 0: without end
-    std::uint64_t count = 0; // 0: without end
+    double for_s = 0;   // 0: without end
+    uint64_t count = 0; // 0: without end
 };
 
 class watcher {
@@ -34,7 +35,7 @@ class watcher {
                                 .on_traffic = {}});
         expect_success(session_, session_.ask({device_list_request()}).front());
         established_ = true;
-        out_.notice("watching " + session_.chosen().name() + ", Ctrl-C ends it");
+        out_.notice(fmt::format("watching {}, Ctrl-C ends it", session_.chosen().name()));
         const auto limit =
             arguments_.for_s > 0
                 ? std::chrono::milliseconds(static_cast<long>(arguments_.for_s * 1000))
@@ -54,7 +55,7 @@ class watcher {
         if (out_.json()) {
             out_.json_line(report_json(report));
         } else {
-            out_.line(time_text() + "  " + format_report(report));
+            out_.line(fmt::format("{}  {}", time_text(), format_report(report)));
         }
     }
 
@@ -63,14 +64,15 @@ class watcher {
             return; // a first connection that fails ends the program with its own sentence
         }
         if (change.state == link_state::connected) {
-            out_.notice(time_text() + "  connected again to " + session_.chosen().name());
+            out_.notice(
+                fmt::format("{}  connected again to {}", time_text(), session_.chosen().name()));
             lost_ = false;
             return;
         }
         const std::string what =
             lost_ ? "still no connection" : "lost the connection: reports may be missed from here";
-        out_.notice(time_text() + "  " + what + " (" + change.why.detail + "), next attempt in " +
-                    std::to_string(change.pause.count()) + " ms");
+        out_.notice(fmt::format("{}  {} ({}), next attempt in {} ms", time_text(), what,
+                                change.why.detail, change.pause.count()));
         lost_ = true;
     }
 
@@ -80,23 +82,27 @@ class watcher {
     bool stopped_ = false;
     bool established_ = false;
     bool lost_ = false;
-    std::uint64_t shown_ = 0;
+    uint64_t shown_ = 0;
 };
 
 } // namespace
 
-verb_work declare_watch(arguments &declared) {
+verb_work declare_watch(CLI::App &parser) {
     const auto given = std::make_shared<watch_arguments>();
-    declared.option("--for", given->for_s, "SECONDS", "End after this time");
-    declared.option("--count", given->count, "N", "End after this many reports");
-    declared.notes("Shows data points, bound and unbound devices, deactivation and upgrades. "
-                   "When the\ngateway restarts it connects again and says so. With --json each "
-                   "report is one line.\nLeaving ends an upgrade that runs on the gateway, as the "
-                   "end of any connection does, so\nit stays until one that it has seen is over; "
-                   "a second Ctrl-C leaves at once.\n\n"
-                   "Examples:\n"
-                   "  engr_app watch\n"
-                   "  engr_app watch --gateway 127.0.0.1 --for 60 --json");
+    parser.add_option("--for", given->for_s, "End after this time")
+        ->type_name("SECONDS")
+        ->check(CLI::PositiveNumber);
+    parser.add_option("--count", given->count, "End after this many reports")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    parser.footer("Shows data points, bound and unbound devices, deactivation and upgrades. "
+                  "When the\ngateway restarts it connects again and says so. With --json each "
+                  "report is one line.\nLeaving ends an upgrade that runs on the gateway, as the "
+                  "end of any connection does, so\nit stays until one that it has seen is over; "
+                  "a second Ctrl-C leaves at once.\n\n"
+                  "Examples:\n"
+                  "  engr_app watch\n"
+                  "  engr_app watch --gateway 127.0.0.1 --for 60 --json");
     return [given](gateway_session &session) { return watcher(session, *given).watch(); };
 }
 

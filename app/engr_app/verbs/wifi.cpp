@@ -1,16 +1,18 @@
 // wifi: moves the gateway to another Wi-Fi network.
 #include "files/secret_input.h"
 #include "gateway/request.h"
-#include "verbs/arguments.h"
+#include "lan_client/provisioning.h"
+#include "verbs/verb.h"
 
 #include <memory>
 
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
 namespace {
 
-constexpr std::size_t max_network_name_bytes = 32;
 constexpr std::size_t max_password_bytes = 64;
 
 struct wifi_arguments {
@@ -20,7 +22,7 @@ struct wifi_arguments {
 };
 
 int wifi(gateway_session &session, wifi_arguments &given) {
-    if (given.network.empty() || given.network.size() > max_network_name_bytes) {
+    if (given.network.empty() || given.network.size() > lan_client::max_network_name_bytes) {
         throw wrong_usage("wifi: a network's name has 1 to 32 bytes");
     }
     nlohmann::json payload{{"ssid", given.network}};
@@ -32,23 +34,24 @@ int wifi(gateway_session &session, wifi_arguments &given) {
     }
     ask_one(session, json_request(lan_client::frame_type::wifi_modify, payload));
     return print_result(session,
-                        session.chosen().name() + " goes over to network " + given.network +
-                            ": its address may change, find it again with engr_app discover",
+                        fmt::format("{} goes over to network {}: its address may change, find it "
+                                    "again with engr_app discover",
+                                    session.chosen().name(), given.network),
                         {{"ssid", given.network}});
 }
 
 } // namespace
 
-verb_work declare_wifi(arguments &declared) {
+verb_work declare_wifi(CLI::App &parser) {
     const auto given = std::make_shared<wifi_arguments>();
-    declared.required("SSID", given->network, "The name of the network");
-    given->password.declare(declared, "--password", "--password-file");
-    declared.flag("--open", given->open, "The network has no password");
-    declared.notes("Without an option the password is taken from the environment variable\n"
-                   "ENGR_WIFI_PASSWORD, or asked for on the terminal. It is never shown.\n\n"
-                   "Examples:\n"
-                   "  engr_app wifi office\n"
-                   "  engr_app wifi office --password-file wifi.txt");
+    parser.add_option("SSID", given->network, "The name of the network")->required();
+    given->password.declare(parser, "--password", "--password-file");
+    parser.add_flag("--open", given->open, "The network has no password");
+    parser.footer("Without an option the password is taken from the environment variable\n"
+                  "ENGR_WIFI_PASSWORD, or asked for on the terminal. It is never shown.\n\n"
+                  "Examples:\n"
+                  "  engr_app wifi office\n"
+                  "  engr_app wifi office --password-file wifi.txt");
     return [given](gateway_session &session) { return wifi(session, *given); };
 }
 

@@ -1,10 +1,11 @@
-// Names and places of gateways.
-#include "gateway/gateway.h"
+// Names and addresses of gateways.
+#include "gateway/discovery.h"
 
 #include <algorithm>
 #include <charconv>
 
 #include <arpa/inet.h>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -20,7 +21,7 @@ bool is_ipv4(const std::string &text) {
 std::string list_of(const discovery_result &found) {
     std::string list;
     for (const lan_client::announcement &announced : found.announcements) {
-        list += (list.empty() ? "" : ", ") + announced.id + " (" + announced.address + ")";
+        list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", announced.id, announced.address);
     }
     return list;
 }
@@ -28,11 +29,12 @@ std::string list_of(const discovery_result &found) {
 } // namespace
 
 std::string gateway::place() const {
-    return port == lan_client::gateway_port ? address : address + ":" + std::to_string(port);
+    return port == lan_client::gateway_port ? address : fmt::format("{}:{}", address, port);
 }
 
 std::string gateway::name() const {
-    return announced ? "gateway " + announced->id + " (" + place() + ")" : "gateway " + place();
+    return announced ? fmt::format("gateway {} ({})", announced->id, place())
+                     : "gateway " + place();
 }
 
 std::string gateway::label() const {
@@ -50,8 +52,7 @@ std::optional<gateway> parse_address(const std::string &text) {
         const char *end = text.data() + text.size();
         const auto [rest, problem] = std::from_chars(text.data() + colon + 1, end, named.port);
         if (problem != std::errc() || rest != end || named.port == 0) {
-            throw failure("usage", "--gateway " + text + ": the port must be 1 to 65535",
-                          exit_wrong_usage);
+            throw wrong_usage(fmt::format("--gateway {}: the port must be 1 to 65535", text));
         }
     }
     return named;
@@ -73,26 +74,28 @@ const announcement *discovery_result::find_address(const std::string &address) c
 
 failure not_found(const discovery_result &found, const std::string &wanted,
                   const std::string &interface_name) {
-    if (!found.announcements.empty() && wanted.empty()) {
-        return {"several_gateways", "several gateways found, pick one with --gateway ID or "
-                                    "--gateway ADDRESS: " +
-                                        list_of(found)};
+    const bool some = !found.announcements.empty();
+    if (some && wanted.empty()) {
+        return {"several_gateways",
+                fmt::format("several gateways found, pick one with --gateway ID or --gateway "
+                            "ADDRESS: {}",
+                            list_of(found))};
     }
-    std::string sentence =
-        wanted.empty() ? "no gateway found on interface " + interface_name
-                       : "gateway " + wanted + " was not heard on interface " + interface_name;
+    const std::string sentence =
+        wanted.empty()
+            ? fmt::format("no gateway found on interface {}", interface_name)
+            : fmt::format("gateway {} was not heard on interface {}", wanted, interface_name);
     if (found.unreadable > 0) {
-        return {"other_seeds", sentence + ", but " + std::to_string(found.unreadable) +
-                                   " discovery datagram(s) that this program can't read: it must "
-                                   "be built with the key seeds of the gateway"};
-    }
-    if (!found.announcements.empty()) {
-        return {"no_gateway", sentence + "; heard: " + list_of(found)};
+        return {"other_seeds",
+                fmt::format("{}, but {} discovery datagram(s) that this program can't read: it "
+                            "must be built with the key seeds of the gateway",
+                            sentence, found.unreadable)};
     }
     return {"no_gateway",
-            sentence + ": check that it is switched on and in engineering mode, name its network "
-                       "with --interface, or reach it with --gateway ADDRESS (a gateway with 10 "
-                       "apps connected stays silent)"};
+            some ? fmt::format("{}; heard: {}", sentence, list_of(found))
+                 : sentence + ": check that it is switched on and in engineering mode, name its "
+                              "network with --interface, or reach it with --gateway ADDRESS (a "
+                              "gateway with 10 apps connected stays silent)"};
 }
 
 nlohmann::json announcement_json(const lan_client::announcement &announced) {
