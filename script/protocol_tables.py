@@ -9,10 +9,11 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 AGENT = ROOT / "svc_engineering_mode/src/app_agent_engr"
+APP_TYPES = ROOT / "app/lan_client/include/lan_client/frame_types.h"
 DOCUMENT = ROOT / "docs/protocol.md"
 DISSECTOR = ROOT / "tools/wireshark/engr_lan.lua"
 ROW = re.compile(r"X\((\d+), (\w+), (\w+), (\w+), (\w+),\s*\"([^\"]*)\"\)")
-APP_ROW = re.compile(r'frame_type_info\{(\d+), "(\w+)", (\w+), (\w+),')
+APP_ROW = re.compile(r"X\(\d+, \w+, (\w+), (\w+), (\w+),")
 ANSWERS = {"always": "always", "never": "never", "not_a_request": "", "on_failure_only": "failure only",
            "on_success_only": "success only"}
 # The datagrams, which neither list says more of: who sends them to which port, and how they are encrypted.
@@ -63,8 +64,7 @@ def frame_types():
     rows = ROW.findall(source)
     if len(rows) != source.count("X(") - 1:
         sys.exit("frame_types.h: a row is not of the form X(number, name, way, payload, handler, \"meaning\")")
-    app = {name: (coding, ANSWERS[answer]) for _, name, coding, answer in
-           APP_ROW.findall((ROOT / "app/lan_client/frame_types.cpp").read_text())}
+    app = {name: (coding, ANSWERS[answer]) for name, coding, answer in APP_ROW.findall(APP_TYPES.read_text())}
     for number, name, way, _, _, meaning in rows:
         if way == "datagram":
             (origin, coding), answer = DATAGRAMS[name], ""

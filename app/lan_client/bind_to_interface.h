@@ -7,7 +7,7 @@
 
 namespace lan_client {
 
-/// Keeps the socket's traffic on the interface; an empty name leaves it free.
+/** Keeps the socket's traffic on the interface; an empty name leaves it free. */
 [[nodiscard]] error bind_to_interface(int socket, const std::string &interface_name);
 
 } // namespace lan_client

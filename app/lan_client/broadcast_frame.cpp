@@ -7,7 +7,7 @@
 namespace lan_client {
 
 broadcast_frame
-read_broadcast(std::string_view bytes, std::string_view address, std::uint32_t type,
+read_broadcast(std::string_view bytes, std::string_view address, uint32_t type,
                const std::function<std::optional<std::string>(std::string_view)> &opened,
                const traffic_observer &observer) {
     const decode_result decoded = decode_frame(bytes);

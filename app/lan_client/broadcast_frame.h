@@ -12,14 +12,16 @@
 namespace lan_client {
 
 struct broadcast_frame {
-    bool of_type = false;            ///< false: it is no frame of the type asked for
-    std::optional<std::string> text; ///< absent: damaged, or no key at hand decrypts it
+    bool of_type = false;            /**< whether it is a frame of the expected type */
+    std::optional<std::string> text; /**< absent: damaged, or no key at hand decrypts it */
 };
 
-/// Reads a datagram from `address` that should hold a frame of this type, telling the observer of
-/// it if it does. `opened` decrypts a payload, or gives nothing.
+/**
+ * Reads a datagram from `address` that should hold a frame of this type, telling the observer of it
+ * if it does. `opened` decrypts a payload, or gives nothing.
+ */
 [[nodiscard]] broadcast_frame
-read_broadcast(std::string_view bytes, std::string_view address, std::uint32_t type,
+read_broadcast(std::string_view bytes, std::string_view address, uint32_t type,
                const std::function<std::optional<std::string>(std::string_view)> &opened,
                const traffic_observer &observer);
 

@@ -8,12 +8,12 @@
 
 namespace lan_client {
 
-/// Reads big-endian words and runs of bytes; a read that does not fit fails and takes nothing.
+/** Reads big-endian words and runs of bytes; a read that does not fit fails and takes nothing. */
 class byte_reader {
   public:
     explicit byte_reader(std::string_view bytes) : rest_(bytes) {}
 
-    [[nodiscard]] bool read(std::uint32_t &word) {
+    [[nodiscard]] bool read(uint32_t &word) {
         std::string_view four;
         if (!take(4, four)) {
             return false;
@@ -40,12 +40,12 @@ class byte_reader {
     std::string_view rest_;
 };
 
-/// Appends big-endian words and runs of bytes to a string that grows as needed.
+/** Appends big-endian words and runs of bytes to a string that grows as needed. */
 class byte_writer {
   public:
     explicit byte_writer(std::string &out) : out_(out) {}
 
-    void write(std::uint32_t word) {
+    void write(uint32_t word) {
         for (int shift = 24; shift >= 0; shift -= 8) {
             out_.push_back(static_cast<char>(word >> shift & 0xFF));
         }

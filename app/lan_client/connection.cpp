@@ -138,8 +138,7 @@ class connection::link : public std::enable_shared_from_this<link> {
         socket_.async_write_some(
             asio::buffer(bytes.data() + written_, std::min(bytes.size() - written_, write_bytes)),
             [self = shared_from_this()](const asio::error_code &code, std::size_t count) {
-                // The reader hears of a broken connection too, and what the peer still said
-                // before it comes first.
+                // The reader notices a broken connection, too, after what the peer sent before.
                 if (!self->ended_ && !code) {
                     self->written(count);
                 }

@@ -1,4 +1,4 @@
-// The working part of a client: what is under way with one gateway.
+// The implementation of a client: its connection to one gateway and the requests under way.
 #pragma once
 
 #include "connection.h"
@@ -20,7 +20,7 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
 
     void open();
     void close();
-    void forget(); // as close, but nobody is told
+    void abandon(); // as close, without callbacks
     void ask(request wanted, completion done);
     [[nodiscard]] std::size_t unsent_bytes() const;
 
@@ -32,22 +32,22 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     // A request from the moment it is made until it is completed.
     struct exchange {
         request wanted;
-        completion done; // absent: the frame gets no answer of its own
-        std::uint32_t number = 0;
+        completion done; // absent: the frame has no answer of its own
+        uint32_t number = 0;
         clock::time_point asked;
         clock::time_point deadline;
         error at_deadline{error_kind::timed_out, {}};
-        std::uint64_t stream_start = 0;
-        std::uint64_t stream_end = 0;
+        uint64_t stream_start = 0;
+        uint64_t stream_end = 0;
         bool sent = false;
-        bool taken = false; // the gateway has read it: it or a later one was answered
+        bool read_by_gateway = false; // it or a later one was answered
         bool repeated = false;
-        std::int32_t segments_received = 0;
+        int32_t segments_received = 0;
         std::string received;
     };
     using exchange_list = std::deque<exchange>;
 
-    struct opened_payload {
+    struct decrypted_payload {
         payload_state state = payload_state::plain;
         std::string text;
         bool key_changed = false;
@@ -62,20 +62,20 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     void keep_alive();
     void send_ready();
     void send(exchange &due);
-    void renew(exchange &moving);
-    void arm();
+    void extend_deadline(exchange &sending);
+    void start_deadline_timer();
     void expire();
-    void leave();
+    void drop_connection();
     [[nodiscard]] std::size_t bytes_under_way() const;
 
     void take_frames();
     void take(frame got);
-    opened_payload open_payload(const frame &got);
-    void proved();
+    decrypted_payload decrypt_payload(const frame &got);
+    void confirm();
     exchange_list::iterator find(const frame &got);
-    void read_up_to(exchange_list::iterator last);
-    void take_report(const frame &got, opened_payload &payload);
-    void take_answer(exchange_list::iterator found, const frame &got, opened_payload &payload);
+    void mark_read_up_to(exchange_list::iterator last);
+    void take_report(const frame &got, decrypted_payload &payload);
+    void take_answer(exchange_list::iterator found, const frame &got, decrypted_payload &payload);
     void take_segment(exchange_list::iterator found, const frame &got, std::string &bytes);
     void complete(exchange_list::iterator found, answer outcome);
     void complete_all(exchange_list gone, const error &why);
@@ -87,24 +87,24 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     connection connection_;
     timer deadline_timer_;
     timer keep_alive_timer_;
-    timer pause_timer_;
-    timer turn_timer_;
+    timer reconnect_timer_;
+    timer resume_timer_;
     std::minstd_rand chance_{std::random_device{}()};
 
     stage stage_ = stage::idle;
-    bool forgotten_ = false;
-    bool ever_proved_ = false; // some connection has carried a frame from the gateway
+    bool abandoned_ = false;
+    bool ever_confirmed_ = false; // some connection has carried a frame of the gateway
     error last_failure_{error_kind::cancelled, {}};
     exchange_list exchanges_; // in the order in which they were made
-    std::uint32_t last_number_ = 0;
+    uint32_t last_number_ = 0;
 
     // Of the present connection:
-    std::uint64_t stream_end_ = 0;
-    std::uint64_t stream_written_ = 0;
-    bool proved_ = false;
+    uint64_t stream_end_ = 0;
+    uint64_t stream_written_ = 0;
+    bool confirmed_ = false;
     stream_cutter cutter_;
-    bool heard_ = false;      // something was received since the last keep-alive
-    unsigned unanswered_ = 0; // keep-alives in a row
+    bool received_any_ = false;           // something was received since the last keep-alive
+    unsigned unanswered_keep_alives_ = 0; // keep-alives in a row
 };
 
 } // namespace lan_client

@@ -16,31 +16,31 @@
 namespace lan_client {
 namespace {
 
-using seed_bytes = std::array<std::uint8_t, key_bytes>;
+using seed_bytes = std::array<uint8_t, key_bytes>;
 
 // A seed is written character by character: the stores are volatile, so that the compiler can't
 // merge them and no part of the seed is readable in the program.
-using seed_buffer = volatile std::uint8_t *;
+using seed_buffer = volatile uint8_t *;
 
 aes_key key_of_seed(seed_bytes &seed) {
     md5_ctx context;
     md5_init(&context);
     md5_update(&context, seed.size(), seed.data());
-    std::array<std::uint8_t, MD5_DIGEST_SIZE> digest{};
+    std::array<uint8_t, MD5_DIGEST_SIZE> digest{};
     md5_digest(&context, digest.size(), digest.data());
     explicit_bzero(seed.data(), seed.size());
     return aes_key(digest);
 }
 
-const std::uint8_t *as_bytes(std::string_view text) {
-    return reinterpret_cast<const std::uint8_t *>(text.data());
+const uint8_t *as_bytes(std::string_view text) {
+    return reinterpret_cast<const uint8_t *>(text.data());
 }
 
-std::uint8_t *as_bytes(std::string &text) {
-    return reinterpret_cast<std::uint8_t *>(text.data());
+uint8_t *as_bytes(std::string &text) {
+    return reinterpret_cast<uint8_t *>(text.data());
 }
 
-std::string hex_text(std::span<const std::uint8_t> digest) {
+std::string hex_text(std::span<const uint8_t> digest) {
     std::string text(BASE16_ENCODE_LENGTH(digest.size()), '\0');
     base16_encode_update(text.data(), digest.size(), digest.data());
     return text;
@@ -53,7 +53,7 @@ aes_key::~aes_key() {
 }
 
 std::optional<aes_key> aes_key::from_text(std::string_view text) {
-    std::array<std::uint8_t, key_bytes> bytes{};
+    std::array<uint8_t, key_bytes> bytes{};
     if (text.size() != bytes.size()) {
         return std::nullopt;
     }
@@ -132,7 +132,7 @@ std::string md5_text(const std::function<std::string_view()> &next) {
     for (std::string_view block = next(); !block.empty(); block = next()) {
         md5_update(&context, block.size(), as_bytes(block));
     }
-    std::array<std::uint8_t, MD5_DIGEST_SIZE> digest{};
+    std::array<uint8_t, MD5_DIGEST_SIZE> digest{};
     md5_digest(&context, digest.size(), digest.data());
     return hex_text(digest);
 }
@@ -141,7 +141,7 @@ std::string sha256_text(std::string_view bytes) {
     sha256_ctx context;
     sha256_init(&context);
     sha256_update(&context, bytes.size(), as_bytes(bytes));
-    std::array<std::uint8_t, SHA256_DIGEST_SIZE> digest{};
+    std::array<uint8_t, SHA256_DIGEST_SIZE> digest{};
     sha256_digest(&context, digest.size(), digest.data());
     return hex_text(digest);
 }

@@ -20,9 +20,9 @@ std::string text_member(const nlohmann::json &object, const char *name) {
     return member != object.end() && member->is_string() ? member->get<std::string>() : "";
 }
 
-std::int64_t number_member(const nlohmann::json &object, const char *name) {
+int64_t number_member(const nlohmann::json &object, const char *name) {
     const auto member = object.find(name);
-    return member != object.end() && member->is_number_integer() ? member->get<std::int64_t>() : 0;
+    return member != object.end() && member->is_number_integer() ? member->get<int64_t>() : 0;
 }
 
 bool true_member(const nlohmann::json &object, const char *name) {
@@ -30,18 +30,18 @@ bool true_member(const nlohmann::json &object, const char *name) {
     return member != object.end() && member->is_boolean() && member->get<bool>();
 }
 
-bool read_announcement(std::string_view text, announcement &said) {
+bool read_announcement(std::string_view text, announcement &content) {
     const auto object = nlohmann::json::parse(to_utf8(text), nullptr, false);
     if (!object.is_object() || !object.contains("gwId")) {
         return false;
     }
-    said.told_address = text_member(object, "ip");
-    said.id = text_member(object, "gwId");
-    said.product_key = text_member(object, "productKey");
-    said.version = text_member(object, "version");
-    said.ability = number_member(object, "ablilty"); // spelt so on the wire
-    said.activated = number_member(object, "active") == 2;
-    said.needs_wifi_setup = true_member(object, "wf_cfg");
+    content.announced_address = text_member(object, "ip");
+    content.id = text_member(object, "gwId");
+    content.product_key = text_member(object, "productKey");
+    content.version = text_member(object, "version");
+    content.ability = number_member(object, "ablilty"); // spelt so on the wire
+    content.activated = number_member(object, "active") == 2;
+    content.needs_wifi_setup = true_member(object, "wf_cfg");
     return true;
 }
 
@@ -60,18 +60,19 @@ parsed_datagram parse_datagram(std::string_view bytes, std::string_view address,
         return result;
     }
     result.kind = datagram_kind::unreadable;
-    if (got.text && read_announcement(*got.text, result.said)) {
+    if (got.text && read_announcement(*got.text, result.content)) {
         result.kind = datagram_kind::announcement;
-        result.said.address = address;
+        result.content.address = address;
     }
     return result;
 }
 
-discovery_listener::discovery_listener(event_loop &loop, callback heard, traffic_observer observer)
+discovery_listener::discovery_listener(event_loop &loop, callback on_datagram,
+                                       traffic_observer observer)
     : listener_(std::make_unique<udp_listener>(
-          loop, [heard = std::move(heard), observer = std::move(observer)](
+          loop, [on_datagram = std::move(on_datagram), observer = std::move(observer)](
                     std::string_view bytes, const std::string &address) {
-              heard(parse_datagram(bytes, address, observer));
+              on_datagram(parse_datagram(bytes, address, observer));
           })) {}
 
 discovery_listener::~discovery_listener() = default;

@@ -61,7 +61,7 @@ struct timer::state {
     explicit state(event_loop &loop) : waiting(loop.context()) {}
 
     asio::steady_timer waiting;
-    std::uint64_t round = 0; // a callback of an earlier round is stale
+    uint64_t round = 0; // a callback of an earlier round is stale
 };
 
 timer::timer(event_loop &loop) : state_(std::make_shared<state>(loop)) {}
@@ -70,7 +70,7 @@ timer::~timer() {
 }
 
 void timer::start(std::chrono::milliseconds delay, std::function<void()> expired) {
-    const std::uint64_t round = ++state_->round;
+    const uint64_t round = ++state_->round;
     state_->waiting.expires_after(delay);
     state_->waiting.async_wait([state = std::weak_ptr(state_), round,
                                 expired = std::move(expired)](const asio::error_code &) {

@@ -10,8 +10,8 @@
 namespace lan_client {
 namespace {
 
-constexpr std::uint32_t head_word = 0x000055AA;
-constexpr std::uint32_t tail_word = 0x0000AA55;
+constexpr uint32_t head_word = 0x000055AA;
+constexpr uint32_t tail_word = 0x0000AA55;
 constexpr std::size_t head_number_type_length_bytes = 16;
 constexpr std::size_t crc_and_tail_bytes = 8;
 constexpr std::size_t tail_bytes = 4;
@@ -19,14 +19,14 @@ constexpr std::size_t reply_words_bytes = 4;    // ret
 constexpr std::size_t segment_words_bytes = 12; // ret, count, number
 
 // The format counts the bytes under the CRC in 16 bits, so a long frame is covered only in part.
-std::uint32_t frame_crc(std::string_view covered) {
+uint32_t frame_crc(std::string_view covered) {
     const auto *data = reinterpret_cast<const Bytef *>(covered.data());
-    return static_cast<std::uint32_t>(crc32(0, data, static_cast<uInt>(covered.size() % 65536)));
+    return static_cast<uint32_t>(crc32(0, data, static_cast<uInt>(covered.size() % 65536)));
 }
 
 // Only the log travels in segments, and only when it was read: its failures are ordinary replies,
 // and a handler that replaces the built-in one answers with an empty ordinary reply.
-bool has_segment_words(std::uint32_t type, std::uint32_t ret, std::size_t length) {
+bool has_segment_words(uint32_t type, uint32_t ret, std::size_t length) {
     return type == frame_type::get_log && ret == 0 &&
            length >= segment_words_bytes + crc_and_tail_bytes;
 }
@@ -34,7 +34,7 @@ bool has_segment_words(std::uint32_t type, std::uint32_t ret, std::size_t length
 // Looked at before anything is copied: in a hostile stream most heads have no tail.
 bool has_tail(std::string_view bytes, std::size_t frame_bytes) {
     byte_reader reader(bytes.substr(frame_bytes - tail_bytes, tail_bytes));
-    std::uint32_t tail = 0;
+    uint32_t tail = 0;
     return reader.read(tail) && tail == tail_word;
 }
 
@@ -44,13 +44,13 @@ bool read_body(byte_reader &reader, std::size_t length, frame &decoded) {
     }
     std::size_t words_bytes = reply_words_bytes;
     if (has_segment_words(decoded.type, decoded.ret, length)) {
-        std::uint32_t count = 0;
-        std::uint32_t number = 0;
+        uint32_t count = 0;
+        uint32_t number = 0;
         if (!reader.read(count) || !reader.read(number)) {
             return false;
         }
         decoded.segment =
-            segment_position{static_cast<std::int32_t>(count), static_cast<std::int32_t>(number)};
+            segment_position{static_cast<int32_t>(count), static_cast<int32_t>(number)};
         words_bytes = segment_words_bytes;
     }
     std::string_view payload;
@@ -63,14 +63,14 @@ bool read_body(byte_reader &reader, std::size_t length, frame &decoded) {
 
 } // namespace
 
-std::string encode_request(std::uint32_t number, std::uint32_t type, std::string_view payload) {
+std::string encode_request(uint32_t number, uint32_t type, std::string_view payload) {
     std::string bytes;
     bytes.reserve(payload.size() + request_overhead_bytes);
     byte_writer writer(bytes);
     writer.write(head_word);
     writer.write(number);
     writer.write(type);
-    writer.write(static_cast<std::uint32_t>(payload.size() + crc_and_tail_bytes));
+    writer.write(static_cast<uint32_t>(payload.size() + crc_and_tail_bytes));
     writer.append(payload);
     writer.write(frame_crc(bytes));
     writer.write(tail_word);
@@ -80,8 +80,8 @@ std::string encode_request(std::uint32_t number, std::uint32_t type, std::string
 decode_result decode_frame(std::string_view bytes) {
     decode_result result;
     byte_reader reader(bytes);
-    std::uint32_t head = 0;
-    std::uint32_t length = 0;
+    uint32_t head = 0;
+    uint32_t length = 0;
     if (reader.read(head) && head != head_word) {
         return result;
     }
@@ -99,7 +99,7 @@ decode_result decode_frame(std::string_view bytes) {
         return result;
     }
     const std::size_t frame_bytes = head_number_type_length_bytes + length;
-    std::uint32_t crc = 0;
+    uint32_t crc = 0;
     if (!has_tail(bytes, frame_bytes) || !read_body(reader, length, result.decoded) ||
         !reader.read(crc)) {
         return result;

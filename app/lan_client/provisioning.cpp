@@ -28,21 +28,22 @@ std::optional<std::string> open_failure(std::string_view payload) {
 
 wifi_failure read_failure(std::string_view text, const std::string &address) {
     // Gateways cut a long text, which then is no JSON.
-    wifi_failure told{address, {}, to_utf8(text)};
-    auto object = nlohmann::json::parse(told.words, nullptr, false);
+    wifi_failure failure{address, {}, to_utf8(text)};
+    auto object = nlohmann::json::parse(failure.description, nullptr, false);
     if (object.is_object() && object["result"].is_number_integer()) {
-        told.result = object["result"].get<std::int64_t>();
-        told.words = object.value("desc", nlohmann::json()).is_string() ? object["desc"] : "";
+        failure.result = object["result"].get<int64_t>();
+        failure.description =
+            object.value("desc", nlohmann::json()).is_string() ? object["desc"] : "";
     }
-    return told;
+    return failure;
 }
 
 } // namespace
 
-std::string configuration_text(const wifi_configuration &wanted) {
-    nlohmann::ordered_json object{{"ssid", wanted.network}, {"token", wanted.token}};
-    if (!wanted.password.empty()) {
-        object["passwd"] = wanted.password;
+std::string configuration_text(const wifi_configuration &chosen) {
+    nlohmann::ordered_json object{{"ssid", chosen.network}, {"token", chosen.token}};
+    if (!chosen.password.empty()) {
+        object["passwd"] = chosen.password;
     }
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
@@ -53,25 +54,26 @@ std::size_t configuration_bytes(std::string_view text, payload_coding coding) {
 
 struct provisioning_channel::state {
     event_loop &loop;
-    callback heard;
+    callback on_failure;
     traffic_observer observer;
     std::string interface_name;
     udp_listener listener;
 
-    state(event_loop &on, callback told, traffic_observer observing)
-        : loop(on), heard(std::move(told)), observer(std::move(observing)),
+    state(event_loop &on, callback called, traffic_observer observing)
+        : loop(on), on_failure(std::move(called)), observer(std::move(observing)),
           listener(on, [this](std::string_view bytes, const std::string &address) {
               const broadcast_frame got =
                   read_broadcast(bytes, address, frame_type::udp_wifi_err, open_failure, observer);
               if (got.of_type) {
-                  heard(got.text ? std::optional(read_failure(*got.text, address)) : std::nullopt);
+                  on_failure(got.text ? std::optional(read_failure(*got.text, address))
+                                      : std::nullopt);
               }
           }) {}
 };
 
-provisioning_channel::provisioning_channel(event_loop &loop, callback heard,
+provisioning_channel::provisioning_channel(event_loop &loop, callback on_failure,
                                            traffic_observer observer)
-    : state_(std::make_unique<state>(loop, std::move(heard), std::move(observer))) {}
+    : state_(std::make_unique<state>(loop, std::move(on_failure), std::move(observer))) {}
 
 provisioning_channel::~provisioning_channel() = default;
 
@@ -85,8 +87,8 @@ error provisioning_channel::send(std::string_view text, payload_coding coding,
     const bool plain = coding == payload_coding::plain;
     const std::string payload = payload_of(text, coding);
     // The gateway uses one number for encrypted configurations and for their failure.
-    const std::uint32_t type = plain ? frame_type::ap_nw_cfg : frame_type::udp_wifi_err;
-    constexpr std::uint32_t number = 1;
+    const uint32_t type = plain ? frame_type::ap_nw_cfg : frame_type::udp_wifi_err;
+    constexpr uint32_t number = 1;
     const std::string bytes = encode_request(number, type, payload);
     if (bytes.size() > max_configuration_bytes) {
         return {error_kind::too_large, std::to_string(bytes.size())};

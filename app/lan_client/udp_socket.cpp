@@ -26,9 +26,10 @@ error open_on(udp::socket &socket, const std::string &interface_name) {
 
 class udp_listener::socket : public std::enable_shared_from_this<socket> {
   public:
-    socket(event_loop &loop, callback heard) : heard_(std::move(heard)), socket_(loop.context()) {}
+    socket(event_loop &loop, callback on_datagram)
+        : on_datagram_(std::move(on_datagram)), socket_(loop.context()) {}
 
-    error open(const std::string &interface_name, std::uint16_t port) {
+    error open(const std::string &interface_name, uint16_t port) {
         if (error problem = open_on(socket_, interface_name)) {
             return problem;
         }
@@ -59,8 +60,8 @@ class udp_listener::socket : public std::enable_shared_from_this<socket> {
                     return;
                 }
                 if (!failed) {
-                    self->heard_({self->datagram_.data(), count},
-                                 self->sender_.address().to_string());
+                    self->on_datagram_({self->datagram_.data(), count},
+                                       self->sender_.address().to_string());
                 }
                 if (!self->closed_) {
                     self->receive_next();
@@ -68,26 +69,26 @@ class udp_listener::socket : public std::enable_shared_from_this<socket> {
             });
     }
 
-    callback heard_;
+    callback on_datagram_;
     udp::socket socket_;
     udp::endpoint sender_;
     std::array<char, 64 * 1024> datagram_;
     bool closed_ = false;
 };
 
-udp_listener::udp_listener(event_loop &loop, callback heard)
-    : socket_(std::make_shared<socket>(loop, std::move(heard))) {}
+udp_listener::udp_listener(event_loop &loop, callback on_datagram)
+    : socket_(std::make_shared<socket>(loop, std::move(on_datagram))) {}
 
 udp_listener::~udp_listener() {
     socket_->close();
 }
 
-error udp_listener::open(const std::string &interface_name, std::uint16_t port) {
+error udp_listener::open(const std::string &interface_name, uint16_t port) {
     return socket_->open(interface_name, port);
 }
 
 error send_datagram(event_loop &loop, const std::string &interface_name, const std::string &address,
-                    std::uint16_t port, std::string_view bytes) {
+                    uint16_t port, std::string_view bytes) {
     asio::error_code failed;
     const auto target = asio::ip::make_address_v4(address, failed);
     if (failed) {

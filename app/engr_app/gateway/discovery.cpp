@@ -101,7 +101,7 @@ failure not_found(const discovery_result &found, const std::string &wanted,
 nlohmann::json announcement_json(const lan_client::announcement &announced) {
     return {{"id", announced.id},
             {"address", announced.address},
-            {"told_address", announced.told_address},
+            {"told_address", announced.announced_address},
             {"activated", announced.activated},
             {"ability", announced.ability},
             {"needs_wifi_setup", announced.needs_wifi_setup},

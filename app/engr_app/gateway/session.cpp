@@ -100,7 +100,7 @@ discovery_result gateway_session::discover(const std::string &interface_name,
         if (datagram.kind != lan_client::datagram_kind::announcement) {
             return;
         }
-        const announcement &announced = datagram.said;
+        const announcement &announced = datagram.content;
         const auto known = std::ranges::find_if(result.announcements, [&](const auto &other) {
             return other.id == announced.id && other.address == announced.address;
         });

@@ -104,8 +104,8 @@ void show_announcement(std::vector<std::pair<std::string, std::string>> &facts,
     facts.emplace_back("activated", yes_or_no(announced.activated));
     facts.emplace_back("ability", std::to_string(announced.ability));
     facts.emplace_back("needs Wi-Fi", yes_or_no(announced.needs_wifi_setup));
-    if (announced.told_address != announced.address) {
-        facts.emplace_back("told address", announced.told_address);
+    if (announced.announced_address != announced.address) {
+        facts.emplace_back("told address", announced.announced_address);
     }
 }
 

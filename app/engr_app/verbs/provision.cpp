@@ -160,7 +160,7 @@ class provisioning {
     }
 
     void on_datagram(const lan_client::parsed_datagram &datagram) {
-        const announcement &announced = datagram.said;
+        const announcement &announced = datagram.content;
         unreadable_ += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
         if (datagram.kind != lan_client::datagram_kind::announcement || appeared_ ||
             note_if_waiting(announced) || (!wanted_id_.empty() && announced.id != wanted_id_)) {
@@ -204,7 +204,7 @@ class provisioning {
         return {"wifi_failure",
                 fmt::format("the gateway at {} could not join network {}: {}{}; check the name and "
                             "the password, bring it into access-point mode again and repeat",
-                            failed_->address, given_.network, failed_->words, result)};
+                            failed_->address, given_.network, failed_->description, result)};
     }
 
     [[nodiscard]] failure silent() const {

@@ -84,7 +84,7 @@ std::string type_list() {
     std::string list = "Frame types:\n";
     for (const lan_client::frame_type_info &info : lan_client::frame_types()) {
         if (info.answer != lan_client::answer_rule::not_a_request) {
-            list += fmt::format("  {}  {}  {}\n", info.number, info.name, info.words);
+            list += fmt::format("  {}  {}  {}\n", info.number, info.name, info.description);
         }
     }
     return list;

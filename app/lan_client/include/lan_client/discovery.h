@@ -16,49 +16,49 @@ namespace lan_client {
 
 class udp_listener;
 
-inline constexpr std::uint16_t discovery_port = 6667;
+inline constexpr uint16_t discovery_port = 6667;
 
-/// A gateway sends this often; whoever listens for longer has heard all that can be heard.
+/** How often a gateway announces itself; listening for longer finds all that can be found. */
 inline constexpr std::chrono::milliseconds discovery_period{5000};
 
-/// What one discovery datagram says. The texts are well-formed UTF-8, otherwise as received.
+/** Content of one discovery datagram. The texts are valid UTF-8, otherwise as received. */
 struct announcement {
-    std::string address;      ///< where it came from, and where to connect
-    std::string told_address; ///< what the gateway believes its address is
+    std::string address;           /**< sender of the datagram: where to connect */
+    std::string announced_address; /**< what the datagram says */
     std::string id;
     std::string product_key;
     std::string version;
-    std::int64_t ability = 0;
-    bool activated = false; ///< the TCP key is then the gateway's local key
+    int64_t ability = 0;
+    bool activated = false; /**< the TCP key is then the gateway's local key */
     bool needs_wifi_setup = false;
 };
 
 enum class datagram_kind {
     announcement,
-    foreign,    ///< not a discovery frame at all
-    unreadable, ///< a discovery frame of a gateway with other key seeds, or damaged
+    foreign,    /**< not a discovery frame */
+    unreadable, /**< a discovery frame of a gateway with other key seeds, or damaged */
 };
 
 struct parsed_datagram {
     datagram_kind kind = datagram_kind::foreign;
-    announcement said;
+    announcement content; /**< of an announcement */
 };
 
-/// Understands one datagram from `address`, telling the observer if there is one.
+/** Parses one datagram from `address`, and shows it to the observer if there is one. */
 [[nodiscard]] parsed_datagram parse_datagram(std::string_view bytes, std::string_view address,
                                              const traffic_observer &observer = {});
 
-/// Listens on UDP port 6667 of one interface, beside other listeners on the same machine.
+/** Listens on UDP port 6667 of one interface, beside other listeners on the same machine. */
 class discovery_listener {
   public:
     using callback = std::function<void(const parsed_datagram &)>;
 
-    discovery_listener(event_loop &loop, callback heard, traffic_observer observer = {});
+    discovery_listener(event_loop &loop, callback on_datagram, traffic_observer observer = {});
     ~discovery_listener();
     discovery_listener(const discovery_listener &) = delete;
     discovery_listener &operator=(const discovery_listener &) = delete;
 
-    /// Starts to listen; the error says why it can't.
+    /** Starts to listen; the error says why it can't. */
     [[nodiscard]] error open(const std::string &interface_name);
 
   private:

@@ -11,8 +11,10 @@ class io_context;
 
 namespace lan_client {
 
-/// One thread runs the loop; all callbacks of the library are made from inside run_until. The
-/// objects that use a loop must go before it.
+/**
+ * One thread runs the loop; all callbacks of the library are made from inside run_until. The
+ * objects that use a loop must go before it.
+ */
 class event_loop {
   public:
     event_loop();
@@ -20,14 +22,16 @@ class event_loop {
     event_loop(const event_loop &) = delete;
     event_loop &operator=(const event_loop &) = delete;
 
-    /// Runs until `done` holds, which is asked after every event, or until the limit has passed.
-    /// Returns whether `done` holds.
+    /**
+     * Runs until `done` holds, which is asked after every event, or until the limit has passed.
+     * Returns whether `done` holds.
+     */
     bool run_until(const std::function<bool()> &done, std::chrono::milliseconds limit);
 
-    /// Calls `handler` for each SIGINT and SIGTERM from now on instead of ending the program.
+    /** Calls `handler` for each SIGINT and SIGTERM from now on instead of ending the program. */
     void on_interrupt(std::function<void()> handler);
 
-    /// For the parts that own sockets.
+    /** For the parts that own sockets. */
     [[nodiscard]] asio::io_context &context();
 
   private:
@@ -35,8 +39,10 @@ class event_loop {
     std::unique_ptr<state> state_;
 };
 
-/// A one-shot timer. After cancel, a new start or its destruction the earlier callback is not
-/// made any more, even when its time has come already.
+/**
+ * A one-shot timer. After cancel, a new start or its destruction the earlier callback is not made
+ * any more, even when its time has come already.
+ */
 class timer {
   public:
     explicit timer(event_loop &loop);

@@ -9,49 +9,48 @@
 
 namespace lan_client {
 
-/// A gateway refuses a request whose whole frame has this many bytes or more.
+/** A gateway refuses a request whose whole frame has this many bytes or more. */
 inline constexpr std::size_t request_frame_limit_bytes = 0x200400;
 
-/// Head, number, type and length before the payload of a request, CRC and tail behind it.
+/** Head, number, type and length before the payload of a request, CRC and tail behind it. */
 inline constexpr std::size_t request_overhead_bytes = 24;
 
-/// Longest payload of a request that a gateway accepts, in bytes as sent.
+/** Longest payload of a request that a gateway accepts, in bytes as sent. */
 inline constexpr std::size_t max_request_payload_bytes =
     request_frame_limit_bytes - 1 - request_overhead_bytes;
 
-/// Place of a frame in a transfer that the gateway cut into segments.
+/** Place of a frame in a transfer that the gateway cut into segments. */
 struct segment_position {
-    std::int32_t count;  ///< segments of the whole transfer
-    std::int32_t number; ///< this segment, 1 for the first
+    int32_t count;  /**< segments of the whole transfer */
+    int32_t number; /**< this segment, 1 for the first */
 };
 
-/// A frame that a gateway sent: a reply, a report or one segment of a transfer.
+/** A frame that a gateway sent: a reply, a report or one segment of a transfer. */
 struct frame {
-    std::uint32_t number = 0; ///< of the request that it answers, 0 when it answers none
-    std::uint32_t type = 0;
-    std::uint32_t ret = 0; ///< 0 success, 1 failure
+    uint32_t number = 0; /**< of the request that it answers, 0 when it answers none */
+    uint32_t type = 0;
+    uint32_t ret = 0; /**< 0 success, 1 failure */
     std::optional<segment_position> segment;
-    std::string payload;     ///< as received, usually encrypted
-    bool crc_matches = true; ///< false: the bytes or the sender's idea of the CRC are wrong
+    std::string payload;     /**< as received, usually encrypted */
+    bool crc_matches = true; /**< false: the bytes or the sender's idea of the CRC are wrong */
 };
 
 enum class decode_status {
-    whole,      ///< one frame was decoded
-    incomplete, ///< it may become a frame with more bytes
-    no_frame,   ///< no frame starts here
+    whole,      /**< one frame was decoded */
+    incomplete, /**< it may become a frame with more bytes */
+    no_frame,   /**< no frame starts here */
 };
 
 struct decode_result {
     decode_status status = decode_status::no_frame;
-    std::size_t consumed_bytes = 0; ///< size of the frame when it is whole
+    std::size_t consumed_bytes = 0; /**< size of the frame when it is whole */
     frame decoded;
 };
 
-/// Encodes one request frame. The payload must not be longer than max_request_payload_bytes.
-[[nodiscard]] std::string encode_request(std::uint32_t number, std::uint32_t type,
-                                         std::string_view payload);
+/** Encodes one request frame. The payload must not be longer than max_request_payload_bytes. */
+[[nodiscard]] std::string encode_request(uint32_t number, uint32_t type, std::string_view payload);
 
-/// Decodes the frame that starts at the first byte of `bytes`, if one does.
+/** Decodes the frame that starts at the first byte of `bytes`, if one does. */
 [[nodiscard]] decode_result decode_frame(std::string_view bytes);
 
 } // namespace lan_client

@@ -1,5 +1,5 @@
-// What a gateway, or whoever answers in its place, can make an app spend: every bound on what the
-// other side decides, and why it has this size.
+// Bounds on everything that the other side decides, so that a hostile gateway cannot exhaust an
+// app.
 #pragma once
 
 #include <cstddef>
@@ -43,7 +43,7 @@ inline constexpr std::size_t max_json_values = 4 * max_devices;
 inline constexpr std::size_t max_kept_reports = 4096;
 inline constexpr std::size_t max_kept_report_bytes = 1024 * 1024;
 
-/** Most gateways that one listening keeps, and most that it believes to be at one address. */
+/** Most gateways that one discovery keeps, and most that it accepts at one address. */
 inline constexpr std::size_t max_heard_gateways = 4096;
 inline constexpr std::size_t max_heard_at_one_address = 16;
 

@@ -17,52 +17,52 @@
 
 namespace lan_client {
 
-inline constexpr std::uint16_t configuration_port = 6669;
-inline constexpr std::uint16_t wifi_failure_port = 6670;
+inline constexpr uint16_t configuration_port = 6669;
+inline constexpr uint16_t wifi_failure_port = 6670;
 
-/// Longest datagram that a gateway takes.
+/** Longest datagram that a gateway takes. */
 inline constexpr std::size_t max_configuration_bytes = 256;
 
-/// Longest name of a Wi-Fi network.
+/** Longest name of a Wi-Fi network. */
 inline constexpr std::size_t max_network_name_bytes = 32;
 
-/// Reaches every host of an interface.
+/** Reaches every host of an interface. */
 inline constexpr const char *broadcast_address = "255.255.255.255";
 
 struct wifi_configuration {
-    std::string network;  ///< name of the network, UTF-8
-    std::string password; ///< UTF-8; empty: the network is open
-    std::string token;    ///< UTF-8
+    std::string network;  /**< name of the network, UTF-8 */
+    std::string password; /**< UTF-8; empty: the network is open */
+    std::string token;    /**< UTF-8 */
 };
 
-/// What a gateway says when it could not join the network.
+/** Report of a gateway that could not join the network. */
 struct wifi_failure {
-    std::string address;                ///< where it came from
-    std::optional<std::int64_t> result; ///< absent when the text is not as it should be
-    std::string words;
+    std::string address;           /**< its sender */
+    std::optional<int64_t> result; /**< absent when the text is not valid */
+    std::string description;
 };
 
-/// The payload of a configuration before encryption.
-[[nodiscard]] std::string configuration_text(const wifi_configuration &wanted);
+/** The payload of a configuration before encryption. */
+[[nodiscard]] std::string configuration_text(const wifi_configuration &chosen);
 
-/// Size of the datagram that carries such a text, which must not exceed max_configuration_bytes.
+/** Size of the datagram that carries such a text, which must not exceed max_configuration_bytes. */
 [[nodiscard]] std::size_t configuration_bytes(std::string_view text, payload_coding coding);
 
-/// Sends configurations through one interface and hears failures there.
+/** Sends configurations through one interface and receives failure reports there. */
 class provisioning_channel {
   public:
-    /// Told of each failure; nothing when it is damaged, or of a gateway with other key seeds.
+    /** Called with each failure; with nothing when it is damaged or encrypted with other seeds. */
     using callback = std::function<void(const std::optional<wifi_failure> &)>;
 
-    provisioning_channel(event_loop &loop, callback heard, traffic_observer observer = {});
+    provisioning_channel(event_loop &loop, callback on_failure, traffic_observer observer = {});
     ~provisioning_channel();
     provisioning_channel(const provisioning_channel &) = delete;
     provisioning_channel &operator=(const provisioning_channel &) = delete;
 
-    /// Starts to listen; the error says why it can't.
+    /** Starts to listen; the error says why it can't. */
     [[nodiscard]] error open(const std::string &interface_name);
 
-    /// Sends the text once; `address` may be broadcast_address.
+    /** Sends the text once; `address` may be broadcast_address. */
     [[nodiscard]] error send(std::string_view text, payload_coding coding,
                              const std::string &address);
 

@@ -1,4 +1,4 @@
-// Cuts the byte stream of a connection into frames, however the network cut it before.
+// Splits the byte stream of a connection into frames.
 #pragma once
 
 #include "lan_client/frame.h"
@@ -11,18 +11,22 @@
 
 namespace lan_client {
 
-/// Holds at most one unfinished frame of max_received_frame_bytes plus what was fed since. Its work
-/// is in proportion to the bytes fed, whatever they are.
+/**
+ * Holds at most one unfinished frame of max_received_frame_bytes plus what was fed since. Its work
+ * is in proportion to the bytes fed, whatever they are.
+ */
 class stream_cutter {
   public:
-    /// Adds bytes to the end of the stream.
+    /** Adds bytes to the end of the stream. */
     void feed(std::string_view bytes);
 
-    /// The next whole frame, or nothing until more bytes have been fed. Bytes that belong to no
-    /// frame are skipped up to the next head.
+    /**
+     * The next whole frame, or nothing until more bytes have been fed. Bytes that belong to no
+     * frame are skipped up to the next head.
+     */
     [[nodiscard]] std::optional<frame> next();
 
-    /// Bytes skipped so far because they belonged to no frame.
+    /** Bytes skipped so far because they belonged to no frame. */
     [[nodiscard]] std::size_t skipped_bytes() const { return skipped_bytes_; }
 
   private:

@@ -1,4 +1,4 @@
-// What an observer is told of every frame that was sent or received.
+// Every frame that was sent or received, for an observer.
 #pragma once
 
 #include "lan_client/frame.h"
@@ -12,24 +12,24 @@
 namespace lan_client {
 
 enum class payload_state {
-    plain,      ///< not encrypted, or empty
-    decrypted,  ///< `text` is what was inside
-    unreadable, ///< encrypted with a key that is not at hand; `text` is empty
+    plain,      /**< not encrypted, or empty */
+    decrypted,  /**< `text` is what was inside */
+    unreadable, /**< encrypted with a key that is not at hand; `text` is empty */
 };
 
-/// Valid only during the call; it holds no key. Who observes must not call the client.
+/** Valid only during the call; it holds no key. Who observes must not call the client. */
 struct traffic {
     bool sent = false;
-    std::string_view peer{}; ///< address and port
+    std::string_view peer{}; /**< address and port */
     bool discovery = false;
-    std::uint32_t number = 0;
-    std::uint32_t type = 0;
-    std::optional<std::uint32_t> ret{}; ///< absent in requests
+    uint32_t number = 0;
+    uint32_t type = 0;
+    std::optional<uint32_t> ret{}; /**< absent in requests */
     std::optional<segment_position> segment{};
     bool crc_matches = true;
     payload_state state = payload_state::plain;
-    std::string_view wire_payload{}; ///< as on the wire
-    std::string_view text{};         ///< the plain payload
+    std::string_view wire_payload{}; /**< as on the wire */
+    std::string_view text{};         /**< the plain payload */
 };
 
 using traffic_observer = std::function<void(const traffic &)>;

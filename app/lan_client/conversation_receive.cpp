@@ -16,12 +16,13 @@ constexpr std::string_view undecryptable_reply = "parse data error";
 } // namespace
 
 void client::conversation::received(std::string_view bytes) {
-    heard_ = true;
+    received_any_ = true;
     cutter_.feed(bytes);
     take_frames();
 }
 
-// Some at a time. The connection is not read meanwhile, so that no more pile up.
+// Handles a bounded number of frames, then returns to the loop. Reading pauses until then, so that
+// no more pile up.
 void client::conversation::take_frames() {
     const auto self = shared_from_this();
     for (std::size_t taken = 0; taken < max_frames_at_once && stage_ == stage::up; ++taken) {
@@ -33,12 +34,12 @@ void client::conversation::take_frames() {
     }
     if (stage_ == stage::up) {
         connection_.pause_reading();
-        turn_timer_.start(std::chrono::milliseconds(0), [this] { take_frames(); });
+        resume_timer_.start(std::chrono::milliseconds(0), [this] { take_frames(); });
     }
 }
 
 void client::conversation::take(frame got) {
-    opened_payload payload = open_payload(got);
+    decrypted_payload payload = decrypt_payload(got);
     if (events_.on_traffic) {
         events_.on_traffic({.peer = peer_,
                             .number = got.number,
@@ -50,13 +51,13 @@ void client::conversation::take(frame got) {
                             .wire_payload = got.payload,
                             .text = payload.text});
     }
-    proved();
+    confirm();
     if (stage_ != stage::up) {
-        return; // who was told of the link closed the client
+        return; // the link's callback closed the client
     }
     const auto found = find(got);
     if (found != exchanges_.end()) {
-        read_up_to(found);
+        mark_read_up_to(found);
         take_answer(found, got, payload);
         send_ready();
     } else if (got.type != frame_type::keepalive) {
@@ -65,25 +66,25 @@ void client::conversation::take(frame got) {
 }
 
 // Requests are handled in order, so those before one that was read have been read as well.
-void client::conversation::read_up_to(exchange_list::iterator last) {
+void client::conversation::mark_read_up_to(exchange_list::iterator last) {
     for (auto earlier = exchanges_.begin(); earlier != std::next(last); ++earlier) {
-        earlier->taken = earlier->taken || earlier->sent;
+        earlier->read_by_gateway = earlier->read_by_gateway || earlier->sent;
     }
 }
 
 // A gateway that asks for the next piece of an image has read the one before.
-void client::conversation::take_report(const frame &got, opened_payload &payload) {
-    const auto told = [&got](const exchange &one) {
+void client::conversation::take_report(const frame &got, decrypted_payload &payload) {
+    const auto is_unanswered = [&got](const exchange &one) {
         return one.sent && !one.done && one.wanted.type == got.type;
     };
-    const auto last = std::find_if(exchanges_.rbegin(), exchanges_.rend(), told);
+    const auto last = std::find_if(exchanges_.rbegin(), exchanges_.rend(), is_unanswered);
     if (last != exchanges_.rend()) {
-        read_up_to(std::prev(last.base()));
-        // One that is not out yet can't have been read, whatever the gateway says.
+        mark_read_up_to(std::prev(last.base()));
+        // A frame that has not been sent can't have been read, whatever the gateway says.
         std::erase_if(exchanges_, [&](const exchange &one) {
-            return told(one) && one.stream_end <= stream_written_;
+            return is_unanswered(one) && one.stream_end <= stream_written_;
         });
-        arm();
+        start_deadline_timer();
         send_ready();
     }
     if (events_.on_report) {
@@ -97,8 +98,8 @@ void client::conversation::take_report(const frame &got, opened_payload &payload
     }
 }
 
-// Everything that has a payload is encrypted with the TCP key, except the segments of the log.
-client::conversation::opened_payload client::conversation::open_payload(const frame &got) {
+// Every payload is encrypted with the TCP key, except the segments of the log.
+client::conversation::decrypted_payload client::conversation::decrypt_payload(const frame &got) {
     if (got.payload.empty() || got.segment) {
         return {.state = payload_state::plain, .text = got.payload};
     }
@@ -116,17 +117,17 @@ client::conversation::opened_payload client::conversation::open_payload(const fr
 }
 
 // The first frame shows that the gateway took the connection into its table.
-void client::conversation::proved() {
-    if (proved_) {
+void client::conversation::confirm() {
+    if (confirmed_) {
         return;
     }
-    proved_ = true;
-    ever_proved_ = true;
+    confirmed_ = true;
+    ever_confirmed_ = true;
     options_.pause.reset();
-    if (events_.on_link && !forgotten_) {
+    if (events_.on_link && !abandoned_) {
         events_.on_link({link_state::connected, {}, {}});
     }
-    send_ready(); // some waited for this
+    send_ready(); // requests may have waited for this
 }
 
 client::conversation::exchange_list::iterator client::conversation::find(const frame &got) {
@@ -137,7 +138,7 @@ client::conversation::exchange_list::iterator client::conversation::find(const f
 }
 
 void client::conversation::take_answer(exchange_list::iterator found, const frame &got,
-                                       opened_payload &payload) {
+                                       decrypted_payload &payload) {
     if (!got.crc_matches) {
         return complete(found, {.failure = {error_kind::damaged, "its CRC is wrong"}});
     }
@@ -155,7 +156,7 @@ void client::conversation::take_answer(exchange_list::iterator found, const fram
     if (refused_for_its_key && !found->repeated) {
         found->repeated = true;
         found->sent = false; // goes out again with the key that we know now
-        found->taken = false;
+        found->read_by_gateway = false;
         return;
     }
     complete(found, {.ret = got.ret, .payload = std::move(payload.text)});
@@ -170,7 +171,7 @@ void client::conversation::take_segment(exchange_list::iterator found, const fra
                                      "segment " + std::to_string(found->segments_received + 1) +
                                          " is missing"}});
     }
-    if (at.count > static_cast<std::int32_t>(max_transfer_segments) ||
+    if (at.count > static_cast<int32_t>(max_transfer_segments) ||
         found->received.size() + bytes.size() > max_transfer_bytes) {
         return complete(found, {.failure = {error_kind::answer_too_long,
                                             std::to_string(at.count) + " segments"}});
@@ -181,7 +182,7 @@ void client::conversation::take_segment(exchange_list::iterator found, const fra
         std::string whole = std::move(found->received);
         return complete(found, {.ret = got.ret, .payload = std::move(whole)});
     }
-    renew(*found);
+    extend_deadline(*found);
     if (found->wanted.on_segment) {
         // A copy: the callback may close the client, which ends the exchange.
         const auto on_segment = found->wanted.on_segment;
