@@ -124,13 +124,13 @@ std::string member_text(const json &object, const char *name) {
     return member.is_string() ? member.get<std::string>() : one_line(member);
 }
 
-std::optional<std::uint64_t> member_count(const json &object, const char *name) {
+std::optional<uint64_t> member_count(const json &object, const char *name) {
     if (!object.is_object()) {
         return std::nullopt;
     }
     const auto found = object.find(name);
     return found != object.end() && found->is_number_unsigned()
-               ? std::optional(found->get<std::uint64_t>())
+               ? std::optional(found->get<uint64_t>())
                : std::nullopt;
 }
 

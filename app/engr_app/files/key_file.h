@@ -8,9 +8,11 @@ namespace engr_app {
 
 class console;
 
-/// Reads a JSON object {"ID": "KEY"}, or lines "ID KEY" with # comments; an address may stand for
-/// an id. Throws a failure with the exit code for wrong usage that never quotes a key. Warns when
-/// others may read the file.
+/**
+ * Reads a JSON object {"ID": "KEY"}, or lines "ID KEY" with # comments; an address may stand for an
+ * id. Throws a failure with the exit code for wrong usage that never quotes a key. Warns when
+ * others may read the file.
+ */
 [[nodiscard]] std::map<std::string, std::string> read_key_file(const std::string &path,
                                                                console &out);
 

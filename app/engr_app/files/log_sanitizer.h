@@ -11,11 +11,13 @@ namespace engr_app {
 
 enum class value_kind : int; // what a name says of its value
 
-/// Leaves out the values of what is named like a key, a password, a token or a network, and
-/// replaces each id by id-1, id-2 and so on, the same id always by the same. An id is what is
-/// known to be one, what is named like one ("cid", "gwId", "mac", lists such as "online"), and
-/// what looks like one: a MAC address, a long hexadecimal number, a long mix of letters and
-/// digits. Where a line ends within a secret, the rest of it is left out.
+/**
+ * Leaves out the values of what is named like a key, a password, a token or a network, and replaces
+ * each id by id-1, id-2 and so on, the same id always by the same. An id is what is known to be
+ * one, what is named like one ("cid", "gwId", "mac", lists such as "online"), and what looks like
+ * one: a MAC address, a long hexadecimal number, a long mix of letters and digits. Where a line
+ * ends within a secret, the rest of it is left out.
+ */
 class log_sanitizer {
   public:
     explicit log_sanitizer(const std::vector<std::string> &known_ids);

@@ -47,7 +47,7 @@ class silent_terminal {
         static_cast<void>(::write(descriptor_, text.data(), text.size()) + 0);
     }
 
-    /// A line without its end, or nothing when the user gave up.
+    /** A line without its end, or nothing when the user gave up. */
     [[nodiscard]] std::optional<std::string> read_line() const {
         constexpr char end_of_text = 3; // Ctrl-C
         constexpr char end_of_input = 4;

@@ -11,23 +11,29 @@ class App;
 
 namespace engr_app {
 
-/// One secret of a verb, from an option, a file, an environment variable, or a terminal. It is
-/// read once, when it is first asked for, also when several gateways need it at the same time.
+/**
+ * One secret of a verb, from an option, a file, an environment variable, or a terminal. It is read
+ * once, when it is first asked for, also when several gateways need it at the same time.
+ */
 class secret_input {
   public:
-    /// `what` is a name as in "Wi-Fi password"; `variable` is the environment variable.
+    /** `what` is a name as in "Wi-Fi password"; `variable` is the environment variable. */
     secret_input(std::string what, std::string variable)
         : what_(std::move(what)), variable_(std::move(variable)) {}
 
-    /// Declares the option that holds the secret, unless it is an argument already, and the one
-    /// that names its file; both as in "--password".
+    /**
+     * Declares the option that holds the secret, unless it is an argument already, and the one that
+     * names its file; both as in "--password".
+     */
     void declare(CLI::App &parser, const char *option, const char *file_option);
 
-    /// The secret where the user gave it as an argument.
+    /** The secret where the user gave it as an argument. */
     [[nodiscard]] std::string &given() { return given_; }
 
-    /// The secret. On a terminal it is asked for without echo when no other source is named.
-    /// Throws a failure of wrong usage when there is none; no failure quotes it.
+    /**
+     * The secret. On a terminal it is asked for without echo when no other source is named. Throws
+     * a failure of wrong usage when there is none; no failure quotes it.
+     */
     const std::string &read();
 
   private:

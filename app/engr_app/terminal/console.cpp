@@ -143,7 +143,7 @@ void console::progress(std::string_view sentence) {
     }
 }
 
-progress_bar console::bar(std::string_view label, std::uint64_t total, std::string_view unit) {
+progress_bar console::bar(std::string_view label, uint64_t total, std::string_view unit) {
     if (json_ || quiet_) {
         return {};
     }

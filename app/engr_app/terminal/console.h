@@ -16,7 +16,7 @@
 
 namespace engr_app {
 
-/// What the console of one gateway among several keeps until all are done.
+/** What the console of one gateway among several keeps until all are done. */
 struct kept_results {
     using row = std::vector<std::string>;
     struct table {
@@ -25,65 +25,71 @@ struct kept_results {
     };
     std::vector<table> tables;
     std::vector<std::string> texts;
-    std::shared_ptr<const nlohmann::json> document; ///< absent: there was none
-    std::shared_ptr<const nlohmann::json> error;    ///< {"kind", "message"}, or absent
-    bool streamed = false;                          ///< JSON lines were written
+    std::shared_ptr<const nlohmann::json> document; /**< absent: there was none */
+    std::shared_ptr<const nlohmann::json> error;    /**< {"kind", "message"}, or absent */
+    bool streamed = false;                          /**< JSON lines were written */
 };
 
-/// Results go to standard output, all else to standard error. Everything that is shown to people
-/// is made safe here, so that callers may pass on what a gateway said. Each console is used by one
-/// thread; several consoles may share a screen.
+/**
+ * Results go to standard output, all else to standard error. Everything that is shown to people is
+ * made safe here, so that callers may pass on what a gateway said. Each console is used by one
+ * thread; several consoles may share a screen.
+ */
 class console {
   public:
     using row = kept_results::row;
 
     console(screen &shown_on, bool json, bool quiet_notices);
 
-    /// The console of one gateway among several: sentences and lines begin with its name; tables,
-    /// facts, texts, the document and the problem are kept.
+    /**
+     * The console of one gateway among several: sentences and lines begin with its name; tables,
+     * facts, texts, the document and the problem are kept.
+     */
     console(screen &shown_on, bool json, bool quiet_notices, std::string gateway_name);
 
-    /// Results are asked for as JSON: exactly one document, or one line per report.
+    /** Results are asked for as JSON: exactly one document, or one line per report. */
     [[nodiscard]] bool json() const { return json_; }
 
-    /// Rows under a header: aligned and cut to the width on a terminal, else separated by tabs.
+    /** Rows under a header: aligned and cut to the width on a terminal, else separated by tabs. */
     void table(const row &header, const std::vector<row> &rows);
 
-    /// Facts, one a line: "name: value".
+    /** Facts, one a line: "name: value". */
     void facts(const std::vector<std::pair<std::string, std::string>> &named);
 
-    /// One line of a result.
+    /** One line of a result. */
     void line(std::string_view text);
 
-    /// Text of a result as it is, only made safe when it goes to a terminal.
+    /** Text of a result as it is, only made safe when it goes to a terminal. */
     void text(std::string_view text);
 
-    /// The one JSON document of a run.
+    /** The one JSON document of a run. */
     void document(const nlohmann::json &value);
 
-    /// One JSON line of many; an object.
+    /** One JSON line of many; an object. */
     void json_line(const nlohmann::json &value);
 
-    /// What goes on, for people; only shown when standard error is a terminal.
+    /** What goes on, for people; only shown when standard error is a terminal. */
     void progress(std::string_view sentence);
 
-    /// A bar that shows how far a long piece of work has come; it must not outlive the console's
-    /// screen. `label` says what is carried, without the gateway's name; a `total` of 0 is not
-    /// known (yet); without a `unit` (such as "devices") it counts bytes. It shows nothing with
-    /// --json or -v.
-    [[nodiscard]] progress_bar bar(std::string_view label, std::uint64_t total = 0,
+    /**
+     * A bar that shows how far a long piece of work has come; it must not outlive the console's
+     * screen. `label` says what is carried, without the gateway's name; a `total` of 0 is not known
+     * (yet); without a `unit` (such as "devices") it counts bytes. It shows nothing with --json or
+     * -v.
+     */
+    [[nodiscard]] progress_bar bar(std::string_view label, uint64_t total = 0,
                                    std::string_view unit = {});
 
-    /// Something that people should know; always shown.
+    /** Something that people should know; always shown. */
     void notice(std::string_view sentence);
 
-    /// One line of the trace that -v asks for.
+    /** One line of the trace that -v asks for. */
     void trace(std::string_view text);
 
-    /// Why the work failed; with --json it becomes the document unless there was one.
+    /** Why the work failed; with --json it becomes the document unless there was one. */
     void problem(const std::string &kind, std::string_view sentence);
 
-    /// What was kept; empty unless this is one of several.
+    /** What was kept; empty unless this is one of several. */
     [[nodiscard]] const kept_results &kept() const { return kept_; }
 
   private:

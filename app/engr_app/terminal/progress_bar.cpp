@@ -37,7 +37,7 @@ std::string amount_text(double amount, const std::string &unit) {
 }
 
 std::string time_left_text(double seconds) {
-    const auto whole = static_cast<std::uint64_t>(std::min(seconds, 359999.0) + 0.5);
+    const auto whole = static_cast<uint64_t>(std::min(seconds, 359999.0) + 0.5);
     if (whole < 60) {
         return print("%u s left", static_cast<unsigned>(whole));
     }
@@ -120,13 +120,13 @@ progress_bar::~progress_bar() {
     finish();
 }
 
-void progress_bar::show(std::uint64_t done) {
+void progress_bar::show(uint64_t done) {
     if (state_) {
         show(done, state_->figures.total);
     }
 }
 
-void progress_bar::show(std::uint64_t done, std::uint64_t total) {
+void progress_bar::show(uint64_t done, uint64_t total) {
     if (state_) {
         screen_->update(*state_, done, total);
     }

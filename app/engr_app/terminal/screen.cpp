@@ -94,7 +94,7 @@ void screen::add(std::shared_ptr<bar_state> bar) {
     write_message("");
 }
 
-void screen::update(bar_state &bar, std::uint64_t done, std::uint64_t total) {
+void screen::update(bar_state &bar, uint64_t done, uint64_t total) {
     const std::lock_guard lock(mutex_);
     bar.figures.done = done;
     bar.figures.total = total;

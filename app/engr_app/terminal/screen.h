@@ -14,20 +14,22 @@
 
 namespace engr_app {
 
-/// A bar as the screen keeps it; guarded by the screen's mutex.
+/** A bar as the screen keeps it; guarded by the screen's mutex. */
 struct bar_state {
     using clock = std::chrono::steady_clock;
 
     bar_figures figures;
     clock::time_point started = clock::now();
-    clock::time_point drawn = started;    ///< the last time that it was shown
-    clock::time_point measured = started; ///< the last time that the rate was
-    std::uint64_t measured_done = 0;
-    bool written = false; ///< some line of it stands in the output
+    clock::time_point drawn = started;    /**< the last time that it was shown */
+    clock::time_point measured = started; /**< the last time that the rate was */
+    uint64_t measured_done = 0;
+    bool written = false; /**< some line of it stands in the output */
 };
 
-/// One a process, shared by all consoles; its functions may be called on any thread. A bar is
-/// drawn on the last lines of a terminal; what is written meanwhile appears above it.
+/**
+ * One a process, shared by all consoles; its functions may be called on any thread. A bar is drawn
+ * on the last lines of a terminal; what is written meanwhile appears above it.
+ */
 class screen {
   public:
     screen();
@@ -37,20 +39,20 @@ class screen {
     [[nodiscard]] bool output_is_terminal() const { return output_is_terminal_; }
     [[nodiscard]] bool messages_are_terminal() const { return messages_are_terminal_; }
 
-    /// Columns of the terminal that results go to.
+    /** Columns of the terminal that results go to. */
     [[nodiscard]] std::size_t columns() const { return columns_; }
 
-    /// Writes whole lines of a result; throws a failure when they can't be written.
+    /** Writes whole lines of a result; throws a failure when they can't be written. */
     void output(std::string_view lines);
 
-    /// Writes whole lines to standard error.
+    /** Writes whole lines to standard error. */
     void message(std::string_view lines);
 
   private:
     friend class progress_bar;
 
     void add(std::shared_ptr<bar_state> bar);
-    void update(bar_state &bar, std::uint64_t done, std::uint64_t total);
+    void update(bar_state &bar, uint64_t done, uint64_t total);
     void wait(bar_state &bar, const std::string &what);
     void redraw(bar_state &bar);
     void finish(const std::shared_ptr<bar_state> &bar);

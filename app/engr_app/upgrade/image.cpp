@@ -24,7 +24,7 @@ failure unusable_image(const std::string &path, const std::string &why) {
 }
 
 // Bytes read; fewer than asked for only at the end of the file, or where it can't be read.
-std::size_t read_at(int descriptor, char *to, std::size_t count, std::uint64_t offset) {
+std::size_t read_at(int descriptor, char *to, std::size_t count, uint64_t offset) {
     std::size_t done = 0;
     while (done < count) {
         const ssize_t got =
@@ -57,7 +57,7 @@ firmware_image::firmware_image(std::string path) : path_(std::move(path)), file_
     }
     check_size();
     std::array<char, block_bytes> block{};
-    std::uint64_t offset = 0;
+    uint64_t offset = 0;
     md5_ = lan_client::md5_text([&] {
         const std::size_t count = read_at(file_.descriptor, block.data(), block.size(), offset);
         offset += count;
@@ -94,7 +94,7 @@ void firmware_image::require_unchanged() const {
     }
 }
 
-void firmware_image::append_to(std::string &bytes, std::uint64_t offset, std::size_t count) const {
+void firmware_image::append_to(std::string &bytes, uint64_t offset, std::size_t count) const {
     const std::size_t before = bytes.size();
     bytes.resize(before + count);
     const std::size_t got = read_at(file_.descriptor, bytes.data() + before, count, offset);

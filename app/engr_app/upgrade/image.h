@@ -10,23 +10,27 @@
 
 namespace engr_app {
 
-/// Gateways keep the size of an image and offsets in it as signed numbers of 32 bits.
-inline constexpr std::uint64_t max_image_bytes = INT32_MAX;
+/** Gateways keep the size of an image and offsets in it as signed numbers of 32 bits. */
+inline constexpr uint64_t max_image_bytes = INT32_MAX;
 
-/// Read piece by piece and never held whole. Its functions may be called on any threads at once.
+/** Read piece by piece and never held whole. Its functions may be called on any threads at once. */
 class firmware_image {
   public:
-    /// Opens the file and reads it once, for its MD5. Throws a failure of wrong usage when it can't
-    /// be read, is no ordinary file, is empty or too large.
+    /**
+     * Opens the file and reads it once, for its MD5. Throws a failure of wrong usage when it can't
+     * be read, is no ordinary file, is empty or too large.
+     */
     explicit firmware_image(std::string path);
 
     [[nodiscard]] const std::string &path() const { return path_; }
-    [[nodiscard]] std::uint64_t size() const { return static_cast<std::uint64_t>(opened_.st_size); }
-    [[nodiscard]] const std::string &md5() const { return md5_; } ///< 32 lower-case hex digits
+    [[nodiscard]] uint64_t size() const { return static_cast<uint64_t>(opened_.st_size); }
+    [[nodiscard]] const std::string &md5() const { return md5_; } /**< 32 lower-case hex digits */
 
-    /// Appends so many bytes from `offset` on, which lie within the image. Throws a failure when
-    /// the file has changed since it was opened.
-    void append_to(std::string &bytes, std::uint64_t offset, std::size_t count) const;
+    /**
+     * Appends so many bytes from `offset` on, which lie within the image. Throws a failure when the
+     * file has changed since it was opened.
+     */
+    void append_to(std::string &bytes, uint64_t offset, std::size_t count) const;
 
   private:
     struct open_file {

@@ -14,15 +14,15 @@ namespace engr_app {
 namespace {
 
 // More requests for what a gateway had already are no retries.
-constexpr std::uint32_t most_repeats = 1000;
+constexpr uint32_t most_repeats = 1000;
 
 // A gateway may hand back a part of each piece, but not almost all of each.
-constexpr std::uint64_t most_images_sent = 16;
-constexpr std::uint64_t allowance_bytes = std::uint64_t{64} * 1024 * 1024;
+constexpr uint64_t most_images_sent = 16;
+constexpr uint64_t allowance_bytes = uint64_t{64} * 1024 * 1024;
 
 } // namespace
 
-piece_requests::piece_requests(std::uint64_t image_bytes, std::vector<std::string> ids)
+piece_requests::piece_requests(uint64_t image_bytes, std::vector<std::string> ids)
     : image_bytes_(image_bytes), ids_(std::move(ids)) {}
 
 std::string piece_requests::fault_of(std::string_view payload, wanted_piece &wanted) const {
@@ -76,7 +76,7 @@ wanted_piece piece_requests::next(std::string_view payload) {
     return wanted;
 }
 
-void piece_requests::sent(const wanted_piece &wanted, std::uint64_t bytes) {
+void piece_requests::sent(const wanted_piece &wanted, uint64_t bytes) {
     sent_end_ = std::max(sent_end_, wanted.offset + bytes);
     sent_bytes_ += bytes;
 }

@@ -42,7 +42,7 @@ constexpr auto silence_shown_after = 2s;
 
 constexpr std::size_t offset_bytes = 4;
 // The client leaves room for the padding of an encrypted payload.
-constexpr std::uint64_t most_piece_bytes =
+constexpr uint64_t most_piece_bytes =
     lan_client::max_request_payload_bytes - lan_client::key_bytes - offset_bytes;
 
 std::string version_text(const std::string &version) {

@@ -14,21 +14,27 @@
 
 namespace engr_app {
 
-/// Connects at once; the session's client must not be used by others as long as the course lasts.
-/// Its functions throw failures that say how the gateway stands.
+/**
+ * Connects at once; the session's client must not be used by others as long as the course lasts.
+ * Its functions throw failures that say how the gateway stands.
+ */
 class upgrade_transfer {
   public:
     upgrade_transfer(gateway_session &session, const firmware_image &image, upgrade_order order);
     upgrade_transfer(const upgrade_transfer &) = delete;
     upgrade_transfer &operator=(const upgrade_transfer &) = delete;
 
-    /// Asks how the gateway stands and, unless an upgrade is under way, announces the image: with
-    /// `dry` none at all. A device that the gateway does not know is refused.
+    /**
+     * Asks how the gateway stands and, unless an upgrade is under way, announces the image: with
+     * `dry` none at all. A device that the gateway does not know is refused.
+     */
     upgrade_status ask_status(bool dry);
 
-    /// Brings the announced image and waits for the end. An upgrade that the gateway gives up is
-    /// started once more. Returns the standing at the end, with the new version; all else is a
-    /// failure.
+    /**
+     * Brings the announced image and waits for the end. An upgrade that the gateway gives up is
+     * started once more. Returns the standing at the end, with the new version; all else is a
+     * failure.
+     */
     upgrade_status carry_out(const upgrade_status &before);
 
   private:
@@ -77,7 +83,7 @@ class upgrade_transfer {
 
     // Of the present attempt:
     piece_requests pieces_;
-    std::uint64_t taken_ = 0;   // bytes of the image that the gateway has
+    uint64_t taken_ = 0;        // bytes of the image that the gateway has
     bool piece_unsent_ = false; // a piece is still on its way into the network
     bool complete_ = false;     // the gateway has all
 
@@ -88,7 +94,7 @@ class upgrade_transfer {
     std::chrono::milliseconds patience_{0};          // from then on
     progress_bar bar_;
     progress_bar installing_;
-    std::uint64_t installed_percent_ = 0;
+    uint64_t installed_percent_ = 0;
     std::optional<clock::time_point> installing_heard_;
 };
 
