@@ -1,4 +1,4 @@
-// A piece of work that failed, with the sentence for the person in front of it.
+// The failure of a piece of work, with a message for the user.
 #pragma once
 
 #include <stdexcept>

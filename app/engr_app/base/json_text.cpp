@@ -1,4 +1,3 @@
-// Parsing of foreign JSON, writing of our own.
 #include "base/json_text.h"
 
 #include "support/utf8.h"

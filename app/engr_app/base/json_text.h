@@ -1,4 +1,4 @@
-// JSON that came from the network, and JSON that goes to scripts.
+// JSON from the network, and JSON for scripts.
 #pragma once
 
 #include "lan_client/limits.h"
@@ -26,8 +26,8 @@ namespace engr_app {
 [[nodiscard]] nlohmann::json payload_json(std::string_view payload);
 
 /**
- * Valid JSON in UTF-8, on one line. Characters that a terminal could obey or a reader miss, such as
- * U+0085 and marks that turn the direction of writing, are escaped (\u0085).
+ * Valid JSON in UTF-8, on one line. Characters that are not visible, such as control characters and
+ * direction marks, are escaped (\u0085).
  */
 [[nodiscard]] std::string one_line(const nlohmann::json &value);
 

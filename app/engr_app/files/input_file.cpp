@@ -1,4 +1,3 @@
-// Reading of whole texts.
 #include "files/input_file.h"
 
 #include "base/failure.h"

@@ -1,4 +1,4 @@
-// Texts that come from standard input or from files.
+// Input from files and standard input.
 #pragma once
 
 #include <string>

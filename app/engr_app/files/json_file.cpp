@@ -1,4 +1,3 @@
-// Reading and checking of JSON files.
 #include "files/json_file.h"
 
 #include "base/json_text.h"

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 
 namespace engr_app {
@@ -19,17 +20,17 @@ using key_map = std::map<std::string, std::string>;
 constexpr const char *blanks = " \t\r";
 
 failure bad_file(const std::string &path, const std::string &what) {
-    return {"key_file", "key file " + path + ": " + what, exit_wrong_usage};
+    return {"key_file", fmt::format("key file {}: {}", path, what), exit_wrong_usage};
 }
 
 void add(key_map &keys, const std::string &path, const std::string &place, const std::string &id,
          const std::string &key) {
     if (key.size() != lan_client::key_bytes) {
-        throw bad_file(path, place + ": a local key has exactly 16 characters, this one " +
-                                 std::to_string(key.size()));
+        throw bad_file(path, fmt::format("{}: a local key has exactly {} characters, this one {}",
+                                         place, lan_client::key_bytes, key.size()));
     }
     if (!keys.emplace(id, key).second) {
-        throw bad_file(path, place + ": gateway " + id + " stands there twice");
+        throw bad_file(path, fmt::format("{}: gateway {} is listed twice", place, id));
     }
 }
 
@@ -61,7 +62,7 @@ key_map keys_of_lines(const std::string &path, const std::string &text) {
         }
         const std::size_t id_end = std::min(line.find_first_of(blanks), line.size());
         const std::size_t key_start = std::min(line.find_first_not_of(blanks, id_end), line.size());
-        add(keys, path, "line " + std::to_string(number), line.substr(0, id_end),
+        add(keys, path, fmt::format("line {}", number), line.substr(0, id_end),
             line.substr(key_start));
     }
     return keys;
@@ -73,7 +74,7 @@ key_map read_key_file(const std::string &path, console &out) {
     const std::string text = file_text(path);
     struct stat about {};
     if (stat(path.c_str(), &about) == 0 && (about.st_mode & (S_IRGRP | S_IROTH)) != 0) {
-        out.notice("key file " + path + " can be read by others: chmod 600 " + path);
+        out.notice(fmt::format("key file {} can be read by others: chmod 600 {}", path, path));
     }
     const std::size_t first = text.find_first_not_of(" \t\r\n");
     const bool is_json = first != std::string::npos && text[first] == '{';

@@ -10,8 +10,9 @@ class console;
 
 /**
  * Reads a JSON object {"ID": "KEY"}, or lines "ID KEY" with # comments; an address may stand for an
- * id. Throws a failure with the exit code for wrong usage that never quotes a key. Warns when
- * others may read the file.
+ * id. Warns when others may read the file.
+ *
+ * @throws failure of wrong usage, which never quotes a key
  */
 [[nodiscard]] std::map<std::string, std::string> read_key_file(const std::string &path,
                                                                console &out);

@@ -1,20 +1,23 @@
-// Finding and replacing what a stranger should not see. The scanner goes over each line once and
-// never back, so that a log of any size and shape takes time in proportion to its length.
+// The scanner reads each line once, without going back, so that its time is proportional to the
+// length of the log.
 #include "files/log_sanitizer.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 
+#include <fmt/format.h>
+
 namespace engr_app {
 
+/** What the name of a value says about it. */
 enum class value_kind : int { nothing, secret, id, id_list };
 
 namespace {
 
 using enum value_kind;
 
-// No id is longer; it also bounds what is looked at again and again.
+// No id is longer; also a bound on what is scanned repeatedly.
 constexpr std::size_t max_id_bytes = 64;
 
 constexpr std::array<std::string_view, 9> secret_endings = {
@@ -63,7 +66,7 @@ value_kind kind_of(std::string_view word) {
     return std::ranges::find(list_names, name) != list_names.end() ? id_list : nothing;
 }
 
-// "a4:c1:38:00:00:01", or the groups of a UUID: where it ends, or `at` when it is none.
+// The end of "a4:c1:38:00:00:01" or of the groups of a UUID; `at` when there is none.
 std::size_t end_of_hex_groups(std::string_view text, std::size_t at) {
     constexpr std::size_t least_groups = 5;
     constexpr std::size_t least_digits = 12;
@@ -93,7 +96,7 @@ bool looks_like_id(std::string_view word) {
     return word.size() >= least_mixed && digit && word.find('_') == std::string_view::npos;
 }
 
-// Short numbers and short words are too common for more than the place where they are named.
+// Short numbers and words are too common to be replaced wherever they occur.
 bool may_stand_anywhere(std::string_view value) {
     constexpr std::size_t long_enough = 6;
     const bool digit = std::ranges::any_of(value, is_digit);
@@ -101,7 +104,7 @@ bool may_stand_anywhere(std::string_view value) {
            (value.size() >= 2 && digit && !std::ranges::all_of(value, is_digit));
 }
 
-// An id that stands in no quotes: where it ends.
+// The end of an id without quotes.
 std::size_t end_of_bare_id(std::string_view line, std::size_t at) {
     if (const std::size_t end = end_of_hex_groups(line, at); end > at) {
         return end;
@@ -113,7 +116,7 @@ std::size_t end_of_bare_id(std::string_view line, std::size_t at) {
     return end;
 }
 
-// Where a text in quotes ends; a text within a text has its quotes behind backslashes.
+// The end of a text in quotes; the quotes of a text within a text are escaped with backslashes.
 std::size_t end_of_quoted(std::string_view line, std::size_t at, std::size_t backslashes) {
     std::size_t run = 0;
     for (; at < line.size(); ++at) {
@@ -138,7 +141,7 @@ log_sanitizer::log_sanitizer(const std::vector<std::string> &known_ids)
 }
 
 std::string log_sanitizer::clean(std::string_view log) {
-    pass(log); // finds the ids, so that the next also replaces them where they stand before
+    pass(log); // collects the ids, so that the second pass replaces earlier occurrences, too
     return pass(log);
 }
 
@@ -161,7 +164,7 @@ std::string log_sanitizer::pass(std::string_view log) {
     return out;
 }
 
-// A word, and its value if it names one that has to be hidden.
+// Copies a word, and hides its value if its name says so.
 std::size_t log_sanitizer::take_named(std::string_view line, std::size_t at, std::string &out) {
     const std::size_t end = end_of_run(line, at, is_word_part);
     const value_kind kind = kind_of(line.substr(at, end - at));
@@ -205,7 +208,7 @@ std::size_t log_sanitizer::take_value(std::string_view line, std::size_t at, val
     return end;
 }
 
-// Outside of JSON nobody knows where a secret ends, so the rest of the line goes.
+// Outside of JSON the end of a secret is not known, so the rest of the line is hidden.
 std::size_t log_sanitizer::take_bare_value(std::string_view line, std::size_t at, value_kind kind,
                                            bool in_json, std::string &out) {
     const bool simple = in_json && at < line.size() && line[at] != '[' && line[at] != '{';
@@ -271,7 +274,7 @@ std::string log_sanitizer::hidden(std::string_view value, value_kind kind, bool 
 const std::string &log_sanitizer::alias(std::string_view id) {
     const auto [entry, added] = aliases_.try_emplace(std::string(id));
     if (added) {
-        entry->second = "id-" + std::to_string(aliases_.size());
+        entry->second = fmt::format("id-{}", aliases_.size());
     }
     return entry->second;
 }

@@ -1,4 +1,4 @@
-// A gateway's log made fit to be sent to a stranger.
+// Removes secrets and ids from a gateway's log, so that it can be sent to others.
 #pragma once
 
 #include <string>
@@ -9,14 +9,14 @@
 
 namespace engr_app {
 
-enum class value_kind : int; // what a name says of its value
+enum class value_kind : int;
 
 /**
- * Leaves out the values of what is named like a key, a password, a token or a network, and replaces
- * each id by id-1, id-2 and so on, the same id always by the same. An id is what is known to be
- * one, what is named like one ("cid", "gwId", "mac", lists such as "online"), and what looks like
- * one: a MAC address, a long hexadecimal number, a long mix of letters and digits. Where a line
- * ends within a secret, the rest of it is left out.
+ * Hides the values of names that mean a key, a password, a token or a network, and replaces each id
+ * by id-1, id-2 and so on, the same id always by the same. An id is a known id, the value of a name
+ * that means an id ("cid", "gwId", "mac", lists such as "online"), and what looks like an id: a MAC
+ * address, a long hexadecimal number, a long mix of letters and digits. Where a line ends within a
+ * secret, the rest of the line is left out.
  */
 class log_sanitizer {
   public:
@@ -36,7 +36,7 @@ class log_sanitizer {
     std::string hidden(std::string_view value, value_kind kind, bool everywhere);
     const std::string &alias(std::string_view id);
 
-    std::unordered_set<std::string> ids_; // to be replaced wherever they stand
+    std::unordered_set<std::string> ids_; // replaced wherever they occur
     std::unordered_map<std::string, std::string> aliases_;
 };
 

@@ -1,4 +1,4 @@
-// Writing beside the place of a file, then moving there.
+// Writes a temporary file in the same directory, then renames it.
 #include "files/output_file.h"
 
 #include "base/failure.h"
@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 namespace engr_app {
@@ -29,13 +30,13 @@ bool write_all(int descriptor, std::string_view bytes) {
 
 void check_output_path(const std::string &path) {
     const auto refuse = [&path](const std::string &why) {
-        throw failure("usage", "can't write " + path + ": " + why, exit_wrong_usage);
+        throw failure("usage", fmt::format("can't write {}: {}", path, why), exit_wrong_usage);
     };
     std::error_code ignored;
-    // Moving a file to the place of a device or a pipe would remove that.
+    // A rename would replace a device or a pipe.
     if (std::filesystem::exists(path, ignored) &&
         !std::filesystem::is_regular_file(path, ignored)) {
-        refuse("it is there and no ordinary file");
+        refuse("it exists and is no ordinary file");
     }
     const std::filesystem::path directory = std::filesystem::path(path).parent_path();
     if (::access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0) {
@@ -59,7 +60,7 @@ void write_file(const std::string &path, std::string_view bytes) {
         }
     }
     if (!written) {
-        throw failure("output", "can't write " + path + ": " + std::strerror(problem));
+        throw failure("output", fmt::format("can't write {}: {}", path, std::strerror(problem)));
     }
 }
 

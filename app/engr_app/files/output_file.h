@@ -7,14 +7,16 @@
 namespace engr_app {
 
 /**
- * Throws a failure of wrong usage when a file can't be made there; to be asked before work that
- * can't be repeated.
+ * Checks before work that can't be repeated whether its output file can be created.
+ *
+ * @throws failure of wrong usage
  */
 void check_output_path(const std::string &path);
 
 /**
- * Writes a file that exists whole or not at all; one that was there is replaced. Only its owner may
- * read it. Throws a failure that names the file.
+ * Creates or replaces a file atomically. Only its owner may read it.
+ *
+ * @throws failure that names the file
  */
 void write_file(const std::string &path, std::string_view bytes);
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -20,7 +21,7 @@ using named_values = std::map<std::string, json>;
 
 struct gateway_member {
     const char *name;
-    const char *words;
+    const char *title;
 };
 
 constexpr gateway_member compared_members[] = {
@@ -50,6 +51,10 @@ std::string value_text(const json &value) {
                                 : one_line(value);
 }
 
+std::string change_text(std::string_view title, const json &before, const json &after) {
+    return fmt::format("{}: {} before, {} now", title, value_text(before), value_text(after));
+}
+
 std::string gateway_name(const json &report) {
     const json about = part(report, "gateway");
     const std::string id = part(about, "id").is_string() ? member_text(about, "id") : "";
@@ -57,9 +62,9 @@ std::string gateway_name(const json &report) {
 }
 
 json change(const std::string &gateway, const std::string &item, const std::string &device,
-            const json &before, const json &after, const std::string &words) {
+            const json &before, const json &after, const std::string &sentence) {
     return {{"gateway", gateway}, {"item", item},   {"cid", device.empty() ? json() : json(device)},
-            {"before", before},   {"after", after}, {"words", words}};
+            {"before", before},   {"after", after}, {"words", sentence}};
 }
 
 // Compares two reports of one gateway.
@@ -71,8 +76,8 @@ class comparison {
     void compare() {
         const json before = part(before_, "gateway");
         const json after = part(after_, "gateway");
-        for (const auto &[name, words] : compared_members) {
-            compare_value(name, words, part(before, name), part(after, name));
+        for (const auto &[name, title] : compared_members) {
+            compare_value(name, title, part(before, name), part(after, name));
         }
         compare_value("channel", "channel", part(before_, "channel"), part(after_, "channel"));
         compare_config(part(before_, "app_config"), part(after_, "app_config"));
@@ -89,15 +94,13 @@ class comparison {
     }
 
     void add(const std::string &item, const std::string &device, const json &before,
-             const json &after, const std::string &words) {
-        changes_.push_back(change(gateway_, item, device, before, after, words));
+             const json &after, const std::string &sentence) {
+        changes_.push_back(change(gateway_, item, device, before, after, sentence));
     }
 
-    void compare_value(const char *item, const std::string &words, const json &before,
-                       const json &after) {
+    void compare_value(const char *item, const char *title, const json &before, const json &after) {
         if (before != after) {
-            add(item, "", before, after,
-                words + ": " + value_text(before) + " before, " + value_text(after) + " now");
+            add(item, "", before, after, change_text(title, before, after));
         }
     }
 
@@ -105,27 +108,28 @@ class comparison {
         if (before == after) {
             return;
         }
-        const auto size = [](const json &config) {
-            return member_text(config, "bytes") + " bytes";
-        };
-        const std::string words = before.is_null()  ? "there is an app.config now, " + size(after)
-                                  : after.is_null() ? "there is no app.config any more"
-                                                    : "app.config is another one: " + size(before) +
-                                                          " before, " + size(after) + " now";
-        add("app_config", "", before, after, words);
+        std::string sentence = "there is no app.config any more";
+        if (before.is_null()) {
+            sentence =
+                fmt::format("there is an app.config now, {} bytes", member_text(after, "bytes"));
+        } else if (!after.is_null()) {
+            sentence = fmt::format("app.config is another one: {} bytes before, {} bytes now",
+                                   member_text(before, "bytes"), member_text(after, "bytes"));
+        }
+        add("app_config", "", before, after, sentence);
     }
 
     void compare_devices(const named_values &before, const named_values &after) {
         for (const auto &[id, device] : before) {
             if (!after.contains(id)) {
-                add("device", id, device, json(), "device " + id + " was removed");
+                add("device", id, device, json(), fmt::format("device {} was removed", id));
             }
         }
         for (const auto &[id, device] : after) {
             const auto known = before.find(id);
             if (known == before.end()) {
                 add("device", id, json(), device,
-                    "device " + id + " was added, product " + member_text(device, "pid"));
+                    fmt::format("device {} was added, product {}", id, member_text(device, "pid")));
             } else {
                 compare_device(id, known->second, device);
             }
@@ -136,13 +140,12 @@ class comparison {
         const std::string name = "device " + id;
         if (part(before, "pid") != part(after, "pid")) {
             add("pid", id, part(before, "pid"), part(after, "pid"),
-                name + " is another product: " + value_text(part(before, "pid")) + " before, " +
-                    value_text(part(after, "pid")) + " now");
+                change_text(name + " is another product", part(before, "pid"), part(after, "pid")));
         }
         if (part(before, "sw_ver") != part(after, "sw_ver")) {
             add("sw_ver", id, part(before, "sw_ver"), part(after, "sw_ver"),
-                name + " has version " + value_text(part(after, "sw_ver")) + ", before " +
-                    value_text(part(before, "sw_ver")));
+                fmt::format("{} has version {}, before {}", name, value_text(part(after, "sw_ver")),
+                            value_text(part(before, "sw_ver"))));
         }
         const json online = part(after, "online");
         if (part(before, "online") != online) {
@@ -156,7 +159,7 @@ class comparison {
 
     void compare_data_points(const std::string &id, const json &before, const json &after) {
         if (!before.is_object() || !after.is_object()) {
-            return; // one of the reports is without
+            return; // one of the reports has no data points
         }
         std::set<std::string> names;
         for (const json *points : {&before, &after}) {
@@ -169,9 +172,9 @@ class comparison {
             const json is = part(after, name.c_str());
             if (was != is) {
                 add("data_point " + name, id, was, is,
-                    "device " + id + ", data point " + name + ": " +
-                        (was.is_null() ? "none" : one_line(was)) + " before, " +
-                        (is.is_null() ? "none" : one_line(is)) + " now");
+                    fmt::format("device {}, data point {}: {} before, {} now", id, name,
+                                was.is_null() ? "none" : one_line(was),
+                                is.is_null() ? "none" : one_line(is)));
             }
         }
     }
@@ -208,7 +211,7 @@ json read_site_reports(const std::string &path) {
 json site_changes(const json &before, const json &after) {
     json changes = json::array();
     if (before.size() == 1 && after.size() == 1) {
-        // Also of a gateway that was replaced by another one.
+        // Comparable even if the gateway was replaced by another one.
         comparison(gateway_name(after.front()), before.front(), after.front(), changes).compare();
         return changes;
     }

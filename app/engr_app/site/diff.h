@@ -1,4 +1,4 @@
-// What changed between two site reports.
+// Differences between two site reports.
 #pragma once
 
 #include <string>
@@ -8,20 +8,22 @@
 namespace engr_app {
 
 /**
- * The reports of a file in an array: one alone, or those of several gateways as --all writes them.
- * Throws a failure of wrong usage that names the file.
+ * Reads a file with one report, or with those of several gateways as --all writes them.
+ *
+ * @return the reports in an array
+ * @throws failure of wrong usage, or support::input_error
  */
 [[nodiscard]] nlohmann::json read_site_reports(const std::string &path);
 
 /**
- * What changed, gateway by gateway:
+ * The changes, gateway by gateway:
  *
  *     [{"gateway": ID, "item": TEXT, "cid": ID, "before": VALUE, "after": VALUE, "words": TEXT}]
  *
  * "gateway" is an address when the id was not known, "item" one of "gateway", "channel",
  * "app_config", "device", "pid", "online", "data_point N" and the members of the report's
- * "gateway". "cid" is null unless it concerns one device; "before" and "after" are null for what
- * was not there. "words" quotes the network: show it safely.
+ * "gateway". "cid" is null unless the change concerns one device; "before" and "after" are null
+ * for what did not exist. "words" quotes texts of the network: escape it for a terminal.
  */
 [[nodiscard]] nlohmann::json site_changes(const nlohmann::json &before,
                                           const nlohmann::json &after);

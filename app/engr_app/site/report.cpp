@@ -13,6 +13,7 @@
 
 #include <algorithm>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -39,7 +40,7 @@ json channel_json(gateway_session &session, const lan_client::answer &answered, 
         const json channel = parse_json(expect_success(session, answered));
         return channel.is_object() ? channel.value("channel", json()) : json();
     } catch (const failure &refused) {
-        notes.push_back(std::string("The channel is not known: ") + refused.what());
+        notes.push_back(fmt::format("The channel is not known: {}", refused.what()));
         return {};
     }
 }
@@ -60,7 +61,7 @@ void add_data_points(gateway_session &session, json &devices) {
             return json_request(frame_type::local_dp_query, {{"cid", device["cid"]}});
         },
         [&](json &device, const lan_client::answer &answered) {
-            // A device that has told none yet is refused.
+            // The gateway refuses a device that has not reported any yet.
             const bool answers = answered.failure || answered.ret == 0;
             const json state =
                 answers ? parse_device_state(expect_success(session, answered)) : json::object();
@@ -97,25 +98,25 @@ std::string known_text(const json &object, const char *name) {
 }
 
 std::string fact(const std::string &name, const std::string &value) {
-    return "| " + name + " | " + cell(value) + " |\n";
+    return fmt::format("| {} | {} |\n", name, cell(value));
 }
 
 std::string config_text(const json &config) {
-    return config.is_object()
-               ? member_text(config, "bytes") + " bytes, SHA-256 " + member_text(config, "sha256")
-               : "none";
+    return config.is_object() ? fmt::format("{} bytes, SHA-256 {}", member_text(config, "bytes"),
+                                            member_text(config, "sha256"))
+                              : "none";
 }
 
 std::string count_text(const json &devices) {
     const auto count_of = [&devices](std::string_view state) {
-        return std::to_string(std::ranges::count_if(
-            devices, [state](const json &one) { return state == state_word(one); }));
+        return std::ranges::count_if(devices,
+                                     [state](const json &one) { return state == state_word(one); });
     };
-    return std::to_string(devices.size()) + ": " + count_of("online") + " online, " +
-           count_of("offline") + " offline, " + count_of("-") + " in neither list";
+    return fmt::format("{}: {} online, {} offline, {} in neither list", devices.size(),
+                       count_of("online"), count_of("offline"), count_of("-"));
 }
 
-// The table of the devices, with the columns that were asked for.
+// The table of devices, with the columns that the report has.
 std::string markdown_devices(const json &devices) {
     const bool with_versions = !devices.empty() && devices.front().contains("sw_ver");
     const bool with_data_points = !devices.empty() && devices.front().contains("dps");
@@ -123,13 +124,13 @@ std::string markdown_devices(const json &devices) {
                        (with_data_points ? " Data points |" : "") + "\n| --- | --- | --- |" +
                        (with_versions ? " --- |" : "") + (with_data_points ? " --- |" : "") + "\n";
     for (const json &one : devices) {
-        text += "| " + cell(member_text(one, "cid")) + " | " + cell(member_text(one, "pid")) +
-                " | " + state_word(one) + " |";
+        text += fmt::format("| {} | {} | {} |", cell(member_text(one, "cid")),
+                            cell(member_text(one, "pid")), state_word(one));
         if (with_versions) {
-            text += " " + cell(known_text(one, "sw_ver")) + " |";
+            text += fmt::format(" {} |", cell(known_text(one, "sw_ver")));
         }
         if (with_data_points) {
-            text += " " + cell(data_points_text(one["dps"])) + " |";
+            text += fmt::format(" {} |", cell(data_points_text(one["dps"])));
         }
         text += "\n";
     }

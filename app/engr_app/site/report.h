@@ -1,4 +1,4 @@
-// What was commissioned at a site, for machines and for people.
+// A site report: what was commissioned at a site, as JSON and as Markdown.
 #pragma once
 
 #include <string>
@@ -9,27 +9,28 @@ namespace engr_app {
 
 class gateway_session;
 
-/** What costs a request a device. */
+/** Parts of a report that cost one request a device. */
 struct site_report_extent {
     bool data_points = false; /**< of each device */
     bool versions = false;    /**< firmware of the gateway and of each device */
 };
 
 /**
- * Asks the chosen gateway for all that a report holds:
+ * Asks the chosen gateway for the content of a report:
  *
- *     {"site_report": 1, "time": TEXT,      "gateway": {"id", "address", "version", "product_key",
- * "activated", ...},      "channel": N, "app_config": {"bytes": N, "sha256": TEXT},      "devices":
- * [{"cid", "pid", "online", "dps": {...}}], "notes": [TEXT]}
+ *     {"site_report": 1, "time": TEXT,
+ *      "gateway": {"id", "address", "version", "product_key", "activated", ...},
+ *      "channel": N, "app_config": {"bytes": N, "sha256": TEXT},
+ *      "devices": [{"cid", "pid", "online", "dps": {...}}], "notes": [TEXT]}
  *
- * What is not known or does not exist is null. "dps" is only there with `data_points`, "sw_ver" of
- * the gateway and the devices with `versions`.
+ * Members that are unknown or do not exist are null. "dps" is only there with `data_points`,
+ * "sw_ver" of the gateway and the devices with `versions`.
  */
 [[nodiscard]] nlohmann::json ask_site_report(gateway_session &session,
                                              const site_report_extent &extent);
 
 /**
- * The report as Markdown without the end of its last line; safe to show whatever the gateway said.
+ * The report as Markdown, without a line end at its end. Everything from the network is escaped.
  */
 [[nodiscard]] std::string site_report_markdown(const nlohmann::json &report);
 

@@ -15,7 +15,7 @@ namespace engr_app {
 namespace {
 
 constexpr std::size_t column_gap = 2;
-// Nothing that a gateway says in a table, a line or a sentence is worth more.
+// No text of a gateway in a table, a line or a sentence needs more.
 constexpr std::size_t max_cell_columns = 300;
 constexpr std::size_t max_line_columns = 2000;
 
@@ -105,7 +105,7 @@ void console::text(std::string_view text) {
     if (!screen_.output_is_terminal()) {
         return screen_.output(std::string(text) + '\n');
     }
-    // Lines stay lines.
+    // Line ends are kept; the rest is escaped.
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
         line(text.substr(0, end));
@@ -170,7 +170,7 @@ void console::problem(const std::string &kind, std::string_view sentence) {
         try {
             screen_.output(many_lines({{"error", kept}}) + '\n');
         } catch (const failure &) {
-            return; // the sentence above is all that can be said
+            return; // the message above has been written
         }
     }
 }

@@ -1,4 +1,4 @@
-// What verbs say: results for people and for scripts, messages, progress.
+// Output of verbs: results for people and for scripts, messages, progress.
 #pragma once
 
 #include "terminal/progress_bar.h"
@@ -16,7 +16,7 @@
 
 namespace engr_app {
 
-/** What the console of one gateway among several keeps until all are done. */
+/** Results that the console of one gateway among several keeps until all are done. */
 struct kept_results {
     using row = std::vector<std::string>;
     struct table {
@@ -25,15 +25,15 @@ struct kept_results {
     };
     std::vector<table> tables;
     std::vector<std::string> texts;
-    std::shared_ptr<const nlohmann::json> document; /**< absent: there was none */
+    std::shared_ptr<const nlohmann::json> document; /**< absent: none was written */
     std::shared_ptr<const nlohmann::json> error;    /**< {"kind", "message"}, or absent */
     bool streamed = false;                          /**< JSON lines were written */
 };
 
 /**
- * Results go to standard output, all else to standard error. Everything that is shown to people is
- * made safe here, so that callers may pass on what a gateway said. Each console is used by one
- * thread; several consoles may share a screen.
+ * Results go to standard output, everything else to standard error. Text for people is escaped
+ * here, so that callers may pass on what a gateway sent. A console is used by one thread; several
+ * consoles may share a screen.
  */
 class console {
   public:
@@ -47,7 +47,7 @@ class console {
      */
     console(screen &shown_on, bool json, bool quiet_notices, std::string gateway_name);
 
-    /** Results are asked for as JSON: exactly one document, or one line per report. */
+    /** Whether results are written as JSON: exactly one document, or one line a report. */
     [[nodiscard]] bool json() const { return json_; }
 
     /** Rows under a header: aligned and cut to the width on a terminal, else separated by tabs. */
@@ -59,7 +59,7 @@ class console {
     /** One line of a result. */
     void line(std::string_view text);
 
-    /** Text of a result as it is, only made safe when it goes to a terminal. */
+    /** Text of a result, unchanged; escaped only for a terminal. */
     void text(std::string_view text);
 
     /** The one JSON document of a run. */
@@ -68,28 +68,29 @@ class console {
     /** One JSON line of many; an object. */
     void json_line(const nlohmann::json &value);
 
-    /** What goes on, for people; only shown when standard error is a terminal. */
+    /** A message about progress; shown only when standard error is a terminal. */
     void progress(std::string_view sentence);
 
     /**
-     * A bar that shows how far a long piece of work has come; it must not outlive the console's
-     * screen. `label` says what is carried, without the gateway's name; a `total` of 0 is not known
-     * (yet); without a `unit` (such as "devices") it counts bytes. It shows nothing with --json or
-     * -v.
+     * A progress bar, which must not outlive the screen. With --json or -v it shows nothing.
+     *
+     * @param label  what is transferred, without the gateway's name
+     * @param total  0: not known yet
+     * @param unit  such as "devices"; empty: bytes
      */
     [[nodiscard]] progress_bar bar(std::string_view label, uint64_t total = 0,
                                    std::string_view unit = {});
 
-    /** Something that people should know; always shown. */
+    /** A message that is always shown. */
     void notice(std::string_view sentence);
 
     /** One line of the trace that -v asks for. */
     void trace(std::string_view text);
 
-    /** Why the work failed; with --json it becomes the document unless there was one. */
+    /** Why the work failed; with --json this is the document, unless one was written before. */
     void problem(const std::string &kind, std::string_view sentence);
 
-    /** What was kept; empty unless this is one of several. */
+    /** Empty unless this is the console of one of several gateways. */
     [[nodiscard]] const kept_results &kept() const { return kept_; }
 
   private:

@@ -1,4 +1,4 @@
-// Bars in words and in characters.
+// Text of progress bars.
 #include "terminal/progress_bar.h"
 
 #include "base/escape.h"
@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace engr_app {
 namespace {
@@ -17,36 +18,27 @@ constexpr std::size_t narrowest_bar = 8;
 constexpr std::size_t max_label_columns = 200;
 constexpr const char *gap = "  ";
 
-template <typename... values>
-std::string print(const char *format, values... given) {
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), format, given...);
-    return text.data();
-}
-
 std::string amount_text(double amount, const std::string &unit) {
     if (!unit.empty()) {
-        return print("%.0f ", amount) + unit;
+        return fmt::format("{:.0f} {}", amount, unit);
     }
     constexpr std::array<const char *, 4> names = {"bytes", "KiB", "MiB", "GiB"};
     std::size_t power = 0;
     for (; amount >= 1024 && power + 1 < names.size(); ++power) {
         amount /= 1024;
     }
-    return print(power == 0 ? "%.0f %s" : "%.1f %s", amount, names[power]);
+    return fmt::format("{:.{}f} {}", amount, power == 0 ? 0 : 1, names[power]);
 }
 
 std::string time_left_text(double seconds) {
     const auto whole = static_cast<uint64_t>(std::min(seconds, 359999.0) + 0.5);
     if (whole < 60) {
-        return print("%u s left", static_cast<unsigned>(whole));
+        return fmt::format("{} s left", whole);
     }
     if (whole < 3600) {
-        return print("%u min %02u s left", static_cast<unsigned>(whole / 60),
-                     static_cast<unsigned>(whole % 60));
+        return fmt::format("{} min {:02} s left", whole / 60, whole % 60);
     }
-    return print("%u h %02u min left", static_cast<unsigned>(whole / 3600),
-                 static_cast<unsigned>(whole / 60 % 60));
+    return fmt::format("{} h {:02} min left", whole / 3600, whole / 60 % 60);
 }
 
 double part_done(const bar_figures &shown) {
@@ -56,7 +48,7 @@ double part_done(const bar_figures &shown) {
 std::string figures_text(const bar_figures &shown) {
     std::string text;
     if (shown.total > 0) {
-        text = print("%3.0f %%", 100 * part_done(shown)) + gap;
+        text = fmt::format("{:3.0f} %{}", 100 * part_done(shown), gap);
     }
     if (!shown.waits_for.empty()) {
         return text + shown.waits_for;
@@ -64,7 +56,8 @@ std::string figures_text(const bar_figures &shown) {
     const std::string done = amount_text(static_cast<double>(shown.done), shown.unit);
     if (shown.total > shown.done) {
         const std::string total = amount_text(static_cast<double>(shown.total), shown.unit);
-        text += (shown.unit.empty() ? done : std::to_string(shown.done)) + " of " + total;
+        text +=
+            fmt::format("{} of {}", shown.unit.empty() ? done : fmt::to_string(shown.done), total);
     } else {
         text += done;
     }
@@ -76,7 +69,7 @@ std::string figures_text(const bar_figures &shown) {
         }
     }
     if (shown.total > 0 && shown.done >= shown.total) {
-        text += print("  in %lld s", static_cast<long long>(shown.elapsed.count()));
+        text += fmt::format("{}in {} s", gap, shown.elapsed.count());
     }
     return text;
 }

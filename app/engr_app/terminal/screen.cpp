@@ -1,4 +1,4 @@
-// Writing of results and messages, with the bars below them.
+// Results and messages, with the progress bars below them.
 #include "terminal/screen.h"
 
 #include "base/failure.h"
@@ -10,6 +10,7 @@
 #include <iostream>
 #include <utility>
 
+#include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -23,7 +24,7 @@ constexpr std::size_t narrowest_columns = 40;
 constexpr std::size_t default_rows = 24;
 constexpr auto redraw_interval = 100ms;
 constexpr auto plain_line_interval = 10s;
-// The rate is that of about the last so many seconds.
+// The rate is an average over about this time.
 constexpr double rate_memory_s = 3;
 
 winsize terminal_size(int descriptor) {
@@ -70,10 +71,9 @@ void screen::output(std::string_view lines) {
     std::cout << lines << std::flush;
     const int problem = errno;
     std::cerr << with_bars();
-    // A result that could not be written is no result.
     if (!std::cout) {
         throw failure("output",
-                      std::string("standard output can't be written: ") + std::strerror(problem));
+                      fmt::format("standard output can't be written: {}", std::strerror(problem)));
     }
 }
 
@@ -105,7 +105,7 @@ void screen::update(bar_state &bar, uint64_t done, uint64_t total) {
 void screen::wait(bar_state &bar, const std::string &what) {
     const std::lock_guard lock(mutex_);
     bar.figures.waits_for = what;
-    bar.figures.rate_per_s = 0; // what was before the wait says nothing of after it
+    bar.figures.rate_per_s = 0; // the rate before the wait says nothing about the time after it
     bar.measured = bar_state::clock::now();
     redraw(bar);
 }
@@ -134,7 +134,7 @@ void screen::finish(const std::shared_ptr<bar_state> &bar) {
     set_elapsed(*bar, bar_state::clock::now());
     bar->figures.waits_for.clear();
     if (bar->figures.done < bar->figures.total) {
-        bar->figures.rate_per_s = 0; // no time is left for the rest
+        bar->figures.rate_per_s = 0; // shows no remaining time
     }
     if (messages_are_terminal_) {
         write_message(bar_line(bar->figures, terminal_columns(STDERR_FILENO)) + '\n');
@@ -146,7 +146,7 @@ void screen::finish(const std::shared_ptr<bar_state> &bar) {
 // The cursor stands at the beginning of the line below the bars.
 std::string screen::without_bars() {
     const std::size_t lines = std::exchange(drawn_lines_, 0);
-    return lines > 0 ? "\x1b[" + std::to_string(lines) + "A\x1b[J" : "";
+    return lines > 0 ? fmt::format("\x1b[{}A\x1b[J", lines) : "";
 }
 
 std::string screen::with_bars() {
@@ -156,7 +156,7 @@ std::string screen::with_bars() {
     const winsize size = terminal_size(STDERR_FILENO);
     const std::size_t rows = size.ws_row == 0 ? default_rows : size.ws_row;
     const std::size_t columns = terminal_columns(STDERR_FILENO);
-    // Lines that scrolled away could not be erased any more.
+    // Lines that have scrolled away cannot be erased.
     drawn_lines_ = std::min(bars_.size(), std::max<std::size_t>(rows, 3) - 2);
     std::string lines;
     for (std::size_t at = 0; at < drawn_lines_; ++at) {

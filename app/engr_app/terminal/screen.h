@@ -1,4 +1,4 @@
-// Standard output and standard error of the process, and the progress bars at the foot of them.
+// Standard output and standard error of the process, with progress bars below the output.
 #pragma once
 
 #include "terminal/progress_bar.h"
@@ -14,21 +14,21 @@
 
 namespace engr_app {
 
-/** A bar as the screen keeps it; guarded by the screen's mutex. */
+/** A bar of the screen; guarded by the screen's mutex. */
 struct bar_state {
     using clock = std::chrono::steady_clock;
 
     bar_figures figures;
     clock::time_point started = clock::now();
-    clock::time_point drawn = started;    /**< the last time that it was shown */
-    clock::time_point measured = started; /**< the last time that the rate was */
+    clock::time_point drawn = started;    /**< last time it was shown */
+    clock::time_point measured = started; /**< last time the rate was measured */
     uint64_t measured_done = 0;
-    bool written = false; /**< some line of it stands in the output */
+    bool written = false; /**< whether a line of it was written */
 };
 
 /**
- * One a process, shared by all consoles; its functions may be called on any thread. A bar is drawn
- * on the last lines of a terminal; what is written meanwhile appears above it.
+ * One a process, shared by all consoles; may be used on any thread. Bars take the last lines of a
+ * terminal; other output appears above them.
  */
 class screen {
   public:
@@ -42,7 +42,7 @@ class screen {
     /** Columns of the terminal that results go to. */
     [[nodiscard]] std::size_t columns() const { return columns_; }
 
-    /** Writes whole lines of a result; throws a failure when they can't be written. */
+    /** Writes whole lines of a result. @throws failure when they can't be written */
     void output(std::string_view lines);
 
     /** Writes whole lines to standard error. */

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 namespace engr_app {
@@ -20,10 +21,10 @@ namespace {
 constexpr std::size_t block_bytes = 64 * 1024;
 
 failure unusable_image(const std::string &path, const std::string &why) {
-    return {"input", "can't use the image " + path + ": " + why, exit_wrong_usage};
+    return {"input", fmt::format("can't use the image {}: {}", path, why), exit_wrong_usage};
 }
 
-// Bytes read; fewer than asked for only at the end of the file, or where it can't be read.
+// Returns the bytes read: fewer than `count` only at the end of the file or where reading fails.
 std::size_t read_at(int descriptor, char *to, std::size_t count, uint64_t offset) {
     std::size_t done = 0;
     while (done < count) {
@@ -39,7 +40,7 @@ std::size_t read_at(int descriptor, char *to, std::size_t count, uint64_t offset
 
 } // namespace
 
-// A pipe without a writer must not hold the program up.
+// Without waiting, so that a pipe without a writer does not block the program.
 firmware_image::open_file::open_file(const std::string &path)
     : descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
     if (descriptor < 0) {
@@ -65,8 +66,8 @@ firmware_image::firmware_image(std::string path) : path_(std::move(path)), file_
     });
     require_unchanged();
     if (offset != size()) {
-        throw unusable_image(path_, "only " + std::to_string(offset) + " of its " +
-                                        std::to_string(size()) + " bytes can be read");
+        throw unusable_image(path_,
+                             fmt::format("only {} of its {} bytes can be read", offset, size()));
     }
 }
 
@@ -78,9 +79,8 @@ void firmware_image::check_size() const {
         throw unusable_image(path_, "it is empty");
     }
     if (size() > max_image_bytes) {
-        throw unusable_image(path_, "it has " + std::to_string(size()) +
-                                        " bytes, and a gateway takes at most " +
-                                        std::to_string(max_image_bytes));
+        throw unusable_image(path_, fmt::format("it has {} bytes, and a gateway takes at most {}",
+                                                size(), max_image_bytes));
     }
 }
 
@@ -90,7 +90,7 @@ void firmware_image::require_unchanged() const {
                       now.st_mtim.tv_sec == opened_.st_mtim.tv_sec &&
                       now.st_mtim.tv_nsec == opened_.st_mtim.tv_nsec;
     if (!same) {
-        throw failure("input", "the image " + path_ + " has changed while it was read");
+        throw failure("input", fmt::format("the image {} has changed while it was read", path_));
     }
 }
 
@@ -100,8 +100,8 @@ void firmware_image::append_to(std::string &bytes, uint64_t offset, std::size_t 
     const std::size_t got = read_at(file_.descriptor, bytes.data() + before, count, offset);
     require_unchanged();
     if (got != count) {
-        throw failure("input", "the image " + path_ + " can't be read at byte " +
-                                   std::to_string(offset + got));
+        throw failure("input",
+                      fmt::format("the image {} can't be read at byte {}", path_, offset + got));
     }
 }
 

@@ -10,15 +10,17 @@
 
 namespace engr_app {
 
-/** Gateways keep the size of an image and offsets in it as signed numbers of 32 bits. */
+/** Gateways keep size and offsets of an image in signed 32-bit numbers. */
 inline constexpr uint64_t max_image_bytes = INT32_MAX;
 
 /** Read piece by piece and never held whole. Its functions may be called on any threads at once. */
 class firmware_image {
   public:
     /**
-     * Opens the file and reads it once, for its MD5. Throws a failure of wrong usage when it can't
-     * be read, is no ordinary file, is empty or too large.
+     * Opens the file and reads it once, for its MD5.
+     *
+     * @throws failure of wrong usage when it can't be read, is not a regular file, is empty or too
+     * large
      */
     explicit firmware_image(std::string path);
 
@@ -27,8 +29,9 @@ class firmware_image {
     [[nodiscard]] const std::string &md5() const { return md5_; } /**< 32 lower-case hex digits */
 
     /**
-     * Appends so many bytes from `offset` on, which lie within the image. Throws a failure when the
-     * file has changed since it was opened.
+     * Appends `count` bytes from `offset` on, which lie within the image.
+     *
+     * @throws failure when the file has changed since it was opened
      */
     void append_to(std::string &bytes, uint64_t offset, std::size_t count) const;
 

@@ -8,15 +8,16 @@
 #include <algorithm>
 #include <utility>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
 namespace {
 
-// More requests for what a gateway had already are no retries.
+// A gateway that repeats more requests than this is not retrying.
 constexpr uint32_t most_repeats = 1000;
 
-// A gateway may hand back a part of each piece, but not almost all of each.
+// A gateway may request a part of each piece again, but not almost all of each.
 constexpr uint64_t most_images_sent = 16;
 constexpr uint64_t allowance_bytes = uint64_t{64} * 1024 * 1024;
 
@@ -25,7 +26,7 @@ constexpr uint64_t allowance_bytes = uint64_t{64} * 1024 * 1024;
 piece_requests::piece_requests(uint64_t image_bytes, std::vector<std::string> ids)
     : image_bytes_(image_bytes), ids_(std::move(ids)) {}
 
-std::string piece_requests::fault_of(std::string_view payload, wanted_piece &wanted) const {
+std::string piece_requests::fault_of(std::string_view payload, piece_request &wanted) const {
     const nlohmann::json body = parse_json(payload);
     const auto type = member_count(body, "firmwareType");
     const auto offset = member_count(body, "offset");
@@ -53,7 +54,7 @@ std::string piece_requests::fault_of(std::string_view payload, wanted_piece &wan
     return "";
 }
 
-bool piece_requests::wants_too_much(const wanted_piece &wanted) {
+bool piece_requests::wants_too_much(const piece_request &wanted) {
     const bool further = !asked_ || wanted.offset > furthest_;
     asked_ = true;
     furthest_ = std::max(furthest_, wanted.offset);
@@ -62,13 +63,13 @@ bool piece_requests::wants_too_much(const wanted_piece &wanted) {
            sent_bytes_ > most_images_sent * image_bytes_ + allowance_bytes;
 }
 
-wanted_piece piece_requests::next(std::string_view payload) {
+piece_request piece_requests::next(std::string_view payload) {
     constexpr std::size_t shown_bytes = 128; // no request is longer
-    wanted_piece wanted;
+    piece_request wanted;
     const std::string fault = fault_of(payload, wanted);
     if (!fault.empty()) {
         throw failure("bad_answer",
-                      "the gateway " + fault + ": " + std::string(payload.substr(0, shown_bytes)));
+                      fmt::format("the gateway {}: {}", fault, payload.substr(0, shown_bytes)));
     }
     if (wants_too_much(wanted)) {
         throw failure("bad_answer", "the gateway asks for the same pieces again and again");
@@ -76,7 +77,7 @@ wanted_piece piece_requests::next(std::string_view payload) {
     return wanted;
 }
 
-void piece_requests::sent(const wanted_piece &wanted, uint64_t bytes) {
+void piece_requests::sent(const piece_request &wanted, uint64_t bytes) {
     sent_end_ = std::max(sent_end_, wanted.offset + bytes);
     sent_bytes_ += bytes;
 }

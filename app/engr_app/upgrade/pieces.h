@@ -1,4 +1,4 @@
-// What a gateway asks for in the course of an upgrade, held against the image and the upgrade.
+// Checks which pieces of an image a gateway requests during an upgrade.
 #pragma once
 
 #include <cstdint>
@@ -8,33 +8,34 @@
 
 namespace engr_app {
 
-/** One piece of the image that a gateway asks for; 0 bytes: it has all. */
-struct wanted_piece {
+/** A request for a piece of the image; 0 bytes: the gateway has the whole image. */
+struct piece_request {
     uint64_t offset = 0;
     uint64_t bytes = 0;
 };
 
 /**
- * The requests of one transfer. A gateway goes through the image from its beginning, may come back
- * to bytes that it could not take, and says at the end that it has all.
+ * The requests of one transfer. A gateway reads the image from the beginning, may request bytes
+ * again that it could not use, and confirms at the end that it has the whole image.
  */
 class piece_requests {
   public:
-    /** `ids` are the names under which the gateway may know what is upgraded. */
+    /** @param ids  names under which the gateway may know the upgraded device */
     piece_requests(uint64_t image_bytes, std::vector<std::string> ids);
 
     /**
-     * What the next request wants. Throws a failure when the payload is no request that this
-     * transfer can lead to.
+     * Parses the next request.
+     *
+     * @throws failure when the payload is not a request that can follow in this transfer
      */
-    wanted_piece next(std::string_view payload);
+    piece_request next(std::string_view payload);
 
-    /** So many bytes were sent for it. */
-    void sent(const wanted_piece &wanted, uint64_t bytes);
+    /** Counts the bytes that were sent for a request. */
+    void sent(const piece_request &wanted, uint64_t bytes);
 
   private:
-    [[nodiscard]] std::string fault_of(std::string_view payload, wanted_piece &wanted) const;
-    [[nodiscard]] bool wants_too_much(const wanted_piece &wanted);
+    [[nodiscard]] std::string fault_of(std::string_view payload, piece_request &wanted) const;
+    [[nodiscard]] bool wants_too_much(const piece_request &wanted);
 
     uint64_t image_bytes_;
     std::vector<std::string> ids_;

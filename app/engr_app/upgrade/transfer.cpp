@@ -1,4 +1,5 @@
-// The course of an upgrade: the gateway asks for pieces, the app answers; how it ends is asked.
+// An upgrade step by step: the gateway requests pieces of the image, the app answers, and finally
+// asks for the outcome.
 #include "upgrade/transfer.h"
 
 #include "base/json_text.h"
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <utility>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -19,25 +21,24 @@ namespace frame_type = lan_client::frame_type;
 using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
-// In times of an answer. A gateway waits 40 s for a piece and may write one for as long; it gives
-// an installation 120 s. One that has lost its connection has ended the upgrade, and is only asked
-// for what is installed.
+// Multiples of the answer timeout. A gateway waits 40 s for a piece and may take as long to write
+// one; an installation may take 120 s. A lost connection ends the upgrade on the gateway, which
+// then is only asked for the installed version.
 constexpr int silence_limit = 12;
 constexpr int settling_limit = 30;
 constexpr int lost_limit = 12;
-// Reports of an installation that are closer together belong to one that goes on, for an hour at
-// most.
+// An installation that reports progress in shorter intervals continues, for an hour at most.
 constexpr int report_gap_limit = 2;
 constexpr int installing_limit = 720;
-// Polls begin close together, since much ends at once.
+// The first polls follow each other quickly: many upgrades end at once.
 constexpr int first_polls_per_answer_time = 100;
 constexpr int polls_per_answer_time = 5;
 
-// A gateway asks for one piece at a time; a service that begins anew may double a request.
+// A gateway requests one piece at a time; a service that restarts may repeat a request.
 constexpr std::size_t most_open_requests = 8;
 
 constexpr auto tick_interval = 1s;
-// A shorter pause is none.
+// A shorter pause is not worth a message.
 constexpr auto silence_shown_after = 2s;
 
 constexpr std::size_t offset_bytes = 4;
@@ -50,7 +51,7 @@ std::string version_text(const std::string &version) {
 }
 
 std::string seconds_text(std::chrono::steady_clock::duration time) {
-    return std::to_string(std::chrono::floor<std::chrono::seconds>(time).count());
+    return fmt::to_string(std::chrono::floor<std::chrono::seconds>(time).count());
 }
 
 } // namespace
@@ -66,69 +67,71 @@ upgrade_transfer::upgrade_transfer(gateway_session &session, const firmware_imag
 }
 
 lan_client::client_events upgrade_transfer::events() {
-    return {.on_report = [this](const lan_client::report &report) { hear(report); },
-            .on_link = [this](const lan_client::link_change &change) { hear(change); },
+    return {.on_report = [this](const lan_client::report &report) { on_report(report); },
+            .on_link = [this](const lan_client::link_change &change) { on_link(change); },
             .on_traffic = {}};
 }
 
-void upgrade_transfer::hear(const lan_client::report &report) {
+void upgrade_transfer::on_report(const lan_client::report &report) {
     if (!report.readable) {
         return;
     }
     if (report.type == frame_type::download_firmware) {
-        // One too many shows that they are more than can be answered.
+        // One more than the limit is kept, so that the excess is noticed.
         if (requests_.size() <= most_open_requests) {
             requests_.push_back(report.payload);
         }
     } else if (report.type == frame_type::dev_upgrade && report.ret != 0) {
         refusal_ = report.payload;
     } else if (report.type == frame_type::upgrade_percent_rpt && complete_) {
-        hear_percent(report);
+        on_install_progress(report);
     } else if (report.type == frame_type::subdevice_update_rpt) {
-        version_told_ = true;
+        version_reported_ = true;
     }
 }
 
-// The transfer itself is known more exactly from the requests for pieces. Only what grows is
-// progress.
-void upgrade_transfer::hear_percent(const lan_client::report &report) {
+// Used once the transfer is complete: until then the requests for pieces are more exact. Only a
+// greater number counts as progress.
+void upgrade_transfer::on_install_progress(const lan_client::report &report) {
     const nlohmann::json body = parse_json(report.payload);
     const auto percent = member_count(body, "progress");
     if (!percent || member_text(body, "cid") != before_.target_id ||
-        (installing_heard_ && *percent <= installed_percent_)) {
+        (last_install_report_ && *percent <= install_percent_)) {
         return;
     }
-    if (!installing_heard_) {
+    if (!last_install_report_) {
         bar_.finish();
-        installing_ = session_.out().bar("installing", all_percent, "percent");
+        install_bar_ = session_.out().bar("installing", all_percent, "percent");
     }
-    installing_heard_ = heard_ = clock::now();
-    installed_percent_ = *percent;
-    installing_.show(std::min(*percent, all_percent));
+    last_install_report_ = last_progress_ = clock::now();
+    install_percent_ = *percent;
+    install_bar_.show(std::min(*percent, all_percent));
 }
 
-void upgrade_transfer::hear(const lan_client::link_change &change) {
+void upgrade_transfer::on_link(const lan_client::link_change &change) {
     if (change.state == lan_client::link_state::connected) {
-        no_connection_.reset();
+        connection_error_.reset();
         return;
     }
-    no_connection_ = change.why;
-    piece_unsent_ = false;
+    connection_error_ = change.why;
+    is_sending_piece_ = false;
     link_lost_ = link_lost_ || started_;
 }
 
-// Something is there to be dealt with.
+// Whether an event waits to be handled.
 bool upgrade_transfer::is_due() const {
     return interrupted_ || link_lost_ || refusal_ || requests_.size() > most_open_requests ||
-           (!requests_.empty() && !piece_unsent_);
+           (!requests_.empty() && !is_sending_piece_);
 }
 
-// What the bars say while nothing comes.
-std::string upgrade_transfer::awaited() const {
-    const auto passed = clock::now() - heard_;
-    const std::string time = seconds_text(passed) + " of " + seconds_text(patience_) + " s";
-    if (no_connection_) {
-        return "connection lost, trying again, " + time + " (" + no_connection_->detail + ")";
+// What the bars show while nothing arrives.
+std::string upgrade_transfer::waiting_text() const {
+    const auto passed = clock::now() - last_progress_;
+    const std::string time =
+        fmt::format("{} of {} s", seconds_text(passed), seconds_text(progress_timeout_));
+    if (connection_error_) {
+        return fmt::format("connection lost, trying again, {} ({})", time,
+                           connection_error_->detail);
     }
     if (complete_) {
         return "installing, " + time;
@@ -140,10 +143,10 @@ std::string upgrade_transfer::awaited() const {
 }
 
 void upgrade_transfer::tick() {
-    const std::string what = awaited();
+    const std::string what = waiting_text();
     if (!what.empty()) {
         bar_.wait(what);
-        installing_.wait(what);
+        install_bar_.wait(what);
     }
     ticker_.start(tick_interval, [this] { tick(); });
 }
@@ -157,8 +160,8 @@ upgrade_status upgrade_transfer::expect_status(const upgrade_order &of,
     return parse_upgrade_status(of, expect_success(session_, answered));
 }
 
-// The announcement for a device would rewrite the type of an upgrade under way, so the gateway is
-// asked first.
+// An announcement for a device would change the type of an upgrade under way, so the status is
+// asked for first.
 upgrade_status upgrade_transfer::ask_status(bool dry) {
     upgrade_order announced = order_;
     announced.image_bytes = dry ? 0 : order_.image_bytes;
@@ -176,7 +179,7 @@ upgrade_status upgrade_transfer::ask_status(bool dry) {
     }
     upgrade_status status = expect_status(order_, announce_request(announced));
     if (status.version.empty()) {
-        require_known_device(); // the version of one that is not known is empty, too
+        require_known_device(); // the version of an unknown device is empty, too
     }
     return status;
 }
@@ -186,18 +189,19 @@ void upgrade_transfer::require_known_device() {
     const auto devices = says_no_devices(list) ? std::vector<device>{}
                                                : parse_device_list(expect_success(session_, list));
     if (std::ranges::find(devices, order_.cid, &device::id) == devices.end()) {
-        throw failure("unknown_device", session_.chosen().name() + " knows no device " +
-                                            order_.cid + "; engr_app devices lists the devices");
+        throw failure("unknown_device",
+                      fmt::format("{} knows no device {}; engr_app devices lists the devices",
+                                  session_.chosen().name(), order_.cid));
     }
 }
 
 upgrade_status upgrade_transfer::carry_out(const upgrade_status &before) {
     before_ = before;
     for (bool first = true;; first = false) {
-        bring();
-        const std::optional<upgrade_status> end = interrupted_ ? std::nullopt : settle();
+        transfer_image();
+        const std::optional<upgrade_status> end = interrupted_ ? std::nullopt : await_outcome();
         ticker_.cancel();
-        installing_.finish();
+        install_bar_.finish();
         bar_.finish();
         if (interrupted_) {
             throw abandon("cancelled", "interrupted");
@@ -206,19 +210,20 @@ upgrade_status upgrade_transfer::carry_out(const upgrade_status &before) {
         if (end && renewed && same_version(end->version, order_.version)) {
             return *end;
         }
-        if (!first || !given_up(end)) {
+        if (!first || !has_given_up(end)) {
             throw not_upgraded(end);
         }
-        session_.out().notice(session_.chosen().name() + " gave up at " + place() +
-                              ", probably because another app disconnected, which ends an upgrade "
-                              "on a gateway; starting again, once");
+        session_.out().notice(fmt::format(
+            "{} gave up at {}, probably because another app disconnected, which ends an "
+            "upgrade on a gateway; starting again, once",
+            session_.chosen().name(), position_text()));
         session_.own_upgrade(false); // until it is accepted again
         announce();
     }
 }
 
-// The gateway is there and idle, but has asked for no more.
-bool upgrade_transfer::given_up(const std::optional<upgrade_status> &end) const {
+// The gateway is idle, but has not requested the rest of the image.
+bool upgrade_transfer::has_given_up(const std::optional<upgrade_status> &end) const {
     return end && !end->running && !complete_ && !link_lost_;
 }
 
@@ -229,7 +234,7 @@ void upgrade_transfer::announce() {
     }
 }
 
-// Another app's question for versions withdraws the announcement; then it is made once more.
+// Another app that asks for versions withdraws the announcement; then it is repeated.
 void upgrade_transfer::start() {
     const auto ask = [this] {
         return session_.ask({start_request(order_, before_.target_id)}).front();
@@ -245,37 +250,37 @@ void upgrade_transfer::start() {
     session_.own_upgrade(true);
 }
 
-// From the start until the gateway has all, has refused or given up, or the connection is lost. A
-// refusal may still follow the acceptance.
-void upgrade_transfer::bring() {
+// Ends when the gateway has the whole image, has refused or given up, or the connection is lost. A
+// refusal may follow the acceptance.
+void upgrade_transfer::transfer_image() {
     pieces_ = piece_requests(image_.size(), {before_.target_id, gateway_id_});
     requests_.clear();
-    taken_ = 0;
-    piece_unsent_ = false;
+    transferred_bytes_ = 0;
+    is_sending_piece_ = false;
     started_ = true;
     start();
-    heard_ = clock::now();
-    patience_ = silence_limit * session_.answer_time();
+    last_progress_ = clock::now();
+    progress_timeout_ = silence_limit * session_.answer_time();
     bar_ = session_.out().bar(order_.cid.empty() ? "firmware" : "firmware of " + order_.cid,
                               image_.size());
     tick();
     try {
-        transfer();
-    } catch (const failure &unsent) {
-        throw abandon(unsent.kind().c_str(), unsent.what());
+        answer_requests();
+    } catch (const failure &error) {
+        throw abandon(error.kind().c_str(), error.what());
     }
     if (refusal_) {
         throw refusal(session_, frame_type::dev_upgrade, *refusal_);
     }
 }
 
-void upgrade_transfer::transfer() {
+void upgrade_transfer::answer_requests() {
     while (!interrupted_ && !refusal_ && !complete_) {
         if (requests_.size() > most_open_requests) {
             throw failure("bad_answer",
                           session_.chosen().name() + " asks for many pieces without taking them");
         }
-        if (!requests_.empty() && !piece_unsent_) {
+        if (!requests_.empty() && !is_sending_piece_) {
             answer_request();
         } else if (link_lost_) {
             return;
@@ -284,12 +289,12 @@ void upgrade_transfer::transfer() {
             if (is_due()) {
                 continue;
             }
-            // A gateway that can't use a piece says nothing.
+            // A gateway that can't use a piece stays silent.
             const std::optional<upgrade_status> status = poll();
             if (status && !status->running_here() && !is_due()) {
                 return;
             }
-            if (clock::now() - heard_ > patience_) {
+            if (clock::now() - last_progress_ > progress_timeout_) {
                 throw failure("timed_out", session_.chosen().name() +
                                                " did not ask for the next piece of the image in "
                                                "time");
@@ -305,17 +310,17 @@ void upgrade_transfer::wait() {
 void upgrade_transfer::answer_request() {
     const std::string request = std::move(requests_.front());
     requests_.pop_front();
-    const wanted_piece wanted = pieces_.next(request);
-    heard_ = clock::now();
+    const piece_request wanted = pieces_.next(request);
+    last_progress_ = clock::now();
     complete_ = wanted.bytes == 0;
-    taken_ = wanted.offset;
-    bar_.show(taken_);
+    transferred_bytes_ = wanted.offset;
+    bar_.show(transferred_bytes_);
     if (!complete_ && !link_lost_) {
         send(wanted);
     }
 }
 
-void upgrade_transfer::send(const wanted_piece &wanted) {
+void upgrade_transfer::send(const piece_request &wanted) {
     const auto count = static_cast<std::size_t>(std::min(wanted.bytes, most_piece_bytes));
     std::string payload;
     payload.reserve(offset_bytes + count);
@@ -324,13 +329,13 @@ void upgrade_transfer::send(const wanted_piece &wanted) {
     }
     image_.append_to(payload, wanted.offset, count);
     pieces_.sent(wanted, count);
-    piece_unsent_ = true;
+    is_sending_piece_ = true;
     client_.tell({.type = frame_type::download_firmware,
                   .payload = std::move(payload),
                   .timeout = silence_limit * session_.answer_time(),
                   .on_sent = [this](std::size_t sent_bytes, std::size_t frame_bytes) {
-                      piece_unsent_ = sent_bytes < frame_bytes;
-                      heard_ = clock::now();
+                      is_sending_piece_ = sent_bytes < frame_bytes;
+                      last_progress_ = clock::now();
                   }});
 }
 
@@ -354,19 +359,19 @@ std::optional<upgrade_status> upgrade_transfer::poll() {
 }
 
 bool upgrade_transfer::still_installing() const {
-    return installing_heard_ &&
-           clock::now() - *installing_heard_ < report_gap_limit * session_.answer_time();
+    return last_install_report_ &&
+           clock::now() - *last_install_report_ < report_gap_limit * session_.answer_time();
 }
 
-// How the gateway stands after the end, asked over a new connection if need be; nothing when it
-// can't be learned.
-std::optional<upgrade_status> upgrade_transfer::settle() {
+// The status after the transfer, over a new connection if necessary; nothing when the gateway does
+// not tell it.
+std::optional<upgrade_status> upgrade_transfer::await_outcome() {
     const auto began = clock::now();
-    heard_ = began;
-    patience_ = (complete_ ? settling_limit : lost_limit) * session_.answer_time();
+    last_progress_ = began;
+    progress_timeout_ = (complete_ ? settling_limit : lost_limit) * session_.answer_time();
     milliseconds pause = session_.answer_time() / first_polls_per_answer_time;
     while (!interrupted_) {
-        version_told_ = false;
+        version_reported_ = false;
         const std::optional<upgrade_status> status = poll();
         const bool arrived = status && same_version(status->version, order_.version);
         const bool unknown = status && status->running && !order_.cid.empty();
@@ -374,49 +379,55 @@ std::optional<upgrade_status> upgrade_transfer::settle() {
             return status;
         }
         const auto now = clock::now();
-        if (now - heard_ > patience_ || now - began > installing_limit * session_.answer_time()) {
+        if (now - last_progress_ > progress_timeout_ ||
+            now - began > installing_limit * session_.answer_time()) {
             return std::nullopt;
         }
-        session_.loop().run_until([this] { return interrupted_ || version_told_; }, pause);
+        session_.loop().run_until([this] { return interrupted_ || version_reported_; }, pause);
         pause =
             std::min(2 * pause + milliseconds(1), session_.answer_time() / polls_per_answer_time);
     }
     return std::nullopt;
 }
 
-std::string upgrade_transfer::place() const {
-    return "byte " + std::to_string(taken_) + " of " + std::to_string(image_.size());
+std::string upgrade_transfer::position_text() const {
+    return fmt::format("byte {} of {}", transferred_bytes_, image_.size());
 }
 
 failure upgrade_transfer::not_upgraded(const std::optional<upgrade_status> &end) {
     const std::string name = session_.chosen().name();
+    if (!end && complete_) {
+        return {"outcome_unknown",
+                fmt::format("{} has the whole image, but {}: how the upgrade ends is not known; "
+                            "engr_app upgrade --dry-run shows the installed version",
+                            name, link_lost_ ? "can't be reached any more" : "is still busy")};
+    }
     if (!end) {
         return {"outcome_unknown",
-                complete_ ? name + " has the whole image, but " +
-                                (link_lost_ ? "can't be reached any more" : "is still busy") +
-                                ": how the upgrade ends is not known; engr_app upgrade --dry-run "
-                                "shows the installed version"
-                          : "the connection to " + name + " was lost at " + place() +
-                                " and can't be made again; the upgrade ends with it, and "
-                                "engr_app upgrade --dry-run shows the installed version"};
+                fmt::format("the connection to {} was lost at {} and can't be made again; the "
+                            "upgrade ends with it, and engr_app upgrade --dry-run shows the "
+                            "installed version",
+                            name, position_text())};
     }
-    const std::string still =
-        version_text(end->version) +
-        (same_version(end->version, before_.version) ? " is still installed" : " is installed now");
+    const std::string still = fmt::format(
+        "{} is {}", version_text(end->version),
+        same_version(end->version, before_.version) ? "still installed" : "installed now");
     if (complete_) {
-        return {"upgrade_failed", name + " has received the whole image, but did not install it: " +
-                                      still + "; see its log (engr_app log)"};
+        return {"upgrade_failed", fmt::format("{} has received the whole image, but did not "
+                                              "install it: {}; see its log (engr_app log)",
+                                              name, still)};
     }
     if (link_lost_) {
-        return {"connection_lost", "the connection to " + name + " was lost at " + place() +
-                                       ", which ended the upgrade: " + still + "; try again"};
+        return {"connection_lost", fmt::format("the connection to {} was lost at {}, which ended "
+                                               "the upgrade: {}; try again",
+                                               name, position_text(), still)};
     }
-    return {"upgrade_failed", name + " gave up at " + place() + ": " + still +
-                                  "; its log may say why (engr_app log), or another app ended the "
-                                  "upgrade by disconnecting"};
+    return {"upgrade_failed", fmt::format("{} gave up at {}: {}; its log may say why (engr_app "
+                                          "log), or another app ended the upgrade by disconnecting",
+                                          name, position_text(), still)};
 }
 
-// Whether the gateway has ended the upgrade as well is asked over a new connection.
+// Asks over a new connection whether the gateway has ended the upgrade, too.
 std::optional<upgrade_status> upgrade_transfer::ask_after_leaving() {
     interrupted_ = false;
     const auto began = clock::now();
@@ -439,17 +450,16 @@ std::optional<upgrade_status> upgrade_transfer::ask_after_leaving() {
 
 failure upgrade_transfer::abandon(const char *kind, const std::string &why) {
     ticker_.cancel();
-    installing_.finish();
+    install_bar_.finish();
     bar_.finish();
     client_.close();
     session_.out().notice(why + "; closing the connection, which ends the upgrade, and asking what "
                                 "is installed (Ctrl-C leaves without asking)");
     const std::optional<upgrade_status> status = ask_after_leaving();
-    const std::string what = why + " at " + place() + ": ";
+    const std::string what = fmt::format("{} at {}: ", why, position_text());
     if (!status) {
-        return {kind, what +
-                          "the connection is closed, which ends the upgrade on the gateway, too, "
-                          "but it could not be asked"};
+        return {kind, what + "the connection is closed, which ends the upgrade on the gateway, "
+                             "too, but it could not be asked"};
     }
     if (status->running_here()) {
         return {kind, what + "the connection is closed, but the gateway still says that it is "
@@ -457,10 +467,10 @@ failure upgrade_transfer::abandon(const char *kind, const std::string &why) {
     }
     const bool arrived = !same_version(before_.version, order_.version) &&
                          same_version(status->version, order_.version);
-    return {kind, what +
-                      (arrived ? "the gateway had gone too far to stop; "
-                               : "the upgrade has ended on the gateway, too; ") +
-                      version_text(status->version) + " is installed"};
+    return {kind, fmt::format("{}{}; {} is installed", what,
+                              arrived ? "the gateway had gone too far to stop"
+                                      : "the upgrade has ended on the gateway, too",
+                              version_text(status->version))};
 }
 
 } // namespace engr_app

@@ -1,4 +1,4 @@
-// One upgrade from the announcement to its end, as the gateway tells it.
+// One upgrade, from the announcement to its outcome.
 #pragma once
 
 #include "gateway/session.h"
@@ -15,8 +15,8 @@
 namespace engr_app {
 
 /**
- * Connects at once; the session's client must not be used by others as long as the course lasts.
- * Its functions throw failures that say how the gateway stands.
+ * Connects at once; nobody else may use the session's client as long as this exists. Its functions
+ * throw failures that tell the state of the gateway.
  */
 class upgrade_transfer {
   public:
@@ -25,15 +25,19 @@ class upgrade_transfer {
     upgrade_transfer &operator=(const upgrade_transfer &) = delete;
 
     /**
-     * Asks how the gateway stands and, unless an upgrade is under way, announces the image: with
-     * `dry` none at all. A device that the gateway does not know is refused.
+     * Asks for the status and, unless an upgrade is under way, announces the image.
+     *
+     * @param dry  announce nothing
+     * @throws failure for a device that the gateway does not know
      */
     upgrade_status ask_status(bool dry);
 
     /**
-     * Brings the announced image and waits for the end. An upgrade that the gateway gives up is
-     * started once more. Returns the standing at the end, with the new version; all else is a
-     * failure.
+     * Transfers the announced image and waits for the outcome. An upgrade that the gateway gives
+     * up is started once more.
+     *
+     * @return the status with the new version
+     * @throws failure when that is not installed in the end
      */
     upgrade_status carry_out(const upgrade_status &before);
 
@@ -41,28 +45,28 @@ class upgrade_transfer {
     using clock = std::chrono::steady_clock;
 
     lan_client::client_events events();
-    void hear(const lan_client::report &report);
-    void hear_percent(const lan_client::report &report);
-    void hear(const lan_client::link_change &change);
+    void on_report(const lan_client::report &report);
+    void on_install_progress(const lan_client::report &report);
+    void on_link(const lan_client::link_change &change);
     [[nodiscard]] bool is_due() const;
     void tick();
-    [[nodiscard]] std::string awaited() const;
+    [[nodiscard]] std::string waiting_text() const;
 
     upgrade_status expect_status(const upgrade_order &of, lan_client::request wanted);
     void require_known_device();
     void announce();
     void start();
-    void bring();
-    void transfer();
+    void transfer_image();
+    void answer_requests();
     void wait();
     void answer_request();
-    void send(const wanted_piece &wanted);
+    void send(const piece_request &wanted);
     std::optional<upgrade_status> poll();
-    std::optional<upgrade_status> settle();
+    std::optional<upgrade_status> await_outcome();
     [[nodiscard]] bool still_installing() const;
 
-    [[nodiscard]] bool given_up(const std::optional<upgrade_status> &end) const;
-    [[nodiscard]] std::string place() const;
+    [[nodiscard]] bool has_given_up(const std::optional<upgrade_status> &end) const;
+    [[nodiscard]] std::string position_text() const;
     [[nodiscard]] failure not_upgraded(const std::optional<upgrade_status> &end);
     failure abandon(const char *kind, const std::string &why);
     std::optional<upgrade_status> ask_after_leaving();
@@ -75,27 +79,27 @@ class upgrade_transfer {
     std::string gateway_id_;
     upgrade_status before_;
 
-    // What was heard and is not dealt with yet.
+    // Received and not handled yet:
     std::deque<std::string> requests_; // for pieces
     std::optional<std::string> refusal_;
-    bool version_told_ = false;
+    bool version_reported_ = false;
     bool interrupted_ = false;
 
-    // Of the present attempt:
+    // Of the current attempt:
     piece_requests pieces_;
-    uint64_t taken_ = 0;        // bytes of the image that the gateway has
-    bool piece_unsent_ = false; // a piece is still on its way into the network
-    bool complete_ = false;     // the gateway has all
+    uint64_t transferred_bytes_ = 0; // bytes of the image that the gateway has
+    bool is_sending_piece_ = false;  // a piece is not sent completely
+    bool complete_ = false;          // the gateway has the whole image
 
     bool started_ = false;
-    bool link_lost_ = false;                         // after the start
-    std::optional<lan_client::error> no_connection_; // why, as long as there is none
-    clock::time_point heard_;                        // the last progress
-    std::chrono::milliseconds patience_{0};          // from then on
+    bool link_lost_ = false;                            // after the start
+    std::optional<lan_client::error> connection_error_; // why, as long as there is none
+    clock::time_point last_progress_;                   // the last progress
+    std::chrono::milliseconds progress_timeout_{0};     // from then on
     progress_bar bar_;
-    progress_bar installing_;
-    uint64_t installed_percent_ = 0;
-    std::optional<clock::time_point> installing_heard_;
+    progress_bar install_bar_;
+    uint64_t install_percent_ = 0;
+    std::optional<clock::time_point> last_install_report_;
 };
 
 } // namespace engr_app
