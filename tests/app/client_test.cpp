@@ -253,7 +253,7 @@ TEST_F(client_test, a_long_frame_tells_how_far_it_has_been_sent) {
     std::size_t last = 0;
     bool grew = true;
     std::size_t whole = 0;
-    app->ask({.type = 246,
+    app->ask({.type = frame_type::download_app_cfg,
               .payload = std::string(1'000'000, 'x'),
               .on_sent =
                   [&](std::size_t sent_bytes, std::size_t frame_bytes) {
@@ -308,7 +308,7 @@ TEST_F(client_test, a_piece_is_done_with_when_the_next_is_asked_for_or_the_conne
     wanted.reconnect = true;
     start(wanted);
     wait_for([&] { return links.size() == 1; });
-    app->tell({.type = 231, .payload = std::string(500 - 24, 'x')});
+    app->tell({.type = frame_type::download_firmware, .payload = std::string(500 - 24, 'x')});
     wait_for([&] { return pieces == 1; });
     const int sent_before = sent;
     ask(241);
@@ -316,8 +316,8 @@ TEST_F(client_test, a_piece_is_done_with_when_the_next_is_asked_for_or_the_conne
     gateway.send(gateway_frame(0, 231, {0}, ""));
     wait_for_answers(1);
 
-    app->tell({.type = 231, .payload = std::string(500 - 24, 'x')});
-    app->tell({.type = 231, .payload = "behind it"});
+    app->tell({.type = frame_type::download_firmware, .payload = std::string(500 - 24, 'x')});
+    app->tell({.type = frame_type::download_firmware, .payload = "behind it"});
     wait_for([&] { return links.size() == 3; });
     ask(241);
     wait_for_answers(2);
@@ -331,7 +331,7 @@ TEST_F(client_test, may_be_destroyed_by_the_answer_to_its_own_request) {
     };
     start(options());
     bool answered = false;
-    app->ask({.type = 241}, [&](const answer &) {
+    app->ask({.type = frame_type::dev_list}, [&](const answer &) {
         app.reset();
         answered = true;
     });

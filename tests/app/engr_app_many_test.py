@@ -12,15 +12,17 @@ import unittest
 
 from fake_gateway import (APP, KEYS, LOCAL_KEY, Gateway, announced, answering, broadcast, encrypt, frame, requests,
                           run)
-from lan_codec import request
+from lan_codec import (FRM_DEV_LINE_STAT, FRM_DEV_LIST, FRM_DP_REPORT, FRM_GET_CHANNEL, FRM_KEEPALIVE,
+                       FRM_LOCAL_DP_QUERY, FRM_READ_APP_CFG, FRM_TP_CMD, FRM_UDP_DISCOVERY, request)
 
 
 def site(products, online, channel=15, config=(1, b"read config error"), dps=b"{}", key=KEYS[3]):
-    lists = {241: json.dumps({"products": [{"cid": one, "pid": "p|1"} for one in products]}),
-             224: json.dumps({"online": online, "offline": [one for one in products if one not in online]}),
-             253: json.dumps({"channel": channel})}
+    lists = {FRM_DEV_LIST: json.dumps({"products": [{"cid": one, "pid": "p|1"} for one in products]}),
+             FRM_DEV_LINE_STAT: json.dumps({"online": online,
+                                            "offline": [one for one in products if one not in online]}),
+             FRM_GET_CHANNEL: json.dumps({"channel": channel})}
     return answering({**{kind: (0, text.encode()) for kind, text in lists.items()}, 247: config,
-                      10: (0, b'{"cid":"x","dps":' + dps + b"}")}, key)
+                      FRM_LOCAL_DP_QUERY: (0, b'{"cid":"x","dps":' + dps + b"}")}, key)
 
 
 FIRST, SECOND = site(["a1", "b2"], ["b2"]), site(["c3"], [])
@@ -79,9 +81,10 @@ class ManyGatewaysTest(unittest.TestCase):
         def serve(connection):
             for number, kind, _ in requests(connection):
                 text = encrypt(KEYS[3], b'{"products":[]}')
-                connection.sendall(frame(0 if kind == 9 else number, kind, 0, b"" if kind == 9 else text))
-                if kind == 241:
-                    connection.sendall(frame(0, 8, 0, encrypt(KEYS[3], b'{"cid":"a1","dps":{"1":true}}')))
+                connection.sendall(frame(0 if kind == FRM_KEEPALIVE else number, kind, 0,
+                                         b"" if kind == FRM_KEEPALIVE else text))
+                if kind == FRM_DEV_LIST:
+                    connection.sendall(frame(0, FRM_DP_REPORT, 0, encrypt(KEYS[3], b'{"cid":"a1","dps":{"1":true}}')))
         names = [Gateway(serve, address).name for address in ("127.60.2.1", "127.60.2.2")]
         with subprocess.Popen([APP, "watch", "--json", "--gateway", names[0], "--gateway", names[1]],
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL) as running:
@@ -226,9 +229,9 @@ class SiteTest(unittest.TestCase):
         def serve(connection):
             FIRST(Recorded(connection, asked))
         name = Gateway(serve, "127.60.8.1").name
-        leaving = {7: 1}  # asks whether an upgrade runs
-        for more, wanted in [([], {**leaving, 241: 1, 224: 1, 253: 1, 247: 1}),
-                             (["--data-points"], {**leaving, 241: 1, 224: 1, 253: 1, 247: 1, 10: 2})]:
+        # The command asks whether an upgrade runs.
+        asks = {FRM_TP_CMD: 1, FRM_DEV_LIST: 1, FRM_DEV_LINE_STAT: 1, FRM_GET_CHANNEL: 1, FRM_READ_APP_CFG: 1}
+        for more, wanted in [([], asks), (["--data-points"], {**asks, FRM_LOCAL_DP_QUERY: 2})]:
             asked.clear()
             self.assertEqual(run("site", "report", "--gateway", name, "--timeout", "0.1", *more)[0], 0)
             self.assertEqual({kind: asked.count(kind) for kind in asked}, wanted, more)
@@ -260,7 +263,7 @@ class ProvisionTest(unittest.TestCase):
         text = {"ip": self.ADDRESS, "gwId": self.ID, "active": active, "ablilty": 1, "productKey": "pk",
                 "version": "3.3"}
         text = json.dumps(text if ready else {**text, "wf_cfg": True})
-        broadcast(self.ADDRESS, 6667, frame(0, 19, 0, encrypt(KEYS[2], text.encode())))
+        broadcast(self.ADDRESS, 6667, frame(0, FRM_UDP_DISCOVERY, 0, encrypt(KEYS[2], text.encode())))
 
     def fail(self, text, key=KEYS[1]):
         broadcast(self.ADDRESS, 6670, frame(0, 20, 0, encrypt(key, text)))

@@ -7,10 +7,13 @@ import tempfile
 import unittest
 
 from fake_gateway import KEYS, LOCAL_KEY, Gateway, announced, answering, encrypt, frame, requests, run
+from lan_codec import (FRM_CHK_SOFT_VER, FRM_DEV_LINE_STAT, FRM_DEV_LIST, FRM_DP_REPORT, FRM_GET_CHANNEL,
+                       FRM_KEEPALIVE, FRM_LOCAL_DP_QUERY, FRM_TOKEN_BIND)
 
 PRODUCTS = b'{"products":[{"cid":"a\\u001b[2J1","pid":"p1"},{"cid":"b2","pid":"p2"}]}'
-DEVICES = answering({241: (0, PRODUCTS), 224: (0, b'{"online":["b2"]}'), 10: (1, b"data format error"),
-                     12: (0, b"")})
+DEVICES = answering({FRM_DEV_LIST: (0, PRODUCTS), FRM_DEV_LINE_STAT: (0, b'{"online":["b2"]}'),
+                     FRM_LOCAL_DP_QUERY: (1, b"data format error"),
+                     FRM_TOKEN_BIND: (0, b"")})
 
 
 class UsageTest(unittest.TestCase):
@@ -46,7 +49,8 @@ class OneGatewayTest(unittest.TestCase):
         return told["kind"], told["message"]
 
     def test_each_failure_has_its_sentence(self):
-        garbage = answering({241: (0, b"{}"), 10: (1, b"parse data error")}, key=b"some other key..")
+        garbage = answering({FRM_DEV_LIST: (0, b"{}"), FRM_LOCAL_DP_QUERY: (1, b"parse data error")},
+                            key=b"some other key..")
         silent = answering({})
         self.assertEqual(self.failing(lambda connection: None)[0], "table_full")
         kind, message = self.failing(garbage)
@@ -68,13 +72,21 @@ class OneGatewayTest(unittest.TestCase):
         code, out, _ = run("keepalive", "--gateway", closed, "--json")
         self.assertEqual((code, json.loads(out)["error"]["kind"]), (1, "refused"))
 
+    def test_each_verb_says_after_a_refusal_what_to_do_next(self):
+        refusing = answering({kind: (1, b"malloc error") for kind in (FRM_DEV_LIST, FRM_DEV_LINE_STAT,
+                                                                      FRM_CHK_SOFT_VER, FRM_GET_CHANNEL)})
+        for verb in (["devices"], ["online"], ["watch"], ["channel", "get"], ["unbind", "a1"], ["site", "report"]):
+            kind, message = self.failing(refusing, *verb)
+            self.assertEqual(kind, "refused_by_gateway", verb)
+            self.assertIn("malloc error; it is out of memory", message, verb)
+
     def test_devices_come_with_their_state_and_can_not_steer_a_terminal(self):
         gateway = Gateway(DEVICES).name
         code, out, err = run("devices", "--gateway", gateway)
         self.assertEqual((code, out), (0, "CID\tPID\tSTATE\na\\x1b[2J1\tp1\t-\nb2\tp2\tonline\n"), err)
         code, out, _ = run("devices", "--gateway", gateway, "--json")
         self.assertEqual(json.loads(out)[1], {"cid": "b2", "pid": "p2", "online": True})
-        nobody = Gateway(answering({224: (1, b"online_dev or offline_dev is null")})).name
+        nobody = Gateway(answering({FRM_DEV_LINE_STAT: (1, b"online_dev or offline_dev is null")})).name
         self.assertEqual(json.loads(run("online", "--gateway", nobody, "--json")[1]), {"online": [], "offline": []})
 
     def test_info_by_address_says_that_connection_and_key_are_right(self):
@@ -139,10 +151,10 @@ class OneGatewayTest(unittest.TestCase):
 
         def serve(connection):
             for number, kind, _ in requests(connection):
-                connection.sendall(frame(0 if kind == 9 else number, kind, 0,
-                                         b"" if kind == 9 else encrypt(KEYS[3], b'{"products":[]}')))
-                if kind == 241 or len(report) == 1:
-                    connection.sendall(frame(0, 8, 0, encrypt(KEYS[3], report.pop(0))))
+                connection.sendall(frame(0 if kind == FRM_KEEPALIVE else number, kind, 0,
+                                         b"" if kind == FRM_KEEPALIVE else encrypt(KEYS[3], b'{"products":[]}')))
+                if kind == FRM_DEV_LIST or len(report) == 1:
+                    connection.sendall(frame(0, FRM_DP_REPORT, 0, encrypt(KEYS[3], report.pop(0))))
                     return
         code, out, err = run("watch", "--count", "2", "--json", "--gateway", Gateway(serve).name)
         self.assertEqual(code, 0, err)

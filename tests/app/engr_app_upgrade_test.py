@@ -13,11 +13,11 @@ import threading
 import unittest
 
 from fake_gateway import APP, KEYS, Gateway, all_requests, encrypt, frame, requests, run
+from lan_codec import (FRM_CHK_SOFT_VER, FRM_DEV_LIST, FRM_DEV_UPGRADE, FRM_DEV_UPGRADE_INFO, FRM_DOWNLOAD_FIRMWARE,
+                       FRM_GET_CHANNEL, FRM_KEEPALIVE, FRM_TP_CMD, FRM_UPGRADE_PERCENT_RPT)
 
 OLD, NEW = "1.0", "2.0.1"
 NO_IMAGE = encrypt(KEYS[3], b'{"fileMd5":"","fileSize":0,"swVer":""}')
-FRM_TP_CMD, FRM_KEEPALIVE, FRM_DEV_UPGRADE, FRM_DOWNLOAD_FIRMWARE, FRM_UPGRADE_PERCENT_RPT = 7, 9, 230, 231, 232
-FRM_CHK_SOFT_VER, FRM_GET_CHANNEL = 250, 253
 
 
 class Upgrading:
@@ -41,13 +41,13 @@ class Upgrading:
     def serve(self, connection):
         self.connection = connection
         for number, kind, payload in requests(connection):
-            if kind == 9:
-                connection.sendall(frame(0, 9, 0))
-            elif kind == 241:
-                self.send(number, 241, 0, '{"products":[{"cid":"a1","pid":"p"}]}')
+            if kind == FRM_KEEPALIVE:
+                connection.sendall(frame(0, FRM_KEEPALIVE, 0))
+            elif kind == FRM_DEV_LIST:
+                self.send(number, FRM_DEV_LIST, 0, '{"products":[{"cid":"a1","pid":"p"}]}')
             elif kind in (229, 250):
                 self.answer_announcement(number, kind, payload)
-            elif kind == 230:
+            elif kind == FRM_DEV_UPGRADE:
                 self.begin(number)
             elif self.take(int.from_bytes(payload[:4], "big"), payload[4:]):
                 break
@@ -64,11 +64,11 @@ class Upgrading:
         self.send(0, kind, 0, json.dumps({"firmwareType": 10 if self.cid else 0, "cid": self.id, **body}))
 
     def answer_announcement(self, number, kind, payload):
-        asks_gateway = payload == NO_IMAGE and kind == 250
+        asks_gateway = payload == NO_IMAGE and kind == FRM_CHK_SOFT_VER
         size = 0 if asks_gateway or payload == self.announcement(0) else len(self.image)
         if not asks_gateway and (kind != (229 if self.cid else 250) or payload != self.announcement(size)):
             self.faults.append("not the announcement that was expected")
-        if kind == 229 and self.running:
+        if kind == FRM_DEV_UPGRADE_INFO and self.running:
             self.faults.append("the type of a running upgrade was rewritten")
         if not self.asked or self.asked[-1] != (kind, size):
             self.asked.append((kind, size))
@@ -83,14 +83,14 @@ class Upgrading:
                 self.running, self.installed = "", NEW if self.installs else self.installed
         self.send(number, kind, 0, json.dumps({
             "updateStatus": int(self.running != ""), "updateCid": self.running,
-            "cid": "gw1" if kind == 250 else self.id,
+            "cid": "gw1" if kind == FRM_CHK_SOFT_VER else self.id,
             "softVer": self.installed if self.known else ""}))
 
     def begin(self, number):
         self.asked.append((230, 0))
-        self.send(number, 230, *self.start)
+        self.send(number, FRM_DEV_UPGRADE, *self.start)
         if self.start[0] == 0 and self.refusal:
-            self.send(number, 230, 1, self.refusal)
+            self.send(number, FRM_DEV_UPGRADE, 1, self.refusal)
         elif self.start[0] == 0:
             self.running, self.taken = self.id, bytearray()
             if not self.silent:

@@ -9,7 +9,11 @@ import tempfile
 import unittest
 
 from fake_gateway import APP, KEYS, Gateway, encrypt, frame, requests, run
-from lan_codec import FRM_GET_LOG
+from lan_codec import (FRM_COM_SCENE_EXEC, FRM_DEL_SUB_DEV, FRM_DEV_LIST, FRM_DOWNLOAD_APP_CFG, FRM_DOWNLOAD_CLOUD_CFG,
+                       FRM_DP_QUERY, FRM_DP_REPORT, FRM_GET_CHANNEL, FRM_GET_LOG, FRM_GRP_EXEC, FRM_GRP_OPER,
+                       FRM_GW_UNACTIVE, FRM_LOCAL_DP_QUERY, FRM_PERMIT_JOIN, FRM_READ_APP_CFG, FRM_SCENE_CMD,
+                       FRM_SCENE_LINKAGE, FRM_SCENE_OPER, FRM_SCENE_PANEL, FRM_SET_CHANNEL, FRM_SUB_DEV_BIND_RPT,
+                       FRM_TOKEN_BIND, FRM_TP_CMD, FRM_USER_BIND_REQ_ENGR, FRM_WIFI_MODIFY)
 
 SECRET = "correct horse"
 BOUND = '{"products":[{"cid":"a1","pid":"p"}]}'
@@ -26,7 +30,7 @@ def segment(number, count, at, text):
 
 
 # Asked before a secret goes out under the built-in key.
-KEY_SHOWN = (253, None, (0, '{"channel":15}'))
+KEY_SHOWN = (FRM_GET_CHANNEL, None, (0, '{"channel":15}'))
 
 
 class Script:
@@ -85,63 +89,81 @@ class VerbsTest(unittest.TestCase):
         buttons, scenes = self.file(BUTTONS, "buttons.json"), self.file(SCENES, "scenes.json")
         channel, token = '{"channel":15}', {"token": "t0"}
         for arguments, exchanges, code, *words in [
-                (["dp", "get", "a1"], [(10, {"cid": "a1"}, (0, '{"cid":"a1","dps":{"10":"x","2":true}}'))], 0,
+                (["dp", "get", "a1"],
+                 [(FRM_LOCAL_DP_QUERY, {"cid": "a1"}, (0, '{"cid":"a1","dps":{"10":"x","2":true}}'))], 0,
                  'DP\tVALUE\n2\ttrue\n10\t"x"\n'),
-                (["dp", "get"], [(10, {}, (1, "devid not found"))], 1, "name a device behind the command"),
-                (["dp", "get"], [(10, {}, (1, "json obj data unvalid"))], 1, "name a device behind the command"),
+                (["dp", "get"], [(FRM_LOCAL_DP_QUERY, {}, (1, "devid not found"))], 1,
+                 "name a device behind the command"),
+                (["dp", "get"], [(FRM_LOCAL_DP_QUERY, {}, (1, "json obj data unvalid"))], 1,
+                 "name a device behind the command"),
                 (["dp", "set", "a1", "1=true", "2=-5", "3=1x", '4="5"'],
-                 [(7, {"cid": "a1", "dps": {"1": True, "2": -5, "3": "1x", "4": "5"}},
-                   (8, 0, '{"cid":"b","dps":{"1":1}}'), (8, 0, CHANGED), (0, ""))], 0, "reports 1 = true"),
+                 [(FRM_TP_CMD, {"cid": "a1", "dps": {"1": True, "2": -5, "3": "1x", "4": "5"}},
+                   (FRM_DP_REPORT, 0, '{"cid":"b","dps":{"1":1}}'), (FRM_DP_REPORT, 0, CHANGED), (0, ""))], 0,
+                   "reports 1 = true"),
                 (["dp", "set", "a1", "--json-dps", '{"1":true}', "--timeout", "0.3"],
-                 [(7, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command", "see engr_app online"),
-                (["dp", "query", "a1", "1"], [(18, {"cid": "a1", "dpId": 1}, (0, ""), (8, 0, CHANGED))], 0, "1\ttrue"),
+                 [(FRM_TP_CMD, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command",
+                 "see engr_app online"),
+                (["dp", "query", "a1", "1"],
+                 [(FRM_DP_QUERY, {"cid": "a1", "dpId": 1}, (0, ""), (FRM_DP_REPORT, 0, CHANGED))], 0, "1\ttrue"),
                 (["dp", "query", "", "1", "2", "--json"],
-                 [(10, {}, (0, '{"cid":"gw","dps":{"1":0}}')),
-                  (18, {"dpId": [1, 2]}, (8, 0, '{"cid":"b","dps":{"1":1,"2":9}}'),
-                   (8, 0, '{"cid":"gw","dps":{"1":1,"2":3}}'), (0, ""))], 0, '"2": 3'),
-                (["group", "oper", "add", "g", "a1"], [(208, {"gid": "g", "op": "add", "cids": ["a1"]},
-                                                       (208, 1, '{"gid":"h","op":"add"}'), (208, 0, MEMBERS))], 0,
+                 [(FRM_LOCAL_DP_QUERY, {}, (0, '{"cid":"gw","dps":{"1":0}}')),
+                  (FRM_DP_QUERY, {"dpId": [1, 2]}, (FRM_DP_REPORT, 0, '{"cid":"b","dps":{"1":1,"2":9}}'),
+                   (FRM_DP_REPORT, 0, '{"cid":"gw","dps":{"1":1,"2":3}}'), (0, ""))], 0, '"2": 3'),
+                (["group", "oper", "add", "g", "a1"], [(FRM_GRP_OPER, {"gid": "g", "op": "add", "cids": ["a1"]},
+                                                       (FRM_GRP_OPER, 1, '{"gid":"h","op":"add"}'),
+                                                       (FRM_GRP_OPER, 0, MEMBERS))], 0,
                  "group g now has 2 device(s): a1, b2"),
                 (["group", "oper", "delete", "g"],
-                 [(208, {"gid": "g", "op": "delete"},
-                   (208, 1, '{"gid":"g","op":"delete","reason":"no such group"}'))], 1, "answered: no such group"),
+                 [(FRM_GRP_OPER, {"gid": "g", "op": "delete"},
+                   (FRM_GRP_OPER, 1, '{"gid":"g","op":"delete","reason":"no such group"}'))], 1,
+                   "answered: no such group"),
                 (["group", "oper", "remove", "g", "a1"],
-                 [(208, {"gid": "g", "op": "remove", "cids": ["a1"]}, (1, "group oper failed"))], 1, "check the ids"),
-                (["group", "exec", "g", "1=true"], [(209, {"gid": "g", "dps": {"1": True}}, (0, ""))], 0,
+                 [(FRM_GRP_OPER, {"gid": "g", "op": "remove", "cids": ["a1"]}, (1, "group oper failed"))], 1,
+                 "check the ids"),
+                (["group", "exec", "g", "1=true"], [(FRM_GRP_EXEC, {"gid": "g", "dps": {"1": True}}, (0, ""))], 0,
                  "took the command"),
-                (["scene", "exec", "s"], [(19, {"sceneId": "s"}, (0, ""))], 0, "was told to run"),
-                (["scene", "run", "g", "s"], [(17, {"sid": "s", "gid": "g"}, (1, "scene execute error"))], 1,
+                (["scene", "exec", "s"], [(FRM_COM_SCENE_EXEC, {"sceneId": "s"}, (0, ""))], 0, "was told to run"),
+                (["scene", "run", "g", "s"], [(FRM_SCENE_CMD, {"sid": "s", "gid": "g"}, (1, "scene execute error"))], 1,
                  "scene oper save"),
-                (["scene", "sync", scenes], [(226, {**SCENES, "totalCount": 1}, (0, ""))], 0, "1 linkage scene(s)"),
+                (["scene", "sync", scenes], [(FRM_SCENE_LINKAGE, {**SCENES, "totalCount": 1}, (0, ""))], 0,
+                 "1 linkage scene(s)"),
                 (["scene", "oper", "save", "g", "s", actions],
-                 [(244, {"sid": "s", "gid": "g", "op": "save", "actions": ACTIONS},
-                   (244, 0, '{"sid":"s","gid":"g","op":"save"}'))], 0, "scene s of group g was saved"),
+                 [(FRM_SCENE_OPER, {"sid": "s", "gid": "g", "op": "save", "actions": ACTIONS},
+                   (FRM_SCENE_OPER, 0, '{"sid":"s","gid":"g","op":"save"}'))], 0, "scene s of group g was saved"),
                 (["scene", "panel", "a1", buttons],
-                 [(248, {"cid": "a1", "buttons": BUTTONS}, (1, '{"cid":"a1","reason":"set panel cmd error"}'))], 1,
+                 [(FRM_SCENE_PANEL, {"cid": "a1", "buttons": BUTTONS},
+                   (1, '{"cid":"a1","reason":"set panel cmd error"}'))], 1,
                  "set panel cmd error; check the panel"),
-                (["bind", products], [(240, {"products": PRODUCTS}, (0, channel))], 0, "1 device(s) are bound",
+                (["bind", products], [(FRM_USER_BIND_REQ_ENGR, {"products": PRODUCTS}, (0, channel))], 0,
+                 "1 device(s) are bound",
                  "channel 15"),
-                (["unbind", "a1", "b2"], [(241, None, (0, BOUND)), (242, {"cid": "a1"}, (0, "{}")),
-                                          (242, {"cid": "b2"}, (0, "{}")), (241, None, (0, '{"products":[]}'))], 1,
+                (["unbind", "a1", "b2"], [(FRM_DEV_LIST, None, (0, BOUND)), (FRM_DEL_SUB_DEV, {"cid": "a1"}, (0, "{}")),
+                                          (FRM_DEL_SUB_DEV, {"cid": "b2"}, (0, "{}")),
+                                          (FRM_DEV_LIST, None, (0, '{"products":[]}'))], 1,
                  "a1\tunbound\n", "b2\twas not bound"),
                 (["unbind", "a1"],
-                 [(241, None, (0, BOUND)), (242, {"cid": "a1"}, (0, "{}")), (241, None, (0, BOUND))], 1, "still bound"),
-                (["token", "t0"], [KEY_SHOWN, (12, token, (0, ""))], 0, "token is bound"),
+                 [(FRM_DEV_LIST, None, (0, BOUND)), (FRM_DEL_SUB_DEV, {"cid": "a1"}, (0, "{}")),
+                  (FRM_DEV_LIST, None, (0, BOUND))], 1, "still bound"),
+                (["token", "t0"], [KEY_SHOWN, (FRM_TOKEN_BIND, token, (0, ""))], 0, "token is bound"),
                 (["token", "--token-file", self.file("t0\n", "token")],
-                 [KEY_SHOWN, (12, token, (1, "inner process failed"))], 1, "does not take this token"),
+                 [KEY_SHOWN, (FRM_TOKEN_BIND, token, (1, "inner process failed"))], 1, "does not take this token"),
                 (["join", "open", "--detach", "--seconds", "9", "--kind", "1"],
-                 [(14, {"type": 1, "time": 9}, (0, ""))], 0, "open on gateway"),
-                (["join", "close"], [(14, {"type": 0, "time": 0}, (1, "permit join set error"))], 1, "join --help"),
-                (["wifi", "net", "--open"], [KEY_SHOWN, (15, {"ssid": "net"}, (0, ""))], 0, "engr_app discover"),
-                (["channel", "get"], [(253, None, (0, channel))], 0, "on channel 15"),
-                (["channel", "set", "27", "--force"], [(252, {"channel": 27}, (1, "set channel error"))], 1,
+                 [(FRM_PERMIT_JOIN, {"type": 1, "time": 9}, (0, ""))], 0, "open on gateway"),
+                (["join", "close"], [(FRM_PERMIT_JOIN, {"type": 0, "time": 0}, (1, "permit join set error"))], 1,
+                 "join --help"),
+                (["wifi", "net", "--open"], [KEY_SHOWN, (FRM_WIFI_MODIFY, {"ssid": "net"}, (0, ""))], 0,
+                 "engr_app discover"),
+                (["channel", "get"], [(FRM_GET_CHANNEL, None, (0, channel))], 0, "on channel 15"),
+                (["channel", "set", "27", "--force"], [(FRM_SET_CHANNEL, {"channel": 27}, (1, "set channel error"))], 1,
                  "answered: set channel error; channels are 11 to 26"),
-                (["config", "push", "app", self.file("{1}\n", "app")], [(246, "{1}", (0, ""))], 0, "(3 bytes)"),
-                (["config", "push", "cloud", self.file("}" * 9000, "cloud")], [(245, "}" * 9000, (0, ""))], 0,
+                (["config", "push", "app", self.file("{1}\n", "app")], [(FRM_DOWNLOAD_APP_CFG, "{1}", (0, ""))], 0,
+                 "(3 bytes)"),
+                (["config", "push", "cloud", self.file("}" * 9000, "cloud")],
+                 [(FRM_DOWNLOAD_CLOUD_CFG, "}" * 9000, (0, ""))], 0,
                  "ends engineering"),
-                (["config", "pull"], [(247, None, (0, "as it is\n"))], 0, "as it is\n"),
-                (["deactivate", "--yes"], [(249, None, (0, ""))], 0, "leave out --local-key"),
-                (["log"], [(254, None, (1, "read log error"))], 1, "removed once it was fetched")]:
+                (["config", "pull"], [(FRM_READ_APP_CFG, None, (0, "as it is\n"))], 0, "as it is\n"),
+                (["deactivate", "--yes"], [(FRM_GW_UNACTIVE, None, (0, ""))], 0, "leave out --local-key"),
+                (["log"], [(FRM_GET_LOG, None, (1, "read log error"))], 1, "removed once it was fetched")]:
             self.check(arguments, exchanges, code, *words)
 
     def test_what_can_not_be_right_is_refused_before_anything_is_sent(self):
@@ -181,20 +203,21 @@ class VerbsTest(unittest.TestCase):
     def test_a_log_is_there_whole_or_not_at_all(self):
         path = os.path.join(self.directory, "log")
         first, last = b"x" * 1024, b"passwd:hunter2 on a1\n"
-        stopped = (254, None, lambda number: segment(number, 3, 1, first), None)
+        stopped = (FRM_GET_LOG, None, lambda number: segment(number, 3, 1, first), None)
         self.check(["log", path], [stopped], 1, "stopped after segment 1 of 3")
         self.assertEqual(os.listdir(self.directory), [])
-        endless = (254, None, lambda number: segment(number, 0x7FFFFFFF, 1, b""))
+        endless = (FRM_GET_LOG, None, lambda number: segment(number, 0x7FFFFFFF, 1, b""))
         self.check(["log", path], [endless], 1, "too long to be one (2147483647 segments)")
-        whole = (254, None, lambda number: segment(number, 2, 1, first) + segment(number, 2, 2, last))
+        whole = (FRM_GET_LOG, None, lambda number: segment(number, 2, 1, first) + segment(number, 2, 2, last))
         self.check(["log", path], [whole], 0, f"{len(first + last)} bytes, is in {path}")
         with open(path, "rb") as file:
             self.assertEqual(file.read(), first + last)
-        shown = self.check(["log", "--sanitized"], [(241, None, (0, BOUND)), whole], 0, "passwd:***\n")
+        shown = self.check(["log", "--sanitized"], [(FRM_DEV_LIST, None, (0, BOUND)), whole], 0, "passwd:***\n")
         self.assertNotIn("hunter2", shown)
 
     def test_join_shows_devices_and_closes_on_interrupt(self):
-        script = Script((14, {"type": 0, "time": 900}, (0, ""), (243, 0, BOUND)), (14, {"type": 0, "time": 0}, (0, "")))
+        script = Script((FRM_PERMIT_JOIN, {"type": 0, "time": 900}, (0, ""), (FRM_SUB_DEV_BIND_RPT, 0, BOUND)),
+                        (FRM_PERMIT_JOIN, {"type": 0, "time": 0}, (0, "")))
         with subprocess.Popen([APP, "join", "open", "--seconds", "900", "--gateway", Gateway(script.serve).name],
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE) as opened:
             self.assertEqual(opened.stdout.readline(), b"device a1 joined (product p)\n")
@@ -204,14 +227,14 @@ class VerbsTest(unittest.TestCase):
         self.assertIn(b"1 device(s) joined; joining is closed, as you asked", out)
 
     def test_a_password_is_never_shown(self):
-        asked = (15, {"ssid": "net", "passwd": SECRET}, (0, ""))
+        asked = (FRM_WIFI_MODIFY, {"ssid": "net", "passwd": SECRET}, (0, ""))
         for more, environment in [(["--password-file", self.file(SECRET + "\n")], None), (["--password", SECRET], None),
                                   ([], {"ENGR_WIFI_PASSWORD": SECRET})]:
             shown = self.check(["wifi", "net", "-v", *more], [KEY_SHOWN, asked], 0, "net", environment=environment)
             self.assertNotIn(SECRET, shown)
 
     def test_a_password_is_asked_for_without_echo(self):
-        script = Script(KEY_SHOWN, (15, {"ssid": "net", "passwd": SECRET}, (0, "")))
+        script = Script(KEY_SHOWN, (FRM_WIFI_MODIFY, {"ssid": "net", "passwd": SECRET}, (0, "")))
         gateway = Gateway(script.serve).name
         child, terminal = pty.fork()
         if child == 0:

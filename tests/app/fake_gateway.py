@@ -7,7 +7,7 @@ import struct
 import subprocess
 import threading
 
-from lan_codec import FRM_KEEPALIVE, KEYS, encrypt, frame
+from lan_codec import FRM_KEEPALIVE, FRM_TP_CMD, FRM_UDP_DISCOVERY, KEYS, encrypt, frame
 
 APP = os.path.join(os.environ["ENGR_BIN_DIR"], "engr_app")
 LOCAL_KEY = "local-key-of-gw1"
@@ -49,8 +49,8 @@ def all_requests(connection):
 def requests(connection):
     """The requests that come, but for the empty device command with which an app asks before it leaves."""
     for number, kind, payload in all_requests(connection):
-        if kind == 7 and payload in NO_COMMAND:
-            connection.sendall(frame(number, 7, 1, NO_COMMAND_REFUSED))
+        if kind == FRM_TP_CMD and payload in NO_COMMAND:
+            connection.sendall(frame(number, FRM_TP_CMD, 1, NO_COMMAND_REFUSED))
         else:
             yield number, kind, payload
 
@@ -84,7 +84,7 @@ def announced(**gateways):
     for name, (address, active) in gateways.items():
         text = json.dumps({"ip": address, "gwId": name, "active": active, "ablilty": 1,
                            "productKey": "pk", "version": "3.3", "token": True})
-        datagrams.append((address, frame(0, 19, 0, encrypt(KEYS[2], text.encode()))))
+        datagrams.append((address, frame(0, FRM_UDP_DISCOVERY, 0, encrypt(KEYS[2], text.encode()))))
 
     def announce():
         while not stop.wait(0.05):

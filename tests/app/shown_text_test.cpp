@@ -2,6 +2,7 @@
 #include "base/escape.h"
 #include "base/json_text.h"
 #include "gateway/format.h"
+#include "lan_client/frame_types.h"
 #include "terminal/progress_bar.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 
 namespace {
 
+namespace frame_type = lan_client::frame_type;
 using namespace engr_app;
 
 TEST(escape_for_terminal, shows_nothing_that_steers_a_terminal) {
@@ -73,23 +75,26 @@ TEST(reports, become_sentences) {
         const char *payload;
         const char *words;
     } cases[] = {
-        {8, R"({"cid":"a1","dps":{"1":true,"2":50}})", "device a1 reports 1 = true, 2 = 50"},
-        {8, R"({"dps":{"1":"on"}})", "the gateway reports 1 = \"on\""},
-        {8, "odd", "FRM_DP_REPORT (8): odd"},
-        {227, R"({"cid":"gw"})", "gateway gw was deactivated"},
-        {228, R"({"cid":"a1"})", "device a1 was unbound"},
-        {232, R"({"firmwareType":0, "cid":"", "progress":42})", "upgrade of the gateway: 42 %"},
-        {233, R"({"firmwareType":10, "cid":"a1", "softVer":"1.2"})",
+        {frame_type::dp_report, R"({"cid":"a1","dps":{"1":true,"2":50}})",
+         "device a1 reports 1 = true, 2 = 50"},
+        {frame_type::dp_report, R"({"dps":{"1":"on"}})", "the gateway reports 1 = \"on\""},
+        {frame_type::dp_report, "odd", "FRM_DP_REPORT (8): odd"},
+        {frame_type::gw_unactive_rpt, R"({"cid":"gw"})", "gateway gw was deactivated"},
+        {frame_type::sub_dev_unbind_rpt, R"({"cid":"a1"})", "device a1 was unbound"},
+        {frame_type::upgrade_percent_rpt, R"({"firmwareType":0, "cid":"", "progress":42})",
+         "upgrade of the gateway: 42 %"},
+        {frame_type::subdevice_update_rpt, R"({"firmwareType":10, "cid":"a1", "softVer":"1.2"})",
          "device a1 now has version 1.2"},
-        {243, R"({"products":[{"cid":"a1","pid":"p"}]})", "device a1 was bound (product p)"},
-        {243, R"({"products":[{"cid":"a1)",
+        {frame_type::sub_dev_bind_rpt, R"({"products":[{"cid":"a1","pid":"p"}]})",
+         "device a1 was bound (product p)"},
+        {frame_type::sub_dev_bind_rpt, R"({"products":[{"cid":"a1)",
          "FRM_SUB_DEV_BIND_RPT (243): {\"products\":[{\"cid\":\"a1"},
         {77, "", "type 77"},
     };
     for (const auto &one : cases) {
         EXPECT_EQ(format_report({.type = one.type, .payload = one.payload}), one.words);
     }
-    EXPECT_EQ(format_report({.type = 8, .readable = false}),
+    EXPECT_EQ(format_report({.type = frame_type::dp_report, .readable = false}),
               "FRM_DP_REPORT (8) that can't be decrypted with the key at hand");
 }
 

@@ -1,4 +1,4 @@
-// One place that runs a verb and puts together what several gateways gave.
+// Running a verb, and merging the results of several gateways.
 #include "cli/run.h"
 
 #include "cli/targets.h"
@@ -11,6 +11,7 @@
 #include <functional>
 #include <thread>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -19,7 +20,7 @@ namespace {
 // Each has a thread and a connection of its own.
 constexpr std::size_t most_at_once = 256;
 
-int shown_failures(console &out, const std::function<int()> &work) {
+int show_failures(console &out, const std::function<int()> &work) {
     try {
         return work();
     } catch (const failure &failed) {
@@ -34,27 +35,27 @@ int shown_failures(console &out, const std::function<int()> &work) {
     }
 }
 
-// A verb's work with one gateway. What it has to say is said before it may have to stay.
+// A verb's work with one gateway. Its failure is shown before the session may have to stay.
 int run_session(gateway_session &session, console &out, const verb_work &work) {
-    const int exit_code = shown_failures(out, [&] { return work(session); });
+    const int exit_code = show_failures(out, [&] { return work(session); });
     session.leave();
     return exit_code;
 }
 
-// A verb at work with one of several gateways.
-struct run {
-    run(target of, const global_options &options, screen &shown_on)
-        : whom(std::move(of)), out(shown_on, options.json, options.verbose, whom.label) {}
+// The work of a verb with one of several gateways.
+struct gateway_run {
+    gateway_run(run_target one, const global_options &options, screen &shown_on)
+        : target(std::move(one)), out(shown_on, options.json, options.verbose, target.label) {}
 
-    target whom;
+    run_target target;
     console out;
     int exit_code = exit_failed;
 };
 
-using run_list = std::vector<std::unique_ptr<run>>;
+using run_list = std::vector<std::unique_ptr<gateway_run>>;
 
-nlohmann::json outcome(const run &done) {
-    nlohmann::json result{{"gateway", done.whom.label}, {"exit", done.exit_code}};
+nlohmann::json outcome(const gateway_run &done) {
+    nlohmann::json result{{"gateway", done.target.label}, {"exit", done.exit_code}};
     const kept_results &kept = done.out.kept();
     if (kept.error && !kept.document) {
         result["error"] = *kept.error;
@@ -92,7 +93,7 @@ void show_tables(const run_list &runs, console &out) {
                 found = merged.insert(found, {header, {}});
             }
             for (const console::row &cells : part.rows) {
-                found->rows.push_back({one->whom.label});
+                found->rows.push_back({one->target.label});
                 found->rows.back().insert(found->rows.back().end(), cells.begin(), cells.end());
             }
         }
@@ -106,7 +107,7 @@ void show_tables(const run_list &runs, console &out) {
 void show_texts(const run_list &runs, console &out) {
     for (const auto &one : runs) {
         for (const std::string &text : one->out.kept().texts) {
-            out.line(one->whom.label + ":");
+            out.line(one->target.label + ":");
             out.text(text);
         }
     }
@@ -118,8 +119,7 @@ int exit_code_of(const run_list &runs, console &out) {
     if (failed == 0) {
         return exit_success;
     }
-    out.notice(std::to_string(failed) + " of " + std::to_string(runs.size()) +
-               " gateway(s) failed");
+    out.notice(fmt::format("{} of {} gateway(s) failed", failed, runs.size()));
     const bool all_misused = std::ranges::all_of(
         runs, [](const auto &one) { return one->exit_code == exit_wrong_usage; });
     return all_misused ? exit_wrong_usage : exit_failed;
@@ -130,24 +130,24 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
     run_list runs;
     {
         gateway_session session(options, out, recorder);
-        for (target &one : find_targets(session)) {
-            runs.push_back(std::make_unique<run>(std::move(one), options, shown_on));
+        for (run_target &one : find_targets(session)) {
+            runs.push_back(std::make_unique<gateway_run>(std::move(one), options, shown_on));
         }
     }
-    const auto work_with = [&](run &one) {
-        one.exit_code = shown_failures(one.out, [&] {
-            if (one.whom.missing) {
-                throw failure(*one.whom.missing);
+    const auto work_with = [&](gateway_run &one) {
+        one.exit_code = show_failures(one.out, [&] {
+            if (one.target.missing) {
+                throw failure(*one.target.missing);
             }
-            gateway_session session(options, one.out, recorder, *one.whom.found,
-                                    one.whom.file_mark);
+            gateway_session session(options, one.out, recorder, *one.target.found,
+                                    one.target.file_mark);
             return run_session(session, one.out, work);
         });
     };
     if (runs.size() > most_at_once) {
-        out.notice(std::to_string(most_at_once) +
-                   " gateways are worked with at once; each of the others follows when one of "
-                   "them is done");
+        out.notice(fmt::format("{} gateways are worked with at once; each of the others follows "
+                               "when one of them is done",
+                               most_at_once));
     }
     std::atomic<std::size_t> next = 0;
     const auto work_on = [&] {
@@ -174,7 +174,7 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
 
 int run_verb(const verb_work &work, const global_options &given, screen &shown_on) {
     console out(shown_on, given.json, given.verbose);
-    return shown_failures(out, [&] {
+    return show_failures(out, [&] {
         global_options options = given;
         if (!options.key_file.empty()) {
             options.keys = read_key_file(options.key_file, out);

@@ -1,4 +1,4 @@
-// The runs of a verb: with one gateway, or with many at once.
+// Running a verb, with one gateway or with several at once.
 #pragma once
 
 #include "verbs/verb.h"
@@ -10,9 +10,10 @@ class console;
 class screen;
 
 /**
- * Does the work of a verb for the gateways that the options name, each in a session, with a
- * console and on a thread of its own when there are several. Shows every failure; returns the
- * exit code: 0 only when all succeeded.
+ * Does the work of a verb with each gateway that the options name; with several, each has a
+ * session, a console and a thread of its own. Failures are shown.
+ *
+ * @return the exit code; 0 only when the work succeeded with all
  */
 [[nodiscard]] int run_verb(const verb_work &work, const global_options &options, screen &shown_on);
 

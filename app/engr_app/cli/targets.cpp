@@ -1,4 +1,4 @@
-// Looking for the gateways of a run.
+// Finding the gateways of a run.
 #include "cli/targets.h"
 
 #include "gateway/session.h"
@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <map>
 #include <set>
+
+#include <fmt/format.h>
 
 namespace engr_app {
 namespace {
@@ -24,23 +26,23 @@ std::string file_mark_of(const gateway &found) {
     return mark;
 }
 
-target found_target(const gateway &found) {
+run_target found_target(const gateway &found) {
     return {found.label(), file_mark_of(found), found, {}};
 }
 
 // One for each address: several ids there are the same gateway, or none.
-std::vector<target> all_targets(gateway_session &session) {
+std::vector<run_target> all_targets(gateway_session &session) {
     const std::string &interface_name = session.options().interface_name;
-    session.out().progress("listening for gateways on " + interface_name + " ...");
+    session.out().progress(fmt::format("listening for gateways on {} ...", interface_name));
     const discovery_result found = session.discover(session.discovery_time());
     if (found.announcements.empty()) {
         throw not_found(found, "", interface_name);
     }
     const auto &keys = session.options().keys;
-    std::vector<target> targets;
+    std::vector<run_target> targets;
     std::map<std::string, std::size_t> at_place;
     for (const lan_client::announcement &announced : found.announcements) {
-        target one = found_target(from_announcement(announced));
+        run_target one = found_target(from_announcement(announced));
         const auto [known, is_new] = at_place.emplace(one.found->place(), targets.size());
         if (is_new) {
             targets.push_back(std::move(one));
@@ -48,17 +50,17 @@ std::vector<target> all_targets(gateway_session &session) {
             targets[known->second] = std::move(one);
         }
     }
-    session.out().notice(std::to_string(targets.size()) + " gateway(s) found on " + interface_name);
+    session.out().notice(fmt::format("{} gateway(s) found on {}", targets.size(), interface_name));
     if (const std::size_t more = found.announcements.size() - targets.size(); more > 0) {
-        session.out().notice(std::to_string(more) +
-                             " more id(s) are announced from addresses of these gateways and "
-                             "left out: a gateway has one id, and anybody can announce any; "
-                             "engr_app discover lists them");
+        session.out().notice(fmt::format(
+            "{} more id(s) are announced from addresses of these gateways and left out: a gateway "
+            "has one id, and anybody can announce any; engr_app discover lists them",
+            more));
     }
     return targets;
 }
 
-std::vector<target> named_targets(gateway_session &session) {
+std::vector<run_target> named_targets(gateway_session &session) {
     const global_options &options = session.options();
     std::set<std::string> awaited; // ids, and addresses whose id is needed to find the key
     for (const std::string &name : options.gateways) {
@@ -71,15 +73,15 @@ std::vector<target> named_targets(gateway_session &session) {
     }
     discovery_result found;
     if (!awaited.empty()) {
-        session.out().progress("listening for " + std::to_string(awaited.size()) +
-                               " gateway(s) on " + options.interface_name + " ...");
+        session.out().progress(fmt::format("listening for {} gateway(s) on {} ...", awaited.size(),
+                                           options.interface_name));
         found = session.discover(session.discovery_time(), [&awaited](const auto &announced) {
             awaited.erase(announced.id);
             awaited.erase(announced.address);
             return awaited.empty();
         });
     }
-    std::vector<target> targets;
+    std::vector<run_target> targets;
     for (const std::string &name : options.gateways) {
         std::optional<gateway> placed = parse_address(name);
         const auto *announced = placed ? found.find_address(placed->address) : found.find_id(name);
@@ -97,18 +99,18 @@ std::vector<target> named_targets(gateway_session &session) {
 
 } // namespace
 
-std::vector<target> find_targets(gateway_session &session) {
-    std::vector<target> targets =
+std::vector<run_target> find_targets(gateway_session &session) {
+    std::vector<run_target> targets =
         session.options().all ? all_targets(session) : named_targets(session);
     // One gateway may be named twice, by its id and by its address, and two may claim one id.
     std::set<std::string> places;
     std::set<std::string> labels;
-    std::erase_if(targets, [&](target &one) {
+    std::erase_if(targets, [&](run_target &one) {
         if (one.found && !places.insert(one.found->place()).second && labels.contains(one.label)) {
             return true;
         }
         if (!labels.insert(one.label).second && one.found) {
-            one.label += " (" + one.found->place() + ")";
+            one.label += fmt::format(" ({})", one.found->place());
             one.file_mark = one.found->place();
         }
         return false;

@@ -11,17 +11,19 @@ namespace engr_app {
 
 class gateway_session;
 
-struct target {
-    std::string label;            /**< in tables and for scripts: id or address */
-    std::string file_mark;        /**< the same, fit for a file name */
-    std::optional<gateway> found; /**< absent: why says why */
-    std::optional<failure> missing;
+/** One of several gateways that a run is for. */
+struct run_target {
+    std::string label;              /**< in tables and for scripts: id or address */
+    std::string file_mark;          /**< the same, fit for a file name */
+    std::optional<gateway> found;   /**< empty when it was not found */
+    std::optional<failure> missing; /**< why it was not found */
 };
 
 /**
- * All gateways that announce themselves, or those that the options name; listens when it has to.
- * Throws a failure when there is none to be found at all.
+ * Finds all gateways that announce themselves, or those that the options name.
+ *
+ * @return each once; throws a failure when no gateway at all is found
  */
-[[nodiscard]] std::vector<target> find_targets(gateway_session &session);
+[[nodiscard]] std::vector<run_target> find_targets(gateway_session &session);
 
 } // namespace engr_app

@@ -1,8 +1,8 @@
 // Secrets from options, files, the environment and terminals.
 #include "files/secret_input.h"
 
+#include "base/failure.h"
 #include "files/input_file.h"
-#include "gateway/request.h"
 
 #include <cstdlib>
 

@@ -13,8 +13,8 @@
 namespace engr_app {
 namespace {
 
-// So many requests are under way at once: enough to hide the way there and back, and few enough
-// that each is answered in time.
+// Requests under way at once: enough to hide the round trip, few enough that each is answered in
+// time.
 constexpr std::size_t requests_at_once = 64;
 
 std::vector<std::string> texts(const nlohmann::json &object, const char *name) {

@@ -20,7 +20,7 @@ namespace {
 using namespace std::chrono_literals;
 using lan_client::announcement;
 
-// A gateway speaks every 5 s, so after this every one has spoken.
+// Gateways announce themselves every 5 s, so each has done so by then.
 constexpr std::chrono::milliseconds default_listen_time = lan_client::discovery_period + 1s;
 constexpr std::chrono::milliseconds default_answer_time = 5s;
 

@@ -9,7 +9,7 @@
 
 namespace engr_app {
 
-/** Gateways cut longer versions off. */
+/** Gateways cut longer versions. */
 inline constexpr std::size_t max_version_bytes = 11;
 
 /** "firmwareType" of an upgrade. */
@@ -34,25 +34,25 @@ struct upgrade_status {
     std::string target_id;  /**< of the device that the announcement is for */
     std::string version;    /**< installed on that; empty: not known */
 
-    /** An upgrade of the announced device is under way. */
-    [[nodiscard]] bool running_here() const { return running && running_id == target_id; }
+    /** @return whether an upgrade of the announced device is under way */
+    [[nodiscard]] bool is_running_here() const { return running && running_id == target_id; }
 };
 
-/** Announces the image; starts nothing. */
+/** @return a request that announces the image and starts nothing */
 [[nodiscard]] lan_client::request announce_request(const upgrade_order &order);
 
-/** Announces no image: asks only for the standing. */
+/** @return a request that announces an image of 0 bytes, which only asks for the status */
 [[nodiscard]] lan_client::request upgrade_status_request(const upgrade_order &order);
 
-/** Starts the upgrade with the image last announced by anybody. */
+/** @return a request that starts the upgrade with the image that any app has announced last */
 [[nodiscard]] lan_client::request start_request(const upgrade_order &order,
                                                 const std::string &target_id);
 
-/** Throws a failure when the payload is not the answer to an announcement. */
+/** @return the answer to an announcement; throws a failure when the payload is none */
 [[nodiscard]] upgrade_status parse_upgrade_status(const upgrade_order &order,
                                                   std::string_view payload);
 
-/** Gateways don't tell versions of devices apart that differ in the case of letters only. */
+/** @return whether a gateway takes two versions for the same: it ignores the case of letters */
 [[nodiscard]] bool same_version(const std::string &left, const std::string &right);
 
 } // namespace engr_app

@@ -4,6 +4,7 @@
 #include "base/failure.h"
 #include "base/json_text.h"
 #include "files/input_file.h"
+#include "gateway/format.h"
 #include "support/json_value.h"
 
 #include <algorithm>
@@ -46,7 +47,7 @@ json part(const json &object, const char *name) {
 
 std::string value_text(const json &value) {
     return value.is_null()      ? "not known"
-           : value.is_boolean() ? (value.get<bool>() ? "yes" : "no")
+           : value.is_boolean() ? yes_or_no(value.get<bool>())
            : value.is_string()  ? value.get<std::string>()
                                 : one_line(value);
 }

@@ -6,6 +6,7 @@
 #include "gateway/data_points.h"
 #include "gateway/devices.h"
 #include "gateway/discovery.h"
+#include "gateway/format.h"
 #include "gateway/request.h"
 #include "gateway/session.h"
 #include "lan_client/crypto.h"
@@ -92,7 +93,7 @@ std::string known_text(const json &object, const char *name) {
         return "not known";
     }
     if (found->is_boolean()) {
-        return found->get<bool>() ? "yes" : "no";
+        return yes_or_no(found->get<bool>());
     }
     return member_text(object, name);
 }

@@ -291,7 +291,7 @@ void upgrade_transfer::answer_requests() {
             }
             // A gateway that can't use a piece stays silent.
             const std::optional<upgrade_status> status = poll();
-            if (status && !status->running_here() && !is_due()) {
+            if (status && !status->is_running_here() && !is_due()) {
                 return;
             }
             if (clock::now() - last_progress_ > progress_timeout_) {
@@ -375,7 +375,7 @@ std::optional<upgrade_status> upgrade_transfer::await_outcome() {
         const std::optional<upgrade_status> status = poll();
         const bool arrived = status && same_version(status->version, order_.version);
         const bool unknown = status && status->running && !order_.cid.empty();
-        if (status && !unknown && !status->running_here() && (arrived || !still_installing())) {
+        if (status && !unknown && !status->is_running_here() && (arrived || !still_installing())) {
             return status;
         }
         const auto now = clock::now();
@@ -439,7 +439,7 @@ std::optional<upgrade_status> upgrade_transfer::ask_after_leaving() {
     });
     do {
         status = poll();
-        if (!status || !status->running_here()) {
+        if (!status || !status->is_running_here()) {
             break;
         }
         session_.loop().run_until([this] { return interrupted_; },
@@ -461,7 +461,7 @@ failure upgrade_transfer::abandon(const char *kind, const std::string &why) {
         return {kind, what + "the connection is closed, which ends the upgrade on the gateway, "
                              "too, but it could not be asked"};
     }
-    if (status->running_here()) {
+    if (status->is_running_here()) {
         return {kind, what + "the connection is closed, but the gateway still says that it is "
                              "upgrading; engr_app upgrade --dry-run shows how it stands"};
     }

@@ -37,7 +37,7 @@ std::string checked_config(const std::string &file) {
             "{} has {} bytes, but a configuration travels in one frame, which takes at most {}",
             file, text.size(), max_config_bytes));
     }
-    // The gateway takes the configuration for a text and would cut it there.
+    // The gateway reads the configuration as a C string, which would end there.
     if (const std::size_t zero = text.find('\0'); zero != std::string::npos) {
         throw wrong_usage(fmt::format("{} is no text: byte {} is zero", file, zero + 1));
     }
@@ -57,7 +57,7 @@ int push(gateway_session &session, const config_arguments &given) {
     const std::size_t size = text.size();
     const bool cloud = given.kind == "cloud";
     progress_bar bar = session.out().bar("configuration", size);
-    // The frame is longer than the text by less than the bar could show.
+    // The bar counts the text; what the frame adds is too little to show.
     const auto moved = [&bar, size](std::size_t sent, std::size_t) {
         bar.show(std::min(sent, size));
     };

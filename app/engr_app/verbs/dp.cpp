@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 
 namespace frame_type = lan_client::frame_type;
 
-// A device that does what it is told says so at once; a slow one is left to engr_app watch.
+// Most devices report a change at once; for the slow ones there is engr_app watch.
 constexpr std::chrono::milliseconds change_time = 1500ms;
 
 struct dp_arguments {
@@ -85,7 +85,7 @@ std::vector<std::string> reported_ids(gateway_session &session, const std::strin
         throw no_own_device(session);
     }
     std::vector<std::string> ids{""};
-    if (!is_refused_with(answered, no_data_points)) { // without data points it tells no id
+    if (!is_refused_with(answered, no_data_points)) { // without data points there is no id
         const json state = parse_device_state(expect_success(session, answered));
         ids.push_back(state.is_object() ? member_text(state, "cid") : "");
     }

@@ -19,11 +19,11 @@ namespace {
 using lan_client::answer;
 using lan_client::error_kind;
 
-// What trying to talk to the gateway has shown.
+// Result of a trial connection.
 struct trial {
     std::optional<failure> problem;
-    std::string connection; // in words
-    std::string key;        // in words
+    std::string connection; // as people read it
+    std::string key;        // the same
     bool key_right = false;
     double round_trip_ms = 0;
     std::optional<std::size_t> devices;

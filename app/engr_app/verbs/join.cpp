@@ -1,4 +1,4 @@
-// join: opens the gateway for new devices and shows them as they come.
+// join: opens the gateway for new devices and shows those that join.
 #include "gateway/devices.h"
 #include "gateway/request.h"
 #include "verbs/verb.h"
@@ -44,7 +44,7 @@ std::size_t show_joined(console &out, const lan_client::report &report) {
     return joined.size();
 }
 
-// Shows what joins until the time is over or the user has enough; returns the number of devices.
+// Shows what joins until the time is over or the user interrupts; returns the number of devices.
 std::size_t show_until(gateway_session &session, report_subscription &reports,
                        std::chrono::seconds time, const bool &interrupted) {
     const auto start = steady_clock::now();

@@ -19,7 +19,7 @@ namespace frame_type = lan_client::frame_type;
 
 constexpr std::size_t segment_bytes = 1024;
 constexpr auto most_segments = static_cast<int32_t>(lan_client::max_transfer_bytes / segment_bytes);
-// A gateway sends one each 0.3 s.
+// A gateway sends a segment every 0.3 s.
 constexpr std::chrono::seconds segment_time{2};
 
 struct log_arguments {

@@ -102,11 +102,11 @@ class provisioning {
         send();
         const auto limit = std::chrono::milliseconds(static_cast<long>(given_.wait_s * 1000));
         session_.loop().run_until(
-            [this] { return failed_ || appeared_ || (stranger_ && !can_be_recognised()); }, limit);
+            [this] { return failed_ || appeared_ || (candidate_ && !can_be_recognised()); }, limit);
         if (failed_) {
             throw refused();
         }
-        if (!appeared_ && stranger_) {
+        if (!appeared_ && candidate_) {
             throw unconfirmed();
         }
         if (!appeared_) {
@@ -173,7 +173,7 @@ class provisioning {
             });
         if (!was_there) {
             const bool right = !wanted_id_.empty() || waiting_ids_.contains(announced.id);
-            (right ? appeared_ : stranger_) = announced;
+            (right ? appeared_ : candidate_) = announced;
         }
     }
 
@@ -195,7 +195,7 @@ class provisioning {
                 fmt::format("gateway {} appeared at {} on {}, but it had not said before that it "
                             "needs Wi-Fi, so it may be another one: compare its id, and name the "
                             "right one with --gateway ID next time",
-                            stranger_->id, stranger_->address, new_interface_)};
+                            candidate_->id, candidate_->address, new_interface_)};
     }
 
     [[nodiscard]] failure refused() const {
@@ -237,7 +237,7 @@ class provisioning {
     std::optional<lan_client::wifi_failure> failed_;
     std::set<std::string> waiting_ids_; // of gateways that had no network
     std::optional<announcement> appeared_;
-    std::optional<announcement> stranger_; // may be the right one
+    std::optional<announcement> candidate_; // may be the right one
 };
 
 int provision(gateway_session &session, provision_arguments &given) {

@@ -1,4 +1,4 @@
-// site: what a site looks like, and what changed there.
+// site: reports what was commissioned, and what changed between two reports.
 #include "base/failure.h"
 #include "base/json_text.h"
 #include "files/output_file.h"

@@ -20,8 +20,8 @@ std::unordered_set<std::string> bound_ids(const std::string &payload) {
     return ids;
 }
 
-// A gateway says yes to every deletion; what counts is its list of devices before and after. It
-// works off its requests in their order.
+// A gateway accepts every deletion, so its list of devices before and after shows what happened.
+// It handles requests in their order.
 int unbind(gateway_session &session, const std::vector<std::string> &ids) {
     std::vector<lan_client::request> requests{device_list_request()};
     for (const std::string &id : ids) {

@@ -29,7 +29,7 @@ class watcher {
 
     int watch() {
         session_.loop().on_interrupt([this] { stopped_ = true; });
-        // The first answer shows that the gateway took us in and that the key is right.
+        // The first answer shows that the gateway has room for this app and that the key is right.
         session_.connect(true, {.on_report = [this](const auto &report) { show(report); },
                                 .on_link = [this](const auto &change) { show(change); },
                                 .on_traffic = {}});
