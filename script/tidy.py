@@ -57,7 +57,7 @@ HEAVY_HEADERS = re.compile(r"nlohmann/json\.hpp|CLI/|asio|spdlog/|gmock/|benchma
 CXX = r"\.(c|cc|cpp|h|hpp)$"
 IN_AGENT = "^" + re.escape(AGENT) + ".*" + CXX
 ANY = r""
-LOWER_FLOORS = r"^(platform|svc_engineering_mode)/.*" + CXX
+ONE_HAND = r"^(platform|svc_engineering_mode|support|app)/.*" + CXX
 
 # Rules of one line: name, paths, text seen (code: without comments and strings), pattern, what to do.
 LINE_RULES = (
@@ -86,10 +86,11 @@ LINE_RULES = (
     ("developer_path", ANY, "raw", r"(?<![\w.])/(home|root|Users|work)/", "name no path of one machine"),
     ("outside_address", r"^(?!.*\.json$)", "raw", r"https?://(?!(www\.)?example\.)",
      "the project needs no address of the web"),
-    ("postfix", LOWER_FLOORS, "code", r"^\s*[\w.]+(\+\+|--);|; \w+(\+\+|--)\)",
+    ("postfix", ONE_HAND, "code", r"^\s*[\w.]+(\+\+|--);|; \w+(\+\+|--)\)",
      "write ++i where the old value is not used"),
-    ("integer_spelling", LOWER_FLOORS, "code", r"\bstd::u?int\d+_t\b", "write uint32_t, without std::"),
-    ("tag_inside_line", LOWER_FLOORS, "raw", r"[^\s/*].*@(param|return)\b",
+    ("integer_spelling", ONE_HAND, "code", r"\bstd::u?int\d+_t\b", "write uint32_t, without std::"),
+    ("doc_comment", ONE_HAND, "raw", r"^\s*///|///<", "write /** */"),
+    ("tag_inside_line", ONE_HAND, "raw", r"[^\s/*].*@(param|return)\b",
      "begin a line with the tag"),
     ("tab", ANY, "raw", r"\t", "indent with blanks"),
     ("trailing_blank", ANY, "raw", r"[ \r]+$", "delete the blanks at the end"),
@@ -294,6 +295,7 @@ def self_test():
         ("postfix", agent, top + "void f() { for (int i = 0; i < 2; i++) { g(); } }\n"),
         ("postfix", agent, top + "void f() {\n    count++;\n}\n"),
         ("integer_spelling", agent, top + "std::uint32_t count;\n"),
+        ("doc_comment", header, top + "#pragma once\n/// Sends.\nint send();\n"),
         ("tag_inside_line", header, top + "#pragma once\n/** Sends. @return 0 */\nint send();\n"),
         ("tag_inside_line", header, top + "#pragma once\n/**\n * @param a  one @param b  two\n */\n"),
         ("tab", agent, top + "\tint a;\n"),
