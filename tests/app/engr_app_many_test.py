@@ -134,7 +134,7 @@ class ManyGatewaysTest(unittest.TestCase):
                 self.assertNotIn("short", err, "a key must not be shown")
             code, _, err = with_keys(lines, "--gateway", "gw1", "--gateway", "gw-nowhere")
             self.assertEqual(code, 1)
-            self.assertIn("gateway gw-nowhere was not heard", err)
+            self.assertIn("gateway gw-nowhere was not found", err)
 
     def test_false_announcements_do_not_keep_anybody_from_working_with_all(self):
         Gateway(FIRST, "127.60.4.1", 6668)
@@ -145,7 +145,7 @@ class ManyGatewaysTest(unittest.TestCase):
         self.assertEqual(code, 1, "nobody answers at the false addresses")
         rows = [line.split("\t") for line in out.splitlines()[1:]]
         self.assertEqual([row[1:] for row in rows], [["a1", "p|1", "offline"], ["b2", "p|1", "online"]], err)
-        self.assertIn(rows[0][0], ["a_first", *also], "the id that was heard first from the address counts")
+        self.assertIn(rows[0][0], ["a_first", *also], "the id that was announced first from the address counts")
         self.assertIn("251 gateway(s) found", err)
 
     def test_each_gateway_has_a_bar_of_its_own_on_a_terminal(self):
@@ -282,7 +282,7 @@ class ProvisionTest(unittest.TestCase):
                 (["--open"], lambda count: self.fail(b'{"result":3,"desc":"cut'), 1, '"desc":"cut', None),
                 (["--open", "--wait", "0.3"], lambda count: self.fail(b"{}", KEYS[2]), 1, "key seeds",
                  None),
-                (["--open", "--wait", "0.3"], lambda count: None, 1, "nothing was heard", None)]:
+                (["--open", "--wait", "0.3"], lambda count: None, 1, "no announcement was received", None)]:
             got, out, err, datagrams = self.provision(react, *arguments, "--gateway", self.ID)
             self.assertEqual(got, code, err)
             self.assertIn(word, out if code == 0 else err)
@@ -293,7 +293,7 @@ class ProvisionTest(unittest.TestCase):
         with announced(**{self.ID: (self.ADDRESS, 0)}):
             code, _, err, _ = self.provision(lambda count: None, "--open", "--wait", "0.5", "--gateway", self.ID)
         self.assertEqual(code, 1)
-        self.assertIn("nothing was heard", err)
+        self.assertIn("no announcement was received", err)
 
     def test_only_a_gateway_that_needed_a_network_is_taken_for_the_right_one_when_none_is_named(self):
         for announced_first, code, word in [(True, 0, "appeared at"), (False, 1, "it may be another one")]:

@@ -185,7 +185,7 @@ class DiscoveryTest(unittest.TestCase):
             self.assertEqual(run("keepalive", "--gateway", second)[0], 0, "needs no key")
             code, _, err = run("devices", "--gateway", "gw-unknown", "--timeout", "1")
             self.assertEqual(code, 1)
-            self.assertIn(first, err, "what was heard instead is listed")
+            self.assertIn(first, err, "what was found instead is listed")
         gateway.listener.close()
 
 

@@ -137,14 +137,14 @@ TEST(discovery_datagram, is_read_whole_or_told_apart) {
         R"({"ip":"10.0.0.9","gwId":"gw\u00e9","active":2,"ablilty":3,"encrypt":true,)"
         R"("productKey":"pk","version":"3.3","token":true,"wf_cfg":true})";
     const std::string good = gateway_frame(0, 19, {0}, encrypt(discovery_key(), text));
-    const parsed_datagram heard = parse_datagram(good, "127.0.0.2");
-    ASSERT_EQ(heard.kind, datagram_kind::announcement);
-    EXPECT_EQ(heard.content.address, "127.0.0.2") << "where it came from, not what it says";
-    EXPECT_EQ(heard.content.announced_address, "10.0.0.9");
-    EXPECT_EQ(heard.content.id, "gwé");
-    EXPECT_EQ(heard.content.ability, 3);
-    EXPECT_TRUE(heard.content.activated);
-    EXPECT_TRUE(heard.content.needs_wifi_setup);
+    const parsed_datagram parsed = parse_datagram(good, "127.0.0.2");
+    ASSERT_EQ(parsed.kind, datagram_kind::announcement);
+    EXPECT_EQ(parsed.content.address, "127.0.0.2") << "where it came from, not what it says";
+    EXPECT_EQ(parsed.content.announced_address, "10.0.0.9");
+    EXPECT_EQ(parsed.content.id, "gwé");
+    EXPECT_EQ(parsed.content.ability, 3);
+    EXPECT_TRUE(parsed.content.activated);
+    EXPECT_TRUE(parsed.content.needs_wifi_setup);
 
     const auto kind = [](const std::string &bytes) { return parse_datagram(bytes, "").kind; };
     EXPECT_EQ(kind(good + "x"), datagram_kind::foreign);

@@ -84,7 +84,7 @@ failure not_found(const discovery_result &found, const std::string &wanted,
     const std::string sentence =
         wanted.empty()
             ? fmt::format("no gateway found on interface {}", interface_name)
-            : fmt::format("gateway {} was not heard on interface {}", wanted, interface_name);
+            : fmt::format("gateway {} was not found on interface {}", wanted, interface_name);
     if (found.unreadable > 0) {
         return {"other_seeds",
                 fmt::format("{}, but {} discovery datagram(s) that this program can't read: it "
@@ -92,7 +92,7 @@ failure not_found(const discovery_result &found, const std::string &wanted,
                             sentence, found.unreadable)};
     }
     return {"no_gateway",
-            some ? fmt::format("{}; heard: {}", sentence, list_of(found))
+            some ? fmt::format("{}; found: {}", sentence, list_of(found))
                  : sentence + ": check that it is switched on and in engineering mode, name its "
                               "network with --interface, or reach it with --gateway ADDRESS (a "
                               "gateway with 10 apps connected stays silent)"};

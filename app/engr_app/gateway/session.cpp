@@ -30,8 +30,8 @@ std::chrono::milliseconds given_or(double seconds, std::chrono::milliseconds oth
 
 // Anybody can announce any number of gateways.
 bool has_room(const discovery_result &result, std::size_t at_same_address) {
-    return result.announcements.size() < lan_client::max_heard_gateways &&
-           at_same_address < lan_client::max_heard_at_one_address;
+    return result.announcements.size() < lan_client::max_discovered_gateways &&
+           at_same_address < lan_client::max_discovered_at_one_address;
 }
 
 } // namespace

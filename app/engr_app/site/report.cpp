@@ -151,8 +151,9 @@ json ask_site_report(gateway_session &session, const site_report_extent &extent)
     report["channel"] = channel_json(session, answers[2], report["notes"]);
     report["app_config"] = config_json(session, answers[3]);
     if (report["gateway"]["id"].is_null()) {
-        report["notes"].push_back("The gateway was not heard, so its id, version and activation "
-                                  "are not known.");
+        report["notes"].push_back(
+            "No announcement of the gateway was received, so its id, version and activation "
+            "are not known.");
     }
     if (extent.data_points) {
         add_data_points(session, report["devices"]);

@@ -1,9 +1,9 @@
 // provision: gives a gateway in access-point mode its Wi-Fi network and waits for the outcome.
-#include "files/secret_input.h"
 #include "gateway/discovery.h"
 #include "gateway/request.h"
 #include "lan_client/provisioning.h"
 #include "support/utf8.h"
+#include "verbs/secret_argument.h"
 #include "verbs/verb.h"
 
 #include <algorithm>
@@ -27,8 +27,8 @@ constexpr auto repeat_interval = 1000ms;
 
 struct provision_arguments {
     std::string network;
-    secret_input password{"Wi-Fi password", "ENGR_WIFI_PASSWORD"};
-    secret_input token{"token", "ENGR_TOKEN"};
+    secret_argument password{"Wi-Fi password", "ENGR_WIFI_PASSWORD"};
+    secret_argument token{"token", "ENGR_TOKEN"};
     std::string address = lan_client::broadcast_address;
     std::string new_interface; // empty: the one that is sent on
     int64_t repeat = 10;
@@ -209,16 +209,18 @@ class provisioning {
 
     [[nodiscard]] failure silent() const {
         if (unreadable_ > 0) {
-            return {"other_seeds",
-                    fmt::format("nothing that can be read was heard, but {} datagram(s) that this "
-                                "program can't read: it must be built with the key seeds of the "
-                                "gateway",
-                                unreadable_)};
+            return {
+                "other_seeds",
+                fmt::format("no readable announcement was received, but {} datagram(s) that this "
+                            "program can't read: it must be built with the key seeds of the "
+                            "gateway",
+                            unreadable_)};
         }
         return {"no_gateway",
-                "nothing was heard since the configuration was sent: check that this machine is on "
+                "no announcement was received since the configuration was sent: check that this "
+                "machine is on "
                 "the gateway's own network and --interface names it, that the gateway is still in "
-                "access-point mode, and that the network it shall join can be heard here "
+                "access-point mode, and that the network it shall join can be reached from here "
                 "(--new-interface names the interface)"};
     }
 

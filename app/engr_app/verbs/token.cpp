@@ -1,6 +1,6 @@
 // token: binds the installer's token to the gateway.
-#include "files/secret_input.h"
 #include "gateway/request.h"
+#include "verbs/secret_argument.h"
 #include "verbs/verb.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t max_token_bytes = 64;
 
-int token(gateway_session &session, secret_input &input) {
+int token(gateway_session &session, secret_argument &input) {
     const std::string &secret = input.read();
     if (secret.size() > max_token_bytes || !std::ranges::all_of(secret, [](char character) {
             return character >= ' ' && character <= '~';
@@ -30,7 +30,7 @@ int token(gateway_session &session, secret_input &input) {
 } // namespace
 
 verb_work declare_token(CLI::App &parser) {
-    const auto input = std::make_shared<secret_input>("token", "ENGR_TOKEN");
+    const auto input = std::make_shared<secret_argument>("token", "ENGR_TOKEN");
     parser.add_option("TOKEN", input->given(),
                       "The token itself; a process list shows it while the program runs");
     input->declare(parser, nullptr, "--token-file");

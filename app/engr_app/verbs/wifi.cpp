@@ -1,7 +1,7 @@
 // wifi: moves the gateway to another Wi-Fi network.
-#include "files/secret_input.h"
 #include "gateway/request.h"
 #include "lan_client/provisioning.h"
+#include "verbs/secret_argument.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -18,7 +18,7 @@ constexpr std::size_t max_password_bytes = 64;
 struct wifi_arguments {
     std::string network;
     bool open = false;
-    secret_input password{"Wi-Fi password", "ENGR_WIFI_PASSWORD"};
+    secret_argument password{"Wi-Fi password", "ENGR_WIFI_PASSWORD"};
 };
 
 int wifi(gateway_session &session, wifi_arguments &given) {

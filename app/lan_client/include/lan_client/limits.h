@@ -44,7 +44,7 @@ inline constexpr std::size_t max_kept_reports = 4096;
 inline constexpr std::size_t max_kept_report_bytes = 1024 * 1024;
 
 /** Most gateways that one discovery keeps, and most that it accepts at one address. */
-inline constexpr std::size_t max_heard_gateways = 4096;
-inline constexpr std::size_t max_heard_at_one_address = 16;
+inline constexpr std::size_t max_discovered_gateways = 4096;
+inline constexpr std::size_t max_discovered_at_one_address = 16;
 
 } // namespace lan_client

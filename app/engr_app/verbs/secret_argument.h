@@ -15,10 +15,10 @@ namespace engr_app {
  * One secret of a verb, from an option, a file, an environment variable, or a terminal. It is read
  * once, when it is first asked for, also when several gateways need it at the same time.
  */
-class secret_input {
+class secret_argument {
   public:
     /** `what` is a name as in "Wi-Fi password"; `variable` is the environment variable. */
-    secret_input(std::string what, std::string variable)
+    secret_argument(std::string what, std::string variable)
         : what_(std::move(what)), variable_(std::move(variable)) {}
 
     /**
@@ -43,7 +43,7 @@ class secret_input {
     std::string variable_;
     std::string given_;
     std::string file_;
-    std::string sources_; // in words
+    std::string sources_; // for messages
     std::mutex mutex_;
     std::optional<std::string> secret_;
 };

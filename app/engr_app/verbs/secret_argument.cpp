@@ -1,5 +1,5 @@
 // Secrets from options, files, the environment and terminals.
-#include "files/secret_input.h"
+#include "verbs/secret_argument.h"
 
 #include "base/failure.h"
 #include "files/input_file.h"
@@ -81,7 +81,7 @@ std::string first_line(const std::string &text) {
 
 } // namespace
 
-void secret_input::declare(CLI::App &parser, const char *option, const char *file_option) {
+void secret_argument::declare(CLI::App &parser, const char *option, const char *file_option) {
     if (option != nullptr) {
         parser
             .add_option(option, given_,
@@ -95,7 +95,7 @@ void secret_input::declare(CLI::App &parser, const char *option, const char *fil
     sources_ = std::string(file_option) + " FILE or the environment variable " + variable_;
 }
 
-const std::string &secret_input::read() {
+const std::string &secret_argument::read() {
     const std::lock_guard lock(mutex_);
     if (!secret_) {
         std::string found = find();
@@ -107,7 +107,7 @@ const std::string &secret_input::read() {
     return *secret_;
 }
 
-std::string secret_input::find() const {
+std::string secret_argument::find() const {
     if (!given_.empty() && !file_.empty()) {
         throw wrong_usage("the " + what_ + " is given twice");
     }
