@@ -53,7 +53,7 @@ verb_work declare_bind(CLI::App &parser) {
                   "Examples:\n"
                   "  engr_app bind devices.json\n"
                   "  engr_app devices --json | engr_app bind - --gateway 192.168.1.21");
-    return [file](gateway_session &session) { return bind_devices(session, *file); };
+    return with_arguments(file, bind_devices);
 }
 
 } // namespace engr_app

@@ -24,7 +24,7 @@ struct channel_arguments {
     bool force = false;
 };
 
-int get(gateway_session &session) {
+int get_channel(gateway_session &session) {
     const std::string payload = ask_one(session, {.type = frame_type::get_channel});
     const json reply = parse_json(payload);
     const std::string channel = member_text(reply, "channel");
@@ -36,7 +36,7 @@ int get(gateway_session &session) {
                         {{"channel", reply["channel"]}});
 }
 
-int set(gateway_session &session, const channel_arguments &given) {
+int set_channel(gateway_session &session, const channel_arguments &given) {
     const bool known = given.channel >= least_channel && given.channel <= greatest_channel;
     if (!known && !given.force) {
         throw wrong_usage(fmt::format(
@@ -51,14 +51,14 @@ int set(gateway_session &session, const channel_arguments &given) {
 }
 
 verb_work declare_channel_get(CLI::App &) {
-    return get;
+    return get_channel;
 }
 
 verb_work declare_channel_set(CLI::App &parser) {
     const auto given = std::make_shared<channel_arguments>();
     parser.add_option("N", given->channel, "The channel, 11 to 26")->required();
     parser.add_flag("--force", given->force, "Send a channel that is out of range");
-    return [given](gateway_session &session) { return set(session, *given); };
+    return with_arguments(given, set_channel);
 }
 
 } // namespace

@@ -102,14 +102,14 @@ verb_work declare_config_push(CLI::App &parser) {
         ->check(CLI::IsMember({"cloud", "app"}));
     parser.add_option("FILE", given->file, "The configuration; - reads it from standard input")
         ->required();
-    return [given](gateway_session &session) { return push(session, *given); };
+    return with_arguments(given, push);
 }
 
 verb_work declare_config_pull(CLI::App &parser) {
     const auto given = std::make_shared<config_arguments>();
     parser.add_option("FILE", given->file,
                       "Where to write it, whole or not at all; when left out, to standard output");
-    return [given](gateway_session &session) { return pull(session, *given); };
+    return with_arguments(given, pull);
 }
 
 } // namespace

@@ -53,7 +53,7 @@ verb_work declare_deactivate(CLI::App &parser) {
                   "Examples:\n"
                   "  engr_app deactivate\n"
                   "  engr_app deactivate --gateway 192.168.1.20 --yes");
-    return [confirmed](gateway_session &session) { return deactivate(session, *confirmed); };
+    return with_arguments(confirmed, deactivate);
 }
 
 } // namespace engr_app

@@ -52,7 +52,7 @@ verb_work declare_devices(CLI::App &parser) {
                   "Examples:\n"
                   "  engr_app devices\n"
                   "  engr_app devices --gateway 127.0.0.1 --json");
-    return [with_versions](gateway_session &session) { return devices(session, *with_versions); };
+    return with_arguments(with_versions, devices);
 }
 
 } // namespace engr_app

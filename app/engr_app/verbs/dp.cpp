@@ -45,7 +45,7 @@ std::vector<std::string> names_of(const json &data_points) {
     return names;
 }
 
-int show(gateway_session &session, const json &state) {
+int show_data_points(gateway_session &session, const json &state) {
     if (session.out().json()) {
         session.out().document(state);
         return exit_success;
@@ -101,7 +101,7 @@ bool any_contains(const std::vector<std::string> &ids, const lan_client::report 
         ids, [&](const std::string &id) { return contains(report, id, data_points); });
 }
 
-int get(gateway_session &session, const dp_arguments &given) {
+int get_data_points(gateway_session &session, const dp_arguments &given) {
     const lan_client::answer answered = ask_state(session, given.device_id);
     if (given.device_id.empty() &&
         (is_refused_with(answered, no_device) || is_refused_with(answered, no_data_points))) {
@@ -112,10 +112,10 @@ int get(gateway_session &session, const dp_arguments &given) {
     if (state.is_null()) {
         throw malformed_answer("list of data points", payload);
     }
-    return show(session, state);
+    return show_data_points(session, state);
 }
 
-int set(gateway_session &session, const dp_arguments &given) {
+int set_data_points(gateway_session &session, const dp_arguments &given) {
     const json wanted = parse_data_points(given.data_points, given.object);
     json payload = request_for(given.device_id);
     payload["dps"] = wanted;
@@ -141,7 +141,7 @@ int set(gateway_session &session, const dp_arguments &given) {
         {{"cid", given.device_id}, {"dps", wanted}, {"reported", reported}});
 }
 
-int query(gateway_session &session, const dp_arguments &given) {
+int query_data_points(gateway_session &session, const dp_arguments &given) {
     json payload = request_for(given.device_id);
     json numbers = json::array();
     for (const std::string &text : given.data_points) {
@@ -164,26 +164,20 @@ int query(gateway_session &session, const dp_arguments &given) {
                                   "see engr_app online",
                                   session.chosen().name(), device_name(given.device_id)));
     }
-    return show(session, parse_device_state(report->payload));
-}
-
-// Each sub-verb has arguments of its own.
-verb_work with(const std::shared_ptr<dp_arguments> &given,
-               int (*work)(gateway_session &, const dp_arguments &)) {
-    return [given, work](gateway_session &session) { return work(session, *given); };
+    return show_data_points(session, parse_device_state(report->payload));
 }
 
 verb_work declare_dp_get(CLI::App &parser) {
     const auto given = std::make_shared<dp_arguments>();
     parser.add_option("CID", given->device_id, "The device; when left out, the gateway's own");
-    return with(given, get);
+    return with_arguments(given, get_data_points);
 }
 
 verb_work declare_dp_set(CLI::App &parser) {
     const auto given = std::make_shared<dp_arguments>();
     parser.add_option("CID", given->device_id, "The device")->required();
     declare_data_points(parser, given->data_points, given->object);
-    return with(given, set);
+    return with_arguments(given, set_data_points);
 }
 
 verb_work declare_dp_query(CLI::App &parser) {
@@ -191,7 +185,7 @@ verb_work declare_dp_query(CLI::App &parser) {
     parser.add_option("CID", given->device_id,
                       "The device; when left out or '', the gateway's own");
     parser.add_option("DP", given->data_points, "Data points; when left out, all");
-    return with(given, query);
+    return with_arguments(given, query_data_points);
 }
 
 } // namespace

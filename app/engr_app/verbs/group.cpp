@@ -41,7 +41,7 @@ std::string sentence_of(const group_arguments &given, const json &outcome) {
     return fmt::format("group {} now has {} device(s){}", given.group_id, count, members);
 }
 
-int operate(gateway_session &session, const group_arguments &given) {
+int operate_group(gateway_session &session, const group_arguments &given) {
     json payload{{"gid", given.group_id}, {"op", given.operation}};
     if (given.operation != "delete") {
         if (given.device_ids.empty()) {
@@ -64,7 +64,7 @@ int operate(gateway_session &session, const group_arguments &given) {
     return print_result(session, sentence_of(given, outcome), outcome);
 }
 
-int execute(gateway_session &session, const group_arguments &given) {
+int command_group(gateway_session &session, const group_arguments &given) {
     const json wanted = parse_data_points(given.data_points, given.object);
     ask_one(session,
             json_request(frame_type::grp_exec, {{"gid", given.group_id}, {"dps", wanted}}));
@@ -83,14 +83,14 @@ verb_work declare_group_oper(CLI::App &parser) {
         ->check(CLI::IsMember({"add", "remove", "delete"}));
     parser.add_option("GID", given->group_id, "The group")->required();
     parser.add_option("CIDS", given->device_ids, "Devices to add or to remove");
-    return [given](gateway_session &session) { return operate(session, *given); };
+    return with_arguments(given, operate_group);
 }
 
 verb_work declare_group_exec(CLI::App &parser) {
     const auto given = std::make_shared<group_arguments>();
     parser.add_option("GID", given->group_id, "The group")->required();
     declare_data_points(parser, given->data_points, given->object);
-    return [given](gateway_session &session) { return execute(session, *given); };
+    return with_arguments(given, command_group);
 }
 
 } // namespace

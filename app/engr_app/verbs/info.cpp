@@ -109,7 +109,7 @@ void show_announcement(std::vector<std::pair<std::string, std::string>> &facts,
     }
 }
 
-void show(console &out, const gateway &target, const trial &shown) {
+void show_trial(console &out, const gateway &target, const trial &shown) {
     std::vector<std::pair<std::string, std::string>> facts{{"address", target.address}};
     if (target.announced) {
         show_announcement(facts, *target.announced);
@@ -150,7 +150,7 @@ int info(gateway_session &session, const info_arguments &given) {
     if (out.json()) {
         out.document(as_json(target, shown));
     } else {
-        show(out, target, shown);
+        show_trial(out, target, shown);
     }
     if (shown.problem) {
         throw failure(*shown.problem);
@@ -169,7 +169,7 @@ verb_work declare_info(CLI::App &parser) {
     parser.footer(std::string(versions_note) + "Examples:\n"
                                                "  engr_app info\n"
                                                "  engr_app info --gateway 127.0.0.2 --wait");
-    return [given](gateway_session &session) { return info(session, *given); };
+    return with_arguments(given, info);
 }
 
 } // namespace engr_app

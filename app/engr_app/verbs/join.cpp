@@ -64,7 +64,7 @@ std::size_t show_until(gateway_session &session, report_subscription &reports,
     return joined;
 }
 
-int open(gateway_session &session, const join_arguments &given) {
+int open_joining(gateway_session &session, const join_arguments &given) {
     bool interrupted = false;
     report_subscription reports(session);
     ask_one(session, join_request(given, given.seconds));
@@ -91,7 +91,7 @@ int open(gateway_session &session, const join_arguments &given) {
     return exit_success;
 }
 
-int close(gateway_session &session, const join_arguments &given) {
+int close_joining(gateway_session &session, const join_arguments &given) {
     ask_one(session, join_request(given, 0));
     return print_result(session, fmt::format("joining is closed on {}", session.chosen().name()),
                         {{"open", false}});
@@ -112,13 +112,13 @@ verb_work declare_join_open(CLI::App &parser) {
         ->check(CLI::Range(int64_t{1}, greatest_seconds));
     declare_kind(parser, *given);
     parser.add_flag("--detach", given->detach, "Only open it, and don't wait for devices");
-    return [given](gateway_session &session) { return open(session, *given); };
+    return with_arguments(given, open_joining);
 }
 
 verb_work declare_join_close(CLI::App &parser) {
     const auto given = std::make_shared<join_arguments>();
     declare_kind(parser, *given);
-    return [given](gateway_session &session) { return close(session, *given); };
+    return with_arguments(given, close_joining);
 }
 
 } // namespace

@@ -79,7 +79,7 @@ std::string fetch(gateway_session &session, lan_client::client &client) {
     return log;
 }
 
-int show(gateway_session &session, std::string log) {
+int show_log(gateway_session &session, std::string log) {
     if (session.out().json()) {
         session.out().document({{"bytes", log.size()}, {"log", log}});
         return exit_success;
@@ -106,7 +106,7 @@ int fetch_log(gateway_session &session, const log_arguments &given) {
         content = fetch(session, client);
     }
     if (path.empty()) {
-        return show(session, std::move(content));
+        return show_log(session, std::move(content));
     }
     write_file(path, content);
     return print_result(session,
@@ -129,7 +129,7 @@ verb_work declare_log(CLI::App &parser) {
                   "Examples:\n"
                   "  engr_app log gateway.log\n"
                   "  engr_app log --sanitized support.log");
-    return [given](gateway_session &session) { return fetch_log(session, *given); };
+    return with_arguments(given, fetch_log);
 }
 
 } // namespace engr_app

@@ -288,7 +288,7 @@ verb_work declare_provision(CLI::App &parser) {
         "  engr_app provision --ssid office --interface wlan0\n"
         "  engr_app provision --ssid office --password-file wifi.txt --token-file token.txt \\\n"
         "      --interface wlan0 --new-interface eth0");
-    return [given](gateway_session &session) { return provision(session, *given); };
+    return with_arguments(given, provision);
 }
 
 } // namespace engr_app

@@ -48,7 +48,7 @@ std::string read_payload(const raw_arguments &given) {
     return payload;
 }
 
-void show(gateway_session &session, const lan_client::answer &answered, bool hex) {
+void show_answer(gateway_session &session, const lan_client::answer &answered, bool hex) {
     console &out = session.out();
     const std::string payload = hex ? support::to_hex(answered.payload) : answered.payload;
     if (out.json()) {
@@ -76,7 +76,7 @@ int raw(gateway_session &session, const raw_arguments &given) {
     if (answers.front().failure) {
         throw explain(session, answers.front());
     }
-    show(session, answers.front(), given.hex);
+    show_answer(session, answers.front(), given.hex);
     return answers.front().ret == 0 ? exit_success : exit_failed;
 }
 
@@ -106,7 +106,7 @@ verb_work declare_raw(CLI::App &parser) {
                   "  engr_app raw FRM_DEV_LIST\n"
                   "  engr_app raw 10 '{\"cid\": \"a1\"}' --json\n"
                   "  engr_app raw tp_cmd '{\"cid\": \"a1\", \"dps\": {\"1\": true}}'");
-    return [given](gateway_session &session) { return raw(session, *given); };
+    return with_arguments(given, raw);
 }
 
 } // namespace engr_app

@@ -43,7 +43,7 @@ report_subscription::rule outcome_of(uint32_t type, const json &asked,
     };
 }
 
-int execute(gateway_session &session, const scene_arguments &given) {
+int run_linkage_scene(gateway_session &session, const scene_arguments &given) {
     ask_one(session, json_request(frame_type::com_scene_exec, {{"sceneId", given.scene_id}}));
     return print_result(
         session,
@@ -53,7 +53,7 @@ int execute(gateway_session &session, const scene_arguments &given) {
         {{"sceneId", given.scene_id}});
 }
 
-int run(gateway_session &session, const scene_arguments &given) {
+int run_group_scene(gateway_session &session, const scene_arguments &given) {
     const json payload{{"sid", given.scene_id}, {"gid", given.group_id}};
     ask_one(session, json_request(frame_type::scene_cmd, payload));
     return print_result(session,
@@ -87,7 +87,7 @@ json checked_set(const std::string &file) {
     return set;
 }
 
-int sync(gateway_session &session, const scene_arguments &given) {
+int sync_scenes(gateway_session &session, const scene_arguments &given) {
     const json set = checked_set(given.file);
     ask_one(session, json_request(frame_type::scene_linkage, set));
     const std::string name = session.chosen().name();
@@ -101,7 +101,7 @@ int sync(gateway_session &session, const scene_arguments &given) {
                         {{"totalCount", set["totalCount"]}, {"gmtModified", set["gmtModified"]}});
 }
 
-int operate(gateway_session &session, const scene_arguments &given) {
+int operate_scene(gateway_session &session, const scene_arguments &given) {
     json payload{{"sid", given.scene_id}, {"gid", given.group_id}, {"op", given.operation}};
     if (given.operation == "save") {
         if (given.file.empty()) {
@@ -142,22 +142,17 @@ int assign_panel(gateway_session &session, const scene_arguments &given) {
         payload_json(report.payload));
 }
 
-verb_work with(const std::shared_ptr<scene_arguments> &given,
-               int (*work)(gateway_session &, const scene_arguments &)) {
-    return [given, work](gateway_session &session) { return work(session, *given); };
-}
-
 verb_work declare_scene_exec(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
     parser.add_option("SCENEID", given->scene_id, "The linkage scene")->required();
-    return with(given, execute);
+    return with_arguments(given, run_linkage_scene);
 }
 
 verb_work declare_scene_run(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
     parser.add_option("GID", given->group_id, "The group")->required();
     parser.add_option("SID", given->scene_id, "The scene in that group")->required();
-    return with(given, run);
+    return with_arguments(given, run_group_scene);
 }
 
 verb_work declare_scene_sync(CLI::App &parser) {
@@ -167,7 +162,7 @@ verb_work declare_scene_sync(CLI::App &parser) {
                     "JSON file with all linkage scenes; - reads it from "
                     "standard input")
         ->required();
-    return with(given, sync);
+    return with_arguments(given, sync_scenes);
 }
 
 verb_work declare_scene_oper(CLI::App &parser) {
@@ -180,7 +175,7 @@ verb_work declare_scene_oper(CLI::App &parser) {
     parser.add_option("FILE", given->file,
                       "JSON file with the actions to save; - reads it from "
                       "standard input");
-    return with(given, operate);
+    return with_arguments(given, operate_scene);
 }
 
 verb_work declare_scene_panel(CLI::App &parser) {
@@ -191,7 +186,7 @@ verb_work declare_scene_panel(CLI::App &parser) {
                     "JSON file with its buttons; - reads it from standard "
                     "input")
         ->required();
-    return with(given, assign_panel);
+    return with_arguments(given, assign_panel);
 }
 
 } // namespace

@@ -19,7 +19,7 @@ constexpr std::size_t max_secret_bytes = 4096;
 // The terminal of the program, whatever standard input and output are.
 class silent_terminal {
   public:
-    silent_terminal() : descriptor_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
+    silent_terminal() : descriptor_(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
         if (descriptor_ < 0 || tcgetattr(descriptor_, &before_) != 0) {
             return;
         }
@@ -37,7 +37,7 @@ class silent_terminal {
             tcsetattr(descriptor_, TCSAFLUSH, &before_);
         }
         if (descriptor_ >= 0) {
-            close(descriptor_);
+            ::close(descriptor_);
         }
     }
 

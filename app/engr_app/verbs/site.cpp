@@ -88,7 +88,7 @@ verb_work declare_report(CLI::App &parser) {
     parser.footer(std::string(versions_note) +
                   "Without a file the report goes to standard output, as Markdown or with --json "
                   "as\nJSON. With several gateways each has files of its own, FILE-ID.EXTENSION.");
-    return [given](gateway_session &session) { return report(session, *given); };
+    return with_arguments(given, report);
 }
 
 verb_work declare_diff(CLI::App &parser) {
@@ -96,7 +96,7 @@ verb_work declare_diff(CLI::App &parser) {
     parser.add_option("BEFORE", given->before, "The earlier report, a JSON file")->required();
     parser.add_option("AFTER", given->after, "The later one")->required();
     concerns_no_gateway(parser);
-    return [given](gateway_session &session) { return diff(session, *given); };
+    return with_arguments(given, diff);
 }
 
 } // namespace

@@ -39,7 +39,7 @@ verb_work declare_token(CLI::App &parser) {
                   "Examples:\n"
                   "  engr_app token --token-file token.txt\n"
                   "  ENGR_TOKEN=... engr_app token");
-    return [input](gateway_session &session) { return token(session, *input); };
+    return with_arguments(input, token);
 }
 
 } // namespace engr_app

@@ -63,7 +63,7 @@ verb_work declare_unbind(CLI::App &parser) {
                   "afterwards.\n\n"
                   "Examples:\n"
                   "  engr_app unbind a4c1380001000001 a4c1380001000002");
-    return [ids](gateway_session &session) { return unbind(session, *ids); };
+    return with_arguments(ids, unbind);
 }
 
 } // namespace engr_app

@@ -162,7 +162,7 @@ verb_work declare_upgrade(CLI::App &parser) {
         "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1\n"
         "  engr_app upgrade lamp.ota --version 1.4 --cid a1\n"
         "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1 --all");
-    return [given](gateway_session &session) { return upgrade(session, *given); };
+    return with_arguments(given, upgrade);
 }
 
 } // namespace engr_app

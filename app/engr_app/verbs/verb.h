@@ -2,7 +2,9 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace CLI {
@@ -32,6 +34,17 @@ struct verb {
 
 /** @return all verbs, in the order in which --help shows them */
 [[nodiscard]] std::span<const verb> verbs();
+
+/**
+ * @param given  what the verb's options fill
+ * @param work   is called with the session and with what they have filled
+ */
+template <typename Arguments, typename Work>
+[[nodiscard]] verb_work with_arguments(std::shared_ptr<Arguments> given, Work work) {
+    return [given = std::move(given), work](gateway_session &session) {
+        return work(session, *given);
+    };
+}
 
 /**
  * Declares the verbs of a verb, one of which has to be given.

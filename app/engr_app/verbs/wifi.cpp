@@ -52,7 +52,7 @@ verb_work declare_wifi(CLI::App &parser) {
                   "Examples:\n"
                   "  engr_app wifi office\n"
                   "  engr_app wifi office --password-file wifi.txt");
-    return [given](gateway_session &session) { return wifi(session, *given); };
+    return with_arguments(given, wifi);
 }
 
 } // namespace engr_app
