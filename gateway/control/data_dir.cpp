@@ -18,18 +18,21 @@ std::string absolute_variable(const char *name) {
 
 /** Goes one step down; 0, or the error. */
 int step_into(const std::string &name, bool create) {
-    if (create && mkdir(name.c_str(), 0700) != 0 && errno != EEXIST)
+    if (create && mkdir(name.c_str(), 0700) != 0 && errno != EEXIST) {
         return errno;
+    }
     return chdir(name.c_str()) == 0 ? 0 : errno;
 }
 
 } // namespace
 
 std::string default_data_dir() {
-    if (const std::string state = absolute_variable("XDG_STATE_HOME"); !state.empty())
+    if (const std::string state = absolute_variable("XDG_STATE_HOME"); !state.empty()) {
         return state + "/engr_gatewayd";
-    if (const std::string home = absolute_variable("HOME"); !home.empty())
+    }
+    if (const std::string home = absolute_variable("HOME"); !home.empty()) {
         return home + "/.local/state/engr_gatewayd";
+    }
     return "engr_gateway";
 }
 
@@ -38,13 +41,15 @@ void enter_directory(const std::string &path, bool create) {
     int error = path.empty() ? ENOENT : path.front() == '/' ? step_into("/", false) : 0;
     for (std::size_t begin = 0; begin < path.size() && error == 0;) {
         const std::size_t end = std::min(path.find('/', begin), path.size());
-        if (end != begin)
+        if (end != begin) {
             error = step_into(path.substr(begin, end - begin), create);
+        }
         begin = end + 1;
     }
-    if (error != 0)
+    if (error != 0) {
         throw directory_error("cannot enter the data directory '" + path +
                               "': " + std::strerror(error));
+    }
 }
 
 } // namespace control

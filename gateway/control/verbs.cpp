@@ -46,12 +46,14 @@ std::string usage_fault(std::string_view name, std::size_t argument_count) {
                                     [&](const verb &of) { return of.name == name; });
     if (found == std::end(verb_table)) {
         std::string fault = "unknown verb '" + std::string(name) + "'; there are:";
-        for (const verb &of : verb_table)
+        for (const verb &of : verb_table) {
             fault += std::string(" ") + of.name;
+        }
         return fault;
     }
-    if (argument_count < found->least || argument_count > found->most)
+    if (argument_count < found->least || argument_count > found->most) {
         return "usage: " + std::string(name) + " " + found->arguments;
+    }
     return {};
 }
 
@@ -62,12 +64,14 @@ std::string request_line(const request &asked) {
 request parse_request(std::string_view line) {
     const ordered_json json = ordered_json::parse(line, nullptr, false);
     if (!json.is_object() || !json.contains("verb") || !json.contains("args") ||
-        !json["verb"].is_string() || !json["args"].is_array())
+        !json["verb"].is_string() || !json["args"].is_array()) {
         return {};
+    }
     request asked{json["verb"], {}};
     for (const ordered_json &argument : json["args"]) {
-        if (!argument.is_string())
+        if (!argument.is_string()) {
             return {};
+        }
         asked.arguments.push_back(argument);
     }
     return asked;

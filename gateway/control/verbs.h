@@ -36,8 +36,11 @@ struct request {
     std::vector<std::string> arguments;
 };
 
-/** The line of a request, line feed included. @throws nlohmann::json::exception  an argument is not
- * UTF-8 */
+/**
+ * The line of a request, line feed included.
+ *
+ * @throws nlohmann::json::exception  an argument is not UTF-8
+ */
 std::string request_line(const request &asked);
 /** @return the request of a line; its verb is empty when the line is no request */
 request parse_request(std::string_view line);

@@ -47,25 +47,32 @@ int connect_to_daemon() {
     std::string_view(control::socket_name).copy(address.sun_path, sizeof address.sun_path - 1);
     const timeval timeout{.tv_sec = reply_timeout_s, .tv_usec = 0};
     if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0 ||
-        connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         return -1;
+    }
     return fd;
 }
 
-/** Sends a line and reads one. @return empty when the daemon went away or kept silent */
+/**
+ * Sends a line and reads one.
+ *
+ * @return empty when the daemon went away or kept silent
+ */
 std::string ask_daemon(int fd, const std::string &line) {
     for (std::size_t sent = 0; sent < line.size();) {
         const ssize_t count = send(fd, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
-        if (count <= 0)
+        if (count <= 0) {
             break; // a request that is too long is answered before it is read whole
+        }
         sent += static_cast<std::size_t>(count);
     }
     std::string reply;
     char part[4096];
     while (reply.empty() || reply.back() != '\n') {
         const ssize_t count = recv(fd, part, sizeof part, 0);
-        if (count <= 0)
+        if (count <= 0) {
             return {};
+        }
         reply.append(part, static_cast<std::size_t>(count));
     }
     return reply;
@@ -78,16 +85,18 @@ int show(const std::string &line) {
         std::cout << reply["result"].dump(is_wide ? 2 : -1) << '\n' << std::flush;
         return std::cout ? 0 : complain("the answer could not be written", exit_failed);
     }
-    if (!reply.is_object() || !reply.contains("error"))
+    if (!reply.is_object() || !reply.contains("error")) {
         return complain("the gateway gave no answer", exit_failed);
+    }
     return complain(reply["error"].get<std::string>(),
                     reply.value("usage", false) ? exit_usage : exit_failed);
 }
 
 int ask(const std::string &data_dir, const control::request &asked) {
     if (const std::string fault = control::usage_fault(asked.verb, asked.arguments.size());
-        !fault.empty())
+        !fault.empty()) {
         return complain(fault, exit_usage);
+    }
     std::string line;
     try {
         line = control::request_line(asked);
@@ -101,10 +110,12 @@ int ask(const std::string &data_dir, const control::request &asked) {
         return complain(error.what() + advice, exit_failed);
     }
     const int fd = connect_to_daemon();
-    if (fd < 0 && errno == EACCES)
+    if (fd < 0 && errno == EACCES) {
         return complain("the gateway on '" + data_dir + "' belongs to another user", exit_failed);
-    if (fd < 0)
+    }
+    if (fd < 0) {
         return complain("no gateway runs on '" + data_dir + "'" + advice, exit_failed);
+    }
     const std::string reply = ask_daemon(fd, line);
     close(fd);
     return show(reply);
@@ -130,7 +141,8 @@ int main(int count, char **arguments) {
         return app.exit(error) == 0 ? 0 : exit_usage;
     }
     const std::vector<std::string> words = app.remaining();
-    if (words.empty())
+    if (words.empty()) {
         return complain("which verb? See engr_gatewayctl --help", exit_usage);
+    }
     return ask(data_dir, {words.front(), {words.begin() + 1, words.end()}});
 }

@@ -38,9 +38,10 @@ class argument_list {
     [[nodiscard]] uint32_t length(std::size_t place, const char *name,
                                   std::size_t available) const {
         const auto length = number<uint32_t>(place, name, static_cast<uint32_t>(available));
-        if (length > available)
+        if (length > available) {
             throw gateway::usage_error(std::string(name) + ": the data has " +
                                        std::to_string(available) + " bytes only");
+        }
         return length;
     }
 
@@ -50,8 +51,9 @@ class argument_list {
 
 /** A data-point report whose block is made of one text. */
 ordered_json report_data_points(const argument_list &list) {
-    if (!list.has(0))
+    if (!list.has(0)) {
         return engr_lan_dp_sata_report(nullptr, list.number<uint32_t>(1, "len"));
+    }
     const std::size_t size = sizeof(lan_dp_report_t) + list.size(0) + 1;
     std::vector<char> block(size);
     auto *report = new (block.data()) lan_dp_report_t{};
@@ -161,8 +163,9 @@ ordered_json call_agent(const std::string &name, const std::vector<std::string> 
     std::string known;
     for (const exported_function &function : functions) {
         if (name == function.name) {
-            if (arguments.size() > function.most_arguments)
+            if (arguments.size() > function.most_arguments) {
                 throw gateway::usage_error("usage: call " + name + " " + function.arguments);
+            }
             return function.call(argument_list(arguments));
         }
         known += std::string(" ") + function.name;

@@ -5,9 +5,17 @@
 
 namespace gatewayd {
 
-/** Starts the agent. @return the result of engr_lan_pro_cntl_init */
+/**
+ * Starts the agent.
+ *
+ * @return the result of engr_lan_pro_cntl_init
+ */
 int32_t start_agent(int32_t mode);
-/** Stops it. @return the result of engr_lan_pro_cntl_exit */
+/**
+ * Stops it.
+ *
+ * @return the result of engr_lan_pro_cntl_exit
+ */
 int32_t stop_agent();
 
 /** Whether the agent is started. */

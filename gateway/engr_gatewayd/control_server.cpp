@@ -76,27 +76,34 @@ struct control_server::client {
         return *this;
     }
     ~client() {
-        if (fd >= 0)
+        if (fd >= 0) {
             close(fd);
+        }
     }
 
-    /** Goes on with what can be done now. @return false when the connection has served its purpose
+    /**
+     * Goes on with what can be done now.
+     *
+     * @return false when the connection has served its purpose
      */
     bool advance(const handler &answer) {
-        if (output.empty() && !read_request(answer))
+        if (output.empty() && !read_request(answer)) {
             return false;
+        }
         return output.empty() || write_reply();
     }
 
     bool read_request(const handler &answer) {
         char part[4096];
         const ssize_t count = recv(fd, part, sizeof part, 0);
-        if (count <= 0)
+        if (count <= 0) {
             return count < 0 && (errno == EAGAIN || errno == EINTR);
+        }
         input.append(part, static_cast<std::size_t>(count));
         const std::size_t end = input.find('\n');
-        if (end == std::string::npos && input.size() <= request_bytes_max)
+        if (end == std::string::npos && input.size() <= request_bytes_max) {
             return true;
+        }
         output = end == std::string::npos ? control::error_line("the request is too long", true)
                                           : answer(std::string_view(input).substr(0, end));
         deadline = steady_clock::now() + patience;
@@ -105,8 +112,9 @@ struct control_server::client {
 
     bool write_reply() {
         const ssize_t count = send(fd, output.data(), output.size(), MSG_NOSIGNAL);
-        if (count < 0)
+        if (count < 0) {
             return errno == EAGAIN || errno == EINTR;
+        }
         output.erase(0, static_cast<std::size_t>(count));
         return !output.empty();
     }
@@ -121,14 +129,16 @@ control_server::control_server(handler answer)
     : answer_(std::move(answer)), listen_fd_(listen_here()), stop_fd_(eventfd(0, EFD_CLOEXEC)) {
     const thrd_param_t param{.stack_size = 256 * 1024, .priority = 1, .name = "control"};
     const auto entry = [](void *self) { static_cast<control_server *>(self)->serve(); };
-    if (stop_fd_ < 0 || CreateAndStart(&thread_, nullptr, nullptr, entry, this, &param) != 0)
+    if (stop_fd_ < 0 || CreateAndStart(&thread_, nullptr, nullptr, entry, this, &param) != 0) {
         throw std::runtime_error("cannot start the control thread");
+    }
 }
 
 control_server::~control_server() {
     const uint64_t one = 1;
-    if (write(stop_fd_, &one, sizeof one) == sizeof one)
+    if (write(stop_fd_, &one, sizeof one) == sizeof one) {
         DeleteThrdHandle(thread_);
+    }
     unlink(control::socket_name);
     close(listen_fd_);
     close(stop_fd_);
@@ -152,23 +162,26 @@ void control_server::serve() {
             wait_ms = static_cast<int>(std::clamp<int64_t>(left.count(), 0, 60'000));
         }
         poll(watched.data(), watched.size(), wait_ms);
-        if (watched[0].revents != 0)
+        if (watched[0].revents != 0) {
             return;
+        }
 
         const auto now = steady_clock::now();
         std::vector<client> remaining;
         for (std::size_t i = 0; i < clients.size(); ++i) {
             const bool is_ready = watched[i + 2].revents != 0;
-            if (clients[i].deadline > now && (!is_ready || clients[i].advance(answer_)))
+            if (clients[i].deadline > now && (!is_ready || clients[i].advance(answer_))) {
                 remaining.push_back(std::move(clients[i]));
+            }
         }
         clients = std::move(remaining);
         if (watched[1].revents != 0) {
             client arrived(accept4(listen_fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-            if (arrived.fd < 0)
+            if (arrived.fd < 0) {
                 kelo_hal_system_sleep(accept_pause_ms);
-            else if (is_own_user(arrived.fd))
+            } else if (is_own_user(arrived.fd)) {
                 clients.push_back(std::move(arrived));
+            }
         }
     }
 }

@@ -19,18 +19,21 @@ namespace {
 
 std::string read_whole(const std::string &name) {
     const int fd = open(name.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
+    if (fd < 0) {
         refuse_file(name, "read");
+    }
     std::string text;
     char part[65536];
     ssize_t count = 0;
-    while ((count = read(fd, part, sizeof part)) > 0)
+    while ((count = read(fd, part, sizeof part)) > 0) {
         text.append(part, static_cast<std::size_t>(count));
+    }
     const int error = errno;
     close(fd);
     errno = error;
-    if (count < 0)
+    if (count < 0) {
         refuse_file(name, "read");
+    }
     return text;
 }
 
@@ -50,10 +53,12 @@ input_files read_input_files(const options &chosen) {
     inputs.site = chosen.site.empty()
                       ? gateway::demo_site(number)
                       : gateway::parse_site(read_whole(chosen.site), chosen.site, number);
-    if (!chosen.scenario.empty())
+    if (!chosen.scenario.empty()) {
         inputs.scenario = gateway::parse_scenario(read_whole(chosen.scenario), chosen.scenario);
-    if (!chosen.trace.empty())
+    }
+    if (!chosen.trace.empty()) {
         inputs.trace = open_trace(chosen.trace);
+    }
     return inputs;
 }
 

@@ -24,7 +24,11 @@ constexpr const char *old_log_file_name = "engr_gatewayd.1.log";
 
 std::mutex files_mutex; // held while a line is written, and while the files are copied
 
-/** The last bytes of a file, at most so many. @throws gateway::refused */
+/**
+ * The last bytes of a file, at most so many.
+ *
+ * @throws gateway::refused
+ */
 std::string end_of_file(const char *name, std::size_t bytes_max) {
     std::ifstream file(name, std::ios::binary | std::ios::ate);
     const auto size = static_cast<std::size_t>(std::max<std::streamoff>(file.tellg(), 0));

@@ -35,8 +35,9 @@ constexpr const char *own_files[] = {control::lock_name, store_name, "gateway.db
 sigset_t block_signals() {
     sigset_t stopping;
     sigemptyset(&stopping);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         sigaddset(&stopping, number);
+    }
     pthread_sigmask(SIG_BLOCK, &stopping, nullptr);
     // A peer that left and a file that may not grow are failures of a write, not the end.
     std::signal(SIGPIPE, SIG_IGN);
@@ -72,12 +73,14 @@ void check_directory(const std::string &data_dir) {
 /** Makes the data directory this process's own, for as long as it lives. */
 void lock_directory(const std::string &data_dir) {
     const int fd = open(control::lock_name, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0)
+    if (fd < 0) {
         throw std::runtime_error("cannot write in the data directory '" + data_dir +
                                  "': " + std::strerror(errno));
-    if (flock(fd, LOCK_EX | LOCK_NB) != 0)
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
         throw std::runtime_error("another engr_gatewayd runs on the data directory '" + data_dir +
                                  "'");
+    }
 }
 
 /** Holds everything that lives between start and stop, in the order in which it has to end. */
@@ -110,10 +113,13 @@ void configure_network(const options &chosen) {
     // On lo the interface's own address leaves the others to other gateways; elsewhere a fixed one
     // would outlive a change of address.
     std::string any_address = chosen.address;
-    if (any_address.empty() && chosen.interface == "lo")
+    if (any_address.empty() && chosen.interface == "lo") {
         any_address = linux_port::interface_address(chosen.interface).value_or("");
-    if (!linux_port::configure_network({.interface = chosen.interface, .any_address = any_address}))
+    }
+    if (!linux_port::configure_network(
+            {.interface = chosen.interface, .any_address = any_address})) {
         throw std::runtime_error("the network cannot be set up");
+    }
 }
 
 void run(const options &chosen, input_files &inputs) {
@@ -127,19 +133,24 @@ void run(const options &chosen, input_files &inputs) {
     open_log(chosen.log_level);
     configure_network(chosen);
     const running_gateway gateway(chosen, inputs);
-    if (!chosen.site.empty() && !gateway::used_initial_site())
+    if (!chosen.site.empty() && !gateway::used_initial_site()) {
         std::fprintf(stderr,
                      "engr_gatewayd: '%s' is not used: the data directory has a gateway already\n",
                      chosen.site.c_str());
+    }
     watch_server(chosen.interface, chosen.address);
     const control_server control(answer_request);
-    if (const int32_t result = chosen.access_point ? gateway::open_access_point() : 0; result != 0)
+    if (const int32_t result = chosen.access_point ? gateway::open_access_point() : 0;
+        result != 0) {
         throw std::runtime_error("nothing listens for Wi-Fi credentials on UDP port 6669: result " +
                                  std::to_string(result));
-    if (const int32_t result = start_agent(chosen.mode); result != 0)
+    }
+    if (const int32_t result = start_agent(chosen.mode); result != 0) {
         throw std::runtime_error("the agent does not start: result " + std::to_string(result));
-    if (chosen.mode == ENGR_MODE_WECHAT)
+    }
+    if (chosen.mode == ENGR_MODE_WECHAT) {
         say_ready("wechat");
+    }
     int signal_number = 0;
     sigwait(&stopping, &signal_number);
 }
@@ -150,8 +161,9 @@ void run(const options &chosen, input_files &inputs) {
 int main(int count, char **arguments) {
     using namespace gatewayd;
     const parsed_options parsed = parse_options(count, arguments);
-    if (parsed.ends)
+    if (parsed.ends) {
         return parsed.status;
+    }
     try {
         input_files inputs = read_input_files(parsed.chosen);
         run(parsed.chosen, inputs);

@@ -31,27 +31,30 @@ ordered_json with_result(ordered_json result) {
 
 /** Chooses between two words. */
 bool is_first(const std::string &text, const std::string &first, const std::string &second) {
-    if (text != first && text != second)
+    if (text != first && text != second) {
         throw gateway::usage_error("'" + text + "' is neither " + first + " nor " + second);
+    }
     return text == first;
 }
 
 ordered_json set_fault(const texts &arguments) {
-    if (arguments[1] == "off")
+    if (arguments[1] == "off") {
         gateway::set_service_fault(arguments[0], std::nullopt);
-    else
+    } else {
         gateway::set_service_fault(arguments[0], number_from_text<int32_t>("RESULT", arguments[1]));
+    }
     return done();
 }
 
 ordered_json set_callback(const texts &arguments) {
-    if (arguments[1] == "absent")
+    if (arguments[1] == "absent") {
         gateway::set_callback(arguments[0], gateway::callback_mode::absent);
-    else if (arguments[1] == "present")
+    } else if (arguments[1] == "present") {
         gateway::set_callback(arguments[0], gateway::callback_mode::present);
-    else
+    } else {
         gateway::set_callback(arguments[0], gateway::callback_mode::fixed_result,
                               number_from_text<int32_t>("RESULT", arguments[1]));
+    }
     return done();
 }
 
@@ -131,11 +134,13 @@ constexpr operation operations[] = {
 
 ordered_json carry_out(const control::request &asked) {
     if (const std::string fault = control::usage_fault(asked.verb, asked.arguments.size());
-        !fault.empty())
+        !fault.empty()) {
         throw gateway::usage_error(fault);
+    }
     for (const operation &each : operations) {
-        if (asked.verb == each.verb)
+        if (asked.verb == each.verb) {
             return each.carry_out(asked.arguments);
+        }
     }
     throw std::logic_error("the verb has no operation");
 }
@@ -144,9 +149,10 @@ ordered_json carry_out(const control::request &asked) {
 
 std::string answer_request(std::string_view line) {
     const control::request asked = control::parse_request(line);
-    if (asked.verb.empty())
+    if (asked.verb.empty()) {
         return control::error_line(R"(not a request: one line like {"verb": "status", "args": []})",
                                    true);
+    }
     try {
         return control::result_line(carry_out(asked));
     } catch (const gateway::usage_error &error) {

@@ -19,15 +19,17 @@ std::string interface_names() {
                                                                                 if_freenameindex);
     std::string names;
     for (const struct if_nameindex *each = all.get(); each != nullptr && each->if_index != 0;
-         ++each)
+         ++each) {
         names += (names.empty() ? "" : ", ") + std::string(each->if_name);
+    }
     return names;
 }
 
 /** @return what is wrong; empty when nothing is */
 std::string interface_fault(const std::string &name) {
-    if (if_nametoindex(name.c_str()) != 0)
+    if (if_nametoindex(name.c_str()) != 0) {
         return {};
+    }
     return "there is no interface '" + name + "'; there are: " + interface_names();
 }
 
@@ -35,8 +37,9 @@ std::string interface_fault(const std::string &name) {
 std::string address_fault(const std::string &text) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    if (inet_pton(AF_INET, text.c_str(), &address.sin_addr) != 1)
+    if (inet_pton(AF_INET, text.c_str(), &address.sin_addr) != 1) {
         return "'" + text + "' is not an IPv4 address like 127.0.0.2";
+    }
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const bool is_local =
         bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;

@@ -25,8 +25,9 @@ std::string shown_address() {
 }
 
 void complain(int error) {
-    if (has_complained.exchange(true))
+    if (has_complained.exchange(true)) {
         return;
+    }
     const char *reason = error == EADDRINUSE ? "is taken by another program" : std::strerror(error);
     std::fprintf(stderr, "engr_gatewayd: tcp %d on %s (%s) %s%s; trying on\n", server_port,
                  interface_name.c_str(), shown_address().c_str(),
@@ -34,15 +35,17 @@ void complain(int error) {
 }
 
 void on_server_event(linux_port::server_event event, uint16_t port, int error) {
-    if (port != server_port)
+    if (port != server_port) {
         return;
+    }
     listening = event == linux_port::server_event::listening;
     if (event == linux_port::server_event::failed) {
         complain(error);
     } else if (listening) {
         has_complained = false;
-        if (!was_ready.exchange(true))
+        if (!was_ready.exchange(true)) {
             say_ready("tcp " + std::to_string(server_port));
+        }
     }
 }
 

@@ -8,7 +8,11 @@ namespace gatewayd {
 /** Prints the ready line when the server first listens, and says when its port is taken. */
 void watch_server(const std::string &interface, const std::string &address);
 
-/** Prints the ready line. @param service  what is ready */
+/**
+ * Prints the ready line.
+ *
+ * @param service  what is ready
+ */
 void say_ready(const std::string &service);
 
 /** Whether the server listens at the moment. */

@@ -49,8 +49,9 @@ void stop_listening() {
         const platform::held_mutex guard(access_point_mutex);
         listens = std::exchange(has_listened, false);
     }
-    if (listens)
+    if (listens) {
         engr_lan_ap_nw_cfg_stop();
+    }
 }
 
 bool is_configuring() {
@@ -59,7 +60,11 @@ bool is_configuring() {
     return gateway.nw_cfg_stat == configuring_by_access_point;
 }
 
-/** Connects the station with what the record says. @return the Wi-Fi layer's result */
+/**
+ * Connects the station with what the record says.
+ *
+ * @return the Wi-Fi layer's result
+ */
 int32_t connect_as_recorded() {
     gw_cntl_t &gateway = the_gateway().shared;
     std::string ssid;
@@ -98,32 +103,46 @@ void end_joining() {
  * network, since a failure is told to the apps there. */
 void join_network(void *) {
     const int32_t result = connect_as_recorded();
-    if (result == 0)
+    if (result == 0) {
         wf_ap_stop();
-    else
+    } else {
         engr_lan_ap_nw_cfg_error_report("the Wi-Fi network cannot be joined", result);
+    }
     end_joining();
     give_joining_back();
 }
 
-/** Claims the joining of a network. @return the thread of the one before, which has ended
- * @throws refused */
+/**
+ * Claims the joining of a network.
+ *
+ * @return the thread of the one before, which has ended
+ * @throws refused
+ */
 thrd_handle_t claim_joining() {
     const platform::held_mutex guard(access_point_mutex);
-    if (is_joining || access_points_end)
+    if (is_joining || access_points_end) {
         throw refused("a Wi-Fi network is being joined already");
+    }
     is_joining = true;
     return std::exchange(joining, nullptr);
 }
 
-/** Starts the thread that joins the network. @return whether it runs */
+/**
+ * Starts the thread that joins the network.
+ *
+ * @return whether it runs
+ */
 bool start_joining() {
     const platform::held_mutex guard(access_point_mutex);
     return !access_points_end &&
            CreateAndStart(&joining, nullptr, nullptr, join_network, nullptr, &joining_thread) == 0;
 }
 
-/** Remembers the credentials. @throws refused, usage_error */
+/**
+ * Remembers the credentials.
+ *
+ * @throws refused, usage_error
+ */
 void take_credentials(const char *ssid, const char *passwd, const char *token) {
     DeleteThrdHandle(claim_joining());
     try {
@@ -175,8 +194,9 @@ int32_t open_access_point() {
 }
 
 void open_access_points() {
-    if (kelo_hal_mutex_create_init(&access_point_mutex) != 0)
+    if (kelo_hal_mutex_create_init(&access_point_mutex) != 0) {
         throw refused("no mutex could be created");
+    }
     is_joining = false;
     access_points_end = false;
     has_listened = false;

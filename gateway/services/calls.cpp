@@ -54,8 +54,9 @@ bool can_be_set(const call_info &info) {
 std::string known_names(bool callbacks) {
     std::string names;
     for (const call_info &info : call_table) {
-        if (info.is_callback == callbacks && can_be_set(info))
+        if (info.is_callback == callbacks && can_be_set(info)) {
             names += (names.empty() ? "" : ", ") + std::string(info.name);
+        }
     }
     return names;
 }
@@ -63,26 +64,30 @@ std::string known_names(bool callbacks) {
 std::size_t find_call(std::string_view name, bool callbacks) {
     for (std::size_t i = 0; i < call_table.size(); ++i) {
         const call_info &info = call_table[i];
-        if (info.name == name && info.is_callback == callbacks && can_be_set(info))
+        if (info.name == name && info.is_callback == callbacks && can_be_set(info)) {
             return i;
+        }
     }
     throw usage_error("no such " + std::string(callbacks ? "callback" : "service") +
                       "; there are: " + known_names(callbacks));
 }
 
 void check_result(const call_info &info, int32_t result) {
-    if ((info.kind == call_kind::pointer || info.kind == call_kind::nothing) && result != 0)
+    if ((info.kind == call_kind::pointer || info.kind == call_kind::nothing) && result != 0) {
         throw usage_error("can only be 0: it returns " +
                           std::string(info.kind == call_kind::pointer
                                           ? "a pointer, and 0 stands for none"
                                           : "nothing, and 0 keeps it from its work"));
-    if (info.kind == call_kind::byte && (result < 0 || result > 255))
+    }
+    if (info.kind == call_kind::byte && (result < 0 || result > 255)) {
         throw usage_error("can only be 0 to 255: it returns one byte");
+    }
 }
 
 void set_behaviour(std::size_t number, int64_t behaviour) {
-    if (behaviour > absent)
+    if (behaviour > absent) {
         check_result(call_table[number], static_cast<int32_t>(behaviour));
+    }
     states[number].behaviour = behaviour;
     states[number].count = 0;
 }
@@ -101,8 +106,9 @@ void hide_secrets(cJSON &parent) {
             continue;
         }
         cJSON *replacement = cJSON_CreateString(hidden);
-        if (replacement == nullptr)
+        if (replacement == nullptr) {
             throw std::bad_alloc();
+        }
         // The member keeps its name and its place; the value goes with the replacement.
         std::swap(each->type, replacement->type);
         std::swap(each->valuestring, replacement->valuestring);
@@ -114,8 +120,9 @@ void hide_secrets(cJSON &parent) {
 } // namespace
 
 call_arguments &call_arguments::member(std::string_view name, std::string_view value) {
-    if (!members_.empty())
+    if (!members_.empty()) {
         members_ += ", ";
+    }
     members_.append("\"").append(name).append("\": ").append(value);
     return *this;
 }
@@ -142,8 +149,9 @@ call_arguments &call_arguments::device(std::string_view name, const dev_cntl_t *
 }
 
 call_arguments &call_arguments::firmware(std::string_view name, const lan_fw_info_t *value) {
-    if (value == nullptr)
+    if (value == nullptr) {
         return member(name, "null");
+    }
     const auto bounded = [](const char *bytes, std::size_t size) {
         return json_literal({bytes, strnlen(bytes, size)});
     };
@@ -157,8 +165,9 @@ call_arguments &call_arguments::firmware(std::string_view name, const lan_fw_inf
 call_arguments &call_arguments::json(std::string_view name, const cJSON *item) {
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> copy(
         item == nullptr ? nullptr : cJSON_Duplicate(item, 1), cJSON_Delete);
-    if (!copy)
+    if (!copy) {
         return member(name, "null");
+    }
     hide_secrets(*copy);
     const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(copy.get()),
                                                                cJSON_free);
@@ -198,10 +207,11 @@ void trace_call(std::size_t number, const call_arguments &arguments, std::string
     std::string line = "{\"call\": \"";
     line.append(call_table[number].name).append("\", \"args\": {").append(arguments.members());
     line.append("}, \"result\": ").append(result).append("}");
-    if (call_table[number].may_wait || !trace_soon)
+    if (call_table[number].may_wait || !trace_soon) {
         trace(line);
-    else
+    } else {
         trace_soon(line);
+    }
 }
 
 void open_calls(const scenario &faults, std::function<void(std::string_view)> keep_line,
@@ -209,17 +219,20 @@ void open_calls(const scenario &faults, std::function<void(std::string_view)> ke
     trace = std::move(keep_line);
     trace_soon = std::move(keep_line_soon);
     has_trace = static_cast<bool>(trace);
-    for (const scenario_entry &entry : faults.services)
+    for (const scenario_entry &entry : faults.services) {
         set_behaviour(find_call(entry.name, false), entry.result.value_or(normal_work));
-    for (const scenario_entry &entry : faults.callbacks)
+    }
+    for (const scenario_entry &entry : faults.callbacks) {
         set_behaviour(find_call(entry.name, true), entry.result.value_or(absent));
+    }
     is_open = true;
 }
 
 void end_calls() {
     is_open = false;
-    while (calls_under_way != 0)
+    while (calls_under_way != 0) {
         kelo_hal_system_sleep(1);
+    }
 }
 
 void close_calls() {
@@ -237,8 +250,9 @@ bool is_present(std::size_t number) {
 
 void check_scenario_entry(const scenario_entry &entry, bool is_callback) {
     const std::size_t number = find_call(entry.name, is_callback);
-    if (entry.result)
+    if (entry.result) {
         check_result(call_table[number], *entry.result);
+    }
 }
 
 void set_service_fault(std::string_view name, std::optional<int32_t> result) {
@@ -258,9 +272,10 @@ nlohmann::ordered_json faults_status() {
     auto all = nlohmann::ordered_json::object();
     for (std::size_t i = 0; i < call_table.size(); ++i) {
         const std::optional<int32_t> result = states[i].fixed_result();
-        if (!call_table[i].is_callback && result)
+        if (!call_table[i].is_callback && result) {
             all[std::string(call_table[i].name)] = {{"result", *result},
                                                     {"count", states[i].count.load()}};
+        }
     }
     return all;
 }
@@ -268,13 +283,15 @@ nlohmann::ordered_json faults_status() {
 nlohmann::ordered_json callbacks_status() {
     auto all = nlohmann::ordered_json::object();
     for (std::size_t i = 0; i < call_table.size(); ++i) {
-        if (!call_table[i].is_callback)
+        if (!call_table[i].is_callback) {
             continue;
+        }
         nlohmann::ordered_json &entry = all[std::string(call_table[i].name)];
-        if (const std::optional<int32_t> result = states[i].fixed_result())
+        if (const std::optional<int32_t> result = states[i].fixed_result()) {
             entry["result"] = *result;
-        else
+        } else {
             entry["result"] = states[i].behaviour == absent ? "absent" : "present";
+        }
         entry["count"] = states[i].count.load();
     }
     return all;

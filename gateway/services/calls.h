@@ -93,8 +93,9 @@ inline constexpr std::array call_table = {
 /** Number of a call in the table; a name that is not there does not compile. */
 consteval std::size_t call(std::string_view name) {
     for (std::size_t i = 0; i < call_table.size(); ++i) {
-        if (call_table[i].name == name)
+        if (call_table[i].name == name) {
             return i;
+        }
     }
     throw "no such service or callback";
 }
@@ -122,7 +123,11 @@ class call_arguments {
     std::string members_;
 };
 
-/** Whether a callback is not absent. @param number  its call() */
+/**
+ * Whether a callback is not absent.
+ *
+ * @param number  its call()
+ */
 bool is_present(std::size_t number);
 
 /**
@@ -145,10 +150,17 @@ class call_passage {
 
 /** Whether trace lines are wanted. */
 bool tracing();
-/** Counts the call; waits for nothing. @return the result it has to return instead of doing its
- * work, if any */
+/**
+ * Counts the call; waits for nothing.
+ *
+ * @return the result it has to return instead of doing its work, if any
+ */
 std::optional<int32_t> enter_call(std::size_t number);
-/** Writes the call's trace line. @param result  JSON */
+/**
+ * Writes the call's trace line.
+ *
+ * @param result  JSON
+ */
 void trace_call(std::size_t number, const call_arguments &arguments, std::string_view result);
 
 std::string result_json(int64_t result);
@@ -166,26 +178,32 @@ template <typename Arguments, typename Work>
 auto service(std::size_t number, Arguments &&arguments, Work &&work) -> decltype(work()) {
     using result_type = decltype(work());
     const call_passage passage;
-    if (!passage)
+    if (!passage) {
         return result_type();
+    }
     const bool traced = call_table[number].is_traced && tracing();
     call_arguments list;
-    if (traced)
+    if (traced) {
         arguments(list);
+    }
     const std::optional<int32_t> fault = enter_call(number);
     if constexpr (std::is_void_v<result_type>) {
-        if (!fault)
+        if (!fault) {
             work();
-        if (traced)
+        }
+        if (traced) {
             trace_call(number, list, "null");
+        }
     } else {
         result_type result{};
-        if (!fault)
+        if (!fault) {
             result = work();
-        else if constexpr (!std::is_pointer_v<result_type>)
+        } else if constexpr (!std::is_pointer_v<result_type>) {
             result = static_cast<result_type>(*fault);
-        if (traced)
+        }
+        if (traced) {
             trace_call(number, list, result_json(result));
+        }
         return result;
     }
 }
@@ -200,8 +218,9 @@ int32_t service_taking_request(std::size_t number, sf_cmd_t *command, Work &&wor
             worked = true;
             return work();
         });
-    if (result == 0 && !worked)
+    if (result == 0 && !worked) {
         cJSON_Delete(command->root);
+    }
     return result;
 }
 

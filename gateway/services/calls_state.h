@@ -17,7 +17,11 @@ void end_calls();
 /** Ends scenario and trace, after end_calls. */
 void close_calls();
 
-/** Refuses an unknown name and a result that the call cannot return. @throws usage_error */
+/**
+ * Refuses an unknown name and a result that the call cannot return.
+ *
+ * @throws usage_error
+ */
 void check_scenario_entry(const scenario_entry &entry, bool is_callback);
 
 /** Services that misbehave: name to result and how often it was returned. */

@@ -21,8 +21,9 @@ int32_t guarded(const std::function<void()> &work, std::string &reason) {
         result = result_failed;
         reason = error.what();
     }
-    if (result != 0)
+    if (result != 0) {
         GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", reason.c_str());
+    }
     return result;
 }
 

@@ -16,7 +16,11 @@ namespace gateway {
 class lasting_change {
   public:
     lasting_change();
-    /** Makes it last. @throws refused  nothing was changed */
+    /**
+     * Makes it last.
+     *
+     * @throws refused  nothing was changed
+     */
     void commit() { all_.commit(); }
 
   private:

@@ -60,7 +60,11 @@ void remove_irregular(const char *name) {
     }
 }
 
-/** Keeps a copy of a configuration that is whole. @throws refused */
+/**
+ * Keeps a copy of a configuration that is whole.
+ *
+ * @throws refused
+ */
 void keep_whole(const char *name) {
     struct stat status {};
     if (lstat(name, &status) != 0 || !S_ISREG(status.st_mode)) {
@@ -87,7 +91,11 @@ void restore(const char *name) {
                 name);
 }
 
-/** Does something to both configurations. @return whether it could */
+/**
+ * Does something to both configurations.
+ *
+ * @return whether it could
+ */
 template <typename Action>
 bool with_both(Action action) {
     try {

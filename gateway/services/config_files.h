@@ -10,8 +10,11 @@ namespace gateway {
 constexpr const char *cloud_config_name = "cloud.config";
 constexpr const char *app_config_name = "app.config";
 
-/** Brings a configuration back that was being replaced when the gateway was killed. @param
- * keeps_files  false: the gateway leaves nothing behind, so nothing is kept */
+/**
+ * Brings a configuration back that was being replaced when the gateway was killed.
+ *
+ * @param keeps_files  false: the gateway leaves nothing behind, so nothing is kept
+ */
 void open_config_files(bool keeps_files);
 /** The configurations are as they shall be; the agent has been stopped. */
 void close_config_files();
@@ -24,8 +27,11 @@ void close_config_files();
  * not be written whole, so that the old one is not truncated
  */
 const char *ready_config_directory();
-/** Reads a configuration, or another file, by a path that begins with either directory. @throws
- * refused */
+/**
+ * Reads a configuration, or another file, by a path that begins with either directory.
+ *
+ * @throws refused
+ */
 std::string read_config(const std::string &path);
 
 } // namespace gateway

@@ -56,17 +56,19 @@ int32_t take_over_config() {
 }
 
 void write_common(std::string_view key, std::string_view value) {
-    if (key.empty() || key.size() > name_bytes_max || value.size() > setting_bytes_max)
+    if (key.empty() || key.size() > name_bytes_max || value.size() > setting_bytes_max) {
         throw usage_error("a setting has a key of 1 to " + std::to_string(name_bytes_max) +
                           " bytes, and at most " + std::to_string(setting_bytes_max) + " bytes");
+    }
     lasting_change change;
     the_store()
         .prepare("INSERT OR REPLACE INTO common(name, value) VALUES(?, ?)")
         .bind(1, key)
         .bind(2, value)
         .run();
-    if (the_store().prepare("SELECT count(*) FROM common").run_for_number() > settings_max)
+    if (the_store().prepare("SELECT count(*) FROM common").run_for_number() > settings_max) {
         throw refused("there are " + std::to_string(settings_max) + " settings already");
+    }
     change.commit();
 }
 
@@ -123,8 +125,9 @@ int32_t wd_common_write(const char *key, const uint8_t *value, uint32_t length) 
         call("wd_common_write"),
         [&](call_arguments &list) { list.text("key", key).bytes("value", value, length); },
         [&] {
-            if (key == nullptr || value == nullptr)
+            if (key == nullptr || value == nullptr) {
                 return result_argument;
+            }
             return guarded([&] {
                 write_common(key, {reinterpret_cast<const char *>(value), length});
             });
@@ -142,8 +145,9 @@ int32_t gw_read_file(const char *path, char **text) {
             return guarded([&] {
                 const std::string content = read_config(path);
                 auto *block = static_cast<char *>(std::malloc(content.size() + 1));
-                if (block == nullptr)
+                if (block == nullptr) {
                     throw std::bad_alloc();
+                }
                 std::memcpy(block, content.c_str(), content.size() + 1);
                 *text = block;
             });

@@ -12,13 +12,16 @@ namespace {
 using nlohmann::ordered_json;
 
 std::string value_fault(const std::string &name, const ordered_json &value) {
-    if (data_point_number(name) == 0)
+    if (data_point_number(name) == 0) {
         return "'" + name + "' is not a data-point number, 1 to 255";
-    if (!value.is_boolean() && !value.is_number() && !value.is_string())
+    }
+    if (!value.is_boolean() && !value.is_number() && !value.is_string()) {
         return "the value of data point " + name + " is neither true, false, a number nor a text";
-    if (value.is_string() && value.get_ref<const std::string &>().size() > text_value_bytes_max)
+    }
+    if (value.is_string() && value.get_ref<const std::string &>().size() > text_value_bytes_max) {
         return "the text of data point " + name + " is longer than " +
                std::to_string(text_value_bytes_max) + " bytes";
+    }
     return {};
 }
 
@@ -38,11 +41,13 @@ std::string data_points_fault(std::string_view dps) {
 }
 
 std::string data_points_fault(const ordered_json &object) {
-    if (!object.is_object())
+    if (!object.is_object()) {
         return "is not an object of data points like {\"1\": true}";
+    }
     for (const auto &[name, value] : object.items()) {
-        if (std::string fault = value_fault(name, value); !fault.empty())
+        if (std::string fault = value_fault(name, value); !fault.empty()) {
             return fault;
+        }
     }
     return {};
 }

@@ -59,8 +59,12 @@ enum class change_origin : uint8_t {
  */
 int32_t change_data_points(const std::vector<data_point_change> &changes, change_origin origin);
 
-/** Queues a report of data points for every app. @param dps  an object of data points @return the
- * result of engr_lan_dp_sata_report */
+/**
+ * Queues a report of data points for every app.
+ *
+ * @param dps  an object of data points
+ * @return the result of engr_lan_dp_sata_report
+ */
 int32_t report_to_apps(std::string_view dev_id, std::string_view dps);
 
 } // namespace gateway

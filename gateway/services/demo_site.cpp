@@ -64,7 +64,11 @@ std::string device_id(std::size_t kind, int number) {
     return id;
 }
 
-/** Appends the devices of some kinds. @param first  number of the first kind */
+/**
+ * Appends the devices of some kinds.
+ *
+ * @param first  number of the first kind
+ */
 template <typename Device>
 void add_devices(std::vector<Device> &devices, std::span<const device_kind> from,
                  std::size_t first) {
@@ -92,8 +96,9 @@ std::string numbered(const char *format, uint32_t number) {
 uint32_t gateway_number(const std::string &address) {
     constexpr uint32_t loopback_network = 127U << 24;
     in_addr parsed{};
-    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1)
+    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1) {
         return first_gateway_number;
+    }
     const uint32_t number = ntohl(parsed.s_addr);
     return number >> 24 == 127 ? number - loopback_network : number;
 }

@@ -76,25 +76,29 @@ constexpr field device_table[] = {
 
 void check_text(const field &of, const std::string &value) {
     if (of.kind == field_kind::key) {
-        if (!value.empty() && value.size() != of.size)
+        if (!value.empty() && value.size() != of.size) {
             throw usage_error("has " + std::to_string(value.size()) + " characters; a key has " +
                               std::to_string(of.size) + ", or none");
+        }
     } else if (value.size() >= of.size) {
         throw usage_error("is " + std::to_string(value.size()) + " bytes long; at most " +
                           std::to_string(of.size - 1) + " fit");
     }
-    if (value.empty() && of.needs_text)
+    if (value.empty() && of.needs_text) {
         throw usage_error("may not be empty");
+    }
     if (of.kind == field_kind::text) {
-        if (std::any_of(value.begin(), value.end(), is_control))
+        if (std::any_of(value.begin(), value.end(), is_control)) {
             throw usage_error("holds a control character");
+        }
     } else if (!std::all_of(value.begin(), value.end(), is_printable_ascii)) {
         throw usage_error("may hold printable ASCII characters only");
     }
-    if (of.kind == field_kind::plain_text && value.find_first_of("\"\\") != std::string::npos)
+    if (of.kind == field_kind::plain_text && value.find_first_of("\"\\") != std::string::npos) {
         throw usage_error(
             "may hold neither a double quote nor a backslash: it stands in JSON texts "
             "as it is");
+    }
 }
 
 template <typename Number>
@@ -126,8 +130,9 @@ const field *find_field(std::span<const field> fields, std::string_view name) {
 
 std::string field_names(std::span<const field> fields) {
     std::string names;
-    for (const field &of : fields)
+    for (const field &of : fields) {
         names += (names.empty() ? "" : ", ") + std::string(of.name);
+    }
     return names;
 }
 
@@ -141,9 +146,10 @@ void check_value(const field &of, const field_value &value) {
         return;
     }
     const int64_t number = std::get<int64_t>(value);
-    if (number < of.lowest || number > of.highest)
+    if (number < of.lowest || number > of.highest) {
         throw usage_error("is " + std::to_string(number) + "; it may be " +
                           std::to_string(of.lowest) + " to " + std::to_string(of.highest));
+    }
 }
 
 field_value value_from_text(const field &of, const std::string &text) {
@@ -153,11 +159,12 @@ field_value value_from_text(const field &of, const std::string &text) {
             int64_t number = 0;
             const char *end = text.data() + text.size();
             const auto [stop, error] = std::from_chars(text.data(), end, number);
-            if (of.is_flag && (text == "true" || text == "false"))
+            if (of.is_flag && (text == "true" || text == "false")) {
                 number = text == "true";
-            else if (error != std::errc() || stop != end)
+            } else if (error != std::errc() || stop != end) {
                 throw usage_error("'" + text + "' is not a whole number" +
                                   (of.is_flag ? ", true or false" : ""));
+            }
             value = number;
         }
         check_value(of, value);

@@ -29,10 +29,11 @@ const field &version_field(const std::string &dev_id) {
 
 void store_version(const firmware_target &target) {
     const field &of = version_field(target.dev_id);
-    if (target.dev_id.empty())
+    if (target.dev_id.empty()) {
         the_store().set_gateway_field(of, target.sw_ver);
-    else
+    } else {
         the_store().set_device_field(target.dev_id, of, target.sw_ver);
+    }
     the_store().erase_setting(installing_setting);
 }
 
@@ -95,18 +96,21 @@ void enter_version(const firmware_target &target) {
 } // namespace
 
 void verify_image(received_image &image, const char *announced_md5) {
-    if (image.received() != image.size())
+    if (image.received() != image.size()) {
         throw refused("only " + std::to_string(image.received()) + " of " +
                       std::to_string(image.size()) + " bytes came");
+    }
     const std::string md5 = image.md5();
-    if (strcasecmp(md5.c_str(), announced_md5) != 0)
+    if (strcasecmp(md5.c_str(), announced_md5) != 0) {
         throw refused("the image is damaged: its MD5 is " + md5 + ", announced was " +
                       announced_md5);
+    }
 }
 
 void check_version(const firmware_target &target) {
-    if (target.sw_ver.empty())
+    if (target.sw_ver.empty()) {
         throw usage_error("the image has no version");
+    }
     try {
         check_value(version_field(target.dev_id), target.sw_ver);
     } catch (const usage_error &error) {

@@ -17,11 +17,23 @@ struct firmware_target {
     std::string sw_ver; /**< version that it has afterwards */
 };
 
-/** Refuses an image that is not complete, or not the one that was announced. @throws refused */
+/**
+ * Refuses an image that is not complete, or not the one that was announced.
+ *
+ * @throws refused
+ */
 void verify_image(received_image &image, const char *announced_md5);
-/** Refuses a version that cannot be told to apps. @throws usage_error */
+/**
+ * Refuses a version that cannot be told to apps.
+ *
+ * @throws usage_error
+ */
 void check_version(const firmware_target &target);
-/** Version that the target has at present. @throws refused  there is no such device */
+/**
+ * Version that the target has at present.
+ *
+ * @throws refused  there is no such device
+ */
 std::string installed_version(const std::string &dev_id);
 
 /**
@@ -34,13 +46,20 @@ std::string installed_version(const std::string &dev_id);
  */
 void install_firmware(received_image &image, const firmware_target &target);
 
-/** Completes an installation whose image is in place, but whose version could not be stored; before
- * another image is received, whose partial file would make it look as if it had never been. @throws
- * refused  it still cannot be completed */
+/**
+ * Completes an installation whose image is in place, but whose version could not be stored; before
+ * another image is received, whose partial file would make it look as if it had never been.
+ *
+ * @throws refused  it still cannot be completed
+ */
 void settle_installation();
 
-/** Completes an installation that was cut after its image was in place, and forgets what else is
- * left over. Before the store is read. @throws refused */
+/**
+ * Completes an installation that was cut after its image was in place, and forgets what else is
+ * left over. Before the store is read.
+ *
+ * @throws refused
+ */
 void recover_installation();
 
 } // namespace gateway

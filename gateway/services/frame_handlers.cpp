@@ -25,8 +25,9 @@ int handle_frame(cJSON *root) {
         call("lan_protocol_cb"), [&](call_arguments &list) { list.json("root", root); },
         [&] {
             const int32_t result = results[Slot];
-            if (result == 0)
+            if (result == 0) {
                 cJSON_Delete(root);
+            }
             return result;
         });
 }
@@ -42,12 +43,14 @@ constexpr auto handlers = make_handlers(std::make_index_sequence<handlers_max>()
 
 int32_t register_frame_handler(int32_t frame_type, int32_t result) {
     const platform::held_mutex change(change_mutex());
-    if (handlers_used == handlers_max)
+    if (handlers_used == handlers_max) {
         throw refused("all " + std::to_string(handlers_max) + " frame handlers are in use");
+    }
     results[handlers_used] = result;
     const int32_t registered = engr_lan_protocol_register_cb(frame_type, handlers[handlers_used]);
-    if (registered == 0)
+    if (registered == 0) {
         ++handlers_used;
+    }
     return registered;
 }
 

@@ -37,8 +37,9 @@ std::atomic<uint8_t> extended_state;
 
 const field &known_field(std::span<const field> fields, std::string_view name) {
     const field *of = find_field(fields, name);
-    if (of == nullptr)
+    if (of == nullptr) {
         throw usage_error("no such field; there are: " + field_names(fields));
+    }
     return *of;
 }
 
@@ -46,13 +47,15 @@ nlohmann::ordered_json record_status() {
     auto shown = nlohmann::ordered_json::object();
     const platform::held_mutex guard(the_gateway().shared.field_mutex);
     for (const field &of : gateway_fields()) {
-        if (of.secret)
+        if (of.secret) {
             continue;
+        }
         const field_value value = read_field(&the_gateway(), of);
-        if (is_number(of))
+        if (is_number(of)) {
             shown[of.name] = std::get<int64_t>(value);
-        else
+        } else {
             shown[of.name] = std::get<std::string>(value);
+        }
     }
     return shown;
 }
@@ -70,10 +73,11 @@ static void open_parts(open_options &&options) {
     }
     open_store = std::make_unique<store>(options.store_path);
     store_was_new = open_store->is_new();
-    if (store_was_new)
+    if (store_was_new) {
         open_store->begin_life(options.initial_site);
-    else
+    } else {
         open_store->update_schema();
+    }
     if (keeps_files) {
         recover_installation();
     }
@@ -141,8 +145,9 @@ void set_device_field(std::string_view dev_id, std::string_view name, const std:
 }
 
 int32_t report_data_points(std::string_view dev_id, std::string_view dps) {
-    if (const std::string fault = data_points_fault(dps); !fault.empty())
+    if (const std::string fault = data_points_fault(dps); !fault.empty()) {
         throw usage_error(fault);
+    }
     return change_data_points({{std::string(dev_id), std::string(dps)}}, change_origin::device);
 }
 

@@ -24,8 +24,9 @@ std::vector<std::string> group_members(std::string_view gid) {
         the_store().prepare("SELECT dev_id FROM group_member WHERE gid=? ORDER BY position");
     found.bind(1, gid);
     std::vector<std::string> members;
-    while (found.next())
+    while (found.next()) {
         members.push_back(found.text(0));
+    }
     return members;
 }
 
@@ -37,21 +38,24 @@ void add_members(const std::string &gid, const std::vector<std::string> &dev_ids
         insert.bind(1, gid).bind(2, dev_id).run();
     }
     if (the_store().prepare("SELECT count(DISTINCT gid) FROM group_member").run_for_number() >
-        groups_max)
+        groups_max) {
         throw refused("there are " + std::to_string(groups_max) + " groups already");
+    }
 }
 
 void remove_members(const std::string &gid, const std::vector<std::string> &dev_ids) {
     statement remove = the_store().prepare("DELETE FROM group_member WHERE gid=? AND dev_id=?");
     for (const std::string &dev_id : dev_ids) {
-        if (remove.bind(1, gid).bind(2, dev_id).run() == 0)
+        if (remove.bind(1, gid).bind(2, dev_id).run() == 0) {
             throw refused("device " + dev_id + " is not in group " + gid);
+        }
     }
 }
 
 void delete_group(const std::string &gid, const std::vector<std::string> &) {
-    if (the_store().prepare("DELETE FROM group_member WHERE gid=?").bind(1, gid).run() == 0)
+    if (the_store().prepare("DELETE FROM group_member WHERE gid=?").bind(1, gid).run() == 0) {
         throw refused("unknown group " + gid);
+    }
 }
 
 /** What can be done to a group. */
@@ -65,19 +69,22 @@ constexpr group_operation group_operations[] = {
 
 const group_operation &read_group_operation_name(const json_value &op) {
     for (const group_operation &known : group_operations) {
-        if (op.text() == known.name)
+        if (op.text() == known.name) {
             return known;
+        }
     }
     op.refuse("is none of add, remove and delete");
 }
 
 std::vector<std::string> read_device_ids(const json_value &cids) {
     cids.need_array();
-    if (cids.json.empty())
+    if (cids.json.empty()) {
         cids.refuse("names no device");
+    }
     std::vector<std::string> read;
-    for (std::size_t i = 0; i < cids.json.size(); ++i)
+    for (std::size_t i = 0; i < cids.json.size(); ++i) {
         read.push_back(cids.element(i).id());
+    }
     return read;
 }
 
@@ -85,8 +92,9 @@ operation_work read_group_operation(const json_value &request, ordered_json &out
     const std::string gid = request.required("gid").id();
     const group_operation &operation = read_group_operation_name(request.required("op"));
     std::vector<std::string> dev_ids;
-    if (operation.names_devices)
+    if (operation.names_devices) {
         dev_ids = read_device_ids(request.required("cids"));
+    }
     outcome = {{"gid", gid}, {"op", operation.name}};
     return [gid, dev_ids, change = operation.change](ordered_json &done) {
         lasting_change all;
@@ -101,8 +109,9 @@ operation_work read_group_operation(const json_value &request, ordered_json &out
 std::vector<std::string> need_group_members(std::string_view gid) {
     const platform::held_mutex change(change_mutex());
     std::vector<std::string> members = group_members(gid);
-    if (members.empty())
+    if (members.empty()) {
         throw refused("unknown group " + std::string(gid));
+    }
     return members;
 }
 
@@ -114,8 +123,9 @@ void add_groups_status(ordered_json &status) {
     ordered_json &groups = status["groups"] = ordered_json::object();
     statement found =
         the_store().prepare("SELECT gid, count(*) FROM group_member GROUP BY gid ORDER BY gid");
-    while (found.next())
+    while (found.next()) {
         groups[found.text(0)] = found.number(1);
+    }
 }
 
 } // namespace gateway

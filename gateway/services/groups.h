@@ -9,8 +9,11 @@
 
 namespace gateway {
 
-/** Members of a group, in the order in which they were added. Takes change_mutex. @throws refused
- * there is no such group */
+/**
+ * Members of a group, in the order in which they were added. Takes change_mutex.
+ *
+ * @throws refused there is no such group
+ */
 std::vector<std::string> need_group_members(std::string_view gid);
 
 /** Takes a device out of its groups; within a lasting change. */

@@ -27,9 +27,10 @@ constexpr std::size_t token_bytes_max = 64;
 void check_token(std::string_view token) {
     const bool is_printable =
         std::all_of(token.begin(), token.end(), [](char c) { return c >= 0x20 && c < 0x7F; });
-    if (token.empty() || token.size() > token_bytes_max || !is_printable)
+    if (token.empty() || token.size() > token_bytes_max || !is_printable) {
         throw usage_error("a token has 1 to " + std::to_string(token_bytes_max) +
                           " printable characters");
+    }
 }
 
 void bind_token(std::string_view token) {
@@ -62,17 +63,20 @@ void store_wifi(const std::string &ssid, const std::string &password,
                 const std::optional<std::string> &token) {
     const field &ssid_field = *find_field(gateway_fields(), "wf_ssid");
     const field &password_field = *find_field(gateway_fields(), "wf_passwd");
-    if (ssid.empty())
+    if (ssid.empty()) {
         throw usage_error("the name of the Wi-Fi network is empty");
+    }
     check_value(ssid_field, ssid);
     check_value(password_field, password);
-    if (token)
+    if (token) {
         check_token(*token);
+    }
     lasting_change change;
     the_store().set_gateway_field(ssid_field, ssid);
     the_store().set_gateway_field(password_field, password);
-    if (token)
+    if (token) {
         the_store().set_setting(token_setting, *token);
+    }
     change.commit();
     const platform::held_mutex guard(the_gateway().shared.field_mutex);
     write_field(&the_gateway(), ssid_field, ssid);

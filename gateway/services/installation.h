@@ -8,8 +8,12 @@
 
 namespace gateway {
 
-/** Remembers the Wi-Fi network that the gateway is to join, and the installer's token if there is a
- * new one. @throws usage_error, refused */
+/**
+ * Remembers the Wi-Fi network that the gateway is to join, and the installer's token if there is a
+ * new one.
+ *
+ * @throws usage_error, refused
+ */
 void store_wifi(const std::string &ssid, const std::string &password,
                 const std::optional<std::string> &token);
 

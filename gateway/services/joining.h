@@ -9,7 +9,11 @@
 
 namespace gateway {
 
-/** Begins with joining closed. @param waiting  the devices that wait for it to be opened */
+/**
+ * Begins with joining closed.
+ *
+ * @param waiting  the devices that wait for it to be opened
+ */
 void open_joining(std::vector<joining_device> waiting);
 /** Ends it. Nothing may be held. */
 void shut_joining();

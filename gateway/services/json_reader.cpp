@@ -42,11 +42,13 @@ class member_check : public nlohmann::json_sax<ordered_json> {
         : source_(source), members_max_(members_max) {}
 
     bool key(string_t &name) override {
-        if (!names_.back().insert(lower_case(name)).second)
+        if (!names_.back().insert(lower_case(name)).second) {
             throw usage_error(source_ + ": member \"" + name + "\" is given twice");
-        if (names_.back().size() > members_max_)
+        }
+        if (names_.back().size() > members_max_) {
             throw usage_error(source_ + ": an object has more than " +
                               std::to_string(members_max_) + " members");
+        }
         return true;
     }
     bool start_object(std::size_t) override {
@@ -117,23 +119,27 @@ json_value json_value::element(std::size_t index) const {
 }
 
 void json_value::need_object() const {
-    if (!json.is_object())
+    if (!json.is_object()) {
         refuse(std::string("is ") + json.type_name() + ", expected an object");
+    }
 }
 
 void json_value::need_array() const {
-    if (!json.is_array())
+    if (!json.is_array()) {
         refuse(std::string("is ") + json.type_name() + ", expected an array");
+    }
 }
 
 int64_t json_value::whole_number(int64_t lowest, int64_t highest) const {
-    if (!json.is_number_integer())
+    if (!json.is_number_integer()) {
         refuse(std::string("is ") + (json.is_number() ? "not whole" : json.type_name()) +
                ", expected a whole number");
+    }
     const bool too_large = json.is_number_unsigned() && json.get<uint64_t>() > INT64_MAX;
-    if (too_large || json.get<int64_t>() < lowest || json.get<int64_t>() > highest)
+    if (too_large || json.get<int64_t>() < lowest || json.get<int64_t>() > highest) {
         refuse("is " + json.dump() + "; it may be " + std::to_string(lowest) + " to " +
                std::to_string(highest));
+    }
     return json.get<int64_t>();
 }
 
@@ -142,26 +148,31 @@ void json_value::refuse_unknown(const std::string &known) const {
 }
 
 std::string json_value::text() const {
-    if (!json.is_string())
+    if (!json.is_string()) {
         refuse(std::string("is ") + json.type_name() + ", expected a text");
+    }
     return json.get<std::string>();
 }
 
 std::string json_value::id() const {
     std::string read = text();
-    if (read.empty() || read.size() > name_bytes_max)
+    if (read.empty() || read.size() > name_bytes_max) {
         refuse("has " + std::to_string(read.size()) + " bytes; it may have 1 to " +
                std::to_string(name_bytes_max));
-    if (std::any_of(read.begin(), read.end(), is_control))
+    }
+    if (std::any_of(read.begin(), read.end(), is_control)) {
         refuse("holds a control character");
-    if (read.find_first_of("\"\\") != std::string::npos)
+    }
+    if (read.find_first_of("\"\\") != std::string::npos) {
         refuse("holds a double quote or a backslash");
+    }
     return read;
 }
 
 std::string json_value::data_points() const {
-    if (const std::string fault = data_points_fault(json); !fault.empty())
+    if (const std::string fault = data_points_fault(json); !fault.empty()) {
         refuse(fault);
+    }
     return json.dump();
 }
 
@@ -174,8 +185,9 @@ void read_members(const json_value &object, const std::vector<known_member> &mem
                          [&](const known_member &of) { return is_same_name(of.name, item.key()); });
         if (known == members.end()) {
             std::string names;
-            for (const known_member &of : members)
+            for (const known_member &of : members) {
                 names += (names.empty() ? "" : ", ") + std::string(of.name);
+            }
             member.refuse_unknown(names);
         }
         known->read(member);

@@ -22,7 +22,11 @@ struct json_value {
     std::string path;          /**< like devices[3].dev_id; empty for the whole */
     const nlohmann::ordered_json &json;
 
-    /** Refuses the whole. @param what  what is wrong with this value */
+    /**
+     * Refuses the whole.
+     *
+     * @param what  what is wrong with this value
+     */
     [[noreturn]] void refuse(const std::string &what) const;
     /** The value as an object's member. */
     [[nodiscard]] json_value member(const std::string &name,
@@ -47,7 +51,11 @@ struct json_value {
     [[nodiscard]] std::string id() const;
     /** An object of data points, as text. */
     [[nodiscard]] std::string data_points() const;
-    /** Refuses a member that is not known. @param known  the names there are */
+    /**
+     * Refuses a member that is not known.
+     *
+     * @param known  the names there are
+     */
     [[noreturn]] void refuse_unknown(const std::string &known) const;
 };
 
@@ -57,15 +65,27 @@ struct known_member {
     std::function<void(const json_value &value)> read;
 };
 
-/** Reads an object of known members only. @throws usage_error */
+/**
+ * Reads an object of known members only.
+ *
+ * @throws usage_error
+ */
 void read_members(const json_value &object, const std::vector<known_member> &members);
 
-/** Reads the text of a request, in which no member is given twice and no object has more than 256
- * of them. @throws usage_error */
+/**
+ * Reads the text of a request, in which no member is given twice and no object has more than 256 of
+ * them.
+ *
+ * @throws usage_error
+ */
 void read_request(std::string_view text,
                   const std::function<void(const json_value &request)> &read);
 
-/** Reads a file that holds one object, of known members only. @throws usage_error */
+/**
+ * Reads a file that holds one object, of known members only.
+ *
+ * @throws usage_error
+ */
 void read_file_object(std::string_view text, const std::string &file_name,
                       const std::vector<known_member> &members);
 

@@ -11,14 +11,17 @@ using nlohmann::json;
 std::size_t sequence_length(std::string_view text) {
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byte(0);
-    if (lead < 0x80)
+    if (lead < 0x80) {
         return 1;
+    }
     const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
         return 0;
+    }
     for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0) != 0x80)
+        if ((byte(i) & 0xC0) != 0x80) {
             return 0;
+        }
     }
     const bool overlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
     const bool beyond = (lead == 0xED && byte(1) >= 0xA0) || (lead == 0xF4 && byte(1) >= 0x90);

@@ -32,11 +32,13 @@ void erase_linkage() {
 void save_linkage(int32_t total, int32_t modified, const json_value &request) {
     const json_value scenes = request.required("scenes");
     scenes.need_array();
-    if (scenes.json.size() > scenes_max)
+    if (scenes.json.size() > scenes_max) {
         scenes.refuse("has more than " + std::to_string(scenes_max) + " scenes");
-    if (total < 0 || scenes.json.size() != static_cast<std::size_t>(total))
+    }
+    if (total < 0 || scenes.json.size() != static_cast<std::size_t>(total)) {
         scenes.refuse("has " + std::to_string(scenes.json.size()) + " scenes, but totalCount is " +
                       std::to_string(total));
+    }
     lasting_change change;
     erase_linkage();
     statement insert = the_store().prepare(
@@ -47,8 +49,9 @@ void save_linkage(int32_t total, int32_t modified, const json_value &request) {
         const std::string name =
             scene.find("name") != nullptr ? scene.required("name").text() : std::string();
         const std::string actions = read_actions(scene);
-        if (insert.bind(1, scene_id).bind(2, name).bind(3, actions).run() == 0)
+        if (insert.bind(1, scene_id).bind(2, name).bind(3, actions).run() == 0) {
             scene.required("sceneId").refuse("'" + scene_id + "' is given twice");
+        }
     }
     the_store().set_setting(linkage_time_setting, std::to_string(modified));
     change.commit();
@@ -58,8 +61,9 @@ void save_linkage(int32_t total, int32_t modified, const json_value &request) {
 void load_linkage() {
     std::map<std::string, std::string> stored;
     statement found = the_store().prepare("SELECT scene_id, actions FROM linkage_scene");
-    while (found.next())
+    while (found.next()) {
         stored[found.text(0)] = found.text(1);
+    }
     loaded_scenes = std::move(stored);
 }
 
@@ -68,8 +72,9 @@ void execute_linkage_scene(const std::string &scene_id) {
     {
         const platform::held_mutex change(change_mutex());
         const auto found = loaded_scenes.find(scene_id);
-        if (found == loaded_scenes.end())
+        if (found == loaded_scenes.end()) {
             throw refused("unknown linkage scene " + scene_id);
+        }
         actions = found->second;
     }
     apply_actions(actions);
@@ -109,8 +114,9 @@ int32_t engr_check_modify_time_changed(int32_t modified) {
             int32_t answer = is_changed; // what cannot be read is fetched again
             guarded([&] {
                 const platform::held_mutex change(change_mutex());
-                if (the_store().setting(linkage_time_setting) == std::to_string(modified))
+                if (the_store().setting(linkage_time_setting) == std::to_string(modified)) {
                     answer = 0;
+                }
             });
             return answer;
         });

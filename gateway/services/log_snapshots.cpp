@@ -30,8 +30,9 @@ std::string snapshot_name(uint32_t number) {
 
 bool is_snapshot(std::string_view name) {
     if (!name.starts_with(snapshot_begin) || !name.ends_with(snapshot_end) ||
-        name.size() <= snapshot_begin.size() + snapshot_end.size())
+        name.size() <= snapshot_begin.size() + snapshot_end.size()) {
         return false;
+    }
     name.remove_prefix(snapshot_begin.size());
     name.remove_suffix(snapshot_end.size());
     return name.find_first_not_of("0123456789") == std::string_view::npos;
@@ -48,7 +49,11 @@ std::string newest_lines() {
     return log;
 }
 
-/** Makes a new snapshot. One that was not taken is of no more use. @return its name */
+/**
+ * Makes a new snapshot. One that was not taken is of no more use.
+ *
+ * @return its name, which means nothing to a shell wherever the gateway runs
+ */
 std::string make_snapshot() {
     if (!newest_log) {
         throw refused("there is no log to upload");
@@ -69,8 +74,9 @@ void open_log_snapshots(std::function<std::string(std::size_t bytes_max)> newest
     }
     std::error_code ignored;
     for (const auto &entry : std::filesystem::directory_iterator(".", ignored)) {
-        if (is_snapshot(entry.path().filename().native()))
+        if (is_snapshot(entry.path().filename().native())) {
             unlink(entry.path().c_str());
+        }
     }
 }
 
@@ -88,8 +94,9 @@ int32_t call_get_log_path(char *path, uint32_t size) {
         [&] {
             return guarded([&] {
                 const std::string name = make_snapshot();
-                if (name.size() >= size)
+                if (name.size() >= size) {
                     throw refused("the path of the log does not fit");
+                }
                 name.copy(path, name.size());
                 path[name.size()] = '\0';
             });

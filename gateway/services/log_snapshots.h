@@ -12,7 +12,11 @@ namespace gateway {
  * meanwhile: 1 KiB in 300 ms makes 29 s. */
 constexpr std::size_t log_upload_bytes_max = 96 * 1024;
 
-/** Removes snapshots that were never taken. @param newest  that of open_options */
+/**
+ * Removes snapshots that were never taken.
+ *
+ * @param newest  that of open_options
+ */
 void open_log_snapshots(std::function<std::string(std::size_t bytes_max)> newest);
 /** Forgets the log. */
 void close_log_snapshots();

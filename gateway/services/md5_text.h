@@ -7,7 +7,11 @@
 
 namespace gateway {
 
-/** Ends a digest. @return its 32 hexadecimal digits */
+/**
+ * Ends a digest.
+ *
+ * @return its 32 hexadecimal digits
+ */
 std::string md5_text(uni_md5_context_t &context);
 
 } // namespace gateway

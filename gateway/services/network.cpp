@@ -50,15 +50,17 @@ auto with_state(Work &&work) {
 
 std::string current_address() {
     const auto chosen = with_state([](network_state &now) { return now.address_override; });
-    if (chosen)
+    if (chosen) {
         return *chosen;
+    }
     return address_source ? address_source() : std::string();
 }
 
 int32_t tell_address(gw_addr_t *address) {
     const std::string text = current_address();
-    if (text.empty() || text.size() >= sizeof address->ip)
+    if (text.empty() || text.size() >= sizeof address->ip) {
         return result_failed;
+    }
     *address = {};
     text.copy(address->ip, sizeof address->ip - 1);
     return 0;
@@ -72,8 +74,9 @@ bool is_address(const std::string &text) {
 } // namespace
 
 void open_network(std::function<std::string()> address) {
-    if (kelo_hal_mutex_create_init(&network_mutex) != 0)
+    if (kelo_hal_mutex_create_init(&network_mutex) != 0) {
         throw refused("no mutex could be created");
+    }
     address_source = std::move(address);
 }
 
@@ -122,8 +125,9 @@ void set_network_up(bool up) {
 }
 
 void set_address(std::optional<std::string> address) {
-    if (address && !address->empty() && !is_address(*address))
+    if (address && !address->empty() && !is_address(*address)) {
         throw usage_error("'" + *address + "' is not an IPv4 address like 192.168.1.2");
+    }
     with_state([&](network_state &now) { now.address_override = std::move(address); });
 }
 
@@ -182,8 +186,9 @@ int32_t wf_wk_mode_get(uint32_t *mode) {
 int32_t wf_ap_stop(void) {
     return service(call("wf_ap_stop"), no_arguments, [] {
         with_state([](network_state &now) {
-            if (now.wifi_mode == WF_WORK_MODE_ACCESS_POINT)
+            if (now.wifi_mode == WF_WORK_MODE_ACCESS_POINT) {
                 now.wifi_mode = wifi_mode_station;
+            }
         });
         return 0;
     });
@@ -194,8 +199,9 @@ int32_t wf_station_connect(const char *ssid, const char *password) {
         call("wf_station_connect"),
         [&](call_arguments &list) { list.text("ssid", ssid).secret("password", password); },
         [&] {
-            if (ssid == nullptr)
+            if (ssid == nullptr) {
                 return result_argument;
+            }
             connect_station(ssid);
             return 0;
         });
@@ -247,8 +253,9 @@ int32_t ak_lan_disc_init(const char *identity1, const char *identity2) {
 int32_t ak_lan_disc_pack_send(void) {
     return service(call("ak_lan_disc_pack_send"), no_arguments, [] {
         return with_state([](network_state &now) {
-            if (!now.airkiss_prepared)
+            if (!now.airkiss_prepared) {
                 return result_failed;
+            }
             ++now.airkiss_sent;
             return 0;
         });

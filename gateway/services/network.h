@@ -7,8 +7,11 @@
 
 namespace gateway {
 
-/** Begins with everything at its default. @param address  tells the platform's address, or an empty
- * text */
+/**
+ * Begins with everything at its default.
+ *
+ * @param address  tells the platform's address, or an empty text
+ */
 void open_network(std::function<std::string()> address);
 void close_network();
 

@@ -33,13 +33,15 @@ int32_t take_operation(std::size_t number, uint32_t frame_type, sf_cmd_t *comman
             read_request(command->root,
                          [&](const json_value &request) { work = read(request, outcome); });
         });
-        if (readable != 0)
+        if (readable != 0) {
             return readable;
+        }
         cJSON_Delete(command->root);
         std::string reason;
         const bool is_done = guarded([&] { work(outcome); }, reason) == 0;
-        if (!is_done)
+        if (!is_done) {
             outcome["reason"] = reason;
+        }
         const std::string text =
             outcome.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
         engr_lan_data_report_cb(frame_type, is_done ? 0 : 1, text.data(),

@@ -13,11 +13,20 @@ namespace gateway {
 
 /** Reads a request that the agent has parsed. Both forms throw usage_error. */
 void read_request(const cJSON *root, const std::function<void(const json_value &request)> &read);
-/** Reads the text of a request. @param text  may be null */
+/**
+ * Reads the text of a request.
+ *
+ * @param text  may be null
+ */
 void read_request(const char *text, std::size_t length,
                   const std::function<void(const json_value &request)> &read);
 
-/** What an operation does. @param outcome  completed on success @throws refused  with the reason */
+/**
+ * What an operation does.
+ *
+ * @param outcome  completed on success
+ * @throws refused  with the reason
+ */
 using operation_work = std::function<void(nlohmann::ordered_json &outcome)>;
 
 /**

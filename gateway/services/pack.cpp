@@ -16,23 +16,31 @@ namespace {
 using key = std::array<uint8_t, AES128_KEY_SIZE>;
 
 key tcp_key() {
-    key bytes{};
-    static_cast<void>(engr_lan_get_tcp_key(bytes.data())); // fails only without room for the key
-    return bytes;
+    const gw_cntl_t &gateway = the_gateway().shared;
+    const platform::held_mutex guard(gateway.field_mutex);
+    if (gateway.active_stat != GW_ACTIVATED) {
+        return built_in_key();
+    }
+    key own;
+    std::memcpy(own.data(), gateway.local_key, own.size());
+    return own;
 }
 
 int32_t parse_payload(const uint8_t *payload, uint32_t length, char **text) {
-    if (payload == nullptr || text == nullptr)
+    if (payload == nullptr || text == nullptr) {
         return result_argument;
+    }
     platform::heap_block<uint8_t> plain;
     uint32_t plain_length = 0;
     const int32_t result =
         aes128_ecb_decode(payload, length, plain.out(), &plain_length, tcp_key().data());
-    if (result != 0)
+    if (result != 0) {
         return result;
+    }
     // A NUL inside would hide what stands behind it from everybody who reads the text.
-    if (std::memchr(plain.get(), 0, plain_length) != nullptr)
+    if (std::memchr(plain.get(), 0, plain_length) != nullptr) {
         return result_not_text;
+    }
     *text = reinterpret_cast<char *>(plain.release());
     return 0;
 }
@@ -53,8 +61,9 @@ int32_t engr_pack_data_with_cmd(uint8_t mode, const char *text, uint32_t flags, 
                 .number("pack_arg", pack_arg);
         },
         [&] {
-            if (text == nullptr)
+            if (text == nullptr) {
                 return result_argument;
+            }
             return aes128_ecb_encode(reinterpret_cast<const uint8_t *>(text),
                                      static_cast<uint32_t>(std::strlen(text)), output,
                                      output_length, tcp_key().data());

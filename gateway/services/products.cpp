@@ -22,16 +22,19 @@ product_table open_table;
 void read_choices(const json_value &from, data_point_kind &kind) {
     from.need_array();
     const std::size_t count = from.json.size();
-    if (count < 1 || count > choices_max)
+    if (count < 1 || count > choices_max) {
         from.refuse("has " + std::to_string(count) + " values; it may have 1 to " +
                     std::to_string(choices_max));
-    for (std::size_t i = 0; i < count; ++i)
+    }
+    for (std::size_t i = 0; i < count; ++i) {
         kind.choices.push_back(from.element(i).text());
+    }
 }
 
 void read_is_read_only(const json_value &from, data_point_kind &kind) {
-    if (!from.json.is_boolean())
+    if (!from.json.is_boolean()) {
         from.refuse(std::string("is ") + from.json.type_name() + ", expected true or false");
+    }
     kind.is_read_only = from.json.get<bool>();
 }
 
@@ -42,8 +45,9 @@ form read_form(const json_value &from) {
                                                            {"text", form::text}};
     const std::string name = from.text();
     for (const auto &[of, read] : known) {
-        if (of == name)
+        if (of == name) {
             return read;
+        }
     }
     from.refuse("is none of bool, value, enum, text");
 }
@@ -71,8 +75,9 @@ data_point_kind read_kind(const json_value &from) {
         add_number("max_bytes", kind.bytes_max, 1, text_value_bytes_max);
     }
     read_members(from, members);
-    if (kind.highest < kind.lowest)
+    if (kind.highest < kind.lowest) {
         from.refuse("max is below min");
+    }
     return kind;
 }
 
@@ -82,8 +87,9 @@ product read_product(const json_value &from) {
     for (const auto &[name, value] : from.json.items()) {
         const json_value member = from.member(name, value);
         const int number = data_point_number(name);
-        if (number == 0)
+        if (number == 0) {
             member.refuse("is not a data-point number, 1 to 255");
+        }
         read[number] = read_kind(member);
     }
     return read;
@@ -92,18 +98,21 @@ product read_product(const json_value &from) {
 void check_product_id(const json_value &of, const std::string &pid) {
     try {
         check_value(*find_field(device_fields(), "pid"), pid);
-        if (pid.empty())
+        if (pid.empty()) {
             throw usage_error("may not be empty");
+        }
     } catch (const usage_error &error) {
         of.refuse(error.what());
     }
 }
 
 bool is_within(const ordered_json &value, int64_t lowest, int64_t highest) {
-    if (!value.is_number_integer())
+    if (!value.is_number_integer()) {
         return false;
-    if (value.is_number_unsigned() && value.get<uint64_t>() > INT64_MAX)
+    }
+    if (value.is_number_unsigned() && value.get<uint64_t>() > INT64_MAX) {
         return false;
+    }
     const auto number = value.get<int64_t>();
     return number >= lowest && number <= highest;
 }
@@ -124,11 +133,13 @@ std::string expected_values(const data_point_kind &kind, const ordered_json &val
                    : "a whole number, " + std::to_string(kind.lowest) + " to " +
                          std::to_string(kind.highest);
     case form::choice: {
-        if (is_choice(value, kind.choices))
+        if (is_choice(value, kind.choices)) {
             return "";
+        }
         std::string names;
-        for (const std::string &choice : kind.choices)
+        for (const std::string &choice : kind.choices) {
             names += (names.empty() ? "one of " : ", ") + choice;
+        }
         return names;
     }
     case form::text:
@@ -169,25 +180,30 @@ product_table read_product_table(const json_value &from) {
 std::string product_fault(const product_table &products, std::string_view pid,
                           const ordered_json &dps, setter by) {
     const auto found = products.find(pid);
-    if (found == products.end())
+    if (found == products.end()) {
         return "";
+    }
     for (const auto &[name, value] : dps.items()) {
         const auto kind = found->second.find(data_point_number(name));
-        if (kind == found->second.end())
+        if (kind == found->second.end()) {
             return "product " + std::string(pid) + " has no data point " + name;
+        }
         const std::string point = "data point " + name + " of product " + std::string(pid);
-        if (by == setter::app && kind->second.is_read_only)
+        if (by == setter::app && kind->second.is_read_only) {
             return point + " is read-only";
-        if (const std::string expected = expected_values(kind->second, value); !expected.empty())
+        }
+        if (const std::string expected = expected_values(kind->second, value); !expected.empty()) {
             return point + " takes " + expected;
+        }
     }
     return "";
 }
 
 void open_products(const std::string &stored) {
     open_table.clear();
-    if (stored.empty())
+    if (stored.empty()) {
         return;
+    }
     const std::string source = "the store is damaged";
     const ordered_json products = ordered_json::parse(stored, nullptr, false);
     try {
@@ -204,8 +220,9 @@ const product_table &the_products() {
 std::string first_data_points(std::string_view pid) {
     auto dps = ordered_json::object();
     if (const auto found = open_table.find(pid); found != open_table.end()) {
-        for (const auto &[number, kind] : found->second)
+        for (const auto &[number, kind] : found->second) {
             dps[std::to_string(number)] = first_value(kind);
+        }
     }
     return dps.dump();
 }

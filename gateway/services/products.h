@@ -32,7 +32,11 @@ using product = std::map<int, data_point_kind>;
 /** Products by their ids. */
 using product_table = std::map<std::string, product, std::less<>>;
 
-/** Reads the products of a site file. @throws usage_error */
+/**
+ * Reads the products of a site file.
+ *
+ * @throws usage_error
+ */
 product_table read_product_table(const json_value &from);
 
 /** Who sets data points: an app by a command, or the device itself. */
@@ -47,8 +51,12 @@ enum class setter : uint8_t { app, device };
 std::string product_fault(const product_table &products, std::string_view pid,
                           const nlohmann::ordered_json &dps, setter by);
 
-/** Takes over the gateway's products, at the start. @param stored  as in a site file; empty: none
- * @throws refused  it cannot be read */
+/**
+ * Takes over the gateway's products, at the start.
+ *
+ * @param stored  as in a site file; empty: none
+ * @throws refused  it cannot be read
+ */
 void open_products(const std::string &stored);
 /** The gateway's products, unchanged from open to close. */
 const product_table &the_products();

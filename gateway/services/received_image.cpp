@@ -28,8 +28,9 @@ constexpr uint32_t memory_bytes_max = 64 * 1024 * 1024;
 int make_partial_file(uint32_t size) {
     const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
     const int fd = ::open(partial_image_name, flags, 0600);
-    if (fd < 0)
+    if (fd < 0) {
         fail_file(partial_image_name, "made");
+    }
     // A file system that cannot promise room tells at the write that finds none.
     if (size != 0 && fallocate(fd, 0, 0, size) != 0 && errno != EOPNOTSUPP) {
         const std::string why = std::strerror(errno);
@@ -68,8 +69,9 @@ received_image::received_image(uint32_t size, image_medium kept_in) : size_(size
 }
 
 received_image::~received_image() {
-    if (fd_ < 0)
+    if (fd_ < 0) {
         return;
+    }
     ::close(fd_);
     if (is_name_kept_) {
         empty_partial_image();
@@ -80,20 +82,23 @@ received_image::~received_image() {
 
 uint32_t received_image::new_bytes(uint32_t offset, uint32_t length) const {
     const uint64_t end = uint64_t{offset} + length;
-    if (offset > received_ || end <= received_ || end > size_)
+    if (offset > received_ || end <= received_ || end > size_) {
         throw refused("bytes " + std::to_string(offset) + " to " + std::to_string(end) +
                       " came, wanted were those from " + std::to_string(received_) +
                       " to at most " + std::to_string(size_));
+    }
     return static_cast<uint32_t>(end - received_);
 }
 
 void received_image::append(const uint8_t *bytes, uint32_t length) {
-    if (fd_ < 0)
+    if (fd_ < 0) {
         bytes_.insert(bytes_.end(), bytes, bytes + length);
+    }
     for (uint32_t done = 0; fd_ >= 0 && done < length;) {
         const ssize_t count = write(fd_, bytes + done, length - done);
-        if (count < 0 && errno != EINTR)
+        if (count < 0 && errno != EINTR) {
             fail_file(partial_image_name, "written");
+        }
         done += count < 0 ? 0 : static_cast<uint32_t>(count);
     }
     uni_md5_update(&digest_, bytes, length);
@@ -105,15 +110,18 @@ std::string received_image::md5() {
 }
 
 void received_image::flush() {
-    if (fd_ >= 0 && fsync(fd_) != 0)
+    if (fd_ >= 0 && fsync(fd_) != 0) {
         fail_file(partial_image_name, "flushed");
+    }
 }
 
 void received_image::install(const char *name) {
-    if (fd_ < 0)
+    if (fd_ < 0) {
         return;
-    if (rename(partial_image_name, name) != 0)
+    }
+    if (rename(partial_image_name, name) != 0) {
         fail_file(name, "replaced");
+    }
     is_installed_ = true;
 }
 

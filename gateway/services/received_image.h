@@ -20,8 +20,12 @@ void empty_partial_image();
 /** Where images are kept. */
 enum class image_medium : uint8_t { file, memory };
 
-/** Refuses an image that there is no room for. @param given_back  bytes that another image gives
- * back first @throws refused */
+/**
+ * Refuses an image that there is no room for.
+ *
+ * @param given_back  bytes that another image gives back first
+ * @throws refused
+ */
 void check_image_room(uint32_t size, uint64_t given_back, image_medium kept_in);
 
 /** One image. At most one exists at a time. All of its functions throw refused, which says what the

@@ -25,14 +25,16 @@ std::unordered_multimap<std::string, device_record *> devices_by_id;
 
 std::string lower_case(std::string_view text) {
     std::string lower(text);
-    for (char &c : lower)
+    for (char &c : lower) {
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
     return lower;
 }
 
 void make_mutex(kelo_mutex_t *mutex) {
-    if (kelo_hal_mutex_create_init(mutex) != 0)
+    if (kelo_hal_mutex_create_init(mutex) != 0) {
         throw refused("no mutex could be created");
+    }
 }
 
 void release_mutex(kelo_mutex_t *mutex) {
@@ -50,8 +52,9 @@ device_record *find_record(std::string_view dev_id) {
 /** The listed device of that id in any letter case, that very id before others; dev_mutex is held.
  */
 device_record *find_listed_ignoring_case(std::string_view dev_id) {
-    if (device_record *exact = find_record(dev_id); exact != nullptr && exact->is_listed)
+    if (device_record *exact = find_record(dev_id); exact != nullptr && exact->is_listed) {
         return exact;
+    }
     const auto [first, end] = devices_by_id.equal_range(lower_case(dev_id));
     const auto found =
         std::find_if(first, end, [](const auto &each) { return each.second->is_listed; });
@@ -60,8 +63,9 @@ device_record *find_listed_ignoring_case(std::string_view dev_id) {
 
 /** The record of an id, made when there is none; dev_mutex is held. */
 device_record &make_record(const std::string &dev_id) {
-    if (device_record *known = find_record(dev_id))
+    if (device_record *known = find_record(dev_id)) {
         return *known;
+    }
     device_records.push_back(std::make_unique<device_record>());
     device_record &made = *device_records.back();
     dev_id.copy(made.dev_id, sizeof made.dev_id - 1);
@@ -87,13 +91,15 @@ void open_records(const site &stored, const std::string &own_dps) {
     make_mutex(&lasting_change_mutex);
     make_mutex(&record.shared.field_mutex);
     make_mutex(&record.shared.dev_mutex);
-    for (const field_setting &setting : stored.gateway)
+    for (const field_setting &setting : stored.gateway) {
         write_field(&record, *setting.of, setting.value);
+    }
     own.state = DEV_STATE_BOUND;
     own.online = 1;
     own.dps = own_dps;
-    for (const site_device &from : stored.devices)
+    for (const site_device &from : stored.devices) {
         list_device(from);
+    }
 }
 
 void close_records() {
@@ -114,14 +120,16 @@ device_record *find_listed_device(std::string_view dev_id) {
 }
 
 device_record *find_device(std::string_view dev_id) {
-    if (device_record *device = find_listed_device(dev_id))
+    if (device_record *device = find_listed_device(dev_id)) {
         return device;
+    }
     return dev_id == gateway_id() ? own_device() : nullptr;
 }
 
 static device_record &need(device_record *device, std::string_view dev_id) {
-    if (device == nullptr)
+    if (device == nullptr) {
         throw refused("unknown device " + std::string(dev_id));
+    }
     return *device;
 }
 
@@ -135,8 +143,9 @@ device_record &need_listed_device(std::string_view dev_id) {
 device_record *own_device() {
     const std::string id = gateway_id();
     const platform::held_mutex guard(record.shared.dev_mutex);
-    if (device_record *device = find_listed_ignoring_case(id))
+    if (device_record *device = find_listed_ignoring_case(id)) {
         return device;
+    }
     if (id != own.dev_id) {
         std::memset(own.dev_id, 0, sizeof own.dev_id);
         id.copy(own.dev_id, sizeof own.dev_id - 1);
@@ -145,16 +154,18 @@ device_record *own_device() {
 }
 
 bool is_online(const device_record &device) {
-    if (&device == own_device())
+    if (&device == own_device()) {
         return true;
+    }
     const platform::held_mutex guard(record.shared.dev_mutex);
     return device.online == 1;
 }
 
 device_record &need_online_device(std::string_view dev_id) {
     device_record &device = need_device(dev_id);
-    if (!is_online(device))
+    if (!is_online(device)) {
         throw refused("device " + std::string(dev_id) + " is offline");
+    }
     return device;
 }
 
@@ -168,9 +179,10 @@ std::string product_of(const device_record &device) {
 }
 
 void check_room_for_devices(std::size_t more) {
-    if (device_records.size() + more > device_records_max)
+    if (device_records.size() + more > device_records_max) {
         throw refused("the gateway can have had " + std::to_string(device_records_max) +
                       " devices only until it is started anew");
+    }
 }
 
 void list_device(const site_device &from) {
@@ -179,15 +191,17 @@ void list_device(const site_device &from) {
     dev_cntl_t *fields = &device;
     // Whoever still holds the record of a device that comes back may be reading its id.
     const field *id_field = &device_fields().front();
-    for (const field &of : device_fields().subspan(1))
+    for (const field &of : device_fields().subspan(1)) {
         write_field(fields, of, is_number(of) ? field_value(int64_t{0}) : field_value(""));
+    }
     device.line_stat_sent = 0;
     device.state = DEV_STATE_BOUND;
     device.dps = from.dps;
     device.is_listed = true;
     for (const field_setting &setting : from.fields) {
-        if (setting.of != id_field)
+        if (setting.of != id_field) {
             write_field(fields, *setting.of, setting.value);
+        }
     }
     (last_listed == nullptr ? record.shared.dev_list : last_listed->next) = &device;
     last_listed = &device;
@@ -203,8 +217,9 @@ void unlist_device(device_record &device) {
         link = &previous->next;
     }
     *link = device.next;
-    if (last_listed == &device)
+    if (last_listed == &device) {
         last_listed = previous;
+    }
     device.next = nullptr;
     device.state = DEV_STATE_FREE;
     device.dps = "{}";

@@ -35,8 +35,11 @@ gateway_record &the_gateway();
 /** Held over every lasting change. */
 kelo_mutex_t change_mutex();
 
-/** Creates the mutexes and makes the records. @param own_dps  data points of the gateway's own
- * device */
+/**
+ * Creates the mutexes and makes the records.
+ *
+ * @param own_dps  data points of the gateway's own device
+ */
 void open_records(const site &stored, const std::string &own_dps);
 /** Releases them. */
 void close_records();
@@ -45,7 +48,11 @@ void close_records();
 device_record *find_device(std::string_view dev_id);
 /** The device in the list, or null. Takes dev_mutex. */
 device_record *find_listed_device(std::string_view dev_id);
-/** The device that find_device tells. @throws refused  there is none */
+/**
+ * The device that find_device tells.
+ *
+ * @throws refused  there is none
+ */
 device_record &need_device(std::string_view dev_id);
 /** The same for find_listed_device. */
 device_record &need_listed_device(std::string_view dev_id);
@@ -53,7 +60,11 @@ device_record &need_listed_device(std::string_view dev_id);
  * dev_mutex. */
 device_record *own_device();
 
-/** The same for find_device. @throws refused  it is offline */
+/**
+ * The same for find_device.
+ *
+ * @throws refused  it is offline
+ */
 device_record &need_online_device(std::string_view dev_id);
 /** Whether a device can be reached; the gateway's own always can. Takes dev_mutex. */
 bool is_online(const device_record &device);

@@ -13,12 +13,14 @@ namespace {
 scenario_entry read_entry(const std::string &name, const json_value &from, bool is_callback) {
     scenario_entry entry{.name = name, .result = std::nullopt};
     const bool is_absent = is_callback && from.json == "absent";
-    if (is_callback && !is_absent && from.json.is_string())
+    if (is_callback && !is_absent && from.json.is_string()) {
         from.refuse("is " + from.json.dump() + R"(, expected "absent" or a result)");
+    }
     try {
-        if (!is_absent)
+        if (!is_absent) {
             entry.result = static_cast<int32_t>(from.whole_number(
                 std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()));
+        }
         check_scenario_entry(entry, is_callback);
     } catch (const usage_error &error) {
         from.refuse(error.what());
@@ -29,8 +31,9 @@ scenario_entry read_entry(const std::string &name, const json_value &from, bool 
 std::vector<scenario_entry> read_entries(const json_value &from, bool are_callbacks) {
     from.need_object();
     std::vector<scenario_entry> entries;
-    for (const auto &[name, value] : from.json.items())
+    for (const auto &[name, value] : from.json.items()) {
         entries.push_back(read_entry(name, from.member(name, value), are_callbacks));
+    }
     return entries;
 }
 

@@ -11,11 +11,17 @@ namespace gateway {
 /** Most scenes that are stored, of groups and in a linkage set each. */
 constexpr std::size_t scenes_max = 1000;
 
-/** Reads "actions": [{"cid": ID, "dps": {...}}, ...] of a scene as the text that is stored.
- * @throws usage_error */
+/**
+ * Reads "actions": [{"cid": ID, "dps": {...}}, ...] of a scene as the text that is stored.
+ *
+ * @throws usage_error
+ */
 std::string read_actions(const json_value &scene);
-/** Applies stored actions to the devices that are online, and reports each change. @throws refused
- * as change_data_points */
+/**
+ * Applies stored actions to the devices that are online, and reports each change.
+ *
+ * @throws refused as change_data_points
+ */
 void apply_actions(const std::string &actions);
 /** Remembers the scene that was executed last, for the status. */
 void note_last_scene(const nlohmann::ordered_json &scene);

@@ -16,10 +16,11 @@ constexpr int64_t join_after_ms_max = 3'600'000;
 field_value value_from_file(const field &of, const json_value &from) {
     field_value value;
     if (is_number(of)) {
-        if (of.is_flag && from.json.is_boolean())
+        if (of.is_flag && from.json.is_boolean()) {
             value = int64_t{from.json.get<bool>()};
-        else
+        } else {
             value = from.whole_number(of.lowest, of.highest);
+        }
     } else {
         value = from.text();
     }
@@ -37,15 +38,20 @@ std::vector<field_setting> read_gateway(const json_value &from, uint32_t number)
     for (const auto &[name, value] : from.json.items()) {
         const json_value member = from.member(name, value);
         const field *of = find_field(gateway_fields(), name);
-        if (of == nullptr)
+        if (of == nullptr) {
             member.refuse_unknown(field_names(gateway_fields()));
+        }
         settings.push_back({of, value_from_file(*of, member)});
     }
     return settings;
 }
 
-/** Reads a device. @param join_after_ms  the member of that name, which only one that waits to join
- * may have; else null */
+/**
+ * Reads a device.
+ *
+ * @param join_after_ms  the member of that name, which only one that waits to join may have; else
+ * null
+ */
 void read_device(const json_value &from, site_device &device, uint32_t *join_after_ms) {
     from.need_object();
     for (const auto &[name, value] : from.json.items()) {
@@ -64,7 +70,11 @@ void read_device(const json_value &from, site_device &device, uint32_t *join_aft
     (void)from.required("dev_id");
 }
 
-/** Reads a list of devices. @param ids  those of all lists so far */
+/**
+ * Reads a list of devices.
+ *
+ * @param ids  those of all lists so far
+ */
 template <typename Device>
 std::vector<Device> read_devices(const json_value &from, std::set<std::string> &ids) {
     from.need_array();
@@ -72,17 +82,23 @@ std::vector<Device> read_devices(const json_value &from, std::set<std::string> &
     for (std::size_t i = 0; i < devices.size(); ++i) {
         Device &device = devices[i];
         const json_value element = from.element(i);
-        if constexpr (std::is_same_v<Device, joining_device>)
+        if constexpr (std::is_same_v<Device, joining_device>) {
             read_device(element, device, &device.join_after_ms);
-        else
+        } else {
             read_device(element, device, nullptr);
-        if (!ids.insert(device.id()).second)
+        }
+        if (!ids.insert(device.id()).second) {
             element.required("dev_id").refuse("'" + device.id() + "' is given twice");
+        }
     }
     return devices;
 }
 
-/** Compares the data points of devices with what their products have. @param list  its name */
+/**
+ * Compares the data points of devices with what their products have.
+ *
+ * @param list  its name
+ */
 template <typename Device>
 void check_devices(const std::vector<Device> &devices, const product_table &products,
                    const std::string &list) {
@@ -91,8 +107,9 @@ void check_devices(const std::vector<Device> &devices, const product_table &prod
         const std::string fault =
             product_fault(products, pid != nullptr ? std::get<std::string>(*pid) : "",
                           nlohmann::ordered_json::parse(devices[i].dps), setter::device);
-        if (!fault.empty())
+        if (!fault.empty()) {
             throw usage_error(list + "[" + std::to_string(i) + "].dps: " + fault);
+        }
     }
 }
 

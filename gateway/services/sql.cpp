@@ -30,8 +30,11 @@ const char *plain_names_layer() {
     return is_registered ? layer.zName : nullptr;
 }
 
-/** Makes the file of a new database private, its log and journal get the same permissions. @throws
- * refused  something else has the name; what cannot be opened is told by the library */
+/**
+ * Makes the file of a new database private, its log and journal get the same permissions.
+ *
+ * @throws refused  something else has the name; what cannot be opened is told by the library
+ */
 void make_private_file(const std::string &path) {
     const int fd =
         ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
@@ -58,8 +61,9 @@ sqlite3 *open_database(const std::string &path) {
         path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
         plain_names_layer());
     try {
-        if (result != SQLITE_OK)
+        if (result != SQLITE_OK) {
             fail_sql(database);
+        }
         // An exclusive write-ahead log costs one flush a change and leaves no shared-memory file.
         // It is kept short, so that it needs little of a disk that is nearly full.
         run_sql(database, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL;"
@@ -91,13 +95,15 @@ void fail_sql(sqlite3 *database) {
 }
 
 void run_sql(sqlite3 *database, const char *sql) {
-    if (sqlite3_exec(database, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+    if (sqlite3_exec(database, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
         fail_sql(database);
+    }
 }
 
 statement::statement(sqlite3 *database, const std::string &sql) : database_(database) {
-    if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement_, nullptr) != SQLITE_OK)
+    if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement_, nullptr) != SQLITE_OK) {
         fail_sql(database);
+    }
 }
 
 statement::~statement() {
@@ -105,14 +111,16 @@ statement::~statement() {
 }
 
 statement &statement::check(int result) {
-    if (result != SQLITE_OK)
+    if (result != SQLITE_OK) {
         fail_sql(database_);
+    }
     return *this;
 }
 
 statement &statement::bind_value(int place, const field_value &value) {
-    if (const auto *number = std::get_if<int64_t>(&value))
+    if (const auto *number = std::get_if<int64_t>(&value)) {
         return bind(place, *number);
+    }
     return bind(place, std::string_view(std::get<std::string>(value)));
 }
 
@@ -127,8 +135,9 @@ statement &statement::bind(int place, std::string_view text) {
 
 bool statement::next() {
     const int result = sqlite3_step(statement_);
-    if (result != SQLITE_ROW && result != SQLITE_DONE)
+    if (result != SQLITE_ROW && result != SQLITE_DONE) {
         fail_sql(database_);
+    }
     return result == SQLITE_ROW;
 }
 
@@ -167,8 +176,9 @@ transaction::transaction(sqlite3 *database) : database_(database) {
 }
 
 transaction::~transaction() {
-    if (!committed_)
+    if (!committed_) {
         sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr);
+    }
 }
 
 void transaction::commit() {

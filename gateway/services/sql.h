@@ -15,11 +15,19 @@ namespace gateway {
 /** Path of a database that is kept in memory. */
 constexpr std::string_view memory_database = ":memory:";
 
-/** Opens a database as the store needs it. @throws refused */
+/**
+ * Opens a database as the store needs it.
+ *
+ * @throws refused
+ */
 sqlite3 *open_database(const std::string &path);
 /** Throws what the last call on the database failed with. */
 [[noreturn]] void fail_sql(sqlite3 *database);
-/** Runs statements without values. @throws refused */
+/**
+ * Runs statements without values.
+ *
+ * @throws refused
+ */
 void run_sql(sqlite3 *database, const char *sql);
 
 /** One prepared statement. All of its functions throw refused. */
@@ -34,9 +42,17 @@ class statement {
     statement &bind_value(int place, const field_value &value);
     statement &bind(int place, int64_t number);
     statement &bind(int place, std::string_view text);
-    /** Fetches the next row. @return false at the end */
+    /**
+     * Fetches the next row.
+     *
+     * @return false at the end
+     */
     bool next();
-    /** Runs the statement and makes it ready for the next values. @return number of changed rows */
+    /**
+     * Runs the statement and makes it ready for the next values.
+     *
+     * @return number of changed rows
+     */
     int run();
     /** Runs a statement that yields one number. */
     int64_t run_for_number();

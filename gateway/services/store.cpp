@@ -41,8 +41,9 @@ constexpr int64_t schema_version = std::size(schema_steps);
 void read_device_row(const statement &row, site_device &device) {
     int column = 0;
     for (const field &of : device_fields()) {
-        if (!row.is_null(column))
+        if (!row.is_null(column)) {
             device.fields.push_back({&of, row.value(column, of)});
+        }
         ++column;
     }
     device.dps = row.text(column);
@@ -50,8 +51,9 @@ void read_device_row(const statement &row, site_device &device) {
 
 void check_settings(const std::vector<field_setting> &settings) {
     try {
-        for (const field_setting &setting : settings)
+        for (const field_setting &setting : settings) {
             check_value(*setting.of, setting.value);
+        }
     } catch (const usage_error &error) {
         throw refused(std::string("the store is damaged: a value in it ") + error.what());
     }
@@ -70,28 +72,34 @@ int64_t store::version() {
 }
 
 bool store::is_new() {
-    if (version() > schema_version)
+    if (version() > schema_version) {
         throw refused("the store was written by a newer version of this program");
+    }
     return version() == 0;
 }
 
 void store::run_schema_steps() {
-    for (int64_t step = version(); step < schema_version; ++step)
+    for (int64_t step = version(); step < schema_version; ++step) {
         run_sql(database_.get(), schema_steps[step]);
+    }
     run_sql(database_.get(), ("PRAGMA user_version=" + std::to_string(schema_version)).c_str());
 }
 
 void store::begin_life(const site &first) {
     transaction all(database_.get());
     run_schema_steps();
-    for (const field_setting &setting : first.gateway)
+    for (const field_setting &setting : first.gateway) {
         set_gateway_field(*setting.of, setting.value);
-    for (const site_device &device : first.devices)
+    }
+    for (const site_device &device : first.devices) {
         add_device(device);
-    for (const joining_device &device : first.joining)
+    }
+    for (const joining_device &device : first.joining) {
         insert_device("joining", device, &device.join_after_ms);
-    if (!first.products.empty())
+    }
+    if (!first.products.empty()) {
         set_setting(products_setting, first.products);
+    }
     all.commit();
 }
 
@@ -108,8 +116,9 @@ site store::load() {
     site stored;
     statement fields = prepare("SELECT name, value FROM gateway");
     while (fields.next()) {
-        if (const field *of = find_field(gateway_fields(), fields.text(0)))
+        if (const field *of = find_field(gateway_fields(), fields.text(0))) {
             stored.gateway.push_back({of, fields.value(1, *of)});
+        }
     }
     check_settings(stored.gateway);
     const std::string columns = field_names(device_fields()) + ", dps";
@@ -158,10 +167,12 @@ void store::insert_device(const char *table, const site_device &device,
         prepare("INSERT INTO " + std::string(table) + "(" + columns + ") VALUES(" + places + ")");
     int place = 1;
     insert.bind(place, std::string_view(device.dps));
-    for (const field_setting &setting : device.fields)
+    for (const field_setting &setting : device.fields) {
         insert.bind_value(++place, setting.value);
-    if (join_after_ms != nullptr)
+    }
+    if (join_after_ms != nullptr) {
         insert.bind(++place, int64_t{*join_after_ms});
+    }
     insert.run();
 }
 

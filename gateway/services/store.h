@@ -41,7 +41,11 @@ class store {
 
     /** Stores bytes under a name of the gateway's own. */
     void set_setting(std::string_view name, std::string_view value);
-    /** Reads them. @return empty when there are none */
+    /**
+     * Reads them.
+     *
+     * @return empty when there are none
+     */
     std::string setting(std::string_view name);
     /** Removes them, if any. */
     void erase_setting(std::string_view name);

@@ -159,14 +159,20 @@ transfer transfer_of(const upgrade_record &of) {
     return {of.dev_id, of.firmware, of.number, of.knobs.rpt_percent, of.knobs.chunk_size};
 }
 
-/** Takes what is new in a chunk. @return bytes at its end that are handed back @throws refused */
+/**
+ * Takes what is new in a chunk.
+ *
+ * @return bytes at its end that are handed back
+ * @throws refused
+ */
 uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
     received_image &image = *current.image;
     const uint32_t added = image.new_bytes(offset, length);
     const uint32_t end = image.received() + added;
-    if (current.knobs.fail_at && end > *current.knobs.fail_at)
+    if (current.knobs.fail_at && end > *current.knobs.fail_at) {
         throw refused("byte " + std::to_string(*current.knobs.fail_at) +
                       " cannot be taken: the scenario says so");
+    }
     // At least one byte is kept, so that the transfer comes to an end.
     const uint32_t back = end == image.size() ? 0 : std::min(current.knobs.remain_len, added - 1);
     image.append(data + (length - added), added - back);
@@ -184,8 +190,9 @@ int call_get_file_cb(lan_fw_info_t *firmware, uint32_t total_size, uint32_t offs
     };
     return service(call("get_file_cb"), arguments, [&] {
         const platform::held_mutex guard(upgrade_mutex);
-        if (!is_current(cb_arg))
+        if (!is_current(cb_arg)) {
             return result_failed;
+        }
         try {
             *remain_len = take_chunk(offset, data, length);
             return 0;
@@ -196,13 +203,18 @@ int call_get_file_cb(lan_fw_info_t *firmware, uint32_t total_size, uint32_t offs
     });
 }
 
-/** Lets the time of an installation pass. @throws refused  the gateway ends */
+/**
+ * Lets the time of an installation pass.
+ *
+ * @throws refused  the gateway ends
+ */
 void pass_installing_time(uint32_t time_ms) {
     for (uint32_t left_ms = time_ms; left_ms > 0;) {
         {
             const platform::held_mutex guard(upgrade_mutex);
-            if (upgrades_end)
+            if (upgrades_end) {
                 throw refused("the gateway was stopped");
+            }
         }
         const uint32_t step_ms = std::min(left_ms, installing_step_ms);
         kelo_hal_system_sleep(step_ms);
@@ -211,8 +223,9 @@ void pass_installing_time(uint32_t time_ms) {
 }
 
 void tell_percent(const firmware_target &target, const upgrade_scenario &knobs, int32_t percent) {
-    if (knobs.rpt_percent && !target.dev_id.empty())
+    if (knobs.rpt_percent && !target.dev_id.empty()) {
         engr_rpt_upload_upgrade_percent(percent, target.dev_id.c_str(), 0);
+    }
 }
 
 /** Installs a complete image: of the gateway at once, to a device it is sent by radio first. */
@@ -229,13 +242,15 @@ void install(received_image &image, const firmware_target &target, const lan_fw_
         is_installing = false;
     }
     tell_percent(target, knobs, percent_done);
-    if (target.dev_id.empty())
+    if (target.dev_id.empty()) {
         return;
+    }
     const int32_t result = engr_lan_gw_subdevice_update(
         target.dev_id.c_str(), target.sw_ver.c_str(), device_firmware_type, 0, 0);
-    if (result != 0 && result != ENGR_ERR_NO_CLIENT)
+    if (result != 0 && result != ENGR_ERR_NO_CLIENT) {
         GATEWAY_LOG(LOG_LEVEL_WARNING, "the version of %s is not reported: result %d",
                     target.dev_id.c_str(), result);
+    }
 }
 
 int32_t receive_outcome(bool is_complete, const void *cb_arg) {
@@ -245,8 +260,9 @@ int32_t receive_outcome(bool is_complete, const void *cb_arg) {
     upgrade_scenario knobs;
     {
         const platform::held_mutex guard(upgrade_mutex);
-        if (!is_current(cb_arg))
+        if (!is_current(cb_arg)) {
             return result_failed;
+        }
         if (!is_complete) {
             give_up(phase::failed, "the app left, fell silent or sent more than the image");
             return 0;
@@ -268,13 +284,15 @@ int32_t receive_outcome(bool is_complete, const void *cb_arg) {
     }
     image.reset();
     const platform::held_mutex guard(upgrade_mutex);
-    if (cb_arg != as_argument(current.number))
+    if (cb_arg != as_argument(current.number)) {
         return result; // the next upgrade has begun
+    }
     is_installing = false;
-    if (result == 0)
+    if (result == 0) {
         current.now = phase::installed;
-    else
+    } else {
         give_up(phase::failed, reason);
+    }
     return result;
 }
 
@@ -286,8 +304,11 @@ int call_ug_notify_cb(lan_fw_info_t *firmware, int result, void *cb_arg) {
                    [&] { return receive_outcome(result == 0, cb_arg); });
 }
 
-/** Has the agent ask the app for the image. Takes up to the time of a send. @return the agent's
- * result */
+/**
+ * Has the agent ask the app for the image. Takes up to the time of a send.
+ *
+ * @return the agent's result
+ */
 int32_t run_transfer(const transfer &begun) {
     return lan_gw_start_upgrade(begun.dev_id.c_str(), &begun.firmware,
                                 callback_unless_absent(call("get_file_cb"), call_get_file_cb),
@@ -300,8 +321,12 @@ std::string start_failure(int32_t result) {
     return "the transfer cannot be started: result " + std::to_string(result);
 }
 
-/** Gives an offer up when the agent has ended its upgrade meanwhile. The agent tells nobody, since
- * no transfer was begun. @return whether it still stands */
+/**
+ * Gives an offer up when the agent has ended its upgrade meanwhile. The agent tells nobody, since
+ * no transfer was begun.
+ *
+ * @return whether it still stands
+ */
 bool check_offer() {
     if (current.now == phase::offered && current.ends_before != upgrade_ends) {
         give_up(phase::failed, "the upgrade ended before its transfer began");
@@ -349,15 +374,21 @@ void need_offer_timer() {
     offer_timer = timer;
 }
 
-/** Takes an offer whose data stands in the record. @throws refused, usage_error */
+/**
+ * Takes an offer whose data stands in the record.
+ *
+ * @throws refused, usage_error
+ */
 void take_offer() {
     const firmware_target target = current_target();
-    if (current.firmware.file_size == 0)
+    if (current.firmware.file_size == 0) {
         throw refused("the image is empty");
+    }
     check_version(target);
     const std::string installed = installed_version(target.dev_id);
-    if (current.knobs.refuse_same_version && installed == target.sw_ver)
+    if (current.knobs.refuse_same_version && installed == target.sw_ver) {
         throw refused("this version is installed already");
+    }
     need_offer_timer();
     take_room();
     current.now = phase::offered;
@@ -455,8 +486,9 @@ void note_upgrade_end() {
 }
 
 void open_upgrades(const upgrade_scenario &scenario, image_medium kept_in) {
-    if (kelo_hal_mutex_create_init(&upgrade_mutex) != 0)
+    if (kelo_hal_mutex_create_init(&upgrade_mutex) != 0) {
         throw refused("no mutex could be created");
+    }
     scenario_knobs = scenario;
     medium = kept_in;
     is_installing = false;

@@ -8,7 +8,11 @@
 
 namespace gateway {
 
-/** Begins without an upgrade. @param kept_in  where images are kept */
+/**
+ * Begins without an upgrade.
+ *
+ * @param kept_in  where images are kept
+ */
 void open_upgrades(const upgrade_scenario &scenario, image_medium kept_in);
 /** Has an installation given up; no call of the service's own is under way when it returns. The
  * agent has been stopped. */

@@ -24,8 +24,9 @@ struct access_point : agent_test {
     /** Text of the next datagram. */
     static std::string heard(sim::udp_peer &listener, const lan_client::aes_key &key) {
         const auto datagram = listener.receive(6000);
-        if (!datagram)
+        if (!datagram) {
             return "nothing";
+        }
         return lan_client::decrypt(key, lan_client::decode_frame(datagram->bytes).decoded.payload)
             .value_or("(undecryptable)");
     }
@@ -45,8 +46,9 @@ struct access_point : agent_test {
         std::string names;
         for (const std::string &line : gateway.trace) {
             const std::string name = nlohmann::json::parse(line)["call"];
-            if (name == "finish_cb" || name.starts_with("wf_"))
+            if (name == "finish_cb" || name.starts_with("wf_")) {
                 names += name + " ";
+            }
         }
         return names;
     }

@@ -53,8 +53,9 @@ struct commissioned_gateway : sim::test {
     static int32_t hand_over(int32_t (*service)(sf_cmd_t *), const char *request) {
         sf_cmd_t command{.source = 0, .root = cJSON_Parse(request)};
         const int32_t result = service(&command);
-        if (result != 0)
+        if (result != 0) {
             cJSON_Delete(command.root);
+        }
         return result;
     }
     /** Asks for devices to be bound: [{"cid": ID, "pid": PID}, ...]. */

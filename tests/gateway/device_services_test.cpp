@@ -51,14 +51,16 @@ TEST_F(device_services, reports_wait_for_room_on_the_message_bus) {
         cids += (i == 0 ? "\"" : ",\"") + id + "\"";
     }
     EXPECT_EQ(bind("[" + products + "]"), 0);
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         gateway::set_device_field("d" + std::to_string(i), "online", "1");
+    }
     hand_over(engr_sf_send_grp_oper_cmd,
               (R"({"gid":"g","op":"add","cids":[)" + cids + "]}").c_str());
     EXPECT_EQ(hand_over(engr_sf_send_gw_dev_cmd, R"({"gid":"g","dps":{"1":7}})"), 0);
     int reports = 0;
-    for (std::string text = told(); text != "nothing"; text = told())
+    for (std::string text = told(); text != "nothing"; text = told()) {
         reports += text.starts_with("8/") ? 1 : 0;
+    }
     EXPECT_EQ(reports, 100);
 }
 
@@ -74,8 +76,9 @@ TEST_F(device_services, a_device_that_is_offline_neither_obeys_nor_reports_nor_a
     hand_over(engr_sf_send_scene_oper_cmd,
               R"({"sid":"s","gid":"g","op":"save","actions":[{"cid":"door","dps":{"1":2}},
                   {"cid":"lamp","dps":{"1":2}}]})");
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         told();
+    }
     gateway::set_device_field("door", "online", "0");
     EXPECT_NE(command(R"({"cid":"door","dps":{"1":1}})"), 0);
     EXPECT_EQ(data_points("door"), "none");
@@ -222,8 +225,9 @@ TEST_F(device_services, a_request_with_a_member_given_twice_or_with_very_many_is
               0);
     EXPECT_NE(hand_over(engr_sf_send_gw_dev_cmd, R"({"cid":"lamp","dps":{"1":0,"1":1}})"), 0);
     std::string many = R"({"cid":"lamp","dps":{"1":0})";
-    for (int i = 0; i < 254; ++i)
+    for (int i = 0; i < 254; ++i) {
         many += ",\"m" + std::to_string(i) + "\":0";
+    }
     EXPECT_EQ(hand_over(engr_sf_send_gw_dev_cmd, (many + "}").c_str()), 0) << "256 are taken";
     EXPECT_NE(hand_over(engr_sf_send_gw_dev_cmd, (many + ",\"m254\":0}").c_str()), 0);
 }
@@ -399,8 +403,9 @@ TEST_F(device_services, the_record_of_a_device_that_left_stays_readable_and_serv
     EXPECT_EQ(bind(R"([{"cid":"door","pid":"p9"},{"cid":"z","pid":"p"}])"), 0);
     EXPECT_EQ(engr_get_dev_cntl("door"), door);
     std::string list;
-    for (dev_cntl_t *each = engr_get_gw_cntl()->dev_list; each != nullptr; each = each->next)
+    for (dev_cntl_t *each = engr_get_gw_cntl()->dev_list; each != nullptr; each = each->next) {
         list += std::string(each->dev_id) + " ";
+    }
     EXPECT_EQ(list, "lamp door z ");
     EXPECT_EQ(engr_get_gw_cntl()->dev_count, 3U);
 }

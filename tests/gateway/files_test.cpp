@@ -119,10 +119,11 @@ TEST(scenario_file, mistakes_are_told_with_file_and_member) {
         {R"({"callbacks": {"permit_join": "away"}})",
          R"(callbacks.permit_join: is "away", expected "absent")"},
     };
-    for (const bad_file &file : files)
+    for (const bad_file &file : files) {
         EXPECT_THAT(complaint_of([&] { gateway::parse_scenario(file.text, "f"); }),
                     HasSubstr(file.complaint))
             << file.text;
+    }
     EXPECT_EQ(
         gateway::parse_scenario(R"({"services": {"wf_get_ip": -7, "engr_get_dev_cntl": 0}})", "f")
             .services.size(),

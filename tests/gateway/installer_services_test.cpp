@@ -107,14 +107,16 @@ TEST_F(installer_services, wrong_values_are_refused_without_a_change) {
     EXPECT_EQ(before["token_bound"], true);
     EXPECT_EQ(before["gateway"]["wf_ssid"], "net");
     EXPECT_EQ(before["wifi"]["ssid"], "net");
-    for (const std::string &token : {std::string(), std::string(65, 'x'), std::string("a\nb")})
+    for (const std::string &token : {std::string(), std::string(65, 'x'), std::string("a\nb")}) {
         EXPECT_NE(engr_gw_user_token_bind(token.c_str()), 0) << token;
+    }
     EXPECT_NE(gw_wifi_modify_and_conn("", "p"), 0);
     EXPECT_NE(gw_wifi_modify_and_conn(std::string(33, 's').c_str(), "p"), 0);
     EXPECT_NE(gw_wifi_modify_and_conn("other", std::string(65, 'p').c_str()), 0);
     for (const char *channel : {R"({"channel":10})", R"({"channel":27})", R"({"channel":15.5})",
-                                R"({"channel":"15"})", "{}", "15", R"({"channel":1e99})", "{"})
+                                R"({"channel":"15"})", "{}", "15", R"({"channel":1e99})", "{"}) {
         EXPECT_NE(set_channel(channel), 0) << channel;
+    }
     EXPECT_NE(write_setting("", "v"), 0);
     EXPECT_NE(write_setting("k", std::string(65'537, 'v')), 0);
     EXPECT_EQ(gateway::status().dump(), before.dump());
@@ -131,8 +133,10 @@ TEST_F(installer_services, configuration_is_taken_over_as_the_file_stands) {
     EXPECT_TRUE(world.log().has(0, "cloud.config is not taken over: it is not JSON"));
     EXPECT_TRUE(shown("config")["taken_over"].is_null());
     write_file("cloud.config", "[1]");
-    for (const auto take_over : {engr_get_gw_cntl()->sync_config, gw_engineer_sync_default_config})
+    for (const auto take_over :
+         {engr_get_gw_cntl()->sync_config, gw_engineer_sync_default_config}) {
         EXPECT_EQ(take_over(), 0);
+    }
     const auto taken = shown("config")["taken_over"];
     EXPECT_EQ(taken["md5"], "35dba5d75538a9bbe0b4da4422759a0e");
     EXPECT_EQ(taken["bytes"], 3);
@@ -144,8 +148,9 @@ TEST_F(installer_services, configuration_is_taken_over_as_the_file_stands) {
     std::free(text);
     std::filesystem::create_symlink("cloud.config", "link");
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
-    for (const char *path : {"./app.config", "./", "/dev/zero", "link", "pipe"})
+    for (const char *path : {"./app.config", "./", "/dev/zero", "link", "pipe"}) {
         EXPECT_NE(gw_read_file(path, &text), 0) << path;
+    }
     EXPECT_EQ(write_setting("engineer_stat", std::string_view("1", 2)), 0);
     EXPECT_EQ(gateway.trace.back(),
               R"({"call": "wd_common_write", "args": )"
@@ -191,8 +196,9 @@ struct log_snapshots : sim::test {
     }
     static std::vector<std::string> files() {
         std::vector<std::string> names;
-        for (const auto &entry : std::filesystem::directory_iterator("."))
+        for (const auto &entry : std::filesystem::directory_iterator(".")) {
             names.push_back(entry.path().filename());
+        }
         return names;
     }
 

@@ -170,8 +170,9 @@ TEST_F(demo_gateway, has_devices_whose_data_points_are_those_of_their_products) 
         EXPECT_THROW(gateway::report_data_points(device.id(), R"({"200":1})"), gateway::refused)
             << device.id() << " is of a product that is not described";
     };
-    for (const gateway::site_device &device : demo.devices)
+    for (const gateway::site_device &device : demo.devices) {
         check(device);
+    }
     engr_get_gw_cntl()->permit_join(4, true, 60);
     for (const gateway::joining_device &device : demo.joining) {
         gateway::join_device(device.id(), std::nullopt);
@@ -180,8 +181,9 @@ TEST_F(demo_gateway, has_devices_whose_data_points_are_those_of_their_products) 
 }
 
 TEST_F(services, a_registration_too_many_is_refused_by_the_agent) {
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(gateway::register_frame_handler(34, i), 0);
+    }
     EXPECT_EQ(gateway::register_frame_handler(34, 0), ENGR_ERR_ARGUMENT);
 }
 
@@ -202,8 +204,9 @@ TEST_F(services, tell_the_network_as_it_was_set) {
     EXPECT_EQ(network_state(), "1 0 10.0.0.7");
     gateway::set_address("");
     EXPECT_EQ(network_state(), "0 -1 ") << "without an address the network is down";
-    for (const char *bad : {"1.2.3", "1.2.3.256", "1.2.3.4 ", "+1.2.3.4", "name"})
+    for (const char *bad : {"1.2.3", "1.2.3.256", "1.2.3.4 ", "+1.2.3.4", "name"}) {
         EXPECT_THROW(gateway::set_address(bad), gateway::usage_error) << bad;
+    }
     gateway::set_address(std::nullopt);
     EXPECT_EQ(network_state(), "1 0 192.168.1.1");
     EXPECT_EQ(ak_lan_disc_pack_send(), -1) << "not prepared";

@@ -123,8 +123,9 @@ TEST_F(upgrade_files, and_version_belong_together_after_a_kill_in_the_middle) {
                 R"(INSERT INTO setting VALUES('firmware_installing', '{"dev_id":")" + dev_id +
                 R"(","sw_ver":"9"}'))";
             change_store(setting.c_str());
-            if (!image_is_in_place)
+            if (!image_is_in_place) {
                 std::ofstream("firmware.part") << "whole image";
+            }
             for (int starts = 0; starts < 2; ++starts) {
                 open();
                 EXPECT_EQ(version_of(dev_id), image_is_in_place ? "9" : before);

@@ -43,21 +43,27 @@ struct offer {
 
 inline offer image_of(size_t size, const std::string &cid = "") {
     std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         bytes[i] = static_cast<char>(i * 7 + i / 251);
+    }
     return {.bytes = bytes, .cid = cid};
 }
 
 inline std::string chunk_of(std::string_view bytes, uint64_t offset) {
     std::string payload;
-    for (const int shift : {24, 16, 8, 0})
+    for (const int shift : {24, 16, 8, 0}) {
         payload += static_cast<char>(offset >> shift);
+    }
     return payload.append(bytes);
 }
 
 /** An app that drives upgrades. */
 struct upgrade_app {
-    /** Announces an image and asks for its start. @return the answer to the latter */
+    /**
+     * Announces an image and asks for its start.
+     *
+     * @return the answer to the latter
+     */
     std::string offer_image(const offer &what) {
         nlohmann::json told{{"swVer", what.version},
                             {"fileSize", what.bytes.size()},
@@ -74,24 +80,31 @@ struct upgrade_app {
             const std::string text =
                 lan_client::decrypt(app.key, frame->payload).value_or("(undecryptable)");
             const auto json = nlohmann::json::parse(text, nullptr, false);
-            if (frame->type == chunk)
+            if (frame->type == chunk) {
                 return json["offset"].dump() + "+" + json["downloadSize"].dump();
-            if (frame->type == 232)
+            }
+            if (frame->type == 232) {
                 percents.push_back(json["progress"]);
-            else
+            } else {
                 others.push_back(std::to_string(frame->type) + text);
+            }
         }
         return "nothing";
     }
-    /** Serves requests until the image is complete or no more come. @return the requests */
+    /**
+     * Serves requests until the image is complete or no more come.
+     *
+     * @return the requests
+     */
     std::string serve(const std::string &bytes) {
         std::string requests;
         for (std::string next = next_request(); next != "nothing"; next = next_request()) {
             requests += (requests.empty() ? "" : " ") + next;
             const size_t offset = std::stoul(next);
             const size_t size = std::stoul(next.substr(next.find('+') + 1));
-            if (size == 0)
+            if (size == 0) {
                 break;
+            }
             app.send(0, chunk, chunk_of(bytes.substr(offset, size), offset));
         }
         return requests;
@@ -110,8 +123,9 @@ inline std::string upgrade_state() {
 }
 /** Lets time pass until the upgrade is in one of the states. */
 inline bool comes_to(sim::world &world, const std::set<std::string> &states) {
-    for (int steps = 0; steps < 20'000 && !states.contains(upgrade_state()); ++steps)
+    for (int steps = 0; steps < 20'000 && !states.contains(upgrade_state()); ++steps) {
         world.run_for(10);
+    }
     return states.contains(upgrade_state());
 }
 inline std::string version_of(const std::string &dev_id) {

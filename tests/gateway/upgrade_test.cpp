@@ -53,8 +53,9 @@ TEST_F(upgrade_service, leaves_its_callbacks_in_the_trace) {
         "\"}";
     std::vector<std::string> traced;
     for (const std::string &line : story.gateway.trace) {
-        if (line.find("record") != std::string::npos)
+        if (line.find("record") != std::string::npos) {
             traced.push_back(line);
+        }
     }
     EXPECT_THAT(traced, testing::ElementsAre(
                             R"({"call": "dev_lan_ug_cb", "args": {"dev_id": "lamp", )" + record +
@@ -234,8 +235,9 @@ TEST(upgrade_service_races, have_one_end_each_and_leave_a_gateway_that_takes_the
         world.run_for(1000);
         story.succeed({.version = "4"});
         size_t outcomes = 0;
-        for (const std::string &line : story.gateway.trace)
+        for (const std::string &line : story.gateway.trace) {
             outcomes += line.find("ug_notify_cb") != std::string::npos ? 1 : 0;
+        }
         EXPECT_LE(outcomes, 2U);
     });
 }

@@ -50,10 +50,17 @@ std::string field_names(std::span<const field> fields);
 
 /** Whether the field holds a number. */
 bool is_number(const field &of);
-/** Checks a value. @throws usage_error that says what is wrong with it, without the field's name */
+/**
+ * Checks a value.
+ *
+ * @throws usage_error that says what is wrong with it, without the field's name
+ */
 void check_value(const field &of, const field_value &value);
-/** Reads a value as people type it, and checks it. @throws usage_error that begins with the field's
- * name */
+/**
+ * Reads a value as people type it, and checks it.
+ *
+ * @throws usage_error that begins with the field's name
+ */
 field_value value_from_text(const field &of, const std::string &text);
 /** Stores a checked value in a record. */
 void write_field(void *record, const field &of, const field_value &value);

@@ -32,8 +32,12 @@ struct open_options {
     /** Takes the lines of calls that must not wait: it keeps them before any line that trace takes
      * later, but must not wait for a file. Empty: trace takes these lines, too. */
     std::function<void(std::string_view)> trace_soon = {};
-    /** Tells the newest bytes of the log, at most so many, cut anywhere. Empty: there is no log to
-     * upload. @throws refused  it cannot be read */
+    /**
+     * Tells the newest bytes of the log, at most so many, cut anywhere. Empty: there is no log to
+     * upload.
+     *
+     * @throws refused  it cannot be read
+     */
     std::function<std::string(std::size_t bytes_max)> newest_log = {};
     /** Tells the gateway's address in dotted decimal, empty when it has none. */
     std::function<std::string()> address;
@@ -98,7 +102,11 @@ int32_t start_upgrade(const upgrade_start &wanted);
  * @return the result of engr_lan_ap_nw_cfg_start
  */
 int32_t open_access_point();
-/** Listens for credentials without any other change. @return the same */
+/**
+ * Listens for credentials without any other change.
+ *
+ * @return the same
+ */
 int32_t listen_for_credentials();
 
 /** Puts the gateway's network down, or leaves it to follow the address. */

@@ -34,7 +34,11 @@ struct scenario {
     upgrade_scenario upgrade;
 };
 
-/** Reads a scenario file. @throws usage_error that names the file, the member and what is wrong */
+/**
+ * Reads a scenario file.
+ *
+ * @throws usage_error that names the file, the member and what is wrong
+ */
 scenario parse_scenario(std::string_view text, const std::string &file_name);
 
 /**
@@ -48,7 +52,11 @@ void set_service_fault(std::string_view name, std::optional<int32_t> result);
 
 /** What a callback of the gateway does. */
 enum class callback_mode : uint8_t { present, absent, fixed_result };
-/** As set_service_fault, for a callback. @param result  used with fixed_result only */
+/**
+ * As set_service_fault, for a callback.
+ *
+ * @param result  used with fixed_result only
+ */
 void set_callback(std::string_view name, callback_mode mode, int32_t result = 0);
 
 } // namespace gateway

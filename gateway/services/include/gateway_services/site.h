@@ -21,9 +21,17 @@ struct site_device {
     std::vector<field_setting> fields; /**< dev_id, and what else was given */
     std::string dps = "{}";            /**< its data points, a JSON object */
 
-    /** Sets a field, whether it was given or not. @param name  one of device_fields() */
+    /**
+     * Sets a field, whether it was given or not.
+     *
+     * @param name  one of device_fields()
+     */
     void set(std::string_view name, field_value value);
-    /** A field that was given, else null. @param name  one of device_fields() */
+    /**
+     * A field that was given, else null.
+     *
+     * @param name  one of device_fields()
+     */
     [[nodiscard]] const field_value *find(std::string_view name) const;
     /** Its dev_id. */
     [[nodiscard]] const std::string &id() const;
@@ -46,8 +54,12 @@ struct site {
 
 /** Number of the gateway that stands on a desk alone. */
 constexpr uint32_t first_gateway_number = 1;
-/** Number that tells gateways on several addresses apart: 1 for 127.0.0.1 and for what is no
- * address. @param address  dotted decimal */
+/**
+ * Number that tells gateways on several addresses apart: 1 for 127.0.0.1 and for what is no
+ * address.
+ *
+ * @param address  dotted decimal
+ */
 uint32_t gateway_number(const std::string &address);
 
 /**
@@ -61,10 +73,17 @@ uint32_t gateway_number(const std::string &address);
 site parse_site(std::string_view text, const std::string &file_name,
                 uint32_t number = first_gateway_number);
 
-/** Defaults of a gateway's fields. @param number  ends its ids */
+/**
+ * Defaults of a gateway's fields.
+ *
+ * @param number  ends its ids
+ */
 std::vector<field_setting> default_gateway(uint32_t number = first_gateway_number);
-/** The built-in site: a gateway with devices of several kinds. @param number  as for
- * default_gateway */
+/**
+ * The built-in site: a gateway with devices of several kinds.
+ *
+ * @param number  as for default_gateway
+ */
 site demo_site(uint32_t number = first_gateway_number);
 
 } // namespace gateway
