@@ -5,7 +5,7 @@
  * served afterwards, the agent must stop, and nothing may be left behind.
  */
 #include "engr_lan_agent.h"
-#include "gateway_services/gateway.h"
+#include "gateway_services/host.h"
 #include "lan_client/crypto.h"
 #include "lan_client/frame.h"
 #include "lan_client/frame_types.h"

@@ -2,7 +2,7 @@
 
 #include "agent_run.h"
 #include "engr_lan_agent.h"
-#include "gateway_services/gateway.h"
+#include "gateway_services/host.h"
 #include "numbers.h"
 #include "platform/crypto.h"
 

@@ -4,7 +4,7 @@
 #include "data_dir.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
-#include "gateway_services/gateway.h"
+#include "gateway_services/host.h"
 #include "input_files.h"
 #include "linux_port/port.h"
 #include "log_output.h"

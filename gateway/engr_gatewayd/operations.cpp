@@ -4,7 +4,7 @@
 #include "agent_run.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
-#include "gateway_services/gateway.h"
+#include "gateway_services/host.h"
 #include "numbers.h"
 #include "server_watch.h"
 #include "upgrade_verb.h"

@@ -1,7 +1,7 @@
 #include "upgrade_verb.h"
 
 #include "gateway_services/error.h"
-#include "gateway_services/gateway.h"
+#include "gateway_services/host.h"
 #include "numbers.h"
 
 namespace gatewayd {

@@ -3,7 +3,7 @@
 
 #include "engr_lan_agent.h"
 #include "gateway/gateway.h"
-#include "gateway_services/gateway.h"
+#include "gateway_services/host.h"
 #include "lan_client/crypto.h"
 #include "lan_client/frame.h"
 #include "sim/testing.h"

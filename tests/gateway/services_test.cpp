@@ -4,7 +4,7 @@
 #include "gateway/gateway.h"
 #include "gateway/scene.h"
 #include "gateway_services/error.h"
-#include "gateway_services/gateway.h"
+#include "gateway_services/host.h"
 #include "platform/airkiss.h"
 #include "platform/memory.h"
 #include "platform/network.h"

@@ -1,0 +1,230 @@
+#include "store/products.h"
+
+#include "gateway_services/error.h"
+#include "gateway_services/fields.h"
+#include "subjects/data_points.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+using nlohmann::ordered_json;
+using form = data_point_kind::form;
+
+constexpr int64_t choices_max = 100;
+
+product_table open_table;
+
+void read_choices(const json_value &from, data_point_kind &kind) {
+    from.need_array();
+    const std::size_t count = from.json.size();
+    if (count < 1 || count > choices_max) {
+        from.refuse("has " + std::to_string(count) + " values; it may have 1 to " +
+                    std::to_string(choices_max));
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        kind.choices.push_back(from.element(i).text());
+    }
+}
+
+void read_is_read_only(const json_value &from, data_point_kind &kind) {
+    if (!from.json.is_boolean()) {
+        from.refuse(std::string("is ") + from.json.type_name() + ", expected true or false");
+    }
+    kind.is_read_only = from.json.get<bool>();
+}
+
+form read_form(const json_value &from) {
+    constexpr std::pair<std::string_view, form> known[] = {{"bool", form::boolean},
+                                                           {"value", form::number},
+                                                           {"enum", form::choice},
+                                                           {"text", form::text}};
+    const std::string name = from.text();
+    for (const auto &[of, read] : known) {
+        if (of == name) {
+            return read;
+        }
+    }
+    from.refuse("is none of bool, value, enum, text");
+}
+
+data_point_kind read_kind(const json_value &from) {
+    data_point_kind kind;
+    kind.of = read_form(from.required("kind"));
+    kind.bytes_max = text_value_bytes_max;
+    std::vector<known_member> members = {
+        {"kind", [](const json_value &) {}},
+        {"read_only", [&](const json_value &value) { read_is_read_only(value, kind); }}};
+    const auto add_number = [&](const char *name, auto &number, int64_t lowest, int64_t highest) {
+        members.push_back({name, [&number, lowest, highest](const json_value &value) {
+                               number = static_cast<std::remove_reference_t<decltype(number)>>(
+                                   value.whole_number(lowest, highest));
+                           }});
+    };
+    if (kind.of == form::number) {
+        add_number("min", kind.lowest, INT32_MIN, INT32_MAX);
+        add_number("max", kind.highest, INT32_MIN, INT32_MAX);
+    } else if (kind.of == form::choice) {
+        (void)from.required("values");
+        members.push_back({"values", [&](const json_value &value) { read_choices(value, kind); }});
+    } else if (kind.of == form::text) {
+        add_number("max_bytes", kind.bytes_max, 1, text_value_bytes_max);
+    }
+    read_members(from, members);
+    if (kind.highest < kind.lowest) {
+        from.refuse("max is below min");
+    }
+    return kind;
+}
+
+product read_product(const json_value &from) {
+    from.need_object();
+    product read;
+    for (const auto &[name, value] : from.json.items()) {
+        const json_value member = from.member(name, value);
+        const int number = data_point_number(name);
+        if (number == 0) {
+            member.refuse("is not a data-point number, 1 to 255");
+        }
+        read[number] = read_kind(member);
+    }
+    return read;
+}
+
+void check_product_id(const json_value &of, const std::string &pid) {
+    try {
+        check_value(*find_field(device_fields(), "pid"), pid);
+        if (pid.empty()) {
+            throw usage_error("may not be empty");
+        }
+    } catch (const usage_error &error) {
+        of.refuse(error.what());
+    }
+}
+
+bool is_within(const ordered_json &value, int64_t lowest, int64_t highest) {
+    if (!value.is_number_integer()) {
+        return false;
+    }
+    if (value.is_number_unsigned() && value.get<uint64_t>() > INT64_MAX) {
+        return false;
+    }
+    const auto number = value.get<int64_t>();
+    return number >= lowest && number <= highest;
+}
+
+bool is_choice(const ordered_json &value, const std::vector<std::string> &choices) {
+    return value.is_string() && std::find(choices.begin(), choices.end(),
+                                          value.get_ref<const std::string &>()) != choices.end();
+}
+
+/** Which values there are, in words; empty when the given one is among them. */
+std::string expected_values(const data_point_kind &kind, const ordered_json &value) {
+    switch (kind.of) {
+    case form::boolean:
+        return value.is_boolean() ? "" : "true or false";
+    case form::number:
+        return is_within(value, kind.lowest, kind.highest)
+                   ? ""
+                   : "a whole number, " + std::to_string(kind.lowest) + " to " +
+                         std::to_string(kind.highest);
+    case form::choice: {
+        if (is_choice(value, kind.choices)) {
+            return "";
+        }
+        std::string names;
+        for (const std::string &choice : kind.choices) {
+            names += (names.empty() ? "one of " : ", ") + choice;
+        }
+        return names;
+    }
+    case form::text:
+        return value.is_string() && value.get_ref<const std::string &>().size() <= kind.bytes_max
+                   ? ""
+                   : "a text of at most " + std::to_string(kind.bytes_max) + " bytes";
+    }
+    return "";
+}
+
+ordered_json first_value(const data_point_kind &kind) {
+    switch (kind.of) {
+    case form::boolean:
+        return false;
+    case form::number:
+        return std::clamp<int64_t>(0, kind.lowest, kind.highest);
+    case form::choice:
+        return kind.choices.front();
+    case form::text:
+        return "";
+    }
+    return nullptr;
+}
+
+} // namespace
+
+product_table read_product_table(const json_value &from) {
+    from.need_object();
+    product_table read;
+    for (const auto &[pid, value] : from.json.items()) {
+        const json_value member = from.member(pid, value);
+        check_product_id(member, pid);
+        read[pid] = read_product(member);
+    }
+    return read;
+}
+
+std::string product_fault(const product_table &products, std::string_view pid,
+                          const ordered_json &dps, setter by) {
+    const auto found = products.find(pid);
+    if (found == products.end()) {
+        return "";
+    }
+    for (const auto &[name, value] : dps.items()) {
+        const auto kind = found->second.find(data_point_number(name));
+        if (kind == found->second.end()) {
+            return "product " + std::string(pid) + " has no data point " + name;
+        }
+        const std::string point = "data point " + name + " of product " + std::string(pid);
+        if (by == setter::app && kind->second.is_read_only) {
+            return point + " is read-only";
+        }
+        if (const std::string expected = expected_values(kind->second, value); !expected.empty()) {
+            return point + " takes " + expected;
+        }
+    }
+    return "";
+}
+
+void open_products(const std::string &stored) {
+    open_table.clear();
+    if (stored.empty()) {
+        return;
+    }
+    const std::string source = "the store is damaged";
+    const ordered_json products = ordered_json::parse(stored, nullptr, false);
+    try {
+        open_table = read_product_table({source, std::string(products_setting), products});
+    } catch (const usage_error &error) {
+        throw refused(error.what());
+    }
+}
+
+const product_table &the_products() {
+    return open_table;
+}
+
+std::string first_data_points(std::string_view pid) {
+    auto dps = ordered_json::object();
+    if (const auto found = open_table.find(pid); found != open_table.end()) {
+        for (const auto &[number, kind] : found->second) {
+            dps[std::to_string(number)] = first_value(kind);
+        }
+    }
+    return dps.dump();
+}
+
+} // namespace gateway

@@ -1,0 +1,163 @@
+#include "subjects/config_files.h"
+
+#include "calls/log.h"
+#include "gateway_services/error.h"
+#include "store/disk_room.h"
+#include "store/files.h"
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+/** The gateway works inside its data directory: no name of that is part of a path. */
+constexpr const char *config_directory = "./";
+/** Does not exist. */
+constexpr std::string_view full_directory = "./disk-full/";
+constexpr std::size_t file_bytes_max = 64 * 1024 * 1024;
+/** As the agent makes them. */
+constexpr mode_t config_mode = 0755;
+constexpr const char *config_names[] = {cloud_config_name, app_config_name};
+
+bool keeps_copies = false;
+
+std::string copy_name(const char *name) {
+    return std::string(name) + ".last";
+}
+
+bool exists(const std::string &name) {
+    struct stat status {};
+    return lstat(name.c_str(), &status) == 0;
+}
+
+/** Whether a content cannot be the beginning of another one: a JSON object or array. */
+bool is_whole(std::string_view content) {
+    const std::size_t begin = content.find_first_not_of(" \t\r\n");
+    return begin != std::string_view::npos && (content[begin] == '{' || content[begin] == '[') &&
+           nlohmann::json::accept(content);
+}
+
+bool is_whole_file(const std::string &name) {
+    return exists(name) && is_whole(read_regular_file(name, file_bytes_max));
+}
+
+/** Removes what is neither a file nor a directory: a pipe would have the agent wait for ever, and a
+ * link would have it write elsewhere. */
+void remove_irregular(const char *name) {
+    struct stat status {};
+    if (lstat(name, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode) &&
+        unlink(name) == 0) {
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s is removed: it is not a regular file", name);
+    }
+}
+
+/**
+ * Keeps a copy of a configuration that is whole.
+ *
+ * @throws refused
+ */
+void keep_whole(const char *name) {
+    struct stat status {};
+    if (lstat(name, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return;
+    }
+    const std::string content = read_regular_file(name, file_bytes_max);
+    const std::string copy = copy_name(name);
+    if (is_whole(content) &&
+        !(exists(copy) && read_regular_file(copy, file_bytes_max) == content)) {
+        replace_private_file(copy, content);
+    }
+}
+
+/** Brings the copy back, unless the configuration is whole. A rename needs no room on the disk. */
+void restore(const char *name) {
+    const std::string copy = copy_name(name);
+    if (is_whole_file(name) || !is_whole_file(copy)) {
+        return;
+    }
+    if (chmod(copy.c_str(), config_mode) != 0 || rename(copy.c_str(), name) != 0) {
+        throw refused(copy + " cannot take the place of " + name + ": " + std::strerror(errno));
+    }
+    GATEWAY_LOG(LOG_LEVEL_WARNING, "%s was cut while it was written: the last whole one is back",
+                name);
+}
+
+/**
+ * Does something to both configurations.
+ *
+ * @return whether it could
+ */
+template <typename Action>
+bool with_both(Action action) {
+    try {
+        for (const char *name : config_names) {
+            action(name);
+        }
+        return true;
+    } catch (const refused &error) {
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", error.what());
+        return false;
+    }
+}
+
+} // namespace
+
+void open_config_files(bool keeps_files) {
+    keeps_copies = keeps_files;
+    if (keeps_copies) {
+        with_both([](const char *name) {
+            remove_irregular(name);
+            restore(name);
+        });
+    }
+}
+
+void close_config_files() {
+    if (!std::exchange(keeps_copies, false)) {
+        return;
+    }
+    with_both([](const char *name) {
+        // Without a push under way what is there was pushed so, whatever it is; unless it was cut
+        // by a lack of room.
+        if (is_whole_file(name)) {
+            keep_whole(name);
+        } else if (disk_room() >= config_bytes_max) {
+            unlink(copy_name(name).c_str());
+        }
+    });
+}
+
+const char *ready_config_directory() {
+    for (const char *name : config_names) {
+        remove_irregular(name);
+    }
+    if (!keeps_copies) {
+        return config_directory;
+    }
+    if (!with_both(keep_whole)) {
+        return full_directory.data();
+    }
+    if (disk_room() < config_bytes_max) {
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "the disk has no room for a configuration");
+        return full_directory.data();
+    }
+    return config_directory;
+}
+
+std::string read_config(const std::string &path) {
+    if (path.starts_with(full_directory)) {
+        return read_regular_file(path.substr(full_directory.size()), file_bytes_max);
+    }
+    return read_regular_file(path, file_bytes_max);
+}
+
+} // namespace gateway

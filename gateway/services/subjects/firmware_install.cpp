@@ -1,0 +1,185 @@
+#include "subjects/firmware_install.h"
+
+#include "gateway_services/error.h"
+#include "platform/owners.h"
+#include "store/changes.h"
+#include "store/files.h"
+#include "store/records.h"
+#include "store/store.h"
+
+#include <nlohmann/json.hpp>
+#include <strings.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+
+namespace gateway {
+namespace {
+
+/** What is being installed, as {"dev_id": ID, "sw_ver": TEXT}. While it stands, the image is in
+ * place if and only if there is no partial file. */
+constexpr std::string_view installing_setting = "firmware_installing";
+
+const field &version_field(const std::string &dev_id) {
+    return dev_id.empty() ? *find_field(gateway_fields(), "gw_sw_ver")
+                          : *find_field(device_fields(), "sw_ver");
+}
+
+void store_version(const firmware_target &target) {
+    const field &of = version_field(target.dev_id);
+    if (target.dev_id.empty()) {
+        the_store().set_gateway_field(of, target.sw_ver);
+    } else {
+        the_store().set_device_field(target.dev_id, of, target.sw_ver);
+    }
+    the_store().erase_setting(installing_setting);
+}
+
+/** Says in the store what is about to be installed. */
+void announce_installation(const firmware_target &target) {
+    lasting_change change;
+    const nlohmann::json told{{"dev_id", target.dev_id}, {"sw_ver", target.sw_ver}};
+    the_store().set_setting(installing_setting, told.dump());
+    change.commit();
+}
+
+void forget_installation_announced() {
+    lasting_change change;
+    the_store().erase_setting(installing_setting);
+    change.commit();
+}
+
+/** The installation that is announced, if any. Without change_mutex only before anybody else runs.
+ */
+std::optional<firmware_target> open_installation() {
+    const std::string told = the_store().setting(installing_setting);
+    const auto target = nlohmann::json::parse(told, nullptr, false);
+    if (!target.is_object()) {
+        return std::nullopt;
+    }
+    return firmware_target{target.value("dev_id", ""), target.value("sw_ver", "")};
+}
+
+/** While an installation is announced. */
+bool is_image_in_place() {
+    return access(partial_image_name, F_OK) != 0;
+}
+
+void flush_installed_name() {
+    if (!flush_directory()) {
+        throw refused(std::string("the data directory cannot be flushed: ") + std::strerror(errno));
+    }
+}
+
+/** Makes the name of the image lasting, then its version. */
+void complete_installation(const firmware_target &target) {
+    flush_installed_name();
+    lasting_change change;
+    store_version(target);
+    change.commit();
+}
+
+/** Enters a version into the record of its gateway or device, if it is still there. */
+void enter_version(const firmware_target &target) {
+    gateway_record &gateway = the_gateway();
+    if (target.dev_id.empty()) {
+        const platform::held_mutex guard(gateway.shared.field_mutex);
+        write_field(&gateway, version_field(target.dev_id), target.sw_ver);
+    } else if (dev_cntl_t *device = find_listed_device(target.dev_id)) {
+        const platform::held_mutex guard(gateway.shared.dev_mutex);
+        write_field(device, version_field(target.dev_id), target.sw_ver);
+    }
+}
+
+} // namespace
+
+void verify_image(received_image &image, const char *announced_md5) {
+    if (image.received() != image.size()) {
+        throw refused("only " + std::to_string(image.received()) + " of " +
+                      std::to_string(image.size()) + " bytes came");
+    }
+    const std::string md5 = image.md5();
+    if (strcasecmp(md5.c_str(), announced_md5) != 0) {
+        throw refused("the image is damaged: its MD5 is " + md5 + ", announced was " +
+                      announced_md5);
+    }
+}
+
+void check_version(const firmware_target &target) {
+    if (target.sw_ver.empty()) {
+        throw usage_error("the image has no version");
+    }
+    try {
+        check_value(version_field(target.dev_id), target.sw_ver);
+    } catch (const usage_error &error) {
+        throw usage_error(std::string("the image's version ") + error.what());
+    }
+}
+
+std::string installed_version(const std::string &dev_id) {
+    const gw_cntl_t &gateway = the_gateway().shared;
+    if (dev_id.empty()) {
+        const platform::held_mutex guard(gateway.field_mutex);
+        return gateway.gw_sw_ver;
+    }
+    const dev_cntl_t &device = need_listed_device(dev_id);
+    const platform::held_mutex guard(gateway.dev_mutex);
+    return device.sw_ver;
+}
+
+void install_firmware(received_image &image, const firmware_target &target) {
+    // The agent leaves a device's version alone when only the case of its letters differs.
+    const std::string installed = installed_version(target.dev_id);
+    const bool stays =
+        !target.dev_id.empty() && strcasecmp(installed.c_str(), target.sw_ver.c_str()) == 0;
+    const firmware_target stored{target.dev_id, stays ? installed : target.sw_ver};
+    image.flush();
+    announce_installation(stored);
+    try {
+        image.install(target.dev_id.empty() ? gateway_image_name : device_image_name);
+    } catch (const refused &) {
+        // As long as it is announced, the partial file tells that the image is not in place.
+        image.keep_name(true);
+        forget_installation_announced();
+        image.keep_name(false);
+        throw;
+    }
+    complete_installation(stored);
+    if (target.dev_id.empty()) {
+        enter_version(target); // of a device the agent does it
+    }
+}
+
+void settle_installation() {
+    std::optional<firmware_target> open;
+    {
+        const platform::held_mutex change(change_mutex());
+        open = open_installation();
+    }
+    if (!open) {
+        return;
+    }
+    if (!is_image_in_place()) {
+        forget_installation_announced();
+        return;
+    }
+    complete_installation(*open);
+    enter_version(*open);
+}
+
+void recover_installation() {
+    if (const std::optional<firmware_target> open = open_installation()) {
+        transaction all(the_store().database());
+        if (is_image_in_place()) {
+            flush_installed_name();
+            store_version(*open);
+        }
+        the_store().erase_setting(installing_setting);
+        all.commit();
+    }
+    unlink(partial_image_name);
+}
+
+} // namespace gateway

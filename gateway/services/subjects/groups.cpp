@@ -1,0 +1,138 @@
+#include "subjects/groups.h"
+
+#include "gateway/group.h"
+
+#include "calls/calls.h"
+#include "calls/requests.h"
+#include "store/changes.h"
+#include "store/records.h"
+#include "store/store.h"
+
+#include <nlohmann/json.hpp>
+
+namespace gateway {
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr uint32_t group_operation_frame = 208;
+constexpr int64_t groups_max = 1000;
+
+/** Members of a group, none when there is no such group; change_mutex is held. */
+std::vector<std::string> group_members(std::string_view gid) {
+    statement found =
+        the_store().prepare("SELECT dev_id FROM group_member WHERE gid=? ORDER BY position");
+    found.bind(1, gid);
+    std::vector<std::string> members;
+    while (found.next()) {
+        members.push_back(found.text(0));
+    }
+    return members;
+}
+
+void add_members(const std::string &gid, const std::vector<std::string> &dev_ids) {
+    statement insert =
+        the_store().prepare("INSERT OR IGNORE INTO group_member(gid, dev_id) VALUES(?, ?)");
+    for (const std::string &dev_id : dev_ids) {
+        need_listed_device(dev_id);
+        insert.bind(1, gid).bind(2, dev_id).run();
+    }
+    if (the_store().prepare("SELECT count(DISTINCT gid) FROM group_member").run_for_number() >
+        groups_max) {
+        throw refused("there are " + std::to_string(groups_max) + " groups already");
+    }
+}
+
+void remove_members(const std::string &gid, const std::vector<std::string> &dev_ids) {
+    statement remove = the_store().prepare("DELETE FROM group_member WHERE gid=? AND dev_id=?");
+    for (const std::string &dev_id : dev_ids) {
+        if (remove.bind(1, gid).bind(2, dev_id).run() == 0) {
+            throw refused("device " + dev_id + " is not in group " + gid);
+        }
+    }
+}
+
+void delete_group(const std::string &gid, const std::vector<std::string> &) {
+    if (the_store().prepare("DELETE FROM group_member WHERE gid=?").bind(1, gid).run() == 0) {
+        throw refused("unknown group " + gid);
+    }
+}
+
+/** What can be done to a group. */
+struct group_operation {
+    const char *name;
+    void (*change)(const std::string &gid, const std::vector<std::string> &dev_ids);
+    bool names_devices;
+};
+constexpr group_operation group_operations[] = {
+    {"add", add_members, true}, {"remove", remove_members, true}, {"delete", delete_group, false}};
+
+const group_operation &read_group_operation_name(const json_value &op) {
+    for (const group_operation &known : group_operations) {
+        if (op.text() == known.name) {
+            return known;
+        }
+    }
+    op.refuse("is none of add, remove and delete");
+}
+
+std::vector<std::string> read_device_ids(const json_value &cids) {
+    cids.need_array();
+    if (cids.json.empty()) {
+        cids.refuse("names no device");
+    }
+    std::vector<std::string> read;
+    for (std::size_t i = 0; i < cids.json.size(); ++i) {
+        read.push_back(cids.element(i).id());
+    }
+    return read;
+}
+
+operation_work read_group_operation(const json_value &request, ordered_json &outcome) {
+    const std::string gid = request.required("gid").id();
+    const group_operation &operation = read_group_operation_name(request.required("op"));
+    std::vector<std::string> dev_ids;
+    if (operation.names_devices) {
+        dev_ids = read_device_ids(request.required("cids"));
+    }
+    outcome = {{"gid", gid}, {"op", operation.name}};
+    return [gid, dev_ids, change = operation.change](ordered_json &done) {
+        lasting_change all;
+        change(gid, dev_ids);
+        done["cids"] = group_members(gid);
+        all.commit();
+    };
+}
+
+} // namespace
+
+std::vector<std::string> need_group_members(std::string_view gid) {
+    const platform::held_mutex change(change_mutex());
+    std::vector<std::string> members = group_members(gid);
+    if (members.empty()) {
+        throw refused("unknown group " + std::string(gid));
+    }
+    return members;
+}
+
+void leave_groups(std::string_view dev_id) {
+    the_store().prepare("DELETE FROM group_member WHERE dev_id=?").bind(1, dev_id).run();
+}
+
+void add_groups_status(ordered_json &status) {
+    ordered_json &groups = status["groups"] = ordered_json::object();
+    statement found =
+        the_store().prepare("SELECT gid, count(*) FROM group_member GROUP BY gid ORDER BY gid");
+    while (found.next()) {
+        groups[found.text(0)] = found.number(1);
+    }
+}
+
+} // namespace gateway
+
+using namespace gateway;
+
+int32_t engr_sf_send_grp_oper_cmd(sf_cmd_t *command) {
+    return take_operation(call("engr_sf_send_grp_oper_cmd"), group_operation_frame, command,
+                          read_group_operation);
+}

@@ -1,0 +1,232 @@
+#include "subjects/joining.h"
+
+#include "calls/calls.h"
+#include "contracts/callbacks.h"
+#include "gateway_services/error.h"
+#include "gateway_services/host.h"
+#include "platform/timer.h"
+#include "store/changes.h"
+#include "store/products.h"
+#include "store/records.h"
+#include "subjects/binding.h"
+#include "subjects/data_points.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+constexpr int32_t joining_changed = 1;
+constexpr int32_t joining_unchanged = 0;
+/** Longest wait for the next event, which is also how exact the time left is told. */
+constexpr uint64_t joining_step_ms = 1000;
+
+/**
+ * Joining at the moment; guarded by change_mutex. Its time is counted by the timer alone, since the
+ * time of day may jump.
+ */
+struct joining_state {
+    uint8_t kind = 0;
+    uint64_t left_ms = 0;   /**< until it closes; 0: closed */
+    uint64_t waited_ms = 0; /**< since the opening, or the last joining */
+    uint64_t step_ms = 0;   /**< for which the timer was started last */
+    uint16_t timer = 0;     /**< 0: none was needed yet */
+    std::vector<joining_device> waiting;
+};
+joining_state joining_now;
+
+/** Whether a device is yet to join: it is not in the list, or was bound before it joined, so that
+ * nothing was heard of it. The gateway itself never joins; change_mutex is held. */
+bool is_yet_to_join(const std::string &dev_id) {
+    if (is_own_id(dev_id)) {
+        return false;
+    }
+    const device_record *listed = find_listed_device(dev_id);
+    if (listed == nullptr) {
+        return true;
+    }
+    const platform::held_mutex guard(the_gateway().shared.dev_mutex);
+    return listed->online == 0 && listed->dps == no_data_points;
+}
+
+/** The device that joins next: the first that is yet to. */
+const joining_device *next_to_join() {
+    const auto found =
+        std::find_if(joining_now.waiting.begin(), joining_now.waiting.end(),
+                     [](const joining_device &each) { return is_yet_to_join(each.id()); });
+    return found == joining_now.waiting.end() ? nullptr : &*found;
+}
+
+/**
+ * Starts the timer for the next event.
+ *
+ * @return whether it runs
+ */
+bool start_step() {
+    uint64_t step = std::min(joining_now.left_ms, joining_step_ms);
+    if (const joining_device *next = next_to_join()) {
+        const uint64_t due = next->join_after_ms;
+        step = std::min(step, due > joining_now.waited_ms ? due - joining_now.waited_ms : 1);
+    }
+    joining_now.step_ms = step;
+    return sys_start_timer(joining_now.timer, static_cast<uint32_t>(step), SYS_TIMER_ONE_SHOT) == 0;
+}
+
+/**
+ * Counts the step that is over.
+ *
+ * @return the device whose time has come, if any
+ */
+std::optional<site_device> end_step() {
+    const platform::held_mutex change(change_mutex());
+    // A timer that was started anew has another step to count; one that was stopped has none.
+    if (joining_now.left_ms == 0 || IsThisSysTimerRun(joining_now.timer) == 1) {
+        return std::nullopt;
+    }
+    joining_now.left_ms -= std::min(joining_now.left_ms, joining_now.step_ms);
+    joining_now.waited_ms += joining_now.step_ms;
+    const joining_device *next = next_to_join();
+    if (next == nullptr || next->join_after_ms > joining_now.waited_ms) {
+        return std::nullopt;
+    }
+    joining_now.waited_ms = 0;
+    return *next;
+}
+
+/** The product of a device that joins: it says so itself, or it was bound as one. */
+std::string product_of_joining(const site_device &device) {
+    if (const field_value *pid = device.find("pid")) {
+        return std::get<std::string>(*pid);
+    }
+    const device_record *listed = find_listed_device(device.id());
+    return listed != nullptr ? product_of(*listed) : "";
+}
+
+void join(site_device device) {
+    device.set("online", int64_t{1});
+    const std::string pid = product_of_joining(device);
+    if (device.dps == no_data_points) {
+        device.dps = first_data_points(pid);
+    }
+    const auto values = nlohmann::ordered_json::parse(device.dps);
+    if (const std::string fault = product_fault(the_products(), pid, values, setter::device);
+        !fault.empty()) {
+        throw refused(fault);
+    }
+    bind_devices({std::move(device)}, arrival::joined);
+}
+
+void on_joining_timer(uint16_t, void *) {
+    guarded([] {
+        if (std::optional<site_device> device = end_step()) {
+            join(std::move(*device));
+        }
+    });
+    const platform::held_mutex change(change_mutex());
+    if (joining_now.left_ms != 0 && IsThisSysTimerRun(joining_now.timer) == 0 && !start_step()) {
+        close_joining();
+    }
+}
+
+/**
+ * Opens joining for a time; change_mutex is held.
+ *
+ * @return whether it is open
+ */
+bool begin_joining(uint8_t kind, uint32_t time_s) {
+    if (joining_now.timer == 0 &&
+        sys_add_timer(on_joining_timer, nullptr, &joining_now.timer) != 0) {
+        return false;
+    }
+    joining_now.kind = kind;
+    joining_now.left_ms = uint64_t{time_s} * 1000;
+    joining_now.waited_ms = 0;
+    if (start_step()) {
+        return true;
+    }
+    close_joining();
+    return false;
+}
+
+} // namespace
+
+void open_joining(std::vector<joining_device> waiting) {
+    joining_now.waiting = std::move(waiting);
+}
+
+void shut_joining() {
+    if (joining_now.timer != 0) {
+        sys_delete_timer(joining_now.timer);
+    }
+    joining_now = {};
+}
+
+void close_joining() {
+    joining_now.left_ms = 0;
+    if (joining_now.timer != 0) {
+        sys_stop_timer(joining_now.timer);
+    }
+}
+
+void join_device(const std::string &dev_id, const std::optional<std::string> &pid) {
+    site_device device;
+    {
+        const platform::held_mutex change(change_mutex());
+        if (joining_now.left_ms == 0) {
+            throw refused("joining is closed; open it with: engr_app join open");
+        }
+        if (is_own_id(dev_id)) {
+            throw refused("'" + dev_id + "' is the gateway itself");
+        }
+        if (!is_yet_to_join(dev_id)) {
+            throw refused("device '" + dev_id + "' has joined already");
+        }
+        for (const joining_device &each : joining_now.waiting) {
+            if (each.id() == dev_id) {
+                device = each;
+            }
+        }
+    }
+    const auto set = [&](const char *name, const std::string &value) {
+        const field &of = *find_field(device_fields(), name);
+        device.set(name, value_from_text(of, value));
+    };
+    set("dev_id", dev_id);
+    if (pid) {
+        set("pid", *pid);
+    }
+    join(std::move(device));
+}
+
+int32_t call_permit_join(uint8_t kind, bool enable, uint32_t time_s) {
+    return service(
+        call("permit_join"),
+        [&](call_arguments &list) {
+            list.number("kind", kind).number("enable", enable).number("time", time_s);
+        },
+        [&] {
+            const platform::held_mutex change(change_mutex());
+            if (!enable || time_s == 0) {
+                close_joining();
+            } else if (!begin_joining(kind, time_s)) {
+                return joining_unchanged;
+            }
+            return joining_changed;
+        });
+}
+
+void add_joining_status(nlohmann::ordered_json &status) {
+    status["joining"] = {
+        {"open", joining_now.left_ms != 0},
+        {"kind", joining_now.kind},
+        {"seconds_left", (joining_now.left_ms + 999) / 1000},
+        {"waiting",
+         std::count_if(joining_now.waiting.begin(), joining_now.waiting.end(),
+                       [](const joining_device &each) { return is_yet_to_join(each.id()); })}};
+}
+
+} // namespace gateway

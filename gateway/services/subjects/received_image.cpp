@@ -1,0 +1,128 @@
+#include "subjects/received_image.h"
+
+#include "gateway_services/error.h"
+#include "store/disk_room.h"
+#include "store/md5_text.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace gateway {
+namespace {
+
+constexpr uint32_t memory_bytes_max = 64 * 1024 * 1024;
+
+[[noreturn]] void fail_file(const char *name, const char *what) {
+    throw refused(std::string(name) + " cannot be " + what + ": " + std::strerror(errno));
+}
+
+[[noreturn]] void refuse_size(uint32_t size, const std::string &why) {
+    throw refused("there is no room for an image of " + std::to_string(size) + " bytes: " + why);
+}
+
+/** Makes an empty file that has the room for a whole image. */
+int make_partial_file(uint32_t size) {
+    const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+    const int fd = ::open(partial_image_name, flags, 0600);
+    if (fd < 0) {
+        fail_file(partial_image_name, "made");
+    }
+    // A file system that cannot promise room tells at the write that finds none.
+    if (size != 0 && fallocate(fd, 0, 0, size) != 0 && errno != EOPNOTSUPP) {
+        const std::string why = std::strerror(errno);
+        ::close(fd);
+        unlink(partial_image_name);
+        refuse_size(size, why);
+    }
+    return fd;
+}
+
+} // namespace
+
+void empty_partial_image() {
+    const int fd =
+        ::open(partial_image_name, O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    if (fd >= 0) {
+        ::close(fd);
+    }
+}
+
+void check_image_room(uint32_t size, uint64_t given_back, image_medium kept_in) {
+    if (kept_in == image_medium::memory && size > memory_bytes_max) {
+        refuse_size(size, "too much for memory");
+    }
+    if (kept_in == image_medium::file && disk_room() + given_back < size + disk_reserve_bytes) {
+        refuse_size(size, "the disk has to keep " + std::to_string(disk_reserve_bytes) + " free");
+    }
+}
+
+received_image::received_image(uint32_t size, image_medium kept_in) : size_(size) {
+    uni_md5_init(&digest_);
+    check_image_room(size, 0, kept_in);
+    if (kept_in == image_medium::file) {
+        fd_ = make_partial_file(size);
+    }
+}
+
+received_image::~received_image() {
+    if (fd_ < 0) {
+        return;
+    }
+    ::close(fd_);
+    if (is_name_kept_) {
+        empty_partial_image();
+    } else if (!is_installed_) {
+        unlink(partial_image_name);
+    }
+}
+
+uint32_t received_image::new_bytes(uint32_t offset, uint32_t length) const {
+    const uint64_t end = uint64_t{offset} + length;
+    if (offset > received_ || end <= received_ || end > size_) {
+        throw refused("bytes " + std::to_string(offset) + " to " + std::to_string(end) +
+                      " came, wanted were those from " + std::to_string(received_) +
+                      " to at most " + std::to_string(size_));
+    }
+    return static_cast<uint32_t>(end - received_);
+}
+
+void received_image::append(const uint8_t *bytes, uint32_t length) {
+    if (fd_ < 0) {
+        bytes_.insert(bytes_.end(), bytes, bytes + length);
+    }
+    for (uint32_t done = 0; fd_ >= 0 && done < length;) {
+        const ssize_t count = write(fd_, bytes + done, length - done);
+        if (count < 0 && errno != EINTR) {
+            fail_file(partial_image_name, "written");
+        }
+        done += count < 0 ? 0 : static_cast<uint32_t>(count);
+    }
+    uni_md5_update(&digest_, bytes, length);
+    received_ += length;
+}
+
+std::string received_image::md5() {
+    return md5_text(digest_);
+}
+
+void received_image::flush() {
+    if (fd_ >= 0 && fsync(fd_) != 0) {
+        fail_file(partial_image_name, "flushed");
+    }
+}
+
+void received_image::install(const char *name) {
+    if (fd_ < 0) {
+        return;
+    }
+    if (rename(partial_image_name, name) != 0) {
+        fail_file(name, "replaced");
+    }
+    is_installed_ = true;
+}
+
+} // namespace gateway

@@ -1,0 +1,527 @@
+#include "subjects/upgrade.h"
+
+#include "calls/calls.h"
+#include "calls/log.h"
+#include "calls/results.h"
+#include "contracts/callbacks.h"
+#include "engr_lan_agent.h"
+#include "gateway_services/error.h"
+#include "gateway_services/host.h"
+#include "platform/clock.h"
+#include "platform/owners.h"
+#include "platform/thread.h"
+#include "platform/timer.h"
+#include "store/records.h"
+#include "subjects/firmware_install.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+/** How far an upgrade has come. */
+enum class phase : uint8_t { idle, offered, receiving, installing, installed, refused, failed };
+constexpr const char *phase_names[] = {"idle",      "offered", "receiving", "installing",
+                                       "installed", "refused", "failed"};
+
+constexpr thrd_param_t starter_thread{16 * 1024, 2, "upgrade_start"};
+/** Longest time for which the end of the gateway waits for an installation to notice it. */
+constexpr uint32_t installing_step_ms = 20;
+constexpr int32_t percent_sending = 99; /**< the device is getting its image */
+constexpr int32_t percent_done = 100;
+constexpr uint32_t device_firmware_type = 10;
+/** Time after which an offer is given up whose upgrade has ended: soon, but not inside the call
+ * that tells the end. */
+constexpr uint32_t offer_end_ms = 1;
+
+/** The upgrade under way, or the last one. */
+struct upgrade_record {
+    phase now = phase::idle;
+    /** Tells the transfers apart; the agent hands it back with each call, which may come late. */
+    uint32_t number = 0;
+    uint32_t ends_before = 0; /**< upgrade_ends when it was offered */
+    std::string dev_id;       /**< as offered; empty: the gateway */
+    lan_fw_info_t firmware{};
+    upgrade_scenario knobs;
+    std::unique_ptr<received_image> image; /**< while offered or receiving */
+    uint32_t received = 0;
+    std::string reason; /**< why it was refused or has failed */
+};
+
+kelo_mutex_t upgrade_mutex; // guards what follows; no call of the agent is made under it
+upgrade_record current;
+upgrade_scenario scenario_knobs;
+image_medium medium;
+uint32_t last_number;
+/** The upgrade that takes the place of the current one once the agent has accepted its transfer. */
+std::optional<upgrade_record> awaited;
+thrd_handle_t starter;
+bool is_installing;
+bool upgrades_end;
+
+// These are for the notice of an upgrade's end, which must not wait for the mutex.
+std::atomic<uint32_t> upgrade_ends;  // how often the agent has ended an upgrade
+std::atomic<uint16_t> offer_timer;   // 0: none was needed yet
+std::atomic<bool> is_offer_standing; // the current upgrade is offered
+
+void *as_argument(uint32_t number) {
+    return reinterpret_cast<void *>(static_cast<uintptr_t>(number));
+}
+
+bool is_for_gateway() {
+    return current.firmware.fw_kind == FW_KIND_GATEWAY;
+}
+
+firmware_target current_target() {
+    return {is_for_gateway() ? "" : current.dev_id, current.firmware.sw_ver};
+}
+
+std::string own_id() {
+    const gw_cntl_t &gateway = the_gateway().shared;
+    const platform::held_mutex guard(gateway.field_mutex);
+    return gateway.gw_id;
+}
+
+std::string shown_device() {
+    return current.dev_id.empty() ? own_id() : current.dev_id;
+}
+
+/** The upgrade ends without a new version. */
+void give_up(phase how, const std::string &reason) {
+    current.image.reset();
+    current.now = how;
+    current.reason = reason;
+    is_offer_standing = false;
+    GATEWAY_LOG(LOG_LEVEL_FAILURE, "upgrade of %s to %s %s: %s", shown_device().c_str(),
+                current.firmware.sw_ver, phase_names[static_cast<std::size_t>(how)],
+                reason.c_str());
+}
+
+upgrade_record new_upgrade(std::string dev_id, const lan_fw_info_t &firmware,
+                           const upgrade_scenario &knobs) {
+    upgrade_record made;
+    made.number = ++last_number;
+    made.ends_before = upgrade_ends;
+    made.dev_id = std::move(dev_id);
+    made.firmware = firmware;
+    made.knobs = knobs;
+    return made;
+}
+
+/** What was offered or received before is given up: the agent has one upgrade at a time. */
+void replace_current(upgrade_record &&by) {
+    current.image.reset(); // its partial file has to be gone before the next one is made
+    current = std::move(by);
+    awaited.reset();
+    is_offer_standing = false;
+}
+
+void take_room() {
+    current.image = std::make_unique<received_image>(current.firmware.file_size, medium);
+}
+
+/** The agent has accepted the awaited transfer. */
+void begin_awaited() {
+    replace_current(std::move(*awaited));
+    current.now = phase::receiving;
+    try {
+        take_room();
+    } catch (const std::exception &error) {
+        give_up(phase::failed, error.what());
+    }
+}
+
+/** Whether a call of the agent is about the transfer under way. The first one about the awaited
+ * transfer may come before its start has returned. */
+bool is_current(const void *cb_arg) {
+    if (awaited && cb_arg == as_argument(awaited->number)) {
+        begin_awaited();
+    }
+    return current.now == phase::receiving && cb_arg == as_argument(current.number);
+}
+
+/** What lan_gw_start_upgrade needs, copied so that no mutex is held while the agent is called. */
+struct transfer {
+    std::string dev_id;
+    lan_fw_info_t firmware;
+    uint32_t number;
+    bool rpt_percent;
+    uint32_t chunk_size;
+};
+
+transfer transfer_of(const upgrade_record &of) {
+    return {of.dev_id, of.firmware, of.number, of.knobs.rpt_percent, of.knobs.chunk_size};
+}
+
+/**
+ * Takes what is new in a chunk.
+ *
+ * @return bytes at its end that are handed back
+ * @throws refused
+ */
+uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
+    received_image &image = *current.image;
+    const uint32_t added = image.new_bytes(offset, length);
+    const uint32_t end = image.received() + added;
+    if (current.knobs.fail_at && end > *current.knobs.fail_at) {
+        throw refused("byte " + std::to_string(*current.knobs.fail_at) +
+                      " cannot be taken: the scenario says so");
+    }
+    // At least one byte is kept, so that the transfer comes to an end.
+    const uint32_t back = end == image.size() ? 0 : std::min(current.knobs.remain_len, added - 1);
+    image.append(data + (length - added), added - back);
+    current.received = image.received();
+    return back;
+}
+
+int call_get_file_cb(lan_fw_info_t *firmware, uint32_t total_size, uint32_t offset,
+                     const uint8_t *data, uint32_t length, uint32_t *remain_len, void *cb_arg) {
+    const auto arguments = [&](call_arguments &list) {
+        list.firmware("record", firmware)
+            .number("total_size", total_size)
+            .number("offset", offset)
+            .bytes("data", data, length);
+    };
+    return service(call("get_file_cb"), arguments, [&] {
+        const platform::held_mutex guard(upgrade_mutex);
+        if (!is_current(cb_arg)) {
+            return result_failed;
+        }
+        try {
+            *remain_len = take_chunk(offset, data, length);
+            return 0;
+        } catch (const std::exception &error) {
+            give_up(phase::failed, error.what());
+            return result_failed;
+        }
+    });
+}
+
+/**
+ * Lets the time of an installation pass.
+ *
+ * @throws refused  the gateway ends
+ */
+void pass_installing_time(uint32_t time_ms) {
+    for (uint32_t left_ms = time_ms; left_ms > 0;) {
+        {
+            const platform::held_mutex guard(upgrade_mutex);
+            if (upgrades_end) {
+                throw refused("the gateway was stopped");
+            }
+        }
+        const uint32_t step_ms = std::min(left_ms, installing_step_ms);
+        kelo_hal_system_sleep(step_ms);
+        left_ms -= step_ms;
+    }
+}
+
+void tell_percent(const firmware_target &target, const upgrade_scenario &knobs, int32_t percent) {
+    if (knobs.rpt_percent && !target.dev_id.empty()) {
+        engr_rpt_upload_upgrade_percent(percent, target.dev_id.c_str(), 0);
+    }
+}
+
+/** Installs a complete image: of the gateway at once, to a device it is sent by radio first. */
+void install(received_image &image, const firmware_target &target, const lan_fw_info_t &firmware,
+             const upgrade_scenario &knobs) {
+    verify_image(image, firmware.file_md5);
+    check_version(target);
+    tell_percent(target, knobs, percent_sending);
+    pass_installing_time(knobs.install_ms);
+    install_firmware(image, target);
+    {
+        // The agent's upgrade ends with the report below, and the next one may begin.
+        const platform::held_mutex guard(upgrade_mutex);
+        is_installing = false;
+    }
+    tell_percent(target, knobs, percent_done);
+    if (target.dev_id.empty()) {
+        return;
+    }
+    const int32_t result = engr_lan_gw_subdevice_update(
+        target.dev_id.c_str(), target.sw_ver.c_str(), device_firmware_type, 0, 0);
+    if (result != 0 && result != ENGR_ERR_NO_CLIENT) {
+        GATEWAY_LOG(LOG_LEVEL_WARNING, "the version of %s is not reported: result %d",
+                    target.dev_id.c_str(), result);
+    }
+}
+
+int32_t receive_outcome(bool is_complete, const void *cb_arg) {
+    std::unique_ptr<received_image> image;
+    firmware_target target;
+    lan_fw_info_t firmware;
+    upgrade_scenario knobs;
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        if (!is_current(cb_arg)) {
+            return result_failed;
+        }
+        if (!is_complete) {
+            give_up(phase::failed, "the app left, fell silent or sent more than the image");
+            return 0;
+        }
+        current.now = phase::installing;
+        is_installing = true;
+        image = std::move(current.image);
+        target = current_target();
+        firmware = current.firmware;
+        knobs = current.knobs;
+    }
+    int32_t result = 0;
+    std::string reason;
+    try {
+        install(*image, target, firmware, knobs);
+    } catch (const std::exception &error) {
+        result = result_failed;
+        reason = error.what();
+    }
+    image.reset();
+    const platform::held_mutex guard(upgrade_mutex);
+    if (cb_arg != as_argument(current.number)) {
+        return result; // the next upgrade has begun
+    }
+    is_installing = false;
+    if (result == 0) {
+        current.now = phase::installed;
+    } else {
+        give_up(phase::failed, reason);
+    }
+    return result;
+}
+
+int call_ug_notify_cb(lan_fw_info_t *firmware, int result, void *cb_arg) {
+    const auto arguments = [&](call_arguments &list) {
+        list.firmware("record", firmware).number("result", result);
+    };
+    return service(call("ug_notify_cb"), arguments,
+                   [&] { return receive_outcome(result == 0, cb_arg); });
+}
+
+/**
+ * Has the agent ask the app for the image. Takes up to the time of a send.
+ *
+ * @return the agent's result
+ */
+int32_t run_transfer(const transfer &begun) {
+    return lan_gw_start_upgrade(begun.dev_id.c_str(), &begun.firmware,
+                                callback_unless_absent(call("get_file_cb"), call_get_file_cb),
+                                as_argument(begun.number),
+                                callback_unless_absent(call("ug_notify_cb"), call_ug_notify_cb),
+                                begun.rpt_percent ? 1 : 0, begun.chunk_size);
+}
+
+std::string start_failure(int32_t result) {
+    return "the transfer cannot be started: result " + std::to_string(result);
+}
+
+/**
+ * Gives an offer up when the agent has ended its upgrade meanwhile. The agent tells nobody, since
+ * no transfer was begun.
+ *
+ * @return whether it still stands
+ */
+bool check_offer() {
+    if (current.now == phase::offered && current.ends_before != upgrade_ends) {
+        give_up(phase::failed, "the upgrade ended before its transfer began");
+    }
+    return current.now == phase::offered;
+}
+
+void on_offer_timer(uint16_t, void *) {
+    const platform::held_mutex guard(upgrade_mutex);
+    check_offer();
+}
+
+void run_starter(void *argument) {
+    std::optional<transfer> begun;
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        if (argument == as_argument(current.number) && check_offer()) {
+            current.now = phase::receiving;
+            is_offer_standing = false;
+            begun = transfer_of(current);
+        }
+    }
+    const int32_t result = begun ? run_transfer(*begun) : 0;
+    const platform::held_mutex guard(upgrade_mutex);
+    if (result != 0 && is_current(argument)) {
+        give_up(phase::failed, start_failure(result));
+    }
+}
+
+/** Waits for the end of the thread that started the transfer before. */
+void end_starter() {
+    thrd_handle_t ended = nullptr;
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        ended = std::exchange(starter, nullptr);
+    }
+    DeleteThrdHandle(ended);
+}
+
+void need_offer_timer() {
+    uint16_t timer = offer_timer;
+    if (timer == 0 && sys_add_timer(on_offer_timer, nullptr, &timer) != 0) {
+        throw refused("the upgrade cannot be watched: no timer");
+    }
+    offer_timer = timer;
+}
+
+/**
+ * Takes an offer whose data stands in the record.
+ *
+ * @throws refused, usage_error
+ */
+void take_offer() {
+    const firmware_target target = current_target();
+    if (current.firmware.file_size == 0) {
+        throw refused("the image is empty");
+    }
+    check_version(target);
+    const std::string installed = installed_version(target.dev_id);
+    if (current.knobs.refuse_same_version && installed == target.sw_ver) {
+        throw refused("this version is installed already");
+    }
+    need_offer_timer();
+    take_room();
+    current.now = phase::offered;
+    is_offer_standing = true;
+    if (current.ends_before != upgrade_ends) {
+        note_upgrade_end(); // nobody else does: the end came before the offer stood
+    }
+    if (!current.knobs.never_start &&
+        CreateAndStart(&starter, nullptr, nullptr, run_starter, as_argument(current.number),
+                       &starter_thread) != 0) {
+        throw refused("the transfer cannot be started: no thread");
+    }
+}
+
+int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
+    end_starter();
+    const platform::held_mutex guard(upgrade_mutex);
+    if (is_installing) {
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "another image is refused while that of %s is installed",
+                    shown_device().c_str());
+        return result_failed;
+    }
+    replace_current(new_upgrade(dev_id, firmware, scenario_knobs));
+    try {
+        settle_installation();
+        take_offer();
+        return 0;
+    } catch (const std::exception &error) {
+        give_up(phase::refused, error.what());
+        return result_failed;
+    }
+}
+
+} // namespace
+
+int32_t call_gw_lan_ug_cb(lan_fw_info_t *firmware) {
+    return service(
+        call("gw_lan_ug_cb"), [&](call_arguments &list) { list.firmware("record", firmware); },
+        [&] { return receive_offer("", *firmware); });
+}
+
+int32_t call_dev_lan_ug_cb(const char *dev_id, lan_fw_info_t *firmware) {
+    return service(
+        call("dev_lan_ug_cb"),
+        [&](call_arguments &list) { list.text("dev_id", dev_id).firmware("record", firmware); },
+        [&] { return receive_offer(dev_id, *firmware); });
+}
+
+static upgrade_record wanted_upgrade(const upgrade_start &wanted) {
+    std::string dev_id = wanted.cid.value_or(current.dev_id);
+    lan_fw_info_t firmware = current.firmware;
+    const bool is_own = dev_id.empty() || dev_id == own_id();
+    firmware.fw_kind = is_own ? FW_KIND_GATEWAY : FW_KIND_SUB_DEVICE;
+    firmware.file_size = wanted.file_size.value_or(firmware.file_size);
+    upgrade_scenario knobs = scenario_knobs;
+    knobs.chunk_size = wanted.chunk_size.value_or(knobs.chunk_size);
+    knobs.rpt_percent = wanted.percent.value_or(knobs.rpt_percent);
+    knobs.remain_len = wanted.remain.value_or(knobs.remain_len);
+    return new_upgrade(std::move(dev_id), firmware, knobs);
+}
+
+int32_t start_upgrade(const upgrade_start &wanted) {
+    transfer begun;
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        if (is_installing) {
+            throw refused("the image of " + shown_device() + " is being installed");
+        }
+        settle_installation();
+        upgrade_record next = wanted_upgrade(wanted);
+        check_image_room(next.firmware.file_size, current.image ? current.image->size() : 0,
+                         medium);
+        begun = transfer_of(next);
+        awaited = std::move(next);
+    }
+    const int32_t result = run_transfer(begun);
+    const platform::held_mutex guard(upgrade_mutex);
+    if (awaited && awaited->number == begun.number) {
+        if (result == 0) {
+            begin_awaited();
+        } else {
+            awaited.reset();
+            GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", start_failure(result).c_str());
+        }
+    }
+    return result;
+}
+
+void note_upgrade_end() {
+    ++upgrade_ends;
+    if (is_offer_standing) {
+        // Fails only when the gateway closes, and then the offer ends with it.
+        static_cast<void>(sys_start_timer(offer_timer, offer_end_ms, SYS_TIMER_ONE_SHOT));
+    }
+}
+
+void open_upgrades(const upgrade_scenario &scenario, image_medium kept_in) {
+    if (kelo_hal_mutex_create_init(&upgrade_mutex) != 0) {
+        throw refused("no mutex could be created");
+    }
+    scenario_knobs = scenario;
+    medium = kept_in;
+    is_installing = false;
+    upgrades_end = false;
+}
+
+void stop_upgrades() {
+    {
+        const platform::held_mutex guard(upgrade_mutex);
+        upgrades_end = true;
+    }
+    end_starter();
+    is_offer_standing = false;
+    if (const uint16_t timer = offer_timer.exchange(0); timer != 0) {
+        sys_delete_timer(timer);
+    }
+}
+
+void close_upgrades() {
+    current = {};
+    awaited.reset();
+    kelo_hal_mutex_release(std::exchange(upgrade_mutex, nullptr));
+}
+
+void add_upgrade_status(nlohmann::ordered_json &status) {
+    const platform::held_mutex guard(upgrade_mutex);
+    const bool is_known = current.now != phase::idle;
+    status["upgrade"] = {{"state", phase_names[static_cast<std::size_t>(current.now)]},
+                         {"device", is_known ? shown_device() : ""},
+                         {"version", current.firmware.sw_ver},
+                         {"received", current.received},
+                         {"size", current.firmware.file_size},
+                         {"reason", current.reason}};
+}
+
+} // namespace gateway
