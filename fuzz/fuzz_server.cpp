@@ -6,6 +6,7 @@
  */
 #include "engr_lan_agent.h"
 #include "gateway_services/host.h"
+#include "gateway_services/operate.h"
 #include "lan_client/crypto.h"
 #include "lan_client/frame.h"
 #include "lan_client/frame_types.h"

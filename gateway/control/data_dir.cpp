@@ -1,5 +1,6 @@
 #include "data_dir.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,8 +48,8 @@ void enter_directory(const std::string &path, bool create) {
         begin = end + 1;
     }
     if (error != 0) {
-        throw directory_error("cannot enter the data directory '" + path +
-                              "': " + std::strerror(error));
+        throw directory_error(
+            fmt::format("cannot enter the data directory '{}': {}", path, std::strerror(error)));
     }
 }
 

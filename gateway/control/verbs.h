@@ -1,4 +1,4 @@
-// What can be asked of a running gateway: the one table of verbs, and the lines that carry them.
+// The control protocol of a running gateway: the table of verbs, and the lines that carry them.
 //
 // A client sends one JSON line, {"verb": NAME, "args": [TEXT, ...]}, and gets one back: {"result":
 // ...}, or {"error": TEXT, "usage": true or false}; "usage" says that the request can never be
@@ -8,7 +8,6 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include <cstddef>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,15 +16,37 @@ namespace control {
 
 /** One verb. */
 struct verb {
-    const char *name;
-    const char *arguments; /**< as help shows them */
+    std::string_view name;
+    const char *arguments; /**< for the help text */
     std::size_t least;     /**< fewest arguments */
     std::size_t most;      /**< most arguments */
     const char *help;
 };
 
 /** All verbs. */
-std::span<const verb> verbs();
+inline constexpr verb verbs[] = {
+    {"status", "", 0, 0,
+     "Shows what the gateway is, has been told and does, with faults and callbacks"},
+    {"set", "FIELD VALUE", 2, 2, "Sets a field of the gateway record; '' empties a text"},
+    {"device", "ID FIELD VALUE", 3, 3, "Sets a field of a device"},
+    {"report", "ID DPS-JSON", 2, 2, "A device reports data points, as in '{\"1\": true}'"},
+    {"join", "ID [PID]", 1, 2, "A device joins at once; joining has to be open"},
+    {"network", "up|down", 1, 1, "Takes the gateway's network down, and up again"},
+    {"ip", "ADDRESS|auto", 1, 1,
+     "What the platform reports as the gateway's address; '' for none, auto for the real one"},
+    {"wifi-config-needed", "0|1", 1, 1, "Whether the gateway still needs Wi-Fi configuration"},
+    {"wifi-mode", "N", 1, 1, "Work mode of the Wi-Fi layer; 4 is the own access point"},
+    {"airkiss", "STATUS ACTIVE", 2, 2,
+     "Wi-Fi station status (4, 6 and 7 are connected), and 1 when active"},
+    {"fault", "SERVICE RESULT|off", 2, 2,
+     "Makes a service return RESULT instead of doing its work"},
+    {"callback", "NAME RESULT|absent|present", 2, 2, "Makes a callback absent, or return RESULT"},
+    {"register", "FRAME_TYPE RESULT", 2, 2, "Registers a frame handler that returns RESULT"},
+    {"upgrade", "start [OPTION VALUE...]", 1, 11,
+     "The service starts a transfer; --cid ID, --file-size N, --chunk-size N, --percent 0|1, "
+     "--remain N"},
+    {"call", "FUNCTION [ARG...]", 1, 16, "Calls an exported function of the agent"},
+};
 
 /** @return what is wrong with the verb or the number of its arguments; empty when nothing is */
 std::string usage_fault(std::string_view name, std::size_t argument_count);

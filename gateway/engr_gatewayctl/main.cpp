@@ -1,8 +1,9 @@
-// engr_gatewayctl: asks one thing of a running gateway and prints the answer.
+// engr_gatewayctl: sends one request to a running gateway and prints the reply.
 #include "data_dir.h"
 #include "verbs.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -20,15 +21,13 @@ using nlohmann::ordered_json;
 
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
-/** A call of the agent may wait for slow apps; longer than this none takes. */
+/** Longer than any call of the agent, which may wait for slow apps. */
 constexpr time_t reply_timeout_s = 60;
 
 std::string help_footer() {
     std::string text = "Verbs:\n";
-    for (const control::verb &of : control::verbs()) {
-        std::string head = std::string("  ") + of.name + " " + of.arguments;
-        head.resize(std::max<std::size_t>(head.size() + 1, 40), ' ');
-        text += head + of.help + "\n";
+    for (const control::verb &of : control::verbs) {
+        text += fmt::format("{:<39} {}\n", fmt::format("  {} {}", of.name, of.arguments), of.help);
     }
     return text + "\nExit status: 0 done; 1 the gateway refused or none runs on the directory; 2 "
                   "wrong usage.";
@@ -111,10 +110,11 @@ int ask(const std::string &data_dir, const control::request &asked) {
     }
     const int fd = connect_to_daemon();
     if (fd < 0 && errno == EACCES) {
-        return complain("the gateway on '" + data_dir + "' belongs to another user", exit_failed);
+        return complain(fmt::format("the gateway on '{}' belongs to another user", data_dir),
+                        exit_failed);
     }
     if (fd < 0) {
-        return complain("no gateway runs on '" + data_dir + "'" + advice, exit_failed);
+        return complain(fmt::format("no gateway runs on '{}'{}", data_dir, advice), exit_failed);
     }
     const std::string reply = ask_daemon(fd, line);
     close(fd);
@@ -130,11 +130,11 @@ int main(int count, char **arguments) {
     std::string data_dir = control::default_data_dir();
     app.set_version_flag("--version", "engr_gatewayctl " ENGR_VERSION);
     app.add_option("--data-dir", data_dir,
-                   std::string("Data directory of the gateway (default: ") +
-                       control::default_data_dir_help + ")")
+                   fmt::format("Data directory of the gateway (default: {})",
+                               control::default_data_dir_help))
         ->type_name("DIR");
     app.footer(help_footer());
-    app.prefix_command(); // what follows the verb is the verb's, a leading minus notwithstanding
+    app.prefix_command(); // arguments of the verb may begin with a minus
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError &error) {
@@ -142,7 +142,7 @@ int main(int count, char **arguments) {
     }
     const std::vector<std::string> words = app.remaining();
     if (words.empty()) {
-        return complain("which verb? See engr_gatewayctl --help", exit_usage);
+        return complain("a verb is missing; see engr_gatewayctl --help", exit_usage);
     }
     return ask(data_dir, {words.front(), {words.begin() + 1, words.end()}});
 }

@@ -2,10 +2,12 @@
 
 #include "agent_run.h"
 #include "engr_lan_agent.h"
-#include "gateway_services/host.h"
-#include "numbers.h"
+#include "gateway_services/error.h"
+#include "gateway_services/operate.h"
 #include "platform/crypto.h"
+#include "support/numbers.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <cstring>
@@ -32,15 +34,15 @@ class argument_list {
     }
     template <typename Number>
     [[nodiscard]] Number number(std::size_t place, const char *name, Number absent = 0) const {
-        return has(place) ? number_from_text<Number>(name, texts_[place]) : absent;
+        return has(place) ? support::need_whole_number<Number>(name, texts_[place]) : absent;
     }
     /** Length of the data at a place, as given at another; never more than there is. */
     [[nodiscard]] uint32_t length(std::size_t place, const char *name,
                                   std::size_t available) const {
         const auto length = number<uint32_t>(place, name, static_cast<uint32_t>(available));
         if (length > available) {
-            throw gateway::usage_error(std::string(name) + ": the data has " +
-                                       std::to_string(available) + " bytes only");
+            throw gateway::usage_error(
+                fmt::format("{}: the data has only {} bytes", name, available));
         }
         return length;
     }
@@ -73,7 +75,7 @@ ordered_json receive_exactly(const argument_list &list) {
     constexpr uint32_t buffer_size_max = 1 << 20;
     const auto size = list.number<uint32_t>(1, "buffer_size");
     if (size > buffer_size_max) {
-        throw gateway::usage_error("buffer_size: may be 0 to " + std::to_string(buffer_size_max));
+        throw gateway::usage_error(fmt::format("buffer_size: may be 0 to {}", buffer_size_max));
     }
     std::vector<uint8_t> buffer(size);
     return kelo_net_recv_nd_size(list.number<int32_t>(0, "socket", -1), buffer.data(), size,
@@ -147,7 +149,7 @@ constexpr exported_function functions[] = {
      }},
     {"engr_lan_get_tcp_key", "", 0,
      [](const argument_list &) -> ordered_json {
-         uint8_t key[AES128_KEY_SIZE]; // stays here: no key is printed
+         uint8_t key[AES128_KEY_SIZE]; // a secret: not shown
          return engr_lan_get_tcp_key(key);
      }},
     {"kelo_net_recv_nd_size", "[SOCKET [BUFFER_SIZE [NEEDED]]]", 3, receive_exactly},
@@ -164,7 +166,8 @@ ordered_json call_agent(const std::string &name, const std::vector<std::string> 
     for (const exported_function &function : functions) {
         if (name == function.name) {
             if (arguments.size() > function.most_arguments) {
-                throw gateway::usage_error("usage: call " + name + " " + function.arguments);
+                throw gateway::usage_error(
+                    fmt::format("usage: call {} {}", name, function.arguments));
             }
             return function.call(argument_list(arguments));
         }

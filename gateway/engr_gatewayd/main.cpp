@@ -5,14 +5,16 @@
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
 #include "gateway_services/host.h"
+#include "gateway_services/operate.h"
 #include "input_files.h"
 #include "linux_port/port.h"
 #include "log_output.h"
-#include "operations.h"
 #include "options.h"
 #include "server_watch.h"
+#include "verb_handlers.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -50,22 +52,24 @@ sigset_t block_signals() {
 void check_directory(const std::string &data_dir) {
     struct stat status {};
     if (stat(".", &status) != 0) {
-        throw std::runtime_error("cannot use the data directory '" + data_dir +
-                                 "': " + std::strerror(errno));
+        throw std::runtime_error(
+            fmt::format("cannot use the data directory '{}': {}", data_dir, std::strerror(errno)));
     }
     if (status.st_uid != geteuid()) {
-        throw std::runtime_error("the data directory '" + data_dir + "' belongs to user " +
-                                 std::to_string(status.st_uid) +
-                                 "; choose one of your own with --data-dir");
+        throw std::runtime_error(fmt::format(
+            "the data directory '{}' belongs to user {}; choose one of your own with --data-dir",
+            data_dir, status.st_uid));
     }
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        throw std::runtime_error("other users may write in the data directory '" + data_dir +
-                                 "'; keep them out with: chmod go-w '" + data_dir + "'");
+        throw std::runtime_error(
+            fmt::format("other users may write in the data directory '{0}'; keep "
+                        "them out with: chmod go-w '{0}'",
+                        data_dir));
     }
     for (const char *name : own_files) {
         if (lstat(name, &status) == 0 && !S_ISREG(status.st_mode)) {
-            throw std::runtime_error(std::string(name) + " in the data directory '" + data_dir +
-                                     "' is not a regular file");
+            throw std::runtime_error(
+                fmt::format("{} in the data directory '{}' is not a regular file", name, data_dir));
         }
     }
 }
@@ -74,12 +78,12 @@ void check_directory(const std::string &data_dir) {
 void lock_directory(const std::string &data_dir) {
     const int fd = open(control::lock_name, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) {
-        throw std::runtime_error("cannot write in the data directory '" + data_dir +
-                                 "': " + std::strerror(errno));
+        throw std::runtime_error(fmt::format("cannot write in the data directory '{}': {}",
+                                             data_dir, std::strerror(errno)));
     }
     if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        throw std::runtime_error("another engr_gatewayd runs on the data directory '" + data_dir +
-                                 "'");
+        throw std::runtime_error(
+            fmt::format("another engr_gatewayd runs on the data directory '{}'", data_dir));
     }
 }
 
@@ -142,11 +146,11 @@ void run(const options &chosen, input_files &inputs) {
     const control_server control(answer_request);
     if (const int32_t result = chosen.access_point ? gateway::open_access_point() : 0;
         result != 0) {
-        throw std::runtime_error("nothing listens for Wi-Fi credentials on UDP port 6669: result " +
-                                 std::to_string(result));
+        throw std::runtime_error(fmt::format(
+            "nothing listens for Wi-Fi credentials on UDP port 6669: result {}", result));
     }
     if (const int32_t result = start_agent(chosen.mode); result != 0) {
-        throw std::runtime_error("the agent does not start: result " + std::to_string(result));
+        throw std::runtime_error(fmt::format("the agent does not start: result {}", result));
     }
     if (chosen.mode == ENGR_MODE_WECHAT) {
         say_ready("wechat");

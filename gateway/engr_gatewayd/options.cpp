@@ -2,49 +2,33 @@
 
 #include "data_dir.h"
 #include "linux_port/port.h"
+#include "support/interfaces.h"
 
 #include <CLI/CLI.hpp>
 #include <arpa/inet.h>
-#include <net/if.h>
+#include <fmt/format.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <memory>
 
 namespace gatewayd {
 namespace {
 
-std::string interface_names() {
-    const std::unique_ptr<struct if_nameindex, decltype(&if_freenameindex)> all(if_nameindex(),
-                                                                                if_freenameindex);
-    std::string names;
-    for (const struct if_nameindex *each = all.get(); each != nullptr && each->if_index != 0;
-         ++each) {
-        names += (names.empty() ? "" : ", ") + std::string(each->if_name);
-    }
-    return names;
-}
-
-/** @return what is wrong; empty when nothing is */
-std::string interface_fault(const std::string &name) {
-    if (if_nametoindex(name.c_str()) != 0) {
-        return {};
-    }
-    return "there is no interface '" + name + "'; there are: " + interface_names();
-}
-
-/** @return what is wrong; empty when nothing is */
+/**
+ * Checks an address that the gateway is to serve.
+ *
+ * @return what is wrong with it; empty when nothing is
+ */
 std::string address_fault(const std::string &text) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     if (inet_pton(AF_INET, text.c_str(), &address.sin_addr) != 1) {
-        return "'" + text + "' is not an IPv4 address like 127.0.0.2";
+        return fmt::format("'{}' is not an IPv4 address like 127.0.0.2", text);
     }
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const bool is_local =
         bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
     close(fd);
-    return is_local ? "" : "'" + text + "' is not an address of this host";
+    return is_local ? "" : fmt::format("'{}' is not an address of this host", text);
 }
 
 } // namespace
@@ -62,15 +46,15 @@ parsed_options parse_options(int count, char **arguments) {
     app.set_version_flag("--version", "engr_gatewayd " ENGR_VERSION);
     app.add_option("--interface", chosen.interface, "Network interface to serve (default: lo)")
         ->type_name("IF")
-        ->check([](const std::string &name) { return interface_fault(name); });
+        ->check([](const std::string &name) { return support::interface_fault(name); });
     app.add_option("--address", chosen.address,
                    "Local address to serve, so that several gateways share a host (default: the "
                    "interface's)")
         ->type_name("ADDRESS")
         ->check([](const std::string &text) { return address_fault(text); });
     app.add_option("--data-dir", chosen.data_dir,
-                   std::string("Directory of everything that lasts (default: ") +
-                       control::default_data_dir_help + ")")
+                   fmt::format("Directory of everything that lasts (default: {})",
+                               control::default_data_dir_help))
         ->type_name("DIR");
     app.add_option("--site", chosen.site,
                    "What a new data directory begins with (default: a demo site)")

@@ -4,6 +4,7 @@
 #include "engr_lan_agent.h"
 #include "gateway/gateway.h"
 #include "gateway_services/host.h"
+#include "gateway_services/operate.h"
 #include "lan_client/crypto.h"
 #include "lan_client/frame.h"
 #include "sim/testing.h"

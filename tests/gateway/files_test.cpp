@@ -27,7 +27,7 @@ std::string complaint_of(const std::function<void()> &reading) {
 TEST(site_file, mistakes_are_told_with_file_and_member) {
     const std::string long_id(26, 'x');
     const bad_file files[] = {
-        {"", "parse error"},
+        {"", "line 1, column 1: is not valid JSON in UTF-8"},
         {"[]", "f: is array, expected an object"},
         {R"({"gateway": {}, "gateway": {}})", "\"gateway\" is given twice"},
         {R"({"gatway": {}})", "gatway: unknown; there are: gateway, products, devices"},
@@ -72,7 +72,7 @@ TEST(site_file, mistakes_are_told_with_file_and_member) {
          "products.p.1: max is below min"},
         {R"({"products": {"p": {"1": {"kind": "enum"}}}})", "products.p.1: has no values"},
         {R"({"products": {"p": {"1": {"kind": "enum", "values": []}}}})",
-         "products.p.1.values: has 0 values"},
+         "products.p.1.values: has 0 elements"},
         {R"({"products": {"p": {"1": {"kind": "text", "max_bytes": 1025}}}})",
          "products.p.1.max_bytes: is 1025; it may be 1 to 1024"},
         {R"({"products": {"p": {"1": {"kind": "bool", "read_only": 1}}}})",

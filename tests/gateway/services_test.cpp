@@ -5,6 +5,7 @@
 #include "gateway/scene.h"
 #include "gateway_services/error.h"
 #include "gateway_services/host.h"
+#include "gateway_services/operate.h"
 #include "platform/airkiss.h"
 #include "platform/memory.h"
 #include "platform/network.h"

@@ -127,7 +127,7 @@ class StartTest(unittest.TestCase):
             (["--log-level", "6"], "--log-level"),
             (["--site", "/nonexistent/site"], "/nonexistent/site: cannot be read: No such file"),
             (["--trace", "/nonexistent/trace"], "/nonexistent/trace: cannot be written"),
-            (["--scenario", os.path.abspath(__file__)], "parse error at line 1"),
+            (["--scenario", os.path.abspath(__file__)], "line 1, column"),
             (["--unknown"], "--unknown"),
         ]
         for options, complaint in cases:
@@ -227,7 +227,7 @@ class ControlTest(unittest.TestCase):
                 (["callback", "nosuch", "absent"], 2, "no such callback; there are:"),
                 (["network", "sideways"], 2, "neither up nor down"),
                 (["call", "nosuch"], 2, "no such function; there are: engr_lan_pro_cntl_init"),
-                (["call", "engr_lan_data_report_cb", "8", "0", "abc", "4"], 2, "3 bytes only"),
+                (["call", "engr_lan_data_report_cb", "8", "0", "abc", "4"], 2, "only 3 bytes"),
                 (["set", "wf_ssid", b"\xff"], 2, "not valid UTF-8"),
             ]
             for arguments, status, complaint in cases:

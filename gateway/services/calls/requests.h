@@ -1,52 +1,59 @@
-// Requests of the agent, and operations whose outcome is reported to every app.
+// Requests of apps, as the agent hands them to the services, and operations, whose outcome is
+// reported to every app.
 #pragma once
 
 #include "gateway/records.h"
-#include "store/json_reader.h"
+#include "support/json_value.h"
+
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <string>
 
 namespace gateway {
 
-/** Reads a request that the agent has parsed. Both forms throw usage_error. */
-void read_request(const cJSON *root, const std::function<void(const json_value &request)> &read);
-/**
- * Reads the text of a request.
- *
- * @param text  may be null
- */
-void read_request(const char *text, std::size_t length,
-                  const std::function<void(const json_value &request)> &read);
+/** Bytes of the longest id or name in a request: of a group, a scene, a setting. */
+constexpr std::size_t name_bytes_max = 64;
+
+using request_reader = std::function<void(const support::json_value &request)>;
 
 /**
- * What an operation does.
+ * Reads a request that the agent has parsed.
  *
- * @param outcome  completed on success
- * @throws refused  with the reason
+ * @throws usage_error
+ */
+void read_request(const cJSON *root, const request_reader &read);
+/**
+ * Reads the text of a request, in which no object has more than 256 members.
+ *
+ * @param text  may be null
+ * @throws usage_error
+ */
+void read_request(const char *text, std::size_t length, const request_reader &read);
+
+/**
+ * What an operation does. It adds its results to the outcome.
+ *
+ * @throws refused, usage_error  with the reason, which becomes part of the outcome
  */
 using operation_work = std::function<void(nlohmann::ordered_json &outcome)>;
 
 /**
  * Reads the request of an operation.
  *
- * @param outcome  gets what names the operation: it is told in any case
- * @throws usage_error  it cannot be read
+ * @param outcome  gets the members that say which operation it was; they are reported in any case
+ * @throws usage_error  the request is malformed
  */
-using operation_reader = operation_work (*)(const json_value &request,
+using operation_reader = operation_work (*)(const support::json_value &request,
                                             nlohmann::ordered_json &outcome);
 
 /**
- * A service that takes an operation, and sends its outcome to every app as a report of the
- * request's own frame type: ret 0, or ret 1 with a "reason".
+ * Carries out an operation and reports its outcome to every app, under the request's own frame
+ * type: ret 0, or ret 1 with a "reason".
  *
- * @param number      the service's call()
- * @param frame_type  that of the request
- * @return 0, the request having been released; result_argument when it cannot be read
+ * @return 0; result_argument when the request is malformed, and then nothing is reported
  */
-int32_t take_operation(std::size_t number, uint32_t frame_type, sf_cmd_t *command,
-                       operation_reader read);
+int32_t carry_out_operation(uint32_t frame_type, const cJSON *request, operation_reader read);
 
 } // namespace gateway

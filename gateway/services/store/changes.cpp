@@ -1,8 +1,5 @@
 #include "store/changes.h"
 
-#include "calls/log.h"
-#include "calls/results.h"
-#include "gateway_services/error.h"
 #include "store/records.h"
 #include "store/store.h"
 
@@ -10,26 +7,23 @@ namespace gateway {
 
 lasting_change::lasting_change() : change_(change_mutex()), all_(the_store().database()) {}
 
-int32_t guarded(const std::function<void()> &work, std::string &reason) {
-    int32_t result = 0;
-    try {
-        work();
-    } catch (const usage_error &error) {
-        result = result_argument;
-        reason = error.what();
-    } catch (const std::exception &error) {
-        result = result_failed;
-        reason = error.what();
+void change_gateway_fields(const std::vector<field_setting> &settings,
+                           const std::function<void()> &with) {
+    for (const field_setting &setting : settings) {
+        check_value(*setting.of, setting.value);
     }
-    if (result != 0) {
-        GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", reason.c_str());
+    lasting_change change;
+    for (const field_setting &setting : settings) {
+        the_store().set_gateway_field(*setting.of, setting.value);
     }
-    return result;
-}
-
-int32_t guarded(const std::function<void()> &work) {
-    std::string reason;
-    return guarded(work, reason);
+    if (with) {
+        with();
+    }
+    change.commit();
+    const platform::held_mutex guard(the_gateway().shared.field_mutex);
+    for (const field_setting &setting : settings) {
+        write_field(&the_gateway(), *setting.of, setting.value);
+    }
 }
 
 } // namespace gateway

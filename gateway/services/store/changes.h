@@ -1,23 +1,22 @@
-// Lasting changes, and the boundary to the agent, which takes no exceptions.
+// Lasting changes: the store first, then the records, so that memory never holds what the store
+// does not.
 #pragma once
 
+#include "gateway_services/site.h"
 #include "platform/owners.h"
 #include "store/sql.h"
 
-#include <cstdint>
 #include <functional>
+#include <vector>
 
 namespace gateway {
 
-/**
- * One lasting change: holds change_mutex and a transaction. Memory is changed after commit, so that
- * it never holds what the store does not.
- */
+/** One lasting change: holds change_mutex and a transaction. Records are changed after commit. */
 class lasting_change {
   public:
     lasting_change();
     /**
-     * Makes it last.
+     * Makes the change last.
      *
      * @throws refused  nothing was changed
      */
@@ -29,13 +28,13 @@ class lasting_change {
 };
 
 /**
- * Does a service's work for the agent; what it throws is logged, after change_mutex was released.
+ * Changes fields of the gateway, all or nothing: checks the values, stores them, and writes them
+ * into the record.
  *
- * @return 0; result_argument for a usage_error; result_failed for any other exception
+ * @param with  further changes of the store that belong to the same transaction; may be empty
+ * @throws usage_error  a value is not one of its field; refused
  */
-int32_t guarded(const std::function<void()> &work);
-
-/** The same, and tells the reason of a failure as well. */
-int32_t guarded(const std::function<void()> &work, std::string &reason);
+void change_gateway_fields(const std::vector<field_setting> &settings,
+                           const std::function<void()> &with = {});
 
 } // namespace gateway

@@ -1,11 +1,12 @@
 #include "gateway_services/fields.h"
 
 #include "gateway_services/error.h"
-#include "store/json_text.h"
 #include "store/records.h"
+#include "support/numbers.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <limits>
 
@@ -70,19 +71,24 @@ constexpr field device_table[] = {
     flag(number("excluded", offsetof(dev_cntl_t, excluded), field_kind::signed8, -128, 127)),
 };
 
-[[nodiscard]] bool is_printable_ascii(char c) {
+bool is_control(char c) {
+    const auto code = static_cast<unsigned char>(c);
+    return code < 0x20 || code == 0x7F;
+}
+
+bool is_printable_ascii(char c) {
     return !is_control(c) && static_cast<unsigned char>(c) < 0x80;
 }
 
 void check_text(const field &of, const std::string &value) {
     if (of.kind == field_kind::key) {
         if (!value.empty() && value.size() != of.size) {
-            throw usage_error("has " + std::to_string(value.size()) + " characters; a key has " +
-                              std::to_string(of.size) + ", or none");
+            throw usage_error(
+                fmt::format("has {} characters; a key has {}, or none", value.size(), of.size));
         }
     } else if (value.size() >= of.size) {
-        throw usage_error("is " + std::to_string(value.size()) + " bytes long; at most " +
-                          std::to_string(of.size - 1) + " fit");
+        throw usage_error(
+            fmt::format("is {} bytes long; at most {} fit", value.size(), of.size - 1));
     }
     if (value.empty() && of.needs_text) {
         throw usage_error("may not be empty");
@@ -128,6 +134,14 @@ const field *find_field(std::span<const field> fields, std::string_view name) {
     return found == fields.end() ? nullptr : &*found;
 }
 
+const field &need_field(std::span<const field> fields, std::string_view name) {
+    const field *found = find_field(fields, name);
+    if (found == nullptr) {
+        throw usage_error("no such field; there are: " + field_names(fields));
+    }
+    return *found;
+}
+
 std::string field_names(std::span<const field> fields) {
     std::string names;
     for (const field &of : fields) {
@@ -147,29 +161,26 @@ void check_value(const field &of, const field_value &value) {
     }
     const int64_t number = std::get<int64_t>(value);
     if (number < of.lowest || number > of.highest) {
-        throw usage_error("is " + std::to_string(number) + "; it may be " +
-                          std::to_string(of.lowest) + " to " + std::to_string(of.highest));
+        throw usage_error(fmt::format("is {}; it may be {} to {}", number, of.lowest, of.highest));
     }
 }
 
 field_value value_from_text(const field &of, const std::string &text) {
     field_value value = text;
-    try {
-        if (is_number(of)) {
-            int64_t number = 0;
-            const char *end = text.data() + text.size();
-            const auto [stop, error] = std::from_chars(text.data(), end, number);
-            if (of.is_flag && (text == "true" || text == "false")) {
-                number = text == "true";
-            } else if (error != std::errc() || stop != end) {
-                throw usage_error("'" + text + "' is not a whole number" +
-                                  (of.is_flag ? ", true or false" : ""));
-            }
-            value = number;
+    if (of.is_flag && (text == "true" || text == "false")) {
+        value = int64_t{text == "true"};
+    } else if (is_number(of)) {
+        const std::optional<int64_t> number = support::whole_number<int64_t>(text);
+        if (!number) {
+            throw usage_error(fmt::format("{} '{}' is not a whole number{}", of.name, text,
+                                          of.is_flag ? ", true or false" : ""));
         }
+        value = *number;
+    }
+    try {
         check_value(of, value);
     } catch (const usage_error &error) {
-        throw usage_error(std::string(of.name) + " " + error.what());
+        throw usage_error(fmt::format("{} {}", of.name, error.what()));
     }
     return value;
 }

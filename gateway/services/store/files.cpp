@@ -3,7 +3,9 @@
 #include "gateway_services/error.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,7 +15,7 @@ namespace gateway {
 namespace {
 
 [[noreturn]] void fail_file(const std::string &name, const char *what) {
-    throw refused(name + " cannot be " + what + ": " + std::strerror(errno));
+    throw refused(fmt::format("{} cannot be {}: {}", name, what, std::strerror(errno)));
 }
 
 /** A descriptor, closed with its scope; errno stays. */
@@ -63,6 +65,14 @@ void write_file(const std::string &name, std::string_view content, bool lasting)
 
 } // namespace
 
+uint64_t disk_room() {
+    struct statvfs status {};
+    if (statvfs(".", &status) != 0) {
+        return UINT64_MAX;
+    }
+    return uint64_t{status.f_bavail} * status.f_frsize;
+}
+
 std::string read_regular_file(const std::string &name, std::size_t bytes_max) {
     const open_file file(name.c_str(), O_RDONLY);
     struct stat status {};
@@ -83,7 +93,7 @@ std::string read_regular_file(const std::string &name, std::size_t bytes_max) {
         fail_file(name, "read");
     }
     if (content.size() > bytes_max) {
-        throw refused(name + " has more than " + std::to_string(bytes_max) + " bytes");
+        throw refused(fmt::format("{} has more than {} bytes", name, bytes_max));
     }
     return content;
 }

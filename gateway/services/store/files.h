@@ -1,34 +1,42 @@
-// Files of the working directory that only the gateway's own user may read.
+// Files of the working directory, private to the gateway's own user, and the room on its disk.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace gateway {
 
+/** Most bytes of a configuration that an app can push: a frame holds no more. */
+constexpr uint64_t config_bytes_max = 2ULL * 1024 * 1024;
+/** Room that an image leaves free: for changes of the store, a configuration and the log. */
+constexpr uint64_t disk_reserve_bytes = 2 * config_bytes_max;
+
+/** Bytes that may still be written; UINT64_MAX when the system does not know. */
+uint64_t disk_room();
+
 /**
- * Reads a regular file; a link is not followed, and nothing that waits for somebody else is opened.
+ * Reads a regular file. Links are not followed, pipes are not waited for.
  *
- * @throws refused  it is none, cannot be read, or has more than bytes_max bytes
+ * @throws refused  it is not a regular file, cannot be read, or has more than bytes_max bytes
  */
 std::string read_regular_file(const std::string &name, std::size_t bytes_max);
 /**
- * Writes a new file, in the place of any other of that name; what fails leaves none.
+ * Writes a new file, replacing any other of that name. After a failure there is none.
  *
  * @throws refused
  */
 void write_private_file(const std::string &name, std::string_view content);
 /**
- * As write_private_file, but whole or not at all, lastingly: what stood under the name stays until
- * the new content is on the disk.
+ * The same, but atomic and flushed: the old file stays until the new content is on the disk.
  *
  * @throws refused
  */
 void replace_private_file(const std::string &name, std::string_view content);
 /**
- * Makes names lasting that were changed in the working directory.
+ * Flushes the names in the working directory.
  *
- * @return whether it could
+ * @return whether it succeeded
  */
 bool flush_directory();
 

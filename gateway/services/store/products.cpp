@@ -2,40 +2,30 @@
 
 #include "gateway_services/error.h"
 #include "gateway_services/fields.h"
-#include "subjects/data_points.h"
+#include "support/data_points.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace gateway {
 namespace {
 
 using nlohmann::ordered_json;
+using support::json_value;
 using form = data_point_kind::form;
 
-constexpr int64_t choices_max = 100;
+constexpr std::size_t choices_max = 100;
 
-product_table open_table;
+product_table stored_products;
 
 void read_choices(const json_value &from, data_point_kind &kind) {
-    from.need_array();
-    const std::size_t count = from.json.size();
-    if (count < 1 || count > choices_max) {
-        from.refuse("has " + std::to_string(count) + " values; it may have 1 to " +
-                    std::to_string(choices_max));
+    for (const json_value &choice : from.elements(1, choices_max)) {
+        kind.choices.push_back(choice.text());
     }
-    for (std::size_t i = 0; i < count; ++i) {
-        kind.choices.push_back(from.element(i).text());
-    }
-}
-
-void read_is_read_only(const json_value &from, data_point_kind &kind) {
-    if (!from.json.is_boolean()) {
-        from.refuse(std::string("is ") + from.json.type_name() + ", expected true or false");
-    }
-    kind.is_read_only = from.json.get<bool>();
 }
 
 form read_form(const json_value &from) {
@@ -56,9 +46,9 @@ data_point_kind read_kind(const json_value &from) {
     data_point_kind kind;
     kind.of = read_form(from.required("kind"));
     kind.bytes_max = text_value_bytes_max;
-    std::vector<known_member> members = {
+    std::vector<support::known_member> members = {
         {"kind", [](const json_value &) {}},
-        {"read_only", [&](const json_value &value) { read_is_read_only(value, kind); }}};
+        {"read_only", [&](const json_value &value) { kind.is_read_only = value.boolean(); }}};
     const auto add_number = [&](const char *name, auto &number, int64_t lowest, int64_t highest) {
         members.push_back({name, [&number, lowest, highest](const json_value &value) {
                                number = static_cast<std::remove_reference_t<decltype(number)>>(
@@ -74,7 +64,7 @@ data_point_kind read_kind(const json_value &from) {
     } else if (kind.of == form::text) {
         add_number("max_bytes", kind.bytes_max, 1, text_value_bytes_max);
     }
-    read_members(from, members);
+    support::read_members(from, members);
     if (kind.highest < kind.lowest) {
         from.refuse("max is below min");
     }
@@ -82,15 +72,13 @@ data_point_kind read_kind(const json_value &from) {
 }
 
 product read_product(const json_value &from) {
-    from.need_object();
     product read;
-    for (const auto &[name, value] : from.json.items()) {
-        const json_value member = from.member(name, value);
-        const int number = data_point_number(name);
+    for (const auto &[name, value] : from.members()) {
+        const int number = support::data_point_number(name);
         if (number == 0) {
-            member.refuse("is not a data-point number, 1 to 255");
+            value.refuse("is not a data-point number, 1 to 255");
         }
-        read[number] = read_kind(member);
+        read[number] = read_kind(value);
     }
     return read;
 }
@@ -122,7 +110,7 @@ bool is_choice(const ordered_json &value, const std::vector<std::string> &choice
                                           value.get_ref<const std::string &>()) != choices.end();
 }
 
-/** Which values there are, in words; empty when the given one is among them. */
+/** The values that a data point takes, for a message; empty when the given one is among them. */
 std::string expected_values(const data_point_kind &kind, const ordered_json &value) {
     switch (kind.of) {
     case form::boolean:
@@ -130,22 +118,15 @@ std::string expected_values(const data_point_kind &kind, const ordered_json &val
     case form::number:
         return is_within(value, kind.lowest, kind.highest)
                    ? ""
-                   : "a whole number, " + std::to_string(kind.lowest) + " to " +
-                         std::to_string(kind.highest);
-    case form::choice: {
-        if (is_choice(value, kind.choices)) {
-            return "";
-        }
-        std::string names;
-        for (const std::string &choice : kind.choices) {
-            names += (names.empty() ? "one of " : ", ") + choice;
-        }
-        return names;
-    }
+                   : fmt::format("a whole number, {} to {}", kind.lowest, kind.highest);
+    case form::choice:
+        return is_choice(value, kind.choices)
+                   ? ""
+                   : fmt::format("one of {}", fmt::join(kind.choices, ", "));
     case form::text:
         return value.is_string() && value.get_ref<const std::string &>().size() <= kind.bytes_max
                    ? ""
-                   : "a text of at most " + std::to_string(kind.bytes_max) + " bytes";
+                   : fmt::format("a text of at most {} bytes", kind.bytes_max);
     }
     return "";
 }
@@ -167,12 +148,10 @@ ordered_json first_value(const data_point_kind &kind) {
 } // namespace
 
 product_table read_product_table(const json_value &from) {
-    from.need_object();
     product_table read;
-    for (const auto &[pid, value] : from.json.items()) {
-        const json_value member = from.member(pid, value);
-        check_product_id(member, pid);
-        read[pid] = read_product(member);
+    for (const auto &[pid, value] : from.members()) {
+        check_product_id(value, pid);
+        read[pid] = read_product(value);
     }
     return read;
 }
@@ -184,11 +163,11 @@ std::string product_fault(const product_table &products, std::string_view pid,
         return "";
     }
     for (const auto &[name, value] : dps.items()) {
-        const auto kind = found->second.find(data_point_number(name));
+        const auto kind = found->second.find(support::data_point_number(name));
         if (kind == found->second.end()) {
-            return "product " + std::string(pid) + " has no data point " + name;
+            return fmt::format("product {} has no data point {}", pid, name);
         }
-        const std::string point = "data point " + name + " of product " + std::string(pid);
+        const std::string point = fmt::format("data point {} of product {}", name, pid);
         if (by == setter::app && kind->second.is_read_only) {
             return point + " is read-only";
         }
@@ -199,27 +178,26 @@ std::string product_fault(const product_table &products, std::string_view pid,
     return "";
 }
 
-void open_products(const std::string &stored) {
-    open_table.clear();
+void products_init(const std::string &stored) {
+    stored_products.clear();
     if (stored.empty()) {
         return;
     }
-    const std::string source = "the store is damaged";
-    const ordered_json products = ordered_json::parse(stored, nullptr, false);
     try {
-        open_table = read_product_table({source, std::string(products_setting), products});
+        const support::json_document products(stored, "the store is damaged: products");
+        stored_products = read_product_table(products.root());
     } catch (const usage_error &error) {
         throw refused(error.what());
     }
 }
 
 const product_table &the_products() {
-    return open_table;
+    return stored_products;
 }
 
 std::string first_data_points(std::string_view pid) {
     auto dps = ordered_json::object();
-    if (const auto found = open_table.find(pid); found != open_table.end()) {
+    if (const auto found = stored_products.find(pid); found != stored_products.end()) {
         for (const auto &[number, kind] : found->second) {
             dps[std::to_string(number)] = first_value(kind);
         }

@@ -1,11 +1,12 @@
 // Products: which data points their devices have, and which values those take.
 #pragma once
 
-#include "store/json_reader.h"
+#include "support/json_value.h"
+
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <map>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,9 @@ namespace gateway {
 
 /** Setting that keeps the products as they stand in a site file. */
 constexpr std::string_view products_setting = "products";
+
+/** Bytes of the longest text that a data point can have. */
+constexpr std::size_t text_value_bytes_max = 1024;
 
 /** What one data point of a product is. */
 struct data_point_kind {
@@ -37,7 +41,7 @@ using product_table = std::map<std::string, product, std::less<>>;
  *
  * @throws usage_error
  */
-product_table read_product_table(const json_value &from);
+product_table read_product_table(const support::json_value &from);
 
 /** Who sets data points: an app by a command, or the device itself. */
 enum class setter : uint8_t { app, device };
@@ -57,7 +61,7 @@ std::string product_fault(const product_table &products, std::string_view pid,
  * @param stored  as in a site file; empty: none
  * @throws refused  it cannot be read
  */
-void open_products(const std::string &stored);
+void products_init(const std::string &stored);
 /** The gateway's products, unchanged from open to close. */
 const product_table &the_products();
 /** Data points of a device that has just been made; none when its product is not described. */

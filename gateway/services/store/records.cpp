@@ -3,8 +3,9 @@
 #include "gateway_services/error.h"
 #include "platform/owners.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <memory>
 #include <unordered_map>
@@ -15,6 +16,7 @@ namespace gateway {
 namespace {
 
 gateway_record record;
+std::atomic<uint8_t> state;
 kelo_mutex_t lasting_change_mutex;
 /** Every device that ever was in the list since open, and the gateway's own. */
 std::vector<std::unique_ptr<device_record>> device_records;
@@ -83,17 +85,21 @@ std::string gateway_id() {
 gateway_record &the_gateway() {
     return record;
 }
+std::atomic<uint8_t> &extended_state() {
+    return state;
+}
 kelo_mutex_t change_mutex() {
     return lasting_change_mutex;
 }
 
-void open_records(const site &stored, const std::string &own_dps) {
+void records_init(const site &stored, const std::string &own_dps) {
     make_mutex(&lasting_change_mutex);
     make_mutex(&record.shared.field_mutex);
     make_mutex(&record.shared.dev_mutex);
     for (const field_setting &setting : stored.gateway) {
         write_field(&record, *setting.of, setting.value);
     }
+    state = 0;
     own.state = DEV_STATE_BOUND;
     own.online = 1;
     own.dps = own_dps;
@@ -102,7 +108,7 @@ void open_records(const site &stored, const std::string &own_dps) {
     }
 }
 
-void close_records() {
+void records_shutdown() {
     release_mutex(&record.shared.dev_mutex);
     release_mutex(&record.shared.field_mutex);
     release_mutex(&lasting_change_mutex);
@@ -128,7 +134,7 @@ device_record *find_device(std::string_view dev_id) {
 
 static device_record &need(device_record *device, std::string_view dev_id) {
     if (device == nullptr) {
-        throw refused("unknown device " + std::string(dev_id));
+        throw refused(fmt::format("unknown device {}", dev_id));
     }
     return *device;
 }
@@ -164,7 +170,7 @@ bool is_online(const device_record &device) {
 device_record &need_online_device(std::string_view dev_id) {
     device_record &device = need_device(dev_id);
     if (!is_online(device)) {
-        throw refused("device " + std::string(dev_id) + " is offline");
+        throw refused(fmt::format("device {} is offline", dev_id));
     }
     return device;
 }
@@ -180,8 +186,8 @@ std::string product_of(const device_record &device) {
 
 void check_room_for_devices(std::size_t more) {
     if (device_records.size() + more > device_records_max) {
-        throw refused("the gateway can have had " + std::to_string(device_records_max) +
-                      " devices only until it is started anew");
+        throw refused(fmt::format("there is room for {} devices until the gateway is restarted",
+                                  device_records_max));
     }
 }
 
@@ -222,7 +228,7 @@ void unlist_device(device_record &device) {
     }
     device.next = nullptr;
     device.state = DEV_STATE_FREE;
-    device.dps = "{}";
+    device.dps = no_data_points;
     device.is_listed = false;
     std::atomic_ref(record.shared.dev_count).fetch_sub(1);
 }

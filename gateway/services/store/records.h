@@ -9,6 +9,8 @@
 #include "gateway/records.h"
 #include "gateway_services/site.h"
 
+#include <atomic>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -23,15 +25,23 @@ struct gateway_record {
 /** Most devices that a gateway may ever have had since it was opened. */
 constexpr std::size_t device_records_max = 65'536;
 
+/** An object of data points that has none. */
+constexpr std::string_view no_data_points = "{}";
+/** Setting that keeps the data points of the gateway's own device while that is not in the list. */
+constexpr std::string_view own_device_dps_setting = "own_device_dps";
+
 /** A device record with what the agent does not know. Lives until the gateway is closed, so that a
  * record handed out stays valid when its device leaves; a device that comes back gets it again. */
 struct device_record : dev_cntl_t {
-    std::string dps = "{}"; /**< data points, JSON object; guarded by dev_mutex */
+    std::string dps =
+        std::string(no_data_points); /**< data points, JSON object; guarded by dev_mutex */
     bool is_listed = false; /**< stands in the list and in the store; guarded by dev_mutex */
 };
 
 /** The one gateway record. */
 gateway_record &the_gateway();
+/** The extended state: what the gateway is doing, so it is not stored. */
+std::atomic<uint8_t> &extended_state();
 /** Held over every lasting change. */
 kelo_mutex_t change_mutex();
 
@@ -40,9 +50,9 @@ kelo_mutex_t change_mutex();
  *
  * @param own_dps  data points of the gateway's own device
  */
-void open_records(const site &stored, const std::string &own_dps);
+void records_init(const site &stored, const std::string &own_dps);
 /** Releases them. */
-void close_records();
+void records_shutdown();
 
 /** The device in the list, or the gateway's own, or null. Takes dev_mutex. */
 device_record *find_device(std::string_view dev_id);

@@ -1,8 +1,11 @@
 #include "gateway_services/site.h"
 
-#include "store/json_reader.h"
+#include "gateway_services/error.h"
 #include "store/products.h"
+#include "support/data_points.h"
+#include "support/json_value.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -10,6 +13,8 @@
 
 namespace gateway {
 namespace {
+
+using support::json_value;
 
 constexpr int64_t join_after_ms_max = 3'600'000;
 
@@ -33,15 +38,13 @@ field_value value_from_file(const field &of, const json_value &from) {
 }
 
 std::vector<field_setting> read_gateway(const json_value &from, uint32_t number) {
-    from.need_object();
     std::vector<field_setting> settings = default_gateway(number);
-    for (const auto &[name, value] : from.json.items()) {
-        const json_value member = from.member(name, value);
+    for (const auto &[name, value] : from.members()) {
         const field *of = find_field(gateway_fields(), name);
         if (of == nullptr) {
-            member.refuse_unknown(field_names(gateway_fields()));
+            value.refuse_unknown(field_names(gateway_fields()));
         }
-        settings.push_back({of, value_from_file(*of, member)});
+        settings.push_back({of, value_from_file(*of, value)});
     }
     return settings;
 }
@@ -49,22 +52,21 @@ std::vector<field_setting> read_gateway(const json_value &from, uint32_t number)
 /**
  * Reads a device.
  *
- * @param join_after_ms  the member of that name, which only one that waits to join may have; else
- * null
+ * @param join_after_ms  gets the member of that name; null: the device does not join later, and has
+ * none
  */
 void read_device(const json_value &from, site_device &device, uint32_t *join_after_ms) {
-    from.need_object();
-    for (const auto &[name, value] : from.json.items()) {
-        const json_value member = from.member(name, value);
+    for (const auto &[name, value] : from.members()) {
         if (name == "dps") {
-            device.dps = member.data_points();
+            support::check_data_points(value, text_value_bytes_max);
+            device.dps = value.json.dump();
         } else if (join_after_ms != nullptr && name == "join_after_ms") {
-            *join_after_ms = static_cast<uint32_t>(member.whole_number(0, join_after_ms_max));
+            *join_after_ms = static_cast<uint32_t>(value.whole_number(0, join_after_ms_max));
         } else if (const field *of = find_field(device_fields(), name)) {
-            device.fields.push_back({of, value_from_file(*of, member)});
+            device.fields.push_back({of, value_from_file(*of, value)});
         } else {
-            member.refuse_unknown(field_names(device_fields()) + ", dps" +
-                                  (join_after_ms != nullptr ? ", join_after_ms" : ""));
+            value.refuse_unknown(fmt::format("{}, dps{}", field_names(device_fields()),
+                                             join_after_ms != nullptr ? ", join_after_ms" : ""));
         }
     }
     (void)from.required("dev_id");
@@ -77,18 +79,16 @@ void read_device(const json_value &from, site_device &device, uint32_t *join_aft
  */
 template <typename Device>
 std::vector<Device> read_devices(const json_value &from, std::set<std::string> &ids) {
-    from.need_array();
-    std::vector<Device> devices(from.json.size());
-    for (std::size_t i = 0; i < devices.size(); ++i) {
-        Device &device = devices[i];
-        const json_value element = from.element(i);
+    std::vector<Device> devices;
+    for (const json_value &element : from.elements()) {
+        Device &device = devices.emplace_back();
         if constexpr (std::is_same_v<Device, joining_device>) {
             read_device(element, device, &device.join_after_ms);
         } else {
             read_device(element, device, nullptr);
         }
         if (!ids.insert(device.id()).second) {
-            element.required("dev_id").refuse("'" + device.id() + "' is given twice");
+            element.required("dev_id").refuse(fmt::format("'{}' is given twice", device.id()));
         }
     }
     return devices;
@@ -108,7 +108,7 @@ void check_devices(const std::vector<Device> &devices, const product_table &prod
             product_fault(products, pid != nullptr ? std::get<std::string>(*pid) : "",
                           nlohmann::ordered_json::parse(devices[i].dps), setter::device);
         if (!fault.empty()) {
-            throw usage_error(list + "[" + std::to_string(i) + "].dps: " + fault);
+            throw usage_error(fmt::format("{}[{}].dps: {}", list, i, fault));
         }
     }
 }
@@ -133,12 +133,13 @@ const field_value *site_device::find(std::string_view name) const {
 }
 
 site parse_site(std::string_view text, const std::string &file_name, uint32_t number) {
+    const support::json_document file(text, file_name);
     site read;
     read.gateway = default_gateway(number);
     std::set<std::string> ids;
     product_table products;
-    read_file_object(
-        text, file_name,
+    support::read_members(
+        file.root(),
         {{"gateway", [&](const json_value &from) { read.gateway = read_gateway(from, number); }},
          {"products",
           [&](const json_value &from) {

@@ -3,6 +3,7 @@
 #include "gateway_services/error.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -45,7 +46,7 @@ void make_private_file(const std::string &path) {
         ::close(fd);
     }
     if (is_link || !is_file) {
-        throw refused("the store is not opened: " + path + " is not a regular file");
+        throw refused(fmt::format("the store is not opened: {} is not a regular file", path));
     }
 }
 
@@ -88,9 +89,9 @@ void fail_sql(sqlite3 *database) {
         throw refused("the store is in use by another program");
     case SQLITE_NOTADB:
     case SQLITE_CORRUPT:
-        throw refused(std::string("the store is damaged: ") + sqlite3_errmsg(database));
+        throw refused(fmt::format("the store is damaged: {}", sqlite3_errmsg(database)));
     default:
-        throw refused(std::string("the store failed: ") + sqlite3_errmsg(database));
+        throw refused(fmt::format("the store failed: {}", sqlite3_errmsg(database)));
     }
 }
 

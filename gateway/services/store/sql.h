@@ -1,4 +1,4 @@
-// A thin layer over SQLite: statements, transactions, and failures told in words.
+// A thin layer over SQLite: statements, transactions, and errors as exceptions.
 #pragma once
 
 #include "gateway_services/fields.h"
@@ -21,7 +21,7 @@ constexpr std::string_view memory_database = ":memory:";
  * @throws refused
  */
 sqlite3 *open_database(const std::string &path);
-/** Throws what the last call on the database failed with. */
+/** Throws the error of the last call on the database, as refused. */
 [[noreturn]] void fail_sql(sqlite3 *database);
 /**
  * Runs statements without values.
@@ -69,7 +69,7 @@ class statement {
     sqlite3_stmt *statement_ = nullptr;
 };
 
-/** Takes back everything since its making unless it was committed. */
+/** Rolls back at the end of its scope unless it was committed. */
 class transaction {
   public:
     explicit transaction(sqlite3 *database);

@@ -3,6 +3,7 @@
 #include "gateway_services/error.h"
 #include "store/products.h"
 
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 namespace gateway {
@@ -55,7 +56,7 @@ void check_settings(const std::vector<field_setting> &settings) {
             check_value(*setting.of, setting.value);
         }
     } catch (const usage_error &error) {
-        throw refused(std::string("the store is damaged: a value in it ") + error.what());
+        throw refused(fmt::format("the store is damaged: a value in it {}", error.what()));
     }
 }
 
@@ -82,7 +83,7 @@ void store::run_schema_steps() {
     for (int64_t step = version(); step < schema_version; ++step) {
         run_sql(database_.get(), schema_steps[step]);
     }
-    run_sql(database_.get(), ("PRAGMA user_version=" + std::to_string(schema_version)).c_str());
+    run_sql(database_.get(), fmt::format("PRAGMA user_version={}", schema_version).c_str());
 }
 
 void store::begin_life(const site &first) {

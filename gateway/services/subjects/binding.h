@@ -1,16 +1,19 @@
-// Devices that come.
+// Binding of sub-devices: adds them to the list and the store and tells apps; unbinding removes
+// them.
 #pragma once
 
 #include "gateway_services/site.h"
+#include "store/records.h"
+#include "support/json_value.h"
 
 #include <cstdint>
 #include <vector>
 
 namespace gateway {
 
-/** How devices come. */
+/** How devices get into the list. */
 enum class arrival : uint8_t {
-    bound, /**< an installer enters them; apps are told of those that were not bound before */
+    bound, /**< an installer binds them; apps are told of those that were not bound before */
     joined /**< they join the radio network; apps are told of all of them */
 };
 
@@ -20,5 +23,19 @@ enum class arrival : uint8_t {
  * @throws refused  one of them is the gateway itself, there are too many, or the store failed
  */
 void bind_devices(std::vector<site_device> devices, arrival how);
+
+/**
+ * Binds the products of an installer's request.
+ *
+ * @throws usage_error; refused as bind_devices
+ */
+void bind_products(const support::json_value &request);
+
+/**
+ * Takes a device out of the list, its groups and its panel, and tells apps.
+ *
+ * @throws refused  it is not in the list, or the store failed
+ */
+void unbind_device(device_record &device);
 
 } // namespace gateway

@@ -2,10 +2,10 @@
 
 #include "calls/log.h"
 #include "gateway_services/error.h"
-#include "store/disk_room.h"
 #include "store/files.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,7 +39,7 @@ bool exists(const std::string &name) {
     return lstat(name.c_str(), &status) == 0;
 }
 
-/** Whether a content cannot be the beginning of another one: a JSON object or array. */
+/** Whether a content is complete: a JSON object or array. */
 bool is_whole(std::string_view content) {
     const std::size_t begin = content.find_first_not_of(" \t\r\n");
     return begin != std::string_view::npos && (content[begin] == '{' || content[begin] == '[') &&
@@ -50,13 +50,13 @@ bool is_whole_file(const std::string &name) {
     return exists(name) && is_whole(read_regular_file(name, file_bytes_max));
 }
 
-/** Removes what is neither a file nor a directory: a pipe would have the agent wait for ever, and a
- * link would have it write elsewhere. */
+/** Removes what is neither a file nor a directory: a pipe would block the agent for ever, and a
+ * link would make it write elsewhere. */
 void remove_irregular(const char *name) {
     struct stat status {};
     if (lstat(name, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode) &&
         unlink(name) == 0) {
-        GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s is removed: it is not a regular file", name);
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "removed %s: it is not a regular file", name);
     }
 }
 
@@ -78,16 +78,16 @@ void keep_whole(const char *name) {
     }
 }
 
-/** Brings the copy back, unless the configuration is whole. A rename needs no room on the disk. */
+/** Restores the copy, unless the configuration is complete. A rename needs no room on the disk. */
 void restore(const char *name) {
     const std::string copy = copy_name(name);
     if (is_whole_file(name) || !is_whole_file(copy)) {
         return;
     }
     if (chmod(copy.c_str(), config_mode) != 0 || rename(copy.c_str(), name) != 0) {
-        throw refused(copy + " cannot take the place of " + name + ": " + std::strerror(errno));
+        throw refused(fmt::format("{} cannot replace {}: {}", copy, name, std::strerror(errno)));
     }
-    GATEWAY_LOG(LOG_LEVEL_WARNING, "%s was cut while it was written: the last whole one is back",
+    GATEWAY_LOG(LOG_LEVEL_WARNING, "%s was incomplete; the last complete one has been restored",
                 name);
 }
 
@@ -111,7 +111,7 @@ bool with_both(Action action) {
 
 } // namespace
 
-void open_config_files(bool keeps_files) {
+void config_files_init(bool keeps_files) {
     keeps_copies = keeps_files;
     if (keeps_copies) {
         with_both([](const char *name) {
@@ -121,7 +121,7 @@ void open_config_files(bool keeps_files) {
     }
 }
 
-void close_config_files() {
+void config_files_shutdown() {
     if (!std::exchange(keeps_copies, false)) {
         return;
     }
@@ -136,7 +136,7 @@ void close_config_files() {
     });
 }
 
-const char *ready_config_directory() {
+const char *prepare_config_directory() {
     for (const char *name : config_names) {
         remove_irregular(name);
     }

@@ -15,9 +15,9 @@ constexpr const char *app_config_name = "app.config";
  *
  * @param keeps_files  false: the gateway leaves nothing behind, so nothing is kept
  */
-void open_config_files(bool keeps_files);
-/** The configurations are as they shall be; the agent has been stopped. */
-void close_config_files();
+void config_files_init(bool keeps_files);
+/** Removes the copies that are no longer needed; the agent has been stopped. */
+void config_files_shutdown();
 
 /**
  * Makes ready for whatever the agent does with a configuration: what would hold it up or lead it
@@ -26,7 +26,7 @@ void close_config_files();
  * @return the directory, ending in a separator; one that does not exist when a configuration could
  * not be written whole, so that the old one is not truncated
  */
-const char *ready_config_directory();
+const char *prepare_config_directory();
 /**
  * Reads a configuration, or another file, by a path that begins with either directory.
  *

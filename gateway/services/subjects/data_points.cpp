@@ -1,14 +1,18 @@
-// Changes of data points: stored, then reported to every app.
 #include "subjects/data_points.h"
+
 #include "calls/log.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
+#include "gateway_services/operate.h"
 #include "platform/clock.h"
+#include "platform/owners.h"
 #include "store/changes.h"
 #include "store/products.h"
 #include "store/records.h"
 #include "store/store.h"
+#include "support/data_points.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <cstring>
@@ -18,12 +22,14 @@
 namespace gateway {
 namespace {
 
-/** A full message bus is waited for: this often, this long. */
+using nlohmann::ordered_json;
+
+/** Tries to post a report while the message bus is full, and the pause between them. */
 constexpr int post_tries_max = 200;
 constexpr uint32_t post_pause_ms = 10;
 
 /**
- * The device of a change, null when it is one of many and cannot be reached.
+ * The device of a change; null when it is one of many and offline or unknown.
  *
  * @throws refused  it is the only one
  */
@@ -42,14 +48,25 @@ device_record *reached_device(const std::string &dev_id, change_origin origin) {
 /** @throws refused  the device's product does not take one of the values */
 void check_values(const device_record &device, const std::string &dps, change_origin origin) {
     const setter by = origin == change_origin::device ? setter::device : setter::app;
-    const auto values = nlohmann::ordered_json::parse(dps);
+    const auto values = ordered_json::parse(dps);
     if (const std::string fault = product_fault(the_products(), product_of(device), values, by);
         !fault.empty()) {
         throw refused(fault);
     }
 }
 
+/** Both are valid objects of data points. */
+std::string merged_data_points(const std::string &dps, const std::string &changes) {
+    ordered_json merged = ordered_json::parse(dps);
+    merged.update(ordered_json::parse(changes));
+    return merged.dump();
+}
+
 } // namespace
+
+std::string report_text(std::string_view dev_id, std::string_view dps) {
+    return fmt::format(R"({{"cid":{},"dps":{}}})", ordered_json(dev_id).dump(), dps);
+}
 
 int32_t report_to_apps(std::string_view dev_id, std::string_view dps) {
     const std::string text = report_text(dev_id, dps);
@@ -112,6 +129,17 @@ int32_t change_data_points(const std::vector<data_point_change> &changes, change
         }
     }
     return result;
+}
+
+int32_t report_data_points(std::string_view dev_id, std::string_view dps) {
+    const auto object = ordered_json::parse(dps, nullptr, false);
+    const std::string fault = object.is_discarded()
+                                  ? "is not valid JSON"
+                                  : support::data_points_fault(object, text_value_bytes_max);
+    if (!fault.empty()) {
+        throw usage_error(fault);
+    }
+    return change_data_points({{std::string(dev_id), std::string(dps)}}, change_origin::device);
 }
 
 } // namespace gateway

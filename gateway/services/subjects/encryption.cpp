@@ -1,11 +1,10 @@
-// The device service's encoding: the JSON text encrypted with the key of the TCP channel.
+#include "subjects/encryption.h"
+
 #include "calls/calls.h"
-#include "calls/results.h"
-#include "gateway/device.h"
+#include "engr_lan_agent.h"
 #include "platform/crypto.h"
 #include "platform/memory.h"
 #include "platform/owners.h"
-#include "store/records.h"
 
 #include <array>
 #include <cstring>
@@ -16,17 +15,23 @@ namespace {
 using key = std::array<uint8_t, AES128_KEY_SIZE>;
 
 key tcp_key() {
-    const gw_cntl_t &gateway = the_gateway().shared;
-    const platform::held_mutex guard(gateway.field_mutex);
-    if (gateway.active_stat != GW_ACTIVATED) {
-        return built_in_key();
-    }
-    key own;
-    std::memcpy(own.data(), gateway.local_key, own.size());
-    return own;
+    key bytes{};
+    static_cast<void>(engr_lan_get_tcp_key(bytes.data())); // fails only without room for the key
+    return bytes;
 }
 
-int32_t parse_payload(const uint8_t *payload, uint32_t length, char **text) {
+} // namespace
+
+int32_t encrypt_text(const char *text, uint8_t **output, uint32_t *output_length) {
+    if (text == nullptr) {
+        return result_argument;
+    }
+    return aes128_ecb_encode(reinterpret_cast<const uint8_t *>(text),
+                             static_cast<uint32_t>(std::strlen(text)), output, output_length,
+                             tcp_key().data());
+}
+
+int32_t decrypt_text(const uint8_t *payload, uint32_t length, char **text) {
     if (payload == nullptr || text == nullptr) {
         return result_argument;
     }
@@ -45,35 +50,4 @@ int32_t parse_payload(const uint8_t *payload, uint32_t length, char **text) {
     return 0;
 }
 
-} // namespace
 } // namespace gateway
-
-using namespace gateway;
-
-int32_t engr_pack_data_with_cmd(uint8_t mode, const char *text, uint32_t flags, uint32_t pack_arg,
-                                uint8_t **output, uint32_t *output_length) {
-    return service(
-        call("engr_pack_data_with_cmd"),
-        [&](call_arguments &list) {
-            list.number("mode", mode)
-                .text("text", text)
-                .number("flags", flags)
-                .number("pack_arg", pack_arg);
-        },
-        [&] {
-            if (text == nullptr) {
-                return result_argument;
-            }
-            return aes128_ecb_encode(reinterpret_cast<const uint8_t *>(text),
-                                     static_cast<uint32_t>(std::strlen(text)), output,
-                                     output_length, tcp_key().data());
-        });
-}
-
-int32_t engr_parse_data_with_cmd(uint8_t mode, const uint8_t *payload, uint32_t length,
-                                 char **text) {
-    return service(
-        call("engr_parse_data_with_cmd"),
-        [&](call_arguments &list) { list.number("mode", mode).bytes("payload", payload, length); },
-        [&] { return parse_payload(payload, length, text); });
-}

@@ -7,6 +7,7 @@
 #include "store/records.h"
 #include "store/store.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <strings.h>
 #include <unistd.h>
@@ -23,8 +24,8 @@ namespace {
 constexpr std::string_view installing_setting = "firmware_installing";
 
 const field &version_field(const std::string &dev_id) {
-    return dev_id.empty() ? *find_field(gateway_fields(), "gw_sw_ver")
-                          : *find_field(device_fields(), "sw_ver");
+    return dev_id.empty() ? need_field(gateway_fields(), "gw_sw_ver")
+                          : need_field(device_fields(), "sw_ver");
 }
 
 void store_version(const firmware_target &target) {
@@ -69,7 +70,8 @@ bool is_image_in_place() {
 
 void flush_installed_name() {
     if (!flush_directory()) {
-        throw refused(std::string("the data directory cannot be flushed: ") + std::strerror(errno));
+        throw refused(
+            fmt::format("the data directory cannot be flushed: {}", std::strerror(errno)));
     }
 }
 
@@ -97,13 +99,12 @@ void enter_version(const firmware_target &target) {
 
 void verify_image(received_image &image, const char *announced_md5) {
     if (image.received() != image.size()) {
-        throw refused("only " + std::to_string(image.received()) + " of " +
-                      std::to_string(image.size()) + " bytes came");
+        throw refused(fmt::format("only {} of {} bytes came", image.received(), image.size()));
     }
     const std::string md5 = image.md5();
     if (strcasecmp(md5.c_str(), announced_md5) != 0) {
-        throw refused("the image is damaged: its MD5 is " + md5 + ", announced was " +
-                      announced_md5);
+        throw refused(fmt::format("the image is damaged: its MD5 is {}, announced was {}", md5,
+                                  announced_md5));
     }
 }
 
@@ -114,7 +115,7 @@ void check_version(const firmware_target &target) {
     try {
         check_value(version_field(target.dev_id), target.sw_ver);
     } catch (const usage_error &error) {
-        throw usage_error(std::string("the image's version ") + error.what());
+        throw usage_error(fmt::format("the image's version {}", error.what()));
     }
 }
 

@@ -1,19 +1,19 @@
 #include "subjects/groups.h"
 
-#include "gateway/group.h"
-
-#include "calls/calls.h"
 #include "calls/requests.h"
+#include "gateway_services/error.h"
 #include "store/changes.h"
 #include "store/records.h"
 #include "store/store.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace gateway {
 namespace {
 
 using nlohmann::ordered_json;
+using support::json_value;
 
 constexpr uint32_t group_operation_frame = 208;
 constexpr int64_t groups_max = 1000;
@@ -39,7 +39,7 @@ void add_members(const std::string &gid, const std::vector<std::string> &dev_ids
     }
     if (the_store().prepare("SELECT count(DISTINCT gid) FROM group_member").run_for_number() >
         groups_max) {
-        throw refused("there are " + std::to_string(groups_max) + " groups already");
+        throw refused(fmt::format("there are {} groups already", groups_max));
     }
 }
 
@@ -47,14 +47,14 @@ void remove_members(const std::string &gid, const std::vector<std::string> &dev_
     statement remove = the_store().prepare("DELETE FROM group_member WHERE gid=? AND dev_id=?");
     for (const std::string &dev_id : dev_ids) {
         if (remove.bind(1, gid).bind(2, dev_id).run() == 0) {
-            throw refused("device " + dev_id + " is not in group " + gid);
+            throw refused(fmt::format("device {} is not in group {}", dev_id, gid));
         }
     }
 }
 
 void delete_group(const std::string &gid, const std::vector<std::string> &) {
     if (the_store().prepare("DELETE FROM group_member WHERE gid=?").bind(1, gid).run() == 0) {
-        throw refused("unknown group " + gid);
+        throw refused(fmt::format("unknown group {}", gid));
     }
 }
 
@@ -77,19 +77,15 @@ const group_operation &read_group_operation_name(const json_value &op) {
 }
 
 std::vector<std::string> read_device_ids(const json_value &cids) {
-    cids.need_array();
-    if (cids.json.empty()) {
-        cids.refuse("names no device");
-    }
     std::vector<std::string> read;
-    for (std::size_t i = 0; i < cids.json.size(); ++i) {
-        read.push_back(cids.element(i).id());
+    for (const json_value &cid : cids.elements(1)) {
+        read.push_back(cid.plain_text(name_bytes_max));
     }
     return read;
 }
 
 operation_work read_group_operation(const json_value &request, ordered_json &outcome) {
-    const std::string gid = request.required("gid").id();
+    const std::string gid = request.required("gid").plain_text(name_bytes_max);
     const group_operation &operation = read_group_operation_name(request.required("op"));
     std::vector<std::string> dev_ids;
     if (operation.names_devices) {
@@ -110,9 +106,13 @@ std::vector<std::string> need_group_members(std::string_view gid) {
     const platform::held_mutex change(change_mutex());
     std::vector<std::string> members = group_members(gid);
     if (members.empty()) {
-        throw refused("unknown group " + std::string(gid));
+        throw refused(fmt::format("unknown group {}", gid));
     }
     return members;
+}
+
+int32_t operate_group(const cJSON *request) {
+    return carry_out_operation(group_operation_frame, request, read_group_operation);
 }
 
 void leave_groups(std::string_view dev_id) {
@@ -129,10 +129,3 @@ void add_groups_status(ordered_json &status) {
 }
 
 } // namespace gateway
-
-using namespace gateway;
-
-int32_t engr_sf_send_grp_oper_cmd(sf_cmd_t *command) {
-    return take_operation(call("engr_sf_send_grp_oper_cmd"), group_operation_frame, command,
-                          read_group_operation);
-}

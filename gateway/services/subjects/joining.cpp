@@ -1,16 +1,15 @@
 #include "subjects/joining.h"
 
 #include "calls/calls.h"
-#include "contracts/callbacks.h"
 #include "gateway_services/error.h"
-#include "gateway_services/host.h"
+#include "gateway_services/operate.h"
+#include "platform/owners.h"
 #include "platform/timer.h"
-#include "store/changes.h"
 #include "store/products.h"
 #include "store/records.h"
 #include "subjects/binding.h"
-#include "subjects/data_points.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -20,9 +19,7 @@
 namespace gateway {
 namespace {
 
-constexpr int32_t joining_changed = 1;
-constexpr int32_t joining_unchanged = 0;
-/** Longest wait for the next event, which is also how exact the time left is told. */
+/** Longest wait for the next event, and so the resolution of the time left in the status. */
 constexpr uint64_t joining_step_ms = 1000;
 
 /**
@@ -39,8 +36,8 @@ struct joining_state {
 };
 joining_state joining_now;
 
-/** Whether a device is yet to join: it is not in the list, or was bound before it joined, so that
- * nothing was heard of it. The gateway itself never joins; change_mutex is held. */
+/** Whether a device is yet to join: it is not in the list, or was bound but never came online. The
+ * gateway itself never joins; change_mutex is held. */
 bool is_yet_to_join(const std::string &dev_id) {
     if (is_own_id(dev_id)) {
         return false;
@@ -97,7 +94,7 @@ std::optional<site_device> end_step() {
     return *next;
 }
 
-/** The product of a device that joins: it says so itself, or it was bound as one. */
+/** The product of a device that joins: its own, else the one that it was bound with. */
 std::string product_of_joining(const site_device &device) {
     if (const field_value *pid = device.find("pid")) {
         return std::get<std::string>(*pid);
@@ -154,11 +151,11 @@ bool begin_joining(uint8_t kind, uint32_t time_s) {
 
 } // namespace
 
-void open_joining(std::vector<joining_device> waiting) {
+void joining_init(std::vector<joining_device> waiting) {
     joining_now.waiting = std::move(waiting);
 }
 
-void shut_joining() {
+void joining_shutdown() {
     if (joining_now.timer != 0) {
         sys_delete_timer(joining_now.timer);
     }
@@ -177,13 +174,13 @@ void join_device(const std::string &dev_id, const std::optional<std::string> &pi
     {
         const platform::held_mutex change(change_mutex());
         if (joining_now.left_ms == 0) {
-            throw refused("joining is closed; open it with: engr_app join open");
+            throw refused("joining is closed; an app has to open it first");
         }
         if (is_own_id(dev_id)) {
-            throw refused("'" + dev_id + "' is the gateway itself");
+            throw refused(fmt::format("'{}' is the gateway itself", dev_id));
         }
         if (!is_yet_to_join(dev_id)) {
-            throw refused("device '" + dev_id + "' has joined already");
+            throw refused(fmt::format("device '{}' has joined already", dev_id));
         }
         for (const joining_device &each : joining_now.waiting) {
             if (each.id() == dev_id) {
@@ -192,7 +189,7 @@ void join_device(const std::string &dev_id, const std::optional<std::string> &pi
         }
     }
     const auto set = [&](const char *name, const std::string &value) {
-        const field &of = *find_field(device_fields(), name);
+        const field &of = need_field(device_fields(), name);
         device.set(name, value_from_text(of, value));
     };
     set("dev_id", dev_id);
@@ -202,21 +199,13 @@ void join_device(const std::string &dev_id, const std::optional<std::string> &pi
     join(std::move(device));
 }
 
-int32_t call_permit_join(uint8_t kind, bool enable, uint32_t time_s) {
-    return service(
-        call("permit_join"),
-        [&](call_arguments &list) {
-            list.number("kind", kind).number("enable", enable).number("time", time_s);
-        },
-        [&] {
-            const platform::held_mutex change(change_mutex());
-            if (!enable || time_s == 0) {
-                close_joining();
-            } else if (!begin_joining(kind, time_s)) {
-                return joining_unchanged;
-            }
-            return joining_changed;
-        });
+bool permit_joining(uint8_t kind, uint32_t time_s) {
+    const platform::held_mutex change(change_mutex());
+    if (time_s == 0) {
+        close_joining();
+        return true;
+    }
+    return begin_joining(kind, time_s);
 }
 
 void add_joining_status(nlohmann::ordered_json &status) {

@@ -1,15 +1,12 @@
 #include "subjects/log_snapshots.h"
 
-#include "calls/calls.h"
-#include "contracts/callbacks.h"
 #include "gateway_services/error.h"
-#include "store/changes.h"
 #include "store/files.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 
 namespace gateway {
@@ -22,10 +19,9 @@ std::function<std::string(std::size_t bytes_max)> newest_log;
 /** Of the last snapshot; the agent asks for one at a time. */
 uint32_t snapshot_number;
 
+/** Holds nothing that means something to a shell. */
 std::string snapshot_name(uint32_t number) {
-    char name[32];
-    std::snprintf(name, sizeof name, "upload-%04u.log", number);
-    return name;
+    return fmt::format("{}{:04}{}", snapshot_begin, number, snapshot_end);
 }
 
 bool is_snapshot(std::string_view name) {
@@ -49,24 +45,9 @@ std::string newest_lines() {
     return log;
 }
 
-/**
- * Makes a new snapshot. One that was not taken is of no more use.
- *
- * @return its name, which means nothing to a shell wherever the gateway runs
- */
-std::string make_snapshot() {
-    if (!newest_log) {
-        throw refused("there is no log to upload");
-    }
-    unlink(snapshot_name(snapshot_number).c_str());
-    std::string name = snapshot_name(++snapshot_number);
-    write_private_file(name, newest_lines());
-    return name;
-}
-
 } // namespace
 
-void open_log_snapshots(std::function<std::string(std::size_t bytes_max)> newest) {
+void log_snapshots_init(std::function<std::string(std::size_t bytes_max)> newest) {
     newest_log = std::move(newest);
     snapshot_number = 0;
     if (!newest_log) {
@@ -80,7 +61,7 @@ void open_log_snapshots(std::function<std::string(std::size_t bytes_max)> newest
     }
 }
 
-void close_log_snapshots() {
+void log_snapshots_shutdown() {
     newest_log = nullptr;
 }
 
@@ -88,19 +69,18 @@ void add_log_status(nlohmann::ordered_json &status) {
     status["log"] = {{"upload_bytes_max", log_upload_bytes_max}};
 }
 
-int32_t call_get_log_path(char *path, uint32_t size) {
-    return service(
-        call("get_log_path"), [&](call_arguments &list) { list.number("size", size); },
-        [&] {
-            return guarded([&] {
-                const std::string name = make_snapshot();
-                if (name.size() >= size) {
-                    throw refused("the path of the log does not fit");
-                }
-                name.copy(path, name.size());
-                path[name.size()] = '\0';
-            });
-        });
+void make_log_snapshot(char *path, std::size_t size) {
+    if (!newest_log) {
+        throw refused("there is no log to upload");
+    }
+    unlink(snapshot_name(snapshot_number).c_str()); // if it was not taken, it never will be
+    const std::string name = snapshot_name(++snapshot_number);
+    write_private_file(name, newest_lines());
+    if (name.size() >= size) {
+        throw refused("the path of the log does not fit");
+    }
+    name.copy(path, name.size());
+    path[name.size()] = '\0';
 }
 
 } // namespace gateway

@@ -17,9 +17,18 @@ constexpr std::size_t log_upload_bytes_max = 96 * 1024;
  *
  * @param newest  that of open_options
  */
-void open_log_snapshots(std::function<std::string(std::size_t bytes_max)> newest);
-/** Forgets the log. */
-void close_log_snapshots();
+void log_snapshots_init(std::function<std::string(std::size_t bytes_max)> newest);
+/** Ends the module. */
+void log_snapshots_shutdown();
+
+/**
+ * Makes a new snapshot and deletes the last one.
+ *
+ * @param path  gets its name, with a NUL
+ * @param size  bytes of path
+ * @throws refused  there is no log, it cannot be read or written, or the name does not fit
+ */
+void make_log_snapshot(char *path, std::size_t size);
 
 /** Adds how much of the log is handed out. */
 void add_log_status(nlohmann::ordered_json &status);

@@ -1,10 +1,11 @@
 #include "subjects/received_image.h"
 
 #include "gateway_services/error.h"
-#include "store/disk_room.h"
-#include "store/md5_text.h"
+#include "store/files.h"
+#include "support/numbers.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,11 +18,11 @@ namespace {
 constexpr uint32_t memory_bytes_max = 64 * 1024 * 1024;
 
 [[noreturn]] void fail_file(const char *name, const char *what) {
-    throw refused(std::string(name) + " cannot be " + what + ": " + std::strerror(errno));
+    throw refused(fmt::format("{} cannot be {}: {}", name, what, std::strerror(errno)));
 }
 
 [[noreturn]] void refuse_size(uint32_t size, const std::string &why) {
-    throw refused("there is no room for an image of " + std::to_string(size) + " bytes: " + why);
+    throw refused(fmt::format("there is no room for an image of {} bytes: {}", size, why));
 }
 
 /** Makes an empty file that has the room for a whole image. */
@@ -56,7 +57,7 @@ void check_image_room(uint32_t size, uint64_t given_back, image_medium kept_in) 
         refuse_size(size, "too much for memory");
     }
     if (kept_in == image_medium::file && disk_room() + given_back < size + disk_reserve_bytes) {
-        refuse_size(size, "the disk has to keep " + std::to_string(disk_reserve_bytes) + " free");
+        refuse_size(size, fmt::format("the disk has to keep {} free", disk_reserve_bytes));
     }
 }
 
@@ -83,9 +84,8 @@ received_image::~received_image() {
 uint32_t received_image::new_bytes(uint32_t offset, uint32_t length) const {
     const uint64_t end = uint64_t{offset} + length;
     if (offset > received_ || end <= received_ || end > size_) {
-        throw refused("bytes " + std::to_string(offset) + " to " + std::to_string(end) +
-                      " came, wanted were those from " + std::to_string(received_) +
-                      " to at most " + std::to_string(size_));
+        throw refused(fmt::format("bytes {} to {} came, wanted were those from {} to at most {}",
+                                  offset, end, received_, size_));
     }
     return static_cast<uint32_t>(end - received_);
 }
@@ -106,7 +106,9 @@ void received_image::append(const uint8_t *bytes, uint32_t length) {
 }
 
 std::string received_image::md5() {
-    return md5_text(digest_);
+    uint8_t digest[MD5_DIGEST_SIZE];
+    uni_md5_final(&digest_, digest);
+    return support::to_hex({reinterpret_cast<const char *>(digest), sizeof digest});
 }
 
 void received_image::flush() {

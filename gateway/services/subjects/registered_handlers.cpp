@@ -3,10 +3,13 @@
 #include "calls/calls.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
-#include "gateway_services/host.h"
+#include "gateway_services/operate.h"
 #include "platform/owners.h"
 #include "store/records.h"
 
+#include <fmt/format.h>
+
+#include <array>
 #include <atomic>
 #include <utility>
 
@@ -21,15 +24,8 @@ std::size_t handlers_used; // guarded by change_mutex
 
 template <std::size_t Slot>
 int handle_frame(cJSON *root) {
-    return service(
-        call("lan_protocol_cb"), [&](call_arguments &list) { list.json("root", root); },
-        [&] {
-            const int32_t result = results[Slot];
-            if (result == 0) {
-                cJSON_Delete(root);
-            }
-            return result;
-        });
+    return service_taking_request(call("lan_protocol_cb"), root,
+                                  [] { return results[Slot].load(); });
 }
 
 template <std::size_t... Slot>
@@ -44,7 +40,7 @@ constexpr auto handlers = make_handlers(std::make_index_sequence<handlers_max>()
 int32_t register_frame_handler(int32_t frame_type, int32_t result) {
     const platform::held_mutex change(change_mutex());
     if (handlers_used == handlers_max) {
-        throw refused("all " + std::to_string(handlers_max) + " frame handlers are in use");
+        throw refused(fmt::format("all {} frame handlers are in use", handlers_max));
     }
     results[handlers_used] = result;
     const int32_t registered = engr_lan_protocol_register_cb(frame_type, handlers[handlers_used]);

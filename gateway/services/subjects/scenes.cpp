@@ -1,26 +1,29 @@
 #include "subjects/scenes.h"
 
-#include "gateway/scene.h"
-
-#include "calls/calls.h"
 #include "calls/requests.h"
-#include "contracts/callbacks.h"
+#include "gateway_services/error.h"
 #include "store/changes.h"
 #include "store/products.h"
 #include "store/records.h"
 #include "store/store.h"
+#include "subjects/data_points.h"
+#include "support/data_points.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <optional>
+#include <set>
 
 namespace gateway {
 namespace {
 
 using nlohmann::ordered_json;
+using support::json_value;
 
 constexpr uint32_t scene_operation_frame = 244;
 constexpr uint32_t scene_panel_frame = 248;
+constexpr std::size_t actions_max = 1000;
 
 ordered_json last_scene; // guarded by change_mutex
 
@@ -34,7 +37,7 @@ std::optional<std::string> scene_actions(std::string_view gid, std::string_view 
 }
 
 [[noreturn]] void refuse_unknown_scene(const std::string &gid, const std::string &sid) {
-    throw refused("unknown scene " + sid + " of group " + gid);
+    throw refused(fmt::format("unknown scene {} of group {}", sid, gid));
 }
 
 /** @throws refused  the device's product does not take these values from an app */
@@ -57,7 +60,7 @@ void save_scene(const std::string &gid, const std::string &sid, const std::strin
         .bind(3, actions)
         .run();
     if (the_store().prepare("SELECT count(*) FROM scene").run_for_number() > int64_t{scenes_max}) {
-        throw refused("there are " + std::to_string(scenes_max) + " scenes already");
+        throw refused(fmt::format("there are {} scenes already", scenes_max));
     }
 }
 
@@ -69,8 +72,8 @@ void delete_scene(const std::string &gid, const std::string &sid) {
 }
 
 operation_work read_scene_operation(const json_value &request, ordered_json &outcome) {
-    const std::string sid = request.required("sid").id();
-    const std::string gid = request.required("gid").id();
+    const std::string sid = request.required("sid").plain_text(name_bytes_max);
+    const std::string gid = request.required("gid").plain_text(name_bytes_max);
     const json_value op = request.required("op");
     const std::string name = op.text();
     if (name != "save" && name != "delete") {
@@ -91,28 +94,22 @@ operation_work read_scene_operation(const json_value &request, ordered_json &out
 
 /** Buttons of a panel as they are stored: [{"button": N, "sid": ID, "gid": ID}, ...]. */
 ordered_json read_buttons(const json_value &buttons) {
-    buttons.need_array();
-    auto read = ordered_json::object();
-    for (std::size_t i = 0; i < buttons.json.size(); ++i) {
-        const json_value each = buttons.element(i);
+    auto read = ordered_json::array();
+    std::set<int64_t> numbers;
+    for (const json_value &each : buttons.elements()) {
         const int64_t number = each.required("button").whole_number(1, 255);
-        ordered_json &button = read[std::to_string(number)];
-        if (!button.is_null()) {
-            each.refuse("button " + std::to_string(number) + " is given twice");
+        if (!numbers.insert(number).second) {
+            each.refuse(fmt::format("button {} is given twice", number));
         }
-        button = {{"button", number},
-                  {"sid", each.required("sid").id()},
-                  {"gid", each.required("gid").id()}};
+        read.push_back({{"button", number},
+                        {"sid", each.required("sid").plain_text(name_bytes_max)},
+                        {"gid", each.required("gid").plain_text(name_bytes_max)}});
     }
-    auto list = ordered_json::array();
-    for (const auto &[number, button] : read.items()) {
-        list.push_back(button);
-    }
-    return list;
+    return read;
 }
 
 operation_work read_panel_command(const json_value &request, ordered_json &outcome) {
-    const std::string cid = request.required("cid").id();
+    const std::string cid = request.required("cid").plain_text(name_bytes_max);
     const ordered_json buttons = read_buttons(request.required("buttons"));
     outcome = {{"cid", cid}};
     return [cid, buttons](ordered_json &done) {
@@ -125,7 +122,7 @@ operation_work read_panel_command(const json_value &request, ordered_json &outco
                 refuse_unknown_scene(gid, sid);
             }
         }
-        forget_panel(cid);
+        remove_panel(cid);
         if (!buttons.empty()) {
             the_store()
                 .prepare("INSERT INTO scene_panel(dev_id, buttons) VALUES(?, ?)")
@@ -138,6 +135,24 @@ operation_work read_panel_command(const json_value &request, ordered_json &outco
     };
 }
 
+} // namespace
+
+void scenes_shutdown() {
+    last_scene = nullptr;
+}
+
+int32_t operate_scene(const cJSON *request) {
+    return carry_out_operation(scene_operation_frame, request, read_scene_operation);
+}
+
+int32_t assign_panel(const cJSON *request) {
+    return carry_out_operation(scene_panel_frame, request, read_panel_command);
+}
+
+void remove_panel(std::string_view dev_id) {
+    the_store().prepare("DELETE FROM scene_panel WHERE dev_id=?").bind(1, dev_id).run();
+}
+
 void execute_scene(const std::string &gid, const std::string &sid) {
     std::optional<std::string> actions;
     {
@@ -147,32 +162,28 @@ void execute_scene(const std::string &gid, const std::string &sid) {
     if (!actions) {
         refuse_unknown_scene(gid, sid);
     }
-    apply_actions(*actions);
-    note_last_scene({{"gid", gid}, {"sid", sid}});
+    apply_actions(*actions, {{"gid", gid}, {"sid", sid}});
 }
 
-} // namespace
+std::string read_actions(const json_value &scene) {
+    auto read = ordered_json::array();
+    for (const json_value &action : scene.required("actions").elements(0, actions_max)) {
+        const json_value dps = action.required("dps");
+        support::check_data_points(dps, text_value_bytes_max);
+        read.push_back(
+            {{"cid", action.required("cid").plain_text(name_bytes_max)}, {"dps", dps.json}});
+    }
+    return read.dump();
+}
 
-void note_last_scene(const ordered_json &scene) {
+void apply_actions(const std::string &actions, const ordered_json &scene) {
+    std::vector<data_point_change> changes;
+    for (const ordered_json &action : ordered_json::parse(actions)) {
+        changes.push_back({action["cid"], action["dps"].dump()});
+    }
+    change_data_points(changes, change_origin::many_commands);
     const platform::held_mutex change(change_mutex());
     last_scene = scene;
-}
-
-void forget_panel(std::string_view dev_id) {
-    the_store().prepare("DELETE FROM scene_panel WHERE dev_id=?").bind(1, dev_id).run();
-}
-
-void close_scenes() {
-    last_scene = nullptr;
-}
-
-int32_t call_scene_exec(int32_t mode, const char *dev_id, const char *gid, const char *sid) {
-    return service(
-        call("scene_exec"),
-        [&](call_arguments &list) {
-            list.number("mode", mode).text("dev_id", dev_id).text("gid", gid).text("sid", sid);
-        },
-        [&] { return guarded([&] { execute_scene(gid, sid); }); });
 }
 
 void add_scenes_status(ordered_json &status) {
@@ -189,15 +200,3 @@ void add_scenes_status(ordered_json &status) {
 }
 
 } // namespace gateway
-
-using namespace gateway;
-
-int32_t engr_sf_send_scene_oper_cmd(sf_cmd_t *command) {
-    return take_operation(call("engr_sf_send_scene_oper_cmd"), scene_operation_frame, command,
-                          read_scene_operation);
-}
-
-int32_t engr_sf_send_scene_panel_cmd(sf_cmd_t *command) {
-    return take_operation(call("engr_sf_send_scene_panel_cmd"), scene_panel_frame, command,
-                          read_panel_command);
-}

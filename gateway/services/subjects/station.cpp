@@ -2,10 +2,9 @@
 
 #include "calls/calls.h"
 #include "calls/log.h"
-#include "calls/results.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
-#include "gateway_services/host.h"
+#include "gateway_services/operate.h"
 #include "platform/clock.h"
 #include "platform/owners.h"
 #include "platform/thread.h"
@@ -20,33 +19,33 @@
 namespace gateway {
 namespace {
 
-constexpr thrd_param_t joining_thread{64 * 1024, 2, "wifi_join"};
-/** Time that the station has for a network after a failure was told, before the access point comes
+constexpr thrd_param_t connect_thread{64 * 1024, 2, "wifi_connect"};
+/** Time for which the station tries on after a failure was reported, before the access point comes
  * back. */
 constexpr uint32_t station_time_ms = 5000;
 constexpr uint32_t configuring_by_access_point = 1;
 
-kelo_mutex_t access_point_mutex; // guards what follows
-thrd_handle_t joining;
-bool is_joining; /**< the thread is at work; it ends with its last step */
-bool access_points_end;
+kelo_mutex_t station_mutex; // guards what follows
+thrd_handle_t connector;    // the thread that connects
+bool is_connecting;         // until the last step of that thread
+bool is_shut_down;
 bool has_listened;
 
 bool shall_go_on() {
-    const platform::held_mutex guard(access_point_mutex);
-    return !access_points_end;
+    const platform::held_mutex guard(station_mutex);
+    return !is_shut_down;
 }
 
-void give_joining_back() {
-    const platform::held_mutex guard(access_point_mutex);
-    is_joining = false;
+void end_connecting() {
+    const platform::held_mutex guard(station_mutex);
+    is_connecting = false;
 }
 
-/** Ends the listener, unless there is none; waits for finish_cb. */
+/** Ends the listener, if there is one; waits for finish_cb. */
 void stop_listening() {
     bool listens = false;
     {
-        const platform::held_mutex guard(access_point_mutex);
+        const platform::held_mutex guard(station_mutex);
         listens = std::exchange(has_listened, false);
     }
     if (listens) {
@@ -77,11 +76,13 @@ int32_t connect_as_recorded() {
     return wf_station_connect(ssid.c_str(), password.c_str());
 }
 
-/** The network has been joined, or the access point comes back for another try. */
-void end_joining() {
+/** Ends the configuration when the station has its network, else brings the access point back. */
+void finish_configuration() {
     if (end_wifi_configuration()) {
         stop_listening();
-        guarded([] { set_gateway_field("nw_cfg_stat", "0"); });
+        guarded([] {
+            change_gateway_fields({{&need_field(gateway_fields(), "nw_cfg_stat"), int64_t{0}}});
+        });
         return;
     }
     for (;;) {
@@ -94,66 +95,66 @@ void end_joining() {
         if (result == 0) {
             return;
         }
-        GATEWAY_LOG(LOG_LEVEL_FAILURE, "nothing listens for credentials, trying on: result %d",
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "cannot listen for credentials, will try again: result %d",
                     result);
     }
 }
 
-/** Body of the thread that joins the network. The access point stays until the station has its
- * network, since a failure is told to the apps there. */
-void join_network(void *) {
+/** Body of the thread that connects. The access point stays until the station has its network,
+ * since a failure is reported to the apps there. */
+void connect_to_network(void *) {
     const int32_t result = connect_as_recorded();
     if (result == 0) {
         wf_ap_stop();
     } else {
         engr_lan_ap_nw_cfg_error_report("the Wi-Fi network cannot be joined", result);
     }
-    end_joining();
-    give_joining_back();
+    finish_configuration();
+    end_connecting();
 }
 
 /**
- * Claims the joining of a network.
+ * Claims the station for one attempt to connect.
  *
- * @return the thread of the one before, which has ended
+ * @return the thread of the last attempt, which has ended
  * @throws refused
  */
-thrd_handle_t claim_joining() {
-    const platform::held_mutex guard(access_point_mutex);
-    if (is_joining || access_points_end) {
+thrd_handle_t claim_station() {
+    const platform::held_mutex guard(station_mutex);
+    if (is_connecting || is_shut_down) {
         throw refused("a Wi-Fi network is being joined already");
     }
-    is_joining = true;
-    return std::exchange(joining, nullptr);
+    is_connecting = true;
+    return std::exchange(connector, nullptr);
 }
 
 /**
- * Starts the thread that joins the network.
+ * Starts the thread that connects.
  *
  * @return whether it runs
  */
-bool start_joining() {
-    const platform::held_mutex guard(access_point_mutex);
-    return !access_points_end &&
-           CreateAndStart(&joining, nullptr, nullptr, join_network, nullptr, &joining_thread) == 0;
+bool start_connecting() {
+    const platform::held_mutex guard(station_mutex);
+    return !is_shut_down && CreateAndStart(&connector, nullptr, nullptr, connect_to_network,
+                                           nullptr, &connect_thread) == 0;
 }
 
 /**
- * Remembers the credentials.
+ * Stores the credentials.
  *
  * @throws refused, usage_error
  */
 void take_credentials(const char *ssid, const char *passwd, const char *token) {
-    DeleteThrdHandle(claim_joining());
+    DeleteThrdHandle(claim_station());
     try {
         store_wifi(ssid, passwd == nullptr ? "" : passwd, token);
     } catch (...) {
-        give_joining_back();
+        end_connecting();
         throw;
     }
 }
 
-int call_finish_cb(const char *ssid, const char *passwd, const char *token) {
+int on_credentials(const char *ssid, const char *passwd, const char *token) {
     const auto arguments = [&](call_arguments &list) {
         list.text("ssid", ssid).secret("passwd", passwd).secret("token", token);
     };
@@ -164,10 +165,10 @@ int call_finish_cb(const char *ssid, const char *passwd, const char *token) {
             is_taken = true;
         });
     });
-    // The network is joined after the trace has told that it is going to be.
-    if (is_taken && !start_joining()) {
+    // Started here, so that finish_cb stands in the trace before wf_station_connect.
+    if (is_taken && !start_connecting()) {
         GATEWAY_LOG(LOG_LEVEL_FAILURE, "the Wi-Fi network cannot be joined: no thread");
-        give_joining_back();
+        end_connecting();
         result = result_failed;
     }
     return result;
@@ -177,10 +178,10 @@ int call_finish_cb(const char *ssid, const char *passwd, const char *token) {
 
 int32_t listen_for_credentials() {
     {
-        const platform::held_mutex guard(access_point_mutex);
+        const platform::held_mutex guard(station_mutex);
         has_listened = true;
     }
-    return engr_lan_ap_nw_cfg_start(callback_unless_absent(call("finish_cb"), call_finish_cb));
+    return engr_lan_ap_nw_cfg_start(callback_unless_absent(call("finish_cb"), on_credentials));
 }
 
 int32_t open_access_point() {
@@ -193,25 +194,25 @@ int32_t open_access_point() {
     return listen_for_credentials();
 }
 
-void open_access_points() {
-    if (kelo_hal_mutex_create_init(&access_point_mutex) != 0) {
+void station_init() {
+    if (kelo_hal_mutex_create_init(&station_mutex) != 0) {
         throw refused("no mutex could be created");
     }
-    is_joining = false;
-    access_points_end = false;
+    is_connecting = false;
+    is_shut_down = false;
     has_listened = false;
 }
 
-void close_access_points() {
+void station_shutdown() {
     thrd_handle_t ended = nullptr;
     {
-        const platform::held_mutex guard(access_point_mutex);
-        access_points_end = true;
-        ended = std::exchange(joining, nullptr);
+        const platform::held_mutex guard(station_mutex);
+        is_shut_down = true;
+        ended = std::exchange(connector, nullptr);
     }
     DeleteThrdHandle(ended);
     stop_listening();
-    kelo_hal_mutex_release(std::exchange(access_point_mutex, nullptr));
+    kelo_hal_mutex_release(std::exchange(station_mutex, nullptr));
 }
 
 } // namespace gateway

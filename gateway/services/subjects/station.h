@@ -1,11 +1,12 @@
-// The gateway as an access point that waits for its Wi-Fi network.
+// The Wi-Fi station and the access point that waits for its credentials: open_access_point and
+// listen_for_credentials of operate.h.
 #pragma once
 
 namespace gateway {
 
-/** Begins without an access point. */
-void open_access_points();
-/** Ends the listener and the joining of a network. */
-void close_access_points();
+/** Initialises the module; nothing listens. */
+void station_init();
+/** Ends the listener, and the attempt to connect. */
+void station_shutdown();
 
 } // namespace gateway

@@ -2,11 +2,9 @@
 
 #include "calls/calls.h"
 #include "calls/log.h"
-#include "calls/results.h"
-#include "contracts/callbacks.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
-#include "gateway_services/host.h"
+#include "gateway_services/operate.h"
 #include "platform/clock.h"
 #include "platform/owners.h"
 #include "platform/thread.h"
@@ -14,6 +12,7 @@
 #include "store/records.h"
 #include "subjects/firmware_install.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -40,15 +39,23 @@ constexpr uint32_t device_firmware_type = 10;
  * that tells the end. */
 constexpr uint32_t offer_end_ms = 1;
 
-/** The upgrade under way, or the last one. */
-struct upgrade_record {
-    phase now = phase::idle;
+/** What is transferred; does not change. Copied where no mutex may be held. */
+struct transfer {
     /** Tells the transfers apart; the agent hands it back with each call, which may come late. */
     uint32_t number = 0;
-    uint32_t ends_before = 0; /**< upgrade_ends when it was offered */
-    std::string dev_id;       /**< as offered; empty: the gateway */
+    std::string dev_id; /**< as offered; empty: the gateway */
     lan_fw_info_t firmware{};
     upgrade_scenario knobs;
+
+    [[nodiscard]] firmware_target target() const {
+        return {firmware.fw_kind == FW_KIND_GATEWAY ? "" : dev_id, firmware.sw_ver};
+    }
+};
+
+/** The upgrade under way, or the last one. */
+struct upgrade_record : transfer {
+    phase now = phase::idle;
+    uint32_t ends_before = 0;              /**< upgrade_ends when it was offered */
     std::unique_ptr<received_image> image; /**< while offered or receiving */
     uint32_t received = 0;
     std::string reason; /**< why it was refused or has failed */
@@ -63,7 +70,7 @@ uint32_t last_number;
 std::optional<upgrade_record> awaited;
 thrd_handle_t starter;
 bool is_installing;
-bool upgrades_end;
+bool is_shut_down;
 
 // These are for the notice of an upgrade's end, which must not wait for the mutex.
 std::atomic<uint32_t> upgrade_ends;  // how often the agent has ended an upgrade
@@ -72,14 +79,6 @@ std::atomic<bool> is_offer_standing; // the current upgrade is offered
 
 void *as_argument(uint32_t number) {
     return reinterpret_cast<void *>(static_cast<uintptr_t>(number));
-}
-
-bool is_for_gateway() {
-    return current.firmware.fw_kind == FW_KIND_GATEWAY;
-}
-
-firmware_target current_target() {
-    return {is_for_gateway() ? "" : current.dev_id, current.firmware.sw_ver};
 }
 
 std::string own_id() {
@@ -92,7 +91,7 @@ std::string shown_device() {
     return current.dev_id.empty() ? own_id() : current.dev_id;
 }
 
-/** The upgrade ends without a new version. */
+/** Ends the upgrade without a new version. */
 void give_up(phase how, const std::string &reason) {
     current.image.reset();
     current.now = how;
@@ -114,7 +113,7 @@ upgrade_record new_upgrade(std::string dev_id, const lan_fw_info_t &firmware,
     return made;
 }
 
-/** What was offered or received before is given up: the agent has one upgrade at a time. */
+/** Gives up what was offered or received before: the agent has one upgrade at a time. */
 void replace_current(upgrade_record &&by) {
     current.image.reset(); // its partial file has to be gone before the next one is made
     current = std::move(by);
@@ -126,7 +125,7 @@ void take_room() {
     current.image = std::make_unique<received_image>(current.firmware.file_size, medium);
 }
 
-/** The agent has accepted the awaited transfer. */
+/** Makes the awaited transfer the current one: the agent has accepted it. */
 void begin_awaited() {
     replace_current(std::move(*awaited));
     current.now = phase::receiving;
@@ -146,19 +145,6 @@ bool is_current(const void *cb_arg) {
     return current.now == phase::receiving && cb_arg == as_argument(current.number);
 }
 
-/** What lan_gw_start_upgrade needs, copied so that no mutex is held while the agent is called. */
-struct transfer {
-    std::string dev_id;
-    lan_fw_info_t firmware;
-    uint32_t number;
-    bool rpt_percent;
-    uint32_t chunk_size;
-};
-
-transfer transfer_of(const upgrade_record &of) {
-    return {of.dev_id, of.firmware, of.number, of.knobs.rpt_percent, of.knobs.chunk_size};
-}
-
 /**
  * Takes what is new in a chunk.
  *
@@ -170,8 +156,8 @@ uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
     const uint32_t added = image.new_bytes(offset, length);
     const uint32_t end = image.received() + added;
     if (current.knobs.fail_at && end > *current.knobs.fail_at) {
-        throw refused("byte " + std::to_string(*current.knobs.fail_at) +
-                      " cannot be taken: the scenario says so");
+        throw refused(
+            fmt::format("byte {} cannot be taken: the scenario says so", *current.knobs.fail_at));
     }
     // At least one byte is kept, so that the transfer comes to an end.
     const uint32_t back = end == image.size() ? 0 : std::min(current.knobs.remain_len, added - 1);
@@ -180,8 +166,8 @@ uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
     return back;
 }
 
-int call_get_file_cb(lan_fw_info_t *firmware, uint32_t total_size, uint32_t offset,
-                     const uint8_t *data, uint32_t length, uint32_t *remain_len, void *cb_arg) {
+int on_chunk(lan_fw_info_t *firmware, uint32_t total_size, uint32_t offset, const uint8_t *data,
+             uint32_t length, uint32_t *remain_len, void *cb_arg) {
     const auto arguments = [&](call_arguments &list) {
         list.firmware("record", firmware)
             .number("total_size", total_size)
@@ -212,7 +198,7 @@ void pass_installing_time(uint32_t time_ms) {
     for (uint32_t left_ms = time_ms; left_ms > 0;) {
         {
             const platform::held_mutex guard(upgrade_mutex);
-            if (upgrades_end) {
+            if (is_shut_down) {
                 throw refused("the gateway was stopped");
             }
         }
@@ -222,26 +208,26 @@ void pass_installing_time(uint32_t time_ms) {
     }
 }
 
-void tell_percent(const firmware_target &target, const upgrade_scenario &knobs, int32_t percent) {
-    if (knobs.rpt_percent && !target.dev_id.empty()) {
-        engr_rpt_upload_upgrade_percent(percent, target.dev_id.c_str(), 0);
+void report_percent(const transfer &of, int32_t percent) {
+    if (of.knobs.rpt_percent && !of.target().dev_id.empty()) {
+        engr_rpt_upload_upgrade_percent(percent, of.dev_id.c_str(), 0);
     }
 }
 
 /** Installs a complete image: of the gateway at once, to a device it is sent by radio first. */
-void install(received_image &image, const firmware_target &target, const lan_fw_info_t &firmware,
-             const upgrade_scenario &knobs) {
-    verify_image(image, firmware.file_md5);
+void install(received_image &image, const transfer &of) {
+    const firmware_target target = of.target();
+    verify_image(image, of.firmware.file_md5);
     check_version(target);
-    tell_percent(target, knobs, percent_sending);
-    pass_installing_time(knobs.install_ms);
+    report_percent(of, percent_sending);
+    pass_installing_time(of.knobs.install_ms);
     install_firmware(image, target);
     {
         // The agent's upgrade ends with the report below, and the next one may begin.
         const platform::held_mutex guard(upgrade_mutex);
         is_installing = false;
     }
-    tell_percent(target, knobs, percent_done);
+    report_percent(of, percent_done);
     if (target.dev_id.empty()) {
         return;
     }
@@ -255,9 +241,7 @@ void install(received_image &image, const firmware_target &target, const lan_fw_
 
 int32_t receive_outcome(bool is_complete, const void *cb_arg) {
     std::unique_ptr<received_image> image;
-    firmware_target target;
-    lan_fw_info_t firmware;
-    upgrade_scenario knobs;
+    transfer ended;
     {
         const platform::held_mutex guard(upgrade_mutex);
         if (!is_current(cb_arg)) {
@@ -270,14 +254,12 @@ int32_t receive_outcome(bool is_complete, const void *cb_arg) {
         current.now = phase::installing;
         is_installing = true;
         image = std::move(current.image);
-        target = current_target();
-        firmware = current.firmware;
-        knobs = current.knobs;
+        ended = current;
     }
     int32_t result = 0;
     std::string reason;
     try {
-        install(*image, target, firmware, knobs);
+        install(*image, ended);
     } catch (const std::exception &error) {
         result = result_failed;
         reason = error.what();
@@ -296,7 +278,7 @@ int32_t receive_outcome(bool is_complete, const void *cb_arg) {
     return result;
 }
 
-int call_ug_notify_cb(lan_fw_info_t *firmware, int result, void *cb_arg) {
+int on_outcome(lan_fw_info_t *firmware, int result, void *cb_arg) {
     const auto arguments = [&](call_arguments &list) {
         list.firmware("record", firmware).number("result", result);
     };
@@ -311,14 +293,14 @@ int call_ug_notify_cb(lan_fw_info_t *firmware, int result, void *cb_arg) {
  */
 int32_t run_transfer(const transfer &begun) {
     return lan_gw_start_upgrade(begun.dev_id.c_str(), &begun.firmware,
-                                callback_unless_absent(call("get_file_cb"), call_get_file_cb),
+                                callback_unless_absent(call("get_file_cb"), on_chunk),
                                 as_argument(begun.number),
-                                callback_unless_absent(call("ug_notify_cb"), call_ug_notify_cb),
-                                begun.rpt_percent ? 1 : 0, begun.chunk_size);
+                                callback_unless_absent(call("ug_notify_cb"), on_outcome),
+                                begun.knobs.rpt_percent ? 1 : 0, begun.knobs.chunk_size);
 }
 
 std::string start_failure(int32_t result) {
-    return "the transfer cannot be started: result " + std::to_string(result);
+    return fmt::format("the transfer cannot be started: result {}", result);
 }
 
 /**
@@ -346,7 +328,7 @@ void run_starter(void *argument) {
         if (argument == as_argument(current.number) && check_offer()) {
             current.now = phase::receiving;
             is_offer_standing = false;
-            begun = transfer_of(current);
+            begun = current;
         }
     }
     const int32_t result = begun ? run_transfer(*begun) : 0;
@@ -380,7 +362,7 @@ void need_offer_timer() {
  * @throws refused, usage_error
  */
 void take_offer() {
-    const firmware_target target = current_target();
+    const firmware_target target = current.target();
     if (current.firmware.file_size == 0) {
         throw refused("the image is empty");
     }
@@ -403,6 +385,8 @@ void take_offer() {
     }
 }
 
+} // namespace
+
 int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
     end_starter();
     const platform::held_mutex guard(upgrade_mutex);
@@ -420,21 +404,6 @@ int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
         give_up(phase::refused, error.what());
         return result_failed;
     }
-}
-
-} // namespace
-
-int32_t call_gw_lan_ug_cb(lan_fw_info_t *firmware) {
-    return service(
-        call("gw_lan_ug_cb"), [&](call_arguments &list) { list.firmware("record", firmware); },
-        [&] { return receive_offer("", *firmware); });
-}
-
-int32_t call_dev_lan_ug_cb(const char *dev_id, lan_fw_info_t *firmware) {
-    return service(
-        call("dev_lan_ug_cb"),
-        [&](call_arguments &list) { list.text("dev_id", dev_id).firmware("record", firmware); },
-        [&] { return receive_offer(dev_id, *firmware); });
 }
 
 static upgrade_record wanted_upgrade(const upgrade_start &wanted) {
@@ -455,13 +424,13 @@ int32_t start_upgrade(const upgrade_start &wanted) {
     {
         const platform::held_mutex guard(upgrade_mutex);
         if (is_installing) {
-            throw refused("the image of " + shown_device() + " is being installed");
+            throw refused(fmt::format("the image of {} is being installed", shown_device()));
         }
         settle_installation();
         upgrade_record next = wanted_upgrade(wanted);
         check_image_room(next.firmware.file_size, current.image ? current.image->size() : 0,
                          medium);
-        begun = transfer_of(next);
+        begun = next;
         awaited = std::move(next);
     }
     const int32_t result = run_transfer(begun);
@@ -485,20 +454,20 @@ void note_upgrade_end() {
     }
 }
 
-void open_upgrades(const upgrade_scenario &scenario, image_medium kept_in) {
+void upgrade_init(const upgrade_scenario &scenario, image_medium kept_in) {
     if (kelo_hal_mutex_create_init(&upgrade_mutex) != 0) {
         throw refused("no mutex could be created");
     }
     scenario_knobs = scenario;
     medium = kept_in;
     is_installing = false;
-    upgrades_end = false;
+    is_shut_down = false;
 }
 
-void stop_upgrades() {
+void upgrade_stop() {
     {
         const platform::held_mutex guard(upgrade_mutex);
-        upgrades_end = true;
+        is_shut_down = true;
     }
     end_starter();
     is_offer_standing = false;
@@ -507,7 +476,7 @@ void stop_upgrades() {
     }
 }
 
-void close_upgrades() {
+void upgrade_shutdown() {
     current = {};
     awaited.reset();
     kelo_hal_mutex_release(std::exchange(upgrade_mutex, nullptr));

@@ -1,6 +1,7 @@
 // The upgrade service: takes an offered image, has it transferred chunk by chunk, and installs it.
 #pragma once
 
+#include "gateway/upgrade.h"
 #include "gateway_services/scenario.h"
 #include "subjects/received_image.h"
 
@@ -9,22 +10,30 @@
 namespace gateway {
 
 /**
- * Begins without an upgrade.
+ * Initialises the module; there is no upgrade.
  *
  * @param kept_in  where images are kept
  */
-void open_upgrades(const upgrade_scenario &scenario, image_medium kept_in);
-/** Has an installation given up; no call of the service's own is under way when it returns. The
- * agent has been stopped. */
-void stop_upgrades();
+void upgrade_init(const upgrade_scenario &scenario, image_medium kept_in);
+/** Gives an installation up, and waits for the service's own calls of the agent, which has been
+ * stopped. */
+void upgrade_stop();
 /** Forgets the last upgrade, after the agent's last call. */
-void close_upgrades();
+void upgrade_shutdown();
+
+/**
+ * Takes an image that an app offers, or refuses it.
+ *
+ * @param dev_id  device; empty: the gateway
+ * @return 0; else it is refused
+ */
+int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware);
 
 /** The agent has ended an upgrade: an offer whose transfer has not begun is given up soon after.
- * Any thread; waits for nothing. */
+ * Any thread; never waits. */
 void note_upgrade_end();
 
-/** Adds what has become of the last upgrade. */
+/** Adds the last upgrade. */
 void add_upgrade_status(nlohmann::ordered_json &status);
 
 } // namespace gateway

@@ -45,6 +45,12 @@ std::span<const field> gateway_fields();
 std::span<const field> device_fields();
 /** @return the field of that name, or null */
 const field *find_field(std::span<const field> fields, std::string_view name);
+/**
+ * The same, when the name comes from outside.
+ *
+ * @throws usage_error  there is no such field
+ */
+const field &need_field(std::span<const field> fields, std::string_view name);
 /** All names, separated by ", ", for messages. */
 std::string field_names(std::span<const field> fields);
 

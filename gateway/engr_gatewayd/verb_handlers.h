@@ -6,7 +6,7 @@
 
 namespace gatewayd {
 
-/** Carries out one request line and makes the line of its answer. Any thread; does not throw. */
+/** Carries out one request line and returns the reply line. Any thread; does not throw. */
 std::string answer_request(std::string_view line);
 
 } // namespace gatewayd
