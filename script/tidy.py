@@ -57,7 +57,7 @@ HEAVY_HEADERS = re.compile(r"nlohmann/json\.hpp|CLI/|asio|spdlog/|gmock/|benchma
 CXX = r"\.(c|cc|cpp|h|hpp)$"
 IN_AGENT = "^" + re.escape(AGENT) + ".*" + CXX
 ANY = r""
-ONE_HAND = r"^(platform|svc_engineering_mode|support|app)/.*" + CXX
+ONE_HAND = r"^(platform|svc_engineering_mode|support|gateway|app)/.*" + CXX
 
 # Rules of one line: name, paths, text seen (code: without comments and strings), pattern, what to do.
 LINE_RULES = (
