@@ -1,6 +1,8 @@
 // A gateway in access-point mode gets its network, or says that it cannot join it.
 #include "story_gateway.h"
 
+#include "lan_client/frame_types.h"
+
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -18,7 +20,8 @@ struct access_point : agent_test {
     }
 
     void send(const std::string &json) {
-        app.send(credentials_port, lan_client::encode_request(0, 1, json));
+        app.send(credentials_port,
+                 lan_client::encode_request(0, lan_client::frame_type::ap_nw_cfg, json));
         world.run_until_idle();
     }
     /** Text of the next datagram. */

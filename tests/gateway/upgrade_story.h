@@ -5,6 +5,7 @@
 #include "story_gateway.h"
 
 #include "gateway/device.h"
+#include "lan_client/frame_types.h"
 #include "platform/crypto.h"
 
 #include <gmock/gmock.h>
@@ -12,10 +13,7 @@
 
 #include <set>
 
-constexpr uint32_t check_version = 250;
-constexpr uint32_t device_info = 229;
-constexpr uint32_t start = 230;
-constexpr uint32_t chunk = 231;
+namespace frame_type = lan_client::frame_type;
 
 inline std::string md5_of(std::string_view bytes) {
     uni_md5_context_t context;
@@ -70,8 +68,9 @@ struct upgrade_app {
                             {"fileMd5", what.md5},
                             {"cid", what.cid},
                             {"firmwareType", what.cid.empty() ? 0 : 10}};
-        app.ask(what.cid.empty() ? check_version : device_info, told.dump(), true);
-        return app.ask(start, told.dump(), true);
+        app.ask(what.cid.empty() ? frame_type::chk_soft_ver : frame_type::dev_upgrade_info,
+                told.dump(), true);
+        return app.ask(frame_type::dev_upgrade, told.dump(), true);
     }
     /** The next request for a chunk, as "OFFSET+SIZE"; "nothing" when none comes. Progress goes to
      * percents, other frames to others. */
@@ -80,10 +79,10 @@ struct upgrade_app {
             const std::string text =
                 lan_client::decrypt(app.key, frame->payload).value_or("(undecryptable)");
             const auto json = nlohmann::json::parse(text, nullptr, false);
-            if (frame->type == chunk) {
+            if (frame->type == frame_type::download_firmware) {
                 return json["offset"].dump() + "+" + json["downloadSize"].dump();
             }
-            if (frame->type == 232) {
+            if (frame->type == frame_type::upgrade_percent_rpt) {
                 percents.push_back(json["progress"]);
             } else {
                 others.push_back(std::to_string(frame->type) + text);
@@ -105,7 +104,8 @@ struct upgrade_app {
             if (size == 0) {
                 break;
             }
-            app.send(0, chunk, chunk_of(bytes.substr(offset, size), offset));
+            app.send(0, frame_type::download_firmware,
+                     chunk_of(bytes.substr(offset, size), offset));
         }
         return requests;
     }

@@ -102,20 +102,30 @@ TEST_F(upgrade_service, keeps_the_old_version_when_an_upgrade_fails_and_takes_th
         {"{}", [](upgrade_app &a, sim::world &) { a.serve("012345678X"); },
          "the image is damaged: its MD5 is "},
         {R"({"chunk_size": 4})",
-         [](upgrade_app &a, sim::world &) { a.app.send(0, chunk, chunk_of("67", 6)); },
+         [](upgrade_app &a, sim::world &) {
+             a.app.send(0, frame_type::download_firmware, chunk_of("67", 6));
+         },
          "bytes 6 to 8 came, wanted were those from 0 to at most 10"},
         {R"({"chunk_size": 4})",
          [](upgrade_app &a, sim::world &) {
-             a.app.send(0, chunk, chunk_of("0123", 0));
-             a.app.send(0, chunk, chunk_of("12", 1));
+             a.app.send(0, frame_type::download_firmware, chunk_of("0123", 0));
+             a.app.send(0, frame_type::download_firmware, chunk_of("12", 1));
          },
          "bytes 1 to 3 came, wanted were those from 4 to at most 10"},
-        {"{}", [](upgrade_app &a, sim::world &) { a.app.send(0, chunk, chunk_of("", 0)); },
+        {"{}",
+         [](upgrade_app &a, sim::world &) {
+             a.app.send(0, frame_type::download_firmware, chunk_of("", 0));
+         },
          "bytes 0 to 0 came"},
         {"{}",
-         [](upgrade_app &a, sim::world &) { a.app.send(0, chunk, chunk_of("0123456789X", 0)); },
+         [](upgrade_app &a, sim::world &) {
+             a.app.send(0, frame_type::download_firmware, chunk_of("0123456789X", 0));
+         },
          "bytes 0 to 11 came"},
-        {"{}", [](upgrade_app &a, sim::world &) { a.app.send(0, chunk, chunk_of("9", 4000)); },
+        {"{}",
+         [](upgrade_app &a, sim::world &) {
+             a.app.send(0, frame_type::download_firmware, chunk_of("9", 4000));
+         },
          "the app left, fell silent or sent more than the image"},
         {"{}", [](upgrade_app &a, sim::world &) { a.app.peer.close(); }, "the app left"},
         {"{}", [](upgrade_app &, sim::world &w) { w.run_for(40'001); }, "fell silent"},
@@ -169,7 +179,7 @@ TEST_F(upgrade_service, starts_a_transfer_by_itself) {
     EXPECT_EQ(upgrade_state(), "offered");
     EXPECT_EQ(gateway::start_upgrade({.chunk_size = 5, .percent = false, .remain = 1}), 0);
     EXPECT_EQ(app.next_request(), "0+5");
-    app.app.send(0, chunk, chunk_of(what.bytes.substr(0, 5), 0));
+    app.app.send(0, frame_type::download_firmware, chunk_of(what.bytes.substr(0, 5), 0));
     EXPECT_EQ(app.next_request(), "4+5");
     EXPECT_EQ(gateway::start_upgrade({}), 0) << "a second one begins anew";
     EXPECT_EQ(app.serve(what.bytes), "0+10 10+0");
@@ -193,7 +203,7 @@ TEST_F(upgrade_service, keeps_what_it_receives_when_another_start_is_not_accepte
     EXPECT_EQ(gateway::start_upgrade({.cid = "gw0001", .file_size = 3}), ENGR_ERR_ARGUMENT);
     EXPECT_EQ(upgrade_status()["device"], "lamp");
     gateway::set_callback("ug_notify_cb", gateway::callback_mode::present);
-    app.app.send(0, chunk, chunk_of("01234", 0));
+    app.app.send(0, frame_type::download_firmware, chunk_of("01234", 0));
     EXPECT_EQ(app.serve(what.bytes), "5+5 10+0");
     EXPECT_TRUE(comes_to(world, {"installed"})) << upgrade_status();
     EXPECT_EQ(version_of("lamp"), what.version);
@@ -206,8 +216,8 @@ TEST(upgrade_service_offers, that_end_before_their_transfer_leave_nothing) {
         {
             upgrade_app app = story.connect();
             const nlohmann::json told{{"swVer", "3"}, {"fileSize", 10}, {"fileMd5", md5_of("")}};
-            app.app.ask(check_version, told.dump(), true);
-            app.app.send_encrypted(7, start, R"({"cid":"","firmwareType":0})");
+            app.app.ask(frame_type::chk_soft_ver, told.dump(), true);
+            app.app.send_encrypted(7, frame_type::dev_upgrade, R"({"cid":"","firmwareType":0})");
             world.run_for(world.seed() % 3);
             app.app.peer.close();
         }
