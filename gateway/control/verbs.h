@@ -25,22 +25,22 @@ struct verb {
 
 /** All verbs. */
 inline constexpr verb verbs[] = {
-    {"status", "", 0, 0,
-     "Shows what the gateway is, has been told and does, with faults and callbacks"},
+    {"status", "", 0, 0, "Shows the state of gateway and agent, with faults and callbacks"},
     {"set", "FIELD VALUE", 2, 2, "Sets a field of the gateway record; '' empties a text"},
     {"device", "ID FIELD VALUE", 3, 3, "Sets a field of a device"},
     {"report", "ID DPS-JSON", 2, 2, "A device reports data points, as in '{\"1\": true}'"},
     {"join", "ID [PID]", 1, 2, "A device joins at once; joining has to be open"},
     {"network", "up|down", 1, 1, "Takes the gateway's network down, and up again"},
     {"ip", "ADDRESS|auto", 1, 1,
-     "What the platform reports as the gateway's address; '' for none, auto for the real one"},
-    {"wifi-config-needed", "0|1", 1, 1, "Whether the gateway still needs Wi-Fi configuration"},
-    {"wifi-mode", "N", 1, 1, "Work mode of the Wi-Fi layer; 4 is the own access point"},
+     "Sets the address that the platform reports; '' for none, auto for the real one"},
+    {"wifi-config-needed", "0|1", 1, 1, "Sets whether the gateway needs Wi-Fi configuration"},
+    {"wifi-mode", "N", 1, 1, "Sets the work mode of the Wi-Fi layer; 4 is its own access point"},
     {"airkiss", "STATUS ACTIVE", 2, 2,
-     "Wi-Fi station status (4, 6 and 7 are connected), and 1 when active"},
+     "Sets the Wi-Fi station status (4, 6 and 7: connected), and 1 for active"},
     {"fault", "SERVICE RESULT|off", 2, 2,
      "Makes a service return RESULT instead of doing its work"},
-    {"callback", "NAME RESULT|absent|present", 2, 2, "Makes a callback absent, or return RESULT"},
+    {"callback", "NAME RESULT|absent|present", 2, 2,
+     "Makes a callback return RESULT, removes it, or restores it"},
     {"register", "FRAME_TYPE RESULT", 2, 2, "Registers a frame handler that returns RESULT"},
     {"upgrade", "start [OPTION VALUE...]", 1, 11,
      "The service starts a transfer; --cid ID, --file-size N, --chunk-size N, --percent 0|1, "
@@ -48,7 +48,7 @@ inline constexpr verb verbs[] = {
     {"call", "FUNCTION [ARG...]", 1, 16, "Calls an exported function of the agent"},
 };
 
-/** @return what is wrong with the verb or the number of its arguments; empty when nothing is */
+/** @return the error in the verb or the number of its arguments; empty when both are right */
 std::string usage_fault(std::string_view name, std::size_t argument_count);
 
 /** A verb with its arguments. */
@@ -66,9 +66,9 @@ std::string request_line(const request &asked);
 /** @return the request of a line; its verb is empty when the line is no request */
 request parse_request(std::string_view line);
 
-/** The line of a good answer. */
+/** The reply line of a request that succeeded. */
 std::string result_line(const nlohmann::ordered_json &result);
-/** The line of a refusal. */
+/** The reply line of a request that failed. */
 std::string error_line(std::string_view message, bool is_usage);
 
 } // namespace control

@@ -14,7 +14,7 @@ std::atomic<int32_t> last_mode;
 
 int32_t start_agent(int32_t mode) {
     const int32_t result = engr_lan_pro_cntl_init(mode);
-    // Starting what is started changes nothing, its mode neither.
+    // A second start changes nothing, nor the mode.
     if (result == 0 && !started.exchange(true)) {
         last_mode = mode;
     }

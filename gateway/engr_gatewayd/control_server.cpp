@@ -82,7 +82,7 @@ struct control_server::client {
     }
 
     /**
-     * Goes on with what can be done now.
+     * Reads or writes as much as is possible without waiting.
      *
      * @return false when the connection has served its purpose
      */

@@ -11,7 +11,7 @@
 
 namespace gatewayd {
 
-/** What was read, and where the trace goes. */
+/** The files' contents, and the open trace file. */
 struct input_files {
     gateway::site site;
     gateway::scenario scenario;

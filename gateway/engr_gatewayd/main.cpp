@@ -41,7 +41,7 @@ sigset_t block_signals() {
         sigaddset(&stopping, number);
     }
     pthread_sigmask(SIG_BLOCK, &stopping, nullptr);
-    // A peer that left and a file that may not grow are failures of a write, not the end.
+    // A closed peer and a file size limit are errors of a write, not the end of the process.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     return stopping;
@@ -74,7 +74,7 @@ void check_directory(const std::string &data_dir) {
     }
 }
 
-/** Makes the data directory this process's own, for as long as it lives. */
+/** Locks the data directory until the process ends. */
 void lock_directory(const std::string &data_dir) {
     const int fd = open(control::lock_name, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) {
@@ -87,7 +87,7 @@ void lock_directory(const std::string &data_dir) {
     }
 }
 
-/** Holds everything that lives between start and stop, in the order in which it has to end. */
+/** The open gateway; its end stops agent, services and port in that order. */
 class running_gateway {
   public:
     running_gateway(const options &chosen, input_files &inputs) {
@@ -128,8 +128,8 @@ void configure_network(const options &chosen) {
 
 void run(const options &chosen, input_files &inputs) {
     const sigset_t stopping = block_signals();
-    // Files of the gateway's own are private by the mode they are made with. What the agent makes
-    // has the permissions that it asks for.
+    // The gateway's own files are created private. Files of the agent get the permissions that it
+    // asks for.
     umask(022);
     control::enter_directory(chosen.data_dir, true);
     check_directory(chosen.data_dir);

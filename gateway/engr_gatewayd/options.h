@@ -9,7 +9,7 @@ namespace gatewayd {
 constexpr int exit_failed = 1; /**< the gateway could not run */
 constexpr int exit_usage = 2;  /**< wrong usage, or a file that cannot be read */
 
-/** What the command line says. */
+/** The options of the command line. */
 struct options {
     std::string interface = "lo";
     std::string address; /**< empty: the interface's */
@@ -25,7 +25,7 @@ struct options {
 /** The address that is served at the moment; empty when there is none. */
 std::string served_address(const options &chosen);
 
-/** What parsing leads to: the options, or the end of the program with a status. */
+/** Result of parsing: the options, or the exit status of a program that ends at once. */
 struct parsed_options {
     options chosen;
     bool ends = false;

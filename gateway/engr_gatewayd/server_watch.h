@@ -1,11 +1,11 @@
-// Tells the user what becomes of the agent's server.
+// Messages to the user about the state of the agent's server.
 #pragma once
 
 #include <string>
 
 namespace gatewayd {
 
-/** Prints the ready line when the server first listens, and says when its port is taken. */
+/** Prints the ready line when the server first listens, and a message when its port is taken. */
 void watch_server(const std::string &interface, const std::string &address);
 
 /**

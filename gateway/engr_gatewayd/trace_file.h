@@ -17,7 +17,7 @@ class trace_file {
     explicit trace_file(int descriptor);
     trace_file(const trace_file &) = delete;
     trace_file &operator=(const trace_file &) = delete;
-    /** Writes what is left. */
+    /** Writes the queued lines. */
     ~trace_file();
 
     /** Starts the thread that writes what write_soon takes. */

@@ -8,7 +8,7 @@
 
 namespace gateway {
 
-/** What a call returns, and so what a scenario can make it return. */
+/** The type that a call returns, and so the results that a fault can have. */
 enum class call_kind : uint8_t {
     number,  /**< a 32-bit result code or number */
     byte,    /**< 0 to 255 */
@@ -26,7 +26,7 @@ struct call_info {
     bool may_wait = true; /**< false: the agent calls it where nothing may wait for a file */
 };
 
-/** Every service and callback there is. */
+/** All services and callbacks. */
 inline constexpr std::array call_table = {
     call_info{"engr_get_gw_ext_stat", call_kind::byte},
     call_info{"engr_set_gw_ext_stat", call_kind::nothing, false, true, false},

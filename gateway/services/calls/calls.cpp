@@ -20,7 +20,7 @@ constexpr int64_t normal_work = std::numeric_limits<int64_t>::min();
 /** A callback that is absent. */
 constexpr int64_t absent = normal_work + 1;
 
-/** What one call does at present. Atomic, since some calls must not wait for a mutex. */
+/** Behaviour of one call. Atomic, since some calls must not wait for a mutex. */
 struct call_state {
     std::atomic<int64_t> behaviour{normal_work};
     std::atomic<uint64_t> count{0};

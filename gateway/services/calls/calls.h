@@ -19,7 +19,7 @@ namespace gateway {
 /** Results of the services' own failures. */
 constexpr int32_t result_failed = -1;
 constexpr int32_t result_argument = -2; /**< a required argument is absent, or is malformed */
-constexpr int32_t result_not_text = -6; /**< what was decrypted is no text */
+constexpr int32_t result_not_text = -6; /**< the decrypted bytes are no text */
 
 /** Takes a trace line; see open_options. */
 using line_sink = std::function<void(std::string_view)>;

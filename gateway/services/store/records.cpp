@@ -195,7 +195,7 @@ void list_device(const site_device &from) {
     const platform::held_mutex guard(record.shared.dev_mutex);
     device_record &device = make_record(from.id());
     dev_cntl_t *fields = &device;
-    // Whoever still holds the record of a device that comes back may be reading its id.
+    // The id is not written: another thread may hold the old record and read it.
     const field *id_field = &device_fields().front();
     for (const field &of : device_fields().subspan(1)) {
         write_field(fields, of, is_number(of) ? field_value(int64_t{0}) : field_value(""));

@@ -16,13 +16,13 @@
 
 namespace gateway {
 
-/** The gateway record with what the agent does not know. */
+/** The gateway record with the fields that the agent does not know. */
 struct gateway_record {
     gw_cntl_t shared; /**< what the agent sees */
     int32_t channel;  /**< Zigbee radio channel */
 };
 
-/** Most devices that a gateway may ever have had since it was opened. */
+/** Most device records since the gateway was opened: those of devices that left are kept. */
 constexpr std::size_t device_records_max = 65'536;
 
 /** An object of data points that has none. */
@@ -30,8 +30,9 @@ constexpr std::string_view no_data_points = "{}";
 /** Setting that keeps the data points of the gateway's own device while that is not in the list. */
 constexpr std::string_view own_device_dps_setting = "own_device_dps";
 
-/** A device record with what the agent does not know. Lives until the gateway is closed, so that a
- * record handed out stays valid when its device leaves; a device that comes back gets it again. */
+/** A device record with the fields that the agent does not know. Lives until the gateway is closed,
+ * so that a record handed out stays valid when its device leaves; a device that comes back gets it
+ * again. */
 struct device_record : dev_cntl_t {
     std::string dps =
         std::string(no_data_points); /**< data points, JSON object; guarded by dev_mutex */
@@ -40,7 +41,7 @@ struct device_record : dev_cntl_t {
 
 /** The one gateway record. */
 gateway_record &the_gateway();
-/** The extended state: what the gateway is doing, so it is not stored. */
+/** The extended state. It says what the gateway is doing, and is not stored. */
 std::atomic<uint8_t> &extended_state();
 /** Held over every lasting change. */
 kelo_mutex_t change_mutex();
@@ -59,7 +60,7 @@ device_record *find_device(std::string_view dev_id);
 /** The device in the list, or null. Takes dev_mutex. */
 device_record *find_listed_device(std::string_view dev_id);
 /**
- * The device that find_device tells.
+ * The device that find_device returns.
  *
  * @throws refused  there is none
  */

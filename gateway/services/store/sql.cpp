@@ -34,7 +34,7 @@ const char *plain_names_layer() {
 /**
  * Makes the file of a new database private, its log and journal get the same permissions.
  *
- * @throws refused  something else has the name; what cannot be opened is told by the library
+ * @throws refused  the name belongs to something else; other errors are left to the library
  */
 void make_private_file(const std::string &path) {
     const int fd =

@@ -1,5 +1,5 @@
-// What lasts, in an SQLite database: the gateway's fields, its devices and its settings. What else
-// lasts is read and written by the subject that it belongs to, through prepare.
+// The SQLite database: the gateway's fields, its devices and its settings. Each subject reads and
+// writes its own tables through prepare.
 //
 // Every change is one transaction of its own unless one is open, and lasting when its function
 // returns. Called with change_mutex held, or before anybody else runs. All functions throw refused
@@ -21,13 +21,13 @@ class store {
     /** Opens a database, creating it when there is none. */
     explicit store(const std::string &path);
 
-    /** Whether no gateway has lived in it yet. */
+    /** Whether the database is empty. */
     [[nodiscard]] bool is_new();
-    /** Begins a gateway's life, all or nothing. */
+    /** Fills a new database, all or nothing. */
     void begin_life(const site &first);
-    /** Brings a database of an older version up to date, all or nothing. */
+    /** Migrates a database of an older version, all or nothing. */
     void update_schema();
-    /** Reads everything back. What cannot be right any more is refused. */
+    /** Reads everything back; throws refused for an invalid value. */
     site load();
 
     /** Changes a field of the gateway. */

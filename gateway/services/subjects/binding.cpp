@@ -19,7 +19,7 @@ namespace {
 
 using support::json_value;
 
-/** What apps are told of a new device. */
+/** The fields that are reported of a new device. */
 struct product_of_device {
     std::string dev_id;
     std::string pid;

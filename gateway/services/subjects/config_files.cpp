@@ -126,8 +126,7 @@ void config_files_shutdown() {
         return;
     }
     with_both([](const char *name) {
-        // Without a push under way what is there was pushed so, whatever it is; unless it was cut
-        // by a lack of room.
+        // No push is under way, so the file is as the app pushed it, unless the disk was full.
         if (is_whole_file(name)) {
             keep_whole(name);
         } else if (disk_room() >= config_bytes_max) {

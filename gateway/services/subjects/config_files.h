@@ -1,6 +1,6 @@
 // The configuration files of the working directory. The agent truncates and then writes them, and
-// does not say whether it succeeded; so the last whole one of each is kept beside it, for the case
-// that the gateway is killed in between.
+// does not report success; so the last complete one of each is kept beside it, in case the gateway
+// is killed in between.
 #pragma once
 
 #include <string>
@@ -20,11 +20,11 @@ void config_files_init(bool keeps_files);
 void config_files_shutdown();
 
 /**
- * Makes ready for whatever the agent does with a configuration: what would hold it up or lead it
- * out of the directory is removed, and what is whole is kept.
+ * Prepares the directory for the agent, which may write a configuration: removes pipes and links,
+ * and keeps copies of complete files.
  *
- * @return the directory, ending in a separator; one that does not exist when a configuration could
- * not be written whole, so that the old one is not truncated
+ * @return the directory, ending in a separator; one that does not exist when there is no room for a
+ * configuration, so that the old one is not truncated
  */
 const char *prepare_config_directory();
 /**

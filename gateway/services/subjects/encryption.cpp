@@ -42,7 +42,7 @@ int32_t decrypt_text(const uint8_t *payload, uint32_t length, char **text) {
     if (result != 0) {
         return result;
     }
-    // A NUL inside would hide what stands behind it from everybody who reads the text.
+    // A NUL inside would cut the text for every reader.
     if (std::memchr(plain.get(), 0, plain_length) != nullptr) {
         return result_not_text;
     }

@@ -19,8 +19,8 @@
 namespace gateway {
 namespace {
 
-/** What is being installed, as {"dev_id": ID, "sw_ver": TEXT}. While it stands, the image is in
- * place if and only if there is no partial file. */
+/** The installation under way, as {"dev_id": ID, "sw_ver": TEXT}. While it is recorded, the image
+ * is in place if and only if there is no partial file. */
 constexpr std::string_view installing_setting = "firmware_installing";
 
 const field &version_field(const std::string &dev_id) {
@@ -38,7 +38,7 @@ void store_version(const firmware_target &target) {
     the_store().erase_setting(installing_setting);
 }
 
-/** Says in the store what is about to be installed. */
+/** Records in the store what is about to be installed. */
 void announce_installation(const firmware_target &target) {
     lasting_change change;
     const nlohmann::json told{{"dev_id", target.dev_id}, {"sw_ver", target.sw_ver}};
@@ -141,7 +141,8 @@ void install_firmware(received_image &image, const firmware_target &target) {
     try {
         image.install(target.dev_id.empty() ? gateway_image_name : device_image_name);
     } catch (const refused &) {
-        // As long as it is announced, the partial file tells that the image is not in place.
+        // While the installation is recorded, the partial file means that the image is not in
+        // place.
         image.keep_name(true);
         forget_installation_announced();
         image.keep_name(false);

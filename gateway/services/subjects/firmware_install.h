@@ -1,4 +1,4 @@
-// Which firmware is installed: image and version change together, whatever happens meanwhile.
+// Installation of firmware: image and version change together, also when the gateway is killed.
 #pragma once
 
 #include "subjects/received_image.h"
@@ -24,7 +24,7 @@ struct firmware_target {
  */
 void verify_image(received_image &image, const char *announced_md5);
 /**
- * Refuses a version that cannot be told to apps.
+ * Refuses a version that cannot be reported to apps.
  *
  * @throws usage_error
  */
@@ -39,7 +39,7 @@ std::string installed_version(const std::string &dev_id);
 /**
  * Makes a complete image the installed one, and its version that of the target in the store; of the
  * gateway also in its record, a device's record is left to the agent. After a kill at any moment
- * the store tells of the image that is there.
+ * the store matches the installed image.
  *
  * @throws refused  nothing has changed; or image and version could not both be stored, which the
  * next recover_installation sets right
@@ -47,16 +47,16 @@ std::string installed_version(const std::string &dev_id);
 void install_firmware(received_image &image, const firmware_target &target);
 
 /**
- * Completes an installation whose image is in place, but whose version could not be stored; before
- * another image is received, whose partial file would make it look as if it had never been.
+ * Completes an installation whose image is in place, but whose version could not be stored. Called
+ * before another image is received, whose partial file would make it look unfinished.
  *
  * @throws refused  it still cannot be completed
  */
 void settle_installation();
 
 /**
- * Completes an installation that was cut after its image was in place, and forgets what else is
- * left over. Before the store is read.
+ * Completes an installation that was interrupted after its image was in place, and removes other
+ * leftovers. Called before the store is read.
  *
  * @throws refused
  */

@@ -58,7 +58,7 @@ void delete_group(const std::string &gid, const std::vector<std::string> &) {
     }
 }
 
-/** What can be done to a group. */
+/** The operations on a group. */
 struct group_operation {
     const char *name;
     void (*change)(const std::string &gid, const std::vector<std::string> &dev_ids);

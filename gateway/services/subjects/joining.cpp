@@ -74,13 +74,13 @@ bool start_step() {
 }
 
 /**
- * Counts the step that is over.
+ * Counts the elapsed step.
  *
- * @return the device whose time has come, if any
+ * @return the device that is due to join, if any
  */
 std::optional<site_device> end_step() {
     const platform::held_mutex change(change_mutex());
-    // A timer that was started anew has another step to count; one that was stopped has none.
+    // The timer was stopped or restarted while this callback waited for the mutex.
     if (joining_now.left_ms == 0 || IsThisSysTimerRun(joining_now.timer) == 1) {
         return std::nullopt;
     }

@@ -32,7 +32,7 @@ int make_partial_file(uint32_t size) {
     if (fd < 0) {
         fail_file(partial_image_name, "made");
     }
-    // A file system that cannot promise room tells at the write that finds none.
+    // A file system without fallocate fails at the write instead.
     if (size != 0 && fallocate(fd, 0, 0, size) != 0 && errno != EOPNOTSUPP) {
         const std::string why = std::strerror(errno);
         ::close(fd);

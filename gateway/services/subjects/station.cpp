@@ -20,8 +20,8 @@ namespace gateway {
 namespace {
 
 constexpr thrd_param_t connect_thread{64 * 1024, 2, "wifi_connect"};
-/** Time for which the station tries on after a failure was reported, before the access point comes
- * back. */
+/** Delay between a reported failure and the return of the access point; the station goes on trying.
+ */
 constexpr uint32_t station_time_ms = 5000;
 constexpr uint32_t configuring_by_access_point = 1;
 
@@ -60,7 +60,7 @@ bool is_configuring() {
 }
 
 /**
- * Connects the station with what the record says.
+ * Connects the station with the credentials in the record.
  *
  * @return the Wi-Fi layer's result
  */

@@ -24,7 +24,7 @@
 namespace gateway {
 namespace {
 
-/** How far an upgrade has come. */
+/** State of an upgrade. */
 enum class phase : uint8_t { idle, offered, receiving, installing, installed, refused, failed };
 constexpr const char *phase_names[] = {"idle",      "offered", "receiving", "installing",
                                        "installed", "refused", "failed"};
@@ -35,13 +35,13 @@ constexpr uint32_t installing_step_ms = 20;
 constexpr int32_t percent_sending = 99; /**< the device is getting its image */
 constexpr int32_t percent_done = 100;
 constexpr uint32_t device_firmware_type = 10;
-/** Time after which an offer is given up whose upgrade has ended: soon, but not inside the call
- * that tells the end. */
+/** Delay after which an offer is given up whose upgrade has ended: not inside the call that reports
+ * the end. */
 constexpr uint32_t offer_end_ms = 1;
 
-/** What is transferred; does not change. Copied where no mutex may be held. */
+/** One transfer; does not change. Copied where no mutex may be held. */
 struct transfer {
-    /** Tells the transfers apart; the agent hands it back with each call, which may come late. */
+    /** Identifies the transfer; the agent passes it to each callback, which may be late. */
     uint32_t number = 0;
     std::string dev_id; /**< as offered; empty: the gateway */
     lan_fw_info_t firmware{};
@@ -146,7 +146,7 @@ bool is_current(const void *cb_arg) {
 }
 
 /**
- * Takes what is new in a chunk.
+ * Appends the new bytes of a chunk.
  *
  * @return bytes at its end that are handed back
  * @throws refused
@@ -159,7 +159,7 @@ uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
         throw refused(
             fmt::format("byte {} cannot be taken: the scenario says so", *current.knobs.fail_at));
     }
-    // At least one byte is kept, so that the transfer comes to an end.
+    // At least one byte is kept, so that the transfer terminates.
     const uint32_t back = end == image.size() ? 0 : std::min(current.knobs.remain_len, added - 1);
     image.append(data + (length - added), added - back);
     current.received = image.received();
@@ -304,10 +304,10 @@ std::string start_failure(int32_t result) {
 }
 
 /**
- * Gives an offer up when the agent has ended its upgrade meanwhile. The agent tells nobody, since
- * no transfer was begun.
+ * Gives an offer up when the agent has ended its upgrade meanwhile. The agent calls no callback,
+ * since no transfer was started.
  *
- * @return whether it still stands
+ * @return whether it is still offered
  */
 bool check_offer() {
     if (current.now == phase::offered && current.ends_before != upgrade_ends) {
@@ -357,7 +357,7 @@ void need_offer_timer() {
 }
 
 /**
- * Takes an offer whose data stands in the record.
+ * Accepts the offer in the record.
  *
  * @throws refused, usage_error
  */

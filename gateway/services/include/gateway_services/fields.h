@@ -11,7 +11,7 @@
 
 namespace gateway {
 
-/** How a field stands in its record, and which values it takes. */
+/** The form of a field in its record, and the values that it takes. */
 enum class field_kind : uint8_t {
     text,       /**< NUL-terminated text without control characters */
     plain_text, /**< printable ASCII without quote and backslash: it stands unescaped in JSON texts
@@ -46,7 +46,7 @@ std::span<const field> device_fields();
 /** @return the field of that name, or null */
 const field *find_field(std::span<const field> fields, std::string_view name);
 /**
- * The same, when the name comes from outside.
+ * The same for a name that may be wrong.
  *
  * @throws usage_error  there is no such field
  */

@@ -1,11 +1,10 @@
-// The reference gateway's services as their host sees them: opened, watched, closed. What changes
-// them meanwhile is in operate.h.
+// Life cycle and status of the reference gateway's services; operate.h has the operator's side.
 //
 // Configuration files, log snapshots and firmware images are files of the working directory, so
 // that no directory's name is part of a path that the agent cuts.
 //
-// There is one gateway in a process, like the contracts in gateway/ and platform/ that it fulfils.
-// All functions may be called on any thread between open and close.
+// There is one gateway in a process, like the contracts in gateway/ and platform/ that it
+// implements. All functions may be called on any thread between open and close.
 #pragma once
 
 #include "gateway_services/scenario.h"
@@ -19,7 +18,7 @@
 
 namespace gateway {
 
-/** What open needs. */
+/** Options of open. */
 struct open_options {
     std::string store_path = ":memory:"; /**< SQLite file, or ":memory:", then images too are kept
                                             in memory, else in files of the working directory */

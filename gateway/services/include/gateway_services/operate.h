@@ -33,8 +33,8 @@ int32_t report_data_points(std::string_view dev_id, std::string_view dps);
  */
 void join_device(const std::string &dev_id, const std::optional<std::string> &pid);
 
-/** A transfer of an image that the upgrade service starts by itself. What is left out is that of
- * the last offer, or the service's own choice. */
+/** A transfer that the upgrade service starts by itself. Members that are left out are those of the
+ * last offer, or the service's defaults. */
 struct upgrade_start {
     std::optional<std::string> cid = {}; /**< device, or the gateway's own id */
     std::optional<uint32_t> file_size = {};
@@ -44,8 +44,8 @@ struct upgrade_start {
 };
 
 /**
- * Has the app that drives the upgrade asked for an image, anew when it is being received. What was
- * received before is kept until the agent has accepted the start.
+ * Makes the agent ask the app for an image, again when it is being received already. The received
+ * bytes are kept until the agent has accepted the start.
  *
  * @return the result of lan_gw_start_upgrade
  * @throws refused  an image is being installed, or there is no room
@@ -73,7 +73,7 @@ void set_address(std::optional<std::string> address);
 void set_wifi_config_needed(bool needed);
 /** Work mode of the Wi-Fi layer. */
 void set_wifi_mode(uint32_t mode);
-/** What the AirKiss layer tells: station status, and 1 when active. */
+/** Answers of the AirKiss layer: station status, and 1 when active. */
 void set_airkiss(uint8_t station_status, int32_t active);
 
 /**

@@ -42,15 +42,15 @@ struct scenario {
 scenario parse_scenario(std::string_view text, const std::string &file_name);
 
 /**
- * Sets or ends what a service does instead of its work, and counts anew. Any thread.
+ * Sets or clears the fault of a service, and resets its count. Any thread.
  *
  * @param name    a service
- * @param result  what it returns; none: it does its work
+ * @param result  returned instead of doing the work; none clears the fault
  * @throws usage_error  unknown name, or a result that the service cannot return
  */
 void set_service_fault(std::string_view name, std::optional<int32_t> result);
 
-/** What a callback of the gateway does. */
+/** Behaviour of a callback of the gateway. */
 enum class callback_mode : uint8_t { present, absent, fixed_result };
 /**
  * As set_service_fault, for a callback.

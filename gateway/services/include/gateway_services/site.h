@@ -1,4 +1,4 @@
-// A site: what a gateway and its devices are when their life begins.
+// A site: the initial state of a gateway and its devices.
 #pragma once
 
 #include "gateway_services/fields.h"
@@ -52,11 +52,11 @@ struct site {
                                   empty: nothing is known of any */
 };
 
-/** Number of the gateway that stands on a desk alone. */
+/** Number of a gateway that is alone on its host. */
 constexpr uint32_t first_gateway_number = 1;
 /**
- * Number that tells gateways on several addresses apart: 1 for 127.0.0.1 and for what is no
- * address.
+ * Number that distinguishes gateways on several addresses; 1 for 127.0.0.1 and for a text that is
+ * no address.
  *
  * @param address  dotted decimal
  */
