@@ -2,10 +2,7 @@
 
 #include "calls/calls.h"
 #include "contracts/callbacks.h"
-#include "gateway_services/error.h"
-#include "gateway_services/operate.h"
 #include "platform/owners.h"
-#include "store/changes.h"
 #include "store/products.h"
 #include "store/records.h"
 #include "store/store.h"
@@ -25,13 +22,12 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
-#include <memory>
 
 namespace gateway {
 namespace {
 
-std::unique_ptr<store> open_store;
 bool store_was_new;
+
 nlohmann::ordered_json record_status() {
     auto shown = nlohmann::ordered_json::object();
     const platform::held_mutex guard(the_gateway().shared.field_mutex);
@@ -49,29 +45,23 @@ nlohmann::ordered_json record_status() {
     return shown;
 }
 
-} // namespace
-
-store &the_store() {
-    return *open_store;
-}
-
-static void open_parts(open_options &&options) {
+void open_parts(open_options &&options) {
     const bool keeps_files = options.store_path != memory_database;
     if (keeps_files) {
         empty_partial_image(); // it may have all the room that the store needs
     }
-    open_store = std::make_unique<store>(options.store_path);
-    store_was_new = open_store->is_new();
+    store_init(options.store_path);
+    store_was_new = the_store().is_new();
     if (store_was_new) {
-        open_store->begin_life(options.initial_site);
+        the_store().begin_life(options.initial_site);
     } else {
-        open_store->update_schema();
+        the_store().update_schema();
     }
     if (keeps_files) {
         recover_installation();
     }
-    site stored = open_store->load();
-    const std::string own_dps = open_store->setting(own_device_dps_setting);
+    site stored = the_store().load();
+    const std::string own_dps = the_store().setting(own_device_dps_setting);
     calls_init(options.faults, std::move(options.trace), std::move(options.trace_soon));
     network_init(std::move(options.address));
     records_init(stored, own_dps.empty() ? std::string(no_data_points) : own_dps);
@@ -84,6 +74,8 @@ static void open_parts(open_options &&options) {
     log_snapshots_init(std::move(options.newest_log));
     install_callbacks();
 }
+
+} // namespace
 
 void open(open_options options) {
     try {
@@ -106,26 +98,11 @@ void close() {
     records_shutdown();
     network_shutdown();
     calls_shutdown();
-    open_store.reset();
+    store_shutdown();
 }
 
 bool used_initial_site() {
     return store_was_new;
-}
-
-void set_gateway_field(std::string_view name, const std::string &value) {
-    const field &of = need_field(gateway_fields(), name);
-    change_gateway_fields({{&of, value_from_text(of, value)}});
-}
-
-void set_device_field(std::string_view dev_id, std::string_view name, const std::string &value) {
-    const field &of = need_field(device_fields().subspan(1), name);
-    const field_value checked = value_from_text(of, value);
-    const platform::held_mutex change(change_mutex());
-    dev_cntl_t &device = need_listed_device(dev_id);
-    the_store().set_device_field(dev_id, of, checked);
-    const platform::held_mutex guard(the_gateway().shared.dev_mutex);
-    write_field(&device, of, checked);
 }
 
 nlohmann::ordered_json status() {

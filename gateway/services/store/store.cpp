@@ -36,6 +36,8 @@ CREATE TABLE linkage_scene(scene_id TEXT PRIMARY KEY, name TEXT NOT NULL, action
 CREATE TABLE common(name TEXT PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;
 )sql",
 };
+std::unique_ptr<store> open_store;
+
 constexpr int64_t schema_version = std::size(schema_steps);
 
 /** Reads the fields of a device out of a row that begins with them and its data points. */
@@ -203,6 +205,18 @@ std::string store::setting(std::string_view name) {
 
 void store::erase_setting(std::string_view name) {
     prepare("DELETE FROM setting WHERE name=?").bind(1, name).run();
+}
+
+void store_init(const std::string &path) {
+    open_store = std::make_unique<store>(path);
+}
+
+void store_shutdown() {
+    open_store.reset();
+}
+
+store &the_store() {
+    return *open_store;
 }
 
 } // namespace gateway

@@ -67,6 +67,10 @@ class store {
     std::unique_ptr<sqlite3, closer> database_;
 };
 
+/** Opens the store; throws refused. */
+void store_init(const std::string &path);
+/** Closes it, if it is open. */
+void store_shutdown();
 /** The open gateway's store; change_mutex is held. */
 store &the_store();
 

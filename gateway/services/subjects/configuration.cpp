@@ -2,6 +2,7 @@
 
 #include "calls/requests.h"
 #include "gateway_services/error.h"
+#include "gateway_services/operate.h"
 #include "platform/clock.h"
 #include "platform/crypto.h"
 #include "platform/owners.h"
@@ -86,6 +87,11 @@ void change_channel(const support::json_value &request) {
     const field &of = need_field(gateway_fields(), "channel");
     const int64_t channel = request.required(of.name).whole_number(of.lowest, of.highest);
     change_gateway_fields({{&of, channel}});
+}
+
+void set_gateway_field(std::string_view name, const std::string &value) {
+    const field &of = need_field(gateway_fields(), name);
+    change_gateway_fields({{&of, value_from_text(of, value)}});
 }
 
 void add_configuration_status(ordered_json &status) {

@@ -1,5 +1,5 @@
-// Configurations that are in force, the agent's settings, and the radio channel. All functions
-// throw refused when the store fails.
+// The configuration in force, the agent's settings, the radio channel, and set_gateway_field of
+// operate.h. All functions throw refused when the store fails.
 #pragma once
 
 #include "support/json_value.h"

@@ -2,8 +2,10 @@
 
 #include "calls/requests.h"
 #include "gateway_services/error.h"
+#include "gateway_services/operate.h"
 #include "platform/owners.h"
 #include "store/products.h"
+#include "store/store.h"
 #include "subjects/data_points.h"
 #include "subjects/groups.h"
 #include "support/data_points.h"
@@ -121,6 +123,16 @@ char *data_points_text(const device_record &device, int32_t dp_id) {
         std::memcpy(block.get(), text.c_str(), text.size() + 1);
     }
     return block.release();
+}
+
+void set_device_field(std::string_view dev_id, std::string_view name, const std::string &value) {
+    const field &of = need_field(device_fields().subspan(1), name);
+    const field_value checked = value_from_text(of, value);
+    const platform::held_mutex change(change_mutex());
+    dev_cntl_t &device = need_listed_device(dev_id);
+    the_store().set_device_field(dev_id, of, checked);
+    const platform::held_mutex guard(the_gateway().shared.dev_mutex);
+    write_field(&device, of, checked);
 }
 
 } // namespace gateway

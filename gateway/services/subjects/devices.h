@@ -1,4 +1,4 @@
-// Commands to devices, and queries of their data points.
+// Devices: commands of apps, queries of data points, and set_device_field of operate.h.
 #pragma once
 
 #include "store/records.h"
