@@ -149,7 +149,7 @@ constexpr exported_function functions[] = {
      }},
     {"engr_lan_get_tcp_key", "", 0,
      [](const argument_list &) -> ordered_json {
-         uint8_t key[AES128_KEY_SIZE]; // a secret: not shown
+         uint8_t key[AES128_KEY_SIZE]; // stays here: no key is printed
          return engr_lan_get_tcp_key(key);
      }},
     {"kelo_net_recv_nd_size", "[SOCKET [BUFFER_SIZE [NEEDED]]]", 3, receive_exactly},

@@ -30,7 +30,7 @@ constexpr std::size_t request_bytes_max = 1 << 20;
 /** Rest after a failed accept, so that a lack of descriptors does not become a busy loop. */
 constexpr uint32_t accept_pause_ms = 50;
 /** How long a client has for its request and for reading the answer, each. */
-constexpr auto patience = std::chrono::seconds(5);
+constexpr auto client_timeout = std::chrono::seconds(5);
 
 int listen_here() {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -106,7 +106,7 @@ struct control_server::client {
         }
         output = end == std::string::npos ? control::error_line("the request is too long", true)
                                           : answer(std::string_view(input).substr(0, end));
-        deadline = steady_clock::now() + patience;
+        deadline = steady_clock::now() + client_timeout;
         return true;
     }
 
@@ -122,7 +122,7 @@ struct control_server::client {
     int fd;
     std::string input;
     std::string output;
-    steady_clock::time_point deadline = steady_clock::now() + patience;
+    steady_clock::time_point deadline = steady_clock::now() + client_timeout;
 };
 
 control_server::control_server(handler answer)

@@ -53,7 +53,7 @@ parsed_options parse_options(int count, char **arguments) {
         ->type_name("ADDRESS")
         ->check([](const std::string &text) { return address_fault(text); });
     app.add_option("--data-dir", chosen.data_dir,
-                   fmt::format("Directory of everything that lasts (default: {})",
+                   fmt::format("Directory of everything that is stored (default: {})",
                                control::default_data_dir_help))
         ->type_name("DIR");
     app.add_option("--site", chosen.site,

@@ -135,8 +135,8 @@ inline std::string version_of(const std::string &dev_id) {
 
 /** A started gateway with one app. */
 struct upgrade_story {
-    explicit upgrade_story(sim::world &in, const std::string &knobs = "{}")
-        : world(in), gateway(in, small_site, R"({"upgrade": )" + knobs + "}") {
+    explicit upgrade_story(sim::world &in, const std::string &options = "{}")
+        : world(in), gateway(in, small_site, R"({"upgrade": )" + options + "}") {
         gateway.start();
     }
     upgrade_app connect() { return {gateway.connect()}; }

@@ -14,10 +14,6 @@
 namespace gateway {
 namespace {
 
-[[noreturn]] void fail_file(const std::string &name, const char *what) {
-    throw refused(fmt::format("{} cannot be {}: {}", name, what, std::strerror(errno)));
-}
-
 /** A descriptor, closed with its scope; errno stays. */
 class open_file {
   public:
@@ -50,11 +46,11 @@ bool write_whole(int descriptor, std::string_view content) {
     return true;
 }
 
-void write_file(const std::string &name, std::string_view content, bool lasting) {
+void write_file(const std::string &name, std::string_view content, bool is_flushed) {
     unlink(name.c_str()); // whatever it was: the new file is nobody else's
     const open_file file(name.c_str(), O_WRONLY | O_CREAT | O_EXCL);
     if (file && write_whole(file.descriptor(), content) &&
-        (!lasting || fsync(file.descriptor()) == 0)) {
+        (!is_flushed || fsync(file.descriptor()) == 0)) {
         return;
     }
     const int error = errno;
@@ -64,6 +60,10 @@ void write_file(const std::string &name, std::string_view content, bool lasting)
 }
 
 } // namespace
+
+void fail_file(const std::string &name, const char *what) {
+    throw refused(fmt::format("{} cannot be {}: {}", name, what, std::strerror(errno)));
+}
 
 uint64_t disk_room() {
     struct statvfs status {};
@@ -80,7 +80,7 @@ std::string read_regular_file(const std::string &name, std::size_t bytes_max) {
         fail_file(name, "read");
     }
     if (!S_ISREG(status.st_mode)) {
-        throw refused(name + " cannot be read: it is not a regular file");
+        throw refused(fmt::format("{} cannot be read: it is not a regular file", name));
     }
     std::string content;
     char part[65536];

@@ -12,6 +12,11 @@ constexpr uint64_t config_bytes_max = 2ULL * 1024 * 1024;
 /** Room that an image leaves free: for changes of the store, a configuration and the log. */
 constexpr uint64_t disk_reserve_bytes = 2 * config_bytes_max;
 
+/**
+ * Throws refused for the system call that has just failed: "NAME cannot be WHAT: " and its error.
+ */
+[[noreturn]] void fail_file(const std::string &name, const char *what);
+
 /** Bytes that may still be written; UINT64_MAX when the system does not know. */
 uint64_t disk_room();
 

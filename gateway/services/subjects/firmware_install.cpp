@@ -39,31 +39,31 @@ void store_version(const firmware_target &target) {
 }
 
 /** Records in the store what is about to be installed. */
-void announce_installation(const firmware_target &target) {
+void record_installation(const firmware_target &target) {
     lasting_change change;
-    const nlohmann::json told{{"dev_id", target.dev_id}, {"sw_ver", target.sw_ver}};
-    the_store().set_setting(installing_setting, told.dump());
+    const nlohmann::json recorded{{"dev_id", target.dev_id}, {"sw_ver", target.sw_ver}};
+    the_store().set_setting(installing_setting, recorded.dump());
     change.commit();
 }
 
-void forget_installation_announced() {
+void forget_recorded_installation() {
     lasting_change change;
     the_store().erase_setting(installing_setting);
     change.commit();
 }
 
-/** The installation that is announced, if any. Without change_mutex only before anybody else runs.
+/** The recorded installation, if any. Without change_mutex only before anybody else runs.
  */
-std::optional<firmware_target> open_installation() {
-    const std::string told = the_store().setting(installing_setting);
-    const auto target = nlohmann::json::parse(told, nullptr, false);
+std::optional<firmware_target> recorded_installation() {
+    const std::string recorded = the_store().setting(installing_setting);
+    const auto target = nlohmann::json::parse(recorded, nullptr, false);
     if (!target.is_object()) {
         return std::nullopt;
     }
     return firmware_target{target.value("dev_id", ""), target.value("sw_ver", "")};
 }
 
-/** While an installation is announced. */
+/** Whether the image is in place; only while an installation is recorded. */
 bool is_image_in_place() {
     return access(partial_image_name, F_OK) != 0;
 }
@@ -75,7 +75,7 @@ void flush_installed_name() {
     }
 }
 
-/** Makes the name of the image lasting, then its version. */
+/** Flushes the name of the image, then stores its version. */
 void complete_installation(const firmware_target &target) {
     flush_installed_name();
     lasting_change change;
@@ -137,14 +137,14 @@ void install_firmware(received_image &image, const firmware_target &target) {
         !target.dev_id.empty() && strcasecmp(installed.c_str(), target.sw_ver.c_str()) == 0;
     const firmware_target stored{target.dev_id, stays ? installed : target.sw_ver};
     image.flush();
-    announce_installation(stored);
+    record_installation(stored);
     try {
         image.install(target.dev_id.empty() ? gateway_image_name : device_image_name);
     } catch (const refused &) {
         // While the installation is recorded, the partial file means that the image is not in
         // place.
         image.keep_name(true);
-        forget_installation_announced();
+        forget_recorded_installation();
         image.keep_name(false);
         throw;
     }
@@ -155,28 +155,28 @@ void install_firmware(received_image &image, const firmware_target &target) {
 }
 
 void settle_installation() {
-    std::optional<firmware_target> open;
+    std::optional<firmware_target> pending;
     {
         const platform::held_mutex change(change_mutex());
-        open = open_installation();
+        pending = recorded_installation();
     }
-    if (!open) {
+    if (!pending) {
         return;
     }
     if (!is_image_in_place()) {
-        forget_installation_announced();
+        forget_recorded_installation();
         return;
     }
-    complete_installation(*open);
-    enter_version(*open);
+    complete_installation(*pending);
+    enter_version(*pending);
 }
 
 void recover_installation() {
-    if (const std::optional<firmware_target> open = open_installation()) {
+    if (const std::optional<firmware_target> pending = recorded_installation()) {
         transaction all(the_store().database());
         if (is_image_in_place()) {
             flush_installed_name();
-            store_version(*open);
+            store_version(*pending);
         }
         the_store().erase_setting(installing_setting);
         all.commit();

@@ -45,12 +45,12 @@ auto with_state(Work &&work) {
 
 /** One member of the state. */
 template <typename Value>
-Value current(Value network_state::*member) {
+Value value_of(Value network_state::*member) {
     return with_state([&](const network_state &now) { return now.*member; });
 }
 
 std::string current_address() {
-    const auto chosen = current(&network_state::address_override);
+    const auto chosen = value_of(&network_state::address_override);
     return chosen ? *chosen : address_source ? address_source() : std::string();
 }
 
@@ -75,7 +75,7 @@ void network_shutdown() {
 }
 
 bool is_network_up() {
-    return current(&network_state::is_up) && !current_address().empty();
+    return value_of(&network_state::is_up) && !current_address().empty();
 }
 
 int32_t write_address(gw_addr_t &address) {
@@ -89,11 +89,11 @@ int32_t write_address(gw_addr_t &address) {
 }
 
 bool is_wifi_config_needed() {
-    return current(&network_state::wifi_config_needed);
+    return value_of(&network_state::wifi_config_needed);
 }
 
 uint32_t wifi_mode() {
-    return current(&network_state::wifi_mode);
+    return value_of(&network_state::wifi_mode);
 }
 
 void stop_access_point() {
@@ -124,11 +124,11 @@ bool end_wifi_configuration() {
 }
 
 uint8_t station_status() {
-    return current(&network_state::station_status);
+    return value_of(&network_state::station_status);
 }
 
 int32_t airkiss_active() {
-    return current(&network_state::airkiss_active);
+    return value_of(&network_state::airkiss_active);
 }
 
 void count_airkiss_information() {

@@ -17,10 +17,6 @@ namespace {
 
 constexpr uint32_t memory_bytes_max = 64 * 1024 * 1024;
 
-[[noreturn]] void fail_file(const char *name, const char *what) {
-    throw refused(fmt::format("{} cannot be {}: {}", name, what, std::strerror(errno)));
-}
-
 [[noreturn]] void refuse_size(uint32_t size, const std::string &why) {
     throw refused(fmt::format("there is no room for an image of {} bytes: {}", size, why));
 }

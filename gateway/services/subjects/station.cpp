@@ -28,12 +28,12 @@ constexpr uint32_t configuring_by_access_point = 1;
 kelo_mutex_t station_mutex; // guards what follows
 thrd_handle_t connector;    // the thread that connects
 bool is_connecting;         // until the last step of that thread
-bool is_shut_down;
+bool is_station_closed;
 bool has_listened;
 
 bool shall_go_on() {
     const platform::held_mutex guard(station_mutex);
-    return !is_shut_down;
+    return !is_station_closed;
 }
 
 void end_connecting() {
@@ -121,7 +121,7 @@ void connect_to_network(void *) {
  */
 thrd_handle_t claim_station() {
     const platform::held_mutex guard(station_mutex);
-    if (is_connecting || is_shut_down) {
+    if (is_connecting || is_station_closed) {
         throw refused("a Wi-Fi network is being joined already");
     }
     is_connecting = true;
@@ -135,8 +135,8 @@ thrd_handle_t claim_station() {
  */
 bool start_connecting() {
     const platform::held_mutex guard(station_mutex);
-    return !is_shut_down && CreateAndStart(&connector, nullptr, nullptr, connect_to_network,
-                                           nullptr, &connect_thread) == 0;
+    return !is_station_closed && CreateAndStart(&connector, nullptr, nullptr, connect_to_network,
+                                                nullptr, &connect_thread) == 0;
 }
 
 /**
@@ -199,7 +199,7 @@ void station_init() {
         throw refused("no mutex could be created");
     }
     is_connecting = false;
-    is_shut_down = false;
+    is_station_closed = false;
     has_listened = false;
 }
 
@@ -207,7 +207,7 @@ void station_shutdown() {
     thrd_handle_t ended = nullptr;
     {
         const platform::held_mutex guard(station_mutex);
-        is_shut_down = true;
+        is_station_closed = true;
         ended = std::exchange(connector, nullptr);
     }
     DeleteThrdHandle(ended);

@@ -45,7 +45,7 @@ struct transfer {
     uint32_t number = 0;
     std::string dev_id; /**< as offered; empty: the gateway */
     lan_fw_info_t firmware{};
-    upgrade_scenario knobs;
+    upgrade_scenario options;
 
     [[nodiscard]] firmware_target target() const {
         return {firmware.fw_kind == FW_KIND_GATEWAY ? "" : dev_id, firmware.sw_ver};
@@ -63,14 +63,14 @@ struct upgrade_record : transfer {
 
 kelo_mutex_t upgrade_mutex; // guards what follows; no call of the agent is made under it
 upgrade_record current;
-upgrade_scenario scenario_knobs;
+upgrade_scenario scenario_options;
 image_medium medium;
 uint32_t last_number;
 /** The upgrade that takes the place of the current one once the agent has accepted its transfer. */
 std::optional<upgrade_record> awaited;
 thrd_handle_t starter;
 bool is_installing;
-bool is_shut_down;
+bool is_upgrade_stopped;
 
 // These are for the notice of an upgrade's end, which must not wait for the mutex.
 std::atomic<uint32_t> upgrade_ends;  // how often the agent has ended an upgrade
@@ -103,13 +103,13 @@ void give_up(phase how, const std::string &reason) {
 }
 
 upgrade_record new_upgrade(std::string dev_id, const lan_fw_info_t &firmware,
-                           const upgrade_scenario &knobs) {
+                           const upgrade_scenario &options) {
     upgrade_record made;
     made.number = ++last_number;
     made.ends_before = upgrade_ends;
     made.dev_id = std::move(dev_id);
     made.firmware = firmware;
-    made.knobs = knobs;
+    made.options = options;
     return made;
 }
 
@@ -155,12 +155,12 @@ uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
     received_image &image = *current.image;
     const uint32_t added = image.new_bytes(offset, length);
     const uint32_t end = image.received() + added;
-    if (current.knobs.fail_at && end > *current.knobs.fail_at) {
+    if (current.options.fail_at && end > *current.options.fail_at) {
         throw refused(
-            fmt::format("byte {} cannot be taken: the scenario says so", *current.knobs.fail_at));
+            fmt::format("byte {} cannot be taken: set by the scenario", *current.options.fail_at));
     }
     // At least one byte is kept, so that the transfer terminates.
-    const uint32_t back = end == image.size() ? 0 : std::min(current.knobs.remain_len, added - 1);
+    const uint32_t back = end == image.size() ? 0 : std::min(current.options.remain_len, added - 1);
     image.append(data + (length - added), added - back);
     current.received = image.received();
     return back;
@@ -198,7 +198,7 @@ void pass_installing_time(uint32_t time_ms) {
     for (uint32_t left_ms = time_ms; left_ms > 0;) {
         {
             const platform::held_mutex guard(upgrade_mutex);
-            if (is_shut_down) {
+            if (is_upgrade_stopped) {
                 throw refused("the gateway was stopped");
             }
         }
@@ -209,7 +209,7 @@ void pass_installing_time(uint32_t time_ms) {
 }
 
 void report_percent(const transfer &of, int32_t percent) {
-    if (of.knobs.rpt_percent && !of.target().dev_id.empty()) {
+    if (of.options.rpt_percent && !of.target().dev_id.empty()) {
         engr_rpt_upload_upgrade_percent(percent, of.dev_id.c_str(), 0);
     }
 }
@@ -220,7 +220,7 @@ void install(received_image &image, const transfer &of) {
     verify_image(image, of.firmware.file_md5);
     check_version(target);
     report_percent(of, percent_sending);
-    pass_installing_time(of.knobs.install_ms);
+    pass_installing_time(of.options.install_ms);
     install_firmware(image, target);
     {
         // The agent's upgrade ends with the report below, and the next one may begin.
@@ -296,7 +296,7 @@ int32_t run_transfer(const transfer &begun) {
                                 callback_unless_absent(call("get_file_cb"), on_chunk),
                                 as_argument(begun.number),
                                 callback_unless_absent(call("ug_notify_cb"), on_outcome),
-                                begun.knobs.rpt_percent ? 1 : 0, begun.knobs.chunk_size);
+                                begun.options.rpt_percent ? 1 : 0, begun.options.chunk_size);
 }
 
 std::string start_failure(int32_t result) {
@@ -368,7 +368,7 @@ void take_offer() {
     }
     check_version(target);
     const std::string installed = installed_version(target.dev_id);
-    if (current.knobs.refuse_same_version && installed == target.sw_ver) {
+    if (current.options.refuse_same_version && installed == target.sw_ver) {
         throw refused("this version is installed already");
     }
     need_offer_timer();
@@ -378,11 +378,24 @@ void take_offer() {
     if (current.ends_before != upgrade_ends) {
         note_upgrade_end(); // nobody else does: the end came before the offer stood
     }
-    if (!current.knobs.never_start &&
+    if (!current.options.never_start &&
         CreateAndStart(&starter, nullptr, nullptr, run_starter, as_argument(current.number),
                        &starter_thread) != 0) {
         throw refused("the transfer cannot be started: no thread");
     }
+}
+
+upgrade_record wanted_upgrade(const upgrade_start &wanted) {
+    std::string dev_id = wanted.cid.value_or(current.dev_id);
+    lan_fw_info_t firmware = current.firmware;
+    const bool is_own = dev_id.empty() || dev_id == own_id();
+    firmware.fw_kind = is_own ? FW_KIND_GATEWAY : FW_KIND_SUB_DEVICE;
+    firmware.file_size = wanted.file_size.value_or(firmware.file_size);
+    upgrade_scenario options = scenario_options;
+    options.chunk_size = wanted.chunk_size.value_or(options.chunk_size);
+    options.rpt_percent = wanted.percent.value_or(options.rpt_percent);
+    options.remain_len = wanted.remain.value_or(options.remain_len);
+    return new_upgrade(std::move(dev_id), firmware, options);
 }
 
 } // namespace
@@ -395,7 +408,7 @@ int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
                     shown_device().c_str());
         return result_failed;
     }
-    replace_current(new_upgrade(dev_id, firmware, scenario_knobs));
+    replace_current(new_upgrade(dev_id, firmware, scenario_options));
     try {
         settle_installation();
         take_offer();
@@ -404,19 +417,6 @@ int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
         give_up(phase::refused, error.what());
         return result_failed;
     }
-}
-
-static upgrade_record wanted_upgrade(const upgrade_start &wanted) {
-    std::string dev_id = wanted.cid.value_or(current.dev_id);
-    lan_fw_info_t firmware = current.firmware;
-    const bool is_own = dev_id.empty() || dev_id == own_id();
-    firmware.fw_kind = is_own ? FW_KIND_GATEWAY : FW_KIND_SUB_DEVICE;
-    firmware.file_size = wanted.file_size.value_or(firmware.file_size);
-    upgrade_scenario knobs = scenario_knobs;
-    knobs.chunk_size = wanted.chunk_size.value_or(knobs.chunk_size);
-    knobs.rpt_percent = wanted.percent.value_or(knobs.rpt_percent);
-    knobs.remain_len = wanted.remain.value_or(knobs.remain_len);
-    return new_upgrade(std::move(dev_id), firmware, knobs);
 }
 
 int32_t start_upgrade(const upgrade_start &wanted) {
@@ -458,16 +458,16 @@ void upgrade_init(const upgrade_scenario &scenario, image_medium kept_in) {
     if (kelo_hal_mutex_create_init(&upgrade_mutex) != 0) {
         throw refused("no mutex could be created");
     }
-    scenario_knobs = scenario;
+    scenario_options = scenario;
     medium = kept_in;
     is_installing = false;
-    is_shut_down = false;
+    is_upgrade_stopped = false;
 }
 
 void upgrade_stop() {
     {
         const platform::held_mutex guard(upgrade_mutex);
-        is_shut_down = true;
+        is_upgrade_stopped = true;
     }
     end_starter();
     is_offer_standing = false;
