@@ -1,5 +1,5 @@
-// The upgrade service under the agent: whole courses, refusals, and every way to fail, after which
-// the old version is in place and the next try works.
+// The upgrade service under the agent: complete transfers, refusals, and every way to fail, after
+// which the old version is in place and the next try works.
 #include "upgrade_story.h"
 
 #include "gateway_services/error.h"
@@ -13,11 +13,11 @@ struct upgrade_service : sim::test {};
 
 TEST_F(upgrade_service, takes_images_in_the_chunks_it_asked_for) {
     const struct {
-        const char *knobs;
+        const char *options;
         offer what;
         const char *requests;
         std::vector<int> percents;
-    } courses[] = {
+    } transfers[] = {
         {"{}", image_of(1), "0+1 1+0", {50}},
         {"{}", image_of(524'289), "0+524288 524288+1 524289+0", {98, 98}},
         {R"({"chunk_size": 4})", image_of(10), "0+4 4+4 8+2 10+0", {36, 72, 90}},
@@ -26,19 +26,19 @@ TEST_F(upgrade_service, takes_images_in_the_chunks_it_asked_for) {
         {R"({"rpt_percent": 0})", image_of(3, "lamp"), "0+3 3+0", {}},
         {R"({"install_ms": 0})", image_of(3, "lamp"), "0+3 3+0", {75, 99, 100}},
     };
-    for (const auto &course : courses) {
-        SCOPED_TRACE(course.knobs);
-        upgrade_story story(world, course.knobs);
+    for (const auto &transfer : transfers) {
+        SCOPED_TRACE(transfer.options);
+        upgrade_story story(world, transfer.options);
         upgrade_app app = story.connect();
-        EXPECT_EQ(app.offer_image(course.what), "230/7/0/");
-        EXPECT_EQ(app.serve(course.what.bytes), course.requests);
+        EXPECT_EQ(app.offer_image(transfer.what), "230/7/0/");
+        EXPECT_EQ(app.serve(transfer.what.bytes), transfer.requests);
         EXPECT_TRUE(comes_to(world, {"installed"})) << upgrade_status();
         EXPECT_EQ(app.next_request(), "nothing");
-        EXPECT_EQ(app.percents, course.percents);
+        EXPECT_EQ(app.percents, transfer.percents);
         const std::string report = R"(233{"firmwareType":10, "cid":"lamp", "softVer":"2.0.1"})";
-        EXPECT_EQ(app.others, course.what.cid.empty() ? std::vector<std::string>{}
-                                                      : std::vector<std::string>{report});
-        EXPECT_EQ(version_of(course.what.cid), "2.0.1");
+        EXPECT_EQ(app.others, transfer.what.cid.empty() ? std::vector<std::string>{}
+                                                        : std::vector<std::string>{report});
+        EXPECT_EQ(version_of(transfer.what.cid), "2.0.1");
         EXPECT_EQ(engr_get_gw_ext_stat(), GW_EXT_STAT_UPGRADE_ENDED);
         story.succeed({.version = "2.0.2"});
     }
@@ -70,7 +70,7 @@ TEST_F(upgrade_service, leaves_its_callbacks_in_the_trace) {
 
 TEST_F(upgrade_service, refuses_what_it_cannot_install_and_says_why) {
     const struct {
-        const char *knobs;
+        const char *options;
         offer what;
         const char *reason;
     } offers[] = {
@@ -82,7 +82,7 @@ TEST_F(upgrade_service, refuses_what_it_cannot_install_and_says_why) {
     };
     for (const auto &each : offers) {
         SCOPED_TRACE(each.reason);
-        upgrade_story story(world, each.knobs);
+        upgrade_story story(world, each.options);
         upgrade_app app = story.connect();
         EXPECT_EQ(app.offer_image(each.what), "230/7/0/");
         EXPECT_THAT(app.app.receive_text(), testing::MatchesRegex("230/7/1/.*_lan_ug_cb error"));
@@ -95,7 +95,7 @@ TEST_F(upgrade_service, refuses_what_it_cannot_install_and_says_why) {
 TEST_F(upgrade_service, keeps_the_old_version_when_an_upgrade_fails_and_takes_the_next_one) {
     using app_does = void (*)(upgrade_app &, sim::world &);
     const struct {
-        const char *knobs;
+        const char *options;
         app_does act;
         const char *reason;
     } failures[] = {
@@ -135,7 +135,7 @@ TEST_F(upgrade_service, keeps_the_old_version_when_an_upgrade_fails_and_takes_th
     };
     for (const auto &each : failures) {
         SCOPED_TRACE(each.reason);
-        upgrade_story story(world, each.knobs);
+        upgrade_story story(world, each.options);
         {
             upgrade_app app = story.connect();
             const bool is_longer = std::string_view(each.reason).starts_with("byte 10");
@@ -209,33 +209,49 @@ TEST_F(upgrade_service, keeps_what_it_receives_when_another_start_is_not_accepte
     EXPECT_EQ(version_of("lamp"), what.version);
 }
 
+/** Runs a story on some seeds for each of the delays, in ms. */
+void expect_all_delays(std::initializer_list<uint32_t> delays_ms,
+                       const std::function<void(sim::world &, uint32_t delay_ms)> &story) {
+    for (const uint32_t delay_ms : delays_ms) {
+        SCOPED_TRACE("delay " + std::to_string(delay_ms) + " ms");
+        sim::expect_all_seeds(40, [&](sim::world &world) { story(world, delay_ms); });
+    }
+}
+
+/** An offer whose app leaves some time after the request to start it. */
+void expect_offer_leaves_nothing(sim::world &world, bool is_started, uint32_t delay_ms) {
+    upgrade_story story(world, is_started ? "{}" : R"({"never_start": true})");
+    {
+        upgrade_app app = story.connect();
+        const nlohmann::json told{{"swVer", "3"}, {"fileSize", 10}, {"fileMd5", md5_of("")}};
+        app.app.ask(frame_type::chk_soft_ver, told.dump(), true);
+        app.app.send_encrypted(7, frame_type::dev_upgrade, R"({"cid":"","firmwareType":0})");
+        world.run_for(delay_ms);
+        app.app.peer.close();
+    }
+    world.run_for(41'000);
+    const std::string state = upgrade_state();
+    EXPECT_TRUE(state == "failed" || state == "idle") << state;
+    story.succeed({.version = "4"}, is_started);
+}
+
 TEST(upgrade_service_offers, that_end_before_their_transfer_leave_nothing) {
-    sim::expect_all_seeds(100, [](sim::world &world) {
-        const bool is_started = world.seed() % 2 == 0;
-        upgrade_story story(world, is_started ? "{}" : R"({"never_start": true})");
-        {
-            upgrade_app app = story.connect();
-            const nlohmann::json told{{"swVer", "3"}, {"fileSize", 10}, {"fileMd5", md5_of("")}};
-            app.app.ask(frame_type::chk_soft_ver, told.dump(), true);
-            app.app.send_encrypted(7, frame_type::dev_upgrade, R"({"cid":"","firmwareType":0})");
-            world.run_for(world.seed() % 3);
-            app.app.peer.close();
-        }
-        world.run_for(41'000);
-        const std::string state = upgrade_state();
-        EXPECT_TRUE(state == "failed" || state == "idle") << state;
-        story.succeed({.version = "4"}, is_started);
-    });
+    for (const bool is_started : {false, true}) {
+        SCOPED_TRACE(is_started ? "started" : "never started");
+        expect_all_delays({0, 1, 2}, [&](sim::world &world, uint32_t delay_ms) {
+            expect_offer_leaves_nothing(world, is_started, delay_ms);
+        });
+    }
 }
 
 TEST(upgrade_service_races, have_one_end_each_and_leave_a_gateway_that_takes_the_next_image) {
-    sim::expect_all_seeds(300, [](sim::world &world) {
+    expect_all_delays({0, 10, 20, 30, 40, 50, 60}, [](sim::world &world, uint32_t delay_ms) {
         upgrade_story story(world, R"({"chunk_size": 4, "install_ms": 50})");
         {
             upgrade_app app = story.connect();
             app.offer_image({.version = "3", .cid = "lamp"});
             auto leaver = world.spawn("leaver", [&] {
-                kelo_hal_system_sleep(static_cast<uint32_t>(world.seed() % 7 * 10));
+                kelo_hal_system_sleep(delay_ms);
                 app.app.peer.close();
             });
             app.serve("0123456789");
