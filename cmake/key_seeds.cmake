@@ -35,7 +35,7 @@ if(default_seeds)
                     "with -DENGR_KEY1_SEED=<16 characters> and so on")
 endif()
 
-file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/generated/key_seeds.h"
+file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/generated/key_seeds.h"
      CONTENT "/* Written at configure time from ENGR_KEY1_SEED .. ENGR_KEY3_SEED. */\n#pragma once\n@seed_lists@" @ONLY)
 add_library(engr_key_seeds INTERFACE)
-target_include_directories(engr_key_seeds INTERFACE "$<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/generated>")
+target_include_directories(engr_key_seeds INTERFACE "$<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/generated>")

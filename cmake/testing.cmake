@@ -8,14 +8,15 @@ if(ENGR_BUILD_TESTS)
 endif()
 
 # Under these a failing test shows a stack with names and never counts as passed.
+set(tsan_suppressions "${PROJECT_SOURCE_DIR}/cmake/tsan_suppressions.txt")
 set(engr_test_environment
     "ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1"
     "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"
-    "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${CMAKE_SOURCE_DIR}/cmake/tsan_suppressions.txt"
-    "ENGR_BIN_DIR=${CMAKE_BINARY_DIR}/bin")
+    "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${tsan_suppressions}"
+    "ENGR_BIN_DIR=${PROJECT_BINARY_DIR}/bin")
 
 # Runs a command in a network namespace of its own; ends with 77, which means skipped, where it may not make one.
-set(engr_isolated "${CMAKE_SOURCE_DIR}/tests/isolated")
+set(engr_isolated "${PROJECT_SOURCE_DIR}/tests/isolated")
 
 # engr_add_test(NAME SOURCES file... [LIBS target...] [LABELS label...] [TIMEOUT seconds] [ISOLATED])
 # Builds bin/NAME and registers each of its tests with ctest as NAME.SUITE.CASE. The timeout (120 s when left out) is
@@ -77,7 +78,7 @@ function(engr_add_python_test name file)
              COMMAND ${launcher} "${Python3_EXECUTABLE}" -B "${path}" -v
              WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
     set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} SKIP_RETURN_CODE 77
-                         ENVIRONMENT "${engr_test_environment};PYTHONPATH=${CMAKE_SOURCE_DIR}/tests"
+                         ENVIRONMENT "${engr_test_environment};PYTHONPATH=${PROJECT_SOURCE_DIR}/tests"
                          LABELS "${arg_LABELS}")
 endfunction()
 
