@@ -17,7 +17,7 @@ function(engr_add_conformance_tests target)
     file(STRINGS "${ENGR_PROMISES}" promises REGEX "^PROMISE")
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${ENGR_PROMISES}")
     foreach(promise IN LISTS promises)
-        string(REGEX REPLACE "PROMISE\\(([a-z_]+), ([a-z_]+)\\)" "\\1.\\2" promise "${promise}")
+        string(REGEX REPLACE "PROMISE\\(([a-z0-9_]+), ([a-z0-9_]+)\\)" "\\1.\\2" promise "${promise}")
         add_test(NAME ${target}.${promise} COMMAND ${arg_LAUNCHER} $<TARGET_FILE:${target}> ${promise})
         set_tests_properties(${target}.${promise} PROPERTIES TIMEOUT ${arg_TIMEOUT} SKIP_RETURN_CODE 77
                              LABELS "${arg_LABELS}")

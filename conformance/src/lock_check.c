@@ -10,6 +10,7 @@ typedef struct {
     volatile unsigned count; /* guarded by the lock under check */
     kelo_mutex_t mutex;
     uint16_t timer;
+    atomic_uint begun; /**< threads, which wait for each other */
 } counter_t;
 
 static void never_called(uint16_t timer, void *argument) {
@@ -17,20 +18,37 @@ static void never_called(uint16_t timer, void *argument) {
     (void)argument;
 }
 
+/** The first stay is so long that another thread surely tries to come in; on a clock that stands
+ * still meanwhile so many calls long. */
+enum { FIRST_STAY_MS = 30, FIRST_STAY_CALLS_MAX = 200000 };
+
+static void stay(const counter_t *counter, uint32_t milliseconds) {
+    const uint64_t start = kit->now_ms();
+    int calls = 0;
+    do {
+        sys_start_timer(counter->timer, AN_HOUR_MS, SYS_TIMER_ONE_SHOT);
+        sys_stop_timer(counter->timer);
+        ++calls;
+    } while (kit_since(start) < milliseconds && calls < FIRST_STAY_CALLS_MAX);
+}
+
 static void add_in_critical_section(void *argument) {
     counter_t *counter = argument;
+    atomic_fetch_add(&counter->begun, 1);
+    while (atomic_load(&counter->begun) < 2) {
+        kelo_hal_system_sleep(0);
+    }
     for (uint32_t i = 0; i < kit->rounds; ++i) {
         kelo_hal_critical_section_enter();
         const unsigned read = counter->count;
-        sys_start_timer(counter->timer, AN_HOUR_MS, SYS_TIMER_ONE_SHOT);
-        sys_stop_timer(counter->timer);
+        stay(counter, i == 0 ? FIRST_STAY_MS : 0);
         counter->count = read + 1;
         kelo_hal_critical_section_leave();
     }
 }
 
 void critical_section_lets_one_thread_in_at_a_time(void) {
-    counter_t counter = {0, NULL, 0};
+    counter_t counter = {0, NULL, 0, 0};
     kit_thread_t threads[2];
     EXPECT(sys_add_timer(never_called, NULL, &counter.timer) == 0, "expected a timer");
     kit_start(&threads[0], add_in_critical_section, &counter);
@@ -54,7 +72,7 @@ static void add_under_mutex(void *argument) {
 }
 
 void mutex_lets_one_thread_in_at_a_time(void) {
-    counter_t counter = {0, NULL, 0};
+    counter_t counter = {0, NULL, 0, 0};
     kit_thread_t threads[2];
     EXPECT(kelo_hal_mutex_create_init(&counter.mutex) == 0, "expected a mutex");
     kit_start(&threads[0], add_under_mutex, &counter);

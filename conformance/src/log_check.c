@@ -94,6 +94,7 @@ static void write_lines(void *argument) {
 
 void log_lines_never_mix(void) {
     writer_t writers[WRITERS];
+    int counts[WRITERS] = {0};
     if (logged() == NULL) {
         return;
     }
@@ -113,6 +114,11 @@ void log_lines_never_mix(void) {
             is_whole = end[-i] == end[-1];
         }
         EXPECT(is_whole, "expected each line to be of one thread");
+        counts[(unsigned char)(end[-1] - 'X') % WRITERS] += 1;
+    }
+    for (int i = 0; i < WRITERS; ++i) {
+        EXPECT(counts[i] == WRITTEN, "expected %d lines of each thread, got %d", WRITTEN,
+               counts[i]);
     }
 }
 

@@ -9,7 +9,8 @@ static void add_log(const char *line, unsigned long length) {
 
 int main(int argc, char **argv) {
     static conformance_harness_t harness;
-    conformance_posix_fill(&harness, "127.0.0.1");
+    /* Another one than a socket sends from by itself, so that a bound address shows. */
+    conformance_posix_fill(&harness, "127.0.0.2");
     harness.network_address = "127.0.0.1";
     port_set_log_sink(add_log);
     return conformance_main(&harness, argc, argv);
