@@ -16,6 +16,7 @@
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -30,6 +31,7 @@ static struct conformance_peer peers[PEERS_MAX];
 static _Alignas(max_align_t) char memory[MEMORY_BYTES];
 static uint32_t own_address;
 static uint16_t next_port;
+static char file_path[32];
 
 static struct {
     pthread_mutex_t mutex;
@@ -212,6 +214,11 @@ static bool tell_option(uint16_t local_port, uint16_t peer_port, conformance_opt
     return true;
 }
 
+static uint32_t permissions(const char *path) {
+    struct stat status;
+    return stat(path, &status) == 0 ? status.st_mode & 0777 : 0;
+}
+
 static void exhaust(bool on) {
     static struct rlimit before;
     struct rlimit none;
@@ -256,6 +263,8 @@ void conformance_posix_fill(conformance_harness_t *harness, const char *address)
     /* Below the ports that the system gives out; by process, so that runs beside each other do not
      * meet. */
     next_port = (uint16_t)(10000 + getpid() % 1000 * 20);
+    snprintf(file_path, sizeof file_path, "/tmp/conformance.%d", (int)getpid());
+    umask(022); /* takes nothing away from 0755 */
     *harness = (conformance_harness_t){
         .memory = memory,
         .memory_bytes = sizeof memory,
@@ -270,6 +279,9 @@ void conformance_posix_fill(conformance_harness_t *harness, const char *address)
         .address = own_address,
         .address_text = address,
         .earliest_time = 1577836800, /* the year 2020 */
+        .file_path = file_path,
+        .barred_path = "/dev/null/file",
+        .full_path = "/dev/full",
         .print = print_line,
         .give_up = give_up,
         .now_ms = now_ms,
@@ -286,6 +298,7 @@ void conformance_posix_fill(conformance_harness_t *harness, const char *address)
         .option = tell_option,
         .slow = slow_system(),
         .exhaust = exhaust,
+        .permissions = permissions,
         .take_log = take_log,
     };
 }

@@ -4,11 +4,15 @@
 
 #include "sim/world.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <list>
 #include <optional>
 
@@ -20,6 +24,8 @@ struct conformance_peer {
 namespace {
 
 constexpr const char *address_text = "192.168.1.1";
+
+char file_path[40];
 
 /** Three frames, each more than the send buffer that the kit asks for. */
 std::array<char, 3 * 512 * 1024> memory;
@@ -109,6 +115,10 @@ void reset_peer(conformance_peer *peer) {
     release(peer);
 }
 
+uint32_t permissions(const char *path) {
+    return static_cast<uint32_t>(std::filesystem::status(path).permissions());
+}
+
 constexpr conformance_harness_t harness = {
     .memory = memory.data(),
     .memory_bytes = sizeof memory,
@@ -125,6 +135,9 @@ constexpr conformance_harness_t harness = {
     .network_address = nullptr, // the simulated port has no state of the network
     .earliest_time = sim::options{}.posix_s,
     .has_priorities = false,
+    .file_path = file_path,
+    .barred_path = "/dev/null/file",
+    .full_path = "/dev/full",
     .has_wifi = false,
     .has_airkiss = false,
     .print = print_line,
@@ -144,12 +157,15 @@ constexpr conformance_harness_t harness = {
     .slow = nullptr,   // the world's seeds decide who is late
     .exhaust = nullptr,
     .set_network = nullptr,
+    .permissions = permissions,
     .take_log = nullptr, // the log shows all: it is the tests' own
 };
 
 } // namespace
 
 int main(int argc, char **argv) {
+    std::snprintf(file_path, sizeof file_path, "/tmp/conformance_sim.%d", getpid());
+    umask(022); // takes nothing away from 0755
     sim::world world(sim::with_environment());
     const int result = conformance_main(&harness, argc, argv);
     for (const std::string &problem : world.finish()) {

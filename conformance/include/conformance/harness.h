@@ -50,7 +50,7 @@ typedef struct {
     uint32_t send_buffer_bytes; /**< asked of kelo_hal_net_set_bufsize [131072] */
     uint32_t rounds;            /**< how often two threads meet where they could collide [200] */
     uint32_t ids;               /**< timers and registrations that are made and deleted to see ids
-                                   come round; up to 65535 of no use [70000] */
+                                   come round, and files that are opened and closed [70000] */
     uint32_t sockets;           /**< sockets that are made and closed to see numbers come back, from
                                    10 [100] */
 
@@ -69,8 +69,13 @@ typedef struct {
     uint32_t earliest_time; /**< the clock is set to this second since 1970 or a later one; 0: not
                                checked */
     bool has_priorities;    /**< a thread of a higher priority runs before CreateAndStart returns */
-    bool has_wifi;          /**< false: wifi.h is the stub's */
-    bool has_airkiss;       /**< false: airkiss.h is the stub's */
+    const char *file_path;  /**< where the kit may make and remove a file; null: file.h is the
+                               stub's */
+    const char *barred_path; /**< or null. Where no file can be made, for another reason than that
+                                the file of file_path is not there */
+    const char *full_path;   /**< or null. A file to which not one byte can be written */
+    bool has_wifi;           /**< false: wifi.h is the stub's */
+    bool has_airkiss;        /**< false: airkiss.h is the stub's */
 
     /** Takes one line of the report, without a newline. */
     void (*print)(const char *line);
@@ -136,6 +141,8 @@ typedef struct {
     void (*exhaust)(bool on);
     /** Or null. Makes the network go down and come back. */
     void (*set_network)(bool up);
+    /** Or null. Tells the permissions of a file, such as 0755. */
+    uint32_t (*permissions)(const char *path);
     /**
      * Or null. Takes what was logged since the last call, NUL-terminated, a newline behind each
      * line; what does not fit is dropped. Levels 0 to 2 are kept by the log.

@@ -11,9 +11,9 @@ extern "C" {
 #endif
 
 /**
- * Fills in all that a desktop has in common: sizes, times, peers on the loopback interface, the
- * look below the contracts. Left to the caller: network_address, take_log, set_network, has_wifi,
- * has_airkiss.
+ * Fills in all that a desktop has in common: sizes, times, peers on the loopback interface, a
+ * file in /tmp, the look below the contracts. Left to the caller: network_address, take_log,
+ * set_network, has_wifi, has_airkiss.
  *
  * @param[out] harness  the record; what it does not set is zero
  * @param address       where a socket bound to KELO_ADDRESS_ANY is reached, dotted decimal; an
