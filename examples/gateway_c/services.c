@@ -126,21 +126,23 @@ int32_t engr_gw_unbind_device_inner(dev_cntl_t *device) {
     return engr_lan_sub_dev_unbind_report(device->dev_id);
 }
 
-/* This gateway is activated, so that data points travel under its own key. */
 int32_t engr_pack_data_with_cmd(uint8_t mode, const char *text, uint32_t flags, uint32_t pack_arg,
                                 uint8_t **output, uint32_t *output_length) {
+    uint8_t key[AES128_KEY_SIZE];
     (void)mode, (void)flags, (void)pack_arg;
+    (void)engr_lan_get_tcp_key(key); /* fails only without room for the key */
     return aes128_ecb_encode((const uint8_t *)text, (uint32_t)strlen(text), output, output_length,
-                             gateway.local_key);
+                             key);
 }
 
 int32_t engr_parse_data_with_cmd(uint8_t mode, const uint8_t *payload, uint32_t length,
                                  char **text) {
+    uint8_t key[AES128_KEY_SIZE];
     uint8_t *plain = NULL;
     uint32_t plain_length = 0;
     (void)mode;
-    const int32_t result =
-        aes128_ecb_decode(payload, length, &plain, &plain_length, gateway.local_key);
+    (void)engr_lan_get_tcp_key(key);
+    const int32_t result = aes128_ecb_decode(payload, length, &plain, &plain_length, key);
     if (result == 0) {
         *text = (char *)plain;
     }
