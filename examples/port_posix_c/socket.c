@@ -83,6 +83,14 @@ void port_release(struct port_socket *socket) {
     }
 }
 
+/** Ends a call on a socket: gives the reference back and yields 0, or -1 with errno as the code. */
+static int32_t end_call(struct port_socket *socket, int result) {
+    const int error = errno;
+    const int32_t answer = result == 0 ? 0 : port_fail_errno(socket, error);
+    port_release(socket);
+    return answer;
+}
+
 /** Gives the socket a number and a place in the table; 0 when there is none. */
 static int32_t enter(struct port_socket *socket) {
     int32_t number = 0;
@@ -173,11 +181,7 @@ int32_t kelo_hal_net_shutdown(int32_t descriptor) {
         return -1;
     }
     atomic_store(&socket->torn, 1);
-    const int result = shutdown(socket->fd, SHUT_WR);
-    const int error = errno;
-    const int32_t answer = result == 0 ? 0 : port_fail_errno(socket, error);
-    port_release(socket);
-    return answer;
+    return end_call(socket, shutdown(socket->fd, SHUT_WR));
 }
 
 /** Sets one option of a socket. */
@@ -186,12 +190,7 @@ static int32_t set_option(int32_t descriptor, int level, int name, int value) {
     if (socket == NULL) {
         return -1;
     }
-    int32_t result = 0;
-    if (setsockopt(socket->fd, level, name, &value, sizeof value) != 0) {
-        result = port_fail_errno(socket, errno);
-    }
-    port_release(socket);
-    return result;
+    return end_call(socket, setsockopt(socket->fd, level, name, &value, sizeof value));
 }
 
 int32_t kelo_hal_net_set_bufsize(int32_t descriptor, uint32_t size, int32_t kind) {
@@ -214,12 +213,7 @@ int32_t kelo_hal_net_set_cloexec(int32_t descriptor) {
     if (socket == NULL) {
         return -1;
     }
-    int32_t result = 0;
-    if (fcntl(socket->fd, F_SETFD, FD_CLOEXEC) != 0) {
-        result = port_fail_errno(socket, errno);
-    }
-    port_release(socket);
-    return result;
+    return end_call(socket, fcntl(socket->fd, F_SETFD, FD_CLOEXEC));
 }
 
 int32_t kelo_hal_net_set_block(int32_t descriptor, bool block) {
@@ -235,16 +229,14 @@ int32_t kelo_hal_net_set_block(int32_t descriptor, bool block) {
 int32_t kelo_hal_net_set_keepalive(int32_t descriptor, bool on, uint32_t idle_s,
                                    uint32_t interval_s, uint32_t count) {
     int32_t result = set_option(descriptor, SOL_SOCKET, SO_KEEPALIVE, on ? 1 : 0);
-    if (result == 0 && on) {
-        result = set_option(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, (int)idle_s);
+    if (result != 0 || !on) {
+        return result;
     }
-    if (result == 0 && on) {
-        result = set_option(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, (int)interval_s);
-    }
-    if (result == 0 && on) {
-        result = set_option(descriptor, IPPROTO_TCP, TCP_KEEPCNT, (int)count);
-    }
-    return result;
+    return set_option(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, (int)idle_s) == 0 &&
+                   set_option(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, (int)interval_s) == 0 &&
+                   set_option(descriptor, IPPROTO_TCP, TCP_KEEPCNT, (int)count) == 0
+               ? 0
+               : -1;
 }
 
 static int32_t bind_to(int32_t descriptor, in_addr_t network_order, uint16_t port) {
@@ -254,12 +246,7 @@ static int32_t bind_to(int32_t descriptor, in_addr_t network_order, uint16_t por
     }
     struct sockaddr_in local = {.sin_family = AF_INET, .sin_port = htons(port)};
     local.sin_addr.s_addr = network_order;
-    int32_t result = 0;
-    if (bind(socket->fd, (const struct sockaddr *)&local, sizeof local) != 0) {
-        result = port_fail_errno(socket, errno);
-    }
-    port_release(socket);
-    return result;
+    return end_call(socket, bind(socket->fd, (const struct sockaddr *)&local, sizeof local));
 }
 
 int32_t kelo_hal_net_bind(int32_t descriptor, uint32_t address, uint16_t port) {
@@ -279,10 +266,5 @@ int32_t kelo_hal_net_listen(int32_t descriptor, int32_t backlog) {
     if (socket == NULL) {
         return -1;
     }
-    int32_t result = 0;
-    if (listen(socket->fd, backlog) != 0) {
-        result = port_fail_errno(socket, errno);
-    }
-    port_release(socket);
-    return result;
+    return end_call(socket, listen(socket->fd, backlog));
 }
