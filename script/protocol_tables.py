@@ -66,6 +66,8 @@ def frame_types():
         sys.exit("frame_types.h: a row is not of the form X(number, name, way, payload, handler, \"meaning\")")
     app = {name: (coding, ANSWERS[answer]) for name, coding, answer in APP_ROW.findall(APP_TYPES.read_text())}
     for number, name, way, _, _, meaning in rows:
+        if way != "datagram" and name not in app:
+            sys.exit(f"{APP_TYPES.relative_to(ROOT)}: {name} is missing; it says how {name} is answered")
         if way == "datagram":
             (origin, coding), answer = DATAGRAMS[name], ""
         else:
