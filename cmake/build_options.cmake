@@ -15,11 +15,14 @@ option(ENGR_LINUX_PORT "Build the Linux port; it needs the ciphers" ${complete})
 option(ENGR_CIPHERS "Build the ciphers over nettle and zlib" ${ENGR_LINUX_PORT})
 set(ENGR_PORT_DIR "" CACHE PATH "Directory of a port from outside, added to the build: its CMakeLists.txt")
 option(ENGR_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+option(ENGR_UNITY_BUILD "Compile the gateway and the app several files at a time" OFF)
 option(ENGR_BUILD_TESTS "Build the tests" ${complete})
 option(ENGR_BUILD_FUZZERS "Build the fuzz targets (needs clang)" OFF)
 option(ENGR_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 set(ENGR_SANITIZE "" CACHE STRING "Sanitizers for the whole build: empty, address, thread or fuzzer")
 set_property(CACHE ENGR_SANITIZE PROPERTY STRINGS "" address thread fuzzer)
+
+option(ENGR_COVERAGE "Count what the tests run, for script/coverage (needs clang)" OFF)
 
 # A compiler cache is used when there is one: the sanitizer builds and a fresh clone compile the same files again.
 find_program(ENGR_CCACHE ccache)
@@ -47,8 +50,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 add_library(engr_warnings INTERFACE)
 target_compile_options(engr_warnings INTERFACE
-    -Wall -Wextra -Wconversion -Wundef -Wvla
-    $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>
+    -Wall -Wextra -Wconversion -Wundef -Wvla -Wshadow
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast>)
 if(ENGR_WARNINGS_AS_ERRORS)
     target_compile_options(engr_warnings INTERFACE -Werror)
@@ -70,4 +72,9 @@ elseif(ENGR_SANITIZE STREQUAL "fuzzer")
     add_link_options(-fsanitize=address,undefined)
 elseif(NOT ENGR_SANITIZE STREQUAL "")
     message(FATAL_ERROR "ENGR_SANITIZE is '${ENGR_SANITIZE}'; it may be empty, address, thread or fuzzer")
+endif()
+
+if(ENGR_COVERAGE)
+    add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+    add_link_options(-fprofile-instr-generate)
 endif()
