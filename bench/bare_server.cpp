@@ -32,6 +32,7 @@ enum : uint32_t {
     head = 0x000055AA,
     tail = 0x0000AA55,
     keepalive = 9,
+    start_upgrade = 230,
     piece = 231,
     device_list = 241,
     bind_report = 243,
@@ -119,6 +120,8 @@ bool answer(int fd, uint32_t number, uint32_t type, uint32_t payload_size) {
     case device_list:
         return send_whole(fd, build(number, type, list_text));
     case announcement:
+        return send_whole(fd, build(number, type, "{}"));
+    case start_upgrade:
         image_offset = 0;
         return send_whole(fd, build(number, type, {})) && ask_for_piece(fd, 0);
     case piece:

@@ -44,14 +44,18 @@ int32_t aes128_ecb_encode(const uint8_t *input, uint32_t input_length, uint8_t *
     if (buffer == nullptr) {
         return result_no_memory;
     }
-    if (input_length != 0) {
-        std::memcpy(buffer, input, input_length);
+    const uint32_t last_length = AES128_BLOCK_SIZE - padding;
+    const uint32_t before_last = input_length - last_length;
+    uint8_t last[AES128_BLOCK_SIZE];
+    std::memset(last, padding, sizeof last);
+    if (last_length != 0) {
+        std::memcpy(last, input + before_last, last_length);
     }
-    std::memset(buffer + input_length, padding, padding);
 
     aes128_ctx context;
     aes128_set_encrypt_key(&context, key);
-    aes128_encrypt(&context, padded_length, buffer, buffer);
+    aes128_encrypt(&context, before_last, buffer, input);
+    aes128_encrypt(&context, sizeof last, buffer + before_last, last);
     *output = buffer;
     *output_length = padded_length;
     return result_ok;
