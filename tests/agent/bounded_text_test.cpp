@@ -21,6 +21,7 @@ TEST(bounded_text, keeps_what_fits_and_records_that_it_was_cut) {
         {{"abcdefgh"}, "abcdefg", true},
         {{"abc", "", "def"}, "abcdef", false},
         {{"abc", "defgh"}, "abcdefg", true},
+        {{"abcd", "efg"}, "abcdefg", false},
         {{"abcdefgh", "x"}, "abcdefg", true},
     };
     for (const auto &one : cases) {
@@ -33,6 +34,14 @@ TEST(bounded_text, keeps_what_fits_and_records_that_it_was_cut) {
         EXPECT_EQ(text.length(), std::string(one.text).size());
         EXPECT_EQ(text.is_cut(), one.is_cut) << one.text;
         EXPECT_EQ(buffer[8], '\0') << "expected nothing to be written behind the buffer";
+        if (one.pieces.size() == 2) {
+            char other[9] = "########";
+            bounded_text same(other, 8);
+            same.add_texts(one.pieces[0], one.pieces[1]);
+            EXPECT_STREQ(same.text(), one.text);
+            EXPECT_EQ(same.is_cut(), one.is_cut) << one.text;
+            EXPECT_EQ(other[8], '\0') << "expected nothing to be written behind the buffer";
+        }
     }
     char field[4] = "###";
     copy_text(field, "abcdef");

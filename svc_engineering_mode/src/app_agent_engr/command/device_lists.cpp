@@ -126,7 +126,7 @@ void write_dev_list(bounded_text &text) {
         if (device->excluded != 0 || device->state == DEV_STATE_FREE) {
             continue;
         }
-        text.add(R"({"cid":"%s","pid":"%s"},)", device->dev_id, device->pid);
+        text.add_texts(R"({"cid":")", device->dev_id, R"(","pid":")", device->pid, R"("},)");
     }
     text.drop_final(',');
 }
