@@ -61,8 +61,13 @@ int32_t add_socket(int system_descriptor, int32_t kind) {
 }
 
 socket_ref find_socket(int32_t descriptor) {
-    descriptor_table &numbers = table();
-    const std::lock_guard lock(numbers.mutex);
+    return socket_finder().find(descriptor);
+}
+
+socket_finder::socket_finder() : lock_(table().mutex) {}
+
+socket_ref socket_finder::find(int32_t descriptor) const {
+    const descriptor_table &numbers = table();
     const auto found = numbers.sockets.find(descriptor);
     if (found == numbers.sockets.end()) {
         fail(KELO_ERR_BAD_SOCKET);

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 namespace linux_port {
 
@@ -21,6 +22,8 @@ struct outgoing {
     uint64_t accepted = 0;     /**< bytes that the system has accepted */
     uint64_t acknowledged = 0; /**< of these, acknowledged by the peer at the last check */
 };
+
+constexpr auto never_paused = monotonic_clock::time_point::min();
 
 /**
  * One socket. Whoever works on it holds a reference, so that the system's descriptor is closed, and
@@ -43,7 +46,7 @@ struct socket_record {
     std::atomic<bool> bound{false};
     std::atomic<uint16_t> served_port{0}; /**< of a listening TCP socket, else 0 */
     /** Of a listening socket: until then select leaves it out, since accepting lacks resources. */
-    std::atomic<monotonic_clock::time_point> accept_pause_end{monotonic_clock::time_point::min()};
+    std::atomic<monotonic_clock::time_point> accept_pause_end{never_paused};
     send_order sends;
     outgoing sent; /**< belongs to the thread whose turn to send it is */
 };
@@ -63,6 +66,18 @@ constexpr int32_t descriptor_after(int32_t number) {
 int32_t add_socket(int system_descriptor, int32_t kind);
 /** The socket of a number; null with the error set. */
 socket_ref find_socket(int32_t descriptor);
+
+/** Finds many sockets with the table locked once, for the life of a scope. */
+class socket_finder {
+  public:
+    socket_finder();
+    /** As find_socket. */
+    [[nodiscard]] socket_ref find(int32_t descriptor) const;
+
+  private:
+    std::lock_guard<std::mutex> lock_;
+};
+
 /** The same, and takes the number out of use. */
 socket_ref take_socket(int32_t descriptor);
 

@@ -26,10 +26,11 @@ constexpr short hung_up = POLLHUP | POLLERR;
  */
 class watch_list {
   public:
-    [[nodiscard]] bool add(const kelo_fd_set_t *set, int32_t descriptor_count, short events);
+    [[nodiscard]] bool add(const socket_finder &sockets, const kelo_fd_set_t *set,
+                           int32_t descriptor_count, short events);
     [[nodiscard]] wait_end wait(monotonic_clock::time_point deadline);
     [[nodiscard]] bool any_closed() const;
-    [[nodiscard]] short events_of(int32_t descriptor) const;
+    [[nodiscard]] short events_of(int32_t descriptor);
 
   private:
     struct watched_socket {
@@ -40,33 +41,39 @@ class watch_list {
     };
 
     /** Place of a descriptor; count_ when it is not in the list. */
-    [[nodiscard]] size_t index_of(int32_t descriptor) const;
+    [[nodiscard]] size_t index_of(int32_t descriptor);
     [[nodiscard]] monotonic_clock::time_point poll(monotonic_clock::time_point deadline,
                                                    wait_end &end);
 
     size_t count_ = 0;
+    size_t next_ = 0; /**< place behind the one found last: all sets have the same order */
     std::array<watched_socket, most_watched> sockets_;
 };
 
-size_t watch_list::index_of(int32_t descriptor) const {
-    size_t index = 0;
-    while (index < count_ && sockets_[index].descriptor != descriptor) {
-        ++index;
+size_t watch_list::index_of(int32_t descriptor) {
+    for (size_t looked_at = 0; looked_at < count_; ++looked_at) {
+        const size_t index = next_ < count_ ? next_ : 0;
+        next_ = index + 1;
+        if (sockets_[index].descriptor == descriptor) {
+            return index;
+        }
     }
-    return index;
+    return count_;
 }
 
-bool watch_list::add(const kelo_fd_set_t *set, int32_t descriptor_count, short events) {
+bool watch_list::add(const socket_finder &sockets, const kelo_fd_set_t *set,
+                     int32_t descriptor_count, short events) {
+    const bool is_first_set = count_ == 0; // the members of one set differ
     for (uint32_t i = 0; set != nullptr && i < set->count && i < KELO_FD_SET_CAPACITY; ++i) {
         const int32_t descriptor = set->descriptors[i];
         if (descriptor >= descriptor_count) {
             continue;
         }
-        if (const size_t known = index_of(descriptor); known < count_) {
+        if (const size_t known = is_first_set ? count_ : index_of(descriptor); known < count_) {
             sockets_[known].events = static_cast<short>(sockets_[known].events | events);
             continue;
         }
-        socket_ref socket = find_socket(descriptor);
+        socket_ref socket = sockets.find(descriptor);
         if (socket == nullptr) {
             return false;
         }
@@ -86,10 +93,9 @@ monotonic_clock::time_point watch_list::poll(monotonic_clock::time_point deadlin
     std::array<watched_socket *, 2 * most_watched> owners;
     size_t polled_count = 0;
     auto first_pause_end = no_deadline;
-    const auto now = monotonic_clock::now();
     for (watched_socket &watched : std::span(sockets_).first(count_)) {
         const auto pause_end = watched.socket->accept_pause_end.load();
-        const bool paused = pause_end > now;
+        const bool paused = pause_end != never_paused && pause_end > monotonic_clock::now();
         const int events = paused ? watched.events & ~POLLIN : watched.events;
         first_pause_end = paused ? std::min(first_pause_end, pause_end) : first_pause_end;
         watched.ready = 0;
@@ -123,13 +129,13 @@ bool watch_list::any_closed() const {
                                [](const watched_socket &one) { return one.socket->closed.load(); });
 }
 
-short watch_list::events_of(int32_t descriptor) const {
+short watch_list::events_of(int32_t descriptor) {
     const size_t index = index_of(descriptor);
     return index < count_ ? sockets_[index].ready : short{0};
 }
 
 /** Reduces a set to its ready members; returns their number. */
-int32_t keep_ready(const watch_list &watched, kelo_fd_set_t *set, short ready_events) {
+int32_t keep_ready(watch_list &watched, kelo_fd_set_t *set, short ready_events) {
     if (set == nullptr) {
         return 0;
     }
@@ -150,10 +156,13 @@ int32_t kelo_hal_net_select(int32_t descriptor_count, kelo_fd_set_t *read_set,
                             kelo_fd_set_t *write_set, kelo_fd_set_t *exception_set,
                             uint32_t milliseconds) {
     watch_list watched;
-    if (!watched.add(read_set, descriptor_count, POLLIN) ||
-        !watched.add(write_set, descriptor_count, POLLOUT) ||
-        !watched.add(exception_set, descriptor_count, POLLPRI)) {
-        return -1;
+    {
+        const socket_finder sockets;
+        if (!watched.add(sockets, read_set, descriptor_count, POLLIN) ||
+            !watched.add(sockets, write_set, descriptor_count, POLLOUT) ||
+            !watched.add(sockets, exception_set, descriptor_count, POLLPRI)) {
+            return -1;
+        }
     }
     const auto deadline = monotonic_clock::now() + std::chrono::milliseconds(milliseconds);
     const wait_end end = watched.wait(deadline);

@@ -27,7 +27,8 @@ struct lan_pro_cntl_t {
     thrd_handle_t thread;                /**< the worker thread */
     uint16_t dev_tm;                     /**< discovery timer, 0 = none */
     int32_t mode;                        /**< the mode given to init */
-    uint64_t server_thread_id; /**< of the server task, 0 until it runs; guarded by mutex */
+    uint64_t
+        server_thread_id; /**< of the server task, 0 until it runs; read and written atomically */
     uint32_t foreign_sends[lan_client_max]; /**< sends of other threads that are under way on each
                                                slot; guarded by mutex, like the client table */
 };

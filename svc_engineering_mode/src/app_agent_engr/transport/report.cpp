@@ -24,8 +24,9 @@ constexpr uint32_t notice_size = 128;
 void send_to_all(uint32_t fr_type, uint32_t ret, const void *data, uint32_t len, bool encrypt) {
     int32_t sockets[lan_client_max];
     const int32_t socket_num = __get_lpc_sockets(sockets);
+    tcp_frame frame(0, fr_type, ret, data, len, encrypt);
     for (int32_t i = 0; i < socket_num; ++i) {
-        const int32_t op_ret = __mlp_gw_tcp_send(sockets[i], 0, fr_type, ret, data, len, encrypt);
+        const int32_t op_ret = frame.send_to(sockets[i]);
         if (op_ret != ENGR_OK) {
             LAN_LOG(LOG_LEVEL_FAILURE, "__mlp_gw_tcp_send op_ret:%d", op_ret);
         }

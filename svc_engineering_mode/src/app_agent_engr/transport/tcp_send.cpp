@@ -35,69 +35,64 @@ void log_send(int32_t socket, uint32_t fr_num, uint32_t fr_type, uint32_t ret, u
             static_cast<int>(len));
 }
 
-struct built_frame {
-    heap_block<uint8_t> bytes;
-    uint32_t size = 0;
-};
-
-/** Encrypts if wanted and builds the frame. Returns 0, or the cipher's code; without memory the
- * frame is empty. */
-int32_t build_frame(uint32_t fr_num, uint32_t fr_type, uint32_t ret, const uint8_t *data,
-                    uint32_t len, bool encrypt, built_frame &frame) {
-    if (!encrypt || len == 0) {
-        frame.bytes.reset(__mlp_gw_send_da(fr_num, fr_type, ret, data, len, &frame.size));
-        return 0;
-    }
-    heap_block<uint8_t> cipher;
-    uint32_t cipher_len = 0;
-    const tcp_key key = current_tcp_key();
-    const int32_t op_ret = encrpt_lan_msg(data, len, cipher.out(), &cipher_len, key.bytes);
-    if (op_ret != 0) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "aes128_ecb_encode error:%d", op_ret);
-        return op_ret;
-    }
-    LAN_LOG(LOG_LEVEL_TRACE, "send length:%d", static_cast<int>(cipher_len));
-    frame.bytes.reset(
-        __mlp_gw_send_da(fr_num, fr_type, ret, cipher.get(), cipher_len, &frame.size));
-    return 0;
-}
-
 bool is_whole(int32_t written, uint32_t size) {
     return written > 0 && static_cast<uint32_t>(written) == size;
 }
 
 } // namespace
 
-int32_t __mlp_gw_tcp_send(int32_t socket, uint32_t fr_num, uint32_t fr_type, uint32_t ret,
-                          const void *data, uint32_t len, bool encrypt) {
+/** Encrypts if wanted and builds the frame. Returns 0, -1 without memory, or the cipher's code. */
+int32_t tcp_frame::build() {
+    if (!encrypt_ || len_ == 0) {
+        frame_.reset(__mlp_gw_send_da(fr_num_, fr_type_, ret_, data_, len_, &size_));
+    } else {
+        heap_block<uint8_t> cipher;
+        uint32_t cipher_len = 0;
+        const tcp_key key = current_tcp_key();
+        const int32_t op_ret = encrpt_lan_msg(data_, len_, cipher.out(), &cipher_len, key.bytes);
+        if (op_ret != 0) {
+            LAN_LOG(LOG_LEVEL_FAILURE, "aes128_ecb_encode error:%d", op_ret);
+            return op_ret;
+        }
+        LAN_LOG(LOG_LEVEL_TRACE, "send length:%d", static_cast<int>(cipher_len));
+        frame_.reset(__mlp_gw_send_da(fr_num_, fr_type_, ret_, cipher.get(), cipher_len, &size_));
+    }
+    if (!frame_) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "Create Send Buf Fails");
+        return ENGR_ERR_FAILED;
+    }
+    return ENGR_OK;
+}
+
+int32_t tcp_frame::send_to(int32_t socket) {
     const lpc_send send(socket);
     if (is_refused(socket, send)) {
         return ENGR_ERR_SOCKET_FAULTY;
     }
-    log_send(socket, fr_num, fr_type, ret, len);
-    built_frame frame;
-    const int32_t op_ret =
-        build_frame(fr_num, fr_type, ret, static_cast<const uint8_t *>(data), len, encrypt, frame);
-    if (op_ret != 0) {
-        return op_ret;
-    }
-    if (!frame.bytes) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "Create Send Buf Fails");
-        return ENGR_ERR_FAILED;
+    log_send(socket, fr_num_, fr_type_, ret_, len_);
+    if (!frame_) {
+        const int32_t op_ret = build();
+        if (op_ret != ENGR_OK) {
+            return op_ret;
+        }
     }
     LAN_LOG(LOG_LEVEL_TRACE, "kelo_hal_net_send start...");
-    const int32_t written = kelo_hal_net_send(socket, frame.bytes.get(), frame.size);
+    const int32_t written = kelo_hal_net_send(socket, frame_.get(), size_);
     LAN_LOG(LOG_LEVEL_TRACE, "kelo_hal_net_send end...");
-    frame.bytes.reset();
-    if (is_whole(written, frame.size)) {
+    if (is_whole(written, size_)) {
         LAN_LOG(LOG_LEVEL_DETAIL, "TCP Send buf Success");
         return ENGR_OK;
     }
     const int32_t error = kelo_hal_net_get_errno();
     __lpc_set_socket_fault(socket);
-    LAN_LOG(LOG_LEVEL_FAILURE, "ret:%d send_len:%d errno:%d", written, static_cast<int>(frame.size),
+    LAN_LOG(LOG_LEVEL_FAILURE, "ret:%d send_len:%d errno:%d", written, static_cast<int>(size_),
             error);
     return ENGR_ERR_SEND_FAILED;
+}
+
+int32_t __mlp_gw_tcp_send(int32_t socket, uint32_t fr_num, uint32_t fr_type, uint32_t ret,
+                          const void *data, uint32_t len, bool encrypt) {
+    return tcp_frame(fr_num, fr_type, ret, data, len, encrypt).send_to(socket);
 }
 
 int32_t __mlp_gw_tcp_large_send(int32_t socket, uint32_t fr_num, uint32_t fr_type, uint32_t ret,

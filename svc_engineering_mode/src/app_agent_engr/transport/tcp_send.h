@@ -2,10 +2,42 @@
  * send does. */
 #pragma once
 
+#include "platform/owners.h"
+
 #include <cstdint>
 
+/** A reply-form frame for any number of clients: encrypted and built once, when the first of them
+ * is sent it. */
+class tcp_frame {
+  public:
+    /** The arguments are those of __mlp_gw_tcp_send; data must outlive the frame. */
+    tcp_frame(uint32_t fr_num, uint32_t fr_type, uint32_t ret, const void *data, uint32_t len,
+              bool encrypt)
+        : fr_num_(fr_num), fr_type_(fr_type), ret_(ret), len_(len), encrypt_(encrypt),
+          data_(static_cast<const uint8_t *>(data)) {}
+
+    /**
+     * Sends it to one client.
+     *
+     * @return as __mlp_gw_tcp_send
+     */
+    int32_t send_to(int32_t socket);
+
+  private:
+    [[nodiscard]] int32_t build();
+
+    uint32_t fr_num_;
+    uint32_t fr_type_;
+    uint32_t ret_;
+    uint32_t len_;
+    bool encrypt_;
+    const uint8_t *data_;
+    platform::heap_block<uint8_t> frame_;
+    uint32_t size_ = 0;
+};
+
 /**
- * Sends one reply-form frame.
+ * Sends one reply-form frame to one client.
  *
  * @param data     len payload bytes; may be null when len is 0
  * @param encrypt  whether the payload is encrypted with the TCP key; an empty one never is
