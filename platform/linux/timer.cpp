@@ -154,7 +154,9 @@ int32_t sys_start_timer(uint16_t timer_id, uint32_t milliseconds, int32_t type) 
     } catch (const std::bad_alloc &) {
         return -ENOMEM;
     }
-    timers.context.changed().notify_all();
+    if (timers.expiries.begin()->second == timer_id) { // else its thread need not wake up earlier
+        timers.context.changed().notify_all();
+    }
     return 0;
 }
 

@@ -159,14 +159,14 @@ bool accept_client(server &server, const watched &sockets, uint32_t now) {
 }
 
 void read_from_ready_clients(const watched &sockets, uint32_t now) {
-    read_outcome outcome = read_outcome::go_on;
-    for (int32_t slot = 0; outcome == read_outcome::go_on; ++slot) {
-        const int32_t client = lpc_socket_at(slot);
-        if (client < 0) {
-            return;
+    for (int32_t slot = 0; slot < sockets.client_num; ++slot) {
+        const int32_t client = sockets.clients[slot];
+        if (kelo_hal_net_fd_isset(client, &sockets.read_set) != 1) {
+            continue;
         }
-        if (kelo_hal_net_fd_isset(client, &sockets.read_set) == 1) {
-            outcome = read_from_client(client, now);
+        const bool is_connected = lpc_socket_at(slot) == client; // not closed by another thread
+        if (!is_connected || read_from_client(client, now) == read_outcome::end_cycle) {
+            return;
         }
     }
 }
