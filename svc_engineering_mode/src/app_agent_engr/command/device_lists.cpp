@@ -172,9 +172,9 @@ void __lan_get_dev_list(const lan_request &request) {
         return;
     }
     bounded_text text(buffer.get(), size);
-    text.add(R"({"products":[)");
+    text.add_texts(R"({"products":[)");
     write_dev_list(text);
-    text.add("]}");
+    text.add_texts("]}");
     LAN_LOG(LOG_LEVEL_TRACE, "data:%s", text.text());
     reply_text(request.source, reply_success, text.text());
 }
