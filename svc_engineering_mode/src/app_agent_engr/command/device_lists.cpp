@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <strings.h>
+#include <utility>
 
 namespace {
 
@@ -99,7 +100,7 @@ void send_line_lists(const lan_request &request, const id_list &online, const id
     const auto size =
         static_cast<uint32_t>(std::strlen(online.text()) + std::strlen(offline.text())) +
         line_stat_frame_size;
-    const heap_block<char> send_data = heap_block<char>::allocate(size);
+    heap_block<char> send_data = heap_block<char>::allocate(size);
     if (!send_data) {
         LAN_LOG(LOG_LEVEL_FAILURE, "malloc send_data buffer fails");
         refuse(request.source, "malloc send_data buffer fails");
@@ -115,7 +116,7 @@ void send_line_lists(const lan_request &request, const id_list &online, const id
     }
     text.add("}");
     LAN_LOG(LOG_LEVEL_TRACE, "data:%s", text.text());
-    reply_text(request.source, reply_success, text.text());
+    reply_text(request.source, reply_success, std::move(send_data));
 }
 
 /** Writes the listed devices; a text that does not fit is cut. */
@@ -166,7 +167,7 @@ void __lan_get_dev_line_stat(const lan_request &request) {
 void __lan_get_dev_list(const lan_request &request) {
     const uint32_t size =
         count_devices(*engr_get_gw_cntl()) * dev_list_entry_size + list_spare_size;
-    const heap_block<char> buffer = heap_block<char>::allocate(size);
+    heap_block<char> buffer = heap_block<char>::allocate(size);
     if (!buffer) {
         refuse(request.source, "malloc error");
         return;
@@ -176,5 +177,5 @@ void __lan_get_dev_list(const lan_request &request) {
     write_dev_list(text);
     text.add_texts("]}");
     LAN_LOG(LOG_LEVEL_TRACE, "data:%s", text.text());
-    reply_text(request.source, reply_success, text.text());
+    reply_text(request.source, reply_success, std::move(buffer));
 }

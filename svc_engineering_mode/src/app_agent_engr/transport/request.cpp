@@ -7,6 +7,7 @@
 #include "tcp_send.h"
 
 #include <cstring>
+#include <utility>
 
 int32_t reply_empty(const request_source &source) {
     return __mlp_gw_tcp_send(source.socket, source.fr_num, source.fr_type, reply_success, nullptr,
@@ -16,6 +17,10 @@ int32_t reply_empty(const request_source &source) {
 int32_t reply_text(const request_source &source, reply_code ret, const char *text) {
     return __mlp_gw_tcp_send(source.socket, source.fr_num, source.fr_type, ret, text,
                              static_cast<uint32_t>(std::strlen(text)), true);
+}
+
+int32_t reply_text(const request_source &source, reply_code ret, platform::heap_block<char> text) {
+    return tcp_frame(source.fr_num, source.fr_type, ret, std::move(text)).send_to(source.socket);
 }
 
 void refuse(const request_source &source, const char *message) {

@@ -38,6 +38,12 @@ int32_t reply_empty(const request_source &source);
  * @return as __mlp_gw_tcp_send
  */
 int32_t reply_text(const request_source &source, reply_code ret, const char *text);
+/**
+ * The same with a text that may be long: it is taken over and released as soon as it is encrypted.
+ *
+ * @return as __mlp_gw_tcp_send
+ */
+int32_t reply_text(const request_source &source, reply_code ret, platform::heap_block<char> text);
 /** Answers with failure and a message. */
 void refuse(const request_source &source, const char *message);
 

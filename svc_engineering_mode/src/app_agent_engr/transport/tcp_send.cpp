@@ -12,6 +12,7 @@
 #include "platform/socket.h"
 
 #include <cerrno>
+#include <cstring>
 
 namespace {
 
@@ -41,6 +42,12 @@ bool is_whole(int32_t written, uint32_t size) {
 
 } // namespace
 
+tcp_frame::tcp_frame(uint32_t fr_num, uint32_t fr_type, uint32_t ret, heap_block<char> text)
+    : tcp_frame(fr_num, fr_type, ret, text.get(), static_cast<uint32_t>(std::strlen(text.get())),
+                true) {
+    text_ = std::move(text);
+}
+
 /** Encrypts if wanted and builds the frame. Returns 0, -1 without memory, or the cipher's code. */
 int32_t tcp_frame::build() {
     if (!encrypt_ || len_ == 0) {
@@ -55,6 +62,7 @@ int32_t tcp_frame::build() {
             return op_ret;
         }
         LAN_LOG(LOG_LEVEL_TRACE, "send length:%d", static_cast<int>(cipher_len));
+        text_.reset();
         frame_.reset(__mlp_gw_send_da(fr_num_, fr_type_, ret_, cipher.get(), cipher_len, &size_));
     }
     if (!frame_) {

@@ -16,6 +16,10 @@ class tcp_frame {
         : fr_num_(fr_num), fr_type_(fr_type), ret_(ret), len_(len), encrypt_(encrypt),
           data_(static_cast<const uint8_t *>(data)) {}
 
+    /** Of an encrypted text, which it takes over and releases once that is encrypted: a long one is
+     * in memory twice at most. For one client. */
+    tcp_frame(uint32_t fr_num, uint32_t fr_type, uint32_t ret, platform::heap_block<char> text);
+
     /**
      * Sends it to one client.
      *
@@ -32,6 +36,7 @@ class tcp_frame {
     uint32_t len_;
     bool encrypt_;
     const uint8_t *data_;
+    platform::heap_block<char> text_;
     platform::heap_block<uint8_t> frame_;
     uint32_t size_ = 0;
 };
