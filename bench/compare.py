@@ -5,6 +5,7 @@
     python3 bench/compare.py                              # every row, 7 rounds
     python3 bench/compare.py --only keepalive --rounds 15
     python3 bench/compare.py --json figures.json          # for bench/plot.py
+    python3 bench/compare.py --earlier ../old/build/bench/bin   # against the agent_server of another build
 
 Agent and bare server take turns, so that what else the machine does hits both. Server and load have a core each and a
 network namespace of their own. A ratio is the median of the rounds' ratios; its spread is their quartiles. On a busy
@@ -83,13 +84,17 @@ def run_load(server, *arguments):
     return figures
 
 
-AGENT, AGENT_WITHOUT_LOG, BARE, BARE_ZLIB = "agent", "agent without log", "bare", "bare, zlib"
+AGENT = "agent_server"
+# What it is measured against; anything else is the directory of another build.
+AGENT_WITHOUT_LOG, BARE, BARE_ZLIB = "agent_server_without_log", "bare_server", "bare_server zlib"
 
 
 def server_command(kind, devices):
     if kind in (BARE, BARE_ZLIB):
         return [os.path.join(BIN, "bare_server"), str(devices), "zlib" if kind == BARE_ZLIB else "libdeflate"]
-    return [os.path.join(BIN, "agent_server" if kind == AGENT else "agent_server_without_log"), str(devices)]
+    if kind in (AGENT, AGENT_WITHOUT_LOG):
+        return [os.path.join(BIN, kind), str(devices)]
+    return [os.path.join(kind, AGENT), str(devices)]
 
 
 @dataclass
@@ -211,6 +216,7 @@ def main():
     parser.add_argument("--only", action="append", choices=[*ROWS, "redis"], metavar="ROW",
                         help="this row alone; may be repeated: " + ", ".join([*ROWS, "redis"]))
     parser.add_argument("--rounds", type=int, default=7, help="how often each row is measured (default 7)")
+    parser.add_argument("--earlier", metavar="DIR", help="measures against the agent_server there")
     parser.add_argument("--json", metavar="FILE", help="also writes the figures there")
     chosen = parser.parse_args()
     if not 1 <= chosen.rounds <= 1000:
@@ -224,9 +230,12 @@ def main():
         launcher = os.path.join(ROOT, "tests", "isolated")
         os.execv(launcher, [launcher, sys.executable, "-B", *sys.argv])
     summaries = []
-    for name in chosen.only or [*ROWS, "redis"]:
+    names = [name for name in ROWS if ROWS[name].against == BARE] if chosen.earlier else [*ROWS, "redis"]
+    for name in chosen.only or names:
         print(name, file=sys.stderr, flush=True)
-        if name != "redis":
+        if name in ROWS:
+            if chosen.earlier:
+                ROWS[name].against, ROWS[name].limit = os.path.realpath(chosen.earlier), {}
             summaries.append(summarize(ROWS[name], measure(ROWS[name], chosen.rounds)))
         elif (redis := measure_redis(chosen.rounds)) is not None:
             summaries.append(redis)

@@ -3,7 +3,7 @@
 //
 //     load keepalive|list|redis CONNECTIONS SECONDS
 //     load reports CONNECTIONS REPORTS       takes reports, after it has said "ready"
-//     load upload BYTES_PER_SECOND HEX       sends the frame HEX, then the image, as it is asked for; 0: unpaced
+//     load upload BYTES_PER_SECOND HEX       sends the frames HEX, then the image; 0: unpaced
 //
 // Prints one JSON object.
 #include "bench_site.h"

@@ -1,4 +1,5 @@
-/* Stands in for the agent's own header in a build without a log: the bench measures what the log costs. */
+/* Stands in for the agent's own header in a build without a log: the bench measures what the log
+ * costs. */
 #pragma once
 
 #include "platform/log.h"
