@@ -23,8 +23,6 @@ struct outgoing {
     uint64_t acknowledged = 0; /**< of these, acknowledged by the peer at the last check */
 };
 
-constexpr auto never_paused = monotonic_clock::time_point::min();
-
 /**
  * One socket. Whoever works on it holds a reference, so that the system's descriptor is closed, and
  * its number used again, only when the last call on it has returned. A close marks the record and
@@ -46,7 +44,7 @@ struct socket_record {
     std::atomic<bool> bound{false};
     std::atomic<uint16_t> served_port{0}; /**< of a listening TCP socket, else 0 */
     /** Of a listening socket: until then select leaves it out, since accepting lacks resources. */
-    std::atomic<monotonic_clock::time_point> accept_pause_end{never_paused};
+    std::atomic<monotonic_clock::time_point> accept_pause_end{monotonic_clock::time_point::min()};
     send_order sends;
     outgoing sent; /**< belongs to the thread whose turn to send it is */
 };

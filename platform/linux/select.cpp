@@ -28,8 +28,12 @@ class watch_list {
   public:
     [[nodiscard]] bool add(const socket_finder &sockets, const kelo_fd_set_t *set,
                            int32_t descriptor_count, short events);
-    [[nodiscard]] wait_end wait(monotonic_clock::time_point deadline);
+    /** @param now  the time at the call */
+    [[nodiscard]] wait_end wait(monotonic_clock::time_point now,
+                                monotonic_clock::time_point deadline);
     [[nodiscard]] bool any_closed() const;
+    /** Whether one of the events has occurred on any socket. */
+    [[nodiscard]] bool any_ready(short events) const { return (all_ready_ & events) != 0; }
     [[nodiscard]] short events_of(int32_t descriptor);
 
   private:
@@ -42,11 +46,12 @@ class watch_list {
 
     /** Place of a descriptor; count_ when it is not in the list. */
     [[nodiscard]] size_t index_of(int32_t descriptor);
-    [[nodiscard]] monotonic_clock::time_point poll(monotonic_clock::time_point deadline,
-                                                   wait_end &end);
+    [[nodiscard]] monotonic_clock::time_point
+    poll(monotonic_clock::time_point now, monotonic_clock::time_point deadline, wait_end &end);
 
     size_t count_ = 0;
     size_t next_ = 0; /**< place behind the one found last: all sets have the same order */
+    short all_ready_ = 0;
     std::array<watched_socket, most_watched> sockets_;
 };
 
@@ -88,14 +93,15 @@ bool watch_list::add(const socket_finder &sockets, const kelo_fd_set_t *set,
  * @param[out] end  how it ended
  * @return when the first of these may accept again; no_deadline when there are none
  */
-monotonic_clock::time_point watch_list::poll(monotonic_clock::time_point deadline, wait_end &end) {
+monotonic_clock::time_point watch_list::poll(monotonic_clock::time_point now,
+                                             monotonic_clock::time_point deadline, wait_end &end) {
     std::array<pollfd, 2 * most_watched + 1> polled;
     std::array<watched_socket *, 2 * most_watched> owners;
     size_t polled_count = 0;
     auto first_pause_end = no_deadline;
     for (watched_socket &watched : std::span(sockets_).first(count_)) {
         const auto pause_end = watched.socket->accept_pause_end.load();
-        const bool paused = pause_end != never_paused && pause_end > monotonic_clock::now();
+        const bool paused = pause_end > now;
         const int events = paused ? watched.events & ~POLLIN : watched.events;
         first_pause_end = paused ? std::min(first_pause_end, pause_end) : first_pause_end;
         watched.ready = 0;
@@ -107,20 +113,24 @@ monotonic_clock::time_point watch_list::poll(monotonic_clock::time_point deadlin
             polled[polled_count++] = {broadcast_fd, POLLIN, 0};
         }
     }
-    end = wait_for(std::span(polled).first(polled_count + 1), std::min(deadline, first_pause_end));
+    end = wait_for(std::span(polled).first(polled_count + 1), std::min(deadline, first_pause_end),
+                   now);
+    all_ready_ = 0;
     for (size_t i = 0; i < polled_count; ++i) {
         owners[i]->ready = static_cast<short>(owners[i]->ready | polled[i].revents);
+        all_ready_ = static_cast<short>(all_ready_ | polled[i].revents);
     }
     return first_pause_end;
 }
 
-wait_end watch_list::wait(monotonic_clock::time_point deadline) {
+wait_end watch_list::wait(monotonic_clock::time_point now, monotonic_clock::time_point deadline) {
     for (;;) {
         wait_end end{};
-        const auto pause_end = poll(deadline, end);
+        const auto pause_end = poll(now, deadline, end);
         if (end != wait_end::timed_out || deadline <= pause_end) {
             return end;
         }
+        now = monotonic_clock::now();
     }
 }
 
@@ -141,7 +151,8 @@ int32_t keep_ready(watch_list &watched, kelo_fd_set_t *set, short ready_events) 
     }
     kelo_fd_set_t ready;
     kelo_hal_net_fd_zero(&ready);
-    for (uint32_t i = 0; i < set->count && i < KELO_FD_SET_CAPACITY; ++i) {
+    const uint32_t count = watched.any_ready(ready_events) ? set->count : 0;
+    for (uint32_t i = 0; i < count && i < KELO_FD_SET_CAPACITY; ++i) {
         if ((watched.events_of(set->descriptors[i]) & ready_events) != 0) {
             kelo_hal_net_fd_set(set->descriptors[i], &ready);
         }
@@ -164,8 +175,8 @@ int32_t kelo_hal_net_select(int32_t descriptor_count, kelo_fd_set_t *read_set,
             return -1;
         }
     }
-    const auto deadline = monotonic_clock::now() + std::chrono::milliseconds(milliseconds);
-    const wait_end end = watched.wait(deadline);
+    const auto now = monotonic_clock::now();
+    const wait_end end = watched.wait(now, now + std::chrono::milliseconds(milliseconds));
     if (end == wait_end::stopped) {
         return fail(KELO_ERR_STOPPED);
     }

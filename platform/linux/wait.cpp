@@ -10,6 +10,11 @@
 namespace linux_port {
 
 wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadline) {
+    return wait_for(watched, deadline, monotonic_clock::now());
+}
+
+wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadline,
+                  monotonic_clock::time_point now) {
     watched.back() = {stop_event(), POLLIN, 0};
     // The system counts entries without a descriptor, too, against the process's limit.
     const size_t count = watched.size() - (watched.back().fd < 0 ? 1 : 0);
@@ -17,7 +22,7 @@ wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadlin
         timespec left{};
         if (deadline != no_deadline) {
             using std::chrono::nanoseconds;
-            const nanoseconds time = std::max<nanoseconds>(deadline - monotonic_clock::now(), {});
+            const nanoseconds time = std::max<nanoseconds>(deadline - now, {});
             left = {time.count() / std::nano::den, time.count() % std::nano::den};
         }
         const int ready =
@@ -25,6 +30,7 @@ wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadlin
         if (ready < 0 && errno != EINTR) {
             return wait_end::failed;
         }
+        now = ready < 0 ? monotonic_clock::now() : now;
         if (ready == 0) {
             return wait_end::timed_out;
         }

@@ -27,5 +27,8 @@ enum class wait_end { ready, timed_out, stopped, failed };
  *     thread's stop event there
  */
 wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadline);
+/** The same for who knows the time at the call. */
+wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadline,
+                  monotonic_clock::time_point now);
 
 } // namespace linux_port

@@ -97,17 +97,16 @@ bool begin_watch(watched &sockets, bool accepts) {
     sockets.listening = lpc_listening_socket();
     sockets.client_num = __get_lpc_sockets(sockets.clients);
     kelo_hal_net_fd_zero(&sockets.read_set);
-    kelo_hal_net_fd_zero(&sockets.exception_set);
     if (sockets.listening < 0) {
         return false;
     }
-    if (accepts) {
-        kelo_hal_net_fd_set(sockets.listening, &sockets.read_set);
-    }
-    kelo_hal_net_fd_set(sockets.listening, &sockets.exception_set);
     for (int32_t i = 0; i < sockets.client_num; ++i) {
         kelo_hal_net_fd_set(sockets.clients[i], &sockets.read_set);
-        kelo_hal_net_fd_set(sockets.clients[i], &sockets.exception_set);
+    }
+    sockets.exception_set = sockets.read_set;
+    kelo_hal_net_fd_set(sockets.listening, &sockets.exception_set);
+    if (accepts) {
+        kelo_hal_net_fd_set(sockets.listening, &sockets.read_set);
     }
     return true;
 }
