@@ -5,8 +5,11 @@ One bar a row: how near the agent comes to the server that it is measured agains
 and in throughput. 1 is that server; the line is the spread of the rounds, the mark what is to be reached.
 """
 
+import io
 import json
+import re
 import sys
+import textwrap
 
 import matplotlib
 
@@ -37,8 +40,13 @@ def draw(summaries, picture):
     axes.invert_yaxis()
     axes.set_xlim(0, 1.2)
     axes.set_xlabel("share of the other server's throughput; its processor time divided by ours")
-    axes.legend(loc="lower left")
-    figure.savefig(picture, bbox_inches="tight", metadata={"Date": None})
+    axes.legend(loc="lower center", bbox_to_anchor=(0.4, 1), ncol=3, markerscale=0.6)
+    drawn = io.StringIO()
+    no_metadata = {"Date": None, "Creator": None, "Format": None, "Type": None}
+    figure.savefig(drawn, bbox_inches="tight", metadata=no_metadata)
+    with open(picture, "w", encoding="utf-8") as file:
+        for line in re.sub(r"<!DOCTYPE[^>]*>\n", "", drawn.getvalue()).splitlines():
+            file.write(textwrap.fill(line, 110, break_long_words=False, break_on_hyphens=False).rstrip() + "\n")
 
 
 def main():
