@@ -1,15 +1,20 @@
 #include "calls/calls.h"
 
-#include "calls/log.h"
 #include "gateway_services/error.h"
 #include "platform/clock.h"
+#include "support/utf8.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <strings.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <exception>
 #include <limits>
+#include <memory>
+#include <new>
 #include <utility>
 
 namespace gateway {
@@ -33,8 +38,8 @@ struct call_state {
 
 std::array<call_state, call_table.size()> states;
 // The sinks change only while no call is under way.
-line_sink trace;
-line_sink trace_soon;
+line_sink trace_sink;
+line_sink trace_soon_sink;
 std::atomic<bool> has_trace;
 
 std::atomic<bool> is_open;
@@ -85,40 +90,128 @@ void set_behaviour(std::size_t number, int64_t behaviour) {
     states[number].count = 0;
 }
 
-} // namespace
+constexpr const char *hidden = "***";
+/** Members of requests that hold secrets. */
+constexpr const char *secret_members[] = {"passwd", "token", "local_key"};
 
-call_passage::call_passage() {
-    // Counted first: either calls_close sees the call, or the call sees the closed gate.
-    ++calls_under_way;
-    is_open_ = is_open;
+std::string json_of(std::string_view text) {
+    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-call_passage::~call_passage() {
-    --calls_under_way;
+bool is_secret(const char *name) {
+    return name != nullptr &&
+           std::any_of(std::begin(secret_members), std::end(secret_members),
+                       [&](const char *secret) { return strcasecmp(name, secret) == 0; });
 }
 
-bool tracing() {
-    return has_trace;
-}
-
-std::optional<int32_t> enter_call(std::size_t number) {
-    ++states[number].count;
-    return states[number].fixed_result();
-}
-
-void trace_call(std::size_t number, const call_arguments &arguments, std::string_view result) {
-    const std::string line = trace_line(call_table[number].name, arguments, result);
-    if (call_table[number].may_wait || !trace_soon) {
-        trace(line);
-    } else {
-        trace_soon(line);
+/** Replaces the values of secret members. The agent bounds how deep a request is. */
+void hide_secrets(cJSON &parent) {
+    for (cJSON *each = parent.child; each != nullptr; each = each->next) {
+        if (!is_secret(each->string)) {
+            hide_secrets(*each);
+            continue;
+        }
+        cJSON *replacement = cJSON_CreateString(hidden);
+        if (replacement == nullptr) {
+            throw std::bad_alloc();
+        }
+        // The member keeps its name and its place; the old value is deleted with the replacement.
+        std::swap(each->type, replacement->type);
+        std::swap(each->valuestring, replacement->valuestring);
+        std::swap(each->child, replacement->child);
+        cJSON_Delete(replacement);
     }
 }
 
-void calls_init(const scenario &faults, line_sink new_trace, line_sink new_trace_soon) {
-    trace = std::move(new_trace);
-    trace_soon = std::move(new_trace_soon);
-    has_trace = static_cast<bool>(trace);
+std::string json_of(int64_t number) {
+    return std::to_string(number);
+}
+
+std::string json_of(const char *text) {
+    return text == nullptr ? "null" : json_of(std::string_view(text));
+}
+
+std::string json_of(const secret_text &secret) {
+    return json_of(secret.text == nullptr || *secret.text == '\0' ? secret.text : hidden);
+}
+
+std::string json_of(const payload_bytes &payload) {
+    return payload.data == nullptr
+               ? "null"
+               : json_of(std::string_view(static_cast<const char *>(payload.data), payload.length));
+}
+
+std::string json_of(const dev_cntl_t *device) {
+    return json_of(device == nullptr ? nullptr : device->dev_id);
+}
+
+std::string json_of(const lan_fw_info_t *firmware) {
+    if (firmware == nullptr) {
+        return "null";
+    }
+    const auto bounded = [](const char *bytes, std::size_t size) {
+        return json_of(std::string_view(bytes, strnlen(bytes, size)));
+    };
+    return fmt::format(R"({{"fw_kind": {}, "sw_ver": {}, "file_size": {}, "file_md5": {}}})",
+                       firmware->fw_kind, bounded(firmware->sw_ver, sizeof firmware->sw_ver),
+                       firmware->file_size, bounded(firmware->file_md5, sizeof firmware->file_md5));
+}
+
+std::string json_of(const cJSON *item) {
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> copy(
+        item == nullptr ? nullptr : cJSON_Duplicate(item, 1), cJSON_Delete);
+    if (!copy) {
+        return "null";
+    }
+    hide_secrets(*copy);
+    // Shown as it came, a member given twice included; so it is printed and not read again.
+    const std::unique_ptr<char, decltype(&cJSON_free)> printed(cJSON_PrintUnformatted(copy.get()),
+                                                               cJSON_free);
+    return printed == nullptr ? "null" : support::valid_utf8(printed.get());
+}
+
+std::string json_of(const traced_value &value) {
+    return std::visit([](const auto &of) { return json_of(of); }, value);
+}
+
+} // namespace
+
+passing_call::passing_call(std::size_t number, call_arguments arguments) : number_(number) {
+    // Counted first: either calls_close sees the call, or the call sees the closed gate.
+    ++calls_under_way;
+    is_open_ = is_open;
+    if (!is_open_) {
+        return;
+    }
+    is_traced_ = call_table[number].is_traced && has_trace;
+    for (const call_argument &each : arguments) {
+        if (is_traced_) {
+            arguments_ += fmt::format(R"({}"{}": {})", arguments_.empty() ? "" : ", ", each.name,
+                                      json_of(each.value));
+        }
+    }
+    ++states[number].count;
+    fault_ = states[number].fixed_result();
+}
+
+passing_call::~passing_call() {
+    --calls_under_way;
+}
+
+void passing_call::trace(const traced_value &result) const {
+    if (!is_traced_) {
+        return;
+    }
+    const call_info &info = call_table[number_];
+    const line_sink &sink = info.may_wait || !trace_soon_sink ? trace_sink : trace_soon_sink;
+    sink(fmt::format(R"({{"call": "{}", "args": {{{}}}, "result": {}}})", info.name, arguments_,
+                     json_of(result)));
+}
+
+void calls_init(const scenario &faults, line_sink trace, line_sink trace_soon) {
+    trace_sink = std::move(trace);
+    trace_soon_sink = std::move(trace_soon);
+    has_trace = static_cast<bool>(trace_sink);
     for (const scenario_entry &entry : faults.services) {
         set_behaviour(find_call(entry.name, false), entry.result.value_or(normal_work));
     }
@@ -137,8 +230,8 @@ void calls_close() {
 
 void calls_shutdown() {
     has_trace = false;
-    trace = nullptr;
-    trace_soon = nullptr;
+    trace_sink = nullptr;
+    trace_soon_sink = nullptr;
     for (std::size_t i = 0; i < call_table.size(); ++i) {
         set_behaviour(i, normal_work);
     }
@@ -195,26 +288,22 @@ nlohmann::ordered_json callbacks_status() {
     return all;
 }
 
-int32_t guarded(const std::function<void()> &work, std::string &reason) {
-    int32_t result = 0;
+int32_t guarded(const std::function<void()> &work, std::string *reason) {
+    const auto fail = [&](const std::exception &error, int32_t result) {
+        GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", error.what());
+        if (reason != nullptr) {
+            *reason = error.what();
+        }
+        return result;
+    };
     try {
         work();
+        return 0;
     } catch (const usage_error &error) {
-        result = result_argument;
-        reason = error.what();
+        return fail(error, result_argument);
     } catch (const std::exception &error) {
-        result = result_failed;
-        reason = error.what();
+        return fail(error, result_failed);
     }
-    if (result != 0) {
-        GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", reason.c_str());
-    }
-    return result;
-}
-
-int32_t guarded(const std::function<void()> &work) {
-    std::string reason;
-    return guarded(work, reason);
 }
 
 } // namespace gateway

@@ -3,18 +3,32 @@
 #pragma once
 
 #include "calls/call_table.h"
-#include "calls/trace_line.h"
+#include "gateway/records.h"
+#include "gateway/upgrade.h"
 #include "gateway_services/scenario.h"
+#include "platform/log.h"
 
+#include <cjson/cJSON.h>
 #include <nlohmann/json_fwd.hpp>
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <variant>
+
+/** Writes a log line of the gateway at a level of platform/log.h. */
+#define GATEWAY_LOG(level, ...)                                                                    \
+    PrintLog(gateway::log_module, level, __FILE_NAME__, __LINE__, __func__, __VA_ARGS__)
 
 namespace gateway {
+
+/** Module number of the gateway in the log. */
+constexpr int log_module = 1;
 
 /** Results of the services' own failures. */
 constexpr int32_t result_failed = -1;
@@ -45,95 +59,111 @@ nlohmann::ordered_json faults_status();
 /** All callbacks: name to what it does and how often it was called since that was set. */
 nlohmann::ordered_json callbacks_status();
 
+/** A password or token that is traced as "***" unless it is absent or empty. */
+struct secret_text {
+    const char *text;
+};
+/** A payload that is traced as a text. */
+struct payload_bytes {
+    const void *data;
+    std::size_t length;
+};
+/**
+ * A value as the trace shows it, in JSON: a device as its id, a firmware record as its four fields,
+ * a request as it came, its secrets as "***", and a null pointer as null. What is not UTF-8 in a
+ * text shows as U+FFFD.
+ */
+using traced_value = std::variant<int64_t, const char *, secret_text, payload_bytes,
+                                  const dev_cntl_t *, const lan_fw_info_t *, const cJSON *>;
+/** An argument of a call. */
+struct call_argument {
+    std::string_view name;
+    traced_value value;
+};
+using call_arguments = std::initializer_list<call_argument>;
+
 /** One call on its way through the gate; calls_close waits for its end. */
-class call_passage {
+class passing_call {
   public:
-    call_passage();
-    call_passage(const call_passage &) = delete;
-    call_passage &operator=(const call_passage &) = delete;
-    ~call_passage();
+    /**
+     * Counts the call and keeps its arguments for the trace; never waits.
+     *
+     * @param number  its call()
+     */
+    passing_call(std::size_t number, call_arguments arguments);
+    passing_call(const passing_call &) = delete;
+    passing_call &operator=(const passing_call &) = delete;
+    ~passing_call();
     /** False: the gate is closed. The agent's upgrade worker may outlive the agent's stop. */
     explicit operator bool() const { return is_open_; }
+    /** The result of the configured fault, if there is one. */
+    [[nodiscard]] std::optional<int32_t> fault() const { return fault_; }
+    /** Writes the trace line. */
+    void trace(const traced_value &result) const;
 
   private:
+    std::size_t number_;
     bool is_open_;
+    bool is_traced_ = false;
+    std::string arguments_; /**< members of a JSON object */
+    std::optional<int32_t> fault_;
 };
-
-/** Whether trace lines are wanted. */
-bool tracing();
-/**
- * Counts the call; never waits.
- *
- * @return the result of the configured fault, if there is one
- */
-std::optional<int32_t> enter_call(std::size_t number);
-/**
- * Writes the trace line of a call.
- *
- * @param result  JSON
- */
-void trace_call(std::size_t number, const call_arguments &arguments, std::string_view result);
 
 /**
  * Lets one call of the agent through the gate. Once that is closed, the work is not done and the
  * result is 0 or null.
  *
  * @param number     the call's call()
- * @param arguments  adds the arguments to a call_arguments; called before the work, which may
- *                   release them
+ * @param arguments  as they are before the work, which may release them
  * @param work       what the call does unless it has a fault
  */
-template <typename Arguments, typename Work>
-auto service(std::size_t number, Arguments &&arguments, Work &&work) -> decltype(work()) {
+template <typename Work>
+auto service(std::size_t number, call_arguments arguments, const Work &work) -> decltype(work()) {
     using result_type = decltype(work());
-    const call_passage passage;
-    if (!passage) {
+    const passing_call passing(number, arguments);
+    if (!passing) {
         return result_type();
     }
-    const bool traced = call_table[number].is_traced && tracing();
-    call_arguments list;
-    if (traced) {
-        arguments(list);
-    }
-    const std::optional<int32_t> fault = enter_call(number);
     if constexpr (std::is_void_v<result_type>) {
-        if (!fault) {
+        if (!passing.fault()) {
             work();
         }
-        if (traced) {
-            trace_call(number, list, "null");
-        }
+        passing.trace(static_cast<const char *>(nullptr));
     } else {
         result_type result{};
-        if (!fault) {
+        if (!passing.fault()) {
             result = work();
         } else if constexpr (!std::is_pointer_v<result_type>) {
-            result = static_cast<result_type>(*fault);
+            result = static_cast<result_type>(*passing.fault());
         }
-        if (traced) {
-            trace_call(number, list, result_json(result));
-        }
+        passing.trace(result);
         return result;
     }
 }
 
-/** The same for a call without arguments to show. */
+/**
+ * Does work for the agent, which takes no exceptions; a failure is logged.
+ *
+ * @param reason  gets the message of a failure; may be null
+ * @return 0; result_argument for a usage_error; result_failed for any other exception
+ */
+int32_t guarded(const std::function<void()> &work, std::string *reason = nullptr);
+
+/** As service, for work whose failure is the result; see guarded. */
 template <typename Work>
-auto service(std::size_t number, Work &&work) -> decltype(work()) {
-    return service(
-        number, [](call_arguments &) {}, work);
+int32_t guarded_service(std::size_t number, call_arguments arguments, const Work &work) {
+    return service(number, arguments, [&] { return guarded(work); });
 }
 
 /**
- * The same for a call that takes over a request when it returns 0, also when a fault makes it
+ * As service, for a call that takes over a request when it returns 0, also when a fault makes it
  * return that.
  *
  * @param work  leaves the request alone
  */
 template <typename Work>
-int32_t service_taking_request(std::size_t number, cJSON *request, Work &&work) {
-    const int32_t result = service(
-        number, [&](call_arguments &list) { list.json("root", request); }, work);
+int32_t service_taking_request(std::size_t number, cJSON *request, const Work &work) {
+    const int32_t result = service(number, {{"root", request}}, work);
     if (result == 0) {
         cJSON_Delete(request);
     }
@@ -151,15 +181,5 @@ template <typename Function>
 Function *callback_unless_absent(std::size_t number, Function *function) {
     return is_present(number) ? function : nullptr;
 }
-
-/**
- * Does work for the agent, which takes no exceptions; a failure is logged.
- *
- * @param reason  gets the message of a failure
- * @return 0; result_argument for a usage_error; result_failed for any other exception
- */
-int32_t guarded(const std::function<void()> &work, std::string &reason);
-/** The same for a caller that does not need the message. */
-int32_t guarded(const std::function<void()> &work);
 
 } // namespace gateway

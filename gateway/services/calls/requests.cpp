@@ -42,7 +42,7 @@ int32_t carry_out_operation(uint32_t frame_type, const cJSON *request, operation
         return readable;
     }
     std::string reason;
-    const bool is_done = guarded([&] { work(outcome); }, reason) == 0;
+    const bool is_done = guarded([&] { work(outcome); }, &reason) == 0;
     if (!is_done) {
         outcome["reason"] = reason;
     }

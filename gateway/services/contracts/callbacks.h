@@ -1,5 +1,5 @@
-// The callbacks of the gateway record. Those that are handed to the agent with a call stand with
-// their subject.
+// The callbacks of the gateway record, and the frame handlers that an operator registers. Callbacks
+// that are handed to the agent with a call stand with their subject.
 #pragma once
 
 namespace gateway {

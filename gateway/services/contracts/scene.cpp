@@ -3,7 +3,6 @@
 
 #include "calls/calls.h"
 #include "calls/requests.h"
-#include "subjects/linkage.h"
 #include "subjects/scenes.h"
 
 using namespace gateway;
@@ -19,49 +18,35 @@ int32_t engr_sf_send_scene_panel_cmd(sf_cmd_t *command) {
 }
 
 int32_t scene_linkage_scene_exe(const char *scene_id) {
-    return service(
-        call("scene_linkage_scene_exe"),
-        [&](call_arguments &list) { list.text("scene_id", scene_id); },
-        [&] { return guarded([&] { execute_linkage_scene(scene_id); }); });
+    return guarded_service(call("scene_linkage_scene_exe"), {{"scene_id", scene_id}},
+                           [&] { execute_linkage_scene(scene_id); });
 }
 
 int32_t engr_check_modify_time_changed(int32_t modified) {
-    return service(
-        call("engr_check_modify_time_changed"),
-        [&](call_arguments &list) { list.number("modified", modified); },
-        [&] {
-            bool is_new = true; // what cannot be read is fetched again
-            guarded([&] { is_new = is_new_linkage(modified); });
-            return int32_t{is_new};
-        });
+    return service(call("engr_check_modify_time_changed"), {{"modified", modified}}, [&] {
+        bool is_new = true; // what cannot be read is fetched again
+        guarded([&] { is_new = is_new_linkage(modified); });
+        return int32_t{is_new};
+    });
 }
 
 int32_t engr_reset_scene_info_to_disk(void) {
-    return service(call("engr_reset_scene_info_to_disk"), [] { return guarded(reset_linkage); });
+    return guarded_service(call("engr_reset_scene_info_to_disk"), {}, reset_linkage);
 }
 
 int32_t engr_save_scene_link(int32_t total, int32_t modified, cJSON *request) {
-    return service(
-        call("engr_save_scene_link"),
-        [&](call_arguments &list) {
-            list.number("total", total).number("modified", modified).json("root", request);
-        },
-        [&] {
-            return guarded([&] {
-                read_request(request, [&](const support::json_value &set) {
-                    save_linkage(total, modified, set);
-                });
-            });
-        });
+    return guarded_service(call("engr_save_scene_link"),
+                           {{"total", total}, {"modified", modified}, {"root", request}}, [&] {
+                               read_request(request, [&](const support::json_value &set) {
+                                   save_linkage(total, modified, set);
+                               });
+                           });
 }
 
 int32_t engr_load_scene_info_from_disk(void) {
-    return service(call("engr_load_scene_info_from_disk"), [] { return guarded(load_linkage); });
+    return guarded_service(call("engr_load_scene_info_from_disk"), {}, load_linkage);
 }
 
 int32_t engr_scene_linkage_module_reinit(void) {
-    return service(call("engr_scene_linkage_module_reinit"), [] {
-        unload_linkage();
-        return 0;
-    });
+    return guarded_service(call("engr_scene_linkage_module_reinit"), {}, unload_linkage);
 }

@@ -6,13 +6,11 @@
 #include "store/products.h"
 #include "store/records.h"
 #include "store/store.h"
-#include "subjects/config_files.h"
 #include "subjects/configuration.h"
-#include "subjects/firmware_install.h"
+#include "subjects/firmware.h"
 #include "subjects/groups.h"
 #include "subjects/installer.h"
 #include "subjects/joining.h"
-#include "subjects/linkage.h"
 #include "subjects/log_snapshots.h"
 #include "subjects/network.h"
 #include "subjects/scenes.h"
@@ -70,7 +68,7 @@ void open_parts(open_options &&options) {
     load_linkage();
     upgrade_init(options.faults.upgrade, keeps_files ? image_medium::file : image_medium::memory);
     station_init();
-    config_files_init(keeps_files);
+    configuration_init(keeps_files);
     log_snapshots_init(std::move(options.newest_log));
     install_callbacks();
 }
@@ -91,7 +89,7 @@ void close() {
     upgrade_stop();
     calls_close();
     upgrade_shutdown();
-    config_files_shutdown();
+    configuration_shutdown();
     joining_shutdown();
     log_snapshots_shutdown();
     scenes_shutdown();
@@ -117,7 +115,6 @@ nlohmann::ordered_json status() {
         add_joining_status(all);
         add_groups_status(all);
         add_scenes_status(all);
-        add_linkage_status(all);
         add_configuration_status(all);
     }
     add_log_status(all);

@@ -156,26 +156,25 @@ product_table read_product_table(const json_value &from) {
     return read;
 }
 
-std::string product_fault(const product_table &products, std::string_view pid,
+void check_product_values(const product_table &products, std::string_view pid,
                           const ordered_json &dps, setter by) {
     const auto found = products.find(pid);
     if (found == products.end()) {
-        return "";
+        return;
     }
     for (const auto &[name, value] : dps.items()) {
         const auto kind = found->second.find(support::data_point_number(name));
         if (kind == found->second.end()) {
-            return fmt::format("product {} has no data point {}", pid, name);
+            throw refused(fmt::format("product {} has no data point {}", pid, name));
         }
         const std::string point = fmt::format("data point {} of product {}", name, pid);
         if (by == setter::app && kind->second.is_read_only) {
-            return point + " is read-only";
+            throw refused(point + " is read-only");
         }
         if (const std::string expected = expected_values(kind->second, value); !expected.empty()) {
-            return point + " takes " + expected;
+            throw refused(point + " takes " + expected);
         }
     }
-    return "";
 }
 
 void products_init(const std::string &stored) {

@@ -50,9 +50,9 @@ enum class setter : uint8_t { app, device };
  * Compares data points with what their product has. A product that is not in the table has any.
  *
  * @param dps  a valid object of data points
- * @return what is wrong; empty when all is well
+ * @throws refused  that says what is wrong
  */
-std::string product_fault(const product_table &products, std::string_view pid,
+void check_product_values(const product_table &products, std::string_view pid,
                           const nlohmann::ordered_json &dps, setter by);
 
 /**

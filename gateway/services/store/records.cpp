@@ -2,6 +2,7 @@
 
 #include "gateway_services/error.h"
 #include "platform/owners.h"
+#include "store/store.h"
 
 #include <fmt/format.h>
 
@@ -31,12 +32,6 @@ std::string lower_case(std::string_view text) {
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
     return lower;
-}
-
-void make_mutex(kelo_mutex_t *mutex) {
-    if (kelo_hal_mutex_create_init(mutex) != 0) {
-        throw refused("no mutex could be created");
-    }
 }
 
 void release_mutex(kelo_mutex_t *mutex) {
@@ -80,7 +75,20 @@ std::string gateway_id() {
     return record.shared.gw_id[0] != '\0' ? record.shared.gw_id : record.shared.alt_gw_id;
 }
 
+device_record &need(device_record *device, std::string_view dev_id) {
+    if (device == nullptr) {
+        throw refused(fmt::format("unknown device {}", dev_id));
+    }
+    return *device;
+}
+
 } // namespace
+
+void make_mutex(kelo_mutex_t &mutex) {
+    if (kelo_hal_mutex_create_init(&mutex) != 0) {
+        throw refused("no mutex could be created");
+    }
+}
 
 gateway_record &the_gateway() {
     return record;
@@ -93,9 +101,9 @@ kelo_mutex_t change_mutex() {
 }
 
 void records_init(const site &stored, const std::string &own_dps) {
-    make_mutex(&lasting_change_mutex);
-    make_mutex(&record.shared.field_mutex);
-    make_mutex(&record.shared.dev_mutex);
+    make_mutex(lasting_change_mutex);
+    make_mutex(record.shared.field_mutex);
+    make_mutex(record.shared.dev_mutex);
     for (const field_setting &setting : stored.gateway) {
         write_field(&record, *setting.of, setting.value);
     }
@@ -130,13 +138,6 @@ device_record *find_device(std::string_view dev_id) {
         return device;
     }
     return dev_id == gateway_id() ? own_device() : nullptr;
-}
-
-static device_record &need(device_record *device, std::string_view dev_id) {
-    if (device == nullptr) {
-        throw refused(fmt::format("unknown device {}", dev_id));
-    }
-    return *device;
 }
 
 device_record &need_device(std::string_view dev_id) {
@@ -231,6 +232,33 @@ void unlist_device(device_record &device) {
     device.dps = no_data_points;
     device.is_listed = false;
     std::atomic_ref(record.shared.dev_count).fetch_sub(1);
+}
+
+lasting_change::lasting_change() : change_(change_mutex()), all_(the_store()) {}
+
+void change_gateway_fields(const std::vector<field_setting> &settings,
+                           const std::function<void()> &with) {
+    for (const field_setting &setting : settings) {
+        check_value(*setting.of, setting.value);
+    }
+    lasting_change change;
+    for (const field_setting &setting : settings) {
+        the_store().set_gateway_field(*setting.of, setting.value);
+    }
+    if (with) {
+        with();
+    }
+    change.commit();
+    const platform::held_mutex guard(the_gateway().shared.field_mutex);
+    for (const field_setting &setting : settings) {
+        write_field(&the_gateway(), *setting.of, setting.value);
+    }
+}
+
+void change_setting(std::string_view name, std::string_view value) {
+    lasting_change change;
+    the_store().set_setting(name, value);
+    change.commit();
 }
 
 } // namespace gateway

@@ -8,11 +8,15 @@
 
 #include "gateway/records.h"
 #include "gateway_services/site.h"
+#include "platform/owners.h"
+#include "store/store.h"
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace gateway {
 
@@ -39,6 +43,13 @@ struct device_record : dev_cntl_t {
     bool is_listed = false; /**< stands in the list and in the store; guarded by dev_mutex */
 };
 
+/**
+ * Creates a mutex.
+ *
+ * @throws refused  there is no memory
+ */
+void make_mutex(kelo_mutex_t &mutex);
+
 /** The one gateway record. */
 gateway_record &the_gateway();
 /** The extended state. It says what the gateway is doing, and is not stored. */
@@ -55,28 +66,20 @@ void records_init(const site &stored, const std::string &own_dps);
 /** Releases them. */
 void records_shutdown();
 
-/** The device in the list, or the gateway's own, or null. Takes dev_mutex. */
-device_record *find_device(std::string_view dev_id);
 /** The device in the list, or null. Takes dev_mutex. */
 device_record *find_listed_device(std::string_view dev_id);
-/**
- * The device that find_device returns.
- *
- * @throws refused  there is none
- */
-device_record &need_device(std::string_view dev_id);
-/** The same for find_listed_device. */
+/** The device in the list, or the gateway's own, or null. Takes dev_mutex. */
+device_record *find_device(std::string_view dev_id);
+/** As find_listed_device; throws refused when there is none. */
 device_record &need_listed_device(std::string_view dev_id);
+/** As find_device; throws refused when there is none. */
+device_record &need_device(std::string_view dev_id);
+/** The same; throws refused when it is offline, too. */
+device_record &need_online_device(std::string_view dev_id);
 /** The gateway's own device: the one in the list that has its id, else one beside the list. Takes
  * dev_mutex. */
 device_record *own_device();
 
-/**
- * The same for find_device.
- *
- * @throws refused  it is offline
- */
-device_record &need_online_device(std::string_view dev_id);
 /** Whether a device can be reached; the gateway's own always can. Takes dev_mutex. */
 bool is_online(const device_record &device);
 /** Whether the gateway itself has that id, in any letter case. */
@@ -91,5 +94,33 @@ void check_room_for_devices(std::size_t more);
 void list_device(const site_device &from);
 /** Takes a listed device out of the list; change_mutex is held. Takes dev_mutex. */
 void unlist_device(device_record &device);
+
+/** One lasting change: holds change_mutex and a transaction. Records are changed after commit. */
+class lasting_change {
+  public:
+    lasting_change();
+    /**
+     * Makes the change last.
+     *
+     * @throws refused  nothing was changed
+     */
+    void commit() { all_.commit(); }
+
+  private:
+    platform::held_mutex change_;
+    transaction all_;
+};
+
+/**
+ * Changes fields of the gateway, all or nothing: checks the values, stores them, and writes them
+ * into the record.
+ *
+ * @param with  further changes of the store that belong to the same transaction; may be empty
+ * @throws usage_error  a value is not one of its field; refused
+ */
+void change_gateway_fields(const std::vector<field_setting> &settings,
+                           const std::function<void()> &with = {});
+/** Changes a setting of the gateway's own; see store::set_setting. Throws refused. */
+void change_setting(std::string_view name, std::string_view value);
 
 } // namespace gateway

@@ -3,11 +3,105 @@
 #include "gateway_services/error.h"
 #include "store/products.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 namespace gateway {
 namespace {
+
+/**
+ * The system's file layer, but for names, which are taken as they are: the library would make them
+ * absolute, and fail where the working directory's own name is long.
+ */
+const char *plain_names_layer() {
+    static sqlite3_vfs layer = [] {
+        sqlite3_vfs plain = *sqlite3_vfs_find(nullptr);
+        plain.zName = "engr-plain-names";
+        plain.xFullPathname = [](sqlite3_vfs *, const char *name, int size, char *out) {
+            sqlite3_snprintf(size, out, "%s", name);
+            return SQLITE_OK;
+        };
+        return plain;
+    }();
+    static const bool is_registered = sqlite3_vfs_register(&layer, 0) == SQLITE_OK;
+    return is_registered ? layer.zName : nullptr;
+}
+
+/**
+ * Makes the file of a new database private, its log and journal get the same permissions.
+ *
+ * @throws refused  the name belongs to something else; other errors are left to the library
+ */
+void make_private_file(const std::string &path) {
+    const int fd =
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    const bool is_link = fd < 0 && errno == ELOOP;
+    struct stat status {};
+    const bool is_file = fd < 0 || fstat(fd, &status) != 0 || S_ISREG(status.st_mode);
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    if (is_link || !is_file) {
+        throw refused(fmt::format("the store is not opened: {} is not a regular file", path));
+    }
+}
+
+/** Throws the error of the last call on the database, as refused. */
+[[noreturn]] void fail_sql(sqlite3 *database) {
+    switch (sqlite3_errcode(database)) {
+    case SQLITE_FULL:
+        throw refused("the store cannot be written: the disk is full");
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+        throw refused("the store cannot be written: it or its directory is read-only");
+    case SQLITE_CANTOPEN:
+        throw refused("the store cannot be opened or created: is its directory writable?");
+    case SQLITE_BUSY:
+        throw refused("the store is in use by another program");
+    case SQLITE_NOTADB:
+    case SQLITE_CORRUPT:
+        throw refused(fmt::format("the store is damaged: {}", sqlite3_errmsg(database)));
+    default:
+        throw refused(fmt::format("the store failed: {}", sqlite3_errmsg(database)));
+    }
+}
+
+/** Runs statements without values. */
+void run_sql(sqlite3 *database, const char *sql) {
+    if (sqlite3_exec(database, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        fail_sql(database);
+    }
+}
+
+/** Opens a database as the store needs it. */
+sqlite3 *open_database(const std::string &path) {
+    if (path != memory_database) {
+        make_private_file(path);
+    }
+    sqlite3 *database = nullptr;
+    // change_mutex serialises all use, so the library needs no lock of its own.
+    const int result = sqlite3_open_v2(
+        path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+        plain_names_layer());
+    try {
+        if (result != SQLITE_OK) {
+            fail_sql(database);
+        }
+        // An exclusive write-ahead log costs one flush a change and leaves no shared-memory file.
+        // It is kept short, so that it needs little of a disk that is nearly full.
+        run_sql(database, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL;"
+                          "PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=100");
+    } catch (...) {
+        sqlite3_close(database);
+        throw;
+    }
+    return database;
+}
 
 /** What each version of the schema adds to the one before it. */
 constexpr const char *schema_steps[] = {
@@ -36,9 +130,10 @@ CREATE TABLE linkage_scene(scene_id TEXT PRIMARY KEY, name TEXT NOT NULL, action
 CREATE TABLE common(name TEXT PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;
 )sql",
 };
-std::unique_ptr<store> open_store;
-
 constexpr int64_t schema_version = std::size(schema_steps);
+constexpr const char *schema_version_query = "PRAGMA user_version";
+
+std::unique_ptr<store> open_store;
 
 /** Reads the fields of a device out of a row that begins with them and its data points. */
 void read_device_row(const statement &row, site_device &device) {
@@ -64,32 +159,122 @@ void check_settings(const std::vector<field_setting> &settings) {
 
 } // namespace
 
+statement::statement(sqlite3 *database, const std::string &sql) : database_(database) {
+    if (sqlite3_prepare_v2(database, sql.c_str(), -1, &statement_, nullptr) != SQLITE_OK) {
+        fail_sql(database);
+    }
+}
+
+statement::~statement() {
+    sqlite3_finalize(statement_);
+}
+
+statement &statement::check(int result) {
+    if (result != SQLITE_OK) {
+        fail_sql(database_);
+    }
+    return *this;
+}
+
+statement &statement::bind(int place, const field_value &value) {
+    if (const auto *number = std::get_if<int64_t>(&value)) {
+        return bind(place, *number);
+    }
+    return bind(place, std::string_view(std::get<std::string>(value)));
+}
+
+statement &statement::bind(int place, int64_t number) {
+    return check(sqlite3_bind_int64(statement_, place, number));
+}
+
+statement &statement::bind(int place, std::string_view text) {
+    return check(sqlite3_bind_text(statement_, place, text.data(), static_cast<int>(text.size()),
+                                   SQLITE_TRANSIENT));
+}
+
+bool statement::next() {
+    const int result = sqlite3_step(statement_);
+    if (result != SQLITE_ROW && result != SQLITE_DONE) {
+        fail_sql(database_);
+    }
+    return result == SQLITE_ROW;
+}
+
+int statement::run() {
+    next();
+    check(sqlite3_reset(statement_));
+    return sqlite3_changes(database_);
+}
+
+int64_t statement::number(int column) const {
+    return sqlite3_column_int64(statement_, column);
+}
+
+std::string statement::text(int column) const {
+    const void *bytes = sqlite3_column_blob(statement_, column);
+    const int size = sqlite3_column_bytes(statement_, column);
+    return bytes == nullptr
+               ? ""
+               : std::string(static_cast<const char *>(bytes), static_cast<std::size_t>(size));
+}
+
+bool statement::is_null(int column) const {
+    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
+
+field_value statement::value(int column, const field &of) const {
+    return is_number(of) ? field_value(number(column)) : field_value(text(column));
+}
+
+transaction::transaction(store &of) : database_(of.database_.get()) {
+    run_sql(database_, "BEGIN IMMEDIATE");
+}
+
+transaction::~transaction() {
+    if (!committed_) {
+        sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
+void transaction::commit() {
+    run_sql(database_, "COMMIT");
+    committed_ = true;
+}
+
 void store::closer::operator()(sqlite3 *database) const {
     sqlite3_close(database);
 }
 
 store::store(const std::string &path) : database_(open_database(path)) {}
 
-int64_t store::version() {
-    return prepare("PRAGMA user_version").run_for_number();
+int64_t store::number(const std::string &query) {
+    statement found = prepare(query);
+    return found.next() ? found.number(0) : 0;
+}
+
+void store::check_limit(const std::string &query, int64_t most, const char *what) {
+    if (number(query) > most) {
+        throw refused(fmt::format("there are {} {} already", most, what));
+    }
 }
 
 bool store::is_new() {
-    if (version() > schema_version) {
+    const int64_t version = number(schema_version_query);
+    if (version > schema_version) {
         throw refused("the store was written by a newer version of this program");
     }
-    return version() == 0;
+    return version == 0;
 }
 
 void store::run_schema_steps() {
-    for (int64_t step = version(); step < schema_version; ++step) {
+    for (int64_t step = number(schema_version_query); step < schema_version; ++step) {
         run_sql(database_.get(), schema_steps[step]);
     }
     run_sql(database_.get(), fmt::format("PRAGMA user_version={}", schema_version).c_str());
 }
 
 void store::begin_life(const site &first) {
-    transaction all(database_.get());
+    transaction all(*this);
     run_schema_steps();
     for (const field_setting &setting : first.gateway) {
         set_gateway_field(*setting.of, setting.value);
@@ -107,10 +292,10 @@ void store::begin_life(const site &first) {
 }
 
 void store::update_schema() {
-    if (version() == schema_version) {
+    if (number(schema_version_query) == schema_version) {
         return; // a start on a full disk must not need to write
     }
-    transaction all(database_.get());
+    transaction all(*this);
     run_schema_steps();
     all.commit();
 }
@@ -144,10 +329,8 @@ site store::load() {
 }
 
 void store::set_gateway_field(const field &of, const field_value &value) {
-    prepare("INSERT OR REPLACE INTO gateway(name, value) VALUES(?, ?)")
-        .bind(1, std::string_view(of.name))
-        .bind_value(2, value)
-        .run();
+    run("INSERT OR REPLACE INTO gateway(name, value) VALUES(?, ?)", std::string_view(of.name),
+        value);
 }
 
 void store::add_device(const site_device &device) {
@@ -158,43 +341,37 @@ void store::insert_device(const char *table, const site_device &device,
                           const uint32_t *join_after_ms) {
     std::string columns = "dps";
     std::string places = "?";
-    for (const field_setting &setting : device.fields) {
-        columns += std::string(", ") + setting.of->name;
+    std::vector<field_value> values{device.dps};
+    const auto add = [&](const char *column, const field_value &value) {
+        columns += fmt::format(", {}", column);
         places += ", ?";
+        values.push_back(value);
+    };
+    for (const field_setting &setting : device.fields) {
+        add(setting.of->name, setting.value);
     }
     if (join_after_ms != nullptr) {
-        columns += ", join_after_ms";
-        places += ", ?";
+        add("join_after_ms", int64_t{*join_after_ms});
     }
     statement insert =
-        prepare("INSERT INTO " + std::string(table) + "(" + columns + ") VALUES(" + places + ")");
-    int place = 1;
-    insert.bind(place, std::string_view(device.dps));
-    for (const field_setting &setting : device.fields) {
-        insert.bind_value(++place, setting.value);
-    }
-    if (join_after_ms != nullptr) {
-        insert.bind(++place, int64_t{*join_after_ms});
+        prepare(fmt::format("INSERT INTO {}({}) VALUES({})", table, columns, places));
+    int place = 0;
+    for (const field_value &value : values) {
+        insert.bind(++place, value);
     }
     insert.run();
 }
 
 void store::set_device_field(std::string_view dev_id, const field &of, const field_value &value) {
-    prepare("UPDATE device SET " + std::string(of.name) + "=? WHERE dev_id=?")
-        .bind_value(1, value)
-        .bind(2, dev_id)
-        .run();
+    run(fmt::format("UPDATE device SET {}=? WHERE dev_id=?", of.name), value, dev_id);
 }
 
 void store::set_device_dps(std::string_view dev_id, std::string_view dps) {
-    prepare("UPDATE device SET dps=? WHERE dev_id=?").bind(1, dps).bind(2, dev_id).run();
+    run("UPDATE device SET dps=? WHERE dev_id=?", dps, dev_id);
 }
 
 void store::set_setting(std::string_view name, std::string_view value) {
-    prepare("INSERT OR REPLACE INTO setting(name, value) VALUES(?, ?)")
-        .bind(1, name)
-        .bind(2, value)
-        .run();
+    run("INSERT OR REPLACE INTO setting(name, value) VALUES(?, ?)", name, value);
 }
 
 std::string store::setting(std::string_view name) {
@@ -204,7 +381,7 @@ std::string store::setting(std::string_view name) {
 }
 
 void store::erase_setting(std::string_view name) {
-    prepare("DELETE FROM setting WHERE name=?").bind(1, name).run();
+    run("DELETE FROM setting WHERE name=?", name);
 }
 
 void store_init(const std::string &path) {

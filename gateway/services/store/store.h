@@ -1,5 +1,5 @@
 // The SQLite database: the gateway's fields, its devices and its settings. Each subject reads and
-// writes its own tables through prepare.
+// writes its own tables through prepare and run.
 //
 // Every change is one transaction of its own unless one is open, and lasting when its function
 // returns. Called with change_mutex held, or before anybody else runs. All functions throw refused
@@ -7,13 +7,58 @@
 #pragma once
 
 #include "gateway_services/site.h"
-#include "store/sql.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 
+struct sqlite3;
+struct sqlite3_stmt;
+
 namespace gateway {
+
+/** Path of a database that is kept in memory. */
+constexpr std::string_view memory_database = ":memory:";
+
+/** One prepared statement. Places and columns count as SQLite counts them, from 1 and from 0. */
+class statement {
+  public:
+    statement(sqlite3 *database, const std::string &sql);
+    statement(const statement &) = delete;
+    statement &operator=(const statement &) = delete;
+    ~statement();
+
+    statement &bind(int place, int64_t number);
+    statement &bind(int place, std::string_view text);
+    statement &bind(int place, const std::string &text) {
+        return bind(place, std::string_view(text));
+    }
+    statement &bind(int place, const field_value &value);
+    /**
+     * Fetches the next row.
+     *
+     * @return false at the end
+     */
+    bool next();
+    /**
+     * Runs the statement and makes it ready for the next values.
+     *
+     * @return number of changed rows
+     */
+    int run();
+
+    [[nodiscard]] int64_t number(int column) const;
+    [[nodiscard]] std::string text(int column) const;
+    [[nodiscard]] bool is_null(int column) const;
+    [[nodiscard]] field_value value(int column, const field &of) const;
+
+  private:
+    statement &check(int result);
+
+    sqlite3 *database_;
+    sqlite3_stmt *statement_ = nullptr;
+};
 
 /** The database. */
 class store {
@@ -30,41 +75,64 @@ class store {
     /** Reads everything back; throws refused for an invalid value. */
     site load();
 
-    /** Changes a field of the gateway. */
     void set_gateway_field(const field &of, const field_value &value);
     /** Adds a device at the end of the list. */
     void add_device(const site_device &device);
-    /** Changes a field of a device. */
     void set_device_field(std::string_view dev_id, const field &of, const field_value &value);
-    /** Changes a device's data points. */
     void set_device_dps(std::string_view dev_id, std::string_view dps);
 
     /** Stores bytes under a name of the gateway's own. */
     void set_setting(std::string_view name, std::string_view value);
-    /**
-     * Reads them.
-     *
-     * @return empty when there are none
-     */
+    /** The bytes of that name; empty when there are none. */
     std::string setting(std::string_view name);
     /** Removes them, if any. */
     void erase_setting(std::string_view name);
 
     /** A statement on the tables of schema in store.cpp. */
     statement prepare(const std::string &sql) { return {database_.get(), sql}; }
-    [[nodiscard]] sqlite3 *database() const { return database_.get(); }
+    /**
+     * Runs a statement once.
+     *
+     * @param values  for its places, in order
+     * @return number of changed rows
+     */
+    template <typename... Values>
+    int run(const std::string &sql, const Values &...values) {
+        statement once = prepare(sql);
+        [[maybe_unused]] int place = 0;
+        (once.bind(++place, values), ...);
+        return once.run();
+    }
+    /** Runs a query that yields one number; 0 without a row. */
+    int64_t number(const std::string &query);
+    /** Throws refused when a query yields more than a number of things that are named by what. */
+    void check_limit(const std::string &query, int64_t most, const char *what);
 
   private:
+    friend class transaction;
     struct closer {
         void operator()(sqlite3 *database) const;
     };
 
-    [[nodiscard]] int64_t version();
     void run_schema_steps();
     void insert_device(const char *table, const site_device &device,
                        const uint32_t *join_after_ms = nullptr);
 
     std::unique_ptr<sqlite3, closer> database_;
+};
+
+/** Rolls back at the end of its scope unless it was committed. */
+class transaction {
+  public:
+    explicit transaction(store &of);
+    transaction(const transaction &) = delete;
+    transaction &operator=(const transaction &) = delete;
+    ~transaction();
+    void commit();
+
+  private:
+    sqlite3 *database_;
+    bool committed_ = false;
 };
 
 /** Opens the store; throws refused. */

@@ -1,15 +1,17 @@
-// Changes of data points: stored, then reported to every app.
+// Data points: commands and queries of apps, changes, which are stored and then reported to every
+// app, and the encryption of their JSON text with the key of the TCP channel.
 #pragma once
+
+#include "store/records.h"
+#include "support/json_value.h"
+
+#include <cjson/cJSON.h>
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace gateway {
-
-/** Data points as apps get them: {"cid": ID, "dps": {...}}. */
-std::string report_text(std::string_view dev_id, std::string_view dps);
 
 /** New data points of one device. */
 struct data_point_change {
@@ -34,11 +36,42 @@ enum class change_origin : uint8_t {
 int32_t change_data_points(const std::vector<data_point_change> &changes, change_origin origin);
 
 /**
- * Queues a report of data points for every app.
+ * Carries out an app's command to a device or a group.
  *
- * @param dps  an object of data points
- * @return the result of engr_lan_dp_sata_report
+ * @throws usage_error, refused
  */
-int32_t report_to_apps(std::string_view dev_id, std::string_view dps);
+void command_devices(const support::json_value &request);
+/**
+ * Reports the data points that an app asks for.
+ *
+ * @param cid    id of the device; null: the gateway's own
+ * @param dp_id  a number or a list of numbers; null: all
+ * @throws usage_error, refused
+ */
+void answer_query(const cJSON *cid, const cJSON *dp_id);
+/**
+ * The text that an app gets of a device's data points.
+ *
+ * @param dp_id  one number; -1: all
+ * @return a block of Malloc that the caller frees; null when there are none, the device is offline
+ * or memory is short
+ */
+char *data_points_text(const device_record &device, int32_t dp_id);
+
+/**
+ * Encrypts a text.
+ *
+ * @param output  gets a block of Malloc
+ * @return 0; result_argument without a text; else the result of aes128_ecb_encode
+ */
+int32_t encrypt_text(const char *text, uint8_t **output, uint32_t *output_length);
+/**
+ * Decrypts a payload that has to be a text.
+ *
+ * @param text  gets a block of Malloc
+ * @return 0; result_argument without a payload; result_not_text when it holds a NUL; else the
+ * result of aes128_ecb_decode
+ */
+int32_t decrypt_text(const uint8_t *payload, uint32_t length, char **text);
 
 } // namespace gateway

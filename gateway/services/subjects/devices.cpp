@@ -1,128 +1,148 @@
 #include "subjects/devices.h"
 
-#include "calls/requests.h"
+#include "engr_lan_agent.h"
 #include "gateway_services/error.h"
 #include "gateway_services/operate.h"
 #include "platform/owners.h"
-#include "store/products.h"
+#include "store/records.h"
 #include "store/store.h"
-#include "subjects/data_points.h"
 #include "subjects/groups.h"
-#include "support/data_points.h"
+#include "subjects/scenes.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <cstring>
+#include <algorithm>
+#include <set>
 
 namespace gateway {
 namespace {
 
-using nlohmann::ordered_json;
 using support::json_value;
 
-constexpr int32_t all_data_points = -1;
-/** Most numbers in a query: as many as there can be data points. */
-constexpr std::size_t queried_max = 255;
+/** The fields that are reported of a new device. */
+struct product_of_device {
+    std::string dev_id;
+    std::string pid;
+};
 
-/** The device that a request names, by "cid" or "devId"; the gateway's own without either. */
-std::string named_device(const json_value &request) {
-    for (const char *name : {"cid", "devId"}) {
-        if (request.has(name)) {
-            return request.required(name).text();
+/** Stores the given fields of a device that stands in the list already. */
+void store_known_device(const site_device &device) {
+    for (const field_setting &setting : device.fields) {
+        the_store().set_device_field(device.id(), *setting.of, setting.value);
+    }
+    if (device.dps != no_data_points) {
+        the_store().set_device_dps(device.id(), device.dps);
+    }
+}
+
+/** Writes the given fields into the record of a listed device. */
+void write_known_device(device_record &known, const site_device &device) {
+    const platform::held_mutex guard(the_gateway().shared.dev_mutex);
+    for (const field_setting &setting : device.fields) {
+        if (setting.of != &device_fields().front()) {
+            write_field(static_cast<dev_cntl_t *>(&known), *setting.of, setting.value);
         }
     }
-    return own_device()->dev_id;
+    if (device.dps != no_data_points) {
+        known.dps = device.dps;
+    }
 }
 
-ordered_json data_points_of(const device_record &device) {
-    const platform::held_mutex guard(the_gateway().shared.dev_mutex);
-    return ordered_json::parse(device.dps);
+/** Whether apps see the device already; change_mutex is held. */
+bool is_bound(const device_record *known) {
+    return known != nullptr && known->state != DEV_STATE_FREE;
 }
 
-/**
- * Copies one of a device's data points.
- *
- * @throws refused  there is none of that number
- */
-void choose_data_point(const ordered_json &all, const json_value &dp_id, ordered_json &chosen) {
-    const std::string name = std::to_string(dp_id.whole_number(1, 255));
-    const auto found = all.find(name);
-    if (found == all.end()) {
-        throw refused(fmt::format("the device has no data point {}", name));
+std::string device_text(const json_value &product, const char *member, const char *field_name) {
+    const json_value value = product.required(member);
+    std::string read = value.text();
+    try {
+        check_value(need_field(device_fields(), field_name), read);
+    } catch (const usage_error &error) {
+        value.refuse(error.what());
     }
-    chosen[name] = *found;
+    return read;
 }
 
-/** Those of a device's data points that are asked for, by a number or a list of numbers. */
-ordered_json chosen_data_points(const ordered_json &all, const json_value &dp_id) {
-    auto chosen = ordered_json::object();
-    if (!dp_id.json.is_array()) {
-        choose_data_point(all, dp_id, chosen);
-        return chosen;
+/** The devices of a binding request. */
+std::vector<site_device> read_products(const json_value &request) {
+    std::vector<site_device> devices;
+    std::set<std::string> ids;
+    for (const json_value &product : request.required("products").elements()) {
+        const std::string cid = device_text(product, "cid", "dev_id");
+        if (!ids.insert(cid).second) {
+            product.required("cid").refuse(fmt::format("'{}' is given twice", cid));
+        }
+        site_device &device = devices.emplace_back();
+        device.set("dev_id", cid);
+        device.set("pid", device_text(product, "pid", "pid"));
     }
-    for (const json_value &each : dp_id.elements(0, queried_max)) {
-        choose_data_point(all, each, chosen);
-    }
-    return chosen;
+    return devices;
 }
 
 } // namespace
 
-void command_devices(const json_value &request) {
-    const json_value dps_member = request.required("dps");
-    support::check_data_points(dps_member, text_value_bytes_max);
-    const std::string dps = dps_member.json.dump();
-    std::vector<data_point_change> changes;
-    change_origin origin = change_origin::command;
-    if (request.has("gid") && !request.has("cid") && !request.has("devId")) {
-        origin = change_origin::many_commands;
-        for (std::string &member :
-             need_group_members(request.required("gid").plain_text(name_bytes_max))) {
-            changes.push_back({std::move(member), dps});
+void bind_devices(std::vector<site_device> devices, arrival how) {
+    std::vector<product_of_device> reported;
+    {
+        lasting_change change;
+        std::vector<device_record *> known;
+        for (site_device &device : devices) {
+            if (is_own_id(device.id())) {
+                throw refused(fmt::format("{} is the gateway itself", device.id()));
+            }
+            device.set("state", int64_t{DEV_STATE_BOUND});
+            known.push_back(find_listed_device(device.id()));
+            if (how == arrival::joined || !is_bound(known.back())) {
+                reported.push_back({device.id(), {}});
+            }
+            if (known.back() != nullptr) {
+                store_known_device(device);
+            } else {
+                the_store().add_device(device);
+            }
         }
-    } else {
-        changes.push_back({named_device(request), dps});
+        check_room_for_devices(
+            static_cast<std::size_t>(std::count(known.begin(), known.end(), nullptr)));
+        change.commit();
+        for (std::size_t i = 0; i < devices.size(); ++i) {
+            if (known[i] != nullptr) {
+                write_known_device(*known[i], devices[i]);
+            } else {
+                list_device(devices[i]);
+            }
+        }
+        for (product_of_device &each : reported) {
+            each.pid = product_of(need_listed_device(each.dev_id));
+        }
     }
-    change_data_points(changes, origin);
-}
-
-void answer_query(const cJSON *cid, const cJSON *dp_id) {
-    std::string dev_id = own_device()->dev_id;
-    if (cid != nullptr) {
-        read_request(cid, [&](const json_value &named) { dev_id = named.text(); });
-    }
-    ordered_json dps = data_points_of(need_online_device(dev_id));
-    if (dp_id != nullptr) {
-        read_request(dp_id,
-                     [&](const json_value &chosen) { dps = chosen_data_points(dps, chosen); });
-    }
-    if (dps.empty()) {
-        throw refused(fmt::format("device {} has no data points", dev_id));
-    }
-    if (const int32_t result = report_to_apps(dev_id, dps.dump()); result != 0) {
-        throw refused(fmt::format("no report can be sent: result {}", result));
+    for (const product_of_device &each : reported) {
+        engr_lan_sub_dev_bind_report(each.dev_id.c_str(), each.pid.c_str());
     }
 }
 
-char *data_points_text(const device_record &device, int32_t dp_id) {
-    if (!is_online(device)) {
-        return nullptr;
+void bind_products(const json_value &request) {
+    bind_devices(read_products(request), arrival::bound);
+}
+
+void unbind_device(device_record *device) {
+    if (device == nullptr) {
+        throw usage_error("no device to unbind");
     }
-    ordered_json dps = data_points_of(device);
-    if (dp_id != all_data_points) {
-        const auto found = dps.find(std::to_string(dp_id));
-        dps = found == dps.end() ? ordered_json::object() : ordered_json{{found.key(), *found}};
+    const std::string dev_id = device->dev_id;
+    {
+        lasting_change change;
+        if (find_listed_device(dev_id) != device) {
+            throw refused(fmt::format("device {} is not bound", dev_id));
+        }
+        the_store().run("DELETE FROM device WHERE dev_id=?", dev_id);
+        leave_groups(dev_id);
+        remove_panel(dev_id);
+        change.commit();
+        unlist_device(*device);
     }
-    if (dps.empty()) {
-        return nullptr;
-    }
-    const std::string text = report_text(device.dev_id, dps.dump());
-    auto block = platform::heap_block<char>::allocate(text.size() + 1);
-    if (block) {
-        std::memcpy(block.get(), text.c_str(), text.size() + 1);
-    }
-    return block.release();
+    engr_lan_sub_dev_unbind_report(dev_id.c_str());
 }
 
 void set_device_field(std::string_view dev_id, std::string_view name, const std::string &value) {

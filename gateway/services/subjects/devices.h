@@ -1,38 +1,42 @@
-// Devices: commands of apps, queries of data points, and set_device_field of operate.h.
+// The device list: binding adds sub-devices to it and to the store and tells apps, unbinding
+// removes them; and set_device_field of operate.h.
 #pragma once
 
+#include "gateway_services/site.h"
 #include "store/records.h"
 #include "support/json_value.h"
 
-#include <cjson/cJSON.h>
-
 #include <cstdint>
+#include <vector>
 
 namespace gateway {
 
-/**
- * Carries out an app's command to a device or a group.
- *
- * @throws usage_error, refused
- */
-void command_devices(const support::json_value &request);
+/** How devices get into the list. */
+enum class arrival : uint8_t {
+    bound, /**< an installer binds them; apps are told of those that were not bound before */
+    joined /**< they join the radio network; apps are told of all of them */
+};
 
 /**
- * Reports the data points that an app asks for.
+ * Puts devices into the list, all or nothing. A device that is known keeps what is not given here.
  *
- * @param cid    id of the device; null: the gateway's own
- * @param dp_id  a number or a list of numbers; null: all
- * @throws usage_error, refused
+ * @throws refused  one of them is the gateway itself, there are too many, or the store failed
  */
-void answer_query(const cJSON *cid, const cJSON *dp_id);
+void bind_devices(std::vector<site_device> devices, arrival how);
 
 /**
- * The text that an app gets of a device's data points.
+ * Binds the products of an installer's request.
  *
- * @param dp_id  one number; -1: all
- * @return a block of Malloc that the caller frees; null when there are none, the device is offline
- * or memory is short
+ * @throws usage_error; refused as bind_devices
  */
-char *data_points_text(const device_record &device, int32_t dp_id);
+void bind_products(const support::json_value &request);
+
+/**
+ * Takes a device out of the list, its groups and its panel, and tells apps.
+ *
+ * @throws usage_error  it is null
+ * @throws refused      it is not in the list, or the store failed
+ */
+void unbind_device(device_record *device);
 
 } // namespace gateway

@@ -2,7 +2,6 @@
 
 #include "calls/requests.h"
 #include "gateway_services/error.h"
-#include "store/changes.h"
 #include "store/records.h"
 #include "store/store.h"
 
@@ -31,29 +30,25 @@ std::vector<std::string> group_members(std::string_view gid) {
 }
 
 void add_members(const std::string &gid, const std::vector<std::string> &dev_ids) {
-    statement insert =
-        the_store().prepare("INSERT OR IGNORE INTO group_member(gid, dev_id) VALUES(?, ?)");
     for (const std::string &dev_id : dev_ids) {
         need_listed_device(dev_id);
-        insert.bind(1, gid).bind(2, dev_id).run();
+        the_store().run("INSERT OR IGNORE INTO group_member(gid, dev_id) VALUES(?, ?)", gid,
+                        dev_id);
     }
-    if (the_store().prepare("SELECT count(DISTINCT gid) FROM group_member").run_for_number() >
-        groups_max) {
-        throw refused(fmt::format("there are {} groups already", groups_max));
-    }
+    the_store().check_limit("SELECT count(DISTINCT gid) FROM group_member", groups_max, "groups");
 }
 
 void remove_members(const std::string &gid, const std::vector<std::string> &dev_ids) {
-    statement remove = the_store().prepare("DELETE FROM group_member WHERE gid=? AND dev_id=?");
     for (const std::string &dev_id : dev_ids) {
-        if (remove.bind(1, gid).bind(2, dev_id).run() == 0) {
+        if (the_store().run("DELETE FROM group_member WHERE gid=? AND dev_id=?", gid, dev_id) ==
+            0) {
             throw refused(fmt::format("device {} is not in group {}", dev_id, gid));
         }
     }
 }
 
 void delete_group(const std::string &gid, const std::vector<std::string> &) {
-    if (the_store().prepare("DELETE FROM group_member WHERE gid=?").bind(1, gid).run() == 0) {
+    if (the_store().run("DELETE FROM group_member WHERE gid=?", gid) == 0) {
         throw refused(fmt::format("unknown group {}", gid));
     }
 }
@@ -116,7 +111,7 @@ int32_t operate_group(const cJSON *request) {
 }
 
 void leave_groups(std::string_view dev_id) {
-    the_store().prepare("DELETE FROM group_member WHERE dev_id=?").bind(1, dev_id).run();
+    the_store().run("DELETE FROM group_member WHERE dev_id=?", dev_id);
 }
 
 void add_groups_status(ordered_json &status) {

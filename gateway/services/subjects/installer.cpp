@@ -1,7 +1,6 @@
 #include "subjects/installer.h"
 
 #include "gateway_services/error.h"
-#include "store/changes.h"
 #include "store/records.h"
 #include "store/store.h"
 #include "subjects/configuration.h"
@@ -32,9 +31,7 @@ void check_token(std::string_view token) {
 
 void bind_token(std::string_view token) {
     check_token(token);
-    lasting_change change;
-    the_store().set_setting(token_setting, token);
-    change.commit();
+    change_setting(token_setting, token);
 }
 
 void store_wifi(const std::string &ssid, const std::string &password,
@@ -56,13 +53,11 @@ void store_wifi(const std::string &ssid, const std::string &password,
 
 void change_wifi(const std::string &ssid, const std::string &password) {
     store_wifi(ssid, password, std::nullopt);
-    connect_station(ssid);
+    locked_network()->wifi_ssid = ssid;
 }
 
 void end_engineering() {
-    lasting_change change;
-    the_store().set_setting(engineering_ended_setting, "1");
-    change.commit();
+    change_setting(engineering_ended_setting, "1");
 }
 
 void deactivate() {

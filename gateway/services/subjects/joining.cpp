@@ -7,7 +7,7 @@
 #include "platform/timer.h"
 #include "store/products.h"
 #include "store/records.h"
-#include "subjects/binding.h"
+#include "subjects/devices.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -109,11 +109,8 @@ void join(site_device device) {
     if (device.dps == no_data_points) {
         device.dps = first_data_points(pid);
     }
-    const auto values = nlohmann::ordered_json::parse(device.dps);
-    if (const std::string fault = product_fault(the_products(), pid, values, setter::device);
-        !fault.empty()) {
-        throw refused(fault);
-    }
+    check_product_values(the_products(), pid, nlohmann::ordered_json::parse(device.dps),
+                         setter::device);
     bind_devices({std::move(device)}, arrival::joined);
 }
 

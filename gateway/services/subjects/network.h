@@ -2,15 +2,46 @@
 // can be set, requests are remembered and shown. Any thread.
 #pragma once
 
+#include "platform/airkiss.h"
 #include "platform/network.h"
+#include "platform/owners.h"
+#include "platform/wifi.h"
 
 #include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace gateway {
+
+/** Work mode after the access point was shut down or a connection asked for. */
+constexpr uint32_t wifi_mode_station = 1;
+
+/** What the layers answer, and what they were asked for. */
+struct network_state {
+    bool is_up = true;
+    std::optional<std::string> address_override; /**< instead of the platform's */
+    bool wifi_config_needed = false;
+    uint32_t wifi_mode = wifi_mode_station;
+    std::string wifi_ssid; /**< last network that the station was told to connect to */
+    uint8_t station_status = WF_STATION_CONNECTED_DHCP; /**< as AirKiss asks for it */
+    int32_t airkiss_active = 1;
+    bool airkiss_prepared = false; /**< discovery may send */
+    uint64_t airkiss_informed = 0; /**< phones that were told of a finished configuration */
+    uint64_t airkiss_sent = 0;     /**< discovery packets */
+};
+
+/** Access to the state, under its mutex: locked_network()->member, once in a statement. */
+class locked_network {
+  public:
+    locked_network();
+    network_state *operator->() const;
+
+  private:
+    platform::held_mutex guard_;
+};
 
 /**
  * Sets everything to its default.
@@ -28,38 +59,6 @@ bool is_network_up();
  * @return 0; result_failed when it has none, or one that does not fit
  */
 int32_t write_address(gw_addr_t &address);
-
-/** Whether Wi-Fi configuration is needed. */
-bool is_wifi_config_needed();
-/** Work mode of the Wi-Fi layer. */
-uint32_t wifi_mode();
-/** Leaves access-point mode, if the Wi-Fi layer is in it. */
-void stop_access_point();
-/** Connects the Wi-Fi station to a network. */
-void connect_station(const std::string &ssid);
-/** Puts the Wi-Fi layer into access-point mode: the station has no network, and needs one. */
-void begin_wifi_configuration();
-/**
- * Ends the configuration if the station has a network.
- *
- * @return whether it has one
- */
-bool end_wifi_configuration();
-
-/** Status of the station, as AirKiss asks for it. */
-uint8_t station_status();
-/** 1 when AirKiss is active. */
-int32_t airkiss_active();
-/** Counts a phone that was told of a finished configuration. */
-void count_airkiss_information();
-/** Prepares AirKiss discovery. */
-void prepare_airkiss_discovery();
-/**
- * Counts a discovery packet.
- *
- * @return 0; result_failed when discovery is not prepared
- */
-int32_t send_airkiss_discovery();
 
 /** Adds network, Wi-Fi and AirKiss state. */
 void add_network_status(nlohmann::ordered_json &status);

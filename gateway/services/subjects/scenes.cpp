@@ -2,7 +2,6 @@
 
 #include "calls/requests.h"
 #include "gateway_services/error.h"
-#include "store/changes.h"
 #include "store/products.h"
 #include "store/records.h"
 #include "store/store.h"
@@ -12,6 +11,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <map>
 #include <optional>
 #include <set>
 
@@ -23,9 +23,47 @@ using support::json_value;
 
 constexpr uint32_t scene_operation_frame = 244;
 constexpr uint32_t scene_panel_frame = 248;
+/** Of groups and in a linkage set each. */
+constexpr std::size_t scenes_max = 1000;
 constexpr std::size_t actions_max = 1000;
 
-ordered_json last_scene; // guarded by change_mutex
+constexpr std::string_view linkage_time_setting = "linkage_modified";
+
+// Guarded by change_mutex.
+ordered_json last_scene;
+/** Actions of the loaded linkage set by scene id. */
+std::map<std::string, std::string> loaded_scenes;
+
+/**
+ * Reads "actions": [{"cid": ID, "dps": {...}}, ...] of a scene.
+ *
+ * @return the text that is stored
+ */
+std::string read_actions(const json_value &scene) {
+    auto read = ordered_json::array();
+    for (const json_value &action : scene.required("actions").elements(0, actions_max)) {
+        const json_value dps = action.required("dps");
+        support::check_data_points(dps, text_value_bytes_max);
+        read.push_back(
+            {{"cid", action.required("cid").plain_text(name_bytes_max)}, {"dps", dps.json}});
+    }
+    return read.dump();
+}
+
+/**
+ * Applies stored actions.
+ *
+ * @param scene  names the scene; the status shows it as the last one
+ */
+void apply_actions(const std::string &actions, const ordered_json &scene) {
+    std::vector<data_point_change> changes;
+    for (const ordered_json &action : ordered_json::parse(actions)) {
+        changes.push_back({action["cid"], action["dps"].dump()});
+    }
+    change_data_points(changes, change_origin::many_commands);
+    const platform::held_mutex change(change_mutex());
+    last_scene = scene;
+}
 
 /** Actions of a stored scene, none when there is no such scene; change_mutex is held. */
 std::optional<std::string> scene_actions(std::string_view gid, std::string_view sid) {
@@ -40,33 +78,18 @@ std::optional<std::string> scene_actions(std::string_view gid, std::string_view 
     throw refused(fmt::format("unknown scene {} of group {}", sid, gid));
 }
 
-/** @throws refused  the device's product does not take these values from an app */
-void check_commanded_values(const device_record &device, const ordered_json &dps) {
-    const std::string fault = product_fault(the_products(), product_of(device), dps, setter::app);
-    if (!fault.empty()) {
-        throw refused(fault);
-    }
-}
-
 void save_scene(const std::string &gid, const std::string &sid, const std::string &actions) {
     for (const ordered_json &action : ordered_json::parse(actions)) {
-        check_commanded_values(need_device(action["cid"].get_ref<const std::string &>()),
-                               action["dps"]);
+        const device_record &device = need_device(action["cid"].get_ref<const std::string &>());
+        check_product_values(the_products(), product_of(device), action["dps"], setter::app);
     }
-    the_store()
-        .prepare("INSERT OR REPLACE INTO scene(gid, sid, actions) VALUES(?, ?, ?)")
-        .bind(1, gid)
-        .bind(2, sid)
-        .bind(3, actions)
-        .run();
-    if (the_store().prepare("SELECT count(*) FROM scene").run_for_number() > int64_t{scenes_max}) {
-        throw refused(fmt::format("there are {} scenes already", scenes_max));
-    }
+    the_store().run("INSERT OR REPLACE INTO scene(gid, sid, actions) VALUES(?, ?, ?)", gid, sid,
+                    actions);
+    the_store().check_limit("SELECT count(*) FROM scene", scenes_max, "scenes");
 }
 
 void delete_scene(const std::string &gid, const std::string &sid) {
-    statement remove = the_store().prepare("DELETE FROM scene WHERE gid=? AND sid=?");
-    if (remove.bind(1, gid).bind(2, sid).run() == 0) {
+    if (the_store().run("DELETE FROM scene WHERE gid=? AND sid=?", gid, sid) == 0) {
         refuse_unknown_scene(gid, sid);
     }
 }
@@ -124,18 +147,41 @@ operation_work read_panel_command(const json_value &request, ordered_json &outco
         }
         remove_panel(cid);
         if (!buttons.empty()) {
-            the_store()
-                .prepare("INSERT INTO scene_panel(dev_id, buttons) VALUES(?, ?)")
-                .bind(1, cid)
-                .bind(2, buttons.dump())
-                .run();
+            the_store().run("INSERT INTO scene_panel(dev_id, buttons) VALUES(?, ?)", cid,
+                            buttons.dump());
         }
         change.commit();
         done["buttons"] = buttons.size();
     };
 }
 
+/** Removes the stored set; within a lasting change. */
+void erase_linkage() {
+    the_store().run("DELETE FROM linkage_scene");
+    the_store().erase_setting(linkage_time_setting);
+}
+
+void insert_scene(statement &insert, const json_value &scene) {
+    const json_value scene_id = scene.required("sceneId");
+    const std::string id = scene_id.plain_text(name_bytes_max);
+    const std::string name = scene.has("name") ? scene.required("name").text() : "";
+    const std::string actions = read_actions(scene);
+    if (insert.bind(1, id).bind(2, name).bind(3, actions).run() == 0) {
+        scene_id.refuse(fmt::format("'{}' is given twice", id));
+    }
+}
+
 } // namespace
+
+void load_linkage() {
+    const platform::held_mutex change(change_mutex());
+    std::map<std::string, std::string> stored;
+    statement found = the_store().prepare("SELECT scene_id, actions FROM linkage_scene");
+    while (found.next()) {
+        stored[found.text(0)] = found.text(1);
+    }
+    loaded_scenes = std::move(stored);
+}
 
 void scenes_shutdown() {
     last_scene = nullptr;
@@ -150,7 +196,7 @@ int32_t assign_panel(const cJSON *request) {
 }
 
 void remove_panel(std::string_view dev_id) {
-    the_store().prepare("DELETE FROM scene_panel WHERE dev_id=?").bind(1, dev_id).run();
+    the_store().run("DELETE FROM scene_panel WHERE dev_id=?", dev_id);
 }
 
 void execute_scene(const std::string &gid, const std::string &sid) {
@@ -165,25 +211,51 @@ void execute_scene(const std::string &gid, const std::string &sid) {
     apply_actions(*actions, {{"gid", gid}, {"sid", sid}});
 }
 
-std::string read_actions(const json_value &scene) {
-    auto read = ordered_json::array();
-    for (const json_value &action : scene.required("actions").elements(0, actions_max)) {
-        const json_value dps = action.required("dps");
-        support::check_data_points(dps, text_value_bytes_max);
-        read.push_back(
-            {{"cid", action.required("cid").plain_text(name_bytes_max)}, {"dps", dps.json}});
-    }
-    return read.dump();
+void unload_linkage() {
+    const platform::held_mutex change(change_mutex());
+    loaded_scenes.clear();
 }
 
-void apply_actions(const std::string &actions, const ordered_json &scene) {
-    std::vector<data_point_change> changes;
-    for (const ordered_json &action : ordered_json::parse(actions)) {
-        changes.push_back({action["cid"], action["dps"].dump()});
-    }
-    change_data_points(changes, change_origin::many_commands);
+void reset_linkage() {
+    lasting_change change;
+    erase_linkage();
+    change.commit();
+    loaded_scenes.clear(); // what is executed is what is stored, whatever comes next
+}
+
+bool is_new_linkage(int32_t modified) {
     const platform::held_mutex change(change_mutex());
-    last_scene = scene;
+    return the_store().setting(linkage_time_setting) != std::to_string(modified);
+}
+
+void save_linkage(int32_t total, int32_t modified, const json_value &request) {
+    const json_value list = request.required("scenes");
+    const std::vector<json_value> scenes = list.elements(0, scenes_max);
+    if (total < 0 || scenes.size() != static_cast<std::size_t>(total)) {
+        list.refuse(fmt::format("has {} scenes, but totalCount is {}", scenes.size(), total));
+    }
+    lasting_change change;
+    erase_linkage();
+    statement insert = the_store().prepare(
+        "INSERT OR IGNORE INTO linkage_scene(scene_id, name, actions) VALUES(?, ?, ?)");
+    for (const json_value &scene : scenes) {
+        insert_scene(insert, scene);
+    }
+    the_store().set_setting(linkage_time_setting, std::to_string(modified));
+    change.commit();
+}
+
+void execute_linkage_scene(const std::string &scene_id) {
+    std::string actions;
+    {
+        const platform::held_mutex change(change_mutex());
+        const auto found = loaded_scenes.find(scene_id);
+        if (found == loaded_scenes.end()) {
+            throw refused(fmt::format("unknown linkage scene {}", scene_id));
+        }
+        actions = found->second;
+    }
+    apply_actions(actions, {{"sceneId", scene_id}});
 }
 
 void add_scenes_status(ordered_json &status) {
@@ -197,6 +269,11 @@ void add_scenes_status(ordered_json &status) {
     add_counts("scenes", "SELECT gid, count(*) FROM scene GROUP BY gid");
     add_counts("scene_panels", "SELECT dev_id, json_array_length(buttons) FROM scene_panel");
     status["last_scene"] = last_scene;
+    const std::string modified = the_store().setting(linkage_time_setting);
+    status["linkage"] = {
+        {"scenes", the_store().number("SELECT count(*) FROM linkage_scene")},
+        {"modified", modified.empty() ? ordered_json() : ordered_json::parse(modified)},
+        {"loaded", loaded_scenes.size()}};
 }
 
 } // namespace gateway

@@ -1,4 +1,7 @@
-// Scenes of groups, the panels that they are assigned to, and the actions that scenes consist of.
+// Scenes: those of groups with the panels that they are assigned to, and the scene-linkage set,
+// which is stored as a whole with its time and executed from the copy that was loaded.
+//
+// All functions throw refused when the store fails.
 #pragma once
 
 #include "gateway/records.h"
@@ -6,16 +9,14 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace gateway {
 
-/** Most scenes that are stored, of groups and in a linkage set each. */
-constexpr std::size_t scenes_max = 1000;
-
+/** Loads the stored linkage set, which is then executed. */
+void load_linkage();
 /** Forgets the last scene. */
 void scenes_shutdown();
 
@@ -29,30 +30,34 @@ int32_t operate_scene(const cJSON *request);
 int32_t assign_panel(const cJSON *request);
 /** Removes the assignment of a panel that leaves; within a lasting change. */
 void remove_panel(std::string_view dev_id);
-
 /**
- * Applies the actions of a stored scene.
+ * Applies the actions of a stored scene to the devices that are online, and reports each change.
  *
- * @throws refused  it is unknown; or as apply_actions
+ * @throws refused  it is unknown; or as change_data_points
  */
 void execute_scene(const std::string &gid, const std::string &sid);
 
+/** Forgets the loaded linkage set; the stored one stays. */
+void unload_linkage();
+/** Deletes the linkage set, the stored and the loaded one. */
+void reset_linkage();
 /**
- * Reads "actions": [{"cid": ID, "dps": {...}}, ...] of a scene.
+ * Whether a linkage set of this time differs from the stored one.
  *
- * @return the text that is stored
+ * @param modified  POSIX seconds
+ */
+bool is_new_linkage(int32_t modified);
+/**
+ * Stores a linkage set in the place of the old one.
+ *
+ * @param total  number of its scenes
  * @throws usage_error
  */
-std::string read_actions(const support::json_value &scene);
-/**
- * Applies stored actions to the devices that are online, and reports each change.
- *
- * @param scene  names the scene; the status shows it as the last one
- * @throws refused  as change_data_points
- */
-void apply_actions(const std::string &actions, const nlohmann::ordered_json &scene);
+void save_linkage(int32_t total, int32_t modified, const support::json_value &request);
+/** Applies the actions of a loaded linkage scene, as execute_scene. */
+void execute_linkage_scene(const std::string &scene_id);
 
-/** Adds scenes, panels and the last scene; change_mutex is held. */
+/** Adds scenes, panels, the last scene and the linkage set; change_mutex is held. */
 void add_scenes_status(nlohmann::ordered_json &status);
 
 } // namespace gateway

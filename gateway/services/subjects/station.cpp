@@ -1,7 +1,6 @@
 #include "subjects/station.h"
 
 #include "calls/calls.h"
-#include "calls/log.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
 #include "gateway_services/operate.h"
@@ -9,7 +8,6 @@
 #include "platform/owners.h"
 #include "platform/thread.h"
 #include "platform/wifi.h"
-#include "store/changes.h"
 #include "store/records.h"
 #include "subjects/installer.h"
 #include "subjects/network.h"
@@ -74,6 +72,17 @@ int32_t connect_as_recorded() {
         password = gateway.wf_passwd;
     }
     return wf_station_connect(ssid.c_str(), password.c_str());
+}
+
+/**
+ * Ends the Wi-Fi layer's configuration if the station has a network.
+ *
+ * @return whether it has one
+ */
+bool end_wifi_configuration() {
+    const locked_network now;
+    now->wifi_config_needed = now->wifi_ssid.empty();
+    return !now->wifi_config_needed;
 }
 
 /** Ends the configuration when the station has its network, else brings the access point back. */
@@ -155,16 +164,13 @@ void take_credentials(const char *ssid, const char *passwd, const char *token) {
 }
 
 int on_credentials(const char *ssid, const char *passwd, const char *token) {
-    const auto arguments = [&](call_arguments &list) {
-        list.text("ssid", ssid).secret("passwd", passwd).secret("token", token);
-    };
     bool is_taken = false;
-    int32_t result = service(call("finish_cb"), arguments, [&] {
-        return guarded([&] {
+    int32_t result = guarded_service(
+        call("finish_cb"),
+        {{"ssid", ssid}, {"passwd", secret_text{passwd}}, {"token", secret_text{token}}}, [&] {
             take_credentials(ssid, passwd, token);
             is_taken = true;
         });
-    });
     // Started here, so that finish_cb stands in the trace before wf_station_connect.
     if (is_taken && !start_connecting()) {
         GATEWAY_LOG(LOG_LEVEL_FAILURE, "the Wi-Fi network cannot be joined: no thread");
@@ -185,7 +191,12 @@ int32_t listen_for_credentials() {
 }
 
 int32_t open_access_point() {
-    begin_wifi_configuration();
+    {
+        const locked_network now;
+        now->wifi_mode = WF_WORK_MODE_ACCESS_POINT;
+        now->wifi_config_needed = true;
+        now->wifi_ssid.clear(); // the station has no network, and needs one
+    }
     {
         gw_cntl_t &gateway = the_gateway().shared;
         const platform::held_mutex guard(gateway.field_mutex);
@@ -195,9 +206,7 @@ int32_t open_access_point() {
 }
 
 void station_init() {
-    if (kelo_hal_mutex_create_init(&station_mutex) != 0) {
-        throw refused("no mutex could be created");
-    }
+    make_mutex(station_mutex);
     is_connecting = false;
     is_station_closed = false;
     has_listened = false;

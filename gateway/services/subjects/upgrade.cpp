@@ -1,7 +1,6 @@
 #include "subjects/upgrade.h"
 
 #include "calls/calls.h"
-#include "calls/log.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
 #include "gateway_services/operate.h"
@@ -10,7 +9,7 @@
 #include "platform/thread.h"
 #include "platform/timer.h"
 #include "store/records.h"
-#include "subjects/firmware_install.h"
+#include "subjects/firmware.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -168,12 +167,10 @@ uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
 
 int on_chunk(lan_fw_info_t *firmware, uint32_t total_size, uint32_t offset, const uint8_t *data,
              uint32_t length, uint32_t *remain_len, void *cb_arg) {
-    const auto arguments = [&](call_arguments &list) {
-        list.firmware("record", firmware)
-            .number("total_size", total_size)
-            .number("offset", offset)
-            .bytes("data", data, length);
-    };
+    const call_arguments arguments = {{"record", firmware},
+                                      {"total_size", total_size},
+                                      {"offset", offset},
+                                      {"data", payload_bytes{data, length}}};
     return service(call("get_file_cb"), arguments, [&] {
         const platform::held_mutex guard(upgrade_mutex);
         if (!is_current(cb_arg)) {
@@ -279,10 +276,7 @@ int32_t receive_outcome(bool is_complete, const void *cb_arg) {
 }
 
 int on_outcome(lan_fw_info_t *firmware, int result, void *cb_arg) {
-    const auto arguments = [&](call_arguments &list) {
-        list.firmware("record", firmware).number("result", result);
-    };
-    return service(call("ug_notify_cb"), arguments,
+    return service(call("ug_notify_cb"), {{"record", firmware}, {"result", result}},
                    [&] { return receive_outcome(result == 0, cb_arg); });
 }
 
@@ -455,9 +449,7 @@ void note_upgrade_end() {
 }
 
 void upgrade_init(const upgrade_scenario &scenario, image_medium kept_in) {
-    if (kelo_hal_mutex_create_init(&upgrade_mutex) != 0) {
-        throw refused("no mutex could be created");
-    }
+    make_mutex(upgrade_mutex);
     scenario_options = scenario;
     medium = kept_in;
     is_installing = false;

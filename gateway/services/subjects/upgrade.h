@@ -3,7 +3,7 @@
 
 #include "gateway/upgrade.h"
 #include "gateway_services/scenario.h"
-#include "subjects/received_image.h"
+#include "subjects/firmware.h"
 
 #include <nlohmann/json_fwd.hpp>
 

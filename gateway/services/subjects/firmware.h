@@ -1,5 +1,5 @@
-// A firmware image on its way into the gateway: byte for byte in one partial file of the working
-// directory, or in memory.
+// Firmware images: received byte for byte in one partial file of the working directory, or in
+// memory, then installed. Image and version change together, also when the gateway is killed.
 #pragma once
 
 #include "platform/crypto.h"
@@ -9,9 +9,6 @@
 #include <vector>
 
 namespace gateway {
-
-/** Name of the file that holds an image while it is received. */
-constexpr const char *partial_image_name = "firmware.part";
 
 /** Truncates a partial image that was left over. Its name stays: it means that the image is not in
  * place. */
@@ -65,5 +62,44 @@ class received_image {
     bool is_name_kept_ = false;
     uni_md5_context_t digest_;
 };
+
+/** What a firmware is installed on. */
+struct firmware_target {
+    std::string dev_id; /**< of a device in the list; empty: the gateway itself */
+    std::string sw_ver; /**< version that it has afterwards */
+};
+
+/** Throws refused for an image that is not complete, or not the one that was announced. */
+void verify_image(received_image &image, const char *announced_md5);
+/** Throws usage_error for a version that cannot be reported to apps. */
+void check_version(const firmware_target &target);
+/** Version that the target has at present; throws refused when there is no such device. */
+std::string installed_version(const std::string &dev_id);
+
+/**
+ * Makes a complete image the installed one, and its version that of the target in the store; of the
+ * gateway also in its record, a device's record is left to the agent. After a kill at any moment
+ * the store matches the installed image.
+ *
+ * @throws refused  nothing has changed; or image and version could not both be stored, which the
+ * next recover_installation sets right
+ */
+void install_firmware(received_image &image, const firmware_target &target);
+
+/**
+ * Completes an installation whose image is in place, but whose version could not be stored. Called
+ * before another image is received, whose partial file would make it look unfinished.
+ *
+ * @throws refused  it still cannot be completed
+ */
+void settle_installation();
+
+/**
+ * Completes an installation that was interrupted after its image was in place, and removes other
+ * leftovers. Called before the store is read.
+ *
+ * @throws refused
+ */
+void recover_installation();
 
 } // namespace gateway
