@@ -1,0 +1,246 @@
+/*
+ * The LAN client of Zigbee gateways in engineering mode, for C and for whatever can call C: finding
+ * gateways, requests and their answers, reports, giving a gateway its Wi-Fi network.
+ *
+ * A client is a handle for one gateway or for one listener. It works on a thread of its own, which
+ * calls nothing of the caller's: what happens is kept as events, which the caller takes when it
+ * likes. A descriptor becomes readable while an event waits, for poll, epoll and event loops.
+ *
+ *     engr_client_options options = {.size = sizeof options, .address = "192.0.2.7"};
+ *     engr_client *client = NULL;
+ *     uint32_t id = 0;
+ *     if (engr_client_open_gateway(&options, &client) == ENGR_CLIENT_OK &&
+ *         engr_client_request(client, 241, NULL, 0, 0, &id) == ENGR_CLIENT_OK) {
+ *         ... poll engr_client_descriptor(client), then engr_client_next_event(client) ...
+ *     }
+ *     engr_client_close(client);
+ *
+ * Threads: a handle is used by one thread at a time; several handles may be used by several threads
+ * at once. No function waits for the network. Functions without a handle may be called anywhere. A
+ * child process of fork must use no handle of its parent.
+ *
+ * Texts are UTF-8 and end with a zero byte. The functions copy the texts that they are given.
+ */
+#pragma once
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Why something did not work. */
+typedef enum engr_client_error {
+    ENGR_CLIENT_OK = 0,
+    ENGR_CLIENT_NO_INTERFACE = 1,    /**< the named network interface is missing or not permitted */
+    ENGR_CLIENT_BAD_ADDRESS = 2,     /**< the address is not an IPv4 address in dotted decimal */
+    ENGR_CLIENT_REFUSED = 3,         /**< nobody listens at the address */
+    ENGR_CLIENT_UNREACHABLE = 4,     /**< no way to the address, or a port that can't be opened */
+    ENGR_CLIENT_TABLE_FULL = 5,      /**< closed at once: the gateway has no room for another app */
+    ENGR_CLIENT_CONNECTION_LOST = 6, /**< closed after it had worked */
+    ENGR_CLIENT_TIMED_OUT = 7,       /**< connected, but no answer in time */
+    ENGR_CLIENT_WRONG_KEY = 8,       /**< the answer can't be decrypted with the key given */
+    ENGR_CLIENT_DEACTIVATED =
+        9,                    /**< a local key was given, but the gateway uses the built-in one */
+    ENGR_CLIENT_DAMAGED = 10, /**< the answer's checksum is wrong, or a segment is missing */
+    ENGR_CLIENT_ANSWER_TOO_LONG = 11, /**< the answer is longer than any gateway's */
+    ENGR_CLIENT_TOO_LARGE = 12,       /**< the request is longer than gateways accept */
+    ENGR_CLIENT_QUEUE_FULL = 13,    /**< too much waits to be sent, or to be taken by the caller */
+    ENGR_CLIENT_CANCELLED = 14,     /**< ended by the caller */
+    ENGR_CLIENT_BAD_ARGUMENT = 100, /**< an argument can't be right; nothing was done */
+    ENGR_CLIENT_NO_RESOURCES = 101  /**< the system has no memory, descriptor or thread left */
+} engr_client_error;
+
+/** What kind of event it is, with the members that it sets beside `kind` and `dropped`. */
+typedef enum engr_client_event_kind {
+    /** The gateway answers. Sets nothing. */
+    ENGR_CLIENT_CONNECTED = 1,
+    /** The connection ended or could not be made. Sets error, error_text, pause_ms. */
+    ENGR_CLIENT_DISCONNECTED = 2,
+    /**
+     * The one outcome of a request. Sets request, type, error, error_text, and without an error
+     * ret and payload.
+     */
+    ENGR_CLIENT_ANSWER = 3,
+    /** A request is getting on. Sets request, type, done, total. Only the newest is kept. */
+    ENGR_CLIENT_PROGRESS = 4,
+    /**
+     * What the gateway reports by itself, or answers too late. Sets type, ret and payload; error
+     * and error_text when it can't be read.
+     */
+    ENGR_CLIENT_REPORT = 5,
+    /** A gateway announced itself; every gateway does so every 5 s. Sets announcement, address. */
+    ENGR_CLIENT_ANNOUNCEMENT = 6,
+    /** A datagram that is damaged or of a gateway with another seed. Sets address. */
+    ENGR_CLIENT_UNREADABLE = 7,
+    /** A gateway could not join its Wi-Fi network. Sets address, result and payload (the reason).
+     */
+    ENGR_CLIENT_WIFI_FAILURE = 8
+} engr_client_event_kind;
+
+/** What to expect after a request of a frame type. */
+typedef enum engr_client_answer_rule {
+    ENGR_CLIENT_ANSWER_ALWAYS = 0,
+    ENGR_CLIENT_ANSWER_ON_FAILURE = 1, /**< accepted in silence: the request times out */
+    ENGR_CLIENT_ANSWER_ON_SUCCESS = 2, /**< refused in silence: the request times out */
+    ENGR_CLIENT_ANSWER_NEVER = 3,
+    ENGR_CLIENT_NOT_A_REQUEST = 4, /**< only a gateway sends it */
+    ENGR_CLIENT_ANSWER_UNKNOWN = 5 /**< the client does not know the type */
+} engr_client_answer_rule;
+
+/** How a gateway announces itself. */
+typedef struct engr_client_announcement {
+    const char *id;
+    const char *address; /**< sender of the datagram: where to connect */
+    const char *product_key;
+    const char *version; /**< of the protocol */
+    int64_t ability;
+    bool activated; /**< it has to be opened with its local key */
+    bool needs_wifi_setup;
+} engr_client_announcement;
+
+/** An event. Members that its kind does not set are 0; texts are "" then, but never NULL. */
+typedef struct engr_client_event {
+    engr_client_event_kind kind;
+    uint32_t dropped; /**< older reports, datagrams and changes that found no room, before this */
+    engr_client_error error;
+    const char *error_text; /**< details of the system for people, may be empty */
+    uint32_t request;       /**< as engr_client_request gave it */
+    uint32_t type;          /**< number of the frame type */
+    uint32_t ret;           /**< 0: the gateway did it; else the payload may say why not */
+    const char *payload;    /**< decrypted; a transfer in segments is put together */
+    size_t payload_bytes;   /**< without the zero byte behind it */
+    uint64_t done;          /**< of total */
+    uint64_t total;         /**< bytes to send, or segments to receive */
+    uint32_t pause_ms;      /**< until the next attempt to connect; 0: there is none */
+    int64_t result;         /**< the gateway's number for a failure, 0 when it tells none */
+    const char *address;    /**< IPv4, sender of the datagram */
+    const engr_client_announcement *announcement; /**< else NULL */
+} engr_client_event;
+
+/** How to open a client. What is 0 or NULL has the value that its line names. */
+typedef struct engr_client_options {
+    size_t size;                /**< sizeof(engr_client_options), so that it can grow */
+    const char *interface_name; /**< network interface that traffic stays on; NULL: any */
+
+    /* Of a gateway: */
+    const char *address;         /**< IPv4 in dotted decimal; must be given */
+    uint16_t port;               /**< 6668 */
+    const char *local_key;       /**< 16 bytes, of an activated gateway; NULL: built-in key 3 */
+    bool reconnect;              /**< come back by itself once a connection has worked */
+    uint32_t connect_timeout_ms; /**< 5000 */
+    uint32_t request_timeout_ms; /**< 5000 */
+
+    /* Seeds of the built-in keys, 16 bytes each; NULL: the one that the library was built with. */
+    const char *key1_seed; /**< of the key for Wi-Fi configurations */
+    const char *key2_seed; /**< of the key of announcements */
+    const char *key3_seed; /**< of the key of connections to a gateway that is not activated */
+} engr_client_options;
+
+/** Handle of one gateway or listener. */
+typedef struct engr_client engr_client;
+
+/**
+ * Opens a client of one gateway and starts to connect; whether that works is an event.
+ *
+ * @param options  what to connect to
+ * @param client   receives the handle, which the caller closes; NULL unless the result is OK
+ * @return OK; BAD_ARGUMENT when a pointer is NULL, `size` is 0, the address is missing, or a key or
+ *         seed has not 16 bytes; NO_RESOURCES
+ */
+engr_client_error engr_client_open_gateway(const engr_client_options *options,
+                                           engr_client **client);
+
+/**
+ * Opens a client that listens for announcements on UDP port 6667, beside other listeners.
+ *
+ * @return OK; NO_INTERFACE; UNREACHABLE when the port is in use by one who does not share it;
+ *         BAD_ARGUMENT and NO_RESOURCES as above
+ */
+engr_client_error engr_client_open_discovery(const engr_client_options *options,
+                                             engr_client **client);
+
+/**
+ * Opens a client that gives gateways in access-point mode their Wi-Fi network, and listens on UDP
+ * port 6670 for the failures that they report. A success shows by the gateway's announcement on the
+ * new network.
+ *
+ * @return as engr_client_open_discovery
+ */
+engr_client_error engr_client_open_provisioning(const engr_client_options *options,
+                                                engr_client **client);
+
+/**
+ * Ends the client: its connection is closed, its thread has ended, its descriptor is closed, and
+ * events that were not taken are gone. Events that were taken stay valid. NULL is nothing.
+ */
+void engr_client_close(engr_client *client);
+
+/**
+ * @return a descriptor that is readable while an event waits. It belongs to the client: wait for
+ *         it, but don't read or close it.
+ */
+int engr_client_descriptor(const engr_client *client);
+
+/**
+ * Takes the oldest event. Never waits.
+ *
+ * @return an event that the caller frees; NULL when none waits
+ */
+engr_client_event *engr_client_next_event(engr_client *client);
+
+/** Frees an event and all that it points to. NULL is nothing. */
+void engr_client_free_event(engr_client_event *event);
+
+/**
+ * Makes a request to a gateway. Several may be under way; each yields one ENGR_CLIENT_ANSWER. The
+ * payload is encrypted if the frame type wants it.
+ *
+ * @param type        number of the frame type
+ * @param payload     JSON text, or what the type takes; may be NULL when payload_bytes is 0
+ * @param timeout_ms  for the answer; 0: that of the options
+ * @param request     receives the request's id, never 0; may be NULL
+ * @return OK; BAD_ARGUMENT for a NULL pointer or a client that is none of a gateway; QUEUE_FULL
+ * when
+ *         4096 answers have not been taken; NO_RESOURCES. Without OK there is no answer.
+ */
+engr_client_error engr_client_request(engr_client *client, uint32_t type, const char *payload,
+                                      size_t payload_bytes, uint32_t timeout_ms, uint32_t *request);
+
+/**
+ * Sends a Wi-Fi network to gateways in access-point mode, once; they don't answer, so send it again
+ * every second until a failure or an announcement comes.
+ *
+ * @param network    its name, 1 to 32 bytes
+ * @param password   "" or NULL when the network is open
+ * @param token      what the gateway expects
+ * @param address    IPv4; NULL: all gateways on the interface
+ * @param encrypted  with built-in key 1; otherwise anybody near can read the password
+ * @return OK: it was sent; BAD_ARGUMENT for a missing text, one that is not UTF-8, a name that is
+ *         too long, or a client of another kind; TOO_LARGE when all together don't fit into a
+ *         datagram of 256 bytes; BAD_ADDRESS; NO_INTERFACE; UNREACHABLE; NO_RESOURCES
+ */
+engr_client_error engr_client_send_network(engr_client *client, const char *network,
+                                           const char *password, const char *token,
+                                           const char *address, bool encrypted);
+
+/** @return a short name such as "timed_out", valid for ever; "unknown" for other numbers */
+const char *engr_client_error_name(engr_client_error error);
+
+/**
+ * @param name  such as "FRM_DEV_LIST" or "dev_list", in any letter case
+ * @return the number of the frame type; 0 when there is none
+ */
+uint32_t engr_client_frame_type(const char *name);
+
+/** @return such as "FRM_DEV_LIST", valid for ever; NULL for a number without a name */
+const char *engr_client_frame_type_name(uint32_t type);
+
+/** @return what to expect after a request of this type */
+engr_client_answer_rule engr_client_answer_rule_of(uint32_t type);
+
+#ifdef __cplusplus
+}
+#endif
