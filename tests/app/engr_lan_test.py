@@ -1,0 +1,141 @@
+"""The Python package and a program in C against the real gateway, through the shared library of the C interface."""
+import asyncio
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from programs.gateway import Gateway as Daemon
+from programs.gateway import PATIENCE_S, program
+
+import engr_lan
+from engr_lan import Gateway, discover
+
+EXAMPLES = os.path.join(os.path.dirname(engr_lan.__file__), "..", "examples")
+SITE = {
+    "gateway": {"gw_id": "pythongw00000001"},
+    "devices": [
+        {"dev_id": "lamp", "pid": "switch", "state": 1, "online": 1, "dps": {"1": True}},
+        {"dev_id": "door", "pid": "sensor", "state": 1, "online": 0},
+    ],
+}
+
+
+def soon(work):
+    """A bound against hanging, not a measure of speed."""
+    return asyncio.wait_for(work, PATIENCE_S)
+
+
+async def first_report(reports, name):
+    async for report in reports:
+        if report.name == name:
+            return report
+
+
+class Package(unittest.IsolatedAsyncioTestCase):
+    async def test_devices_and_data_points_are_read_and_changed_and_the_change_is_reported(self):
+        with Daemon(site=SITE) as daemon:
+            async with Gateway(daemon.address, interface="lo") as gateway:
+                devices = await soon(gateway.devices())
+                self.assertEqual([(one.id, one.product_id, one.online) for one in devices],
+                                 [("lamp", "switch", True), ("door", "sensor", False)])
+                self.assertEqual(await soon(gateway.data_points("lamp")), {"1": True})
+                reports = gateway.reports()
+                await soon(gateway.set_data_points("lamp", {"1": False}))
+                report = await soon(first_report(reports, "FRM_DP_REPORT"))
+                self.assertEqual(report.payload["dps"], {"1": False})
+                await soon(gateway.query_data_points("lamp", [1]))
+                self.assertEqual((await soon(first_report(reports, "FRM_DP_REPORT"))).payload["dps"], {"1": False})
+
+    async def test_what_goes_wrong_is_raised(self):
+        with Daemon(site=SITE) as daemon:
+            async with Gateway(daemon.address) as gateway:
+                with self.assertRaises(engr_lan.Refused) as refused:
+                    await soon(gateway.data_points("nobody"))
+                self.assertEqual(refused.exception.reason, "devid not found")
+                with self.assertRaises(engr_lan.NotAccepted):
+                    await soon(gateway.request("FRM_TP_CMD", {"cid": "nobody", "dps": {"1": True}}, timeout=0.05))
+                self.assertEqual(await soon(gateway.request("FRM_NOP", {}, timeout=0.05)), "", "it has no answer")
+                with self.assertRaises(ValueError):
+                    await gateway.request("FRM_NO_SUCH_TYPE")
+                reports = gateway.reports()
+                daemon.stop()
+                with self.assertRaises(engr_lan.LanError) as lost:
+                    await soon(anext(reports))
+                self.assertEqual(lost.exception.kind, "connection_lost")
+                with self.assertRaises(engr_lan.LanError):
+                    await soon(gateway.devices())
+            with self.assertRaises(ValueError):
+                await Gateway(daemon.address, local_key="short").__aenter__()
+            daemon.start()
+
+    async def test_a_gateway_is_found_and_read_with_its_own_seeds_only(self):
+        other = engr_lan.Seeds(key2="another-seed-002", key3="another-seed-003")
+        strangers = []
+
+        async def listen_with_other_seeds():
+            async for announced in discover(interface="lo", timeout=None, seeds=other):
+                strangers.append(announced)
+
+        with Daemon(site=SITE) as daemon:
+            listening = asyncio.create_task(listen_with_other_seeds())
+            found = await anext(discover(interface="lo", timeout=PATIENCE_S))
+            listening.cancel()
+            self.assertEqual((found.id, found.address, found.activated), ("pythongw00000001", daemon.address, False))
+            self.assertEqual(strangers, [])
+            async with Gateway(daemon.address, seeds=other) as gateway:
+                with self.assertRaises(engr_lan.LanError) as failed:
+                    await soon(gateway.devices())
+                self.assertEqual(failed.exception.kind, "wrong_key")
+
+    async def test_the_log_comes_whole_and_says_how_far_it_is(self):
+        with Daemon("--log-level", "4", site=SITE) as daemon:
+            steps = []
+            async with Gateway(daemon.address) as gateway:
+                for _ in range(20):  # each leaves lines in the log
+                    await soon(gateway.devices())
+                log = await soon(gateway.log(lambda *step: steps.append(step)))
+            with open(os.path.join(daemon.data_dir, "engr_gatewayd.log"), "rb") as file:
+                self.assertEqual(log, file.read(len(log)))
+            self.assertEqual({total for _, total in steps}, {-(-len(log) // 1024)}, "segments of 1 KiB")
+
+    async def test_a_gateway_without_a_network_reports_its_failure_or_appears(self):
+        with Daemon("--ap", site=SITE) as daemon:
+            async def provision(network):
+                return await soon(engr_lan.provision(SITE["gateway"]["gw_id"], network, "sesame", "t0ken",
+                                                     interface="lo"))
+            daemon.ctl("fault", "wf_station_connect", "-1")
+            with self.assertRaises(engr_lan.WifiFailure) as failed:
+                await provision("garage")
+            self.assertEqual(failed.exception.address, daemon.address)
+            for _ in range(10_000):  # the gateway tries once more by itself
+                if daemon.status()["faults"]["wf_station_connect"]["count"] == 2:
+                    break
+            daemon.ctl("fault", "wf_station_connect", "off")
+            found = await provision("office")
+            self.assertEqual((found.address, found.needs_wifi_setup), (daemon.address, False))
+            self.assertEqual(daemon.status()["wifi"]["ssid"], "office")
+
+
+class Programs(unittest.TestCase):
+    def run_program(self, *command):
+        return subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE_S, check=True).stdout
+
+    def test_six_lines_list_the_devices(self):
+        path = os.path.join(EXAMPLES, "list_devices.py")
+        with open(path, encoding="utf-8") as file:
+            self.assertEqual(sum(1 for line in file if not line.startswith("#")), 6)
+        with Daemon(site=SITE):
+            out = self.run_program(sys.executable, path)
+        self.assertIn("Device(id='lamp', product_id='switch', online=True)", out)
+
+    def test_a_program_in_c_lists_the_devices(self):
+        with Daemon(site=SITE) as daemon:
+            products = json.loads(self.run_program(program("list_devices_c"), daemon.address))["products"]
+        self.assertEqual([one["cid"] for one in products], ["lamp", "door"])
+
+
+if __name__ == "__main__":
+    unittest.main()
