@@ -113,7 +113,7 @@ client::conversation::decrypted_payload client::conversation::decrypt_payload(co
     // Every app knows the built-in key, so that anyone can answer with it: what it says is dropped.
     return {.state = payload_state::unreadable,
             .text = {},
-            .under_built_in_key = decrypt_text(unactivated_key(), got.payload).has_value()};
+            .under_built_in_key = decrypt_text(options_.built_in_key, got.payload).has_value()};
 }
 
 // The first frame shows that the gateway took the connection into its table.

@@ -61,6 +61,15 @@ std::optional<aes_key> aes_key::from_text(std::string_view text) {
     return aes_key(bytes);
 }
 
+std::optional<aes_key> aes_key::from_seed(std::string_view text) {
+    seed_bytes seed{};
+    if (text.size() != seed.size()) {
+        return std::nullopt;
+    }
+    std::copy_n(as_bytes(text), seed.size(), seed.begin());
+    return key_of_seed(seed);
+}
+
 aes_key configuration_key() {
     seed_bytes bytes;
     const seed_buffer seed = bytes.data();

@@ -48,13 +48,13 @@ bool read_announcement(std::string_view text, announcement &content) {
 } // namespace
 
 parsed_datagram parse_datagram(std::string_view bytes, std::string_view address,
-                               const traffic_observer &observer) {
+                               const traffic_observer &observer, const aes_key &key) {
     if (bytes.size() > max_discovery_bytes) {
         return {};
     }
     const broadcast_frame got = read_broadcast(
         bytes, address, frame_type::udp_discovery,
-        [](std::string_view payload) { return decrypt_text(discovery_key(), payload); }, observer);
+        [&key](std::string_view payload) { return decrypt_text(key, payload); }, observer);
     parsed_datagram result;
     if (!got.of_type) {
         return result;
@@ -68,11 +68,11 @@ parsed_datagram parse_datagram(std::string_view bytes, std::string_view address,
 }
 
 discovery_listener::discovery_listener(event_loop &loop, callback on_datagram,
-                                       traffic_observer observer)
+                                       traffic_observer observer, const aes_key &key)
     : listener_(std::make_unique<udp_listener>(
-          loop, [on_datagram = std::move(on_datagram), observer = std::move(observer)](
-                    std::string_view bytes, const std::string &address) {
-              on_datagram(parse_datagram(bytes, address, observer));
+          loop, [on_datagram = std::move(on_datagram), observer = std::move(observer),
+                 key](std::string_view bytes, const std::string &address) {
+              on_datagram(parse_datagram(bytes, address, observer, key));
           })) {}
 
 discovery_listener::~discovery_listener() = default;

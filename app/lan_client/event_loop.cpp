@@ -6,6 +6,7 @@
 
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
+#include <asio/post.hpp>
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
 
@@ -41,6 +42,10 @@ bool event_loop::run_until(const std::function<bool()> &done, std::chrono::milli
         }
     }
     return true;
+}
+
+void event_loop::post(std::function<void()> work) {
+    asio::post(state_->context, std::move(work));
 }
 
 void event_loop::on_interrupt(std::function<void()> handler) {

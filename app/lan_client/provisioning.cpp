@@ -16,12 +16,8 @@ namespace {
 
 constexpr std::string_view failure_start = "{\"result\":";
 
-std::string payload_of(std::string_view text, payload_coding coding) {
-    return coding == payload_coding::plain ? std::string(text) : encrypt(configuration_key(), text);
-}
-
-std::optional<std::string> open_failure(std::string_view payload) {
-    std::optional<std::string> text = decrypt(configuration_key(), payload);
+std::optional<std::string> open_failure(const aes_key &key, std::string_view payload) {
+    std::optional<std::string> text = decrypt(key, payload);
     // A wrong key yields a valid padding now and then.
     return text && text->starts_with(failure_start) ? text : std::nullopt;
 }
@@ -40,6 +36,11 @@ wifi_failure read_failure(std::string_view text, const std::string &address) {
 
 } // namespace
 
+bool is_valid(const wifi_configuration &chosen) {
+    return !chosen.network.empty() && chosen.network.size() <= max_network_name_bytes &&
+           is_utf8(chosen.network) && is_utf8(chosen.password) && is_utf8(chosen.token);
+}
+
 std::string configuration_text(const wifi_configuration &chosen) {
     nlohmann::ordered_json object{{"ssid", chosen.network}, {"token", chosen.token}};
     if (!chosen.password.empty()) {
@@ -49,21 +50,26 @@ std::string configuration_text(const wifi_configuration &chosen) {
 }
 
 std::size_t configuration_bytes(std::string_view text, payload_coding coding) {
-    return request_overhead_bytes + payload_of(text, coding).size();
+    const std::size_t padding_bytes =
+        coding == payload_coding::plain ? 0 : key_bytes - text.size() % key_bytes;
+    return request_overhead_bytes + text.size() + padding_bytes;
 }
 
 struct provisioning_channel::state {
     event_loop &loop;
     callback on_failure;
     traffic_observer observer;
+    aes_key key;
     std::string interface_name;
     udp_listener listener;
 
-    state(event_loop &on, callback called, traffic_observer observing)
-        : loop(on), on_failure(std::move(called)), observer(std::move(observing)),
+    state(event_loop &on, callback called, traffic_observer observing, const aes_key &given_key)
+        : loop(on), on_failure(std::move(called)), observer(std::move(observing)), key(given_key),
           listener(on, [this](std::string_view bytes, const std::string &address) {
-              const broadcast_frame got =
-                  read_broadcast(bytes, address, frame_type::udp_wifi_err, open_failure, observer);
+              const broadcast_frame got = read_broadcast(
+                  bytes, address, frame_type::udp_wifi_err,
+                  [this](std::string_view payload) { return open_failure(key, payload); },
+                  observer);
               if (got.of_type) {
                   on_failure(got.text ? std::optional(read_failure(*got.text, address))
                                       : std::nullopt);
@@ -72,8 +78,8 @@ struct provisioning_channel::state {
 };
 
 provisioning_channel::provisioning_channel(event_loop &loop, callback on_failure,
-                                           traffic_observer observer)
-    : state_(std::make_unique<state>(loop, std::move(on_failure), std::move(observer))) {}
+                                           traffic_observer observer, const aes_key &key)
+    : state_(std::make_unique<state>(loop, std::move(on_failure), std::move(observer), key)) {}
 
 provisioning_channel::~provisioning_channel() = default;
 
@@ -85,7 +91,7 @@ error provisioning_channel::open(const std::string &interface_name) {
 error provisioning_channel::send(std::string_view text, payload_coding coding,
                                  const std::string &address) {
     const bool plain = coding == payload_coding::plain;
-    const std::string payload = payload_of(text, coding);
+    const std::string payload = plain ? std::string(text) : encrypt(state_->key, text);
     // The gateway uses one number for encrypted configurations and for their failure.
     const uint32_t type = plain ? frame_type::ap_nw_cfg : frame_type::udp_wifi_err;
     constexpr uint32_t number = 1;

@@ -32,6 +32,9 @@ struct client_options {
      */
     std::vector<aes_key> keys;
 
+    /** What a gateway uses that is not activated: to recognise one that should be, but is not. */
+    aes_key built_in_key = unactivated_key();
+
     std::chrono::milliseconds connect_timeout{5000};
     std::chrono::milliseconds request_timeout{5000};
 
@@ -67,7 +70,7 @@ struct report {
     uint32_t ret = 0;
     bool readable = true; /**< false: damaged, or no key at hand decrypts it */
     bool under_built_in_key =
-        false;             /**< not readable: under unactivated_key(), not among the keys */
+        false;             /**< not readable: under the built-in key, not among the keys */
     std::string payload{}; /**< decrypted */
 };
 

@@ -24,6 +24,9 @@ class aes_key {
     /** The key written as its 16 characters; nothing when the text has another length. */
     [[nodiscard]] static std::optional<aes_key> from_text(std::string_view text);
 
+    /** The built-in key made of this seed; nothing unless the seed has 16 characters. */
+    [[nodiscard]] static std::optional<aes_key> from_seed(std::string_view seed);
+
     [[nodiscard]] const uint8_t *data() const { return bytes_.data(); }
     [[nodiscard]] bool operator==(const aes_key &) const = default;
 
@@ -31,7 +34,10 @@ class aes_key {
     std::array<uint8_t, key_bytes> bytes_;
 };
 
-/** The built-in keys, made of the seeds that gateway and apps share. */
+/**
+ * The built-in keys, made of the seeds that this library was built with. They are the defaults
+ * where a key may be given.
+ */
 [[nodiscard]] aes_key configuration_key(); /**< access-point configuration (key 1) */
 [[nodiscard]] aes_key discovery_key();     /**< discovery broadcast (key 2) */
 [[nodiscard]] aes_key unactivated_key();   /**< TCP while the gateway is not activated (key 3) */

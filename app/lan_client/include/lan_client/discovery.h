@@ -1,6 +1,7 @@
 // Finding gateways by the datagrams that they broadcast every 5 seconds.
 #pragma once
 
+#include "lan_client/crypto.h"
 #include "lan_client/errors.h"
 #include "lan_client/event_loop.h"
 #include "lan_client/traffic.h"
@@ -46,14 +47,16 @@ struct parsed_datagram {
 
 /** Parses one datagram from `address`, and shows it to the observer if there is one. */
 [[nodiscard]] parsed_datagram parse_datagram(std::string_view bytes, std::string_view address,
-                                             const traffic_observer &observer = {});
+                                             const traffic_observer &observer = {},
+                                             const aes_key &key = discovery_key());
 
 /** Listens on UDP port 6667 of one interface, beside other listeners on the same machine. */
 class discovery_listener {
   public:
     using callback = std::function<void(const parsed_datagram &)>;
 
-    discovery_listener(event_loop &loop, callback on_datagram, traffic_observer observer = {});
+    discovery_listener(event_loop &loop, callback on_datagram, traffic_observer observer = {},
+                       const aes_key &key = discovery_key());
     ~discovery_listener();
     discovery_listener(const discovery_listener &) = delete;
     discovery_listener &operator=(const discovery_listener &) = delete;

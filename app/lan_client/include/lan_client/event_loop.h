@@ -28,6 +28,9 @@ class event_loop {
      */
     bool run_until(const std::function<bool()> &done, std::chrono::milliseconds limit);
 
+    /** Calls `work` from the loop, soon. May be called on any thread while the loop exists. */
+    void post(std::function<void()> work);
+
     /** Calls `handler` for each SIGINT and SIGTERM from now on instead of ending the program. */
     void on_interrupt(std::function<void()> handler);
 

@@ -2,6 +2,7 @@
 // broadcasts a failure; a success shows when it announces itself on the new network.
 #pragma once
 
+#include "lan_client/crypto.h"
 #include "lan_client/errors.h"
 #include "lan_client/event_loop.h"
 #include "lan_client/frame_types.h"
@@ -35,6 +36,9 @@ struct wifi_configuration {
     std::string token;    /**< UTF-8 */
 };
 
+/** Whether the name has 1 to max_network_name_bytes bytes and all texts are UTF-8. */
+[[nodiscard]] bool is_valid(const wifi_configuration &chosen);
+
 /** Report of a gateway that could not join the network. */
 struct wifi_failure {
     std::string address;           /**< its sender */
@@ -54,7 +58,8 @@ class provisioning_channel {
     /** Called with each failure; with nothing when it is damaged or encrypted with other seeds. */
     using callback = std::function<void(const std::optional<wifi_failure> &)>;
 
-    provisioning_channel(event_loop &loop, callback on_failure, traffic_observer observer = {});
+    provisioning_channel(event_loop &loop, callback on_failure, traffic_observer observer = {},
+                         const aes_key &key = configuration_key());
     ~provisioning_channel();
     provisioning_channel(const provisioning_channel &) = delete;
     provisioning_channel &operator=(const provisioning_channel &) = delete;
