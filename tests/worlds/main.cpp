@@ -1,5 +1,4 @@
 /* engr_worlds: random worlds from seeds. */
-#include "roles.h"
 #include "telling.h"
 
 #include <cstdio>
@@ -37,21 +36,6 @@ int run_seeds(uint64_t first, uint64_t count) {
 }
 
 } // namespace
-
-/** In the order of roles. */
-std::span<const worlds::action> worlds::actions_of(role of) {
-    switch (of) {
-    case role::honest_app:
-    case role::slow_app:
-        return honest_actions();
-    case role::hostile_app:
-        return hostile_actions();
-    case role::application:
-        return application_actions();
-    default:
-        return misfortune_actions();
-    }
-}
 
 int main(int argc, char **argv) {
     uint64_t first = 1;

@@ -1,6 +1,8 @@
 /* Stories from seeds, and stories as text. */
 #include "story.h"
 
+#include "roles.h"
+
 #include <iterator>
 #include <random>
 
@@ -42,6 +44,21 @@ uint32_t draw_pause_ms(dice &with) {
 }
 
 } // namespace
+
+std::span<const action> actions_of(role of) {
+    switch (of) {
+    case role::honest_app:
+    case role::slow_app:
+        return honest_actions();
+    case role::hostile_app:
+        return hostile_actions();
+    case role::application:
+        return application_actions();
+    case role::misfortune:
+        break;
+    }
+    return misfortune_actions();
+}
 
 size_t story::step_count() const {
     size_t count = 0;

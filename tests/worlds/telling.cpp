@@ -4,10 +4,10 @@
 #include "clients/lan_pro_cntl.h"
 #include "roles.h"
 #include "sim/explore.h"
+#include "transport/frame_types.h"
 #include "upgrade/upgrade_state.h"
 
-#include "transport/frame_types.h"
-
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,11 +21,11 @@ namespace {
 
 /** Longest time for the steps of all actors; answer_limit_ms bounds each. */
 constexpr uint64_t steps_limit_ms = 10'000'000;
-/** A thread that turns without a pause takes more steps than a busy one in this time. */
+/** At rest the agent waits; a thread that turns without a pause takes far more steps. */
 constexpr uint64_t quiet_ms = 10'000;
 constexpr uint64_t quiet_steps_max = 20'000;
 /** Processor time after which a story hangs. */
-constexpr uint32_t hang_s = 120;
+constexpr rlim_t hang_s = 60;
 
 void act(stage &at, actor_run &by) {
     const bool is_honest = by.as.is == role::honest_app || by.as.is == role::slow_app;
@@ -247,7 +247,8 @@ telling tell(const story &told) {
         return collect(child, ends[0]);
     }
     close(ends[0]);
-    alarm(hang_s);
+    const rlimit processor_time = {.rlim_cur = hang_s, .rlim_max = hang_s};
+    setrlimit(RLIMIT_CPU, &processor_time);
     std::string log;
     const sim::run_result run =
         sim::run_story({.seed = told.seed, .steps_without_time_max = 200'000},
