@@ -1,9 +1,11 @@
-// The C interface over lan_client: checks arguments, and turns what happens into events.
+// The functions of the C interface: they check arguments, open handles, and turn what is heard into
+// events. Requests go to requests.cpp.
 #include "engr_lan_client.h"
 
 #include "handle.h"
 #include "lan_client/crypto.h"
 #include "lan_client/frame_types.h"
+#include "requests.h"
 
 #include <algorithm>
 #include <chrono>
@@ -13,11 +15,13 @@
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace {
 
 using lan_client::aes_key;
 using lan_client::error_kind;
+using lan_client_c::code_of;
 using lan_client_c::owned_event;
 using std::chrono::milliseconds;
 
@@ -40,13 +44,6 @@ SAME(ENGR_CLIENT_TOO_LARGE, too_large);
 SAME(ENGR_CLIENT_QUEUE_FULL, queue_full);
 SAME(ENGR_CLIENT_CANCELLED, cancelled);
 #undef SAME
-
-// Shorter frames are sent at once.
-constexpr std::size_t progress_from_bytes = 64 * 1024;
-
-engr_client_error code_of(const lan_client::error &problem) {
-    return static_cast<engr_client_error>(problem.kind);
-}
 
 std::string text_of(const char *given) {
     return given == nullptr ? "" : given;
@@ -118,16 +115,6 @@ std::unique_ptr<owned_event> event_of(const lan_client::link_change &change) {
     return event;
 }
 
-std::unique_ptr<owned_event> event_of(uint32_t request, const lan_client::answer &outcome) {
-    auto event = std::make_unique<owned_event>(ENGR_CLIENT_ANSWER);
-    event->request = request;
-    event->type = outcome.type;
-    event->ret = outcome.ret;
-    event->set_error(code_of(outcome.failure), outcome.failure.detail);
-    event->set_payload(outcome.payload);
-    return event;
-}
-
 std::unique_ptr<owned_event> event_of(const lan_client::parsed_datagram &got) {
     const bool readable = got.kind == lan_client::datagram_kind::announcement;
     auto event =
@@ -159,16 +146,6 @@ std::unique_ptr<owned_event> event_of(const std::optional<lan_client::wifi_failu
     return event;
 }
 
-void add_progress(engr_client &client, uint32_t request, uint32_t type, uint64_t done,
-                  uint64_t total) {
-    auto event = std::make_unique<owned_event>(ENGR_CLIENT_PROGRESS);
-    event->request = request;
-    event->type = type;
-    event->done = done;
-    event->total = total;
-    client.add(std::move(event));
-}
-
 engr_client_error open_gateway(engr_client &made, const known_options &given) {
     const auto built_in = known_options::key(given.key3_seed, lan_client::unactivated_key);
     const auto key = given.local_key == nullptr ? built_in : aes_key::from_text(given.local_key);
@@ -190,8 +167,20 @@ engr_client_error open_gateway(engr_client &made, const known_options &given) {
     }
     made.gateway.emplace(made.loop, std::move(wanted),
                          lan_client::client_events{
-                             .on_report = [&made](const auto &told) { made.add(event_of(told)); },
-                             .on_link = [&made](const auto &change) { made.add(event_of(change)); },
+                             .on_report =
+                                 [&made](const lan_client::report &told) {
+                                     if (!made.image || !made.image->take(told)) {
+                                         made.add(event_of(told));
+                                     }
+                                 },
+                             .on_link =
+                                 [&made](const lan_client::link_change &change) {
+                                     if (made.image &&
+                                         change.state == lan_client::link_state::lost) {
+                                         made.image->end(code_of(change.why), change.why.detail);
+                                     }
+                                     made.add(event_of(change));
+                                 },
                              .on_traffic = {}});
     made.gateway->open();
     return ENGR_CLIENT_OK;
@@ -224,20 +213,23 @@ engr_client_error open_provisioning(engr_client &made, const known_options &give
     return code_of(made.provisioning->open(text_of(given.interface_name)));
 }
 
-// Runs on the loop's thread.
-void ask(engr_client &client, uint32_t id, lan_client::request wanted) {
-    const uint32_t type = wanted.type;
-    wanted.on_segment = [&client, id, type](lan_client::segment_position at) {
-        add_progress(client, id, type, static_cast<uint64_t>(at.number),
-                     static_cast<uint64_t>(at.count));
-    };
-    if (wanted.payload.size() >= progress_from_bytes) {
-        wanted.on_sent = [&client, id, type](std::size_t sent, std::size_t whole) {
-            add_progress(client, id, type, sent, whole);
-        };
+// Makes an id, and posts the work that `make` makes for it to the loop.
+template <typename Make>
+engr_client_error begin(engr_client *client, uint32_t *request, const Make &make) {
+    if (client == nullptr || !client->gateway) {
+        return ENGR_CLIENT_BAD_ARGUMENT;
     }
-    client.gateway->ask(std::move(wanted), [&client, id](const lan_client::answer &outcome) {
-        client.add(event_of(id, outcome));
+    return guarded([&] {
+        if (!client->events.reserve_answer()) {
+            return ENGR_CLIENT_QUEUE_FULL;
+        }
+        client->last_request += client->last_request == UINT32_MAX ? 2 : 1;
+        const uint32_t id = client->last_request;
+        client->loop.post(make(id));
+        if (request != nullptr) {
+            *request = id;
+        }
+        return ENGR_CLIENT_OK;
     });
 }
 
@@ -277,27 +269,55 @@ void engr_client_free_event(engr_client_event *event) {
 engr_client_error engr_client_request(engr_client *client, uint32_t type, const char *payload,
                                       size_t payload_bytes, uint32_t timeout_ms,
                                       uint32_t *request) {
-    if (client == nullptr || !client->gateway || (payload == nullptr && payload_bytes > 0)) {
+    if (payload == nullptr && payload_bytes > 0) {
         return ENGR_CLIENT_BAD_ARGUMENT;
     }
-    return guarded([=] {
+    return begin(client, request, [=](uint32_t id) {
         lan_client::request wanted{
             .type = type,
             .payload = payload_bytes == 0 ? "" : std::string(payload, payload_bytes),
             .coding = lan_client::request_coding(type),
             .timeout = milliseconds(timeout_ms)};
-        if (!client->events.reserve_answer()) {
-            return ENGR_CLIENT_QUEUE_FULL;
+        return [client, id, wanted = std::move(wanted)]() mutable {
+            lan_client_c::ask(*client, id, std::move(wanted));
+        };
+    });
+}
+
+engr_client_error engr_client_devices(engr_client *client, uint32_t timeout_ms, uint32_t *request) {
+    return begin(client, request, [=](uint32_t id) {
+        return [=] { lan_client_c::ask_devices(*client, id, milliseconds(timeout_ms)); };
+    });
+}
+
+engr_client_error engr_client_log(engr_client *client, uint32_t *request) {
+    return begin(client, request,
+                 [=](uint32_t id) { return [=] { lan_client_c::ask_log(*client, id); }; });
+}
+
+engr_client_error engr_client_serve_image(engr_client *client, const char *path,
+                                          const char *device_id, const char *gateway_id,
+                                          uint32_t *request) {
+    if (path == nullptr || device_id == nullptr || gateway_id == nullptr) {
+        return ENGR_CLIENT_BAD_ARGUMENT;
+    }
+    return guarded([=] {
+        // Shared, since what is posted has to be copyable.
+        auto image = std::make_shared<std::unique_ptr<lan_client_c::served_image>>(
+            std::make_unique<lan_client_c::served_image>(path));
+        if (!(*image)->is_usable()) {
+            return ENGR_CLIENT_BAD_ARGUMENT;
         }
-        client->last_request += client->last_request == UINT32_MAX ? 2 : 1;
-        const uint32_t id = client->last_request;
-        client->loop.post([client, id, wanted = std::move(wanted)]() mutable {
-            ask(*client, id, std::move(wanted));
+        const std::vector<std::string> ids{device_id, gateway_id};
+        return begin(client, request, [=](uint32_t id) {
+            return [=] {
+                if (client->image) {
+                    client->image->end(ENGR_CLIENT_CANCELLED, "another image is served");
+                }
+                client->image = std::move(*image);
+                client->image->start(*client, id, ids);
+            };
         });
-        if (request != nullptr) {
-            *request = id;
-        }
-        return ENGR_CLIENT_OK;
     });
 }
 
@@ -326,6 +346,8 @@ const char *engr_client_error_name(engr_client_error error) {
         return "bad_argument";
     case ENGR_CLIENT_NO_RESOURCES:
         return "no_resources";
+    case ENGR_CLIENT_BAD_ANSWER:
+        return "bad_answer";
     default:
         return lan_client::error_name(static_cast<error_kind>(error));
     }

@@ -6,9 +6,11 @@
 #include "lan_client/discovery.h"
 #include "lan_client/event_loop.h"
 #include "lan_client/provisioning.h"
+#include "served_image.h"
 
+#include <chrono>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -33,8 +35,10 @@ struct engr_client {
     lan_client_c::event_queue events;
     lan_client::event_loop loop;
     std::optional<lan_client::client> gateway;
+    std::unique_ptr<lan_client_c::served_image> image; /**< that a gateway may request */
     std::optional<lan_client::discovery_listener> discovery;
     std::optional<lan_client::provisioning_channel> provisioning;
+    std::chrono::milliseconds request_timeout{0}; /**< of a gateway's client */
     uint32_t last_request = 0;
 
   private:

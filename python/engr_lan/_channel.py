@@ -3,6 +3,7 @@ from __future__ import annotations
 
 import asyncio
 import ctypes
+import os
 from dataclasses import dataclass
 from typing import Callable, Optional
 
@@ -100,9 +101,20 @@ class Channel:
             self._on_event(event)
 
     def request(self, frame_type: int, payload: bytes, timeout: float) -> int:
+        return self._begin("request", frame_type, payload, len(payload), round(timeout * 1000))
+
+    def devices(self) -> int:
+        return self._begin("devices", 0)
+
+    def log(self) -> int:
+        return self._begin("log")
+
+    def serve_image(self, path: str, device_id: str, gateway_id: str) -> int:
+        return self._begin("serve_image", os.fsencode(path), device_id.encode(), gateway_id.encode())
+
+    def _begin(self, name: str, *arguments: object) -> int:
         made = ctypes.c_uint32()
-        check(c.library.engr_client_request(self._open(), frame_type, payload, len(payload), round(timeout * 1000),
-                                            ctypes.byref(made)))
+        check(getattr(c.library, "engr_client_" + name)(self._open(), *arguments, ctypes.byref(made)))
         return made.value
 
     def send_network(self, network: str, password: str, token: str, address: Optional[str], encrypted: bool) -> None:

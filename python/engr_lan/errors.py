@@ -23,6 +23,10 @@ class BadAnswer(LanError):
     """The gateway's answer is not what was asked for."""
 
 
+class UpgradeFailed(LanError):
+    """The new version is not installed: the gateway was busy, gave up, or could not use the image."""
+
+
 class Refused(LanError):
     """The gateway did not do what it was asked for. `reason` is what it says, `ret` its number."""
 

@@ -4,12 +4,14 @@ from __future__ import annotations
 import asyncio
 import contextlib
 import json
+import os
 from collections import deque
 from dataclasses import dataclass, field
 from typing import Any, AsyncIterator, Callable, Deque, Dict, Iterable, List, Optional, Set, Union
 
 from . import _library as c
 from ._channel import Channel, Event, Seeds
+from ._upgrade import upgrade
 from .discovery import DISCOVERY_TIME_S, discover
 from .errors import BadAnswer, LanError, NotAccepted, Refused, TimedOut, error_of
 
@@ -17,7 +19,6 @@ Progress = Callable[[int, int], None]  # (done, total)
 DataPoints = Dict[str, Any]
 
 MAX_KEPT_REPORTS = 4096
-NO_DEVICES = "online_dev or offline_dev is null"
 
 
 @dataclass(frozen=True)
@@ -57,6 +58,14 @@ def _json_or_text(payload: bytes) -> Any:
         return json.loads(text)
     except (ValueError, RecursionError):
         return text
+
+
+def _payload(event: Event) -> bytes:
+    if event.error != c.OK:
+        raise error_of(c.error_name(event.error), event.detail)
+    if event.ret != 0:
+        raise Refused(event.ret, event.payload.decode(errors="replace"))
+    return event.payload
 
 
 def _report_of(event: Event) -> Report:
@@ -143,20 +152,18 @@ class Gateway:
             if not asked.outcome.done():
                 asked.outcome.set_exception(why)
 
-    async def _ask(self, frame_type: Union[int, str], payload: bytes, timeout: float,
-                   on_progress: Optional[Progress]) -> Event:
+    def _open_channel(self) -> Channel:
         if self._channel is None:
             raise LanError("cancelled", "the gateway is not open")
-        number = frame_type if isinstance(frame_type, int) else c.library.engr_client_frame_type(frame_type.encode())
-        if number == 0:
-            raise ValueError(f"there is no frame type {frame_type}")
-        made = self._channel.request(number, payload, timeout)
+        return self._channel
+
+    async def _outcome(self, request: int, on_progress: Optional[Progress] = None) -> Event:
         asked = _Asked(asyncio.get_running_loop().create_future(), on_progress)
-        self._asked[made] = asked
+        self._asked[request] = asked
         try:
             return await asked.outcome
         finally:
-            self._asked.pop(made, None)
+            self._asked.pop(request, None)
 
     async def request_bytes(self, frame_type: Union[int, str], payload: Any = None, *, timeout: float = 0,
                             on_progress: Optional[Progress] = None) -> bytes:
@@ -170,40 +177,26 @@ class Gateway:
             raw = payload or b""
         else:
             raw = (payload if isinstance(payload, str) else json.dumps(payload, ensure_ascii=False)).encode()
-        event = await self._ask(frame_type, raw, timeout, on_progress)
-        if event.error == c.OK:
-            if event.ret != 0:
-                raise Refused(event.ret, event.payload.decode(errors="replace"))
-            return event.payload
-        kind = c.error_name(event.error)
-        rule = c.library.engr_client_answer_rule_of(event.type)
-        if kind == "timed_out" and rule in (c.ANSWER_ON_FAILURE, c.ANSWER_NEVER):
-            return b""
-        if kind == "timed_out" and rule == c.ANSWER_ON_SUCCESS:
-            raise NotAccepted("not_accepted", "gateways refuse this in silence")
-        raise error_of(kind, event.detail)
+        number = frame_type if isinstance(frame_type, int) else c.library.engr_client_frame_type(frame_type.encode())
+        if number == 0:
+            raise ValueError(f"there is no frame type {frame_type}")
+        event = await self._outcome(self._open_channel().request(number, raw, timeout), on_progress)
+        if c.error_name(event.error) == "timed_out":
+            rule = c.library.engr_client_answer_rule_of(number)
+            if rule in (c.ANSWER_ON_FAILURE, c.ANSWER_NEVER):
+                return b""
+            if rule == c.ANSWER_ON_SUCCESS:
+                raise NotAccepted("not_accepted", "gateways refuse this in silence")
+        return _payload(event)
 
     async def request(self, frame_type: Union[int, str], payload: Any = None, *, timeout: float = 0) -> Any:
         """As request_bytes; returns JSON, or a text that is none."""
         return _json_or_text(await self.request_bytes(frame_type, payload, timeout=timeout))
 
     async def devices(self) -> List[Device]:
-        """The devices of the gateway, itself included, with their online state."""
-        listed, states = await asyncio.gather(self.request("FRM_DEV_LIST"), self._line_states())
-        if not isinstance(listed, dict) or not isinstance(listed.get("products"), list):
-            raise BadAnswer("bad_answer", "the gateway's answer is no list of devices")
-        online = {cid: state == "online" for state in ("offline", "online") for cid in states.get(state) or ()}
-        return [Device(str(one.get("cid", "")), str(one.get("pid", "")), online.get(one.get("cid")))
-                for one in listed["products"]]
-
-    async def _line_states(self) -> Dict[str, Any]:
-        try:
-            states = await self.request("FRM_DEV_LINE_STAT")
-        except Refused as refused:
-            if refused.reason != NO_DEVICES:
-                raise
-            return {}
-        return states if isinstance(states, dict) else {}
+        """The devices of the gateway with their online state."""
+        listed = json.loads(_payload(await self._outcome(self._open_channel().devices())))
+        return [Device(one["cid"], one["pid"], one["online"]) for one in listed]
 
     async def data_points(self, device_id: str = "") -> DataPoints:
         """What the gateway knows of a device's data points, by their numbers; without an id of its own."""
@@ -222,8 +215,24 @@ class Gateway:
         await self.request("FRM_DP_QUERY", wanted)
 
     async def log(self, on_progress: Optional[Progress] = None) -> bytes:
-        """The gateway's log, which the gateway removes by this. Other apps are held up meanwhile."""
-        return await self.request_bytes("FRM_GET_LOG", on_progress=on_progress)
+        """The gateway's log, which the gateway removes by this. Other apps are held up meanwhile.
+
+        Progress counts bytes.
+        """
+        return _payload(await self._outcome(self._open_channel().log(), on_progress))
+
+    async def upgrade(self, path: Union[str, "os.PathLike[str]"], version: str, device_id: str = "", *,
+                      on_progress: Optional[Progress] = None) -> str:
+        """Brings a firmware image to the gateway, or to one of its devices, and waits until it is installed.
+
+        Returns the version that was installed before; it does nothing when that is `version` already. Raises
+        UpgradeFailed when another version is installed in the end. Whatever else is raised leaves the upgrade under way
+        until the gateway is closed, which ends it.
+        """
+        return await upgrade(self, self._serve_image, os.fspath(path), version, device_id, on_progress)
+
+    async def _serve_image(self, path: str, device_id: str, gateway_id: str, on_progress: Optional[Progress]) -> None:
+        _payload(await self._outcome(self._open_channel().serve_image(path, device_id, gateway_id), on_progress))
 
     def reports(self) -> AsyncIterator[Report]:
         """What the gateway reports from now on, whoever caused it; of more than 4096 the oldest are dropped.

@@ -4,8 +4,8 @@ import json
 import os
 import subprocess
 import sys
-import tempfile
 import unittest
+import unittest.mock
 
 from programs.gateway import Gateway as Daemon
 from programs.gateway import PATIENCE_S, program
@@ -99,7 +99,31 @@ class Package(unittest.IsolatedAsyncioTestCase):
                 log = await soon(gateway.log(lambda *step: steps.append(step)))
             with open(os.path.join(daemon.data_dir, "engr_gatewayd.log"), "rb") as file:
                 self.assertEqual(log, file.read(len(log)))
-            self.assertEqual({total for _, total in steps}, {-(-len(log) // 1024)}, "segments of 1 KiB")
+            self.assertEqual({total for _, total in steps}, {-(-len(log) // 1024) * 1024}, "segments of 1 KiB")
+
+    async def test_an_image_is_brought_to_the_gateway_and_to_a_device(self):
+        with Daemon(site=SITE) as daemon:
+            path = os.path.join(daemon.directory, "image")
+            with open(path, "wb") as file:
+                file.write(os.urandom(1_500_000))
+            steps = []
+            async with Gateway(daemon.address) as gateway:
+                await soon(gateway.upgrade(path, "2.0.1", on_progress=lambda *step: steps.append(step)))
+                self.assertEqual(steps[-1], (1_500_000, 1_500_000))
+                self.assertEqual(daemon.status()["gateway"]["gw_sw_ver"], "2.0.1")
+                self.assertEqual(await soon(gateway.upgrade(path, "2.0.1")), "2.0.1", "installed already")
+                await soon(gateway.upgrade(path, "1.4", "lamp"))
+                self.assertEqual(await soon(gateway.upgrade(path, "1.4", "lamp")), "1.4")
+
+    async def test_an_image_that_is_not_what_was_announced_is_not_installed(self):
+        with Daemon(site=SITE) as daemon:
+            path = os.path.join(daemon.directory, "image")
+            with open(path, "wb") as file:
+                file.write(bytes(1_500_000))
+            with unittest.mock.patch("engr_lan._upgrade._digest", return_value=(1_500_000, "0" * 32)):
+                async with Gateway(daemon.address) as gateway:
+                    with self.assertRaises(engr_lan.UpgradeFailed):
+                        await soon(gateway.upgrade(path, "2.0.1"))
 
     async def test_a_gateway_without_a_network_reports_its_failure_or_appears(self):
         with Daemon("--ap", site=SITE) as daemon:

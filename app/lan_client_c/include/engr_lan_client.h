@@ -50,7 +50,8 @@ typedef enum engr_client_error {
     ENGR_CLIENT_QUEUE_FULL = 13,    /**< too much waits to be sent, or to be taken by the caller */
     ENGR_CLIENT_CANCELLED = 14,     /**< ended by the caller */
     ENGR_CLIENT_BAD_ARGUMENT = 100, /**< an argument can't be right; nothing was done */
-    ENGR_CLIENT_NO_RESOURCES = 101  /**< the system has no memory, descriptor or thread left */
+    ENGR_CLIENT_NO_RESOURCES = 101, /**< the system has no memory, descriptor or thread left */
+    ENGR_CLIENT_BAD_ANSWER = 102    /**< the gateway's answer is not what was asked for */
 } engr_client_error;
 
 /** What kind of event it is, with the members that it sets beside `kind` and `dropped`. */
@@ -208,6 +209,48 @@ void engr_client_free_event(engr_client_event *event);
  */
 engr_client_error engr_client_request(engr_client *client, uint32_t type, const char *payload,
                                       size_t payload_bytes, uint32_t timeout_ms, uint32_t *request);
+
+/**
+ * Asks a gateway for its devices and their online state, by two requests.
+ *
+ * @param timeout_ms  for each answer; 0: that of the options
+ * @param request     as of engr_client_request. The payload of the ENGR_CLIENT_ANSWER is a JSON
+ * text
+ *                    [{"cid": ID, "pid": PRODUCT, "online": true, false, or null for a device that
+ *                    the gateway keeps in neither list}]; its error may be BAD_ANSWER.
+ * @return as engr_client_request
+ */
+engr_client_error engr_client_devices(engr_client *client, uint32_t timeout_ms, uint32_t *request);
+
+/**
+ * Fetches a gateway's log, which the gateway removes by this; other apps are held up meanwhile.
+ *
+ * @param request  as of engr_client_request. The payload of the ENGR_CLIENT_ANSWER is the log, and
+ *                 ENGR_CLIENT_PROGRESS counts its bytes. With the error ANSWER_TOO_LONG the gateway
+ *                 was too slow for any log, and the connection is closed.
+ * @return as engr_client_request
+ */
+engr_client_error engr_client_log(engr_client *client, uint32_t *request);
+
+/**
+ * Answers a gateway's requests for pieces of a firmware image, from now on until the gateway has
+ * all of it. Announce the image (FRM_CHK_SOFT_VER, or FRM_DEV_UPGRADE_INFO for a device) before,
+ * start the upgrade (FRM_DEV_UPGRADE) after, and ask by an announcement of 0 bytes how it ended: no
+ * gateway tells. The end of the connection ends an upgrade.
+ *
+ * @param path        of the image, a regular file of 1 byte to 2 GiB that stays as it is
+ * @param device_id   of the device that is upgraded; the gateway's own for the gateway itself
+ * @param gateway_id  of the gateway, as "cid" in its answer to FRM_CHK_SOFT_VER
+ * @param request     as of engr_client_request. ENGR_CLIENT_ANSWER comes when the gateway has the
+ *                    whole image, or with an error: BAD_ANSWER for a request that can't follow, and
+ *                    what ended the connection. ENGR_CLIENT_PROGRESS counts bytes. Requests for
+ *                    pieces are no ENGR_CLIENT_REPORT meanwhile. Another image takes its place, and
+ *                    it ends with CANCELLED.
+ * @return as engr_client_request; BAD_ARGUMENT also for a file that can't be used
+ */
+engr_client_error engr_client_serve_image(engr_client *client, const char *path,
+                                          const char *device_id, const char *gateway_id,
+                                          uint32_t *request);
 
 /**
  * Sends a Wi-Fi network to gateways in access-point mode, once; they don't answer, so send it again

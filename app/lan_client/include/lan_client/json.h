@@ -1,0 +1,28 @@
+// JSON from the network.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json_fwd.hpp>
+
+namespace lan_client {
+
+/**
+ * Parses one JSON text from the network; malformed UTF-8 in it becomes U+FFFD.
+ *
+ * @return a discarded value for what is no JSON, for more than max_json_values values, each of
+ * which takes some hundred bytes of memory but only two of the text, and for what is nested so
+ * deeply that working on it would need much stack
+ */
+[[nodiscard]] nlohmann::json parse_json(std::string_view text);
+
+/** A member's text, or "" when it is absent; a number or other value in its JSON form. */
+[[nodiscard]] std::string member_text(const nlohmann::json &object, const char *name);
+
+/** A member that is a whole number from 0 on; nothing when it is absent or anything else. */
+[[nodiscard]] std::optional<uint64_t> member_count(const nlohmann::json &object, const char *name);
+
+} // namespace lan_client

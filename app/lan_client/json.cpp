@@ -1,0 +1,73 @@
+// Bounded reading of JSON.
+#include "lan_client/json.h"
+
+#include "lan_client/limits.h"
+#include "utf8.h"
+
+#include <cstddef>
+
+#include <nlohmann/json.hpp>
+
+namespace lan_client {
+namespace {
+
+using nlohmann::json;
+
+// Copying and writing a value takes stack for every level.
+constexpr std::size_t max_nesting = 200;
+
+// Every value but the first stands behind a comma or opens a structure.
+bool is_too_much(std::string_view text) {
+    std::size_t depth = 0;
+    std::size_t values = 1;
+    bool in_string = false;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char byte = text[at];
+        if (byte == '"') {
+            in_string = !in_string;
+        } else if (in_string) {
+            at += byte == '\\' ? 1 : 0;
+        } else if (byte == '{' || byte == '[') {
+            if (++depth > max_nesting || ++values > max_json_values) {
+                return true;
+            }
+        } else if (byte == ',') {
+            if (++values > max_json_values) {
+                return true;
+            }
+        } else if ((byte == '}' || byte == ']') && depth > 0) {
+            --depth;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+json parse_json(std::string_view text) {
+    if (is_too_much(text)) {
+        return json(json::value_t::discarded);
+    }
+    return json::parse(to_utf8(text), nullptr, false);
+}
+
+std::string member_text(const json &object, const char *name) {
+    if (!object.is_object() || !object.contains(name)) {
+        return "";
+    }
+    const json &member = object.at(name);
+    return member.is_string() ? member.get<std::string>()
+                              : member.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::optional<uint64_t> member_count(const json &object, const char *name) {
+    if (!object.is_object()) {
+        return std::nullopt;
+    }
+    const auto found = object.find(name);
+    return found != object.end() && found->is_number_unsigned()
+               ? std::optional(found->get<uint64_t>())
+               : std::nullopt;
+}
+
+} // namespace lan_client
