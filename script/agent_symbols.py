@@ -10,10 +10,12 @@ import subprocess
 import sys
 from pathlib import Path
 
-C_LIBRARY = """__errno_location free memcmp memcpy memmove memset
+C_LIBRARY = """__errno_location errno free memcmp memcpy memmove memset
     snprintf strcasecmp strerror strlen strncmp strnlen vsnprintf""".split()
-# What compilers add: the global offset table, checked forms of the above, stack protection, assertions.
-COMPILER = re.compile(r"_GLOBAL_OFFSET_TABLE_$|__(mem|v?sn?printf|str)\w+_chk$|__stack_chk_fail$|__assert_fail$")
+# What compilers add: the global offset table, helpers on Arm, checked forms of the above, stack protection,
+# assertions.
+COMPILER = re.compile(r"_GLOBAL_OFFSET_TABLE_$|__aeabi_\w+$|__(mem|v?sn?printf|str)\w+_chk$"
+                      r"|__stack_chk_fail$|__assert_fail$")
 
 
 def needed(library):

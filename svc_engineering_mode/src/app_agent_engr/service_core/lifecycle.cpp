@@ -168,7 +168,7 @@ int32_t start(int32_t mode) {
     if (op_ret == 0) {
         op_ret = register_messages();
     }
-    return op_ret == 0 ? ENGR_OK : roll_back(cntl, op_ret);
+    return op_ret == ENGR_OK ? op_ret : roll_back(cntl, op_ret);
 }
 
 /** Last step of a stop, when nothing uses the record any more. */

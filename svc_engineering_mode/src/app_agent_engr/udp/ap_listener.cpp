@@ -9,12 +9,12 @@
 #include "platform/thread.h"
 #include "transport/keys.h"
 
-#include <atomic>
 #include <utility>
 
 namespace {
 
 using platform::heap_block;
+using platform::held_critical_section;
 
 constexpr uint16_t ap_config_port = 6669;
 constexpr uint32_t receive_error_pause_ms = 1000;
@@ -27,13 +27,25 @@ struct lan_ap_nw_cfg_t {
     uint8_t recv_buf[ap_datagram_size]; /**< one datagram */
     int32_t sock_fd;                    /**< bound to the port */
     lan_ap_cfg_finish_cb_t finish_cb;   /**< gets the credentials */
-    std::atomic<uint64_t> thread_id;    /**< of the listener's thread, 0 until it runs */
+    uint64_t thread_id;                 /**< of the listener's thread, 0 until it runs; guarded by
+                                             the critical section, as boards lack 64-bit atomics */
     bool is_stopped_from_within;        /**< used by the listener's thread only */
 };
 
 constinit service_life listener_life;
 /** Used by the thread that carries out a start or stop only. */
 lan_ap_nw_cfg_t *lan_ap_nw_cfg = nullptr;
+
+void set_thread_id(lan_ap_nw_cfg_t &listener, uint64_t thread_id) {
+    const held_critical_section hold;
+    listener.thread_id = thread_id;
+}
+
+bool runs_on_caller(const lan_ap_nw_cfg_t &listener) {
+    const uint64_t self = GetThrdSelfId();
+    const held_critical_section hold;
+    return listener.thread_id == self;
+}
 
 /** Receives and handles datagrams until credentials are accepted or the thread is told to stop. */
 void listen(lan_ap_nw_cfg_t &listener) {
@@ -57,7 +69,7 @@ void __udp_ap_v3_task(void *argument) {
     auto &listener = *static_cast<lan_ap_nw_cfg_t *>(argument);
     const service_use use(listener_life, service_use::user::worker);
     listener_life.wait_for_start(listener.thrd);
-    listener.thread_id = GetThrdSelfId();
+    set_thread_id(listener, GetThrdSelfId());
     LAN_LOG(LOG_LEVEL_TRACE, "start udp ap thread");
     make_key1_encode();
     listen(listener);
@@ -66,7 +78,7 @@ void __udp_ap_v3_task(void *argument) {
         Free(&listener);
         return;
     }
-    listener.thread_id = 0; // the system may reuse the id soon
+    set_thread_id(listener, 0); // the system may reuse the id soon
 }
 
 /** Creates the socket and binds it. Returns 0 or -1; sock_fd holds a socket that was created in
@@ -111,7 +123,7 @@ int32_t set_up(lan_ap_nw_cfg_t &listener) {
 /** Closes the socket, which wakes the thread, and ends the thread. Returns false when the calling
  * thread is the listener's own, which then releases the listener itself. */
 bool tear_down(lan_ap_nw_cfg_t *listener) {
-    const bool is_own_thread = listener->thread_id == GetThrdSelfId();
+    const bool is_own_thread = runs_on_caller(*listener);
     if (is_own_thread) {
         listener->is_stopped_from_within = true;
     }
@@ -132,7 +144,7 @@ int32_t start_listener(lan_ap_cfg_finish_cb_t finish_cb) {
         LAN_LOG(LOG_LEVEL_FAILURE, "Malloc lan_ap_nw_cfg Fails");
         return ENGR_ERR_NO_MEMORY;
     }
-    new (listener.get()) lan_ap_nw_cfg_t{};
+    *listener.get() = {};
     listener->finish_cb = finish_cb;
     const int32_t op_ret = set_up(*listener.get());
     if (op_ret != 0) {
