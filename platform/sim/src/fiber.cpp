@@ -103,13 +103,13 @@ void fiber::arrived([[maybe_unused]] void *fake_stack) {
         leaving->size_ = size;
     }
 #endif
-    std::memcpy(static_cast<void *>(__cxxabiv1::__cxa_get_globals()), exception_state_,
-                sizeof exception_state_);
+    std::memcpy(static_cast<void *>(__cxxabiv1::__cxa_get_globals()), &exceptions_,
+                sizeof exceptions_);
 }
 
 void fiber::leave_for(fiber &next, [[maybe_unused]] bool comes_back) {
-    std::memcpy(exception_state_, static_cast<void *>(__cxxabiv1::__cxa_get_globals()),
-                sizeof exception_state_);
+    std::memcpy(&exceptions_, static_cast<void *>(__cxxabiv1::__cxa_get_globals()),
+                sizeof exceptions_);
     leaving = this;
     arriving = &next;
 #ifdef SIM_ADDRESS_SANITIZER

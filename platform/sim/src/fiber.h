@@ -3,10 +3,20 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <ucontext.h>
+#include <unwind.h>
 
 namespace sim {
+
+/** What the C++ runtime keeps of exceptions under way for each thread of the system (its
+ * __cxa_eh_globals, of which it tells the address only). */
+struct exception_state {
+    void *caught = nullptr;
+    unsigned int uncaught = 0;
+#ifdef __ARM_EABI_UNWINDER__
+    void *propagating = nullptr;
+#endif
+};
 
 /** One context. Its stack comes from a pool that outlives worlds, since mapping memory costs more
  * than a short story. */
@@ -47,8 +57,7 @@ class fiber {
     size_t mapping_bytes_ = 0;
     entry begin_ = nullptr;
     void *argument_ = nullptr;
-    uint64_t exception_state_[2] =
-        {};                      /**< of the C++ runtime, which keeps it per thread of the system */
+    exception_state exceptions_; /**< of this context */
     void *fake_stack_ = nullptr; /**< of the address sanitizer, as are the next two */
     const void *bottom_ = nullptr;
     size_t size_ = 0;
