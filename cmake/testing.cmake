@@ -48,7 +48,8 @@ function(engr_add_test name)
     endif()
     if(arg_ISOLATED)
         # CMake's way to put a program before a test's own.
-        set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR "${engr_isolated}")
+        set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR
+                              "${engr_isolated};${CMAKE_CROSSCOMPILING_EMULATOR}")
         list(APPEND properties SKIP_RETURN_CODE 77)
     endif()
     gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
