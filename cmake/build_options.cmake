@@ -52,6 +52,11 @@ if(NOT DEFINED CMAKE_POSITION_INDEPENDENT_CODE)
     set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 endif()
 
+# Large files and disks, on Linux of 32 bits too.
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+    add_compile_definitions(_FILE_OFFSET_BITS=64)
+endif()
+
 add_library(engr_warnings INTERFACE)
 target_compile_options(engr_warnings INTERFACE
     -Wall -Wextra -Wconversion -Wundef -Wvla -Wshadow

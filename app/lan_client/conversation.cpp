@@ -127,7 +127,7 @@ void client::conversation::ask(request wanted, completion done) {
 }
 
 std::size_t client::conversation::unsent_bytes() const {
-    std::size_t bytes = stream_end_ - stream_written_;
+    auto bytes = static_cast<std::size_t>(stream_end_ - stream_written_);
     for (const exchange &one : exchanges_) {
         bytes += one.sent ? 0 : request_overhead_bytes + one.wanted.payload.size();
     }
@@ -135,7 +135,7 @@ std::size_t client::conversation::unsent_bytes() const {
 }
 
 std::size_t client::conversation::bytes_under_way() const {
-    std::size_t bytes = stream_end_ - stream_written_;
+    auto bytes = static_cast<std::size_t>(stream_end_ - stream_written_);
     for (const exchange &one : exchanges_) {
         bytes += sizeof one + one.wanted.payload.size();
     }
@@ -220,7 +220,8 @@ void client::conversation::written(std::size_t count) {
     const auto on_sent = sending->wanted.on_sent;
     const uint64_t start = sending->stream_start;
     const uint64_t frame_bytes = sending->stream_end - start;
-    on_sent(std::min(stream_written_ - start, frame_bytes), frame_bytes);
+    on_sent(static_cast<std::size_t>(std::min(stream_written_ - start, frame_bytes)),
+            static_cast<std::size_t>(frame_bytes));
 }
 
 void client::conversation::extend_deadline(exchange &sending) {

@@ -44,7 +44,7 @@ void memory_a_block_is_released_on_any_thread(void) {
 }
 
 void memory_what_is_not_there_is_null(void) {
-    volatile size_t too_much = SIZE_MAX / 2; /* more than the compiler may know of */
+    volatile size_t too_much = SIZE_MAX / 4 * 3; /* more than the compiler may know of */
     void *block = Malloc(too_much);
     EXPECT(block == NULL, "expected null for more memory than there is");
     Free(block);

@@ -27,7 +27,8 @@ void kelo_hal_system_delay(uint32_t milliseconds) {
         sched_yield();
         return;
     }
-    timespec left{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1'000'000};
+    timespec left{static_cast<time_t>(milliseconds / 1000),
+                  static_cast<long>(milliseconds % 1000) * 1'000'000};
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
     }
 }

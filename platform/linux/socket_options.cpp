@@ -10,9 +10,6 @@
 
 using namespace linux_port;
 
-// The number of the contract is the system's own.
-static_assert(SO_SNDBUF == KELO_BUFFER_SEND);
-
 namespace {
 
 /** Sets one option of a socket of the table. */

@@ -23,7 +23,8 @@ wait_end wait_for(std::span<pollfd> watched, monotonic_clock::time_point deadlin
         if (deadline != no_deadline) {
             using std::chrono::nanoseconds;
             const nanoseconds time = std::max<nanoseconds>(deadline - now, {});
-            left = {time.count() / std::nano::den, time.count() % std::nano::den};
+            left = {static_cast<time_t>(time.count() / std::nano::den),
+                    static_cast<long>(time.count() % std::nano::den)};
         }
         const int ready =
             ppoll(watched.data(), count, deadline != no_deadline ? &left : nullptr, nullptr);

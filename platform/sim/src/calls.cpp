@@ -3,6 +3,7 @@
 
 #include "core.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -63,10 +64,10 @@ fault *call::find_strike() {
     return strikes;
 }
 
-uint64_t call::partial_bytes() const {
+size_t call::part_of(size_t bytes) const {
     return strike_ == nullptr || strike_->how.partial_bytes < 0
-               ? UINT64_MAX
-               : static_cast<uint64_t>(strike_->how.partial_bytes);
+               ? bytes
+               : std::min(bytes, static_cast<size_t>(strike_->how.partial_bytes));
 }
 
 void call::note(const void *bytes, size_t length) {

@@ -124,8 +124,8 @@ class call {
     }
     /** Result of a call that fails. */
     int32_t failed() { return static_cast<int32_t>(end(strike_->how.result)); }
-    /** Most bytes to transfer, by a fault; more than any buffer when there is none. */
-    [[nodiscard]] uint64_t partial_bytes() const;
+    /** How many of that many bytes to transfer: all of them, unless a fault makes it fewer. */
+    [[nodiscard]] size_t part_of(size_t bytes) const;
     /** Adds the bytes that went in or out to the trace. */
     void note(const void *bytes, size_t length);
     void note(std::string_view text) { note(text.data(), text.size()); }

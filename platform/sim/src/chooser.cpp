@@ -32,7 +32,7 @@ size_t seeded_chooser::choose(size_t count, bool preempted) {
     if (preempted && random_.below(64) < stay_of_64_) {
         return 0;
     }
-    return random_.below(count);
+    return static_cast<size_t>(random_.below(count));
 }
 
 size_t recorded_chooser::choose(size_t count, bool) {

@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -74,8 +73,7 @@ int32_t engr_file_read(int32_t file, void *buffer, uint32_t length) {
     if (call.fails()) {
         return fail(call);
     }
-    return end(call,
-               read(descriptor_of(file), buffer, std::min<uint64_t>(length, call.partial_bytes())));
+    return end(call, read(descriptor_of(file), buffer, call.part_of(length)));
 }
 
 int32_t engr_file_write(int32_t file, const void *bytes, uint32_t length) {
@@ -83,8 +81,7 @@ int32_t engr_file_write(int32_t file, const void *bytes, uint32_t length) {
     if (call.fails()) {
         return fail(call);
     }
-    return end(call,
-               write(descriptor_of(file), bytes, std::min<uint64_t>(length, call.partial_bytes())));
+    return end(call, write(descriptor_of(file), bytes, call.part_of(length)));
 }
 
 void engr_file_close(int32_t file) {

@@ -170,7 +170,7 @@ int32_t kelo_hal_net_recv(int32_t descriptor, void *buffer, uint32_t length) {
     }
     sim::connection &stream = *net.find(descriptor)->stream;
     stream.urgent = false;
-    uint64_t count = std::min<uint64_t>({length, stream.to_gateway.size(), call.partial_bytes()});
+    uint64_t count = std::min(call.part_of(length), stream.to_gateway.size());
     if (stream.to_gateway.size() == 0) {
         if (stream.reset) {
             return call.net_error(stream.reset_code);
@@ -187,7 +187,7 @@ int32_t kelo_hal_net_recv(int32_t descriptor, void *buffer, uint32_t length) {
     if (count > 1 && net.chance.chance(stream.link.short_read_odds)) {
         count = net.chance.between(1, count);
     }
-    const std::string bytes = stream.to_gateway.take(count);
+    const std::string bytes = stream.to_gateway.take(static_cast<size_t>(count));
     std::memcpy(buffer, bytes.data(), bytes.size());
     stream.received_by_gateway += bytes.size();
     call.note(bytes);
@@ -214,8 +214,7 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
     auto &waiting = net.find(descriptor)->datagrams;
     const sim::datagram received = std::move(waiting.front());
     waiting.pop_front();
-    const uint64_t count =
-        std::min<uint64_t>({length, received.bytes.size(), call.partial_bytes()});
+    const size_t count = std::min(call.part_of(length), received.bytes.size());
     std::memcpy(buffer, received.bytes.data(), count);
     call.note(buffer, count);
     if (address != nullptr) {
@@ -351,7 +350,7 @@ int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t lengt
         return call.net_error(code);
     }
     core.net.find(descriptor)->sender = &core.threads.self();
-    const uint64_t wanted = std::min<uint64_t>(length, call.partial_bytes());
+    const size_t wanted = call.part_of(length);
     size_t sent = 0;
     code = send_in_turn(descriptor, {static_cast<const char *>(buffer), wanted}, sent);
     if (sim::gateway_socket *now = core.net.find(descriptor)) {
@@ -380,7 +379,7 @@ int32_t kelo_hal_net_send_to(int32_t descriptor, const void *buffer, uint32_t le
     if (socket->port == 0) {
         socket->port = core.net.free_port();
     }
-    const uint64_t wanted = std::min<uint64_t>(length, call.partial_bytes());
+    const size_t wanted = call.part_of(length);
     core.net.deliver({.bytes = std::string(static_cast<const char *>(buffer), wanted),
                       .address = socket->address != KELO_ADDRESS_ANY ? socket->address
                                                                      : core.chosen.gateway_address,
