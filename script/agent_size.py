@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Prints the size of the agent's library and fails above its limits: agent_size.py LIBRARY [EARLIER-LIBRARY]"""
+"""Prints the size of the agent's library and fails above its limits: agent_size.py LIBRARY [EARLIER-LIBRARY]
+agent_size.py --short LIBRARY prints no more than the bytes of code and constants, and of variables."""
 import subprocess
 import sys
 
@@ -37,4 +38,7 @@ def main(library, earlier=None):
 
 
 if __name__ == "__main__":
+    if sys.argv[1:2] == ["--short"]:
+        print(*sizes(sys.argv[2]))
+        sys.exit()
     sys.exit(main(*sys.argv[1:]))
