@@ -16,6 +16,9 @@ option(ENGR_CIPHERS "Build crypto.h over nettle and libdeflate" ${ENGR_LINUX_POR
 option(ENGR_BUILD_PROGRAMS "Build gatewayd, gatewayctl and engr_app; else only what the agent's tests need of them"
        ${complete})
 set(ENGR_PORT_DIR "" CACHE PATH "Directory of a port from outside, added to the build: its CMakeLists.txt")
+set(ENGR_FRAME_LIMIT 2098176 CACHE STRING "A request frame of so many bytes or more is refused; 1024 to 2098176")
+set(ENGR_JSON_VALUE_LIMIT "" CACHE STRING
+    "Most JSON values in a request; empty: an eighth of ENGR_FRAME_LIMIT, at most 65536")
 option(ENGR_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 option(ENGR_UNITY_BUILD "Compile the gateway and the app several files at a time" OFF)
 option(ENGR_BUILD_TESTS "Build the tests" ${complete})

@@ -9,8 +9,9 @@ namespace {
  * small. */
 constexpr uint32_t nesting_limit = 32;
 
-/** Enough to bind 20,000 devices at once. The parser takes about 80 bytes for each value. */
-constexpr uint32_t value_limit = 65'536;
+/** The parser takes far more memory for a value than its text has; docs/resources.md tells how
+ * much. An option of the build. */
+constexpr uint32_t value_limit = ENGR_JSON_VALUE_LIMIT;
 
 /** Whether parsing a text could take too much stack or memory. */
 bool is_too_large(const char *text) {

@@ -24,9 +24,6 @@ namespace {
 
 using platform::heap_block;
 
-/** Frames of this size or more are refused. */
-constexpr uint64_t frame_size_limit = 0x200400;
-
 /** The bytes of one receive, and a frame that is longer than these. */
 struct scan {
     int32_t socket;
@@ -41,7 +38,7 @@ struct scan {
 /** Reads the rest of a frame of total bytes that begins at the offset. Returns false when the scan
  * ends here. */
 bool complete_frame(scan &read, uint64_t total) {
-    if (total >= frame_size_limit) {
+    if (total >= frame_request_limit) {
         LAN_LOG(LOG_LEVEL_FAILURE, "lan data len is out of limit");
         return false;
     }

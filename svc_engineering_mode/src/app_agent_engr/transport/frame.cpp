@@ -6,6 +6,8 @@
 #include "platform/crypto.h"
 #include "platform/memory.h"
 
+const uint32_t frame_request_limit = ENGR_FRAME_LIMIT;
+
 namespace {
 
 /** Words between the length word and the payload. */

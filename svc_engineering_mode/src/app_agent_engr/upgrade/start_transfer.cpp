@@ -5,6 +5,7 @@
 #include "base/gateway_fields.h"
 #include "chunk_request.h"
 #include "engr_lan_agent.h"
+#include "transport/frame.h"
 #include "upgrade_state.h"
 
 #include <algorithm>
@@ -12,6 +13,13 @@
 namespace {
 
 constexpr uint32_t default_chunk_size = 0x80000;
+/** Bytes before the image's in a chunk's payload. */
+constexpr uint32_t chunk_head_size = 4;
+
+/** Most bytes to ask for at once, so that the frame that brings them is not refused. */
+uint32_t fitting_chunk_size(uint32_t wanted) {
+    return std::min(wanted, frame_request_limit - 1 - frame_request_min - chunk_head_size);
+}
 
 } // namespace
 
@@ -29,7 +37,7 @@ int32_t lan_gw_start_upgrade(const char *dev_id, const lan_fw_info_t *firmware,
     manager.fw_info = *firmware;
     const bool is_named = dev_id != nullptr && dev_id[0] != '\0';
     copy_text(manager.cid, is_named ? dev_id : gateway_text(&gw_cntl_t::gw_id).text());
-    manager.chunk_size = chunk_size != 0 ? chunk_size : default_chunk_size;
+    manager.chunk_size = fitting_chunk_size(chunk_size != 0 ? chunk_size : default_chunk_size);
     const int32_t op_ret = upgrade_set_up_transfer(manager);
     if (op_ret != 0) {
         return op_ret;
