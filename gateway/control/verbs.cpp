@@ -16,10 +16,26 @@ std::string line_of(const ordered_json &object) {
 
 } // namespace
 
-std::string usage_fault(std::string_view name, std::size_t argument_count) {
+std::string terminal_text(std::string_view text) {
+    const bool is_plain =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+    if (is_plain) {
+        return std::string(text);
+    }
+    const std::string quoted =
+        ordered_json(text).dump(-1, ' ', true, ordered_json::error_handler_t::replace);
+    return quoted.substr(1, quoted.size() - 2);
+}
+
+const verb *find_verb(std::string_view name) {
     const auto *const found = std::find_if(std::begin(verbs), std::end(verbs),
                                            [&](const verb &of) { return of.name == name; });
-    if (found == std::end(verbs)) {
+    return found == std::end(verbs) ? nullptr : found;
+}
+
+std::string usage_fault(std::string_view name, std::size_t argument_count) {
+    const verb *found = find_verb(name);
+    if (found == nullptr) {
         std::string fault = fmt::format("unknown verb '{}'; there are:", name);
         for (const verb &of : verbs) {
             fault += fmt::format(" {}", of.name);

@@ -21,16 +21,23 @@ struct verb {
     std::size_t least;     /**< fewest arguments */
     std::size_t most;      /**< most arguments */
     const char *help;
+    int wait_s = 5; /**< how long a client waits for the answer by itself */
 };
+
+/** For verbs that wait for slow apps. */
+constexpr int long_wait_s = 60;
 
 /** All verbs. */
 inline constexpr verb verbs[] = {
     {"status", "", 0, 0, "Shows the state of gateway and agent, with faults and callbacks"},
+    {"devices", "[--json]", 0, 1, "Lists the devices: as a table on a terminal, else as JSON"},
     {"set", "FIELD VALUE", 2, 2, "Sets a field of the gateway record; '' empties a text"},
     {"device", "ID FIELD VALUE", 3, 3, "Sets a field of a device"},
-    {"report", "ID DPS-JSON", 2, 2, "A device reports data points, as in '{\"1\": true}'"},
+    {"report", "ID DP=VALUE...", 2, 256,
+     "A device reports data points, as in 1=true 3=auto, or as JSON '{\"1\": true}'"},
     {"join", "ID [PID]", 1, 2, "A device joins at once; joining has to be open"},
-    {"network", "up|down", 1, 1, "Takes the gateway's network down, and up again"},
+    {"network", "up|down", 1, 1,
+     "Tells the agent that its network is down, or up; apps that are connected stay"},
     {"ip", "ADDRESS|auto", 1, 1,
      "Sets the address that the platform reports; '' for none, auto for the real one"},
     {"wifi-config-needed", "0|1", 1, 1, "Sets whether the gateway needs Wi-Fi configuration"},
@@ -44,10 +51,16 @@ inline constexpr verb verbs[] = {
     {"register", "FRAME_TYPE RESULT", 2, 2, "Registers a frame handler that returns RESULT"},
     {"upgrade", "start [OPTION VALUE...]", 1, 11,
      "The service starts a transfer; --cid ID, --file-size N, --chunk-size N, --percent 0|1, "
-     "--remain N"},
-    {"call", "FUNCTION [ARG...]", 1, 16, "Calls an exported function of the agent"},
+     "--remain N",
+     long_wait_s},
+    {"call", "FUNCTION [ARG...]", 1, 16, "Calls an exported function of the agent", long_wait_s},
 };
 
+/** A text for a terminal: what is not printable ASCII becomes \n, \u001b and the like. */
+std::string terminal_text(std::string_view text);
+
+/** The verb of that name, or null. */
+const verb *find_verb(std::string_view name);
 /** @return the error in the verb or the number of its arguments; empty when both are right */
 std::string usage_fault(std::string_view name, std::size_t argument_count);
 

@@ -5,14 +5,18 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <string_view>
 
 namespace {
@@ -21,31 +25,41 @@ using nlohmann::ordered_json;
 
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
-/** Longer than any call of the agent, which may wait for slow apps. */
-constexpr time_t reply_timeout_s = 60;
+
+/** Help that begins with the one line of usage. */
+class help_format : public CLI::Formatter {
+  public:
+    std::string make_description(const CLI::App *app) const override {
+        return "Usage: engr_gatewayctl [OPTIONS] VERB [ARGUMENT...]\n\n" + app->get_description() +
+               "\n";
+    }
+    std::string make_usage(const CLI::App *, std::string) const override { return ""; }
+};
 
 std::string help_footer() {
     std::string text = "Verbs:\n";
     for (const control::verb &of : control::verbs) {
         text += fmt::format("{:<39} {}\n", fmt::format("  {} {}", of.name, of.arguments), of.help);
     }
-    return text + "\nExit status: 0 done; 1 the gateway refused or none runs on the directory; 2 "
+    return text + "\nExit status: 0 done; 1 the gateway refused, is silent or does not run; 2 "
                   "wrong usage.";
 }
 
 int complain(const std::string &message, int status) {
-    std::cerr << "engr_gatewayctl: " << message << '\n';
+    std::cerr << "engr_gatewayctl: " << control::terminal_text(message) << '\n';
     return status;
 }
 
-/** Connects to the socket in the working directory: -1 with errno. */
-int connect_to_daemon() {
+/** Connects to the socket in the working directory: -1 with errno. Sends and receives end with
+ * EAGAIN after a time. */
+int connect_to_daemon(int wait_s) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::string_view(control::socket_name).copy(address.sun_path, sizeof address.sun_path - 1);
-    const timeval timeout{.tv_sec = reply_timeout_s, .tv_usec = 0};
+    const timeval timeout{.tv_sec = wait_s, .tv_usec = 0};
     if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0 ||
+        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) != 0 ||
         connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         return -1;
     }
@@ -55,7 +69,7 @@ int connect_to_daemon() {
 /**
  * Sends a line and reads one.
  *
- * @return empty when the daemon went away or kept silent
+ * @return empty when the daemon went away, or kept silent, then with EAGAIN in errno
  */
 std::string ask_daemon(int fd, const std::string &line) {
     for (std::size_t sent = 0; sent < line.size();) {
@@ -70,6 +84,7 @@ std::string ask_daemon(int fd, const std::string &line) {
     while (reply.empty() || reply.back() != '\n') {
         const ssize_t count = recv(fd, part, sizeof part, 0);
         if (count <= 0) {
+            errno = count == 0 ? 0 : errno;
             return {};
         }
         reply.append(part, static_cast<std::size_t>(count));
@@ -77,11 +92,59 @@ std::string ask_daemon(int fd, const std::string &line) {
     return reply;
 }
 
-int show(const std::string &line) {
+/** Columns of the terminal that is standard output; 0 when it is none. */
+std::size_t terminal_columns() {
+    winsize size{};
+    if (isatty(STDOUT_FILENO) == 0) {
+        return 0;
+    }
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+}
+
+/** Prints devices as a table whose lines are cut at a number of columns. */
+void show_devices(const ordered_json &devices, std::size_t columns) {
+    std::vector<std::array<std::string, 5>> rows{
+        {"ID", "PRODUCT", "VERSION", "STATE", "DATA POINTS"}};
+    for (const ordered_json &each : devices) {
+        const auto text = [&](const char *name) {
+            return control::terminal_text(each.value(name, ""));
+        };
+        rows.push_back({text("dev_id"), text("pid"), text("sw_ver"),
+                        each.value("online", 0) == 1 ? "online" : "offline",
+                        each.value("dps", ordered_json()).dump(-1, ' ', true)});
+    }
+    std::array<std::size_t, 4> widths{};
+    for (const auto &row : rows) {
+        for (std::size_t i = 0; i < widths.size(); ++i) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (const auto &row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < widths.size(); ++i) {
+            line += fmt::format("{:<{}}  ", row[i], widths[i]);
+        }
+        line += row.back();
+        if (line.size() > columns) {
+            line.replace(std::max<std::size_t>(columns, 3) - 3, std::string::npos, "...");
+        }
+        std::cout << line << '\n';
+    }
+}
+
+/** Prints the result in an answer of the daemon, or its complaint. */
+int show(const std::string &line, bool is_table) {
     const ordered_json reply = ordered_json::parse(line, nullptr, false);
     if (reply.is_object() && reply.contains("result")) {
-        const bool is_wide = reply["result"].size() > 1;
-        std::cout << reply["result"].dump(is_wide ? 2 : -1) << '\n' << std::flush;
+        const ordered_json &result = reply["result"];
+        const std::size_t columns = terminal_columns();
+        if (is_table && columns != 0) {
+            show_devices(result, columns);
+        } else {
+            const bool is_wide = result.size() > 1;
+            std::cout << result.dump(is_wide ? 2 : -1, ' ', columns != 0) << '\n';
+        }
+        std::cout << std::flush;
         return std::cout ? 0 : complain("the answer could not be written", exit_failed);
     }
     if (!reply.is_object() || !reply.contains("error")) {
@@ -91,7 +154,18 @@ int show(const std::string &line) {
                     reply.value("usage", false) ? exit_usage : exit_failed);
 }
 
-int ask(const std::string &data_dir, const control::request &asked) {
+std::string silence(const std::string &data_dir, int wait_s) {
+    return fmt::format("the gateway on '{}' has not answered for {} s: it is stopped or busy; "
+                       "--timeout waits longer",
+                       data_dir, wait_s);
+}
+
+/**
+ * Carries out a verb.
+ *
+ * @param wait_s  longest wait for the answer; 0: the verb's own
+ */
+int ask(const std::string &data_dir, const control::request &asked, int wait_s) {
     if (const std::string fault = control::usage_fault(asked.verb, asked.arguments.size());
         !fault.empty()) {
         return complain(fault, exit_usage);
@@ -108,31 +182,43 @@ int ask(const std::string &data_dir, const control::request &asked) {
     } catch (const control::directory_error &error) {
         return complain(error.what() + advice, exit_failed);
     }
-    const int fd = connect_to_daemon();
+    wait_s = wait_s != 0 ? wait_s : control::find_verb(asked.verb)->wait_s;
+    const int fd = connect_to_daemon(wait_s);
     if (fd < 0 && errno == EACCES) {
         return complain(fmt::format("the gateway on '{}' belongs to another user", data_dir),
                         exit_failed);
+    }
+    if (fd < 0 && errno == EAGAIN) {
+        return complain(silence(data_dir, wait_s), exit_failed);
     }
     if (fd < 0) {
         return complain(fmt::format("no gateway runs on '{}'{}", data_dir, advice), exit_failed);
     }
     const std::string reply = ask_daemon(fd, line);
+    const bool is_silent = reply.empty() && errno == EAGAIN;
     close(fd);
-    return show(reply);
+    return is_silent ? complain(silence(data_dir, wait_s), exit_failed)
+                     : show(reply, asked.verb == "devices" && asked.arguments.empty());
 }
 
 } // namespace
 
 int main(int count, char **arguments) {
     CLI::App app(
-        "engr_gatewayctl [--data-dir DIR] VERB [ARGUMENT...]\n"
         "Operates the gateway that runs on a data directory, and prints its answer as JSON.");
+    app.formatter(std::make_shared<help_format>());
+    int wait_s = 0;
     std::string data_dir = control::default_data_dir();
     app.set_version_flag("--version", "engr_gatewayctl " ENGR_VERSION);
     app.add_option("--data-dir", data_dir,
                    fmt::format("Data directory of the gateway (default: {})",
                                control::default_data_dir_help))
         ->type_name("DIR");
+    app.add_option("--timeout", wait_s,
+                   fmt::format("Longest wait for the answer (default: 5; {} for upgrade and call)",
+                               control::long_wait_s))
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 3600));
     app.footer(help_footer());
     app.prefix_command(); // arguments of the verb may begin with a minus
     try {
@@ -144,5 +230,5 @@ int main(int count, char **arguments) {
     if (words.empty()) {
         return complain("a verb is missing; see engr_gatewayctl --help", exit_usage);
     }
-    return ask(data_dir, {words.front(), {words.begin() + 1, words.end()}});
+    return ask(data_dir, {words.front(), {words.begin() + 1, words.end()}}, wait_s);
 }

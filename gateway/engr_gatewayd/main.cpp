@@ -12,9 +12,11 @@
 #include "options.h"
 #include "server_watch.h"
 #include "verb_handlers.h"
+#include "verbs.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -126,6 +128,16 @@ void configure_network(const options &chosen) {
     }
 }
 
+/** The gateway's id, its devices and its directory, for the ready line. */
+std::string described_gateway(const std::string &data_dir) {
+    const nlohmann::ordered_json now = gateway::status();
+    const std::string id = now["gateway"]["gw_id"];
+    const int devices = now["devices"];
+    return fmt::format("gateway {} with {} device{}, data in {}",
+                       id.empty() ? now["gateway"]["alt_gw_id"].get<std::string>() : id, devices,
+                       devices == 1 ? "" : "s", control::terminal_text(data_dir));
+}
+
 void run(const options &chosen, input_files &inputs) {
     const sigset_t stopping = block_signals();
     // The gateway's own files are created private. Files of the agent get the permissions that it
@@ -142,7 +154,7 @@ void run(const options &chosen, input_files &inputs) {
                      "engr_gatewayd: '%s' is not used: the data directory has a gateway already\n",
                      chosen.site.c_str());
     }
-    watch_server(chosen.interface, chosen.address);
+    watch_server(chosen, described_gateway(chosen.data_dir));
     const control_server control(answer_request);
     if (const int32_t result = chosen.access_point ? gateway::open_access_point() : 0;
         result != 0) {
@@ -157,6 +169,9 @@ void run(const options &chosen, input_files &inputs) {
     }
     int signal_number = 0;
     sigwait(&stopping, &signal_number);
+    if (const std::string fault = server_fault(); !fault.empty()) {
+        throw std::runtime_error(fault);
+    }
 }
 
 } // namespace

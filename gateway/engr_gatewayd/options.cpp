@@ -52,6 +52,8 @@ parsed_options parse_options(int count, char **arguments) {
                    "interface's)")
         ->type_name("ADDRESS")
         ->check([](const std::string &text) { return address_fault(text); });
+    app.add_flag("--wait-for-address", chosen.waits_for_address,
+                 "While another program has the address at the start, waits instead of ending");
     app.add_option("--data-dir", chosen.data_dir,
                    fmt::format("Directory of everything that is stored (default: {})",
                                control::default_data_dir_help))

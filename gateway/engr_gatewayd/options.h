@@ -20,6 +20,7 @@ struct options {
     int mode = 0;
     bool access_point = false;
     int log_level = 2;
+    bool waits_for_address = false; /**< goes on trying while the address is taken at the start */
 };
 
 /** The address that is served at the moment; empty when there is none. */

@@ -2,36 +2,47 @@
 
 #include "linux_port/port.h"
 
+#include <fmt/format.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace gatewayd {
 namespace {
 
 constexpr uint16_t server_port = 6668;
 
-std::string interface_name;
-std::string fixed_address;
+options watched;
+std::string described_gateway;
 std::atomic<bool> listening;
 std::atomic<bool> was_ready;
 std::atomic<bool> has_complained;
+std::atomic<bool> has_ended;
 
 std::string shown_address() {
-    return fixed_address.empty()
-               ? linux_port::interface_address(interface_name).value_or("no address")
-               : fixed_address;
+    const std::string address = served_address(watched);
+    return fmt::format("{} ({})", watched.interface, address.empty() ? "no address" : address);
 }
 
 void complain(int error) {
-    if (has_complained.exchange(true)) {
+    if (error == EADDRINUSE && !watched.waits_for_address && !was_ready) {
+        if (!has_ended.exchange(true)) {
+            kill(getpid(), SIGTERM);
+        }
         return;
     }
-    const char *reason = error == EADDRINUSE ? "is taken by another program" : std::strerror(error);
-    std::fprintf(stderr, "engr_gatewayd: tcp %d on %s (%s) %s%s; trying on\n", server_port,
-                 interface_name.c_str(), shown_address().c_str(),
-                 error == EADDRINUSE ? "" : "cannot be had: ", reason);
+    if (!has_complained.exchange(true)) {
+        const std::string reason = error == EADDRINUSE
+                                       ? "is taken by another program"
+                                       : fmt::format("cannot be had: {}", std::strerror(error));
+        std::fprintf(stderr, "engr_gatewayd: tcp %d on %s %s; trying on\n", server_port,
+                     shown_address().c_str(), reason.c_str());
+    }
 }
 
 void on_server_event(linux_port::server_event event, uint16_t port, int error) {
@@ -51,20 +62,28 @@ void on_server_event(linux_port::server_event event, uint16_t port, int error) {
 
 } // namespace
 
-void watch_server(const std::string &interface, const std::string &address) {
-    interface_name = interface;
-    fixed_address = address;
+void watch_server(const options &chosen, std::string gateway) {
+    watched = chosen;
+    described_gateway = std::move(gateway);
     linux_port::set_server_observer(on_server_event);
 }
 
 void say_ready(const std::string &service) {
-    std::printf("ready: %s on %s (%s)\n", service.c_str(), interface_name.c_str(),
-                shown_address().c_str());
+    std::printf("ready: %s on %s, %s\n", service.c_str(), shown_address().c_str(),
+                described_gateway.c_str());
     std::fflush(stdout);
 }
 
 bool server_is_listening() {
     return listening;
+}
+
+std::string server_fault() {
+    return !has_ended ? ""
+                      : fmt::format("tcp {} on {} is taken by another program, perhaps another "
+                                    "gateway; end that, serve another address with --address, or "
+                                    "wait for it with --wait-for-address",
+                                    server_port, shown_address());
 }
 
 } // namespace gatewayd

@@ -1,12 +1,19 @@
 // Messages to the user about the state of the agent's server.
 #pragma once
 
+#include "options.h"
+
 #include <string>
 
 namespace gatewayd {
 
-/** Prints the ready line when the server first listens, and a message when its port is taken. */
-void watch_server(const std::string &interface, const std::string &address);
+/**
+ * Prints the ready line when the server first listens. When its port is taken before that, ends the
+ * daemon by a signal, unless it is to wait; later, prints a message.
+ *
+ * @param gateway  what the gateway is and has, for the ready line
+ */
+void watch_server(const options &chosen, std::string gateway);
 
 /**
  * Prints the ready line.
@@ -17,5 +24,7 @@ void say_ready(const std::string &service);
 
 /** Whether the server listens at the moment. */
 bool server_is_listening();
+/** Why the daemon was ended by a signal of its own; empty when it was not. */
+std::string server_fault();
 
 } // namespace gatewayd

@@ -102,6 +102,33 @@ ordered_json show_status(const texts &) {
     return all;
 }
 
+/** Data points as JSON, or as DP=VALUE; what is neither JSON's true, false nor a number is text. */
+std::string given_data_points(const texts &arguments) {
+    if (arguments.size() == 2 && arguments[1].starts_with('{')) {
+        return arguments[1];
+    }
+    auto dps = ordered_json::object();
+    for (auto each = arguments.begin() + 1; each != arguments.end(); ++each) {
+        const std::size_t sign = each->find('=');
+        if (sign == std::string::npos) {
+            throw gateway::usage_error(fmt::format("'{}' is not DP=VALUE, as in 1=true", *each));
+        }
+        const std::string text = each->substr(sign + 1);
+        const auto value = ordered_json::parse(text, nullptr, false);
+        const bool is_plain = value.is_boolean() || value.is_number();
+        dps[each->substr(0, sign)] = is_plain ? value : ordered_json(text);
+    }
+    return dps.dump();
+}
+
+ordered_json report_data_points(const texts &arguments) {
+    const int32_t result = gateway::report_data_points(arguments[0], given_data_points(arguments));
+    if (result == ENGR_ERR_NO_CLIENT) {
+        throw gateway::refused("the data points are stored, but no app is connected to be told");
+    }
+    return with_result(result);
+}
+
 /** Carries out a verb; the number of its arguments has been checked. */
 struct verb_handler {
     std::string_view verb;
@@ -111,6 +138,7 @@ struct verb_handler {
 /** In the order of control::verbs. */
 constexpr verb_handler handlers[] = {
     {"status", show_status},
+    {"devices", [](const texts &) { return gateway::devices(); }},
     {"set",
      [](const texts &a) {
          gateway::set_gateway_field(a[0], a[1]);
@@ -121,7 +149,7 @@ constexpr verb_handler handlers[] = {
          gateway::set_device_field(a[0], a[1], a[2]);
          return done();
      }},
-    {"report", [](const texts &a) { return with_result(gateway::report_data_points(a[0], a[1])); }},
+    {"report", report_data_points},
     {"join",
      [](const texts &a) {
          gateway::join_device(a[0], a.size() > 1 ? std::optional(a[1]) : std::nullopt);

@@ -40,7 +40,7 @@ class StoreTest(unittest.TestCase):
         with Gateway(site=ONE_DEVICE) as gateway:
             gateway.ctl("set", "gw_id", "")
             gateway.ctl("set", "local_key", "0123456789abcdef")
-            gateway.ctl("report", "a", '{"1": 7}')
+            self.assertIn("no app is connected", gateway.run_ctl("report", "a", "1=7", "2=true", "3=auto").stderr)
             gateway.stop()
             gateway.start()
             status = gateway.status()
@@ -48,6 +48,8 @@ class StoreTest(unittest.TestCase):
             self.assertEqual(status["devices"], 1)
             self.assertNotIn("0123456789abcdef", json.dumps(status))
             self.assertIn("is not used", gateway.stderr())
+            self.assertEqual([(each["dev_id"], each["dps"]) for each in gateway.ctl("devices")],
+                             [("a", {"1": 7, "2": True, "3": "auto"})])
 
 
 class SiteTest(unittest.TestCase):
@@ -186,22 +188,27 @@ class StartTest(unittest.TestCase):
             self.assertEqual(gateway.run_app("config", "push", "app", "-", text="{}").returncode, 0)
             self.assertEqual(gateway.run_app("config", "pull").stdout, "{}\n")
 
-    def test_taken_port_is_reported_and_used_once_free(self):
+    def test_taken_port_ends_the_start_or_is_used_once_free(self):
         address = own_address()
         with socket.socket() as other:
             other.bind((address, 6668))
             other.listen()
-            gateway = Gateway("--log-level", "0", address=address, ready=False)
+            ended = Gateway(address=address, ready=False)
+            self.assertEqual((ended.read_line(), ended.wait()), ("", 1))
+            self.assertIn(f"6668 on lo ({address}) is taken by another program, perhaps another gateway; end that",
+                          ended.stderr())
+            ended.close()
+            gateway = Gateway("--log-level", "0", "--wait-for-address", address=address, ready=False)
             bound = time.monotonic() + PATIENCE_S
             while "is taken by another program" not in gateway.stderr():
                 self.assertLess(time.monotonic(), bound, gateway.stderr())
                 time.sleep(0.02)
         with gateway:
-            self.assertEqual(gateway.read_line(), f"ready: tcp 6668 on lo ({address})")
+            self.assertIn(f"ready: tcp 6668 on lo ({address}), gateway ", gateway.read_line())
 
     def test_wechat_mode_is_ready_without_a_server(self):
         with Gateway("--mode", "1", trace=True) as gateway:
-            self.assertEqual(gateway.ready_line, f"ready: wechat on lo ({gateway.address})")
+            self.assertIn(f"ready: wechat on lo ({gateway.address}), gateway ", gateway.ready_line)
             self.assertFalse(gateway.status()["listening"])
             self.assertEqual(gateway.trace()[0], {"call": "ak_lan_rev_active_task", "args": {}, "result": None})
 
@@ -216,13 +223,15 @@ class ControlTest(unittest.TestCase):
     def test_refusals_list_the_valid_names(self):
         with Gateway(site=ONE_DEVICE) as gateway:
             cases = [
-                (["nosuch"], 2, "unknown verb 'nosuch'; there are: status set"),
+                (["nosuch"], 2, "unknown verb 'nosuch'; there are: status devices set"),
                 (["set", "gw_id"], 2, "usage: set FIELD VALUE"),
                 (["set", "nosuch", "1"], 2, "no such field; there are: nw_cfg_stat"),
                 (["set", "local_key", "short"], 2, "a key has 16, or none"),
                 (["device", "z", "online", "1"], 1, "unknown device z"),
                 (["join", "z"], 1, "joining is closed"),
                 (["report", "a", "{"], 2, "is not valid JSON"),
+                (["report", "a", "1=true", "2"], 2, "'2' is not DP=VALUE"),
+                (["report", "a", "1=true"], 1, "are stored, but no app is connected"),
                 (["fault", "nosuch", "1"], 2, "no such service; there are:"),
                 (["callback", "nosuch", "absent"], 2, "no such callback; there are:"),
                 (["network", "sideways"], 2, "neither up nor down"),
@@ -240,6 +249,16 @@ class ControlTest(unittest.TestCase):
             done = gateway.run_ctl("status")
             self.assertEqual(done.returncode, 1)
             self.assertIn(f"no gateway runs on '{gateway.data_dir}'; start one with: engr_gatewayd", done.stderr)
+
+    def test_a_daemon_that_does_not_answer_is_an_error(self):
+        with Gateway() as gateway:
+            gateway.process.send_signal(signal.SIGSTOP)
+            done = subprocess.run([program("engr_gatewayctl"), "--timeout", "1", "--data-dir", gateway.data_dir,
+                                   "status"],
+                                  capture_output=True, text=True, timeout=PATIENCE_S, check=False)
+            gateway.process.send_signal(signal.SIGCONT)
+            self.assertEqual((done.returncode, done.stdout), (1, ""))
+            self.assertIn("has not answered for 1 s", done.stderr)
 
     def test_silent_clients_do_not_delay_others(self):
         with Gateway() as gateway:

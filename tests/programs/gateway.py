@@ -107,7 +107,8 @@ class Gateway:
 
     def run_ctl(self, *arguments):
         """Runs engr_gatewayctl; the finished process with its texts."""
-        return subprocess.run([program("engr_gatewayctl"), "--data-dir", self.data_dir, *map(str, arguments)],
+        return subprocess.run([program("engr_gatewayctl"), "--timeout", "60", "--data-dir", self.data_dir,
+                               *map(str, arguments)],
                               capture_output=True, text=True, timeout=PATIENCE_S, check=False)
 
     def ctl(self, *arguments):

@@ -53,7 +53,8 @@ class Walk(unittest.TestCase):
     def test_an_app_finds_the_gateway_and_sees_its_devices(self):
         with Gateway(site=SITE) as gateway:
             gw_id = SITE["gateway"]["gw_id"]
-            self.assertEqual(gateway.ready_line, f"ready: tcp 6668 on lo ({gateway.address})")
+            self.assertEqual(gateway.ready_line, f"ready: tcp 6668 on lo ({gateway.address}), gateway {gw_id} with "
+                             f"2 devices, data in {gateway.data_dir}")
             found = json.loads(app("--json", "--timeout", "8", "discover").stdout)
             self.assertIn((gw_id, gateway.address), [(one["id"], one["address"]) for one in found])
             for chosen in (gw_id, gateway.address):
@@ -71,7 +72,7 @@ class Walk(unittest.TestCase):
                 done = app("--gateway", gateway.address, "devices", environment={"ENGR_LOCAL_KEY": key or ""})
                 self.assertEqual(done.returncode, status, done.stderr)
                 self.assertIn(word, done.stderr)
-            gateway.ctl("report", "lamp", '{"1": false}')
+            gateway.run_ctl("report", "lamp", '{"1": false}')
             self.assertNotIn(LOCAL_KEY, gateway.stderr(), "no key may stand in the log")
 
     def test_ten_watchers_see_every_report_and_an_eleventh_app_explains_its_failure(self):

@@ -20,27 +20,28 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
+#include <span>
+#include <variant>
 
 namespace gateway {
 namespace {
 
 bool store_was_new;
 
-nlohmann::ordered_json record_status() {
+/** The fields of a record that are no secrets; its mutex is held. */
+nlohmann::ordered_json shown_fields(const void *record, std::span<const field> fields) {
     auto shown = nlohmann::ordered_json::object();
-    const platform::held_mutex guard(the_gateway().shared.field_mutex);
-    for (const field &of : gateway_fields()) {
-        if (of.secret) {
-            continue;
-        }
-        const field_value value = read_field(&the_gateway(), of);
-        if (is_number(of)) {
-            shown[of.name] = std::get<int64_t>(value);
-        } else {
-            shown[of.name] = std::get<std::string>(value);
+    for (const field &of : fields) {
+        if (!of.secret) {
+            std::visit([&](const auto &value) { shown[of.name] = value; }, read_field(record, of));
         }
     }
     return shown;
+}
+
+nlohmann::ordered_json record_status() {
+    const platform::held_mutex guard(the_gateway().shared.field_mutex);
+    return shown_fields(&the_gateway(), gateway_fields());
 }
 
 void open_parts(open_options &&options) {
@@ -121,6 +122,22 @@ nlohmann::ordered_json status() {
     add_upgrade_status(all);
     all["faults"] = faults_status();
     all["callbacks"] = callbacks_status();
+    return all;
+}
+
+nlohmann::ordered_json devices() {
+    auto all = nlohmann::ordered_json::array();
+    {
+        const gw_cntl_t &gateway = the_gateway().shared;
+        const platform::held_mutex guard(gateway.dev_mutex);
+        for (const dev_cntl_t *each = gateway.dev_list; each != nullptr; each = each->next) {
+            all.push_back(shown_fields(each, device_fields()));
+            all.back()["dps"] = static_cast<const device_record *>(each)->dps;
+        }
+    }
+    for (nlohmann::ordered_json &each : all) {
+        each["dps"] = nlohmann::ordered_json::parse(each["dps"].get<std::string>());
+    }
     return all;
 }
 

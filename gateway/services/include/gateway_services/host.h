@@ -58,4 +58,7 @@ bool used_initial_site();
  * so on; faults and callbacks with how often they were reached. */
 nlohmann::ordered_json status();
 
+/** The devices in list order: their fields, and "dps". */
+nlohmann::ordered_json devices();
+
 } // namespace gateway
