@@ -23,7 +23,7 @@ DATAGRAMS = {"FRM_AP_NW_CFG": ("app, UDP 6669", "plain"), "FRM_UDP_DISCOVERY": (
 LIMITS = (
     ("apps connected", "{lan_client_max}", "clients/lan_pro_cntl.h", "one more is closed at once, without a word"),
     ("silence of an app", "{idle_limit_s} s", "clients/client_table.cpp", "closed, up to 10 s later"),
-    ("size of a request frame", "less than {frame_size_limit} bytes", "service_core/frame_reader.cpp",
+    ("size of a request frame", "less than {ENGR_FRAME_LIMIT} bytes", "cmake/build_options.cmake",
      "no answer; the gateway looks for the next head"),
     ("bytes read at once", "{lan_recv_buf_size}", "clients/lan_pro_cntl.h", "see [Connections](#connections)"),
     ("silence inside a frame", "{pause_budget} times {pause_ms} ms", "service_core/exact_read.cpp",
@@ -31,7 +31,7 @@ LIMITS = (
     ("an app that takes nothing", "{longest} s", "platform/common/include/common/send_patience.h",
      "closed; while it takes 64 KiB a second it stays"),
     ("levels of arrays and objects", "{nesting_limit}", "base/json_request.cpp", "`data format error`"),
-    ("values in a text", "{value_limit}", "base/json_request.cpp",
+    ("values in a text", "{json_value_limit}", "svc_engineering_mode/CMakeLists.txt",
      "`data format error`; counted are commas and opening brackets outside of texts"),
     ("device id, bytes", "{DEV_ID_SIZE} - 1", "platform/include/gateway/records.h", "cut in 229 and 230"),
     ("version in an announcement, bytes", "{UPGRADE_SW_VER_SIZE}", "upgrade/upgrade_state.h", "cut in silence"),
@@ -94,8 +94,8 @@ def dissector_lines():
 
 def constant(file, name):
     """A number that a source file defines."""
-    path = ROOT / file if file.startswith("platform/") else AGENT / file
-    found = re.search(rf"\b{name} = (?:std::chrono::seconds\()?([\w']+)", path.read_text())
+    path = ROOT / file if file.startswith(("platform/", "cmake/", "svc_engineering_mode/")) else AGENT / file
+    found = re.search(rf"\b{name} (?:= )?(?:std::chrono::seconds\()?(\d[\w']*)", path.read_text())
     if not found:
         sys.exit(f"{file}: there is no constant {name}")
     return ast.literal_eval(found[1].replace("'", "_"))

@@ -119,7 +119,7 @@ uint32_t permissions(const char *path) {
     return static_cast<uint32_t>(std::filesystem::status(path).permissions());
 }
 
-constexpr conformance_harness_t harness = {
+const conformance_harness_t harness = {
     .memory = memory.data(),
     .memory_bytes = sizeof memory,
     .stack_bytes = 2048,
