@@ -18,7 +18,7 @@ namespace {
 constexpr uint16_t server_port = 6668;
 
 options watched;
-std::string described_gateway;
+std::string ready_text;
 std::atomic<bool> listening;
 std::atomic<bool> was_ready;
 std::atomic<bool> has_complained;
@@ -40,7 +40,7 @@ void complain(int error) {
         const std::string reason = error == EADDRINUSE
                                        ? "is taken by another program"
                                        : fmt::format("cannot be had: {}", std::strerror(error));
-        std::fprintf(stderr, "engr_gatewayd: tcp %d on %s %s; trying on\n", server_port,
+        std::fprintf(stderr, "engr_gatewayd: tcp %d on %s %s; retrying\n", server_port,
                      shown_address().c_str(), reason.c_str());
     }
 }
@@ -64,13 +64,13 @@ void on_server_event(linux_port::server_event event, uint16_t port, int error) {
 
 void watch_server(const options &chosen, std::string gateway) {
     watched = chosen;
-    described_gateway = std::move(gateway);
+    ready_text = std::move(gateway);
     linux_port::set_server_observer(on_server_event);
 }
 
 void say_ready(const std::string &service) {
     std::printf("ready: %s on %s, %s\n", service.c_str(), shown_address().c_str(),
-                described_gateway.c_str());
+                ready_text.c_str());
     std::fflush(stdout);
 }
 
