@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -14,37 +13,8 @@ namespace {
 
 using nlohmann::json;
 
-// Copying and writing a value takes stack for every level.
-constexpr std::size_t max_nesting = 200;
-
 constexpr std::array<std::string_view, 8> secret_members = {
     "passwd", "password", "token", "localKey", "local_key", "secKey", "authKey", "wf_passwd"};
-
-// Every value but the first stands behind a comma or opens a structure.
-bool is_too_much(std::string_view text) {
-    std::size_t depth = 0;
-    std::size_t values = 1;
-    bool in_string = false;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const char byte = text[at];
-        if (byte == '"') {
-            in_string = !in_string;
-        } else if (in_string) {
-            at += byte == '\\' ? 1 : 0;
-        } else if (byte == '{' || byte == '[') {
-            if (++depth > max_nesting || ++values > lan_client::max_json_values) {
-                return true;
-            }
-        } else if (byte == ',') {
-            if (++values > lan_client::max_json_values) {
-                return true;
-            }
-        } else if ((byte == '}' || byte == ']') && depth > 0) {
-            --depth;
-        }
-    }
-    return false;
-}
 
 bool is_secret(std::string_view name) {
     return std::ranges::find(secret_members, name) != secret_members.end();
@@ -95,13 +65,6 @@ std::string written(const json &value, int indent) {
 
 } // namespace
 
-json parse_json(std::string_view text) {
-    if (is_too_much(text)) {
-        return json(json::value_t::discarded);
-    }
-    return json::parse(support::valid_utf8(text), nullptr, false);
-}
-
 json payload_json(std::string_view payload) {
     json value = parse_json(payload);
     return value.is_discarded() ? json(support::valid_utf8(payload)) : value;
@@ -113,24 +76,6 @@ std::string one_line(const json &value) {
 
 std::string many_lines(const json &value) {
     return written(value, 2);
-}
-
-std::string member_text(const json &object, const char *name) {
-    if (!object.is_object() || !object.contains(name)) {
-        return "";
-    }
-    const json &member = object.at(name);
-    return member.is_string() ? member.get<std::string>() : one_line(member);
-}
-
-std::optional<uint64_t> member_count(const json &object, const char *name) {
-    if (!object.is_object()) {
-        return std::nullopt;
-    }
-    const auto found = object.find(name);
-    return found != object.end() && found->is_number_unsigned()
-               ? std::optional(found->get<uint64_t>())
-               : std::nullopt;
 }
 
 std::string without_secrets(std::string_view text) {

@@ -1,11 +1,9 @@
 // JSON from the network, and JSON for scripts.
 #pragma once
 
-#include "lan_client/limits.h"
+#include "lan_client/json.h"
 
 #include <cstddef>
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,14 +11,9 @@
 
 namespace engr_app {
 
-/**
- * Parses one JSON text from the network; malformed UTF-8 in it becomes U+FFFD.
- *
- * @return a discarded value for what is no JSON, for more than lan_client::max_json_values values,
- * each of which takes some hundred bytes of memory but only two of the text, and for what is nested
- * so deeply that working on it would need much stack
- */
-[[nodiscard]] nlohmann::json parse_json(std::string_view text);
+using lan_client::member_count;
+using lan_client::member_text;
+using lan_client::parse_json;
 
 /** The payload as JSON if it is JSON, else as a string. */
 [[nodiscard]] nlohmann::json payload_json(std::string_view payload);
@@ -33,12 +26,6 @@ namespace engr_app {
 
 /** The same on many lines, indented. */
 [[nodiscard]] std::string many_lines(const nlohmann::json &value);
-
-/** A member's text, or "" when it is absent; a number or other value in its JSON form. */
-[[nodiscard]] std::string member_text(const nlohmann::json &object, const char *name);
-
-/** A member that is a whole number from 0 on; nothing when it is absent or anything else. */
-[[nodiscard]] std::optional<uint64_t> member_count(const nlohmann::json &object, const char *name);
 
 /**
  * The text with the values of members that hold passwords, tokens or keys replaced by "***". A text

@@ -1,11 +1,10 @@
-// Asking for devices, and reading what the gateway answers.
+// Asking for devices, many at once.
 #include "gateway/devices.h"
 
 #include "base/json_text.h"
 #include "gateway/request.h"
 
 #include <algorithm>
-#include <unordered_set>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -17,56 +16,7 @@ namespace {
 // time.
 constexpr std::size_t requests_at_once = 64;
 
-std::vector<std::string> texts(const nlohmann::json &object, const char *name) {
-    std::vector<std::string> all;
-    const auto list = object.find(name);
-    if (list == object.end() || !list->is_array()) {
-        return all;
-    }
-    for (const nlohmann::json &entry : *list) {
-        if (entry.is_string()) {
-            all.push_back(entry.get<std::string>());
-        }
-    }
-    return all;
-}
-
 } // namespace
-
-lan_client::request device_list_request() {
-    return {.type = lan_client::frame_type::dev_list};
-}
-
-lan_client::request line_state_request() {
-    return {.type = lan_client::frame_type::dev_line_stat};
-}
-
-std::vector<device> parse_device_list(std::string_view payload) {
-    const nlohmann::json object = parse_json(payload);
-    if (!object.is_object() || !object.contains("products") || !object["products"].is_array()) {
-        throw malformed_answer("list of devices", payload);
-    }
-    if (object["products"].size() > lan_client::max_devices) {
-        throw malformed_answer("list of at most 65536 devices", payload);
-    }
-    std::vector<device> devices;
-    for (const nlohmann::json &product : object["products"]) {
-        devices.push_back({member_text(product, "cid"), member_text(product, "pid")});
-    }
-    return devices;
-}
-
-line_state parse_line_state(std::string_view payload) {
-    const nlohmann::json object = parse_json(payload);
-    if (!object.is_object()) {
-        throw malformed_answer("list of online and offline devices", payload);
-    }
-    return {texts(object, "online"), texts(object, "offline")};
-}
-
-bool says_no_devices(const lan_client::answer &answered) {
-    return is_refused_with(answered, "online_dev or offline_dev is null");
-}
 
 nlohmann::json expect_devices(gateway_session &session, const lan_client::answer &list,
                               const lan_client::answer &states) {
@@ -75,13 +25,11 @@ nlohmann::json expect_devices(gateway_session &session, const lan_client::answer
     if (!says_no_devices(states)) {
         known = parse_line_state(expect_success(session, states));
     }
-    const std::unordered_set<std::string> online(known.online.begin(), known.online.end());
-    const std::unordered_set<std::string> offline(known.offline.begin(), known.offline.end());
     nlohmann::json all = nlohmann::json::array();
-    for (const device &one : devices) {
+    for (const lan_client::device_with_state &one : lan_client::with_states(devices, known)) {
         all.push_back({{"cid", one.id}, {"pid", one.product_id}, {"online", nullptr}});
-        if (online.contains(one.id) || offline.contains(one.id)) {
-            all.back()["online"] = online.contains(one.id);
+        if (one.online) {
+            all.back()["online"] = *one.online;
         }
     }
     return all;

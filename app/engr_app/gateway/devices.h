@@ -1,45 +1,17 @@
-// The devices of a gateway: which belong to it, which are online, which firmware they have.
+// The devices of a gateway as scripts get them: their online state and their firmware.
 #pragma once
 
-#include "gateway/upgrade_status.h"
+#include "gateway/answers.h"
 #include "lan_client/client.h"
 
 #include <functional>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
 namespace engr_app {
 
 class gateway_session;
-
-struct device {
-    std::string id;
-    std::string product_id;
-};
-
-/**
- * Devices that are neither online nor offline are the gateway itself and those that are not in
- * normal work.
- */
-struct line_state {
-    std::vector<std::string> online;
-    std::vector<std::string> offline;
-};
-
-[[nodiscard]] lan_client::request device_list_request();
-[[nodiscard]] lan_client::request line_state_request();
-
-/** @return the devices of an answer; throws a failure when the payload is no device list */
-[[nodiscard]] std::vector<device> parse_device_list(std::string_view payload);
-
-/** @return the lists of an answer; throws a failure when the payload has none */
-[[nodiscard]] line_state parse_line_state(std::string_view payload);
-
-/** @return whether a gateway says in its own way that both lists are empty: it refuses */
-[[nodiscard]] bool says_no_devices(const lan_client::answer &answered);
 
 /**
  * @param list    the answer to device_list_request

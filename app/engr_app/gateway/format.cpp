@@ -3,7 +3,6 @@
 
 #include "base/failure.h"
 #include "base/json_text.h"
-#include "gateway/data_points.h"
 #include "lan_client/frame_types.h"
 #include "support/numbers.h"
 #include "support/utf8.h"
@@ -87,6 +86,14 @@ std::string milliseconds_text(double time_ms) {
 
 std::string seconds_text(std::chrono::milliseconds time) {
     return fmt::format("{} s", static_cast<double>(time.count()) / 1000);
+}
+
+std::string data_points_text(const json &data_points) {
+    std::string text;
+    for (const auto &[name, value] : data_points.items()) {
+        text += fmt::format("{}{} = {}", text.empty() ? "" : ", ", name, one_line(value));
+    }
+    return text;
 }
 
 const char *yes_or_no(bool value) {

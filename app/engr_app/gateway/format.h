@@ -23,6 +23,9 @@ namespace engr_app {
 /** @return a duration as in "1.5 s" */
 [[nodiscard]] std::string seconds_text(std::chrono::milliseconds time);
 
+/** @return "1 = true, 2 = 50" */
+[[nodiscard]] std::string data_points_text(const nlohmann::json &data_points);
+
 /** @return "yes" or "no" */
 [[nodiscard]] const char *yes_or_no(bool value);
 

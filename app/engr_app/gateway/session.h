@@ -5,7 +5,7 @@
 #include "base/failure.h"
 #include "gateway/discovery.h"
 #include "gateway/format.h"
-#include "gateway/upgrade_monitor.h"
+#include "lan_client/upgrade_monitor.h"
 #include "terminal/console.h"
 
 #include <chrono>
@@ -150,7 +150,7 @@ class gateway_session {
     lan_client::event_loop loop_;
     std::optional<gateway> chosen_;
     std::string file_mark_;
-    upgrade_monitor monitor_;
+    lan_client::upgrade_monitor monitor_;
     lan_client::client_events verb_events_; // as long as the verb works
     bool connected_ = false;
     bool upgrade_is_own_ = false;

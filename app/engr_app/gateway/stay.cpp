@@ -1,8 +1,8 @@
 // Watching an upgrade that another app has started, until it is over.
 #include "gateway/stay.h"
 
+#include "gateway/answers.h"
 #include "gateway/request.h"
-#include "gateway/upgrade_status.h"
 #include "lan_client/frame_types.h"
 
 #include <memory>
@@ -27,7 +27,8 @@ lan_client::request empty_device_command() {
 
 class upgrade_watcher {
   public:
-    upgrade_watcher(gateway_session &session, lan_client::client &client, upgrade_monitor &monitor)
+    upgrade_watcher(gateway_session &session, lan_client::client &client,
+                    lan_client::upgrade_monitor &monitor)
         : session_(session), client_(client), monitor_(monitor) {
         session_.loop().on_interrupt([interrupted = interrupted_] { *interrupted = true; });
     }
@@ -80,7 +81,8 @@ class upgrade_watcher {
                                "the upgrade)",
                                name, session_.chosen().name()));
         while (goes_on()) {
-            if (upgrade_monitor::clock::now() - monitor_.last_progress() > stall_limit) {
+            if (lan_client::upgrade_monitor::clock::now() - monitor_.last_progress() >
+                stall_limit) {
                 return out.notice(name + " has made no progress for 10 minutes; leaving");
             }
             const auto last_sign = monitor_.last_sign();
@@ -97,7 +99,7 @@ class upgrade_watcher {
 
     gateway_session &session_;
     lan_client::client &client_;
-    upgrade_monitor &monitor_;
+    lan_client::upgrade_monitor &monitor_;
     // Shared with the loop, which lives longer.
     std::shared_ptr<bool> interrupted_ = std::make_shared<bool>(false);
 };
@@ -105,7 +107,7 @@ class upgrade_watcher {
 } // namespace
 
 void stay_while_upgrading(gateway_session &session, lan_client::client &client,
-                          upgrade_monitor &monitor) {
+                          lan_client::upgrade_monitor &monitor) {
     upgrade_watcher(session, client, monitor).watch();
 }
 

@@ -1,8 +1,8 @@
 // Staying connected while an upgrade runs: a gateway ends it when any connection to it ends.
 #pragma once
 
-#include "gateway/upgrade_monitor.h"
 #include "lan_client/client.h"
+#include "lan_client/upgrade_monitor.h"
 
 namespace engr_app {
 
@@ -17,6 +17,6 @@ class gateway_session;
  * @param monitor  what the session has seen of an upgrade
  */
 void stay_while_upgrading(gateway_session &session, lan_client::client &client,
-                          upgrade_monitor &monitor);
+                          lan_client::upgrade_monitor &monitor);
 
 } // namespace engr_app

@@ -3,13 +3,13 @@
 
 #include "base/escape.h"
 #include "base/json_text.h"
-#include "gateway/data_points.h"
 #include "gateway/devices.h"
 #include "gateway/discovery.h"
 #include "gateway/format.h"
 #include "gateway/request.h"
 #include "gateway/session.h"
 #include "lan_client/crypto.h"
+#include "lan_client/data_points.h"
 #include "lan_client/frame_types.h"
 
 #include <algorithm>
@@ -65,7 +65,8 @@ void add_data_points(gateway_session &session, json &devices) {
             // The gateway refuses a device that has not reported any yet.
             const bool answers = answered.failure || answered.ret == 0;
             const json state =
-                answers ? parse_device_state(expect_success(session, answered)) : json::object();
+                answers ? lan_client::parse_device_state(expect_success(session, answered))
+                        : json::object();
             device["dps"] = state.is_object() ? state.value("dps", json::object()) : json();
         });
 }

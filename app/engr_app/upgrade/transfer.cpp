@@ -101,11 +101,11 @@ void upgrade_transfer::on_install_progress(const lan_client::report &report) {
     }
     if (!last_install_report_) {
         bar_.finish();
-        install_bar_ = session_.out().bar("installing", all_percent, "percent");
+        install_bar_ = session_.out().bar("installing", lan_client::all_percent, "percent");
     }
     last_install_report_ = last_progress_ = clock::now();
     install_percent_ = *percent;
-    install_bar_.show(std::min(*percent, all_percent));
+    install_bar_.show(std::min(*percent, lan_client::all_percent));
 }
 
 void upgrade_transfer::on_link(const lan_client::link_change &change) {
@@ -253,7 +253,7 @@ void upgrade_transfer::start() {
 // Ends when the gateway has the whole image, has refused or given up, or the connection is lost. A
 // refusal may follow the acceptance.
 void upgrade_transfer::transfer_image() {
-    pieces_ = piece_requests(image_.size(), {before_.target_id, gateway_id_});
+    pieces_ = lan_client::piece_requests(image_.size(), {before_.target_id, gateway_id_});
     requests_.clear();
     transferred_bytes_ = 0;
     is_sending_piece_ = false;
@@ -310,7 +310,11 @@ void upgrade_transfer::wait() {
 void upgrade_transfer::answer_request() {
     const std::string request = std::move(requests_.front());
     requests_.pop_front();
-    const piece_request wanted = pieces_.next(request);
+    lan_client::piece_request wanted;
+    const std::string fault = pieces_.next(request, wanted);
+    if (!fault.empty()) {
+        throw failure("bad_answer", "the gateway " + fault);
+    }
     last_progress_ = clock::now();
     complete_ = wanted.bytes == 0;
     transferred_bytes_ = wanted.offset;
@@ -320,7 +324,7 @@ void upgrade_transfer::answer_request() {
     }
 }
 
-void upgrade_transfer::send(const piece_request &wanted) {
+void upgrade_transfer::send(const lan_client::piece_request &wanted) {
     const auto count = static_cast<std::size_t>(std::min(wanted.bytes, most_piece_bytes));
     std::string payload;
     payload.reserve(offset_bytes + count);

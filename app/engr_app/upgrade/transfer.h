@@ -1,10 +1,10 @@
 // One upgrade, from the announcement to its outcome.
 #pragma once
 
+#include "gateway/answers.h"
 #include "gateway/session.h"
-#include "gateway/upgrade_status.h"
+#include "lan_client/image_pieces.h"
 #include "upgrade/image.h"
-#include "upgrade/pieces.h"
 
 #include <chrono>
 #include <cstdint>
@@ -60,7 +60,7 @@ class upgrade_transfer {
     void answer_requests();
     void wait();
     void answer_request();
-    void send(const piece_request &wanted);
+    void send(const lan_client::piece_request &wanted);
     std::optional<upgrade_status> poll();
     std::optional<upgrade_status> await_outcome();
     [[nodiscard]] bool still_installing() const;
@@ -86,7 +86,7 @@ class upgrade_transfer {
     bool interrupted_ = false;
 
     // Of the current attempt:
-    piece_requests pieces_;
+    lan_client::piece_requests pieces_;
     uint64_t transferred_bytes_ = 0; // bytes of the image that the gateway has
     bool is_sending_piece_ = false;  // a piece is not sent completely
     bool complete_ = false;          // the gateway has the whole image

@@ -1,7 +1,8 @@
 // dp: data points of one device, shown, changed and queried.
 #include "base/json_text.h"
-#include "gateway/data_points.h"
+#include "gateway/format.h"
 #include "gateway/request.h"
+#include "lan_client/data_points.h"
 #include "verbs/data_point_arguments.h"
 #include "verbs/verb.h"
 
@@ -15,6 +16,7 @@
 namespace engr_app {
 namespace {
 
+using lan_client::parse_device_state;
 using nlohmann::json;
 using namespace std::chrono_literals;
 
@@ -98,7 +100,7 @@ std::vector<std::string> reported_ids(gateway_session &session, const std::strin
 bool any_contains(const std::vector<std::string> &ids, const lan_client::report &report,
                   const std::vector<std::string> &data_points) {
     return std::ranges::any_of(
-        ids, [&](const std::string &id) { return contains(report, id, data_points); });
+        ids, [&](const std::string &id) { return lan_client::contains(report, id, data_points); });
 }
 
 int get_data_points(gateway_session &session, const dp_arguments &given) {

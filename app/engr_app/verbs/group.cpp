@@ -1,6 +1,6 @@
 // group: groups of devices, changed and commanded.
 #include "base/json_text.h"
-#include "gateway/data_points.h"
+#include "gateway/format.h"
 #include "gateway/request.h"
 #include "verbs/data_point_arguments.h"
 #include "verbs/verb.h"

@@ -3,9 +3,9 @@
 #include "files/output_file.h"
 #include "gateway/devices.h"
 #include "gateway/request.h"
+#include "lan_client/log_transfer.h"
 #include "verbs/verb.h"
 
-#include <chrono>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -14,13 +14,6 @@
 
 namespace engr_app {
 namespace {
-
-namespace frame_type = lan_client::frame_type;
-
-constexpr std::size_t segment_bytes = 1024;
-constexpr auto most_segments = static_cast<int32_t>(lan_client::max_transfer_bytes / segment_bytes);
-// A gateway sends a segment every 0.3 s.
-constexpr std::chrono::seconds segment_time{2};
 
 struct log_arguments {
     std::string file;
@@ -39,27 +32,15 @@ std::vector<std::string> known_ids(gateway_session &session) {
     return ids;
 }
 
-// A gateway removes its log once it has read it, so a transfer that stops can't be repeated.
 std::string fetch(gateway_session &session, lan_client::client &client) {
-    using std::chrono::steady_clock;
     progress_bar bar = session.out().bar("log");
-    lan_client::segment_position last{0, 0};
-    bool endless = false;
-    const auto began = steady_clock::now();
-    const auto on_segment = [&](lan_client::segment_position at) {
-        last = at;
-        endless = at.count > most_segments ||
-                  steady_clock::now() - began > at.number * segment_time + session.answer_time();
-        if (endless) {
-            return client.close();
-        }
-        bar.show(static_cast<uint64_t>(at.number) * segment_bytes,
-                 static_cast<uint64_t>(at.count) * segment_bytes);
-    };
-    const auto answered =
-        session.ask({{.type = frame_type::get_log, .on_segment = on_segment}}).front();
+    lan_client::log_transfer transfer(
+        client, session.answer_time(),
+        [&bar](uint64_t done_bytes, uint64_t all_bytes) { bar.show(done_bytes, all_bytes); });
+    const auto answered = session.ask({transfer.wanted()}).front();
+    const lan_client::segment_position last = transfer.last();
     const bool interrupted = answered.failure.kind == lan_client::error_kind::cancelled;
-    if (endless) {
+    if (transfer.is_endless()) {
         throw failure("bad_answer",
                       fmt::format("segment {} of {} has come, which is too much or too slow for a "
                                   "log; nothing of it was kept",

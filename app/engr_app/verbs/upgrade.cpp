@@ -39,7 +39,7 @@ struct upgrade_arguments {
 };
 
 void check_arguments(const upgrade_arguments &given) {
-    if (!is_plain_text(given.version, max_version_bytes)) {
+    if (!is_plain_text(given.version, lan_client::max_version_bytes)) {
         throw wrong_usage("--version: expected 1 to 11 printable characters without quote and "
                           "backslash; a gateway cuts longer ones off");
     }
