@@ -47,8 +47,8 @@ void datagram_broadcasts_travel_both_ways(void) {
     for (int i = 0; i < 2; ++i) {
         uint32_t from;
         uint16_t from_port;
-        EXPECT(kelo_hal_net_send_to(sender, "found", 5, targets[i], number) == 5,
-               "expected 5 bytes to be sent, code %d", (int)kelo_hal_net_get_errno());
+        const int32_t sent = kelo_hal_net_send_to(sender, "found", 5, targets[i], number);
+        EXPECT(sent == 5, "expected 5 bytes to be sent, code %d", (int)kelo_hal_net_get_errno());
         EXPECT(kit->receive_from(peer, buffer, sizeof buffer, kit->bound_ms, &from, &from_port) ==
                        5 &&
                    memcmp(buffer, "found", 5) == 0,

@@ -7,8 +7,8 @@
  * that). A caller that still holds the number of a socket closed meanwhile gets an error, never
  * somebody else's connection.
  *
- * Waiting. Whatever waits on a socket ends at once when that socket is closed or shut down, on
- * whatever thread, and when the waiting thread is told to stop.
+ * Waiting. Whatever waits on a socket ends at once when that socket is closed, for a send also when
+ * sending is shut down, on whatever thread, and when the waiting thread is told to stop.
  *
  * Lack of resources. An accept may fail for want of descriptors or memory while a connection waits.
  * REQUIRED of a port: a caller that answers with another select must not spin. The port then either
@@ -241,7 +241,8 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
 int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t length);
 
 /**
- * Sends one datagram.
+ * Sends one datagram. A broadcast leaves by the gateway's interface, also from a socket without an
+ * address and where the system has no route to it.
  *
  * @param address  host byte order
  * @return the number of bytes; negative on failure
