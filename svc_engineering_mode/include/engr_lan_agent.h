@@ -196,8 +196,8 @@ int32_t kelo_net_recv_nd_size(int32_t socket, uint8_t *buffer, uint32_t buffer_s
  *     replaced, when get_file_cb itself failed, when engr_lan_gw_subdevice_update ended it
  *     first, or when no thread could be started to report it.
  * @param rpt_percent   non-zero: the progress is reported to every app after each chunk
- * @param chunk_size    most bytes asked for at once, at most what fits into a frame; 0 means
- *     524288, or what fits
+ * @param chunk_size    most bytes asked for at once; 0 means 524288. An agent that is built with a
+ *     smaller frame limit asks for no more than what fits into a frame
  * @return 0 started, whether or not the app could be asked; -2 firmware or a callback is null; -1
  *     the agent was never started, or was stopped with no upgrade under way
  */

@@ -28,10 +28,6 @@ int32_t slots_in_use(const lan_pro_cntl_t &cntl) {
     return cntl.socket_num;
 }
 
-std::atomic_ref<uint64_t> server_thread_id(lan_pro_cntl_t &cntl) {
-    return std::atomic_ref<uint64_t>(cntl.server_thread_id);
-}
-
 /** The mutex is held. */
 int32_t find_slot(const lan_pro_cntl_t &cntl, int32_t socket) {
     for (int32_t slot = 0; slot < cntl.socket_num; ++slot) {
@@ -102,12 +98,13 @@ int32_t __get_lpc_sockets(int32_t (&sockets)[lan_client_max]) {
 
 void __up_socket_time(int32_t socket, uint32_t time) {
     lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
-    const held_mutex hold(cntl.mutex);
-    if (cntl.socket_num > lan_client_max || socket < 0) {
-        LAN_LOG(LOG_LEVEL_FAILURE, "up_socket_time err %d %d", cntl.socket_num, socket);
+    const int32_t socket_num = slots_in_use(cntl);
+    if (socket_num > lan_client_max || socket < 0) {
+        LAN_LOG(LOG_LEVEL_FAILURE, "up_socket_time err %d %d", socket_num, socket);
         return;
     }
     LAN_LOG(LOG_LEVEL_DETAIL, "up_socket_time %d", socket);
+    const held_mutex hold(cntl.mutex);
     const int32_t slot = find_slot(cntl, socket);
     if (slot != no_slot) {
         cntl.socket_time[slot] = time;
@@ -259,12 +256,12 @@ void lpc_set_listening_socket(int32_t socket) {
 }
 
 void lpc_enter_server_task() {
-    server_thread_id(*lan_pro_cntl.load()).store(GetThrdSelfId());
+    lan_pro_cntl.load()->server_thread.mark_caller();
 }
 
 lpc_send::lpc_send(int32_t socket) : socket_(socket) {
     lan_pro_cntl_t &cntl = *lan_pro_cntl.load();
-    is_foreign_ = server_thread_id(cntl).load() != GetThrdSelfId();
+    is_foreign_ = !cntl.server_thread.is_caller();
     if (!is_foreign_) {
         return;
     }

@@ -1,6 +1,7 @@
 /* The controller record of the agent: one while the agent is started. */
 #pragma once
 
+#include "base/marked_thread.h"
 #include "platform/mutex.h"
 #include "platform/thread.h"
 
@@ -23,12 +24,11 @@ struct lan_pro_cntl_t {
     int32_t socket_fault[lan_client_max]; /**< 1 = faulty, 0 = not */
     int32_t udp_fd; /**< socket of the discovery broadcast, -1 when there is none; timer context */
     kelo_mutex_t mutex; /**< guards the client table and tcp_serv_fd; never held across a wait */
-    uint8_t recv_buf[lan_recv_buf_size]; /**< receive buffer of the server task */
-    thrd_handle_t thread;                /**< the worker thread */
-    uint16_t dev_tm;                     /**< discovery timer, 0 = none */
-    int32_t mode;                        /**< the mode given to init */
-    uint64_t
-        server_thread_id; /**< of the server task, 0 until it runs; read and written atomically */
+    uint8_t recv_buf[lan_recv_buf_size];    /**< receive buffer of the server task */
+    thrd_handle_t thread;                   /**< the worker thread */
+    uint16_t dev_tm;                        /**< discovery timer, 0 = none */
+    int32_t mode;                           /**< the mode given to init */
+    marked_thread server_thread;            /**< that of the server task, once it runs */
     uint32_t foreign_sends[lan_client_max]; /**< sends of other threads that are under way on each
                                                slot; guarded by mutex, like the client table */
 };

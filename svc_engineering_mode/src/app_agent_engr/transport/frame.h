@@ -16,8 +16,10 @@ constexpr uint32_t frame_head = 0x000055AA;
 constexpr uint32_t frame_tail = 0x0000AA55;
 /** Bytes of the smallest request, the one without payload. */
 constexpr uint32_t frame_request_min = 24;
-/** A request of so many bytes or more is refused; an option of the build. */
+/** A request of so many bytes or more is refused; an option of the build, for boards with less
+ * memory than the full limit needs. */
 extern const uint32_t frame_request_limit;
+constexpr uint32_t frame_request_full_limit = 0x200400;
 /** Bytes before the payload of a request. */
 constexpr uint32_t frame_request_payload_offset = 16;
 /** Bytes of CRC and tail; the smallest value of a length word. */

@@ -54,16 +54,15 @@ int32_t tcp_frame::build() {
         frame_.reset(__mlp_gw_send_da(fr_num_, fr_type_, ret_, data_, len_, &size_));
     } else {
         heap_block<uint8_t> cipher;
-        uint32_t cipher_len = 0;
         const tcp_key key = current_tcp_key();
-        const int32_t op_ret = encrpt_lan_msg(data_, len_, cipher.out(), &cipher_len, key.bytes);
+        const int32_t op_ret = encrpt_lan_msg(data_, len_, cipher.out(), &cipher_len_, key.bytes);
         if (op_ret != 0) {
             LAN_LOG(LOG_LEVEL_FAILURE, "aes128_ecb_encode error:%d", op_ret);
             return op_ret;
         }
-        LAN_LOG(LOG_LEVEL_TRACE, "send length:%d", static_cast<int>(cipher_len));
+        log_cipher();
         text_.reset();
-        frame_.reset(__mlp_gw_send_da(fr_num_, fr_type_, ret_, cipher.get(), cipher_len, &size_));
+        frame_.reset(__mlp_gw_send_da(fr_num_, fr_type_, ret_, cipher.get(), cipher_len_, &size_));
     }
     if (!frame_) {
         LAN_LOG(LOG_LEVEL_FAILURE, "Create Send Buf Fails");
@@ -72,17 +71,22 @@ int32_t tcp_frame::build() {
     return ENGR_OK;
 }
 
+void tcp_frame::log_cipher() const {
+    if (cipher_len_ != 0) {
+        LAN_LOG(LOG_LEVEL_TRACE, "send length:%d", static_cast<int>(cipher_len_));
+    }
+}
+
 int32_t tcp_frame::send_to(int32_t socket) {
     const lpc_send send(socket);
     if (is_refused(socket, send)) {
         return ENGR_ERR_SOCKET_FAULTY;
     }
     log_send(socket, fr_num_, fr_type_, ret_, len_);
-    if (!frame_) {
-        const int32_t op_ret = build();
-        if (op_ret != ENGR_OK) {
-            return op_ret;
-        }
+    if (frame_) {
+        log_cipher();
+    } else if (const int32_t op_ret = build(); op_ret != ENGR_OK) {
+        return op_ret;
     }
     LAN_LOG(LOG_LEVEL_TRACE, "kelo_hal_net_send start...");
     const int32_t written = kelo_hal_net_send(socket, frame_.get(), size_);

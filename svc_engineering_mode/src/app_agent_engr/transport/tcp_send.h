@@ -29,6 +29,7 @@ class tcp_frame {
 
   private:
     [[nodiscard]] int32_t build();
+    void log_cipher() const;
 
     uint32_t fr_num_;
     uint32_t fr_type_;
@@ -39,6 +40,7 @@ class tcp_frame {
     platform::heap_block<char> text_;
     platform::heap_block<uint8_t> frame_;
     uint32_t size_ = 0;
+    uint32_t cipher_len_ = 0; /**< 0: not encrypted */
 };
 
 /**

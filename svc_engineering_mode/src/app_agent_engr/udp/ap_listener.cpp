@@ -1,6 +1,7 @@
 /* The access-point configuration: start, stop and listening. */
 #include "ap_datagram.h"
 #include "base/agent_log.h"
+#include "base/marked_thread.h"
 #include "base/service_life.h"
 #include "engr_lan_agent.h"
 #include "platform/clock.h"
@@ -14,7 +15,6 @@
 namespace {
 
 using platform::heap_block;
-using platform::held_critical_section;
 
 constexpr uint16_t ap_config_port = 6669;
 constexpr uint32_t receive_error_pause_ms = 1000;
@@ -27,25 +27,13 @@ struct lan_ap_nw_cfg_t {
     uint8_t recv_buf[ap_datagram_size]; /**< one datagram */
     int32_t sock_fd;                    /**< bound to the port */
     lan_ap_cfg_finish_cb_t finish_cb;   /**< gets the credentials */
-    uint64_t thread_id;                 /**< of the listener's thread, 0 until it runs; guarded by
-                                             the critical section, as boards lack 64-bit atomics */
+    marked_thread thread;               /**< the listener's, while it runs */
     bool is_stopped_from_within;        /**< used by the listener's thread only */
 };
 
 constinit service_life listener_life;
 /** Used by the thread that carries out a start or stop only. */
 lan_ap_nw_cfg_t *lan_ap_nw_cfg = nullptr;
-
-void set_thread_id(lan_ap_nw_cfg_t &listener, uint64_t thread_id) {
-    const held_critical_section hold;
-    listener.thread_id = thread_id;
-}
-
-bool runs_on_caller(const lan_ap_nw_cfg_t &listener) {
-    const uint64_t self = GetThrdSelfId();
-    const held_critical_section hold;
-    return listener.thread_id == self;
-}
 
 /** Receives and handles datagrams until credentials are accepted or the thread is told to stop. */
 void listen(lan_ap_nw_cfg_t &listener) {
@@ -69,7 +57,7 @@ void __udp_ap_v3_task(void *argument) {
     auto &listener = *static_cast<lan_ap_nw_cfg_t *>(argument);
     const service_use use(listener_life, service_use::user::worker);
     listener_life.wait_for_start(listener.thrd);
-    set_thread_id(listener, GetThrdSelfId());
+    listener.thread.mark_caller();
     LAN_LOG(LOG_LEVEL_TRACE, "start udp ap thread");
     make_key1_encode();
     listen(listener);
@@ -78,7 +66,7 @@ void __udp_ap_v3_task(void *argument) {
         Free(&listener);
         return;
     }
-    set_thread_id(listener, 0); // the system may reuse the id soon
+    listener.thread.clear();
 }
 
 /** Creates the socket and binds it. Returns 0 or -1; sock_fd holds a socket that was created in
@@ -123,7 +111,7 @@ int32_t set_up(lan_ap_nw_cfg_t &listener) {
 /** Closes the socket, which wakes the thread, and ends the thread. Returns false when the calling
  * thread is the listener's own, which then releases the listener itself. */
 bool tear_down(lan_ap_nw_cfg_t *listener) {
-    const bool is_own_thread = runs_on_caller(*listener);
+    const bool is_own_thread = listener->thread.is_caller();
     if (is_own_thread) {
         listener->is_stopped_from_within = true;
     }

@@ -16,9 +16,12 @@ constexpr uint32_t default_chunk_size = 0x80000;
 /** Bytes before the image's in a chunk's payload. */
 constexpr uint32_t chunk_head_size = 4;
 
-/** Most bytes to ask for at once, so that the frame that brings them is not refused. */
+/** Most bytes to ask for at once: with the full limit what the service wants, else no more than
+ * what a frame can bring. */
 uint32_t fitting_chunk_size(uint32_t wanted) {
-    return std::min(wanted, frame_request_limit - 1 - frame_request_min - chunk_head_size);
+    return frame_request_limit == frame_request_full_limit
+               ? wanted
+               : std::min(wanted, frame_request_limit - 1 - frame_request_min - chunk_head_size);
 }
 
 } // namespace
