@@ -7,6 +7,7 @@
 // Says "ready" when it listens. A line "reports N" on standard input sends N reports to every
 // client; the end of the input ends it.
 #include "bench_site.h"
+#include "frame_words.h"
 #include "key_seeds.h"
 
 #include <arpa/inet.h>
@@ -54,17 +55,6 @@ uint32_t checksum(const uint8_t *data, size_t size) {
                      : libdeflate_crc32(0, data, size);
 }
 
-void put(uint8_t *at, uint32_t word) {
-    word = htonl(word);
-    std::memcpy(at, &word, sizeof word);
-}
-
-uint32_t get(const uint8_t *at) {
-    uint32_t word = 0;
-    std::memcpy(&word, at, sizeof word);
-    return ntohl(word);
-}
-
 /** Builds a reply; its size. */
 size_t build(uint32_t number, uint32_t type, std::string_view text) {
     const size_t padding = text.empty() ? 0 : AES_BLOCK_SIZE - text.size() % AES_BLOCK_SIZE;
@@ -72,11 +62,11 @@ size_t build(uint32_t number, uint32_t type, std::string_view text) {
     if (frame.size() < length + 28) {
         frame.resize(length + 28);
     }
-    put(&frame[0], head);
-    put(&frame[4], number);
-    put(&frame[8], type);
-    put(&frame[12], static_cast<uint32_t>(length) + 12);
-    put(&frame[16], 0);
+    put_word(&frame[0], head);
+    put_word(&frame[4], number);
+    put_word(&frame[8], type);
+    put_word(&frame[12], static_cast<uint32_t>(length) + 12);
+    put_word(&frame[16], 0);
     uint8_t *payload = &frame[20];
     if (length > 0) {
         std::memcpy(payload, text.data(), text.size());
@@ -84,8 +74,8 @@ size_t build(uint32_t number, uint32_t type, std::string_view text) {
         aes128_encrypt(&cipher, length, payload, payload);
     }
     // As in the protocol: the checksum's length has 16 bits.
-    put(payload + length, checksum(frame.data(), static_cast<uint16_t>(length + 20)));
-    put(payload + length + 4, tail);
+    put_word(payload + length, checksum(frame.data(), static_cast<uint16_t>(length + 20)));
+    put_word(payload + length + 4, tail);
     return length + 28;
 }
 
@@ -142,8 +132,8 @@ bool serve(int fd) {
     }
     size_t size = static_cast<size_t>(count);
     for (size_t at = 0; size - at >= 24;) {
-        const size_t total = size_t{get(&input[at + 12])} + 16;
-        if (get(&input[at]) != head || total > input.size() - at) {
+        const size_t total = size_t{get_word(&input[at + 12])} + 16;
+        if (get_word(&input[at]) != head || total > input.size() - at) {
             return false;
         }
         while (size - at < total) {
@@ -157,7 +147,8 @@ bool serve(int fd) {
             }
         }
         const uint8_t *start = &input[at];
-        if (!answer(fd, get(start + 4), get(start + 8), static_cast<uint32_t>(total) - 24)) {
+        if (!answer(fd, get_word(start + 4), get_word(start + 8),
+                    static_cast<uint32_t>(total) - 24)) {
             return false;
         }
         at += total;

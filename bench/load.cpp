@@ -7,6 +7,7 @@
 //
 // Prints one JSON object.
 #include "bench_site.h"
+#include "frame_words.h"
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -40,25 +41,14 @@ double seconds_since(steady::time_point begin) {
     return std::chrono::duration<double>(steady::now() - begin).count();
 }
 
-void put(uint8_t *at, uint32_t word) {
-    word = htonl(word);
-    std::memcpy(at, &word, sizeof word);
-}
-
-uint32_t get(const uint8_t *at) {
-    uint32_t word = 0;
-    std::memcpy(&word, at, sizeof word);
-    return ntohl(word);
-}
-
 /** A request with room for a payload; its checksum is 0, which nobody looks at. */
 bytes request(uint32_t type, uint32_t payload_bytes) {
     bytes frame(payload_bytes + 24);
-    put(&frame[0], 0x000055AA);
-    put(&frame[4], 1);
-    put(&frame[8], type);
-    put(&frame[12], payload_bytes + 8);
-    put(&frame[frame.size() - 4], 0x0000AA55);
+    put_word(&frame[0], 0x000055AA);
+    put_word(&frame[4], 1);
+    put_word(&frame[8], type);
+    put_word(&frame[12], payload_bytes + 8);
+    put_word(&frame[frame.size() - 4], 0x0000AA55);
     return frame;
 }
 
@@ -106,7 +96,7 @@ class frame_stream {
             if (have_ >= frame_start_bytes && have_ == total()) {
                 have_ = 0;
                 last_bytes_ = total();
-                frames += type == 0 || type == get(start_ + 8) ? 1 : 0;
+                frames += type == 0 || type == get_word(start_ + 8) ? 1 : 0;
             }
         }
         return frames;
@@ -115,7 +105,7 @@ class frame_stream {
     [[nodiscard]] int fd() const { return fd_; }
 
   private:
-    [[nodiscard]] size_t total() const { return size_t{get(start_ + 12)} + frame_start_bytes; }
+    [[nodiscard]] size_t total() const { return size_t{get_word(start_ + 12)} + frame_start_bytes; }
 
     int fd_;
     bytes buffer_;
@@ -274,7 +264,7 @@ void upload(double bytes_per_second, std::string_view announcement_hex) {
         }
         const uint32_t size = std::min(bench::piece_bytes, bench::image_bytes - offset);
         bytes frame = request(piece, size + 4);
-        put(&frame[16], offset);
+        put_word(&frame[16], offset);
         send_paced(stream.fd(), frame, bytes_per_second);
         offset += size;
     }

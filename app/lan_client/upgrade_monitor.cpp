@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 namespace lan_client {
+
 void upgrade_monitor::note_running(const std::string &id) {
     last_sign_ = clock::now();
     if (!running_) {

@@ -225,7 +225,12 @@ engr_client_error begin(engr_client *client, uint32_t *request, const Make &make
         }
         client->last_request += client->last_request == UINT32_MAX ? 2 : 1;
         const uint32_t id = client->last_request;
-        client->loop.post(make(id));
+        try {
+            client->loop.post(make(id));
+        } catch (...) { // no memory
+            client->events.give_back_answer();
+            throw;
+        }
         if (request != nullptr) {
             *request = id;
         }

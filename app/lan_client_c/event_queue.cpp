@@ -68,6 +68,11 @@ bool event_queue::reserve_answer() {
     return has_room;
 }
 
+void event_queue::give_back_answer() {
+    const std::lock_guard held(mutex_);
+    open_answers_ -= 1;
+}
+
 void event_queue::add(std::unique_ptr<owned_event> added) {
     const std::lock_guard held(mutex_);
     if (added->kind == ENGR_CLIENT_PROGRESS && replace_progress(added)) {

@@ -56,6 +56,8 @@ class event_queue {
 
     /** Makes room for one more answer; false when too many are open. Any thread, as all of it. */
     [[nodiscard]] bool reserve_answer();
+    /** An answer that room was made for will not come. */
+    void give_back_answer();
 
     void add(std::unique_ptr<owned_event> added);
 

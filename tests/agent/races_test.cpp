@@ -198,10 +198,14 @@ TEST_P(races, harm_neither_app_nor_agent_under_all_schedules) {
     std::printf("%llu schedules\n", static_cast<unsigned long long>(tried));
 }
 
-#define STORY(name)                                                                                \
-    race_story {                                                                                   \
-#name, name                                                                                \
-    }
+/** The name of a story in a failure message. */
+void PrintTo(const race_story &story, std::ostream *out) {
+    *out << story.name;
+}
+
+// clang-format off
+#define STORY(name) race_story { #name, name }
+// clang-format on
 INSTANTIATE_TEST_SUITE_P(
     of, races,
     testing::Values(STORY(stop_against_a_report), STORY(stop_against_a_queued_report),

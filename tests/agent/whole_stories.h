@@ -55,6 +55,11 @@ struct whole_story {
     void (*tell)(story_run &run);
     /** It uses what a process has once only, so that each run needs one of its own. */
     bool own_process = false;
+
+    /** For failure messages. */
+    friend std::ostream &operator<<(std::ostream &out, const whole_story &story) {
+        return out << story.name;
+    }
 };
 
 std::span<const whole_story> whole_stories();
