@@ -23,7 +23,7 @@ int32_t engr_file_open(const char *path);
 
 /**
  * Opens a file for writing. A new one is created, with permissions 0755 where there are
- * permissions; an existing one is emptied.
+ * permissions, less what the process withholds from new files; an existing one is emptied.
  *
  * @return a handle of 0 or more, to be closed with engr_file_close; -1 the file can't be opened
  */
@@ -46,8 +46,9 @@ int32_t engr_file_read(int32_t file, void *buffer, uint32_t length);
  * @param file    handle from engr_file_create
  * @param bytes   length bytes
  * @param length  at most 2^31 - 1; 0 writes nothing and succeeds
- * @return bytes written, fewer when the storage is full; -1 the write failed. The agent takes fewer
- *     bytes than wanted for a failure, and leaves the file as it is
+ * @return bytes written; fewer when the storage is full, or -1 when it has no room at all; -1 also
+ *     for any other failure. The agent takes fewer bytes than wanted for a failure, and leaves the
+ *     file as it is
  */
 int32_t engr_file_write(int32_t file, const void *bytes, uint32_t length);
 

@@ -27,7 +27,10 @@ enum { LOG_MODULE_AGENT = 0 };
  *
  * A client can provoke the same failure again and again, so a port leaves out lines of levels 0 to
  * 3 that one place in the source writes too often, and then logs how many there were. The Linux
- * port lets a place write 20 lines or 16 KiB in a second, whichever comes first.
+ * port lets a place write 20 lines or 16 KiB in a second, whichever comes first, and says how many
+ * it left out once that second is over.
+ *
+ * A message may be as long as a request; a port may cut it (the Linux port at 64 KiB).
  *
  * errno and the socket error code of the calling thread are left as they were.
  *

@@ -56,7 +56,8 @@ int32_t bnw_get_ip(gw_addr_t *address);
 uint32_t bnw_need_wifi_cfg(void);
 
 /**
- * Address by which apps on the LAN reach the gateway.
+ * Address by which apps on the LAN reach the gateway, whatever its kind of network is: a gateway on
+ * the wire gives that of the wire.
  *
  * @param interface_kind  WF_STATION
  * @param[out] address    filled on success

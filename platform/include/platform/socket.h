@@ -12,7 +12,8 @@
  *
  * Lack of resources. An accept may fail for want of descriptors or memory while a connection waits.
  * REQUIRED of a port: a caller that answers with another select must not spin. The port then either
- * takes the connection off the queue, or leaves the listening socket out of select for a while.
+ * takes the connection off the queue, or leaves the listening socket out of select for a while (the
+ * Linux port for 250 ms).
  *
  * Errors. A call fails when its descriptor is unknown or was closed meanwhile
  * (KELO_ERR_BAD_SOCKET), when the system refuses it, and in the cases named with it. The caller
@@ -86,7 +87,8 @@ int32_t kelo_hal_net_fd_isset(int32_t descriptor, const kelo_fd_set_t *set);
  * @param exception_set     ready when urgent data has come; or null
  * @param milliseconds      longest wait
  * @return the number of members left in all sets; 0 when the time is over; negative on failure: a
- *     watched descriptor is unknown or was closed meanwhile, or the calling thread was told to stop
+ *     watched descriptor is unknown or was closed meanwhile, or the calling thread was told to stop.
+ *     When a member is ready on a thread that was told to stop, a port may answer either way
  */
 int32_t kelo_hal_net_select(int32_t descriptor_count, kelo_fd_set_t *read_set,
                             kelo_fd_set_t *write_set, kelo_fd_set_t *exception_set,
@@ -190,7 +192,8 @@ int32_t kelo_hal_net_socket_bind(int32_t descriptor, const char *address);
 int32_t kelo_hal_net_listen(int32_t descriptor, int32_t backlog);
 
 /**
- * Takes a waiting connection; waits for one when the listening socket is in blocking mode. The new
+ * Takes a waiting connection; waits for one when the listening socket is in blocking mode. Where it
+ * would have to wait on a thread that was told to stop it fails with KELO_ERR_STOPPED. The new
  * socket has no send delay (TCP_NODELAY) and is in blocking mode.
  *
  * @param descriptor    listening socket
@@ -205,6 +208,7 @@ int32_t kelo_hal_net_accept(int32_t descriptor, uint32_t *address, uint16_t *por
  * on a thread that was told to stop it fails with KELO_ERR_STOPPED, in non-blocking mode too. One
  * thread at a time may receive on a socket.
  *
+ * @param length  room in the buffer, at least 1
  * @return the number of bytes; 0 when the peer has closed (code KELO_ERR_PEER_CLOSED); negative on
  *     failure
  */

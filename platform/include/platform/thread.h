@@ -4,7 +4,8 @@
  * Stopping is a request and a wait: DeleteThrdHandle marks the thread as told to stop, ends at once
  * whatever contract call it sleeps or waits in (kelo_hal_system_sleep, select, recvfrom, a send
  * that waits for room), and then waits for the end of the entry function. The thread itself asks
- * GetThrdSta at a convenient point and leaves.
+ * GetThrdSta at a convenient point and leaves. Waits for a mutex, and those of sys_delete_timer and
+ * cmmod_unreg_msgcb for a callback, are short and not cut.
  */
 #pragma once
 

@@ -1,8 +1,9 @@
 /*
  * Timers. All callbacks run one after the other on one context of the port, so a callback has to be
  * short; it may sleep or send for some milliseconds. An expiry that comes due while the context is
- * busy is delivered late, once: a periodic timer then goes on with the next period, so that one
- * long callback is not followed by a burst of the expiries that it made others miss. Ids are 16
+ * busy is delivered late, once: a periodic timer then goes on at the next whole multiple of its
+ * period after the start, so that one long callback is not followed by a burst of the expiries that
+ * it made others miss. Ids are 16
  * bits wide; 0 is never one.
  */
 #pragma once
