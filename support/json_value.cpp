@@ -178,7 +178,11 @@ void json_value::refuse_unknown(std::string_view known) const {
 }
 
 json_value json_value::member(std::string_view name, const ordered_json &value) const {
-    return {source, fmt::format("{}{}{}", path, path.empty() ? "" : ".", name), value};
+    // A site has hundreds of thousands of members, whose paths nobody looks at.
+    std::string path_of_member;
+    path_of_member.reserve(path.size() + 1 + name.size());
+    path_of_member.append(path).append(path.empty() ? "" : ".").append(name);
+    return {source, std::move(path_of_member), value};
 }
 
 const ordered_json *json_value::find(std::string_view name) const {

@@ -16,6 +16,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <nlohmann/json.hpp>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -105,6 +106,7 @@ class running_gateway {
             options.trace_soon = [trace](std::string_view line) { trace->write_soon(line); };
         }
         gateway::open(std::move(options));
+        malloc_trim(0); // a large site has left much behind
     }
     running_gateway(const running_gateway &) = delete;
     running_gateway &operator=(const running_gateway &) = delete;

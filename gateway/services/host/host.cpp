@@ -53,6 +53,7 @@ void open_parts(open_options &&options) {
     store_was_new = the_store().is_new();
     if (store_was_new) {
         the_store().begin_life(options.initial_site);
+        options.initial_site = {};
     } else {
         the_store().update_schema();
     }
@@ -64,6 +65,7 @@ void open_parts(open_options &&options) {
     calls_init(options.faults, std::move(options.trace), std::move(options.trace_soon));
     network_init(std::move(options.address));
     records_init(stored, own_dps.empty() ? std::string(no_data_points) : own_dps);
+    the_store().load_devices(list_device);
     products_init(stored.products);
     joining_init(std::move(stored.joining));
     load_linkage();

@@ -111,9 +111,6 @@ void records_init(const site &stored, const std::string &own_dps) {
     own.state = DEV_STATE_BOUND;
     own.online = 1;
     own.dps = own_dps;
-    for (const site_device &from : stored.devices) {
-        list_device(from);
-    }
 }
 
 void records_shutdown() {

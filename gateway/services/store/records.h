@@ -58,7 +58,7 @@ std::atomic<uint8_t> &extended_state();
 kelo_mutex_t change_mutex();
 
 /**
- * Creates the mutexes and makes the records.
+ * Creates the mutexes and makes the gateway's record. The list has no device yet.
  *
  * @param own_dps  data points of the gateway's own device
  */

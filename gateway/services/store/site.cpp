@@ -105,10 +105,15 @@ template <typename Device>
 void check_devices(const std::vector<Device> &devices, const product_table &products,
                    const std::string &list) {
     for (std::size_t i = 0; i < devices.size(); ++i) {
-        const field_value *pid = devices[i].find("pid");
+        const field_value *value = devices[i].find("pid");
+        const std::string_view pid =
+            value != nullptr ? std::get<std::string>(*value) : std::string_view();
+        if (!products.contains(pid)) {
+            continue; // takes any values
+        }
         try {
-            check_product_values(products, pid != nullptr ? std::get<std::string>(*pid) : "",
-                                 nlohmann::ordered_json::parse(devices[i].dps), setter::device);
+            check_product_values(products, pid, nlohmann::ordered_json::parse(devices[i].dps),
+                                 setter::device);
         } catch (const refused &error) {
             throw usage_error(fmt::format("{}[{}].dps: {}", list, i, error.what()));
         }

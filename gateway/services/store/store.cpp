@@ -135,6 +135,21 @@ constexpr const char *schema_version_query = "PRAGMA user_version";
 
 std::unique_ptr<store> open_store;
 
+/** What a device's row begins with. */
+std::string device_columns() {
+    return field_names(device_fields()) + ", dps";
+}
+
+/** Binds what a device's row begins with; the last place that was bound. */
+int bind_device(statement &row, const site_device &device) {
+    int place = 0;
+    for (const field &of : device_fields()) {
+        row.bind(++place, device.find(of.name));
+    }
+    row.bind(++place, device.dps);
+    return place;
+}
+
 /** Reads the fields of a device out of a row that begins with them and its data points. */
 void read_device_row(const statement &row, site_device &device) {
     int column = 0;
@@ -181,6 +196,10 @@ statement &statement::bind(int place, const field_value &value) {
         return bind(place, *number);
     }
     return bind(place, std::string_view(std::get<std::string>(value)));
+}
+
+statement &statement::bind(int place, const field_value *value) {
+    return value != nullptr ? bind(place, *value) : check(sqlite3_bind_null(statement_, place));
 }
 
 statement &statement::bind(int place, int64_t number) {
@@ -279,11 +298,15 @@ void store::begin_life(const site &first) {
     for (const field_setting &setting : first.gateway) {
         set_gateway_field(*setting.of, setting.value);
     }
+    statement add = insertion_into("device");
     for (const site_device &device : first.devices) {
-        add_device(device);
+        bind_device(add, device);
+        add.run();
     }
+    statement add_joining = insertion_into("joining", {"join_after_ms"});
     for (const joining_device &device : first.joining) {
-        insert_device("joining", device, &device.join_after_ms);
+        add_joining.bind(bind_device(add_joining, device) + 1, int64_t{device.join_after_ms});
+        add_joining.run();
     }
     if (!first.products.empty()) {
         set_setting(products_setting, first.products);
@@ -309,14 +332,8 @@ site store::load() {
         }
     }
     check_settings(stored.gateway);
-    const std::string columns = field_names(device_fields()) + ", dps";
-    statement devices = prepare("SELECT " + columns + " FROM device ORDER BY position");
-    while (devices.next()) {
-        read_device_row(devices, stored.devices.emplace_back());
-        check_settings(stored.devices.back().fields);
-    }
-    statement joining =
-        prepare("SELECT " + columns + ", join_after_ms FROM joining ORDER BY position");
+    statement joining = prepare(
+        fmt::format("SELECT {}, join_after_ms FROM joining ORDER BY position", device_columns()));
     while (joining.next()) {
         joining_device &device = stored.joining.emplace_back();
         read_device_row(joining, device);
@@ -333,33 +350,34 @@ void store::set_gateway_field(const field &of, const field_value &value) {
         value);
 }
 
-void store::add_device(const site_device &device) {
-    insert_device("device", device);
+void store::load_devices(const std::function<void(const site_device &device)> &take) {
+    statement rows =
+        prepare(fmt::format("SELECT {} FROM device ORDER BY position", device_columns()));
+    site_device device;
+    while (rows.next()) {
+        device.fields.clear();
+        read_device_row(rows, device);
+        check_settings(device.fields);
+        take(device);
+    }
 }
 
-void store::insert_device(const char *table, const site_device &device,
-                          const uint32_t *join_after_ms) {
-    std::string columns = "dps";
+void store::add_device(const site_device &device) {
+    statement add = insertion_into("device");
+    bind_device(add, device);
+    add.run();
+}
+
+statement store::insertion_into(const char *table, std::initializer_list<const char *> more) {
+    std::string columns = device_columns();
     std::string places = "?";
-    std::vector<field_value> values{device.dps};
-    const auto add = [&](const char *column, const field_value &value) {
-        columns += fmt::format(", {}", column);
+    for (std::size_t i = 0; i < device_fields().size() + more.size(); ++i) {
         places += ", ?";
-        values.push_back(value);
-    };
-    for (const field_setting &setting : device.fields) {
-        add(setting.of->name, setting.value);
     }
-    if (join_after_ms != nullptr) {
-        add("join_after_ms", int64_t{*join_after_ms});
+    for (const char *column : more) {
+        columns += fmt::format(", {}", column);
     }
-    statement insert =
-        prepare(fmt::format("INSERT INTO {}({}) VALUES({})", table, columns, places));
-    int place = 0;
-    for (const field_value &value : values) {
-        insert.bind(++place, value);
-    }
-    insert.run();
+    return prepare(fmt::format("INSERT INTO {}({}) VALUES({})", table, columns, places));
 }
 
 void store::set_device_field(std::string_view dev_id, const field &of, const field_value &value) {

@@ -9,6 +9,8 @@
 #include "gateway_services/site.h"
 
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -35,6 +37,8 @@ class statement {
         return bind(place, std::string_view(text));
     }
     statement &bind(int place, const field_value &value);
+    /** @param value  null: no value */
+    statement &bind(int place, const field_value *value);
     /**
      * Fetches the next row.
      *
@@ -72,8 +76,10 @@ class store {
     void begin_life(const site &first);
     /** Migrates a database of an older version, all or nothing. */
     void update_schema();
-    /** Reads everything back; throws refused for an invalid value. */
+    /** Reads everything back but the devices; throws refused for an invalid value. */
     site load();
+    /** Reads the devices back, one after the other, since there may be very many. */
+    void load_devices(const std::function<void(const site_device &device)> &take);
 
     void set_gateway_field(const field &of, const field_value &value);
     /** Adds a device at the end of the list. */
@@ -115,8 +121,8 @@ class store {
     };
 
     void run_schema_steps();
-    void insert_device(const char *table, const site_device &device,
-                       const uint32_t *join_after_ms = nullptr);
+    /** @param more  columns behind those of every device */
+    statement insertion_into(const char *table, std::initializer_list<const char *> more = {});
 
     std::unique_ptr<sqlite3, closer> database_;
 };
