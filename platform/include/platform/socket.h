@@ -87,8 +87,8 @@ int32_t kelo_hal_net_fd_isset(int32_t descriptor, const kelo_fd_set_t *set);
  * @param exception_set     ready when urgent data has come; or null
  * @param milliseconds      longest wait
  * @return the number of members left in all sets; 0 when the time is over; negative on failure: a
- *     watched descriptor is unknown or was closed meanwhile, or the calling thread was told to stop.
- *     When a member is ready on a thread that was told to stop, a port may answer either way
+ *     watched descriptor is unknown or was closed meanwhile, or the calling thread was told to
+ *     stop. When a member is ready on a thread that was told to stop, a port may answer either way
  */
 int32_t kelo_hal_net_select(int32_t descriptor_count, kelo_fd_set_t *read_set,
                             kelo_fd_set_t *write_set, kelo_fd_set_t *exception_set,
