@@ -13,6 +13,7 @@ set(engr_test_environment
     "ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1"
     "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"
     "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${tsan_suppressions}"
+    "XDG_CONFIG_HOME=/nonexistent" # a tester's own files stay out
     "ENGR_BIN_DIR=${PROJECT_BINARY_DIR}/bin")
 
 # Runs a command in a network namespace of its own; ends with 77, which means skipped, where it may not make one.

@@ -67,7 +67,7 @@ std::string piece_requests::next(std::string_view payload, piece_request &wanted
     if (!fault.empty()) {
         return fault + ": " + std::string(payload.substr(0, shown_bytes));
     }
-    return wants_too_much(wanted) ? "asks for the same pieces again and again" : "";
+    return wants_too_much(wanted) ? "keeps requesting the same pieces" : "";
 }
 
 void piece_requests::sent(const piece_request &wanted, uint64_t bytes) {

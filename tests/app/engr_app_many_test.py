@@ -58,11 +58,11 @@ class ManyGatewaysTest(unittest.TestCase):
             self.assertEqual(out.count("GATEWAY\t"), 1 if lines and "\t" in lines[0] else 0, "one table")
         self.assertIn(f"{second}: ", err)
         self.assertIn("2 of 2 gateway(s) failed", err)
-        code, out, _ = run("online", *good, "--gateway", closed, "--json")
+        code, out, _ = run("devices", *good, "--gateway", closed, "--json")
         self.assertEqual(code, 1)
         told = json.loads(out)
         self.assertEqual([(one["gateway"], one["exit"]) for one in told], [(first, 0), (second, 0), (closed, 1)])
-        self.assertEqual(told[1]["result"], {"online": [], "offline": ["c3"]})
+        self.assertEqual(told[1]["result"], [{"cid": "c3", "pid": "p|1", "online": False}])
         self.assertEqual(told[2]["error"]["kind"], "refused")
 
     def test_verbs_that_concern_no_gateway_refuse_several(self):

@@ -62,20 +62,20 @@ class OneGatewayTest(unittest.TestCase):
         for arguments, wanted, word in [
                 (["devices"], "timed_out", "busy"), (["raw", "FRM_NOP"], "timed_out", "stayed silent"),
                 (["raw", "FRM_TP_CMD", "[]"], "not_accepted", "did not accept the command"),
-                (["dp", "set", "a1", "1=1"], "not_accepted", "did not accept the command"),
+                (["dp", "set", "a1", "1=1", "--force"], "not_accepted", "did not accept the command"),
                 (["raw", "FRM_GRP_OPER", "{}"], "timed_out", "accepts this type in silence")]:
             kind, message = self.failing(silent, *arguments, "--timeout", "0.05")
             self.assertEqual(kind, wanted, f"{arguments}: {message}")
             self.assertIn(word, message)
         with socket.create_server(("127.0.0.1", 0)) as listener:
             closed = "127.0.0.1:%d" % listener.getsockname()[1]
-        code, out, _ = run("keepalive", "--gateway", closed, "--json")
+        code, out, _ = run("ping", "--gateway", closed, "--json")
         self.assertEqual((code, json.loads(out)["error"]["kind"]), (1, "refused"))
 
     def test_each_verb_says_after_a_refusal_what_to_do_next(self):
         refusing = answering({kind: (1, b"malloc error") for kind in (FRM_DEV_LIST, FRM_DEV_LINE_STAT,
                                                                       FRM_CHK_SOFT_VER, FRM_GET_CHANNEL)})
-        for verb in (["devices"], ["online"], ["watch"], ["channel", "get"], ["unbind", "a1"], ["site", "report"]):
+        for verb in (["devices"], ["watch"], ["channel", "get"], ["unbind", "a1"], ["site", "report"]):
             kind, message = self.failing(refusing, *verb)
             self.assertEqual(kind, "refused_by_gateway", verb)
             self.assertIn("malloc error; it is out of memory", message, verb)
@@ -86,8 +86,9 @@ class OneGatewayTest(unittest.TestCase):
         self.assertEqual((code, out), (0, "CID\tPID\tSTATE\na\\x1b[2J1\tp1\t-\nb2\tp2\tonline\n"), err)
         code, out, _ = run("devices", "--gateway", gateway, "--json")
         self.assertEqual(json.loads(out)[1], {"cid": "b2", "pid": "p2", "online": True})
-        nobody = Gateway(answering({FRM_DEV_LINE_STAT: (1, b"online_dev or offline_dev is null")})).name
-        self.assertEqual(json.loads(run("online", "--gateway", nobody, "--json")[1]), {"online": [], "offline": []})
+        nobody = Gateway(answering({FRM_DEV_LIST: (0, b'{"products":[]}'),
+                                    FRM_DEV_LINE_STAT: (1, b"online_dev or offline_dev is null")})).name
+        self.assertEqual(json.loads(run("devices", "--gateway", nobody, "--json")[1]), [])
 
     def test_info_by_address_says_that_connection_and_key_are_right(self):
         code, out, err = run("info", "--gateway", Gateway(DEVICES).name, "--json")
@@ -125,11 +126,11 @@ class OneGatewayTest(unittest.TestCase):
                 ret, said = (0, b"") if known[-1] else (1, b"parse data error")
                 connection.sendall(frame(number, kind, ret, encrypt(KEYS[3], said) if said else b""))
         environment = {"ENGR_LOCAL_KEY": LOCAL_KEY, "ENGR_TOKEN": "hush"}
-        kind, message = self.failing(deactivated, "token", environment=environment)
+        kind, message = self.failing(deactivated, "token", "set", environment=environment)
         self.assertEqual((kind, known), ("deactivated", [False]), "a token must not be read with the built-in key")
         self.assertIn("--accept-deactivated", message)
         known.clear()
-        code, _, err = run("token", "--gateway", Gateway(deactivated).name, "--accept-deactivated",
+        code, _, err = run("token", "set", "--gateway", Gateway(deactivated).name, "--accept-deactivated",
                            environment=environment)
         self.assertEqual((code, known), (0, [False, True]), err)
 
@@ -140,7 +141,7 @@ class OneGatewayTest(unittest.TestCase):
             for number, kind, _ in requests(connection):
                 kinds.append(kind)
                 connection.sendall(frame(number, kind, 0, encrypt(LOCAL_KEY.encode(), b'{"channel":15}')))
-        for verb in (["token", "hush"], ["wifi", "net", "--open"], ["raw", "12", '{"token":"hush"}']):
+        for verb in (["token", "set", "hush"], ["wifi", "net", "--open"], ["raw", "12", '{"token":"hush"}']):
             kind, message = self.failing(activated, *verb)
             self.assertEqual((kind, kinds), ("wrong_key", [253]), verb)
             self.assertIn("--local-key", message)
@@ -159,7 +160,7 @@ class OneGatewayTest(unittest.TestCase):
         code, out, err = run("watch", "--count", "2", "--json", "--gateway", Gateway(serve).name)
         self.assertEqual(code, 0, err)
         self.assertEqual([json.loads(line)["payload"]["dps"]["1"] for line in out.splitlines()], [True, False])
-        self.assertRegex(err, "(?s)lost the connection.*connected again")
+        self.assertRegex(err, "(?s)lost the connection.*reconnected")
 
 
 class DiscoveryTest(unittest.TestCase):
@@ -182,7 +183,7 @@ class DiscoveryTest(unittest.TestCase):
             code, _, err = run("devices", "--gateway", second)
             self.assertEqual(code, 1)
             self.assertIn("is activated: give its local key", err)
-            self.assertEqual(run("keepalive", "--gateway", second)[0], 0, "needs no key")
+            self.assertEqual(run("ping", "-c", "1", "--gateway", second)[0], 0, "needs no key")
             code, _, err = run("devices", "--gateway", "gw-unknown", "--timeout", "1")
             self.assertEqual(code, 1)
             self.assertIn(first, err, "what was found instead is listed")

@@ -264,7 +264,7 @@ class UpgradeTest(unittest.TestCase):
                 ([ask(0, 3001)], "not in the image"), ([ask(-1, 5)], "no request"), (["{}"], "no request"),
                 ([ask(1000, 1000)], "without having got the one before"), ([ask(3000, 0)], "without having got"),
                 ([ask(0, 1000), ask(1000, 0)], "before the end of the image that it has all"),
-                ([ask(0, 1000)] + [ask(1000, 1000), ask(0, 1000)] * 600, "the same pieces again and again")]:
+                ([ask(0, 1000)] + [ask(1000, 1000), ask(0, 1000)] * 600, "keeps requesting the same pieces")]:
             with self.subTest(word):
                 code, out, err = self.lie(*payloads)
                 self.assertEqual((code, out), (1, ""), err)

@@ -9,7 +9,8 @@ import tempfile
 import unittest
 
 from fake_gateway import APP, KEYS, Gateway, encrypt, frame, requests, run
-from lan_codec import (FRM_COM_SCENE_EXEC, FRM_DEL_SUB_DEV, FRM_DEV_LIST, FRM_DOWNLOAD_APP_CFG, FRM_DOWNLOAD_CLOUD_CFG,
+from lan_codec import (FRM_COM_SCENE_EXEC, FRM_DEL_SUB_DEV, FRM_DEV_LINE_STAT, FRM_DEV_LIST, FRM_DOWNLOAD_APP_CFG,
+                       FRM_DOWNLOAD_CLOUD_CFG,
                        FRM_DP_QUERY, FRM_DP_REPORT, FRM_GET_CHANNEL, FRM_GET_LOG, FRM_GRP_EXEC, FRM_GRP_OPER,
                        FRM_GW_UNACTIVE, FRM_LOCAL_DP_QUERY, FRM_PERMIT_JOIN, FRM_READ_APP_CFG, FRM_SCENE_CMD,
                        FRM_SCENE_LINKAGE, FRM_SCENE_OPER, FRM_SCENE_PANEL, FRM_SET_CHANNEL, FRM_SUB_DEV_BIND_RPT,
@@ -31,6 +32,12 @@ def segment(number, count, at, text):
 
 # Asked before a secret goes out under the built-in key.
 KEY_SHOWN = (FRM_GET_CHANNEL, None, (0, '{"channel":15}'))
+
+
+def known(data_points="{}", offline=()):
+    """What dp set asks first: the device's data points, and who is offline."""
+    return [(FRM_LOCAL_DP_QUERY, {"cid": "a1"}, (0, '{"cid":"a1","dps":%s}' % data_points)),
+            (FRM_DEV_LINE_STAT, None, (0, json.dumps({"offline": list(offline)})))]
 
 
 class Script:
@@ -97,37 +104,53 @@ class VerbsTest(unittest.TestCase):
                 (["dp", "get"], [(FRM_LOCAL_DP_QUERY, {}, (1, "json obj data unvalid"))], 1,
                  "name a device behind the command"),
                 (["dp", "set", "a1", "1=true", "2=-5", "3=1x", '4="5"'],
-                 [(FRM_TP_CMD, {"cid": "a1", "dps": {"1": True, "2": -5, "3": "1x", "4": "5"}},
+                 [*known('{"1":false,"2":0}'),
+                  (FRM_TP_CMD, {"cid": "a1", "dps": {"1": True, "2": -5, "3": "1x", "4": "5"}},
                    (FRM_DP_REPORT, 0, '{"cid":"b","dps":{"1":1}}'), (FRM_DP_REPORT, 0, CHANGED), (0, ""))], 0,
-                   "reports 1 = true"),
+                   "accepted the command; it now reports 1 = true"),
                 (["dp", "set", "a1", "--json-dps", '{"1":true}', "--timeout", "0.3"],
-                 [(FRM_TP_CMD, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command",
-                 "see engr_app online"),
+                 [*known(), (FRM_TP_CMD, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command",
+                 "see engr_app devices"),
+                (["dp", "set", "a1", "1=on"], known('{"1":true}'), 2,
+                 'data point 1 is true or false (true), but "on" is a text; write 1=true'),
+                (["dp", "set", "a1", "1=7"], known('{"1":"6"}'), 2, "write 1='\"7\"'"),
+                (["dp", "set", "a1", "1=on", "--force"],
+                 [(FRM_TP_CMD, {"cid": "a1", "dps": {"1": "on"}}, (FRM_DP_REPORT, 0, CHANGED), (0, ""))], 0,
+                 "now reports"),
+                (["dp", "set", "a1", "9=off"],
+                 [*known(), (FRM_TP_CMD, {"cid": "a1", "dps": {"9": "off"}},
+                             (FRM_DP_REPORT, 0, '{"cid":"a1","dps":{"9":0}}'), (0, ""))], 0,
+                 'gets the text "off"; for a switch write 9=false'),
+                (["dp", "set", "a1", "1=true"], known(offline=["a1"]), 1, "device a1 is offline, so nothing was sent"),
+                (["dp", "set", "nosuch", "1=true"],
+                 [(FRM_LOCAL_DP_QUERY, {"cid": "nosuch"}, (1, "devid not found")),
+                  (FRM_DEV_LINE_STAT, None, (0, "{}"))],
+                 1, "engr_app devices lists the devices"),
                 (["dp", "query", "a1", "1"],
                  [(FRM_DP_QUERY, {"cid": "a1", "dpId": 1}, (0, ""), (FRM_DP_REPORT, 0, CHANGED))], 0, "1\ttrue"),
                 (["dp", "query", "", "1", "2", "--json"],
                  [(FRM_LOCAL_DP_QUERY, {}, (0, '{"cid":"gw","dps":{"1":0}}')),
                   (FRM_DP_QUERY, {"dpId": [1, 2]}, (FRM_DP_REPORT, 0, '{"cid":"b","dps":{"1":1,"2":9}}'),
                    (FRM_DP_REPORT, 0, '{"cid":"gw","dps":{"1":1,"2":3}}'), (0, ""))], 0, '"2": 3'),
-                (["group", "oper", "add", "g", "a1"], [(FRM_GRP_OPER, {"gid": "g", "op": "add", "cids": ["a1"]},
+                (["group", "add", "g", "a1"], [(FRM_GRP_OPER, {"gid": "g", "op": "add", "cids": ["a1"]},
                                                        (FRM_GRP_OPER, 1, '{"gid":"h","op":"add"}'),
                                                        (FRM_GRP_OPER, 0, MEMBERS))], 0,
-                 "group g now has 2 device(s): a1, b2"),
-                (["group", "oper", "delete", "g"],
+                 "group g now has 2 devices: a1, b2"),
+                (["group", "delete", "g"],
                  [(FRM_GRP_OPER, {"gid": "g", "op": "delete"},
                    (FRM_GRP_OPER, 1, '{"gid":"g","op":"delete","reason":"no such group"}'))], 1,
                    "answered: no such group"),
-                (["group", "oper", "remove", "g", "a1"],
+                (["group", "remove", "g", "a1"],
                  [(FRM_GRP_OPER, {"gid": "g", "op": "remove", "cids": ["a1"]}, (1, "group oper failed"))], 1,
                  "check the ids"),
-                (["group", "exec", "g", "1=true"], [(FRM_GRP_EXEC, {"gid": "g", "dps": {"1": True}}, (0, ""))], 0,
-                 "took the command"),
-                (["scene", "exec", "s"], [(FRM_COM_SCENE_EXEC, {"sceneId": "s"}, (0, ""))], 0, "was told to run"),
+                (["group", "set", "g", "1=true"], [(FRM_GRP_EXEC, {"gid": "g", "dps": {"1": True}}, (0, ""))], 0,
+                 "accepted the command"),
+                (["linkage", "run", "s"], [(FRM_COM_SCENE_EXEC, {"sceneId": "s"}, (0, ""))], 0, "was told to run"),
                 (["scene", "run", "g", "s"], [(FRM_SCENE_CMD, {"sid": "s", "gid": "g"}, (1, "scene execute error"))], 1,
-                 "scene oper save"),
-                (["scene", "sync", scenes], [(FRM_SCENE_LINKAGE, {**SCENES, "totalCount": 1}, (0, ""))], 0,
-                 "1 linkage scene(s)"),
-                (["scene", "oper", "save", "g", "s", actions],
+                 "scene save"),
+                (["linkage", "sync", scenes], [(FRM_SCENE_LINKAGE, {**SCENES, "totalCount": 1}, (0, ""))], 0,
+                 "1 linkage scene modified"),
+                (["scene", "save", "g", "s", actions],
                  [(FRM_SCENE_OPER, {"sid": "s", "gid": "g", "op": "save", "actions": ACTIONS},
                    (FRM_SCENE_OPER, 0, '{"sid":"s","gid":"g","op":"save"}'))], 0, "scene s of group g was saved"),
                 (["scene", "panel", "a1", buttons],
@@ -135,8 +158,11 @@ class VerbsTest(unittest.TestCase):
                    (1, '{"cid":"a1","reason":"set panel cmd error"}'))], 1,
                  "set panel cmd error; check the panel"),
                 (["bind", products], [(FRM_USER_BIND_REQ_ENGR, {"products": PRODUCTS}, (0, channel))], 0,
-                 "1 device(s) are bound",
+                 "1 device is bound",
                  "channel 15"),
+                (["bind", "a1:p", "00:1b:b2:q"],
+                 [(FRM_USER_BIND_REQ_ENGR, {"products": [*PRODUCTS, {"cid": "00:1b:b2", "pid": "q"}]}, (0, channel))],
+                 0, "2 devices are bound"),
                 (["unbind", "a1", "b2"], [(FRM_DEV_LIST, None, (0, BOUND)), (FRM_DEL_SUB_DEV, {"cid": "a1"}, (0, "{}")),
                                           (FRM_DEL_SUB_DEV, {"cid": "b2"}, (0, "{}")),
                                           (FRM_DEV_LIST, None, (0, '{"products":[]}'))], 1,
@@ -144,8 +170,8 @@ class VerbsTest(unittest.TestCase):
                 (["unbind", "a1"],
                  [(FRM_DEV_LIST, None, (0, BOUND)), (FRM_DEL_SUB_DEV, {"cid": "a1"}, (0, "{}")),
                   (FRM_DEV_LIST, None, (0, BOUND))], 1, "still bound"),
-                (["token", "t0"], [KEY_SHOWN, (FRM_TOKEN_BIND, token, (0, ""))], 0, "token is bound"),
-                (["token", "--token-file", self.file("t0\n", "token")],
+                (["token", "set", "t0"], [KEY_SHOWN, (FRM_TOKEN_BIND, token, (0, ""))], 0, "token is bound"),
+                (["token", "set", "--token-file", self.file("t0\n", "token")],
                  [KEY_SHOWN, (FRM_TOKEN_BIND, token, (1, "inner process failed"))], 1, "does not take this token"),
                 (["join", "open", "--detach", "--seconds", "9", "--kind", "1"],
                  [(FRM_PERMIT_JOIN, {"type": 1, "time": 9}, (0, ""))], 0, "open on gateway"),
@@ -161,10 +187,32 @@ class VerbsTest(unittest.TestCase):
                 (["config", "push", "cloud", self.file("}" * 9000, "cloud")],
                  [(FRM_DOWNLOAD_CLOUD_CFG, "}" * 9000, (0, ""))], 0,
                  "ends engineering"),
-                (["config", "pull"], [(FRM_READ_APP_CFG, None, (0, "as it is\n"))], 0, "as it is\n"),
+                (["config", "pull", "app"], [(FRM_READ_APP_CFG, None, (0, "as it is\n"))], 0, "as it is\n"),
                 (["deactivate", "--yes"], [(FRM_GW_UNACTIVE, None, (0, ""))], 0, "leave out --local-key"),
                 (["log"], [(FRM_GET_LOG, None, (1, "read log error"))], 1, "removed once it was fetched")]:
             self.check(arguments, exchanges, code, *words)
+
+    def test_the_installers_names_are_shown_and_stand_for_ids(self):
+        names = self.file({"devices": {"a1": {"name": "ceiling", "room": "hall"}, "b2": "door", "c3": "door"},
+                           "products": {"p": {"1": "switch"}}}, "names.json")
+        products = '{"products":[{"cid":"a1","pid":"p"},{"cid":"d4","pid":"q"}]}'
+        listed = [(FRM_DEV_LIST, None, (0, products))]
+        state = (FRM_DEV_LINE_STAT, None, (0, '{"online":["a1"],"offline":["d4"]}'))
+        for arguments, exchanges, code, *words in [
+                (["devices", "--sort", "room"], [*listed, state], 0,
+                 "CID\tNAME\tROOM\tPID\tSTATE\nd4\t-\t-\tq\toffline\na1\tceiling\thall\tp\tonline\n"),
+                (["devices", "--filter", "name=CEIL", "--fields", "state,cid", "--csv"], [*listed, state], 0,
+                 "STATE,CID\nonline,a1\n"),
+                (["devices", "--json"], [*listed, state], 0, '"room": "hall"', '"name": null'),
+                (["dp", "get", "ceiling", "--no-header"],
+                 [*listed, (FRM_LOCAL_DP_QUERY, {"cid": "a1"}, (0, '{"cid":"a1","dps":{"1":true,"2":5}}'))], 0,
+                 "1\tswitch\ttrue\n2\t-\t5\n"),
+                (["dp", "set", "ceiling", "switch=true"],
+                 [*listed, *known(), (FRM_TP_CMD, {"cid": "a1", "dps": {"1": True}}, (FRM_DP_REPORT, 0, CHANGED),
+                                      (0, ""))], 0, "device ceiling (a1) accepted the command"),
+                (["unbind", "door"], [], 2, "2 devices of", "give the device's id")]:
+            self.check([*arguments, "--names", names], exchanges, code, *words)
+        self.check(["devices", "--names", self.file({"devices": 7}, "bad")], [], 2, "bad: devices: is number")
 
     def test_what_can_not_be_right_is_refused_before_anything_is_sent(self):
         big = self.file("x" * 2098136, "big")
@@ -177,21 +225,26 @@ class VerbsTest(unittest.TestCase):
         for arguments, word in [
                 (["wifi", b"net\xff", "--open"], "UTF-8"),
                 (["dp"], "subcommand"), (["dp", "set", "a1"], "DP=VALUE"), (["dp", "set", "a1", "0=1"], "1 to 255"),
-                (["dp", "set", "a1", "1=1", "1=2"], "twice"),
+                (["dp", "set", "a1", "1=1", "1=2"], "twice"), (["dp", "set", "a1", "1="], "no value"),
+                (["bind", "a1:p", "a1:q"], "twice"), (["bind", "a1:p", "b"], "CID:PID"),
+                (["devices", "--sort", "size"], "unknown column size"),
+                (["devices", "--filter", "state"], "COLUMN=TEXT"),
+                (["devices", "--csv", "--json"], "--json"),
                 (["dp", "set", "a1", "--json-dps", '{"1":[]}'], "data point 1"),
-                (["group", "oper", "add", "g"], "at least one device"), (["group", "oper", "grow", "g"], "OPERATION"),
-                (["channel", "set", "27"], "--force"), (["token", "t" * 65], "1 to 64"), (["deactivate"], "--yes"),
+                (["group", "add", "g"], "CID"),
+                (["channel", "set", "27"], "--force"), (["token", "set", "t" * 65], "1 to 64"),
+                (["deactivate"], "--yes"),
                 (["config", "push", "app", big], "2098135"), (["config", "push", "app", "/no/file"], "/no/file"),
                 (["config", "push", "app", self.file("a\0b", "zero")], "byte 2 is zero"),
                 (["config", "push", "app", self.file("{} ;", "open")], "does not end with }"),
-                (["log", "/no/directory/file"], "/no/directory/file"), (["log", "/dev/null"], "no ordinary file"),
+                (["log", "/no/directory/file"], "/no/directory/file"), (["log", "/dev/null"], "not a regular file"),
                 *faulty(["bind"], ('{"products":\n [}', "line 2, column 3"), ("7", "is number, expected an object"),
                         ({}, "has no products"),
                         ([{"cid": "a" * 26, "pid": "p"}], "products[0].cid: has 26 bytes; it may have 1 to 25"),
                         ([{"cid": "a 1", "pid": "p"}], "products[0].cid: expected printable"),
                         ([{"cid": "a1"}], "products[0]: has no pid"),
                         (PRODUCTS * 2, "products[1].cid: 'a1' is given twice")),
-                *faulty(["scene", "sync"], ({**SCENES, "totalCount": 2}, "totalCount: is 2; it may be 1 to 1"),
+                *faulty(["linkage", "sync"], ({**SCENES, "totalCount": 2}, "totalCount: is 2; it may be 1 to 1"),
                         ({**SCENES, "gmtModified": 1 << 33}, "gmtModified: is 8589934592; it may be 1 to 2147483647"),
                         ([{"sceneId": "s", "actions": [{"cid": "a1", "dps": {"0": 1}}]}],
                          "scenes[0].actions[0].dps: '0' is not a data-point number"),
@@ -224,7 +277,7 @@ class VerbsTest(unittest.TestCase):
             opened.send_signal(signal.SIGINT)
             out, err = opened.communicate(timeout=60)
         self.assertEqual((opened.returncode, script.left, script.faults), (0, [], []), err)
-        self.assertIn(b"1 device(s) joined; joining is closed, as you asked", out)
+        self.assertIn(b"1 device joined; joining is closed, as you asked", out)
 
     def test_a_password_is_never_shown(self):
         asked = (FRM_WIFI_MODIFY, {"ssid": "net", "passwd": SECRET}, (0, ""))

@@ -1,9 +1,11 @@
 // What people and scripts get to see of text that came from the network.
 #include "base/escape.h"
+#include "base/failure.h"
 #include "base/json_text.h"
 #include "gateway/format.h"
 #include "lan_client/frame_types.h"
 #include "terminal/progress_bar.h"
+#include "terminal/table.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -96,6 +98,54 @@ TEST(reports, become_sentences) {
     }
     EXPECT_EQ(format_report({.type = frame_type::dp_report, .readable = false}),
               "FRM_DP_REPORT (8) that can't be decrypted with the key at hand");
+}
+
+TEST(table, gives_way_from_the_right_but_never_in_the_state) {
+    const table devices{
+        {"CID", "PID", "STATE"},
+        {{"a4c1380001000001", "zbswitch2gang001", "offline"}, {"\x1b[2J", "p", "-"}}};
+    const struct {
+        table_view view;
+        std::size_t columns;
+        bool colour;
+        const char *text;
+    } cases[] = {
+        {{},
+         80,
+         false,
+         "CID               PID               STATE\n"
+         "a4c1380001000001  zbswitch2gang001  offline\n"
+         "\\x1b[2J           p                 -\n"},
+        {{},
+         40,
+         false,
+         "CID               PID            STATE\n"
+         "a4c1380001000001  zbswitch2gan…  offline\n"
+         "\\x1b[2J           p              -\n"},
+        {{},
+         10,
+         false,
+         "CID       PID       STATE\n"
+         "a4c1380…  zbswitc…  offline\n"
+         "\\x1b[2J   p         -\n"},
+        {{.filters = {{"pid", "ZB"}}, .header = false},
+         80,
+         true,
+         "a4c1380001000001  zbswitch2gang001  \x1b[31moffline\x1b[0m\n"},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(table_for_terminal(apply(one.view, devices), one.view, one.columns, one.colour),
+                  one.text);
+    }
+}
+
+TEST(table, is_sorted_by_numbers_and_quoted_where_csv_needs_it) {
+    const table points{{"DP", "VALUE"}, {{"10", "a,\"b\""}, {"9", "x\ny"}, {"9", "z"}}};
+    const table_view view{.fields = {"value", "dp"}, .sort_by = "dp", .csv = true};
+    EXPECT_EQ(table_text(apply(view, points), view),
+              "VALUE,DP\n\"x\ny\",9\nz,9\n\"a,\"\"b\"\"\",10\n");
+    EXPECT_EQ(table_text(points, {}), "DP\tVALUE\n10\ta,\"b\"\n9\tx\\ny\n9\tz\n");
+    EXPECT_THROW(apply({.sort_by = "size"}, points), failure);
 }
 
 TEST(progress_bar, shows_what_is_known_and_never_fills_the_last_column) {

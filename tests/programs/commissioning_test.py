@@ -111,11 +111,10 @@ class Commissioning(unittest.TestCase):
                 return json.loads(done.stdout)
             busy = threading.Thread(target=lambda: [app("devices") for _ in range(3)])
             busy.start()
-            self.assertIn("round_trip_ms", app("keepalive"))
+            self.assertEqual(app("ping", "-c", "2", "-i", "0")["answered"], 2)
             busy.join()
-            self.assertEqual([one["cid"] for one in app("devices")], [one["dev_id"] for one in devices])
-            online = app("online")
-            self.assertEqual((len(online["online"]), len(online["offline"])), (5_000, 5_000))
+            self.assertEqual([(one["cid"], one["online"]) for one in app("devices")],
+                             [(one["dev_id"], one["online"] == 1) for one in devices])
 
 
 if __name__ == "__main__":

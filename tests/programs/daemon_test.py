@@ -89,7 +89,7 @@ class SiteTest(unittest.TestCase):
                 gateway.stop(signal.SIGKILL)
                 pushed = int((client.communicate(timeout=PATIENCE_S)[0].split() or [pushed])[-1])
                 gateway.start()
-                kept = json.loads(gateway.run_app("config", "pull").stdout)["n"]
+                kept = json.loads(gateway.run_app("config", "pull", "app").stdout)["n"]
                 self.assertIn(kept, (pushed, pushed + 1), "last acknowledged, or the one under way")
                 pushed = kept
 
@@ -186,7 +186,7 @@ class StartTest(unittest.TestCase):
         with Gateway(site=ONE_DEVICE) as gateway:
             os.mkfifo(os.path.join(gateway.data_dir, "app.config"))
             self.assertEqual(gateway.run_app("config", "push", "app", "-", text="{}").returncode, 0)
-            self.assertEqual(gateway.run_app("config", "pull").stdout, "{}\n")
+            self.assertEqual(gateway.run_app("config", "pull", "app").stdout, "{}\n")
 
     def test_taken_port_ends_the_start_or_is_used_once_free(self):
         address = own_address()

@@ -52,12 +52,12 @@ class FullDiskTest(unittest.TestCase):
             for _ in range(2):
                 self.fill(filler)
                 self.assertEqual(gateway.run_app(*push, text='{"n": 2}').returncode, 1)
-                self.assertEqual(json.loads(gateway.run_app("config", "pull").stdout), {"n": 1})
+                self.assertEqual(json.loads(gateway.run_app("config", "pull", "app").stdout), {"n": 1})
                 gateway.stop(signal.SIGKILL)
                 gateway.start()
             os.remove(filler)
             self.assertEqual(gateway.run_app(*push, text='{"n": 2}').returncode, 0)
-            self.assertEqual(json.loads(gateway.run_app("config", "pull").stdout), {"n": 2})
+            self.assertEqual(json.loads(gateway.run_app("config", "pull", "app").stdout), {"n": 2})
 
 
 def main():

@@ -61,7 +61,7 @@ class Walk(unittest.TestCase):
                 devices = json.loads(app("--gateway", chosen, "--json", "devices").stdout)
                 self.assertEqual([(one["cid"], one["pid"], one["online"]) for one in devices],
                                  [("lamp", "switch", True), ("door", "sensor", False)])
-            self.assertEqual(app("--gateway", gateway.address, "keepalive").returncode, 0)
+            self.assertEqual(app("--gateway", gateway.address, "ping", "-c", "1").returncode, 0)
             self.assertIn("right", app("--gateway", gateway.address, "info").stdout)
 
     def test_an_activated_gateway_requires_its_own_key(self):

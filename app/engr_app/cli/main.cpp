@@ -51,6 +51,10 @@ void declare_globals(CLI::App &app, global_options &options) {
                    "Keys by gateway: lines \"ID KEY\" or JSON {\"ID\": \"KEY\"}; --local-key holds "
                    "for those that are not in it")
         ->type_name("FILE");
+    app.add_option("--names", options.names_file,
+                   "Your names of devices, rooms and data points, as JSON; see engr_app devices "
+                   "--help (default: ~/.config/engr_app/names.json)")
+        ->type_name("FILE");
     app.add_option("--interface", options.interface_name,
                    "Network interface to stay on; on lo only gateways of this machine are reached")
         ->type_name("IF")

@@ -90,7 +90,7 @@ void show_tables(const run_list &runs, console &out) {
             header.insert(header.end(), part.header.begin(), part.header.end());
             auto found = std::ranges::find(merged, header, &kept_results::table::header);
             if (found == merged.end()) {
-                found = merged.insert(found, {header, {}});
+                found = merged.insert(found, {header, {}, part.view});
             }
             for (const console::row &cells : part.rows) {
                 found->rows.push_back({one->target.label});
@@ -99,7 +99,7 @@ void show_tables(const run_list &runs, console &out) {
         }
     }
     for (const kept_results::table &one : merged) {
-        out.table(one.header, one.rows);
+        out.table(one.header, one.rows, one.view);
     }
 }
 

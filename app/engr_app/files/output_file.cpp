@@ -36,7 +36,7 @@ void check_output_path(const std::string &path) {
     // A rename would replace a device or a pipe.
     if (std::filesystem::exists(path, ignored) &&
         !std::filesystem::is_regular_file(path, ignored)) {
-        refuse("it exists and is no ordinary file");
+        refuse("it exists and is not a regular file");
     }
     const std::filesystem::path directory = std::filesystem::path(path).parent_path();
     if (::access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0) {

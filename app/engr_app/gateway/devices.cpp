@@ -35,6 +35,18 @@ nlohmann::json expect_devices(gateway_session &session, const lan_client::answer
     return all;
 }
 
+std::string device_text(gateway_session &session, const std::string &id) {
+    const std::string name = session.names().device_name(id);
+    return name.empty() ? "device " + id : fmt::format("device {} ({})", name, id);
+}
+
+std::string product_of(gateway_session &session, const std::string &id) {
+    const auto devices =
+        parse_device_list(expect_success(session, session.ask({device_list_request()}).front()));
+    const auto found = std::ranges::find(devices, id, &device::id);
+    return found == devices.end() ? "" : found->product_id;
+}
+
 const char *state_word(const nlohmann::json &device_of_list) {
     const auto online = device_of_list.find("online");
     if (online == device_of_list.end() || !online->is_boolean()) {

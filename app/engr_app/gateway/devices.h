@@ -35,6 +35,12 @@ void ask_of_each(
     const std::function<lan_client::request(const nlohmann::json &device)> &request_for,
     const std::function<void(nlohmann::json &device, const lan_client::answer &answered)> &take);
 
+/** @return "device ID", or "device NAME (ID)" where the installer has named it */
+[[nodiscard]] std::string device_text(gateway_session &session, const std::string &id);
+
+/** @return the product of a device, asked of the gateway; empty when it doesn't know the device */
+[[nodiscard]] std::string product_of(gateway_session &session, const std::string &id);
+
 /** @return "online", "offline" or "-" for an entry of that list */
 [[nodiscard]] const char *state_word(const nlohmann::json &device_of_list);
 

@@ -32,13 +32,13 @@ constexpr advice advices[] = {
     {0, "device is upgrading...", "try again after the upgrade"},
     {0, "devid not found", "engr_app devices lists the devices"},
     {0, "json obj data unvalid",
-     "the device is offline, see engr_app online, or has no data points yet"},
+     "the device is offline, see engr_app devices, or has no data points yet"},
     {0, "permit join set error", "the kind of device may not be right, see engr_app join --help"},
     {0, "scene execute error",
-     "there may be no such scene in that group, engr_app scene oper save stores one, or none of "
-     "its devices is online, see engr_app online"},
+     "there may be no such scene in that group, engr_app scene save stores one, or none of "
+     "its devices is online, see engr_app devices"},
     {0, "query dp failed",
-     "the device may be offline, see engr_app online, or lack a data point, see engr_app dp get"},
+     "the device may be offline, see engr_app devices, or lack a data point, see engr_app dp get"},
     {0, "group oper failed", "check the ids; engr_app devices lists the devices"},
     {0, "scene oper failed", "check the ids and the actions; engr_app devices lists the devices"},
     {0, "set panel cmd error", "check the panel's id; engr_app devices lists the devices"},
@@ -123,10 +123,11 @@ std::string sentence_for(gateway_session &session, const lan_client::error &prob
                            "restarting, try again",
                            name, problem.detail);
     case error_kind::timed_out:
-        return fmt::format("{} took the connection but did not answer within {}: it may be busy (a "
-                           "log upload holds up all apps); try again, or wait longer with "
-                           "--timeout",
-                           name, seconds_text(session.answer_time()));
+        return fmt::format(
+            "{} accepted the connection but did not answer within {}: it may be busy (a "
+            "log upload holds up all apps); try again, or wait longer with "
+            "--timeout",
+            name, seconds_text(session.answer_time()));
     case error_kind::wrong_key:
         return wrong_key_sentence(session);
     case error_kind::deactivated:
@@ -172,7 +173,7 @@ failure explain(gateway_session &session, const lan_client::answer &unanswered) 
         return {"not_accepted",
                 fmt::format("{} did not accept the command: it leaves one that it refuses without "
                             "an answer, as for an unknown device or group, a device that is "
-                            "offline, or a wrong data point or value; see engr_app online and "
+                            "offline, or a wrong data point or value; see engr_app devices and "
                             "engr_app dp get",
                             name)};
     }

@@ -46,7 +46,11 @@ bool is_refused_with(const answer &answered, std::string_view text) {
 int print_result(gateway_session &session, std::string_view sentence,
                  const nlohmann::json &document) {
     if (session.out().json()) {
-        session.out().document(document);
+        nlohmann::json named = document;
+        if (named.is_object()) {
+            named.emplace("gateway", session.chosen().label());
+        }
+        session.out().document(named);
     } else {
         session.out().line(sentence);
     }
@@ -55,8 +59,8 @@ int print_result(gateway_session &session, std::string_view sentence,
 
 failure malformed_answer(std::string_view what, std::string_view payload) {
     constexpr std::size_t shown_bytes = 120;
-    return {"bad_answer",
-            fmt::format("the gateway's answer is no {}: {}", what, payload.substr(0, shown_bytes))};
+    return {"bad_answer", fmt::format("the gateway's answer is not a {}: {}", what,
+                                      payload.substr(0, shown_bytes))};
 }
 
 report_subscription::report_subscription(gateway_session &session)

@@ -32,7 +32,10 @@ std::string ask_one(gateway_session &session, lan_client::request wanted);
 /** @return whether the gateway has refused with this text */
 [[nodiscard]] bool is_refused_with(const lan_client::answer &answered, std::string_view text);
 
-/** Prints a verb's result: the document with --json, else the sentence. Returns exit_success. */
+/**
+ * Prints a verb's result: the sentence, or with --json the document, whose member "gateway" is
+ * added. Returns exit_success.
+ */
 int print_result(gateway_session &session, std::string_view sentence,
                  const nlohmann::json &document);
 

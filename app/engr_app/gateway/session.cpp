@@ -197,6 +197,15 @@ std::string gateway_session::output_path(const std::string &path) const {
     return marked;
 }
 
+const names_file &gateway_session::names() {
+    if (!names_) {
+        const bool given = !options_.names_file.empty();
+        const std::string path = given ? options_.names_file : default_names_path();
+        names_ = given || std::filesystem::exists(path) ? names_file(path) : names_file();
+    }
+    return *names_;
+}
+
 // Every app knows the built-in key. Whoever answers with it, perhaps in the gateway's place, must
 // not make an app that was given a better one use it.
 std::vector<lan_client::aes_key> gateway_session::usable_keys() {

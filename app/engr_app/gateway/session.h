@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/failure.h"
+#include "files/names_file.h"
 #include "gateway/discovery.h"
 #include "gateway/format.h"
 #include "lan_client/upgrade_monitor.h"
@@ -29,7 +30,8 @@ struct global_options {
     std::map<std::string, std::string> keys; /**< from the key file, by gateway ID or ADDRESS */
     std::string interface_name = "lo";
     std::string record_file;
-    double timeout_s = 0; /**< 0: the default of what is waited for */
+    std::string names_file; /**< empty: the one of default_names_path, if it is there */
+    double timeout_s = 0;   /**< 0: the default of what is waited for */
     bool json = false;
     bool verbose = false;
 };
@@ -94,6 +96,9 @@ class gateway_session {
      */
     [[nodiscard]] std::string output_path(const std::string &path) const;
 
+    /** @return the installer's names; read when they are first asked for */
+    const names_file &names();
+
     /** @return the local key given for the chosen gateway, or an empty text */
     const std::string &local_key();
 
@@ -150,6 +155,7 @@ class gateway_session {
     lan_client::event_loop loop_;
     std::optional<gateway> chosen_;
     std::string file_mark_;
+    std::optional<names_file> names_;
     lan_client::upgrade_monitor monitor_;
     lan_client::client_events verb_events_; // as long as the verb works
     bool connected_ = false;

@@ -25,11 +25,19 @@ std::string padded(std::string text, std::size_t columns) {
     return text;
 }
 
+// By the conventions of NO_COLOR and TERM.
+bool wants_colour() {
+    const char *no_colour = std::getenv("NO_COLOR");
+    const char *terminal = std::getenv("TERM");
+    return (no_colour == nullptr || *no_colour == '\0') && terminal != nullptr &&
+           *terminal != '\0' && std::string_view(terminal) != "dumb";
+}
+
 } // namespace
 
 console::console(screen &shown_on, bool json, bool quiet_notices)
     : screen_(shown_on), json_(json), quiet_(quiet_notices),
-      colour_(shown_on.output_is_terminal() && std::getenv("NO_COLOR") == nullptr) {}
+      colour_(shown_on.output_is_terminal() && wants_colour()) {}
 
 console::console(screen &shown_on, bool json, bool quiet_notices, std::string gateway_name)
     : console(shown_on, json, quiet_notices) {
@@ -37,39 +45,15 @@ console::console(screen &shown_on, bool json, bool quiet_notices, std::string ga
     prefix_ = gateway_name_ + ": ";
 }
 
-void console::table(const row &header, const std::vector<row> &rows) {
+void console::table(const row &header, const std::vector<row> &rows, const table_view &view) {
     if (!gateway_name_.empty()) {
-        kept_.tables.push_back({header, rows});
+        kept_.tables.push_back({header, rows, view});
         return;
     }
-    std::vector<row> lines{header};
-    lines.insert(lines.end(), rows.begin(), rows.end());
-    std::vector<std::size_t> widths(header.size(), 0);
-    for (row &cells : lines) {
-        for (std::size_t column = 0; column < cells.size(); ++column) {
-            cells[column] = escape_for_terminal(cells[column], max_cell_columns);
-            widths[column] = std::max(widths[column], text_columns(cells[column]));
-        }
-    }
-    std::string shown;
-    for (std::size_t number = 0; number < lines.size(); ++number) {
-        std::string one;
-        for (std::size_t column = 0; column < lines[number].size(); ++column) {
-            const bool last = column + 1 == lines[number].size();
-            std::string &cell = lines[number][column];
-            if (!screen_.output_is_terminal()) {
-                one += cell + (last ? "" : "\t");
-            } else {
-                one += last ? cell : padded(cell, widths[column] + column_gap);
-            }
-        }
-        if (screen_.output_is_terminal()) {
-            one = escape_for_terminal(one, screen_.columns());
-        }
-        const bool bold = colour_ && number == 0;
-        shown += (bold ? "\x1b[1m" : "") + one + (bold ? "\x1b[0m" : "") + '\n';
-    }
-    screen_.output(shown);
+    const engr_app::table shown = apply(view, {header, rows});
+    screen_.output(screen_.output_is_terminal() && !view.csv
+                       ? table_for_terminal(shown, view, screen_.columns(), colour_)
+                       : table_text(shown, view));
 }
 
 void console::facts(const std::vector<std::pair<std::string, std::string>> &named) {

@@ -3,6 +3,7 @@
 
 #include "terminal/progress_bar.h"
 #include "terminal/screen.h"
+#include "terminal/table.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -18,10 +19,11 @@ namespace engr_app {
 
 /** Results that the console of one gateway among several keeps until all are done. */
 struct kept_results {
-    using row = std::vector<std::string>;
+    using row = table_row;
     struct table {
         row header;
         std::vector<row> rows;
+        table_view view = {};
     };
     std::vector<table> tables;
     std::vector<std::string> texts;
@@ -50,8 +52,12 @@ class console {
     /** Whether results are written as JSON: exactly one document, or one line a report. */
     [[nodiscard]] bool json() const { return json_; }
 
-    /** Rows under a header: aligned and cut to the width on a terminal, else separated by tabs. */
-    void table(const row &header, const std::vector<row> &rows);
+    /**
+     * Rows under a header: aligned and cut to the width on a terminal, else separated by tabs or as
+     * the view says. Throws a failure of wrong usage when the view names a column that the table
+     * doesn't have.
+     */
+    void table(const row &header, const std::vector<row> &rows, const table_view &view = {});
 
     /** Facts, one a line: "name: value". */
     void facts(const std::vector<std::pair<std::string, std::string>> &named);

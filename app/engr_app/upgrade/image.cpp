@@ -73,7 +73,7 @@ firmware_image::firmware_image(std::string path) : path_(std::move(path)), file_
 
 void firmware_image::check_size() const {
     if (!S_ISREG(opened_.st_mode)) {
-        throw unusable_image(path_, "it is no ordinary file");
+        throw unusable_image(path_, "it is not a regular file");
     }
     if (size() == 0) {
         throw unusable_image(path_, "it is empty");

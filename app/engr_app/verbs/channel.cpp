@@ -40,7 +40,7 @@ int set_channel(gateway_session &session, const channel_arguments &given) {
     const bool known = given.channel >= least_channel && given.channel <= greatest_channel;
     if (!known && !given.force) {
         throw wrong_usage(fmt::format(
-            "channel set: channels are 11 to 26; --force sends {} all the same", given.channel));
+            "channel set: channels are 11 to 26; use --force to send {} anyway", given.channel));
     }
     ask_one(session, json_request(frame_type::set_channel, {{"channel", given.channel}}));
     return print_result(

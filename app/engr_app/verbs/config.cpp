@@ -39,7 +39,7 @@ std::string checked_config(const std::string &file) {
     }
     // The gateway reads the configuration as a C string, which would end there.
     if (const std::size_t zero = text.find('\0'); zero != std::string::npos) {
-        throw wrong_usage(fmt::format("{} is no text: byte {} is zero", file, zero + 1));
+        throw wrong_usage(fmt::format("{} is not a text: byte {} is zero", file, zero + 1));
     }
     // It also cuts off whatever follows the last brace. Blanks at the end are dropped without a
     // message.
@@ -97,7 +97,7 @@ int pull(gateway_session &session, const config_arguments &given) {
 
 verb_work declare_config_push(CLI::App &parser) {
     const auto given = std::make_shared<config_arguments>();
-    parser.add_option("KIND", given->kind, "Which configuration")
+    parser.add_option("KIND", given->kind, "Which configuration: app or cloud")
         ->required()
         ->check(CLI::IsMember({"cloud", "app"}));
     parser.add_option("FILE", given->file, "The configuration; - reads it from standard input")
@@ -107,6 +107,9 @@ verb_work declare_config_push(CLI::App &parser) {
 
 verb_work declare_config_pull(CLI::App &parser) {
     const auto given = std::make_shared<config_arguments>();
+    parser.add_option("KIND", given->kind, "Which configuration: only app can be read back")
+        ->required()
+        ->check(CLI::IsMember({"app"}));
     parser.add_option("FILE", given->file,
                       "Where to write it, whole or not at all; when left out, to standard output");
     return with_arguments(given, pull);
@@ -121,7 +124,7 @@ verb_work declare_config(CLI::App &parser) {
                   "over. Only the\napp configuration can be read back.\n\n"
                   "Examples:\n"
                   "  engr_app config push app app.config\n"
-                  "  engr_app config pull copy.config\n"
+                  "  engr_app config pull app copy.config\n"
                   "  engr_app config push cloud cloud.config");
     return add_subverbs(parser, {{"push", "give the gateway a configuration", declare_config_push},
                                  {"pull", "read the app configuration back", declare_config_pull}});

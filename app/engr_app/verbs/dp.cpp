@@ -1,9 +1,11 @@
 // dp: data points of one device, shown, changed and queried.
 #include "base/json_text.h"
+#include "gateway/devices.h"
 #include "gateway/format.h"
 #include "gateway/request.h"
 #include "lan_client/data_points.h"
 #include "verbs/data_point_arguments.h"
+#include "verbs/table_arguments.h"
 #include "verbs/verb.h"
 
 #include <algorithm>
@@ -26,40 +28,73 @@ namespace frame_type = lan_client::frame_type;
 constexpr std::chrono::milliseconds change_time = 1500ms;
 
 struct dp_arguments {
-    std::string device_id;
+    std::string device; // its id or name
     std::vector<std::string> data_points;
     std::string object;
+    bool force = false;
+    table_view view;
 };
 
 json request_for(const std::string &device_id) {
     return device_id.empty() ? json::object() : json{{"cid", device_id}};
 }
 
-std::string device_name(const std::string &id) {
-    return id.empty() ? "the gateway's own device" : "device " + id;
+std::string device_name(gateway_session &session, const std::string &id) {
+    return id.empty() ? "the gateway's own device" : device_text(session, id);
 }
 
-std::vector<std::string> names_of(const json &data_points) {
-    std::vector<std::string> names;
-    for (const auto &[name, value] : data_points.items()) {
-        names.push_back(name);
+// The installer's names of the data points of one device.
+class point_names {
+  public:
+    point_names(gateway_session &session, const std::string &device_id) : names_(session.names()) {
+        if (names_.names_data_points() && !device_id.empty()) {
+            product_ = product_of(session, device_id);
+        }
     }
-    return names;
+
+    [[nodiscard]] bool any() const { return !product_.empty(); }
+
+    [[nodiscard]] std::string name_of(const std::string &number) const {
+        return names_.data_point_name(product_, number);
+    }
+
+    [[nodiscard]] std::string number_of(const std::string &text) const {
+        return names_.data_point_number(product_, text);
+    }
+
+  private:
+    const names_file &names_;
+    std::string product_; // empty: its data points have no names
+};
+
+std::vector<std::string> numbers_of(const json &data_points) {
+    std::vector<std::string> numbers;
+    for (const auto &[number, value] : data_points.items()) {
+        numbers.push_back(number);
+    }
+    return numbers;
 }
 
-int show_data_points(gateway_session &session, const json &state) {
+int show_data_points(gateway_session &session, const json &state, const point_names &names,
+                     const table_view &view) {
     if (session.out().json()) {
         session.out().document(state);
         return exit_success;
     }
     std::vector<console::row> rows;
-    for (const auto &[name, value] : state["dps"].items()) {
-        rows.push_back({name, one_line(value)});
+    for (const auto &[number, value] : state["dps"].items()) {
+        rows.push_back({number, one_line(value)});
+        if (names.any()) {
+            const std::string name = names.name_of(number);
+            rows.back().insert(rows.back().begin() + 1, name == number ? "-" : name);
+        }
     }
     std::ranges::sort(rows, {}, [](const console::row &row) {
         return std::pair(row.front().size(), row.front()); // numbers without leading zeros
     });
-    session.out().table({"DP", "VALUE"}, rows);
+    session.out().table(names.any() ? console::row{"DP", "NAME", "VALUE"}
+                                    : console::row{"DP", "VALUE"},
+                        rows, view);
     return exit_success;
 }
 
@@ -104,8 +139,10 @@ bool any_contains(const std::vector<std::string> &ids, const lan_client::report 
 }
 
 int get_data_points(gateway_session &session, const dp_arguments &given) {
-    const lan_client::answer answered = ask_state(session, given.device_id);
-    if (given.device_id.empty() &&
+    const std::string id = session.names().device_id(given.device);
+    const point_names names(session, id);
+    const lan_client::answer answered = ask_state(session, id);
+    if (id.empty() &&
         (is_refused_with(answered, no_device) || is_refused_with(answered, no_data_points))) {
         throw no_own_device(session);
     }
@@ -114,86 +151,137 @@ int get_data_points(gateway_session &session, const dp_arguments &given) {
     if (state.is_null()) {
         throw malformed_answer("list of data points", payload);
     }
-    return show_data_points(session, state);
+    return show_data_points(session, state, names, given.view);
+}
+
+// Refuses what a device would not do, as far as the gateway knows it: a value of another type than
+// the data point has now, or anything while the device is offline.
+void check_against_device(gateway_session &session, const std::string &id, const json &wanted) {
+    const auto answers = session.ask(
+        {json_request(frame_type::local_dp_query, request_for(id)), line_state_request()});
+    json now = json::object();
+    if (!is_refused_with(answers[0], no_data_points)) {
+        const json state = parse_device_state(expect_success(session, answers[0]));
+        now = state.is_object() ? state["dps"] : now;
+    }
+    line_state states;
+    if (!says_no_devices(answers[1])) {
+        states = parse_line_state(expect_success(session, answers[1]));
+    }
+    if (std::ranges::find(states.offline, id) != states.offline.end()) {
+        throw failure("offline", fmt::format("{} is offline, so nothing was sent; use --force to "
+                                             "send the command anyway",
+                                             device_name(session, id)));
+    }
+    for (const auto &[number, value] : wanted.items()) {
+        const std::string fault =
+            now.contains(number) ? type_fault(number, now[number], value) : "";
+        if (!fault.empty()) {
+            throw failure("other_type", fault + "; use --force to send it anyway",
+                          exit_wrong_usage);
+        }
+        const std::string doubt = now.contains(number) ? "" : doubt_about(number, value);
+        if (!doubt.empty()) {
+            session.out().notice(doubt);
+        }
+    }
 }
 
 int set_data_points(gateway_session &session, const dp_arguments &given) {
-    const json wanted = parse_data_points(given.data_points, given.object);
-    json payload = request_for(given.device_id);
+    const std::string id = session.names().device_id(given.device);
+    const point_names names(session, id);
+    const json wanted =
+        parse_data_points(given.data_points, given.object,
+                          [&names](const std::string &text) { return names.number_of(text); });
+    json payload = request_for(id);
     payload["dps"] = wanted;
     report_subscription reports(session);
-    const auto ids = reported_ids(session, given.device_id);
+    if (!given.force) {
+        check_against_device(session, id, wanted);
+    }
+    const auto ids = reported_ids(session, id);
     ask_one(session, json_request(frame_type::tp_cmd, payload));
     // A device may report its points together or one by one; the first report shows that it works.
     const auto report = reports.next(
         [&](const lan_client::report &candidate) {
-            return std::ranges::any_of(names_of(wanted), [&](const std::string &point) {
+            return std::ranges::any_of(numbers_of(wanted), [&](const std::string &point) {
                 return any_contains(ids, candidate, {point});
             });
         },
         std::min(change_time, session.answer_time()));
     const json reported = report ? parse_device_state(report->payload)["dps"] : json();
-    const std::string name = device_name(given.device_id);
+    const std::string name = device_name(session, id);
     return print_result(
         session,
-        report ? fmt::format("{} took the command and reports {}", name, data_points_text(reported))
-               : fmt::format("the gateway took the command for {}; no change was reported yet "
+        report ? fmt::format("{} accepted the command; it now reports {}", name,
+                             data_points_text(reported))
+               : fmt::format("the gateway accepted the command for {}; no change was reported yet "
                              "(engr_app watch shows it when it comes)",
                              name),
-        {{"cid", given.device_id}, {"dps", wanted}, {"reported", reported}});
+        {{"cid", id}, {"dps", wanted}, {"reported", reported}});
 }
 
 int query_data_points(gateway_session &session, const dp_arguments &given) {
-    json payload = request_for(given.device_id);
+    const std::string id = session.names().device_id(given.device);
+    const point_names names(session, id);
+    json payload = request_for(id);
     json numbers = json::array();
+    std::vector<std::string> points;
     for (const std::string &text : given.data_points) {
-        numbers.push_back(parse_data_point(text));
+        points.push_back(names.number_of(text));
+        numbers.push_back(parse_data_point(points.back()));
     }
     if (!numbers.empty()) {
         payload["dpId"] = numbers.size() == 1 ? numbers.front() : numbers;
     }
     report_subscription reports(session);
-    const auto ids = reported_ids(session, given.device_id);
+    const auto ids = reported_ids(session, id);
     ask_one(session, json_request(frame_type::dp_query, payload));
     const auto report = reports.next(
-        [&](const lan_client::report &candidate) {
-            return any_contains(ids, candidate, given.data_points);
-        },
+        [&](const lan_client::report &candidate) { return any_contains(ids, candidate, points); },
         session.answer_time());
     if (!report) {
         throw failure("timed_out",
-                      fmt::format("{} took the query, but {} did not report: it may be offline, "
-                                  "see engr_app online",
-                                  session.chosen().name(), device_name(given.device_id)));
+                      fmt::format("{} accepted the query, but {} did not report: it may be "
+                                  "offline, see engr_app devices",
+                                  session.chosen().name(), device_name(session, id)));
     }
-    return show_data_points(session, parse_device_state(report->payload));
+    return show_data_points(session, parse_device_state(report->payload), names, given.view);
 }
 
 verb_work declare_dp_get(CLI::App &parser) {
     const auto given = std::make_shared<dp_arguments>();
-    parser.add_option("CID", given->device_id, "The device; when left out, the gateway's own");
+    parser.add_option("CID", given->device,
+                      "The device, by its id or your name; when left out, the gateway's own");
+    declare_table(parser, given->view, {"DP", "NAME", "VALUE"});
     return with_arguments(given, get_data_points);
 }
 
 verb_work declare_dp_set(CLI::App &parser) {
     const auto given = std::make_shared<dp_arguments>();
-    parser.add_option("CID", given->device_id, "The device")->required();
+    parser.add_option("CID", given->device, "The device, by its id or your name")->required();
     declare_data_points(parser, given->data_points, given->object);
+    parser.add_flag("--force", given->force,
+                    "Send also what the device would not do: values of another type than it has, "
+                    "and commands while it is offline");
     return with_arguments(given, set_data_points);
 }
 
 verb_work declare_dp_query(CLI::App &parser) {
     const auto given = std::make_shared<dp_arguments>();
-    parser.add_option("CID", given->device_id,
-                      "The device; when left out or '', the gateway's own");
+    parser.add_option("CID", given->device,
+                      "The device, by its id or your name; when left out or '', the gateway's own");
     parser.add_option("DP", given->data_points, "Data points; when left out, all");
+    declare_table(parser, given->view, {"DP", "NAME", "VALUE"});
     return with_arguments(given, query_data_points);
 }
 
 } // namespace
 
 verb_work declare_dp(CLI::App &parser) {
-    parser.footer("get shows what the gateway knows; query makes the device report itself.\n\n"
+    parser.footer("get shows what the gateway knows; query makes the device report itself. Data "
+                  "points are\nnumbers, or the names that your names file gives them; see engr_app "
+                  "devices --help.\n\n"
                   "Examples:\n"
                   "  engr_app dp get a4c1380001000001\n"
                   "  engr_app dp set a4c1380001000001 1=true 2=50 3=auto\n"

@@ -1,4 +1,5 @@
 // join: opens the gateway for new devices and shows those that join.
+#include "base/counted.h"
 #include "gateway/devices.h"
 #include "gateway/request.h"
 #include "verbs/verb.h"
@@ -85,7 +86,7 @@ int open_joining(gateway_session &session, const join_arguments &given) {
     if (out.json()) {
         out.json_line({{"open", false}, {"joined", joined}});
     } else {
-        out.line(fmt::format("{} device(s) joined; joining is closed{}", joined,
+        out.line(fmt::format("{} joined; joining is closed{}", counted(joined, "device"),
                              interrupted ? ", as you asked" : " again"));
     }
     return exit_success;

@@ -30,7 +30,7 @@ uint32_t parse_type(const std::string &text) {
     if (const auto *info = lan_client::find_frame_type(text)) {
         return info->number;
     }
-    throw wrong_usage(fmt::format("raw: {} is no frame type; give a number or one of the names "
+    throw wrong_usage(fmt::format("raw: unknown frame type {}; give a number or one of the names "
                                   "that engr_app raw --help lists",
                                   text));
 }

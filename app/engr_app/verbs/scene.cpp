@@ -1,11 +1,10 @@
-// scene: scenes run, stored, assigned to panels, and the set of linkage scenes replaced.
+// scene: scenes of a group run, saved and deleted, and assigned to panels.
+#include "base/counted.h"
 #include "base/json_text.h"
 #include "files/json_file.h"
 #include "gateway/request.h"
 #include "verbs/verb.h"
 
-#include <ctime>
-#include <limits>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -19,15 +18,12 @@ using nlohmann::json;
 
 namespace frame_type = lan_client::frame_type;
 
-constexpr std::size_t max_name_bytes = 64;
 constexpr int64_t greatest_button = 255;
-// Gateways keep the modification time in 32 bits; greater ones would all count as the same.
-constexpr int64_t greatest_time = std::numeric_limits<int32_t>::max();
 
 struct scene_arguments {
-    std::string operation;
     std::string group_id;
-    std::string scene_id; // or the panel's device id
+    std::string scene_id;
+    std::string panel_id;
     std::string file;
 };
 
@@ -43,16 +39,6 @@ report_subscription::rule outcome_of(uint32_t type, const json &asked,
     };
 }
 
-int run_linkage_scene(gateway_session &session, const scene_arguments &given) {
-    ask_one(session, json_request(frame_type::com_scene_exec, {{"sceneId", given.scene_id}}));
-    return print_result(
-        session,
-        fmt::format("{} was told to run linkage scene {} (it answers the same when it has no such "
-                    "scene; engr_app watch shows what changes)",
-                    session.chosen().name(), given.scene_id),
-        {{"sceneId", given.scene_id}});
-}
-
 int run_group_scene(gateway_session &session, const scene_arguments &given) {
     const json payload{{"sid", given.scene_id}, {"gid", given.group_id}};
     ask_one(session, json_request(frame_type::scene_cmd, payload));
@@ -61,67 +47,34 @@ int run_group_scene(gateway_session &session, const scene_arguments &given) {
                         payload);
 }
 
-// The set as it is sent: complete, and consistent in itself.
-json checked_set(const std::string &file) {
-    const support::json_document document = read_json_file(file, "scenes");
-    const support::json_value whole = document.root();
-    const std::vector<support::json_value> scenes = whole.required("scenes").elements();
-    for (const support::json_value &scene : scenes) {
-        if (scene.has("name")) {
-            static_cast<void>(scene.required("name").text(max_name_bytes));
-        }
-        check_actions(scene.required("actions"));
-    }
-    distinct_ids(scenes, "sceneId");
-    json set = whole.json;
-    const auto count = static_cast<int64_t>(scenes.size());
-    if (whole.has("totalCount")) {
-        static_cast<void>(whole.required("totalCount").whole_number(count, count));
-    }
-    set["totalCount"] = count;
-    if (whole.has("gmtModified")) {
-        static_cast<void>(whole.required("gmtModified").whole_number(1, greatest_time));
-    } else {
-        set["gmtModified"] = std::time(nullptr);
-    }
-    return set;
-}
-
-int sync_scenes(gateway_session &session, const scene_arguments &given) {
-    const json set = checked_set(given.file);
-    ask_one(session, json_request(frame_type::scene_linkage, set));
-    const std::string name = session.chosen().name();
-    const std::size_t count = set["scenes"].size();
-    return print_result(session,
-                        count == 0
-                            ? fmt::format("{} has no linkage scenes any more", name)
-                            : fmt::format("{} has the set of {} linkage scene(s) modified at {} (a "
-                                          "set that it had with the same gmtModified it keeps)",
-                                          name, count, one_line(set["gmtModified"])),
-                        {{"totalCount", set["totalCount"]}, {"gmtModified", set["gmtModified"]}});
-}
-
-int operate_scene(gateway_session &session, const scene_arguments &given) {
-    json payload{{"sid", given.scene_id}, {"gid", given.group_id}, {"op", given.operation}};
-    if (given.operation == "save") {
-        if (given.file.empty()) {
-            throw wrong_usage("scene oper save: name the FILE with the scene's actions");
-        }
-        const support::json_document document = read_json_file(given.file, "actions");
-        const support::json_value actions = document.root().required("actions");
-        check_actions(actions);
-        payload["actions"] = actions.json;
-    } else if (!given.file.empty()) {
-        throw wrong_usage("scene oper delete takes no FILE");
-    }
+// What the gateway reports of a change to a scene.
+json change_scene(gateway_session &session, const json &payload) {
     report_subscription reports(session);
     const auto report =
         reports.outcome(json_request(frame_type::scene_oper, payload),
                         outcome_of(frame_type::scene_oper, payload, {"sid", "gid", "op"}));
-    return print_result(session,
-                        fmt::format("scene {} of group {} was {}", given.scene_id, given.group_id,
-                                    given.operation == "save" ? "saved" : "deleted"),
-                        payload_json(report.payload));
+    return payload_json(report.payload);
+}
+
+int save_scene(gateway_session &session, const scene_arguments &given) {
+    const support::json_document document = read_json_file(given.file, "actions");
+    const support::json_value actions = document.root().required("actions");
+    check_actions(actions);
+    const json outcome = change_scene(session, {{"sid", given.scene_id},
+                                                {"gid", given.group_id},
+                                                {"op", "save"},
+                                                {"actions", json(actions.json)}});
+    return print_result(
+        session, fmt::format("scene {} of group {} was saved", given.scene_id, given.group_id),
+        outcome);
+}
+
+int delete_scene(gateway_session &session, const scene_arguments &given) {
+    const json outcome =
+        change_scene(session, {{"sid", given.scene_id}, {"gid", given.group_id}, {"op", "delete"}});
+    return print_result(
+        session, fmt::format("scene {} of group {} was deleted", given.scene_id, given.group_id),
+        outcome);
 }
 
 int assign_panel(gateway_session &session, const scene_arguments &given) {
@@ -132,87 +85,74 @@ int assign_panel(gateway_session &session, const scene_arguments &given) {
         static_cast<void>(device_id(button, "sid"));
         static_cast<void>(device_id(button, "gid"));
     }
-    const json payload{{"cid", given.scene_id}, {"buttons", json(buttons.json)}};
+    const std::string panel = session.names().device_id(given.panel_id);
+    const json payload{{"cid", panel}, {"buttons", json(buttons.json)}};
     report_subscription reports(session);
     const auto report = reports.outcome(json_request(frame_type::scene_panel, payload),
                                         outcome_of(frame_type::scene_panel, payload, {"cid"}));
     return print_result(
         session,
-        fmt::format("panel {} now has {} assigned button(s)", given.scene_id, buttons.json.size()),
+        fmt::format("panel {} now has {}", panel, counted(buttons.json.size(), "assigned button")),
         payload_json(report.payload));
 }
 
-verb_work declare_scene_exec(CLI::App &parser) {
-    const auto given = std::make_shared<scene_arguments>();
-    parser.add_option("SCENEID", given->scene_id, "The linkage scene")->required();
-    return with_arguments(given, run_linkage_scene);
+void declare_scene_id(CLI::App &parser, scene_arguments &given) {
+    parser.add_option("GID", given.group_id, "The group")->required();
+    parser.add_option("SID", given.scene_id, "The scene in that group")->required();
 }
 
 verb_work declare_scene_run(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
-    parser.add_option("GID", given->group_id, "The group")->required();
-    parser.add_option("SID", given->scene_id, "The scene in that group")->required();
+    declare_scene_id(parser, *given);
     return with_arguments(given, run_group_scene);
 }
 
-verb_work declare_scene_sync(CLI::App &parser) {
+verb_work declare_scene_save(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
+    declare_scene_id(parser, *given);
     parser
         .add_option("FILE", given->file,
-                    "JSON file with all linkage scenes; - reads it from "
-                    "standard input")
+                    "JSON file with the scene's actions; - reads it from standard input")
         ->required();
-    return with_arguments(given, sync_scenes);
+    parser.footer("FILE holds {\"actions\": [{\"cid\": \"a4c1380001000001\", \"dps\": {\"1\": "
+                  "true}}]} or the array\nalone. It is checked before anything is sent.\n\n"
+                  "Examples:\n"
+                  "  engr_app scene save kitchen evening actions.json");
+    return with_arguments(given, save_scene);
 }
 
-verb_work declare_scene_oper(CLI::App &parser) {
+verb_work declare_scene_delete(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
-    parser.add_option("OPERATION", given->operation, "What to do")
-        ->required()
-        ->check(CLI::IsMember({"save", "delete"}));
-    parser.add_option("GID", given->group_id, "The group")->required();
-    parser.add_option("SID", given->scene_id, "The scene in that group")->required();
-    parser.add_option("FILE", given->file,
-                      "JSON file with the actions to save; - reads it from "
-                      "standard input");
-    return with_arguments(given, operate_scene);
+    declare_scene_id(parser, *given);
+    return with_arguments(given, delete_scene);
 }
 
 verb_work declare_scene_panel(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
-    parser.add_option("CID", given->scene_id, "The panel")->required();
+    parser.add_option("CID", given->panel_id, "The panel, by its id or your name")->required();
     parser
         .add_option("FILE", given->file,
-                    "JSON file with its buttons; - reads it from standard "
-                    "input")
+                    "JSON file with its buttons; - reads it from standard input")
         ->required();
+    parser.footer("FILE holds {\"buttons\": [{\"button\": 1, \"sid\": \"s1\", \"gid\": "
+                  "\"kitchen\"}]} or the array alone. It\nreplaces all assignments, and is checked "
+                  "before anything is sent.\n\n"
+                  "Examples:\n"
+                  "  engr_app scene panel a4c1380001000009 buttons.json");
     return with_arguments(given, assign_panel);
 }
 
 } // namespace
 
 verb_work declare_scene(CLI::App &parser) {
-    parser.footer(
-        "Files are checked before anything is sent:\n"
-        "  sync   {\"gmtModified\": 1700000000, \"scenes\": [{\"sceneId\": \"s1\", \"name\": "
-        "\"evening\", \"actions\": ACTIONS}]}\n"
-        "         or the array alone; \"totalCount\" is counted, \"gmtModified\" is now unless "
-        "given; no scenes clear the set\n"
-        "  oper   {\"actions\": ACTIONS} or the array alone\n"
-        "  panel  {\"buttons\": [{\"button\": 1, \"sid\": \"s1\", \"gid\": \"kitchen\"}]} or the "
-        "array alone; it replaces all\n"
-        "ACTIONS is [{\"cid\": \"a4c1380001000001\", \"dps\": {\"1\": true}}].\n\n"
-        "Examples:\n"
-        "  engr_app scene sync scenes.json\n"
-        "  engr_app scene exec s1\n"
-        "  engr_app scene oper save kitchen evening actions.json\n"
-        "  engr_app scene run kitchen evening\n"
-        "  engr_app scene panel a4c1380001000009 buttons.json");
+    parser.footer("Examples:\n"
+                  "  engr_app scene save kitchen evening actions.json\n"
+                  "  engr_app scene run kitchen evening\n"
+                  "  engr_app scene panel a4c1380001000009 buttons.json");
     return add_subverbs(parser,
-                        {{"exec", "run a linkage scene", declare_scene_exec},
-                         {"run", "run a scene of a group", declare_scene_run},
-                         {"sync", "replace the set of linkage scenes", declare_scene_sync},
-                         {"oper", "save or delete a scene of a group", declare_scene_oper},
+                        {{"run", "run a scene of a group", declare_scene_run},
+                         {"save", "save a scene of a group", declare_scene_save},
+                         {"delete", "delete a scene of a group", declare_scene_delete},
                          {"panel", "assign scenes to a panel's buttons", declare_scene_panel}});
 }
 

@@ -85,7 +85,8 @@ void secret_argument::declare(CLI::App &parser, const char *option, const char *
     if (option != nullptr) {
         parser
             .add_option(option, given_,
-                        "The secret itself; a process list shows it while the program runs")
+                        "The secret (visible in process lists; prefer " + std::string(file_option) +
+                            ")")
             ->type_name("SECRET");
     }
     parser

@@ -1,4 +1,4 @@
-// token: binds the installer's token to the gateway.
+// token: gives the gateway the installer's token.
 #include "gateway/request.h"
 #include "verbs/secret_argument.h"
 #include "verbs/verb.h"
@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t max_token_bytes = 64;
 
-int token(gateway_session &session, secret_argument &input) {
+int set_token(gateway_session &session, secret_argument &input) {
     const std::string &secret = input.read();
     if (secret.size() > max_token_bytes || !std::ranges::all_of(secret, [](char character) {
             return character >= ' ' && character <= '~';
@@ -27,19 +27,24 @@ int token(gateway_session &session, secret_argument &input) {
                         {{"bound", true}});
 }
 
+verb_work declare_token_set(CLI::App &parser) {
+    const auto input = std::make_shared<secret_argument>("token", "ENGR_TOKEN");
+    parser.add_option("TOKEN", input->given(),
+                      "The token itself (visible in process lists; prefer --token-file)");
+    input->declare(parser, nullptr, "--token-file");
+    return with_arguments(input, set_token);
+}
+
 } // namespace
 
 verb_work declare_token(CLI::App &parser) {
-    const auto input = std::make_shared<secret_argument>("token", "ENGR_TOKEN");
-    parser.add_option("TOKEN", input->given(),
-                      "The token itself; a process list shows it while the program runs");
-    input->declare(parser, nullptr, "--token-file");
-    parser.footer("Without TOKEN and --token-file it is taken from the environment variable "
+    parser.footer("Without TOKEN and --token-file the token is taken from the environment variable "
                   "ENGR_TOKEN, or\nasked for on the terminal.\n\n"
                   "Examples:\n"
-                  "  engr_app token --token-file token.txt\n"
-                  "  ENGR_TOKEN=... engr_app token");
-    return with_arguments(input, token);
+                  "  engr_app token set --token-file token.txt\n"
+                  "  ENGR_TOKEN=... engr_app token set");
+    return add_subverbs(parser,
+                        {{"set", "give the gateway the installer's token", declare_token_set}});
 }
 
 } // namespace engr_app

@@ -1,6 +1,7 @@
 // unbind: removes devices, and looks whether they are gone.
 #include "gateway/devices.h"
 #include "gateway/request.h"
+#include "verbs/table_arguments.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -12,6 +13,11 @@
 namespace engr_app {
 namespace {
 
+struct unbind_arguments {
+    std::vector<std::string> devices; // ids or names
+    table_view view;
+};
+
 std::unordered_set<std::string> bound_ids(const std::string &payload) {
     std::unordered_set<std::string> ids;
     for (const device &one : parse_device_list(payload)) {
@@ -22,7 +28,11 @@ std::unordered_set<std::string> bound_ids(const std::string &payload) {
 
 // A gateway accepts every deletion, so its list of devices before and after shows what happened.
 // It handles requests in their order.
-int unbind(gateway_session &session, const std::vector<std::string> &ids) {
+int unbind(gateway_session &session, const unbind_arguments &given) {
+    std::vector<std::string> ids;
+    for (const std::string &device : given.devices) {
+        ids.push_back(session.names().device_id(device));
+    }
     std::vector<lan_client::request> requests{device_list_request()};
     for (const std::string &id : ids) {
         requests.push_back(json_request(lan_client::frame_type::del_sub_dev, {{"cid", id}}));
@@ -49,7 +59,7 @@ int unbind(gateway_session &session, const std::vector<std::string> &ids) {
     if (session.out().json()) {
         session.out().document(document);
     } else {
-        session.out().table({"CID", "OUTCOME"}, rows);
+        session.out().table({"CID", "OUTCOME"}, rows, given.view);
     }
     return code;
 }
@@ -57,13 +67,14 @@ int unbind(gateway_session &session, const std::vector<std::string> &ids) {
 } // namespace
 
 verb_work declare_unbind(CLI::App &parser) {
-    const auto ids = std::make_shared<std::vector<std::string>>();
-    parser.add_option("CIDS", *ids, "The devices")->required();
+    const auto given = std::make_shared<unbind_arguments>();
+    parser.add_option("CID", given->devices, "The devices, by id or your name")->required();
+    declare_table(parser, given->view, {"CID", "OUTCOME"});
     parser.footer("Exit status 1 when one of them was not bound before, or is still bound "
                   "afterwards.\n\n"
                   "Examples:\n"
                   "  engr_app unbind a4c1380001000001 a4c1380001000002");
-    return with_arguments(ids, unbind);
+    return with_arguments(given, unbind);
 }
 
 } // namespace engr_app

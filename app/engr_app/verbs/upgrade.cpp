@@ -1,4 +1,4 @@
-// upgrade: brings new firmware to the gateway or to one of its devices.
+// upgrade: installs firmware on the gateway or to one of its devices.
 #include "base/json_text.h"
 #include "files/json_file.h"
 #include "gateway/devices.h"
@@ -41,7 +41,7 @@ struct upgrade_arguments {
 void check_arguments(const upgrade_arguments &given) {
     if (!is_plain_text(given.version, lan_client::max_version_bytes)) {
         throw wrong_usage("--version: expected 1 to 11 printable characters without quote and "
-                          "backslash; a gateway cuts longer ones off");
+                          "backslash; gateways truncate longer ones");
     }
     if (!given.cid.empty() && !is_device_id(given.cid)) {
         throw wrong_usage("--cid: expected 1 to 25 printable characters without blank, quote and "
@@ -116,7 +116,7 @@ int upgrade(gateway_session &session, upgrade_arguments &given) {
     if (same_version(before.version, order.version) && !given.again) {
         return print_outcome(
             session,
-            fmt::format("{} has version {} already; --again brings it all the same", name,
+            fmt::format("{} has version {} already; use --again to install it anyway", name,
                         before.version),
             image, before, before, false);
     }
@@ -148,8 +148,9 @@ verb_work declare_upgrade(CLI::App &parser) {
                     "Upgrade this sub-device; when left out, the gateway itself")
         ->type_name("ID");
     parser.add_flag("--dry-run", given->dry_run,
-                    "Show what would be brought where, and start nothing");
-    parser.add_flag("--again", given->again, "Bring the image even if its version is installed");
+                    "Show what would be installed where, and start nothing");
+    parser.add_flag("--again", given->again,
+                    "Install the image even if its version is installed already");
     parser.footer(
         "The bar shows what the gateway has taken. Success means that the gateway says that the "
         "new version is\ninstalled. Ctrl-C ends the upgrade on the gateway as well; the old "

@@ -10,24 +10,24 @@
     VERB(discover, "list the gateways that announce themselves")                                   \
     VERB(info, "what is known of a gateway, whether it answers, whether the key is right")         \
     VERB(devices, "table of the gateway's devices, with their online state")                       \
-    VERB(online, "which devices are online and which are not")                                     \
     VERB(watch, "live reports, until Ctrl-C")                                                      \
     VERB(dp, "show, change and query data points of a device")                                     \
     VERB(channel, "show or change the radio channel")                                              \
     VERB(group, "change groups of devices and command them")                                       \
-    VERB(scene, "run, store and assign scenes")                                                    \
-    VERB(bind, "enter a list of devices")                                                          \
+    VERB(scene, "run, save and delete scenes of a group, assign them to a panel")                  \
+    VERB(linkage, "run linkage scenes, replace the set of them")                                   \
+    VERB(bind, "register devices")                                                                 \
     VERB(unbind, "remove devices")                                                                 \
-    VERB(token, "bind the installer's token")                                                      \
+    VERB(token, "give the gateway the installer's token")                                          \
     VERB(wifi, "move the gateway to another Wi-Fi network")                                        \
     VERB(join, "let new devices join")                                                             \
     VERB(config, "push the configuration files, read one back")                                    \
     VERB(log, "fetch the log")                                                                     \
-    VERB(upgrade, "bring new firmware to the gateway or to a device")                              \
-    VERB(deactivate, "take the gateway out of service")                                            \
+    VERB(upgrade, "install firmware on the gateway or on a device")                                \
+    VERB(deactivate, "reset the gateway to \"not activated\"")                                     \
     VERB(provision, "give a gateway in access-point mode its Wi-Fi network")                       \
     VERB(site, "report what was commissioned, and what changed since an earlier report")           \
-    VERB(keepalive, "measure the round trip of a keep-alive")                                      \
+    VERB(ping, "measure how long the gateway takes to answer")                                     \
     VERB(raw, "send one frame of any type and show the answer")
 
 namespace engr_app {

@@ -65,7 +65,7 @@ class watcher {
         }
         if (change.state == link_state::connected) {
             out_.notice(
-                fmt::format("{}  connected again to {}", time_text(), session_.chosen().name()));
+                fmt::format("{}  reconnected to {}", time_text(), session_.chosen().name()));
             lost_ = false;
             return;
         }

@@ -33,11 +33,12 @@ int wifi(gateway_session &session, wifi_arguments &given) {
         }
     }
     ask_one(session, json_request(lan_client::frame_type::wifi_modify, payload));
-    return print_result(session,
-                        fmt::format("{} goes over to network {}: its address may change, find it "
-                                    "again with engr_app discover",
-                                    session.chosen().name(), given.network),
-                        {{"ssid", given.network}});
+    return print_result(
+        session,
+        fmt::format("{} is switching to network {}: its address may change, find it "
+                    "again with engr_app discover",
+                    session.chosen().name(), given.network),
+        {{"ssid", given.network}});
 }
 
 } // namespace
