@@ -15,26 +15,21 @@ a payload stands for what differs. Options begin a gateway of the example's own:
 NAME=VALUE of the upgrade in a scenario, NAME:RESULT for a service or callback that fails.
 """
 import json
-import os
 import re
 import shlex
 import socket
 import struct
 
+import documents
 from gateway import PATIENCE_S, Gateway
 from lan_codec import decrypt, encrypt, frame, request
 
-DOCS = os.path.join(os.path.dirname(__file__), "..", "..", "docs")
-PAGES = ("protocol", "protocol_commands", "protocol_upgrade", "protocol_provisioning")
+PAGES = tuple(f"docs/{name}.md" for name in ("protocol", "protocol_commands", "protocol_upgrade",
+                                                 "protocol_provisioning"))
 ADDRESS = "127.0.0.2"
 CALLBACKS = ("get_log_path",)
 HEADER = 16
 SEGMENT, SEGMENT_OVERHEAD = 1024, 36
-
-
-def read_page(name):
-    with open(os.path.join(DOCS, name + ".md"), encoding="utf-8") as file:
-        return file.read()
 
 
 def table(text, first_heading):
@@ -45,18 +40,17 @@ def table(text, first_heading):
 
 def blocks(text, kind):
     """(options, lines) of the fenced blocks of a kind."""
-    return [(options.split(), body.splitlines())
-            for options, body in re.findall(rf"^```{kind}\b *([^\n]*)\n(.*?)^```$", text, re.MULTILINE | re.DOTALL)]
+    return [(block.options, block.text.splitlines()) for block in documents.blocks(text) if block.language == kind]
 
 
 class Protocol:
     """What the main page says of keys, types and the gateway of the examples."""
 
     def __init__(self):
-        text = read_page("protocol")
+        text = documents.read_page(PAGES[0])
         self.keys = {row[0]: (row[1], bytes.fromhex(row[2]), row[3], row[4]) for row in table(text, "Key")}
         self.types = {row[1]: (int(row[0]), row[3], row[4]) for row in table(text, "Type")}
-        self.site = json.loads("\n".join(blocks(text, "json site.json")[0][1]))
+        self.site = json.loads("\n".join(blocks(text, "json")[0][1]))
 
     def key(self, port, activated):
         """Of a datagram's port, or of the TCP channel."""
@@ -232,7 +226,7 @@ def play_pages(test, protocol, wanted=lambda lines: True):
     """Plays all examples that are wanted: those without options of a page on one gateway, in their order. Yields the
     lines of each when it has been played."""
     for page in PAGES:
-        examples = [example for example in blocks(read_page(page), "exchange") if wanted(example[1])]
+        examples = [example for example in blocks(documents.read_page(page), "exchange") if wanted(example[1])]
         shared = [lines for options, lines in examples if not options]
         runs = [([], shared)] + [(options, [lines]) for options, lines in examples if options]
         for options, run in runs:
