@@ -58,8 +58,8 @@ void __wrap_Free(void *block) {
 }
 
 int main() {
-    linux_port::set_server_observer([](linux_port::server_event event, uint16_t, int) {
-        if (event == linux_port::server_event::listening) {
+    linux_port::set_server_observer([](const linux_port::server_notice &notice) {
+        if (notice.event == linux_port::server_event::listening) {
             listening.release();
         }
     });

@@ -55,8 +55,8 @@ int32_t take_firmware(lan_fw_info_t *firmware) {
 std::binary_semaphore listening{0};
 
 bool start() {
-    linux_port::set_server_observer([](linux_port::server_event event, uint16_t, int) {
-        if (event == linux_port::server_event::listening) {
+    linux_port::set_server_observer([](const linux_port::server_notice &notice) {
+        if (notice.event == linux_port::server_event::listening) {
             listening.release();
         }
     });

@@ -42,7 +42,7 @@ std::string end_of_file(const char *name, std::size_t bytes_max) {
 
 } // namespace
 
-void open_log(int level) {
+void open_log(int level, bool is_shown) {
     // The port hands over one finished line at a time, so the logger neither locks nor formats.
     spdlog::file_event_handlers private_files;
     private_files.after_open = [](const spdlog::filename_t &, std::FILE *opened) {
@@ -54,8 +54,10 @@ void open_log(int level) {
     const auto logger = std::make_shared<spdlog::logger>("gateway", file);
     logger->flush_on(spdlog::level::trace);
     linux_port::set_log_level(level);
-    linux_port::set_log_sink([logger](int, std::string_view line) {
-        linux_port::write_standard_error(line);
+    linux_port::set_log_sink([logger, is_shown](int, std::string_view line) {
+        if (is_shown) {
+            linux_port::write_standard_error(line);
+        }
         const std::lock_guard guard(files_mutex);
         logger->info(line);
     });

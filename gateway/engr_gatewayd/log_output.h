@@ -1,4 +1,4 @@
-// Where the log goes: standard error and a file in the data directory.
+// Where the log goes: a file in the data directory and, when asked for, standard error.
 #pragma once
 
 #include <string>
@@ -9,12 +9,13 @@ namespace gatewayd {
 constexpr const char *log_file_name = "engr_gatewayd.log";
 
 /**
- * Sends the log to standard error and to the file in the working directory.
+ * Sends the log to the file in the working directory.
  *
- * @param level  most detailed level that is kept
+ * @param level     most detailed level that is kept
+ * @param is_shown  on standard error, too
  * @throws std::runtime_error  the file cannot be written
  */
-void open_log(int level);
+void open_log(int level, bool is_shown);
 
 /**
  * The end of what the log file has so far, after the file before it, which a rotation may just have

@@ -1,4 +1,5 @@
 // engr_gatewayd: hosts the agent and the reference services on the Linux port.
+#include "activity_output.h"
 #include "agent_run.h"
 #include "control_server.h"
 #include "data_dir.h"
@@ -11,6 +12,7 @@
 #include "log_output.h"
 #include "options.h"
 #include "server_watch.h"
+#include "service_manager.h"
 #include "verb_handlers.h"
 #include "verbs.h"
 
@@ -32,6 +34,7 @@ namespace gatewayd {
 namespace {
 
 constexpr const char *store_name = "gateway.db";
+constexpr int usual_log_level = 2;
 /** Files that are opened by libraries, which would follow a link and wait for a pipe. */
 constexpr const char *own_files[] = {control::lock_name, store_name, "gateway.db-wal",
                                      "gateway.db-journal", log_file_name};
@@ -99,6 +102,8 @@ class running_gateway {
         options.initial_site = std::move(inputs.site);
         options.faults = std::move(inputs.scenario);
         options.newest_log = newest_log;
+        options.activity = show_activity;
+        options.asking_app = linux_port::last_sender;
         options.address = [chosen] { return served_address(chosen); };
         if (const auto trace = inputs.trace) {
             trace->begin();
@@ -148,7 +153,8 @@ void run(const options &chosen, input_files &inputs) {
     control::enter_directory(chosen.data_dir, true);
     check_directory(chosen.data_dir);
     lock_directory(chosen.data_dir);
-    open_log(chosen.log_level);
+    open_log(chosen.log_level.value_or(usual_log_level), chosen.log_level.has_value());
+    set_activity_shown(!chosen.is_quiet);
     configure_network(chosen);
     const running_gateway gateway(chosen, inputs);
     if (!chosen.site.empty() && !gateway::used_initial_site()) {
@@ -171,6 +177,7 @@ void run(const options &chosen, input_files &inputs) {
     }
     int signal_number = 0;
     sigwait(&stopping, &signal_number);
+    notify_service_manager("STOPPING=1");
     if (const std::string fault = server_fault(); !fault.empty()) {
         throw std::runtime_error(fault);
     }

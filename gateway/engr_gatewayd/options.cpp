@@ -73,9 +73,11 @@ parsed_options parse_options(int count, char **arguments) {
     app.add_flag("--ap", chosen.access_point,
                  "Begins as an access point that waits for a Wi-Fi network's credentials");
     app.add_option("--log-level", chosen.log_level,
-                   "Most detailed level to log, 0 to 5 (default: 2)")
+                   "Shows the log here, too, and keeps lines up to this level, 0 to 5 (default: "
+                   "lines up to 2 go to the log file alone)")
         ->type_name("N")
         ->check(CLI::Range(0, 5));
+    app.add_flag("--quiet", chosen.is_quiet, "Does not show what apps do");
     app.footer("Exit status: 0 stopped by a signal; 1 it could not run; 2 wrong usage or an "
                "unreadable file.");
     try {

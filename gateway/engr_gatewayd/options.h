@@ -1,6 +1,7 @@
 // The daemon's command line.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace gatewayd {
@@ -19,7 +20,8 @@ struct options {
     std::string trace;    /**< file, or empty */
     int mode = 0;
     bool access_point = false;
-    int log_level = 2;
+    std::optional<int> log_level;   /**< none: the file has the usual ones, and none is shown */
+    bool is_quiet = false;          /**< what apps do is not shown */
     bool waits_for_address = false; /**< goes on trying while the address is taken at the start */
 };
 

@@ -1,6 +1,8 @@
 #include "server_watch.h"
 
+#include "activity_output.h"
 #include "linux_port/port.h"
+#include "service_manager.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -19,7 +21,7 @@ constexpr uint16_t server_port = 6668;
 
 options watched;
 std::string ready_text;
-std::atomic<bool> listening;
+std::atomic<bool> is_listening;
 std::atomic<bool> was_ready;
 std::atomic<bool> has_complained;
 std::atomic<bool> has_ended;
@@ -40,19 +42,27 @@ void complain(int error) {
         const std::string reason = error == EADDRINUSE
                                        ? "is taken by another program"
                                        : fmt::format("cannot be had: {}", std::strerror(error));
-        std::fprintf(stderr, "engr_gatewayd: tcp %d on %s %s; retrying\n", server_port,
-                     shown_address().c_str(), reason.c_str());
+        const std::string message =
+            fmt::format("tcp {} on {} {}; retrying", server_port, shown_address(), reason);
+        std::fprintf(stderr, "engr_gatewayd: %s\n", message.c_str());
+        notify_service_manager("STATUS=" + message);
     }
 }
 
-void on_server_event(linux_port::server_event event, uint16_t port, int error) {
-    if (port != server_port) {
+void on_server_event(const linux_port::server_notice &notice) {
+    using enum linux_port::server_event;
+    if (notice.port != server_port) {
         return;
     }
-    listening = event == linux_port::server_event::listening;
-    if (event == linux_port::server_event::failed) {
-        complain(error);
-    } else if (listening) {
+    if (notice.event == connected || notice.event == disconnected) {
+        show_activity(fmt::format("{} {}", notice.peer,
+                                  notice.event == connected ? "connected" : "disconnected"));
+        return;
+    }
+    is_listening = notice.event == listening;
+    if (notice.event == failed) {
+        complain(notice.error);
+    } else if (is_listening) {
         has_complained = false;
         if (!was_ready.exchange(true)) {
             say_ready("tcp " + std::to_string(server_port));
@@ -72,10 +82,12 @@ void say_ready(const std::string &service) {
     std::printf("ready: %s on %s, %s\n", service.c_str(), shown_address().c_str(),
                 ready_text.c_str());
     std::fflush(stdout);
+    notify_service_manager("READY=1\nSTATUS=" + service + " on " + shown_address() + ", " +
+                           ready_text);
 }
 
 bool server_is_listening() {
-    return listening;
+    return is_listening;
 }
 
 std::string server_fault() {

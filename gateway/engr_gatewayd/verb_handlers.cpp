@@ -32,6 +32,18 @@ ordered_json with_result(ordered_json result) {
     return {{"result", std::move(result)}};
 }
 
+/**
+ * The reply of a verb that has the agent do something.
+ *
+ * @throws gateway::refused  the agent has not done it
+ */
+ordered_json with_success(int32_t result) {
+    if (result != 0) {
+        throw gateway::refused(fmt::format("the agent refused: result {}", result));
+    }
+    return with_result(result);
+}
+
 /** Whether an argument is the first of two words. */
 bool is_first(const std::string &text, const std::string &first, const std::string &second) {
     if (text != first && text != second) {
@@ -90,7 +102,7 @@ ordered_json start_upgrade(const texts &arguments) {
     for (std::size_t i = 1; i < arguments.size(); i += 2) {
         set_upgrade_option(wanted, arguments[i], arguments[i + 1]);
     }
-    return with_result(gateway::start_upgrade(wanted));
+    return with_success(gateway::start_upgrade(wanted));
 }
 
 ordered_json show_status(const texts &) {
@@ -185,7 +197,7 @@ constexpr verb_handler handlers[] = {
     {"callback", set_callback},
     {"register",
      [](const texts &a) {
-         return with_result(gateway::register_frame_handler(
+         return with_success(gateway::register_frame_handler(
              support::need_whole_number<int32_t>("FRAME_TYPE", a[0]),
              support::need_whole_number<int32_t>("RESULT", a[1])));
      }},

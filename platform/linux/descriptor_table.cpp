@@ -31,8 +31,8 @@ thread_local int32_t last_error = 0;
 
 } // namespace
 
-socket_record::socket_record(int system_descriptor, int32_t socket_kind)
-    : fd(system_descriptor), kind(socket_kind) {}
+socket_record::socket_record(int system_descriptor, int32_t socket_kind, connection_origin origin)
+    : fd(system_descriptor), kind(socket_kind), accepted_from(origin) {}
 
 socket_record::~socket_record() {
     close(fd);
@@ -41,9 +41,9 @@ socket_record::~socket_record() {
     }
 }
 
-int32_t add_socket(int system_descriptor, int32_t kind) {
+int32_t add_socket(int system_descriptor, int32_t kind, connection_origin accepted_from) {
     try {
-        auto socket = std::make_shared<socket_record>(system_descriptor, kind);
+        auto socket = std::make_shared<socket_record>(system_descriptor, kind, accepted_from);
         system_descriptor = -1;
         descriptor_table &numbers = table();
         const std::lock_guard lock(numbers.mutex);

@@ -23,19 +23,26 @@ struct outgoing {
     uint64_t acknowledged = 0; /**< of these, acknowledged by the peer at the last check */
 };
 
+/** Where an accepted connection comes from. */
+struct connection_origin {
+    uint32_t peer = 0;        /**< its address, in host order */
+    uint16_t server_port = 0; /**< of the server that accepted it; 0: no connection */
+};
+
 /**
  * One socket. Whoever works on it holds a reference, so that the system's descriptor is closed, and
  * its number used again, only when the last call on it has returned. A close marks the record and
  * shuts the system's socket down, which ends every poll on it, now or begun later.
  */
 struct socket_record {
-    socket_record(int system_descriptor, int32_t socket_kind);
+    socket_record(int system_descriptor, int32_t socket_kind, connection_origin origin);
     ~socket_record();
     socket_record(const socket_record &) = delete;
     socket_record &operator=(const socket_record &) = delete;
 
     const int fd;       /**< the system's descriptor, non-blocking: the port waits by itself */
     const int32_t kind; /**< KELO_SOCKET_TCP or KELO_SOCKET_UDP */
+    const connection_origin accepted_from;
     /** Of a UDP socket bound to the configured "any address": a second socket that gets the
      * broadcasts, else -1. */
     std::atomic<int> broadcast_fd{-1};
@@ -61,7 +68,7 @@ constexpr int32_t descriptor_after(int32_t number) {
 
 /** Puts a system socket, which it takes over, under a new number; the number, or -1 with the error
  * set. */
-int32_t add_socket(int system_descriptor, int32_t kind);
+int32_t add_socket(int system_descriptor, int32_t kind, connection_origin accepted_from = {});
 /** The socket of a number; null with the error set. */
 socket_ref find_socket(int32_t descriptor);
 

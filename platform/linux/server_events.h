@@ -10,7 +10,9 @@ namespace linux_port {
 void tell_listening(socket_record &socket);
 /** Reports that a server could not bind or listen, for the reason in errno, which is preserved. */
 void tell_failed(const socket_record &socket, uint16_t port);
-/** Reports the close of a socket that listened. */
+/** Reports a connection that a server has accepted. */
+void tell_connected(const connection_origin &accepted);
+/** Reports the close of a socket that listened, or of an accepted connection. */
 void tell_closed(const socket_record &socket);
 
 } // namespace linux_port

@@ -17,6 +17,9 @@ using namespace linux_port;
 
 namespace {
 
+/** Address of the peer from which this thread received last, in host order; 0: of none. */
+thread_local uint32_t sender_of_thread = 0;
+
 /** Confines a socket to the configured interface. */
 bool confine_to_interface(int fd) {
     const std::string &interface = configured_network().interface;
@@ -138,6 +141,10 @@ void pause_accepting_without_resources(socket_record &socket) {
 
 } // namespace
 
+std::string linux_port::last_sender() {
+    return sender_of_thread == 0 ? std::string() : address_text(sender_of_thread);
+}
+
 int32_t kelo_hal_net_socket_create(int32_t kind) {
     if (kind != KELO_SOCKET_TCP && kind != KELO_SOCKET_UDP) {
         return fail(code_of_errno(EINVAL));
@@ -236,7 +243,12 @@ int32_t kelo_hal_net_accept(int32_t descriptor, uint32_t *address, uint16_t *por
     if (port != nullptr) {
         *port = ntohs(peer.sin_port);
     }
-    return add_socket(fd, KELO_SOCKET_TCP);
+    const connection_origin origin{ntohl(peer.sin_addr.s_addr), socket->served_port};
+    const int32_t added = add_socket(fd, KELO_SOCKET_TCP, origin);
+    if (added >= 0) {
+        tell_connected(origin);
+    }
+    return added;
 }
 
 int32_t kelo_hal_net_recv(int32_t descriptor, void *buffer, uint32_t length) {
@@ -249,6 +261,8 @@ int32_t kelo_hal_net_recv(int32_t descriptor, void *buffer, uint32_t length) {
         call_when_ready(*socket, [&] { return recv(socket->fd, buffer, wanted, 0); });
     if (count == 0 && wanted != 0) {
         fail(KELO_ERR_PEER_CLOSED);
+    } else if (count > 0) {
+        sender_of_thread = socket->accepted_from.peer;
     }
     return static_cast<int32_t>(count);
 }
@@ -273,6 +287,9 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
         return received < 0 && errno == EAGAIN && broadcast_fd >= 0 ? receive_from(broadcast_fd)
                                                                     : received;
     });
+    if (count >= 0) {
+        sender_of_thread = ntohl(sender.sin_addr.s_addr);
+    }
     if (count >= 0 && address != nullptr) {
         *address = ntohl(sender.sin_addr.s_addr);
     }

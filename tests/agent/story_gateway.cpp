@@ -64,6 +64,7 @@ story_gateway::story_gateway(sim::world &world, const std::string &site,
                      .initial_site = ::gateway::parse_site(site, "site"),
                      .faults = ::gateway::parse_scenario(scenario, "scenario"),
                      .trace = [this](std::string_view line) { trace.emplace_back(line); },
+                     .activity = [this](std::string_view line) { activity.emplace_back(line); },
                      .address = [] { return std::string("192.168.1.1"); }});
 }
 

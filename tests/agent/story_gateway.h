@@ -90,7 +90,8 @@ class story_gateway {
     /** Connects an app; waits until the agent has it in its table. */
     story_app connect();
 
-    std::vector<std::string> trace; /**< lines of the services' trace */
+    std::vector<std::string> trace;    /**< lines of the services' trace */
+    std::vector<std::string> activity; /**< what they tell whoever watches */
 
   private:
     sim::world &world_;

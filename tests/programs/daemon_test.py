@@ -10,6 +10,7 @@ import subprocess
 import tempfile
 import time
 import unittest
+import unittest.mock
 
 from gateway import PATIENCE_S, Gateway, own_address, program
 
@@ -205,6 +206,49 @@ class StartTest(unittest.TestCase):
                 time.sleep(0.02)
         with gateway:
             self.assertIn(f"ready: tcp 6668 on lo ({address}), gateway ", gateway.read_line())
+
+    def test_its_terminal_tells_what_apps_do_and_the_log_only_when_asked(self):
+        told = ["connected", "set the channel to 14", "was refused: ", "disconnected"]
+        for options, has_activity, has_log in (([], True, False), (["--quiet"], False, False),
+                                               (["--log-level", "4"], True, True)):
+            with self.subTest(options=options), Gateway(*options, site=ONE_DEVICE) as gateway:
+                app = gateway.address
+                self.assertEqual(gateway.run_app("channel", "set", "14").returncode, 0)
+                self.assertEqual(gateway.run_app("channel", "set", "--force", "9").returncode, 1)
+                while gateway.status()["clients"] != 0:
+                    time.sleep(0.01)
+                gateway.stop()
+                lines = [line[9:] for line in gateway.stderr().splitlines() if re.match(r"\d\d:\d\d:\d\d ", line)]
+                shown = [next((word for word in told if f"127.0.0.1 {word}" in line), line) for line in lines]
+                self.assertEqual(shown, ["connected", told[1], "disconnected", "connected", told[2], "disconnected"]
+                                 if has_activity else [], f"{app}: {gateway.stderr()}")
+                self.assertEqual("frame_reader.cpp" in gateway.stderr(), has_log)
+                with open(os.path.join(gateway.data_dir, "engr_gatewayd.log"), encoding="utf-8") as log:
+                    self.assertIn("frame_reader.cpp", log.read())
+
+    def test_a_pushed_configuration_is_told_and_a_read_one_is_not(self):
+        with Gateway(site=ONE_DEVICE) as gateway:
+            for _ in range(2):
+                self.assertEqual(gateway.run_app("config", "push", "app", "-", text='{"n": 1}').returncode, 0)
+                self.assertEqual(gateway.run_app("config", "pull").returncode, 0)
+            self.assertEqual(gateway.run_app("config", "push", "cloud", "-", text='{"n": 2}').returncode, 0)
+            bound = time.monotonic() + PATIENCE_S
+            while gateway.stderr().count(" pushed app.config, 8 bytes") != 2:
+                self.assertLess(time.monotonic(), bound, gateway.stderr())
+                time.sleep(0.02)
+            self.assertIn("127.0.0.1 pushed cloud.config, 8 bytes", gateway.stderr())
+
+    def test_the_service_manager_is_told_when_it_is_ready_and_when_it_ends(self):
+        with tempfile.TemporaryDirectory() as directory, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(os.path.join(directory, "notify"))
+            manager.settimeout(PATIENCE_S)
+            with unittest.mock.patch.dict(os.environ, NOTIFY_SOCKET=os.path.join(directory, "notify")):
+                gateway = Gateway(site=ONE_DEVICE)
+            with gateway:
+                self.assertRegex(manager.recv(4096).decode(),
+                                 rf"\AREADY=1\nSTATUS=tcp 6668 on lo \({gateway.address}\), gateway gw1 ")
+                gateway.stop()
+                self.assertEqual(manager.recv(4096), b"STOPPING=1")
 
     def test_wechat_mode_is_ready_without_a_server(self):
         with Gateway("--mode", "1", trace=True) as gateway:

@@ -1,5 +1,6 @@
 #include "calls/calls.h"
 
+#include "calls/activity.h"
 #include "gateway_services/error.h"
 #include "platform/clock.h"
 #include "support/utf8.h"
@@ -291,6 +292,7 @@ nlohmann::ordered_json callbacks_status() {
 int32_t guarded(const std::function<void()> &work, std::string *reason) {
     const auto fail = [&](const std::exception &error, int32_t result) {
         GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", error.what());
+        tell_refusal(error.what());
         if (reason != nullptr) {
             *reason = error.what();
         }

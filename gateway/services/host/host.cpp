@@ -1,5 +1,6 @@
 #include "gateway_services/host.h"
 
+#include "calls/activity.h"
 #include "calls/calls.h"
 #include "contracts/callbacks.h"
 #include "platform/owners.h"
@@ -45,6 +46,7 @@ nlohmann::ordered_json record_status() {
 }
 
 void open_parts(open_options &&options) {
+    activity_init(std::move(options.activity), std::move(options.asking_app));
     const bool keeps_files = options.store_path != memory_database;
     if (keeps_files) {
         empty_partial_image(); // it may have all the room that the store needs
@@ -99,6 +101,7 @@ void close() {
     records_shutdown();
     network_shutdown();
     calls_shutdown();
+    activity_shutdown();
     store_shutdown();
 }
 

@@ -70,11 +70,6 @@ device_record &make_record(const std::string &dev_id) {
     return made;
 }
 
-std::string gateway_id() {
-    const platform::held_mutex guard(record.shared.field_mutex);
-    return record.shared.gw_id[0] != '\0' ? record.shared.gw_id : record.shared.alt_gw_id;
-}
-
 device_record &need(device_record *device, std::string_view dev_id) {
     if (device == nullptr) {
         throw refused(fmt::format("unknown device {}", dev_id));
@@ -171,6 +166,11 @@ device_record &need_online_device(std::string_view dev_id) {
         throw refused(fmt::format("device {} is offline", dev_id));
     }
     return device;
+}
+
+std::string gateway_id() {
+    const platform::held_mutex guard(record.shared.field_mutex);
+    return record.shared.gw_id[0] != '\0' ? record.shared.gw_id : record.shared.alt_gw_id;
 }
 
 bool is_own_id(std::string_view dev_id) {

@@ -82,6 +82,8 @@ device_record *own_device();
 
 /** Whether a device can be reached; the gateway's own always can. Takes dev_mutex. */
 bool is_online(const device_record &device);
+/** The gateway's id, the alternative one while it has none. Takes field_mutex. */
+std::string gateway_id();
 /** Whether the gateway itself has that id, in any letter case. */
 bool is_own_id(std::string_view dev_id);
 /** A device's product id. Takes dev_mutex. */

@@ -1,5 +1,6 @@
 #include "subjects/configuration.h"
 
+#include "calls/activity.h"
 #include "calls/calls.h"
 #include "calls/requests.h"
 #include "gateway_services/error.h"
@@ -10,6 +11,7 @@
 #include "store/files.h"
 #include "store/records.h"
 #include "store/store.h"
+#include "subjects/config_pushes.h"
 #include "support/numbers.h"
 
 #include <fcntl.h>
@@ -123,6 +125,7 @@ void restore(const char *name) {
     }
     GATEWAY_LOG(LOG_LEVEL_WARNING, "%s was incomplete; the last complete one has been restored",
                 name);
+    tell_event(fmt::format("{} was incomplete; the last complete one has been restored", name));
 }
 
 /**
@@ -146,6 +149,7 @@ bool with_both(void (*action)(const char *name)) {
 
 void configuration_init(bool keeps_files) {
     keeps_copies = keeps_files;
+    config_pushes_init();
     if (keeps_copies) {
         with_both([](const char *name) {
             remove_irregular(name);
@@ -155,6 +159,7 @@ void configuration_init(bool keeps_files) {
 }
 
 void configuration_shutdown() {
+    config_pushes_shutdown();
     if (!std::exchange(keeps_copies, false)) {
         return;
     }
@@ -182,6 +187,7 @@ const char *prepare_config_directory() {
         GATEWAY_LOG(LOG_LEVEL_FAILURE, "the disk has no room for a configuration");
         return full_directory.data();
     }
+    expect_config_push(app_config_name);
     return config_directory;
 }
 
@@ -198,6 +204,7 @@ void apply_config() {
     const ordered_json taken = {
         {"bytes", content.size()}, {"md5", md5_of(content)}, {"posix_s", uni_time_get_posix()}};
     change_setting(taken_over_setting, taken.dump());
+    tell_deed(fmt::format("pushed {}, {} bytes", cloud_config_name, content.size()));
 }
 
 void store_setting(std::string_view key, std::string_view value) {
@@ -224,6 +231,7 @@ void change_channel(const support::json_value &request) {
     const field &of = need_field(gateway_fields(), "channel");
     const int64_t channel = request.required(of.name).whole_number(of.lowest, of.highest);
     change_gateway_fields({{&of, channel}});
+    tell_deed(fmt::format("set the channel to {}", channel));
 }
 
 void set_gateway_field(std::string_view name, const std::string &value) {

@@ -1,5 +1,6 @@
 #include "subjects/data_points.h"
 
+#include "calls/activity.h"
 #include "calls/calls.h"
 #include "calls/requests.h"
 #include "engr_lan_agent.h"
@@ -189,6 +190,7 @@ int32_t report_data_points(std::string_view dev_id, std::string_view dps) {
     if (!fault.empty()) {
         throw usage_error(fault);
     }
+    tell_event(fmt::format("device {} reports {}", dev_id, dps));
     return change_data_points({{std::string(dev_id), std::string(dps)}}, change_origin::device);
 }
 
@@ -208,6 +210,10 @@ void command_devices(const json_value &request) {
         changes.push_back({named_device(request), dps});
     }
     change_data_points(changes, origin);
+    tell_deed(fmt::format("set {} of {}", dps,
+                          origin == change_origin::many_commands
+                              ? "group " + request.required("gid").text()
+                              : "device " + changes.front().dev_id));
 }
 
 void answer_query(const cJSON *cid, const cJSON *dp_id) {

@@ -1,5 +1,6 @@
 #include "subjects/devices.h"
 
+#include "calls/activity.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
 #include "gateway_services/operate.h"
@@ -118,12 +119,21 @@ void bind_devices(std::vector<site_device> devices, arrival how) {
         }
     }
     for (const product_of_device &each : reported) {
+        if (how == arrival::joined) {
+            tell_event(fmt::format("device {} joined", each.dev_id));
+        }
         engr_lan_sub_dev_bind_report(each.dev_id.c_str(), each.pid.c_str());
     }
 }
 
 void bind_products(const json_value &request) {
-    bind_devices(read_products(request), arrival::bound);
+    std::vector<site_device> devices = read_products(request);
+    std::vector<std::string> ids;
+    for (const site_device &each : devices) {
+        ids.push_back(each.id());
+    }
+    bind_devices(std::move(devices), arrival::bound);
+    tell_deed(fmt::format("bound {}", listed(ids)));
 }
 
 void unbind_device(device_record *device) {
@@ -142,6 +152,7 @@ void unbind_device(device_record *device) {
         change.commit();
         unlist_device(*device);
     }
+    tell_deed(fmt::format("unbound device {}", dev_id));
     engr_lan_sub_dev_unbind_report(dev_id.c_str());
 }
 

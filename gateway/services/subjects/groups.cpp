@@ -1,5 +1,6 @@
 #include "subjects/groups.h"
 
+#include "calls/activity.h"
 #include "calls/requests.h"
 #include "gateway_services/error.h"
 #include "store/records.h"
@@ -53,6 +54,14 @@ void delete_group(const std::string &gid, const std::vector<std::string> &) {
     }
 }
 
+/** What an operation did, in words. */
+std::string group_deed(std::string_view operation, const std::string &gid,
+                       const std::vector<std::string> &dev_ids) {
+    return operation == "add"      ? fmt::format("added {} to group {}", listed(dev_ids), gid)
+           : operation == "remove" ? fmt::format("removed {} from group {}", listed(dev_ids), gid)
+                                   : fmt::format("deleted group {}", gid);
+}
+
 /** The operations on a group. */
 struct group_operation {
     const char *name;
@@ -87,11 +96,12 @@ operation_work read_group_operation(const json_value &request, ordered_json &out
         dev_ids = read_device_ids(request.required("cids"));
     }
     outcome = {{"gid", gid}, {"op", operation.name}};
-    return [gid, dev_ids, change = operation.change](ordered_json &done) {
+    return [gid, dev_ids, &operation](ordered_json &done) {
         lasting_change all;
-        change(gid, dev_ids);
+        operation.change(gid, dev_ids);
         done["cids"] = group_members(gid);
         all.commit();
+        tell_deed(group_deed(operation.name, gid, dev_ids));
     };
 }
 

@@ -1,5 +1,6 @@
 #include "subjects/installer.h"
 
+#include "calls/activity.h"
 #include "gateway_services/error.h"
 #include "store/records.h"
 #include "store/store.h"
@@ -32,6 +33,7 @@ void check_token(std::string_view token) {
 void bind_token(std::string_view token) {
     check_token(token);
     change_setting(token_setting, token);
+    tell_deed("bound a token");
 }
 
 void store_wifi(const std::string &ssid, const std::string &password,
@@ -54,10 +56,12 @@ void store_wifi(const std::string &ssid, const std::string &password,
 void change_wifi(const std::string &ssid, const std::string &password) {
     store_wifi(ssid, password, std::nullopt);
     locked_network()->wifi_ssid = ssid;
+    tell_deed(fmt::format("moved the gateway to Wi-Fi network {}", ssid));
 }
 
 void end_engineering() {
     change_setting(engineering_ended_setting, "1");
+    tell_deed("ended engineering");
 }
 
 void deactivate() {
@@ -69,6 +73,7 @@ void deactivate() {
                                   int64_t{GW_DEACTIVATED});
     change.commit();
     close_joining();
+    tell_deed("deactivated the gateway");
 }
 
 void add_installer_status(nlohmann::ordered_json &status) {

@@ -1,5 +1,6 @@
 #include "subjects/joining.h"
 
+#include "calls/activity.h"
 #include "calls/calls.h"
 #include "gateway_services/error.h"
 #include "gateway_services/operate.h"
@@ -85,6 +86,9 @@ std::optional<site_device> end_step() {
         return std::nullopt;
     }
     joining_now.left_ms -= std::min(joining_now.left_ms, joining_now.step_ms);
+    if (joining_now.left_ms == 0) {
+        tell_event("joining closed: its time is over");
+    }
     joining_now.waited_ms += joining_now.step_ms;
     const joining_device *next = next_to_join();
     if (next == nullptr || next->join_after_ms > joining_now.waited_ms) {
@@ -200,9 +204,13 @@ bool permit_joining(uint8_t kind, uint32_t time_s) {
     const platform::held_mutex change(change_mutex());
     if (time_s == 0) {
         close_joining();
+        tell_deed("closed joining");
         return true;
     }
-    return begin_joining(kind, time_s);
+    const bool is_open = begin_joining(kind, time_s);
+    tell_deed(is_open ? fmt::format("opened joining for {} s", time_s)
+                      : "could not open joining: no timer");
+    return is_open;
 }
 
 void add_joining_status(nlohmann::ordered_json &status) {

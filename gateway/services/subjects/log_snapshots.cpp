@@ -1,5 +1,6 @@
 #include "subjects/log_snapshots.h"
 
+#include "calls/activity.h"
 #include "gateway_services/error.h"
 #include "store/files.h"
 
@@ -81,6 +82,7 @@ void make_log_snapshot(char *path, std::size_t size) {
     }
     name.copy(path, name.size());
     path[name.size()] = '\0';
+    tell_deed("fetches the log");
 }
 
 } // namespace gateway

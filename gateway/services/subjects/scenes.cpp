@@ -1,5 +1,6 @@
 #include "subjects/scenes.h"
 
+#include "calls/activity.h"
 #include "calls/requests.h"
 #include "gateway_services/error.h"
 #include "store/products.h"
@@ -112,6 +113,8 @@ operation_work read_scene_operation(const json_value &request, ordered_json &out
             delete_scene(gid, sid);
         }
         change.commit();
+        tell_deed(
+            fmt::format("{} scene {} of group {}", name == "save" ? "saved" : "deleted", sid, gid));
     };
 }
 
@@ -152,6 +155,8 @@ operation_work read_panel_command(const json_value &request, ordered_json &outco
         }
         change.commit();
         done["buttons"] = buttons.size();
+        tell_deed(fmt::format("assigned {} button{} of panel {}", buttons.size(),
+                              buttons.size() == 1 ? "" : "s", cid));
     };
 }
 
@@ -209,6 +214,7 @@ void execute_scene(const std::string &gid, const std::string &sid) {
         refuse_unknown_scene(gid, sid);
     }
     apply_actions(*actions, {{"gid", gid}, {"sid", sid}});
+    tell_deed(fmt::format("ran scene {} of group {}", sid, gid));
 }
 
 void unload_linkage() {
@@ -243,6 +249,8 @@ void save_linkage(int32_t total, int32_t modified, const json_value &request) {
     }
     the_store().set_setting(linkage_time_setting, std::to_string(modified));
     change.commit();
+    tell_deed(fmt::format("stored the linkage set: {} scene{}", scenes.size(),
+                          scenes.size() == 1 ? "" : "s"));
 }
 
 void execute_linkage_scene(const std::string &scene_id) {
@@ -256,6 +264,7 @@ void execute_linkage_scene(const std::string &scene_id) {
         actions = found->second;
     }
     apply_actions(actions, {{"sceneId", scene_id}});
+    tell_deed(fmt::format("ran linkage scene {}", scene_id));
 }
 
 void add_scenes_status(ordered_json &status) {

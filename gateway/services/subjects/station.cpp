@@ -1,5 +1,6 @@
 #include "subjects/station.h"
 
+#include "calls/activity.h"
 #include "calls/calls.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
@@ -11,6 +12,8 @@
 #include "store/records.h"
 #include "subjects/installer.h"
 #include "subjects/network.h"
+
+#include <fmt/format.h>
 
 #include <utility>
 
@@ -114,8 +117,10 @@ void finish_configuration() {
 void connect_to_network(void *) {
     const int32_t result = connect_as_recorded();
     if (result == 0) {
+        tell_event("the gateway has joined its Wi-Fi network");
         wf_ap_stop();
     } else {
+        tell_event(fmt::format("the gateway could not join its Wi-Fi network: result {}", result));
         engr_lan_ap_nw_cfg_error_report("the Wi-Fi network cannot be joined", result);
     }
     finish_configuration();
@@ -170,6 +175,7 @@ int on_credentials(const char *ssid, const char *passwd, const char *token) {
         {{"ssid", ssid}, {"passwd", secret_text{passwd}}, {"token", secret_text{token}}}, [&] {
             take_credentials(ssid, passwd, token);
             is_taken = true;
+            tell_deed(fmt::format("sent the credentials of Wi-Fi network {}", ssid));
         });
     // Started here, so that finish_cb stands in the trace before wf_station_connect.
     if (is_taken && !start_connecting()) {

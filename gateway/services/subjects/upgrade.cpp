@@ -1,5 +1,6 @@
 #include "subjects/upgrade.h"
 
+#include "calls/activity.h"
 #include "calls/calls.h"
 #include "engr_lan_agent.h"
 #include "gateway_services/error.h"
@@ -57,7 +58,8 @@ struct upgrade_record : transfer {
     uint32_t ends_before = 0;              /**< upgrade_ends when it was offered */
     std::unique_ptr<received_image> image; /**< while offered or receiving */
     uint32_t received = 0;
-    std::string reason; /**< why it was refused or has failed */
+    uint32_t quarters_told = 0; /**< see pass_quarter */
+    std::string reason;         /**< why it was refused or has failed */
 };
 
 kelo_mutex_t upgrade_mutex; // guards what follows; no call of the agent is made under it
@@ -80,14 +82,13 @@ void *as_argument(uint32_t number) {
     return reinterpret_cast<void *>(static_cast<uintptr_t>(number));
 }
 
-std::string own_id() {
-    const gw_cntl_t &gateway = the_gateway().shared;
-    const platform::held_mutex guard(gateway.field_mutex);
-    return gateway.gw_id;
+std::string shown_device() {
+    return current.dev_id.empty() ? gateway_id() : current.dev_id;
 }
 
-std::string shown_device() {
-    return current.dev_id.empty() ? own_id() : current.dev_id;
+/** The upgrade in words. */
+std::string shown_upgrade() {
+    return fmt::format("upgrade of {} to {}", shown_device(), current.firmware.sw_ver);
 }
 
 /** Ends the upgrade without a new version. */
@@ -96,9 +97,10 @@ void give_up(phase how, const std::string &reason) {
     current.now = how;
     current.reason = reason;
     is_offer_standing = false;
-    GATEWAY_LOG(LOG_LEVEL_FAILURE, "upgrade of %s to %s %s: %s", shown_device().c_str(),
-                current.firmware.sw_ver, phase_names[static_cast<std::size_t>(how)],
-                reason.c_str());
+    const std::string outcome = fmt::format("{} {}: {}", shown_upgrade(),
+                                            phase_names[static_cast<std::size_t>(how)], reason);
+    GATEWAY_LOG(LOG_LEVEL_FAILURE, "%s", outcome.c_str());
+    tell_event(outcome);
 }
 
 upgrade_record new_upgrade(std::string dev_id, const lan_fw_info_t &firmware,
@@ -162,6 +164,9 @@ uint32_t take_chunk(uint32_t offset, const uint8_t *data, uint32_t length) {
     const uint32_t back = end == image.size() ? 0 : std::min(current.options.remain_len, added - 1);
     image.append(data + (length - added), added - back);
     current.received = image.received();
+    if (pass_quarter(current.received, current.firmware.file_size, current.quarters_told)) {
+        tell_event(fmt::format("{}: {} % received", shown_upgrade(), current.quarters_told * 25));
+    }
     return back;
 }
 
@@ -249,6 +254,7 @@ int32_t receive_outcome(bool is_complete, const void *cb_arg) {
             return 0;
         }
         current.now = phase::installing;
+        tell_event(fmt::format("{}: received, installing", shown_upgrade()));
         is_installing = true;
         image = std::move(current.image);
         ended = current;
@@ -269,6 +275,7 @@ int32_t receive_outcome(bool is_complete, const void *cb_arg) {
     is_installing = false;
     if (result == 0) {
         current.now = phase::installed;
+        tell_event(fmt::format("{}: installed", shown_upgrade()));
     } else {
         give_up(phase::failed, reason);
     }
@@ -382,7 +389,7 @@ void take_offer() {
 upgrade_record wanted_upgrade(const upgrade_start &wanted) {
     std::string dev_id = wanted.cid.value_or(current.dev_id);
     lan_fw_info_t firmware = current.firmware;
-    const bool is_own = dev_id.empty() || dev_id == own_id();
+    const bool is_own = dev_id.empty() || dev_id == gateway_id();
     firmware.fw_kind = is_own ? FW_KIND_GATEWAY : FW_KIND_SUB_DEVICE;
     firmware.file_size = wanted.file_size.value_or(firmware.file_size);
     upgrade_scenario options = scenario_options;
@@ -403,6 +410,8 @@ int32_t receive_offer(const char *dev_id, const lan_fw_info_t &firmware) {
         return result_failed;
     }
     replace_current(new_upgrade(dev_id, firmware, scenario_options));
+    tell_deed(fmt::format("offers {} version {}, {} bytes", shown_device(), firmware.sw_ver,
+                          firmware.file_size));
     try {
         settle_installation();
         take_offer();

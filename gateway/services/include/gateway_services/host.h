@@ -37,6 +37,12 @@ struct open_options {
      * @throws refused  it cannot be read
      */
     std::function<std::string(std::size_t bytes_max)> newest_log = {};
+    /** Takes a line, without line feed, about what an app did or what happened. It may hold any
+     * characters that an app gave; mutexes are held, so it must not call the gateway. May be called
+     * on several threads at once. Empty: nobody is told. */
+    std::function<void(std::string_view)> activity = {};
+    /** Names the app whose request the calling thread serves; an empty name: it is not known. */
+    std::function<std::string()> asking_app = {};
     /** Returns the gateway's address in dotted decimal, empty when it has none. */
     std::function<std::string()> address;
 };

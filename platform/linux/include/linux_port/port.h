@@ -39,25 +39,36 @@ struct network_config {
 /** The network as it was set. Any thread. */
 const network_config &configured_network();
 
-/** State change of a TCP server of this process. */
+/** What happened to a TCP server of this process. */
 enum class server_event {
-    listening, /**< it takes connections */
-    failed,    /**< its port could not be bound */
-    closed     /**< it no longer listens */
+    listening,   /**< it takes connections */
+    failed,      /**< its port could not be bound */
+    closed,      /**< it no longer listens */
+    connected,   /**< it accepted a connection */
+    disconnected /**< one that it had accepted was closed here */
+};
+
+/** One event of a server. */
+struct server_notice {
+    server_event event;
+    uint16_t port;    /**< the server's */
+    int error;        /**< errno of a failure, else 0 */
+    std::string peer; /**< of a connection, in dotted decimal, else empty */
 };
 
 /**
- * Observer of TCP servers, called at once on the thread that makes the change. Must not call the
- * port.
- *
- * @param port   the server's port
- * @param error  errno of a failure, else 0
+ * Observer of TCP servers, called at once on the thread that makes the change. Must not use
+ * sockets of the port.
  */
-using server_observer = std::function<void(server_event event, uint16_t port, int error)>;
+using server_observer = std::function<void(const server_notice &notice)>;
 
 /** Sets the observer. Call it before the first socket is created, and again (with an empty one)
  * when none is left. */
 void set_server_observer(server_observer observer);
+
+/** Address in dotted decimal of the peer from which the calling thread received last, by TCP or
+ * UDP; empty when it has received nothing. */
+std::string last_sender();
 
 /** First IPv4 address of an interface in dotted decimal; nothing when there is no such interface or
  * it has none. Any thread. */
