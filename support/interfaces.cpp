@@ -5,14 +5,10 @@
 #include <net/if.h>
 
 #include <memory>
-#include <vector>
 
 namespace support {
 
-std::string interface_fault(const std::string &name) {
-    if (if_nametoindex(name.c_str()) != 0) {
-        return {};
-    }
+std::vector<std::string> interface_names() {
     const std::unique_ptr<struct if_nameindex, decltype(&if_freenameindex)> all(if_nameindex(),
                                                                                 if_freenameindex);
     std::vector<std::string> names;
@@ -20,7 +16,15 @@ std::string interface_fault(const std::string &name) {
          ++each) {
         names.emplace_back(each->if_name);
     }
-    return fmt::format("there is no interface '{}'; there are: {}", name, fmt::join(names, ", "));
+    return names;
+}
+
+std::string interface_fault(const std::string &name) {
+    if (if_nametoindex(name.c_str()) != 0) {
+        return {};
+    }
+    return fmt::format("there is no interface '{}'; there are: {}", name,
+                       fmt::join(interface_names(), ", "));
 }
 
 } // namespace support

@@ -1,5 +1,7 @@
 // engr_gatewayctl: sends one request to a running gateway and prints the reply.
 #include "data_dir.h"
+#include "support/completion.h"
+#include "support/manual_page.h"
 #include "verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -17,6 +19,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string_view>
 
 namespace {
@@ -201,6 +204,56 @@ int ask(const std::string &data_dir, const control::request &asked, int wait_s) 
                      : show(reply, asked.verb == "devices" && asked.arguments.empty());
 }
 
+/** Declares a verb's arguments as its help shows them, as in "ID [PID]" or "up|down". */
+void declare_arguments(CLI::App &verb, const std::string &shown) {
+    std::istringstream words(shown);
+    for (std::string word; words >> word;) {
+        const bool is_optional = word.front() == '[' || word.back() == ']';
+        std::erase_if(word, [](char one) { return one == '[' || one == ']'; });
+        const bool is_list = word.ends_with("...");
+        word.resize(word.size() - (is_list ? 3 : 0));
+        if (word.starts_with("--")) {
+            verb.add_flag(word);
+        } else if (verb.get_option_no_throw(word) == nullptr) {
+            CLI::Option *argument = verb.add_option(word)->required(!is_optional);
+            if (is_list) {
+                argument->expected(-1);
+            }
+        }
+    }
+}
+
+/** The words among the choices of an argument, as in "RESULT|off". */
+std::vector<support::completion> argument_completions(const std::string &kind) {
+    std::vector<support::completion> found;
+    for (const std::string &each : CLI::detail::split(kind, '|')) {
+        const bool is_word = std::all_of(each.begin(), each.end(), [](char one) {
+            return (one >= 'a' && one <= 'z') || (one >= '0' && one <= '9');
+        });
+        if (is_word) {
+            found.push_back({each});
+        }
+    }
+    return found;
+}
+
+/** Answers a shell that completes the command line, and the build that makes the manual page: for
+ * these the verbs are declared, which the parser leaves alone. */
+bool answer_about_options(CLI::App &app, int count, char **arguments) {
+    if (count < 2 || std::string_view(arguments[1]).substr(0, 2) != "__") {
+        return false;
+    }
+    app.name("engr_gatewayctl");
+    for (const control::verb &of : control::verbs) {
+        CLI::App *verb = app.add_subcommand(std::string(of.name), of.help);
+        verb->set_help_flag();
+        declare_arguments(*verb, of.arguments);
+    }
+    return support::answer_completion_request(app, count, arguments, argument_completions) ||
+           support::answer_manual_page_request(app, "operate a running reference gateway", count,
+                                               arguments);
+}
+
 } // namespace
 
 int main(int count, char **arguments) {
@@ -219,6 +272,9 @@ int main(int count, char **arguments) {
                                control::long_wait_s))
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 3600));
+    if (answer_about_options(app, count, arguments)) {
+        return 0;
+    }
     app.footer(help_footer());
     app.prefix_command(); // arguments of the verb may begin with a minus
     try {

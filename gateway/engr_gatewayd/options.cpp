@@ -2,7 +2,9 @@
 
 #include "data_dir.h"
 #include "linux_port/port.h"
+#include "support/completion.h"
 #include "support/interfaces.h"
+#include "support/manual_page.h"
 
 #include <CLI/CLI.hpp>
 #include <arpa/inet.h>
@@ -29,6 +31,24 @@ std::string address_fault(const std::string &text) {
         bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
     close(fd);
     return is_local ? "" : fmt::format("'{}' is not an address of this host", text);
+}
+
+std::vector<support::completion> value_completions(const std::string &kind) {
+    std::vector<support::completion> found;
+    if (kind == "IF") {
+        for (const std::string &each : support::interface_names()) {
+            found.push_back({each});
+        }
+    }
+    return found;
+}
+
+/** Answers a shell that completes the command line, and the build that makes the manual page. */
+bool answer_about_options(CLI::App &app, int count, char **arguments) {
+    app.name("engr_gatewayd");
+    return support::answer_completion_request(app, count, arguments, value_completions) ||
+           support::answer_manual_page_request(app, "reference gateway with the LAN agent", count,
+                                               arguments);
 }
 
 } // namespace
@@ -80,6 +100,9 @@ parsed_options parse_options(int count, char **arguments) {
     app.add_flag("--quiet", chosen.is_quiet, "Does not show what apps do");
     app.footer("Exit status: 0 stopped by a signal; 1 it could not run; 2 wrong usage or an "
                "unreadable file.");
+    if (answer_about_options(app, count, arguments)) {
+        return {.chosen = {}, .ends = true, .status = 0};
+    }
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError &error) {

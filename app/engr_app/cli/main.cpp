@@ -1,6 +1,7 @@
 // engr_app: the installer's command line.
 #include "base/escape.h"
 #include "base/failure.h"
+#include "cli/complete.h"
 #include "cli/run.h"
 #include "gateway/session.h"
 #include "support/interfaces.h"
@@ -99,6 +100,9 @@ int main(int argc, char **argv) {
         CLI::App *parser = app.add_subcommand(one.name, one.summary);
         works[parser] = one.declare(*parser);
     }
+    if (answer_about_command_line(app, argc, argv)) {
+        return exit_success;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &problem) {
@@ -110,5 +114,9 @@ int main(int argc, char **argv) {
         return app.exit(problem) == 0 ? exit_success : exit_wrong_usage;
     }
     screen shown_on;
-    return run_verb(works.at(app.get_subcommands().front()), options, shown_on);
+    const int status = run_verb(works.at(app.get_subcommands().front()), options, shown_on);
+    if (status == exit_success) {
+        remember_given_ids(app);
+    }
+    return status;
 }

@@ -2,6 +2,7 @@
 #include "gateway/devices.h"
 #include "base/counted.h"
 #include "base/json_text.h"
+#include "files/seen_words.h"
 #include "gateway/session.h"
 #include "verbs/table_arguments.h"
 #include "verbs/verb.h"
@@ -30,6 +31,15 @@ void add_names(nlohmann::json &all, const names_file &names) {
         one["name"] = known(names.device_name(id));
         one["room"] = known(names.device_room(id));
     }
+}
+
+/** For completion, which asks no gateway. */
+void remember_devices(gateway_session &session, const nlohmann::json &all) {
+    std::vector<std::string> ids;
+    for (const nlohmann::json &one : all) {
+        ids.push_back(member_text(one, "cid"));
+    }
+    remember_words("CID", session.chosen().label(), ids);
 }
 
 std::string text_or_dash(const nlohmann::json &device, const char *name) {
@@ -75,6 +85,7 @@ int devices(gateway_session &session, const devices_arguments &given) {
     if (names.names_devices()) {
         add_names(all, names);
     }
+    remember_devices(session, all);
     if (session.out().json()) {
         session.out().document(all);
     } else {

@@ -2,8 +2,12 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace support {
+
+/** The network interfaces of this machine. */
+[[nodiscard]] std::vector<std::string> interface_names();
 
 /**
  * Looks for a network interface of this machine.

@@ -1,0 +1,150 @@
+#include "files/seen_words.h"
+
+#include "base/failure.h"
+#include "files/output_file.h"
+#include "support/files.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <mutex>
+#include <set>
+
+#include <nlohmann/json.hpp>
+
+namespace engr_app {
+namespace {
+
+using nlohmann::json;
+
+constexpr const char *words_name = "words.json";
+constexpr const char *gateways_name = "gateways.json"; // written by discovery
+constexpr const char *typed = "";                      // the source of what the user typed
+constexpr std::size_t words_max = 1000;                // of one source and kind
+
+std::string absolute_directory(const char *variable) {
+    const char *value = std::getenv(variable);
+    return value != nullptr && value[0] == '/' ? value : "";
+}
+
+/** Ids come from the network, and the shell puts completions into a command line as they are. */
+bool is_harmless(const std::string &word) {
+    return !word.empty() && word.front() != '-' && std::ranges::all_of(word, [](char one) {
+        return (one >= '0' && one <= '9') || (one >= 'a' && one <= 'z') ||
+               (one >= 'A' && one <= 'Z') || one == '.' || one == '_' || one == ':' || one == '-';
+    });
+}
+
+/** A file of the cache; discarded when there is none that can be read. */
+json read_cache(const char *name) {
+    const std::string path = cache_file(name);
+    if (path.empty()) {
+        return json(json::value_t::discarded);
+    }
+    try {
+        return json::parse(support::read_file(path), nullptr, false);
+    } catch (const std::exception &) {
+        return json(json::value_t::discarded);
+    }
+}
+
+json read_words() {
+    json all = read_cache(words_name);
+    return all.is_object() ? all : json::object();
+}
+
+/** Adds the harmless texts of a list. */
+void add_texts(const json &list, std::set<std::string> &words) {
+    for (const json &each : list.is_array() ? list : json::array()) {
+        if (each.is_string() && is_harmless(each.get<std::string>())) {
+            words.insert(each.get<std::string>());
+        }
+    }
+}
+
+void store(const std::string &kind, const std::string &source, std::vector<std::string> words) {
+    static std::mutex one_at_a_time; // with several gateways each has a thread
+    const std::lock_guard guard(one_at_a_time);
+    const std::string path = cache_file(words_name);
+    if (path.empty()) {
+        return;
+    }
+    words.resize(std::min(words.size(), words_max));
+    json all = read_words();
+    json &of_kind = all[kind];
+    if (!of_kind.is_object()) {
+        of_kind = json::object();
+    }
+    if (of_kind.contains(source) && of_kind[source] == json(words)) {
+        return;
+    }
+    of_kind[source] = words;
+    try {
+        const auto directory = std::filesystem::path(path).parent_path();
+        if (std::filesystem::create_directories(directory)) {
+            std::filesystem::permissions(directory, std::filesystem::perms::owner_all);
+        }
+        write_file(path, all.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+    } catch (const std::exception &) {
+        return; // the next time, perhaps
+    }
+}
+
+} // namespace
+
+std::string cache_file(const std::string &name) {
+    std::string directory = absolute_directory("XDG_CACHE_HOME");
+    if (directory.empty()) {
+        const std::string home = absolute_directory("HOME");
+        if (home.empty()) {
+            return "";
+        }
+        directory = home + "/.cache";
+    }
+    return directory + "/engr_app/" + name;
+}
+
+void remember_words(const std::string &kind, const std::string &source,
+                    const std::vector<std::string> &words) {
+    store(kind, source, words);
+}
+
+void remember_typed_words(const std::string &kind, const std::vector<std::string> &words) {
+    const json all = read_words();
+    std::vector<std::string> together = words; // the newest come first, the oldest fall off
+    const json older = all.value(kind, json::object());
+    for (const json &each : older.is_object() ? older.value(typed, json::array()) : json::array()) {
+        const std::string word = each.is_string() ? each.get<std::string>() : "";
+        if (!word.empty() && std::ranges::find(together, word) == together.end()) {
+            together.push_back(word);
+        }
+    }
+    store(kind, typed, std::move(together));
+}
+
+std::vector<std::string> seen_words(const std::string &kind) {
+    std::set<std::string> words;
+    const json all = read_words();
+    if (const auto of_kind = all.find(kind); of_kind != all.end() && of_kind->is_object()) {
+        for (const json &of_source : *of_kind) {
+            add_texts(of_source, words);
+        }
+    }
+    return {words.begin(), words.end()};
+}
+
+std::vector<std::string> seen_gateways() {
+    std::set<std::string> words;
+    const json all = read_cache(gateways_name);
+    for (const json &each : all.is_array() ? all : json::array()) {
+        for (const char *member : {"id", "address"}) {
+            if (each.is_object() && each.contains(member)) {
+                add_texts(json::array({each[member]}), words);
+            }
+        }
+    }
+    return {words.begin(), words.end()};
+}
+
+} // namespace engr_app

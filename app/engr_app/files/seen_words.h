@@ -1,0 +1,34 @@
+// Ids that the user has seen or typed, kept between runs so that the shell can complete them.
+//
+// They lie in $XDG_CACHE_HOME/engr_app, else in ~/.cache/engr_app, for their owner only. Losing
+// them costs nothing, so failures are not reported.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace engr_app {
+
+/** Path of a file of the cache; empty when there is no place for one. */
+[[nodiscard]] std::string cache_file(const std::string &name);
+
+/**
+ * Remembers words in the place of those that the same source had.
+ *
+ * @param kind    what they are, as the help of verbs names it: CID, GID, SID, ...
+ * @param source  who has them: a gateway
+ */
+void remember_words(const std::string &kind, const std::string &source,
+                    const std::vector<std::string> &words);
+
+/** Remembers words that the user typed beside those typed before. */
+void remember_typed_words(const std::string &kind, const std::vector<std::string> &words);
+
+/** The remembered words of a kind, sorted. None of them means anything to a shell. */
+[[nodiscard]] std::vector<std::string> seen_words(const std::string &kind);
+
+/** Ids and addresses of the gateways that were found last. None of them means anything to a shell.
+ */
+[[nodiscard]] std::vector<std::string> seen_gateways();
+
+} // namespace engr_app
