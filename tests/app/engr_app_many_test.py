@@ -196,7 +196,7 @@ class SiteTest(unittest.TestCase):
         after, _ = self.report(site(["c3", "b2"], [], 20, (0, b"{}"), b'{"1":false,"3":"x"}'), "after")
         self.assertEqual(after["app_config"]["bytes"], 2)
         code, out, _ = run("site", "diff", self.path("before"), self.path("after"))
-        self.assertEqual((code, [line.split(": ", 1)[1] for line in out.splitlines() if ": address" not in line]), (0, [
+        self.assertEqual((code, [line.split(": ", 1)[1] for line in out.splitlines() if ": address" not in line]), (1, [
             "channel: 15 before, 20 now", "there is an app.config now, 2 bytes", "device a1 was removed",
             "device b2 is offline now", "device b2, data point 1: true before, false now",
             "device b2, data point 2: 5 before, none now", 'device b2, data point 3: none before, "x" now',
@@ -214,7 +214,7 @@ class SiteTest(unittest.TestCase):
             with open(self.path(name), "w", encoding="utf-8") as file:
                 file.write(content)
         lost = f"gateway {names[1]}: it is only in the earlier report\n"
-        for before, after, wanted in [("both", "both", (0, "nothing changed\n")), ("both", "one", (0, lost)),
+        for before, after, wanted in [("both", "both", (0, "no difference\n")), ("both", "one", (1, lost)),
                                       ("one", "bad", (2, "")), ("worse", "one", (2, "")), ("one", "none", (2, ""))]:
             code, out, err = run("site", "diff", self.path(before), self.path(after))
             self.assertEqual((code, out), wanted, err)

@@ -68,6 +68,9 @@ class gateway_session {
     [[nodiscard]] std::chrono::milliseconds discovery_time() const;
     [[nodiscard]] std::chrono::milliseconds answer_time() const;
 
+    /** @return what records frames, for the sessions of other gateways; null when nothing does */
+    [[nodiscard]] const std::shared_ptr<frame_recorder> &recorder() const { return recorder_; }
+
     /** @return what shows and records frames, for a verb that has sockets of its own */
     [[nodiscard]] lan_client::traffic_observer observer();
 

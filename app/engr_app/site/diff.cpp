@@ -56,18 +56,6 @@ std::string change_text(std::string_view title, const json &before, const json &
     return fmt::format("{}: {} before, {} now", title, value_text(before), value_text(after));
 }
 
-std::string gateway_name(const json &report) {
-    const json about = part(report, "gateway");
-    const std::string id = part(about, "id").is_string() ? member_text(about, "id") : "";
-    return id.empty() ? member_text(about, "address") : id;
-}
-
-json change(const std::string &gateway, const std::string &item, const std::string &device,
-            const json &before, const json &after, const std::string &sentence) {
-    return {{"gateway", gateway}, {"item", item},   {"cid", device.empty() ? json() : json(device)},
-            {"before", before},   {"after", after}, {"words", sentence}};
-}
-
 // Compares two reports of one gateway.
 class comparison {
   public:
@@ -96,7 +84,7 @@ class comparison {
 
     void add(const std::string &item, const std::string &device, const json &before,
              const json &after, const std::string &sentence) {
-        changes_.push_back(change(gateway_, item, device, before, after, sentence));
+        changes_.push_back(site_change(gateway_, item, device, before, after, sentence));
     }
 
     void compare_value(const char *item, const char *title, const json &before, const json &after) {
@@ -188,23 +176,42 @@ class comparison {
 
 } // namespace
 
+std::string gateway_name(const json &report) {
+    const json about = part(report, "gateway");
+    const std::string id = part(about, "id").is_string() ? member_text(about, "id") : "";
+    return id.empty() ? member_text(about, "address") : id;
+}
+
+json site_change(const std::string &gateway, const std::string &item, const std::string &device,
+                 const json &before, const json &after, const std::string &sentence) {
+    return {{"gateway", gateway}, {"item", item},   {"cid", device.empty() ? json() : json(device)},
+            {"before", before},   {"after", after}, {"words", sentence}};
+}
+
 json read_site_reports(const std::string &path) {
     const json content = support::json_document(file_text(path), path).root().json;
     json reports = json::array();
-    if (!content.is_array()) {
-        reports.push_back(content);
-    } else {
-        for (const json &one : content) {
-            // A gateway that failed has no result.
-            if (!part(one, "result").is_null()) {
-                reports.push_back(one["result"]);
+    // Of several gateways: one that could not be asked has no report.
+    const auto add_those_of = [&reports](const json &gateways, const char *member) {
+        for (const json &one : gateways) {
+            if (!part(one, member).is_null()) {
+                reports.push_back(one[member]);
             }
         }
+    };
+    if (content.is_array()) {
+        add_those_of(content, "result");
+    } else if (part(content, "plan_report") == 1) {
+        add_those_of(part(content, "gateways"), "site");
+    } else {
+        reports.push_back(content);
     }
     if (reports.empty() || !std::ranges::all_of(reports, is_report)) {
-        throw failure("site_report",
-                      path + " is no site report; engr_app site report --json-file writes one",
-                      exit_wrong_usage);
+        throw failure(
+            "site_report",
+            path + " is no site report; engr_app site report --json-file and engr_app site apply "
+                   "--report FILE.json write one",
+            exit_wrong_usage);
     }
     return reports;
 }
@@ -224,16 +231,16 @@ json site_changes(const json &before, const json &after) {
         const std::string name = gateway_name(one);
         const auto found = known.find(name);
         if (found == known.end()) {
-            changes.push_back(change(name, "gateway", "", json(), part(one, "gateway"),
-                                     "it is only in the later report"));
+            changes.push_back(site_change(name, "gateway", "", json(), part(one, "gateway"),
+                                          "it is only in the later report"));
         } else {
             comparison(name, found->second, one, changes).compare();
             known.erase(found);
         }
     }
     for (const auto &[name, one] : known) {
-        changes.push_back(change(name, "gateway", "", part(one, "gateway"), json(),
-                                 "it is only in the earlier report"));
+        changes.push_back(site_change(name, "gateway", "", part(one, "gateway"), json(),
+                                      "it is only in the earlier report"));
     }
     return changes;
 }

@@ -25,8 +25,8 @@ namespace frame_type = lan_client::frame_type;
 
 constexpr std::size_t max_markdown_columns = 300;
 
-json gateway_json(gateway_session &session) {
-    const auto &announced = session.chosen_announcement();
+json gateway_json(gateway_session &session, bool listen) {
+    const auto &announced = listen ? session.chosen_announcement() : session.chosen().announced;
     json about = announced ? announcement_json(*announced)
                            : json{{"id", nullptr},
                                   {"version", nullptr},
@@ -142,7 +142,9 @@ std::string markdown_devices(const json &devices) {
 } // namespace
 
 json ask_site_report(gateway_session &session, const site_report_extent &extent) {
-    json report{{"site_report", 1}, {"notes", json::array()}, {"gateway", gateway_json(session)}};
+    json report{{"site_report", 1},
+                {"notes", json::array()},
+                {"gateway", gateway_json(session, extent.announcement)}};
     const auto answers = session.ask({device_list_request(),
                                       line_state_request(),
                                       {.type = frame_type::get_channel},

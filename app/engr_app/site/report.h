@@ -9,10 +9,11 @@ namespace engr_app {
 
 class gateway_session;
 
-/** Parts of a report that cost one request a device. */
+/** Parts of a report that take time: one request a device, or the wait for an announcement. */
 struct site_report_extent {
     bool data_points = false; /**< of each device */
     bool versions = false;    /**< firmware of the gateway and of each device */
+    bool announcement = true; /**< listen for it where the gateway is known by its address alone */
 };
 
 /**

@@ -49,6 +49,14 @@ class console {
      */
     console(screen &shown_on, bool json, bool quiet_notices, std::string gateway_name);
 
+    /**
+     * The same for a gateway of a run that began with the console `whole`.
+     *
+     * @param quiet  show neither bars nor messages about progress
+     */
+    console(const console &whole, std::string gateway_name, bool quiet)
+        : console(whole.screen_, whole.json_, whole.quiet_ || quiet, std::move(gateway_name)) {}
+
     /** Whether results are written as JSON: exactly one document, or one line a report. */
     [[nodiscard]] bool json() const { return json_; }
 

@@ -1,11 +1,15 @@
-// site: reports what was commissioned, and what changed between two reports.
+// site: reports what was commissioned, what changed between two reports, and the verbs of plans.
 #include "base/failure.h"
 #include "base/json_text.h"
+#include "files/input_file.h"
 #include "files/output_file.h"
 #include "gateway/devices.h"
 #include "gateway/session.h"
+#include "plan/changes.h"
+#include "plan/plan.h"
 #include "site/diff.h"
 #include "site/report.h"
+#include "verbs/site_plan.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -55,22 +59,38 @@ int report(gateway_session &session, const report_arguments &given) {
     return exit_success;
 }
 
+// A plan is no report, and it says so itself.
+bool is_plan(const std::string &path) {
+    if (path.ends_with(".yaml") || path.ends_with(".yml")) {
+        return true;
+    }
+    const json content = parse_json(file_text(path));
+    return content.is_object() && content.contains("plan") && content.contains("gateways") &&
+           !content.contains("plan_report");
+}
+
 int diff(gateway_session &session, const diff_arguments &given) {
-    const json changes =
-        site_changes(read_site_reports(given.before), read_site_reports(given.after));
     console &out = session.out();
+    if (is_plan(given.before)) {
+        throw wrong_usage("site diff: the report comes first, the plan second");
+    }
+    const json before = read_site_reports(given.before);
+    const json changes = is_plan(given.after)
+                             ? plan_changes(site_plan(given.after, out), before)
+                             : site_changes(before, read_site_reports(given.after));
+    const int code = changes.empty() ? exit_success : exit_failed;
     if (out.json()) {
         out.document(changes);
-        return exit_success;
+        return code;
     }
     for (const json &one : changes) {
         out.line(
             fmt::format("gateway {}: {}", member_text(one, "gateway"), member_text(one, "words")));
     }
     if (changes.empty()) {
-        out.line("nothing changed");
+        out.line("no difference");
     }
-    return exit_success;
+    return code;
 }
 
 verb_work declare_report(CLI::App &parser) {
@@ -94,8 +114,13 @@ verb_work declare_report(CLI::App &parser) {
 verb_work declare_diff(CLI::App &parser) {
     const auto given = std::make_shared<diff_arguments>();
     parser.add_option("BEFORE", given->before, "The earlier report, a JSON file")->required();
-    parser.add_option("AFTER", given->after, "The later one")->required();
+    parser.add_option("AFTER", given->after, "The later one, or a plan")->required();
     concerns_no_gateway(parser);
+    parser.footer("Exit status 0 when they do not differ, 1 when they do, 2 when one can't be "
+                  "read.\n\n"
+                  "Examples:\n"
+                  "  engr_app site diff before.json after.json\n"
+                  "  engr_app site diff report.json flats.yaml");
     return with_arguments(given, diff);
 }
 
@@ -105,11 +130,17 @@ verb_work declare_site(CLI::App &parser) {
     parser.footer("Examples:\n"
                   "  engr_app site report --markdown site.md --json-file site.json\n"
                   "  engr_app site report --all --json > before.json\n"
-                  "  engr_app site diff before.json after.json");
+                  "  engr_app site diff before.json after.json\n"
+                  "  engr_app site plan flats.yaml\n"
+                  "  engr_app site apply flats.yaml --report flats.html");
     return add_subverbs(
         parser, {{"report", "what was commissioned: gateway, channel, devices, configuration",
                   declare_report},
-                 {"diff", "what changed between two reports", declare_diff}});
+                 {"diff", "what differs between two reports, or a report and a plan", declare_diff},
+                 {"plan", "what site apply would change", declare_site_plan},
+                 {"apply", "make gateways as a plan says", declare_site_apply},
+                 {"export", "write a plan from what a gateway has", declare_site_export},
+                 {"schema", "print the JSON Schema of plans", declare_site_schema}});
 }
 
 } // namespace engr_app

@@ -26,7 +26,7 @@
     VERB(upgrade, "install firmware on the gateway or on a device")                                \
     VERB(deactivate, "reset the gateway to \"not activated\"")                                     \
     VERB(provision, "give a gateway in access-point mode its Wi-Fi network")                       \
-    VERB(site, "report what was commissioned, and what changed since an earlier report")           \
+    VERB(site, "commission gateways by a plan, report what they have and what differs")            \
     VERB(ping, "measure how long the gateway takes to answer")                                     \
     VERB(raw, "send one frame of any type and show the answer")
 

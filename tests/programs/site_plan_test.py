@@ -1,0 +1,170 @@
+"""Site plans with real gateways: applied, applied again, interrupted, gone on with, and compared with reports."""
+
+import contextlib
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import unittest
+
+from gateway import BIN_DIR, PATIENCE_S, Gateway, program
+
+EXAMPLE = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "plans", "flats.yaml")
+PRODUCTS = {"zbdimmer": {"1": {"kind": "bool"}, "2": {"kind": "value", "min": 10, "max": 1000}},
+            "zbpanel": {"1": {"kind": "value", "min": 1, "max": 4, "read_only": True}}}
+ADDRESSES = [f"127.0.0.{number}" for number in (11, 12, 13)]
+TOKEN = "installer-token-1"
+# What changes a gateway, as its trace names it; reading is not in it.
+CHANGES = {"gw_set_channel", "gw_engineer_add_sub_dev_to_list", "engr_sf_send_grp_oper_cmd",
+           "engr_sf_send_scene_oper_cmd", "engr_sf_send_scene_panel_cmd", "engr_save_scene_link",
+           "engr_gw_user_token_bind", "dev_delete_notify", "wd_common_write", "sync_config"}
+
+
+class SitePlanTest(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = directory.name
+        self.plan = os.path.join(self.directory, "flats.yaml")
+        shutil.copy(EXAMPLE, self.plan)
+        self.stack = contextlib.ExitStack()
+        self.addCleanup(self.stack.close)
+
+    def gateways(self, addresses, **options):
+        return [self.stack.enter_context(Gateway(site={"products": PRODUCTS, "devices": []}, trace=True, address=one,
+                                                 **options)) for one in addresses]
+
+    def write(self, text, name="plan.yaml"):
+        path = os.path.join(self.directory, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+        return path
+
+    def command(self, *arguments):
+        return [program("engr_app"), *arguments]
+
+    def environment(self):
+        return {**os.environ, "ENGR_TOKEN": TOKEN}
+
+    def run_app(self, code, *arguments):
+        done = subprocess.run(self.command(*arguments), capture_output=True, text=True, timeout=PATIENCE_S,
+                              check=False, env=self.environment(), stdin=subprocess.DEVNULL)
+        self.assertEqual(done.returncode, code, f"{arguments}: {done.stdout}{done.stderr}")
+        self.assertNotIn(TOKEN, done.stdout + done.stderr, "a secret is never shown")
+        return done.stdout + done.stderr
+
+    @staticmethod
+    def changes(gateway):
+        return [entry["call"] for entry in gateway.trace() if entry["call"] in CHANGES]
+
+    def check_site(self, gateway, channel=20):
+        status = gateway.status()
+        self.assertEqual(status["gateway"]["channel"], channel)
+        self.assertEqual(status["groups"], {"all": 2})
+        self.assertEqual((status["scenes"], status["linkage"]["scenes"], status["token_bound"]), ({"all": 2}, 1, True))
+
+    def test_a_plan_is_applied_once_and_then_there_is_nothing_to_do(self):
+        gateways = self.gateways(ADDRESSES)
+        self.assertIn("flat-03\tchannel\tto do\tchannel 15, planned 25", self.run_app(0, "site", "plan", self.plan))
+        self.assertEqual([self.changes(one) for one in gateways], [[], [], []], "looking changes nothing")
+        reports = [os.path.join(self.directory, "report." + kind) for kind in ("md", "html", "json")]
+        self.run_app(0, "site", "apply", self.plan, *(word for one in reports for word in ("--report", one)))
+        for channel, gateway in zip((20, 20, 25), gateways):
+            self.check_site(gateway, channel)
+        made = [self.changes(one) for one in gateways]
+        self.assertIn("nothing to do", self.run_app(0, "site", "plan", self.plan))
+        self.run_app(0, "site", "apply", self.plan)
+        self.assertEqual([self.changes(one) for one in gateways], made, "a second apply changes nothing")
+        self.run_app(0, "site", "apply", self.plan, "--again", "--only", "flat-02")
+        self.assertGreater(len(self.changes(gateways[1])), len(made[1]))
+        self.assertEqual(self.changes(gateways[0]), made[0])
+        for path, words in zip(reports, (["| Kitchen | ceiling lamp |", "Signature"], ["<td>ceiling lamp</td>",
+                                                                                    "Signature"], ['"read'])):
+            with open(path, encoding="utf-8") as file:
+                text = file.read()
+            for word in words:
+                self.assertIn(word, text)
+            self.assertNotIn(TOKEN, text)
+        self.assertNotRegex(text, "(?s)engr_plan_progress")
+        self.compare(reports[2], gateways)
+
+    def compare(self, report, gateways):
+        self.assertIn("no difference", self.run_app(0, "site", "diff", report, self.plan))
+        gateways[0].run_app("channel", "set", "11")
+        gateways[0].run_app("unbind", "a4c1010003")
+        later = os.path.join(self.directory, "later.json")
+        self.run_app(0, "site", "plan", self.plan, "--report", later)
+        told = self.run_app(1, "site", "diff", later, self.plan)
+        self.assertIn("gateway flat-01: channel 11, planned 20", told)
+        self.assertIn("device a4c1010003 (zbpanel) is missing", told)
+        self.assertIn("channel: 20 before, 11 now", self.run_app(1, "site", "diff", report, later))
+        self.run_app(2, "site", "diff", report, os.path.join(self.directory, "none.json"))
+        # The panel that the gateway has lost gets its scenes again, although they were sent before.
+        before = len(self.changes(gateways[0]))
+        self.run_app(0, "site", "apply", self.plan)
+        self.assertEqual(sorted(self.changes(gateways[0])[before:]),
+                         ["engr_sf_send_scene_panel_cmd", "gw_engineer_add_sub_dev_to_list", "gw_set_channel"])
+
+    def test_an_apply_that_is_killed_goes_on_where_it_stopped(self):
+        gateway, = self.gateways(ADDRESSES[:1])
+        # Stops the application at one step after the other: it is killed while the gateway does it.
+        for call in ("gw_set_channel", "engr_sf_send_grp_oper_cmd", "engr_sf_send_scene_panel_cmd"):
+            self.kill_at(gateway, call)
+        sent = self.changes(gateway)
+        self.run_app(0, "site", "apply", self.plan, "--only", "flat-01")
+        self.check_site(gateway)
+        self.assertEqual(sum(one == "gw_engineer_add_sub_dev_to_list" for one in self.changes(gateway)), 1)
+        self.assertNotIn("engr_sf_send_grp_oper_cmd", self.changes(gateway)[len(sent):],
+                         "what was done before the last kill is not done again")
+
+    def kill_at(self, gateway, call):
+        known = sum(entry["call"] == call for entry in gateway.trace())
+        with subprocess.Popen(self.command("site", "apply", self.plan, "--only", "flat-01"), env=self.environment(),
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as running:
+            while running.poll() is None and sum(entry["call"] == call for entry in gateway.trace()) == known:
+                pass
+            running.send_signal(signal.SIGKILL)
+
+    def test_one_that_is_unreachable_does_not_stop_the_others(self):
+        gateways = self.gateways([ADDRESSES[0], ADDRESSES[2]])
+        told = self.run_app(1, "site", "apply", self.plan)
+        self.assertIn("flat-02\t127.0.0.12\tFAILED", told)
+        self.assertIn("1 of 3 gateways are not as planned", told)
+        self.check_site(gateways[0])
+        self.check_site(gateways[1], 25)
+
+    def test_what_can_not_be_undone_is_confirmed_and_comes_last(self):
+        image, older = self.write("New firmware", "new.bin"), self.write("Old firmware", "old.bin")
+        plan = """{plan: 1, gateways: [{id: engrgw0000000011, channel: 21, firmware: {gateway: {image: %s, version: %s},
+          devices: {zbdimmer: {image: new.bin, version: "2.5"}}}, configuration: {cloud: {json: {region: eu}}}}]}"""
+        gateway, = self.gateways(ADDRESSES[:1])
+        self.run_app(2, "site", "apply", self.write(plan % (os.path.basename(image), "1.1.0")))
+        self.assertEqual(self.changes(gateway), [], "nothing is sent before it is confirmed")
+        self.run_app(0, "site", "apply", self.write(plan % ("new.bin", "1.1.0")), "--yes")
+        self.assertEqual(gateway.status()["gateway"]["gw_sw_ver"], "1.1.0")
+        self.assertEqual(self.changes(gateway), ["gw_set_channel", "wd_common_write", "sync_config"])
+        downgrade = self.write(plan % (os.path.basename(older), "1.0.0"))
+        self.assertIn("(a downgrade)", self.run_app(0, "site", "plan", downgrade))
+        self.assertIn("can't be undone", self.run_app(2, "site", "apply", downgrade))
+        self.run_app(0, "site", "apply", downgrade, "--yes")
+        self.assertEqual(gateway.status()["gateway"]["gw_sw_ver"], "1.0.0")
+
+    def test_an_exported_plan_is_one_that_changes_nothing(self):
+        site = {"products": PRODUCTS, "gateway": {"channel": 17},
+                "devices": [{"dev_id": "0012", "pid": "zbdimmer", "online": True}]}
+        gateway = self.stack.enter_context(Gateway(site=site, trace=True, address=ADDRESSES[0]))
+        gateway.run_app("config", "push", "app", self.write('{"cost": "${5}"}\n'))
+        made = os.path.join(self.directory, "made.yaml")
+        self.assertIn("groups, scenes", self.run_app(0, "--gateway", ADDRESSES[0], "site", "export", made))
+        before = self.changes(gateway)
+        self.run_app(0, "site", "apply", made)
+        self.assertEqual(self.changes(gateway), before)
+        with open(made, encoding="utf-8") as file:
+            self.assertRegex(file.read(), re.compile(r'channel: 17$.*id: "0012", product: "zbdimmer"', re.S | re.M))
+
+
+if __name__ == "__main__":
+    unittest.main()
