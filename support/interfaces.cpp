@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <ifaddrs.h>
 #include <net/if.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace support {
@@ -25,6 +27,22 @@ std::string interface_fault(const std::string &name) {
     }
     return fmt::format("there is no interface '{}'; there are: {}", name,
                        fmt::join(interface_names(), ", "));
+}
+
+std::vector<std::string> interfaces_up() {
+    ifaddrs *first = nullptr;
+    if (getifaddrs(&first) != 0) {
+        return {};
+    }
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> all(first, freeifaddrs);
+    std::vector<std::string> names;
+    for (const ifaddrs *each = first; each != nullptr; each = each->ifa_next) {
+        if ((each->ifa_flags & IFF_UP) != 0 && std::ranges::count(names, each->ifa_name) == 0) {
+            names.emplace_back(each->ifa_name);
+        }
+    }
+    std::ranges::stable_partition(names, [](const std::string &name) { return name != "lo"; });
+    return names;
 }
 
 } // namespace support

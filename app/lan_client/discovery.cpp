@@ -71,8 +71,10 @@ discovery_listener::discovery_listener(event_loop &loop, callback on_datagram,
                                        traffic_observer observer, const aes_key &key)
     : listener_(std::make_unique<udp_listener>(
           loop, [on_datagram = std::move(on_datagram), observer = std::move(observer),
-                 key](std::string_view bytes, const std::string &address) {
-              on_datagram(parse_datagram(bytes, address, observer, key));
+                 key](std::string_view bytes, const datagram_source &source) {
+              parsed_datagram parsed = parse_datagram(bytes, source.address, observer, key);
+              parsed.content.interface_name = source.interface_name;
+              on_datagram(parsed);
           })) {}
 
 discovery_listener::~discovery_listener() = default;

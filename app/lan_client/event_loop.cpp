@@ -24,8 +24,8 @@ struct event_loop::state {
     void wait_for_signal() {
         signals.async_wait([this](const asio::error_code &failed, int) {
             if (!failed) {
+                wait_for_signal(); // first, since the handler may throw
                 interrupted();
-                wait_for_signal();
             }
         });
     }

@@ -65,13 +65,13 @@ struct provisioning_channel::state {
 
     state(event_loop &on, callback called, traffic_observer observing, const aes_key &given_key)
         : loop(on), on_failure(std::move(called)), observer(std::move(observing)), key(given_key),
-          listener(on, [this](std::string_view bytes, const std::string &address) {
+          listener(on, [this](std::string_view bytes, const datagram_source &source) {
               const broadcast_frame got = read_broadcast(
-                  bytes, address, frame_type::udp_wifi_err,
+                  bytes, source.address, frame_type::udp_wifi_err,
                   [this](std::string_view payload) { return open_failure(key, payload); },
                   observer);
               if (got.of_type) {
-                  on_failure(got.text ? std::optional(read_failure(*got.text, address))
+                  on_failure(got.text ? std::optional(read_failure(*got.text, source.address))
                                       : std::nullopt);
               }
           }) {}

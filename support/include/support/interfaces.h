@@ -17,4 +17,7 @@ namespace support {
  */
 [[nodiscard]] std::string interface_fault(const std::string &name);
 
+/** @return the names of the interfaces that are up, lo last; none when the system does not say */
+[[nodiscard]] std::vector<std::string> interfaces_up();
+
 } // namespace support

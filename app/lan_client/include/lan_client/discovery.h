@@ -25,6 +25,7 @@ inline constexpr std::chrono::milliseconds discovery_period{5000};
 /** Content of one discovery datagram. The texts are valid UTF-8, otherwise as received. */
 struct announcement {
     std::string address;           /**< sender of the datagram: where to connect */
+    std::string interface_name;    /**< that it arrived on; empty: not known */
     std::string announced_address; /**< what the datagram says */
     std::string id;
     std::string product_key;
@@ -50,7 +51,7 @@ struct parsed_datagram {
                                              const traffic_observer &observer = {},
                                              const aes_key &key = discovery_key());
 
-/** Listens on UDP port 6667 of one interface, beside other listeners on the same machine. */
+/** Listens on UDP port 6667, beside other listeners on the same machine. */
 class discovery_listener {
   public:
     using callback = std::function<void(const parsed_datagram &)>;
@@ -61,7 +62,11 @@ class discovery_listener {
     discovery_listener(const discovery_listener &) = delete;
     discovery_listener &operator=(const discovery_listener &) = delete;
 
-    /** Starts to listen; the error says why it can't. */
+    /**
+     * Starts to listen; the error says why it can't.
+     *
+     * @param interface_name  empty: all interfaces
+     */
     [[nodiscard]] error open(const std::string &interface_name);
 
   private:

@@ -31,7 +31,10 @@ class event_loop {
     /** Calls `work` from the loop, soon. May be called on any thread while the loop exists. */
     void post(std::function<void()> work);
 
-    /** Calls `handler` for each SIGINT and SIGTERM from now on instead of ending the program. */
+    /**
+     * Calls `handler` for each SIGINT and SIGTERM from now on instead of ending the program. What
+     * the handler throws leaves run_until.
+     */
     void on_interrupt(std::function<void()> handler);
 
     /** For the parts that own sockets. */

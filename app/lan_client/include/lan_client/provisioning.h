@@ -52,7 +52,10 @@ struct wifi_failure {
 /** Size of the datagram that carries such a text, which must not exceed max_configuration_bytes. */
 [[nodiscard]] std::size_t configuration_bytes(std::string_view text, payload_coding coding);
 
-/** Sends configurations through one interface and receives failure reports there. */
+/**
+ * Sends configurations through one interface and receives failure reports there; without one it
+ * sends as the routing table has it and receives on all.
+ */
 class provisioning_channel {
   public:
     /** Called with each failure; with nothing when it is damaged or encrypted with other seeds. */
