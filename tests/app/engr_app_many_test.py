@@ -10,8 +10,8 @@ import tempfile
 import threading
 import unittest
 
-from fake_gateway import (APP, KEYS, LOCAL_KEY, Gateway, announced, answering, broadcast, encrypt, frame, requests,
-                          run)
+from fake_gateway import (APP, KEYS, LOCAL_KEY, Gateway, announced, answering, broadcast, encrypt, frame, outcome,
+                          requests, run)
 from lan_codec import (FRM_DEV_LINE_STAT, FRM_DEV_LIST, FRM_DP_REPORT, FRM_GET_CHANNEL, FRM_KEEPALIVE,
                        FRM_LOCAL_DP_QUERY, FRM_READ_APP_CFG, FRM_TP_CMD, FRM_UDP_DISCOVERY, request)
 
@@ -49,7 +49,7 @@ class ManyGatewaysTest(unittest.TestCase):
                 (["info"], 0, ["GATEWAY\tFACT\tVALUE", f"{second}\tkey\tright", f"{second}\tdevices\t1"]),
                 (["channel", "get"], 0, [f"{first}: gateway {first} is on channel 15"]),
                 (["raw", "253"], 0, [f"{second}: ret 0, 15 bytes", f"{second}:", '{"channel": 15}']),
-                (["devices", "--gateway", closed], 1, [f"{second}\tc3\tp|1\toffline"]),
+                (["devices", "--gateway", closed], 7, [f"{second}\tc3\tp|1\toffline"]),
                 (["raw", "nonsense"], 2, [])]:
             got, out, err = run(*arguments, *good)
             self.assertEqual(got, code, f"{arguments}: {err}")
@@ -57,11 +57,11 @@ class ManyGatewaysTest(unittest.TestCase):
                 self.assertIn(line, out.splitlines(), arguments)
             self.assertEqual(out.count("GATEWAY\t"), 1 if lines and "\t" in lines[0] else 0, "one table")
         self.assertIn(f"{second}: ", err)
-        self.assertIn("2 of 2 gateway(s) failed", err)
+        self.assertIn("2 of 2 gateways failed", err)
         code, out, _ = run("devices", *good, "--gateway", closed, "--json")
-        self.assertEqual(code, 1)
+        self.assertEqual(code, 7)
         told = json.loads(out)
-        self.assertEqual([(one["gateway"], one["exit"]) for one in told], [(first, 0), (second, 0), (closed, 1)])
+        self.assertEqual([(one["gateway"], one["exit"]) for one in told], [(first, 0), (second, 0), (closed, 5)])
         self.assertEqual(told[1]["result"], [{"cid": "c3", "pid": "p|1", "online": False}])
         self.assertEqual(told[2]["error"]["kind"], "refused")
 
@@ -73,7 +73,7 @@ class ManyGatewaysTest(unittest.TestCase):
                 self.assertIn("concerns no single gateway", err)
         code, _, err = run("devices", "--all", "--gateway", "127.60.9.1")
         self.assertEqual(code, 2)
-        self.assertIn("excludes", err)
+        self.assertIn("--gateway and --all exclude each other", err)
 
     def test_an_interrupt_reaches_all_and_streams_end_with_the_outcomes(self):
         watching = threading.Semaphore(0)
@@ -91,8 +91,8 @@ class ManyGatewaysTest(unittest.TestCase):
             reports = [json.loads(running.stdout.readline()) for _ in names]
             running.send_signal(signal.SIGINT)
             ends = [json.loads(line) for line in running.stdout]
-        self.assertEqual((running.returncode, {one["gateway"] for one in reports}), (0, set(names)))
-        self.assertEqual(ends, [{"gateway": name, "exit": 0} for name in names])
+        self.assertEqual((running.returncode, {one["gateway"] for one in reports}), (130, set(names)))
+        self.assertEqual(ends, [{"gateway": name, "exit": 130} for name in names])
 
     def test_all_gateways_found_are_used_each_with_its_key(self):
         gateways = {"gw1": ("127.60.3.1", 2), "gw2": ("127.60.3.2", 2), "gw3": ("127.60.3.3", 0)}
@@ -108,7 +108,7 @@ class ManyGatewaysTest(unittest.TestCase):
                 with open(file, "w", encoding="utf-8") as written:
                     written.write(text)
                 os.chmod(file, 0o600)
-                return run("devices", "--timeout", "1", "--key-file", file, *choice)
+                return run("devices", "--listen", "1", "--key-file", file, *choice)
             lines = "# keys\n" + "".join(f"{name}  {key}\r\n" for name, key in keys.items())
             for text, choice, wanted in [
                     (lines, ["--all"], rows), (json.dumps(keys), ["--all"], rows),
@@ -117,12 +117,12 @@ class ManyGatewaysTest(unittest.TestCase):
                     (f"127.60.3.1 {LOCAL_KEY}\n", ["--gateway", "gw1", "--gateway", "gw3"], [rows[0], rows[2]])]:
                 code, out, err = with_keys(text, *choice)
                 self.assertEqual((code, out.splitlines()[1:]), (0, wanted), err)
-                self.assertEqual("3 gateway(s) found" in err, "--all" in choice)
+                self.assertEqual("3 gateways found" in err, "--all" in choice)
                 self.assertNotIn("read by others", err)
             self.assertEqual(with_keys(lines, "--gateway", "127.60.3.2")[1].splitlines()[1:], ["of-gw2\tp|1\toffline"])
             for more, wanted in [([], rows[:1]), (["--accept-deactivated"], [rows[0], rows[2]])]:
-                code, out, err = run("devices", "--timeout", "1", "--all", "--local-key", LOCAL_KEY, *more)
-                self.assertEqual((code, out.splitlines()[1:]), (1, wanted))
+                code, out, err = run("devices", "--listen", "1", "--all", "--local-key", LOCAL_KEY, *more)
+                self.assertEqual((code, out.splitlines()[1:]), (7, wanted))
                 self.assertIn("gw2: ", err)
                 self.assertEqual("gw3: " in err, not more, "a key given is the only one used")
             for text, word in [("gw1 short", "line 1"), ("gw1 a\ngw2 b", "line 1"), ('{"gw1": 5}', "gw1: is number"),
@@ -133,20 +133,20 @@ class ManyGatewaysTest(unittest.TestCase):
                 self.assertIn(word, err)
                 self.assertNotIn("short", err, "a key must not be shown")
             code, _, err = with_keys(lines, "--gateway", "gw1", "--gateway", "gw-nowhere")
-            self.assertEqual(code, 1)
-            self.assertIn("gateway gw-nowhere was not found", err)
+            self.assertEqual(code, 7)
+            self.assertIn("gateway gw-nowhere was not heard", err)
 
     def test_false_announcements_do_not_keep_anybody_from_working_with_all(self):
         Gateway(FIRST, "127.60.4.1", 6668)
         false = {f"false{number}": (f"127.60.5.{number % 250}", 0) for number in range(300)}
         also = {f"also{number}": ("127.60.4.1", 0) for number in range(20)}
         with announced(a_first=("127.60.4.1", 0), **false, **also):
-            code, out, err = run("devices", "--all", "--timeout", "2")
-        self.assertEqual(code, 1, "nobody answers at the false addresses")
+            code, out, err = run("devices", "--all", "--listen", "2")
+        self.assertEqual(code, 7, "nobody answers at the false addresses")
         rows = [line.split("\t") for line in out.splitlines()[1:]]
         self.assertEqual([row[1:] for row in rows], [["a1", "p|1", "offline"], ["b2", "p|1", "online"]], err)
         self.assertIn(rows[0][0], ["a_first", *also], "the id that was announced first from the address counts")
-        self.assertIn("251 gateway(s) found", err)
+        self.assertIn("251 gateways found", err)
 
     def test_each_gateway_has_a_bar_of_its_own_on_a_terminal(self):
         names = [Gateway(FIRST, address).name for address in ("127.60.4.1", "127.60.4.2")]
@@ -253,8 +253,9 @@ class ProvisionTest(unittest.TestCase):
             thread = threading.Thread(target=serve)
             thread.start()
             try:
-                return (*run("provision", "--ssid", "home", "--token", "t0ken", "--address", self.ADDRESS, "--timeout",
-                             "0.1", *more, environment=environment), got)
+                status, out, err = run("provision", "--ssid", "home", "--token", "t0ken", "--address", self.ADDRESS,
+                                       "--listen", "0.1", "--yes", "--force", *more, environment=environment)
+                return outcome(status), out, err, got
             finally:
                 listener.sendto(b"", (self.ADDRESS, 6669))
                 thread.join()

@@ -7,6 +7,7 @@ import struct
 import subprocess
 import threading
 
+import user_home  # noqa: F401
 from lan_codec import FRM_KEEPALIVE, FRM_TP_CMD, FRM_UDP_DISCOVERY, KEYS, encrypt, frame
 
 APP = os.path.join(os.environ["ENGR_BIN_DIR"], "engr_app")
@@ -98,6 +99,11 @@ def announced(**gateways):
     finally:
         stop.set()
         thread.join()
+
+
+def outcome(status):
+    """0 for success, 1 for work that failed, in whatever way, 2 for wrong usage."""
+    return status if status in (0, 2) else 1
 
 
 def run(*arguments, environment=None):

@@ -16,6 +16,8 @@ import signal
 import subprocess
 import tempfile
 
+import user_home  # noqa: F401
+
 BIN_DIR = os.environ.get("ENGR_BIN_DIR", "build/dev/bin")
 # A bound against hanging, not a measure of speed.
 PATIENCE_S = 60

@@ -100,7 +100,7 @@ class NetworkTest(unittest.TestCase):
                     self.assertEqual(found, [("netgw1", self.gateway_host.address, self.gateway_host.address)], err)
                 self.check(self.second, "devices", "--gateway", self.gateway_host.address, word="lamp")
             self.gateway_host.cut()
-            self.check(self.second, "devices", "--gateway", self.gateway_host.address, "--timeout", "1", code=1,
+            self.check(self.second, "devices", "--gateway", self.gateway_host.address, "--timeout", "1", code=5,
                        word="can't be reached")
             self.gateway_host.plug()
             self.check(self.first, "devices", "--gateway", "netgw1", word="lamp")
@@ -115,9 +115,9 @@ class NetworkTest(unittest.TestCase):
             gateway.process.send_signal(signal.SIGCONT)
             self.check(self.second, *chosen, word="lamp")
             _, err = asking.communicate(timeout=PATIENCE_S)
-            self.assertEqual(asking.returncode, 1)
+            self.assertEqual(asking.returncode, 5)
             self.assertIn("did not answer within 2 s", err)
-            self.check(self.first, *chosen, "--timeout", "1", code=1, word="can't be reached")
+            self.check(self.first, *chosen, "--timeout", "1", code=5, word="can't be reached")
             self.first.plug()
             self.check(self.first, *chosen, word="lamp")
 
@@ -154,7 +154,7 @@ class NetworkTest(unittest.TestCase):
                 wait_for(gateway, "a chunk", lambda status: status["upgrade"]["received"] > 0)
                 self.first.cut()
                 _, err = running.communicate(timeout=PATIENCE_S)
-                self.assertEqual(running.returncode, 1)
+                self.assertEqual(running.returncode, 5)
                 self.assertRegex(err, "at byte [1-9][0-9]* of 4000000")
                 gateway.ctl("report", "lamp", '{"1": 1}')
                 while '"dps"' not in (line := watcher.stdout.readline()):
@@ -178,11 +178,11 @@ class ProvisionTest(unittest.TestCase):
             host = network.hosts["app"]
             with Gateway("--ap", host=network.hosts["gateway"], site=SITE) as gateway:
                 def provision(name, *more):
-                    return app(host, "--timeout", "0.1", "provision", "--ssid", name, "--password", "sesame",
-                               "--token", "t0ken", *more)
+                    return app(host, "provision", "--ssid", name, "--password", "sesame", "--token", "t0ken",
+                               "--yes", *more)
                 gateway.ctl("fault", "wf_station_connect", "-1")
                 done = provision("garage", "--plain")
-                self.assertEqual(done.returncode, 1, done.stdout)
+                self.assertEqual(done.returncode, 4, done.stdout)
                 self.assertIn("could not join network garage", done.stderr)
                 wait_for(gateway, "its own second try",
                          lambda status: status["faults"]["wf_station_connect"]["count"] == 2)

@@ -55,7 +55,7 @@ class Walk(unittest.TestCase):
             gw_id = SITE["gateway"]["gw_id"]
             self.assertEqual(gateway.ready_line, f"ready: tcp 6668 on lo ({gateway.address}), gateway {gw_id} with "
                              f"2 devices, data in {gateway.data_dir}")
-            found = json.loads(app("--json", "--timeout", "8", "discover").stdout)
+            found = json.loads(app("--json", "--listen", "8", "discover").stdout)
             self.assertIn((gw_id, gateway.address), [(one["id"], one["address"]) for one in found])
             for chosen in (gw_id, gateway.address):
                 devices = json.loads(app("--gateway", chosen, "--json", "devices").stdout)
@@ -68,7 +68,7 @@ class Walk(unittest.TestCase):
         with Gateway(site=SITE) as gateway:
             gateway.ctl("set", "local_key", LOCAL_KEY)
             gateway.ctl("set", "active_stat", "2")
-            for key, status, word in ((None, 1, "--local-key"), ("X" * 16, 1, "not the gateway's"), (LOCAL_KEY, 0, "")):
+            for key, status, word in ((None, 6, "--local-key"), ("X" * 16, 6, "not the gateway's"), (LOCAL_KEY, 0, "")):
                 done = app("--gateway", gateway.address, "devices", environment={"ENGR_LOCAL_KEY": key or ""})
                 self.assertEqual(done.returncode, status, done.stderr)
                 self.assertIn(word, done.stderr)
@@ -81,7 +81,7 @@ class Walk(unittest.TestCase):
             try:
                 wait_for_clients(gateway, 10)
                 refused = app("--gateway", gateway.address, "devices")
-                self.assertEqual(refused.returncode, 1)
+                self.assertEqual(refused.returncode, 5)
                 self.assertIn("10", refused.stderr)
                 self.assertEqual(gateway.ctl("report", "lamp", '{"1": false}')["result"], 0)
                 self.assertEqual(gateway.ctl("call", "engr_lan_sub_dev_bind_report", "new", "p")["result"], 0)
@@ -90,7 +90,7 @@ class Walk(unittest.TestCase):
                     self.assertEqual(watcher.report()["payload"], {"products": [{"cid": "new", "pid": "p"}]})
             finally:
                 ends = [watcher.end() for watcher in watchers]
-            self.assertEqual([status for status, _, _ in ends], [0] * 10, ends)
+            self.assertEqual([status for status, _, _ in ends], [130] * 10, ends)
 
     def test_hostile_clients_do_not_disturb_the_others(self):
         with Gateway(site=SITE) as gateway, socket.create_connection((gateway.address, 6668)) as sound:
@@ -130,7 +130,7 @@ class Walk(unittest.TestCase):
                 self.assertEqual(gateway.ctl("call", "engr_lan_pro_cntl_exit")["result"], 0)
                 self.assertEqual(gateway.ctl("call", "engr_lan_pro_cntl_init", 0)["result"], 0)
             self.assertEqual(app("--gateway", gateway.address, "devices").returncode, 0)
-            self.assertEqual(watcher.end()[0], 0)
+            self.assertEqual(watcher.end()[0], 130)
 
 
 if __name__ == "__main__":

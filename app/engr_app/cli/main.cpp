@@ -1,17 +1,22 @@
 // engr_app: the installer's command line.
-#include "base/escape.h"
 #include "base/failure.h"
 #include "cli/complete.h"
+#include "cli/globals.h"
+#include "cli/help.h"
 #include "cli/run.h"
+#include "cli/settings.h"
+#include "cli/usage.h"
 #include "gateway/session.h"
-#include "support/interfaces.h"
 #include "terminal/screen.h"
 #include "verbs/verb.h"
 
-#include <exception>
+#include <algorithm>
+#include <functional>
 #include <iostream>
-#include <map>
+#include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -19,104 +24,99 @@ namespace {
 
 using namespace engr_app;
 
-std::string check_key(const std::string &key) {
-    // The key itself must not show up in a message.
-    return key.size() == lan_client::key_bytes ? "" : "a local key has exactly 16 characters";
+std::string notes() {
+    std::string text = "Tables have a header; they are aligned on a terminal and separated by "
+                       "tabs in a pipe.\n\n"
+                       "$XDG_CONFIG_HOME/engr_app/config (~/.config/engr_app/config) may set "
+                       "gateway, interface, key-file, listen and timeout, as in\n"
+                       "  interface = \"eth0\"\n\n"
+                       "Exit status:\n";
+    for (const exit_status_meaning &one : exit_statuses()) {
+        const std::string number = std::to_string(one.status);
+        text +=
+            std::string(5 - number.size(), ' ') + number + "  " + std::string(one.meaning) + '\n';
+    }
+    return text + "\nExamples:\n"
+                  "  engr_app discover\n"
+                  "  engr_app devices --gateway 192.168.1.20\n"
+                  "  engr_app help channel set";
 }
 
-void declare_globals(CLI::App &app, global_options &options) {
-    CLI::Option *named =
-        app.add_option("--gateway", options.gateways,
-                       "The gateway to talk to, by ADDRESS[:PORT] (no waiting for discovery) or by "
-                       "ID; when left out, the only one that is found. Given several times, the "
-                       "work is done with all of them at once")
-            ->type_name("ADDRESS|ID")
-            ->expected(1)
-            ->take_all();
-    app.add_flag("--all", options.all,
-                 "Do the work with all gateways that are found, at once: one table, one exit "
-                 "status")
-        ->excludes(named);
-    app.add_option("--local-key", options.local_key,
-                   "Key of the activated gateway, 16 characters; no other is used then. In the "
-                   "environment variable no process list shows it")
-        ->type_name("KEY")
-        ->envname("ENGR_LOCAL_KEY")
-        ->check(CLI::Validator(check_key, "", "key"));
-    app.add_flag("--accept-deactivated", options.accept_deactivated,
-                 "Go on with a gateway that answers without the local key given, as one does that "
-                 "was deactivated meanwhile. Everything, tokens and passwords too, is then "
-                 "protected only by a key that every app knows, and anyone on the network can "
-                 "pose as the gateway");
-    app.add_option("--key-file", options.key_file,
-                   "Keys by gateway: lines \"ID KEY\" or JSON {\"ID\": \"KEY\"}; --local-key holds "
-                   "for those that are not in it")
-        ->type_name("FILE");
-    app.add_option("--names", options.names_file,
-                   "Your names of devices, rooms and data points, as JSON; see engr_app devices "
-                   "--help (default: ~/.config/engr_app/names.json)")
-        ->type_name("FILE");
-    app.add_option("--interface", options.interface_name,
-                   "Network interface to stay on; on lo only gateways of this machine are reached")
-        ->type_name("IF")
-        ->capture_default_str()
-        ->check(CLI::Validator(support::interface_fault, "", "interface"));
-    app.add_option("--timeout", options.timeout_s,
-                   "How long to listen for gateways (default 6) and to wait for an answer "
-                   "(default 5)")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.01, 86400.0));
-    app.add_flag("--json", options.json,
-                 "Results as one JSON document; failures too, as {\"error\": {\"kind\", "
-                 "\"message\"}}. With several gateways one array of {\"gateway\", \"exit\", "
-                 "\"result\" or \"error\"}");
-    app.add_flag("-v,--verbose", options.verbose, "Show every frame in words on standard error");
-    app.add_option("--record", options.record_file,
-                   "Write every frame to FILE, one JSON line each; keys, passwords and tokens are "
-                   "left out")
-        ->type_name("FILE");
+void declare_help(CLI::App &whole, std::string &shown) {
+    const auto verb = std::make_shared<std::vector<std::string>>();
+    CLI::App *parser = whole.add_subcommand("help", "show the help of a command");
+    parser->add_option("COMMAND", *verb, "The command, as in: channel set");
+    parser->footer("Examples:\n  engr_app help channel set");
+    parser->callback([&whole, &shown, verb] { shown = help_of(whole, *verb); });
+}
+
+bool wants_json(std::span<char *const> arguments) {
+    return std::ranges::any_of(arguments,
+                               [](const char *one) { return std::string_view(one) == "--json"; });
+}
+
+// What only looks at the program: its help and its version.
+int show_about(const std::string &text) {
+    screen().output(text);
+    return exit_success;
+}
+
+int run_command_line(std::span<char *const> arguments) {
+    CLI::App whole("Commissions and maintains Zigbee gateways in engineering mode over the local "
+                   "network.");
+    whole.name("engr_app");
+    set_help_layout(whole, help_columns());
+    whole.set_version_flag("--version", "engr_app " ENGR_VERSION, "Show the version");
+    whole.require_subcommand(1);
+    whole.fallthrough(); // global options may stand behind the verb as well
+    global_options options;
+    declare_globals(whole, options);
+    for (const verb &one : verbs()) {
+        add_verb(whole, one);
+    }
+    std::string help;
+    declare_help(whole, help);
+    whole.footer(notes()); // last, since verbs inherit it
+    if (answer_about_command_line(whole, static_cast<int>(arguments.size()), arguments.data())) {
+        return exit_success;
+    }
+    try {
+        whole.parse(static_cast<int>(arguments.size()), arguments.data());
+    } catch (const CLI::CallForHelp &) {
+        return show_about(whole.help());
+    } catch (const CLI::CallForVersion &version) {
+        return show_about(std::string(version.what()) + '\n');
+    } catch (const CLI::ParseError &problem) {
+        throw wrong_usage(usage_sentence(whole, problem));
+    }
+    if (!help.empty()) {
+        return show_about(help);
+    }
+    const named_verb chosen = verb_named_in(whole);
+    if (!chosen.for_one_gateway && (options.all || options.gateways.size() > 1)) {
+        throw wrong_usage(full_name(innermost_verb(whole)) +
+                          ": it concerns no single gateway, so it goes with neither --all nor "
+                          "several --gateway");
+    }
+    screen shown_on(options.quiet);
+    console out(shown_on, options.json, options.verbose);
+    apply_settings(whole, options, chosen.for_one_gateway, out);
+    const int status = run_verb(chosen.work, options, shown_on);
+    if (status == exit_success) {
+        remember_given_ids(whole);
+    }
+    return status;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    CLI::App app("Commissions and maintains Zigbee gateways in engineering mode over the local "
-                 "network.");
-    app.name("engr_app");
-    app.set_version_flag("--version", "engr_app " ENGR_VERSION);
-    app.require_subcommand(1);
-    app.fallthrough(); // global options may stand behind the verb as well
-    app.footer("Tables have a header; they are aligned on a terminal and tab-separated in a pipe.\n"
-               "Exit status: 0 success (with several gateways: of all), 1 the work failed, "
-               "2 wrong usage.\n\n"
-               "Examples:\n"
-               "  engr_app discover\n"
-               "  engr_app devices --gateway 192.168.1.20 --interface eth0\n"
-               "  engr_app VERB --help");
-    global_options options;
-    declare_globals(app, options);
-    std::map<const CLI::App *, verb_work> works;
-    for (const verb &one : verbs()) {
-        CLI::App *parser = app.add_subcommand(one.name, one.summary);
-        works[parser] = one.declare(*parser);
-    }
-    if (answer_about_command_line(app, argc, argv)) {
-        return exit_success;
-    }
+    const std::span<char *const> arguments(argv, static_cast<std::size_t>(argc));
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &problem) {
-        if (app.get_subcommands().empty() && !app.remaining().empty()) {
-            std::cerr << "engr_app: " << escape_for_terminal(app.remaining().front(), 100)
-                      << " is no subcommand; engr_app --help lists them\n";
-            return exit_wrong_usage;
-        }
-        return app.exit(problem) == 0 ? exit_success : exit_wrong_usage;
+        return run_command_line(arguments);
+    } catch (const failure &failed) {
+        screen shown_on;
+        console(shown_on, wants_json(arguments), false).problem(failed.kind(), failed.what());
+        return failed.exit_code();
     }
-    screen shown_on;
-    const int status = run_verb(works.at(app.get_subcommands().front()), options, shown_on);
-    if (status == exit_success) {
-        remember_given_ids(app);
-    }
-    return status;
 }

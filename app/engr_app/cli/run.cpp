@@ -12,6 +12,7 @@
 #include <thread>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -116,13 +117,14 @@ void show_texts(const run_list &runs, console &out) {
 int exit_code_of(const run_list &runs, console &out) {
     const auto failed =
         std::ranges::count_if(runs, [](const auto &one) { return one->exit_code != exit_success; });
-    if (failed == 0) {
-        return exit_success;
+    const int first = runs.front()->exit_code;
+    if (failed > 0) {
+        out.notice(fmt::format("{} of {} gateway{} failed", failed, runs.size(),
+                               runs.size() == 1 ? "" : "s"));
     }
-    out.notice(fmt::format("{} of {} gateway(s) failed", failed, runs.size()));
-    const bool all_misused = std::ranges::all_of(
-        runs, [](const auto &one) { return one->exit_code == exit_wrong_usage; });
-    return all_misused ? exit_wrong_usage : exit_failed;
+    const bool all_alike =
+        std::ranges::all_of(runs, [first](const auto &one) { return one->exit_code == first; });
+    return all_alike ? first : exit_partly_failed;
 }
 
 int run_on_several(const verb_work &work, const global_options &options, screen &shown_on,
@@ -134,15 +136,20 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
             runs.push_back(std::make_unique<gateway_run>(std::move(one), options, shown_on));
         }
     }
+    std::atomic<bool> was_interrupted = false; // none of those that wait begins then
     const auto work_with = [&](gateway_run &one) {
         one.exit_code = show_failures(one.out, [&] {
             if (one.target.missing) {
                 throw failure(*one.target.missing);
             }
+            if (was_interrupted) {
+                throw interrupted();
+            }
             gateway_session session(options, one.out, recorder, *one.target.found,
                                     one.target.file_mark);
             return run_session(session, one.out, work);
         });
+        was_interrupted = was_interrupted || one.exit_code == exit_interrupted;
     };
     if (runs.size() > most_at_once) {
         out.notice(fmt::format("{} gateways are worked with at once; each of the others follows "
@@ -176,6 +183,10 @@ int run_verb(const verb_work &work, const global_options &given, screen &shown_o
     console out(shown_on, given.json, given.verbose);
     return show_failures(out, [&] {
         global_options options = given;
+        if (!options.gateways_from.empty()) {
+            out.progress(fmt::format("gateway {}, from {}", fmt::join(options.gateways, ", "),
+                                     options.gateways_from));
+        }
         if (!options.key_file.empty()) {
             options.keys = read_key_file(options.key_file, out);
         }

@@ -1,6 +1,7 @@
 // Finding the gateways of a run.
 #include "cli/targets.h"
 
+#include "gateway/finding.h"
 #include "gateway/session.h"
 
 #include <algorithm>
@@ -32,11 +33,11 @@ run_target found_target(const gateway &found) {
 
 // One for each address: several ids there are the same gateway, or none.
 std::vector<run_target> all_targets(gateway_session &session) {
-    const std::string &interface_name = session.options().interface_name;
-    session.out().progress(fmt::format("listening for gateways on {} ...", interface_name));
+    const std::string places = interfaces_text(session.options().interface_name);
+    session.out().progress(fmt::format("listening for gateways on {} ...", places));
     const discovery_result found = session.discover(session.discovery_time());
     if (found.announcements.empty()) {
-        throw not_found(found, "", interface_name);
+        throw not_found(found, "");
     }
     const auto &keys = session.options().keys;
     std::vector<run_target> targets;
@@ -50,7 +51,8 @@ std::vector<run_target> all_targets(gateway_session &session) {
             targets[known->second] = std::move(one);
         }
     }
-    session.out().notice(fmt::format("{} gateway(s) found on {}", targets.size(), interface_name));
+    session.out().notice(fmt::format("{} gateway{} found on {}", targets.size(),
+                                     targets.size() == 1 ? "" : "s", places));
     if (const std::size_t more = found.announcements.size() - targets.size(); more > 0) {
         session.out().notice(fmt::format(
             "{} more id(s) are announced from addresses of these gateways and left out: a gateway "
@@ -62,19 +64,30 @@ std::vector<run_target> all_targets(gateway_session &session) {
 
 std::vector<run_target> named_targets(gateway_session &session) {
     const global_options &options = session.options();
-    std::set<std::string> awaited; // ids, and addresses whose id is needed to find the key
+    std::map<std::string, gateway> known; // by their names, from earlier runs
+    std::set<std::string> awaited;        // ids, and addresses whose id is needed to find the key
     for (const std::string &name : options.gateways) {
-        const std::optional<gateway> placed = parse_address(name);
+        std::optional<gateway> placed = parse_address(name);
         if (!placed) {
-            awaited.insert(name);
+            if (const std::optional<gateway> recalled = recall(session, name)) {
+                known.emplace(name, *recalled);
+            } else {
+                awaited.insert(name);
+            }
         } else if (!options.keys.empty() && !options.keys.contains(placed->place())) {
-            awaited.insert(placed->address);
+            placed->announced = recall_with_key(session, placed->address);
+            if (placed->announced) {
+                known.emplace(name, *placed);
+            } else {
+                awaited.insert(placed->address);
+            }
         }
     }
-    discovery_result found;
+    discovery_result found{.interface_name = options.interface_name, .announcements = {}};
     if (!awaited.empty()) {
-        session.out().progress(fmt::format("listening for {} gateway(s) on {} ...", awaited.size(),
-                                           options.interface_name));
+        session.out().progress(fmt::format("listening for {} gateway{} on {} ...", awaited.size(),
+                                           awaited.size() == 1 ? "" : "s",
+                                           interfaces_text(options.interface_name)));
         found = session.discover(session.discovery_time(), [&awaited](const auto &announced) {
             awaited.erase(announced.id);
             awaited.erase(announced.address);
@@ -83,6 +96,10 @@ std::vector<run_target> named_targets(gateway_session &session) {
     }
     std::vector<run_target> targets;
     for (const std::string &name : options.gateways) {
+        if (const auto recalled = known.find(name); recalled != known.end()) {
+            targets.push_back(found_target(recalled->second));
+            continue;
+        }
         std::optional<gateway> placed = parse_address(name);
         const auto *announced = placed ? found.find_address(placed->address) : found.find_id(name);
         if (placed && announced != nullptr) {
@@ -91,7 +108,7 @@ std::vector<run_target> named_targets(gateway_session &session) {
         if (placed || announced != nullptr) {
             targets.push_back(found_target(placed ? *placed : from_announcement(*announced)));
         } else {
-            targets.push_back({name, {}, {}, not_found(found, name, options.interface_name)});
+            targets.push_back({name, {}, {}, not_found(found, name)});
         }
     }
     return targets;

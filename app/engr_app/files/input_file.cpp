@@ -15,7 +15,7 @@ std::string read_input(const Reading &reading) {
     try {
         return reading();
     } catch (const support::input_error &error) {
-        throw failure("input", error.what(), exit_wrong_usage);
+        throw failure("input", error.what());
     }
 }
 

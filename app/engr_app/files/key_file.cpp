@@ -20,7 +20,7 @@ using key_map = std::map<std::string, std::string>;
 constexpr const char *blanks = " \t\r";
 
 failure bad_file(const std::string &path, const std::string &what) {
-    return {"key_file", fmt::format("key file {}: {}", path, what), exit_wrong_usage};
+    return {"key_file", fmt::format("key file {}: {}", path, what)};
 }
 
 void add(key_map &keys, const std::string &path, const std::string &place, const std::string &id,
@@ -43,7 +43,7 @@ key_map keys_of_json(const std::string &path, const std::string &text) {
         }
         return keys;
     } catch (const support::input_error &error) {
-        throw failure("key_file", error.what(), exit_wrong_usage);
+        throw failure("key_file", error.what());
     }
 }
 

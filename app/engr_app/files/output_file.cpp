@@ -30,7 +30,7 @@ bool write_all(int descriptor, std::string_view bytes) {
 
 void check_output_path(const std::string &path) {
     const auto refuse = [&path](const std::string &why) {
-        throw failure("usage", fmt::format("can't write {}: {}", path, why), exit_wrong_usage);
+        throw failure("usage", fmt::format("can't write {}: {}", path, why));
     };
     std::error_code ignored;
     // A rename would replace a device or a pipe.

@@ -1,6 +1,8 @@
 // Names and addresses of gateways.
 #include "gateway/discovery.h"
 
+#include "support/interfaces.h"
+
 #include <algorithm>
 #include <charconv>
 
@@ -11,12 +13,21 @@
 namespace engr_app {
 namespace {
 
+using namespace std::chrono_literals;
 using lan_client::announcement;
 
 bool is_ipv4(const std::string &text) {
     in_addr address{};
     return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
+
+// Somebody meant an address, since no id has this form.
+bool is_like_ipv4(const std::string &text) {
+    return std::ranges::count(text, '.') == 3 &&
+           text.find_first_not_of("0123456789.") == std::string::npos;
+}
+
+constexpr std::size_t longest_id = 25;
 
 std::string list_of(const discovery_result &found) {
     std::string list;
@@ -46,6 +57,16 @@ std::optional<gateway> parse_address(const std::string &text) {
     gateway named;
     named.address = text.substr(0, colon);
     if (!is_ipv4(named.address)) {
+        if (is_like_ipv4(named.address)) {
+            throw wrong_usage(fmt::format("--gateway {}: {} is not an IPv4 address, whose four "
+                                          "numbers are 0 to 255",
+                                          text, named.address));
+        }
+        if (text.size() > longest_id) {
+            throw wrong_usage(fmt::format("--gateway {}: neither an IPv4 address nor an id, which "
+                                          "has at most {} characters",
+                                          text, longest_id));
+        }
         return std::nullopt;
     }
     if (colon != std::string::npos) {
@@ -59,7 +80,7 @@ std::optional<gateway> parse_address(const std::string &text) {
 }
 
 gateway from_announcement(const announcement &found) {
-    return {found.address, lan_client::gateway_port, found};
+    return {found.address, lan_client::gateway_port, found, false};
 }
 
 const announcement *discovery_result::find_id(const std::string &id) const {
@@ -72,8 +93,30 @@ const announcement *discovery_result::find_address(const std::string &address) c
     return found == announcements.end() ? nullptr : &*found;
 }
 
-failure not_found(const discovery_result &found, const std::string &wanted,
-                  const std::string &interface_name) {
+std::string interfaces_text(const std::string &interface_name) {
+    std::vector<std::string> names = support::interfaces_up();
+    if (!interface_name.empty()) {
+        names = {interface_name};
+    } else if (names.empty()) {
+        return "all interfaces";
+    }
+    std::string text;
+    for (std::size_t at = 0; at < names.size(); ++at) {
+        const char *gap = at + 1 < names.size() ? ", " : " and ";
+        text += (at == 0 ? "" : gap) + names[at];
+    }
+    return text;
+}
+
+std::string unreadable_note(const discovery_result &found) {
+    return found.unreadable == 0
+               ? ""
+               : fmt::format("{} discovery datagram{} could not be read: damaged, or from gateways "
+                             "with other key seeds than this program's",
+                             found.unreadable, found.unreadable == 1 ? "" : "s");
+}
+
+failure not_found(const discovery_result &found, const std::string &wanted) {
     const bool some = !found.announcements.empty();
     if (some && wanted.empty()) {
         return {"several_gateways",
@@ -81,26 +124,36 @@ failure not_found(const discovery_result &found, const std::string &wanted,
                             "ADDRESS: {}",
                             list_of(found))};
     }
+    const std::string places = interfaces_text(found.interface_name);
     const std::string sentence =
-        wanted.empty()
-            ? fmt::format("no gateway found on interface {}", interface_name)
-            : fmt::format("gateway {} was not found on interface {}", wanted, interface_name);
+        wanted.empty() ? fmt::format("no gateway was heard on {}", places)
+                       : fmt::format("gateway {} was not heard on {}", wanted, places);
     if (found.unreadable > 0) {
-        return {"other_seeds",
-                fmt::format("{}, but {} discovery datagram(s) that this program can't read: it "
-                            "must be built with the key seeds of the gateway",
-                            sentence, found.unreadable)};
+        return {"other_seeds", fmt::format("{}, but {}", sentence, unreadable_note(found))};
+    }
+    if (some) {
+        return {"no_gateway", fmt::format("{}; heard: {}", sentence, list_of(found))};
+    }
+    std::string note;
+    if (found.limit < lan_client::discovery_period) {
+        note += fmt::format(" within {} s (each announces itself only every {} s, see --listen)",
+                            std::chrono::duration<double>(found.limit).count(),
+                            lan_client::discovery_period / 1s);
+    }
+    if (places.ends_with("lo")) {
+        note += "; lo reaches only this machine";
     }
     return {"no_gateway",
-            some ? fmt::format("{}; found: {}", sentence, list_of(found))
-                 : sentence + ": check that it is switched on and in engineering mode, name its "
-                              "network with --interface, or reach it with --gateway ADDRESS (a "
-                              "gateway with 10 apps connected stays silent)"};
+            fmt::format("{}{}: check that it is switched on, in engineering mode and on the same "
+                        "network, or reach it with --gateway ADDRESS (a gateway with 10 apps "
+                        "connected stays silent)",
+                        sentence, note)};
 }
 
 nlohmann::json announcement_json(const lan_client::announcement &announced) {
     return {{"id", announced.id},
             {"address", announced.address},
+            {"interface", announced.interface_name},
             {"told_address", announced.announced_address},
             {"activated", announced.activated},
             {"ability", announced.ability},

@@ -123,8 +123,7 @@ frame_recorder::frame_recorder(const std::string &path) : path_(path) {
     }
     if (!file_) {
         throw failure("record_file",
-                      fmt::format("--record: can't write {}: {}", path, std::strerror(errno)),
-                      exit_wrong_usage);
+                      fmt::format("--record: can't write {}: {}", path, std::strerror(errno)));
     }
 }
 
@@ -154,7 +153,7 @@ void frame_recorder::write(const traffic &frame) {
     const std::lock_guard lock(mutex_);
     if (std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size() ||
         std::fflush(file_.get()) != 0) {
-        throw failure("record_file",
+        throw failure("output",
                       fmt::format("--record: can't write {}: {}", path_, std::strerror(errno)));
     }
 }

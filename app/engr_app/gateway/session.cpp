@@ -1,7 +1,9 @@
 // Finding a gateway and talking to it.
 #include "gateway/session.h"
 
+#include "files/known_gateways.h"
 #include "gateway/explain.h"
+#include "gateway/finding.h"
 #include "gateway/stay.h"
 #include "lan_client/frame_types.h"
 #include "lan_client/limits.h"
@@ -23,6 +25,8 @@ using lan_client::announcement;
 // Gateways announce themselves every 5 s, so each has done so by then.
 constexpr std::chrono::milliseconds default_listen_time = lan_client::discovery_period + 1s;
 constexpr std::chrono::milliseconds default_answer_time = 5s;
+// A gateway that is where it was last answers in milliseconds.
+constexpr std::chrono::milliseconds longest_check_of_place = 2s;
 
 std::chrono::milliseconds given_or(double seconds, std::chrono::milliseconds otherwise) {
     return seconds > 0 ? std::chrono::milliseconds(static_cast<long>(seconds * 1000)) : otherwise;
@@ -49,11 +53,20 @@ gateway_session::gateway_session(const global_options &options, console &out,
 }
 
 std::chrono::milliseconds gateway_session::discovery_time() const {
-    return given_or(options_.timeout_s, default_listen_time);
+    return given_or(options_.listen_s, default_listen_time);
 }
 
 std::chrono::milliseconds gateway_session::answer_time() const {
     return given_or(options_.timeout_s, default_answer_time);
+}
+
+void gateway_session::end_on_interrupt() {
+    if (!std::exchange(ends_on_interrupt_, true)) {
+        loop_.on_interrupt([this] {
+            interrupted_ = true;
+            throw interrupted();
+        });
+    }
 }
 
 void gateway_session::require_key() {
@@ -85,14 +98,14 @@ lan_client::traffic_observer gateway_session::observer() {
 }
 
 discovery_result gateway_session::discover(std::chrono::milliseconds limit,
-                                           const stop_rule &enough) {
-    return discover(options_.interface_name, limit, enough);
+                                           const announcement_rule &enough) {
+    return listen({options_.interface_name, limit, enough, {}});
 }
 
-discovery_result gateway_session::discover(const std::string &interface_name,
-                                           std::chrono::milliseconds limit,
-                                           const stop_rule &enough) {
-    discovery_result result;
+discovery_result gateway_session::listen(const listening &how) {
+    end_on_interrupt();
+    discovery_result result{
+        .interface_name = how.interface_name, .limit = how.limit, .announcements = {}};
     std::map<std::string, std::size_t> at_address;
     bool stop = false;
     const auto on_datagram = [&](const lan_client::parsed_datagram &datagram) {
@@ -104,55 +117,46 @@ discovery_result gateway_session::discover(const std::string &interface_name,
         const auto known = std::ranges::find_if(result.announcements, [&](const auto &other) {
             return other.id == announced.id && other.address == announced.address;
         });
-        const bool awaited = enough && enough(announced);
+        const bool awaited = how.enough && how.enough(announced);
         if (known != result.announcements.end()) {
+            const std::string first_heard_on = known->interface_name;
             *known = announced;
+            known->interface_name = first_heard_on;
         } else if (awaited || has_room(result, at_address[announced.address])) {
             result.announcements.push_back(announced);
             ++at_address[announced.address];
+            if (how.on_new) {
+                how.on_new(announced);
+            }
         }
         stop = stop || awaited;
     };
     lan_client::discovery_listener listener(loop_, on_datagram, observer());
-    if (const lan_client::error problem = listener.open(interface_name)) {
+    if (const lan_client::error problem = listener.open(how.interface_name)) {
         throw failure(lan_client::error_name(problem.kind),
                       fmt::format("can't listen for gateways: {}", problem.detail));
     }
-    loop_.run_until([&stop] { return stop; }, limit);
+    loop_.run_until([&stop] { return stop; }, how.limit);
     std::ranges::sort(result.announcements, {},
                       [](const announcement &one) { return std::pair(one.id, one.address); });
+    keep_heard(out_, result.announcements);
     return result;
 }
 
-gateway gateway_session::find_by_id(const std::string &id) {
-    out_.progress(fmt::format("listening for gateway {} on {} ...", id, options_.interface_name));
-    const discovery_result result = discover(
-        discovery_time(), [&id](const announcement &announced) { return announced.id == id; });
-    if (const announcement *announced = result.find_id(id)) {
-        return from_announcement(*announced);
-    }
-    throw not_found(result, id, options_.interface_name);
-}
-
-gateway gateway_session::find_only() {
-    out_.progress(fmt::format("listening for gateways on {} (--gateway ADDRESS saves the wait) ...",
-                              options_.interface_name));
-    const discovery_result result = discover(discovery_time());
-    if (result.announcements.size() != 1) {
-        throw not_found(result, "", options_.interface_name);
-    }
-    return from_announcement(result.announcements.front());
-}
-
 const gateway &gateway_session::chosen() {
-    if (!chosen_) {
-        const std::string named = options_.gateways.empty() ? "" : options_.gateways.front();
-        chosen_ = parse_address(named);
-        if (!chosen_) {
-            chosen_ = named.empty() ? find_only() : find_by_id(named);
-        } else if (!options_.keys.empty() && !options_.keys.contains(chosen_->place())) {
-            chosen_announcement(); // the keys are known by ids
-        }
+    if (chosen_) {
+        return *chosen_;
+    }
+    end_on_interrupt();
+    const std::string named = options_.gateways.empty() ? "" : options_.gateways.front();
+    chosen_ = find_gateway(*this, named);
+    if (chosen_->remembered && !has_needed_key()) {
+        chosen_ = listen_for(*this, named); // it may have been deactivated since
+    }
+    if (!chosen_->announced && !options_.keys.empty() &&
+        !options_.keys.contains(chosen_->place())) {
+        chosen_->announced = recall_with_key(*this, chosen_->address);
+        chosen_announcement(); // the keys are known by ids
     }
     return *chosen_;
 }
@@ -161,7 +165,7 @@ const std::optional<announcement> &gateway_session::chosen_announcement() {
     chosen();
     if (!chosen_->announced) {
         out_.progress(fmt::format("listening for the announcement of {} on {} ...", chosen_->name(),
-                                  options_.interface_name));
+                                  interfaces_text(options_.interface_name)));
         const std::string &address = chosen_->address;
         const discovery_result result =
             discover(discovery_time(),
@@ -243,7 +247,7 @@ lan_client::client_events gateway_session::monitored_events() {
             .on_traffic = observer()};
 }
 
-lan_client::client &gateway_session::connect(bool reconnect, lan_client::client_events events) {
+void gateway_session::open_client(bool reconnect) {
     const gateway &target = chosen();
     lan_client::client_options wanted;
     wanted.address = target.address;
@@ -253,10 +257,48 @@ lan_client::client &gateway_session::connect(bool reconnect, lan_client::client_
     wanted.request_timeout = answer_time();
     wanted.reconnect = reconnect;
     wanted.keys = usable_keys();
+    if (target.remembered) {
+        wanted.connect_timeout = std::min(answer_time(), longest_check_of_place);
+    }
     connected_ = false;
-    verb_events_ = std::move(events);
     client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), monitored_events());
     client_->open();
+}
+
+// The gateway may have another address than when it was heard last, and its old one may be
+// another gateway's.
+void gateway_session::leave_outdated_place() {
+    const auto got = std::make_shared<std::optional<lan_client::answer>>();
+    client_->ask({.type = lan_client::frame_type::keepalive,
+                  .timeout = std::min(answer_time(), longest_check_of_place)},
+                 [got](const lan_client::answer &outcome) { *got = outcome; });
+    loop_.run_until([&got] { return got->has_value(); }, std::chrono::hours(24));
+    const lan_client::error_kind failed = (*got)->failure.kind;
+    const bool answered = failed == lan_client::error_kind::none;
+    if (answered && !has_other_hardware(*this, *chosen_)) {
+        return;
+    }
+    if (failed == lan_client::error_kind::table_full) {
+        return client_.reset(); // it is there, but has closed the connection
+    }
+    out_.notice(fmt::format(
+        "gateway {} {} {}, where it was heard last: listening for it anew", chosen_->announced->id,
+        answered ? "is no longer the device at" : "does not answer at", chosen_->place()));
+    client_.reset();
+    chosen_ = listen_for(*this, chosen_->announced->id);
+}
+
+lan_client::client &gateway_session::connect(bool reconnect, lan_client::client_events events) {
+    end_on_interrupt();
+    if (chosen().remembered) {
+        verb_events_ = {};
+        open_client(reconnect);
+        leave_outdated_place();
+    }
+    verb_events_ = std::move(events);
+    if (!client_ || !std::exchange(chosen_->remembered, false)) {
+        open_client(reconnect);
+    }
     return *client_;
 }
 
@@ -316,6 +358,12 @@ std::vector<lan_client::answer> gateway_session::ask(std::vector<lan_client::req
 
 void gateway_session::leave() {
     verb_events_ = {};
+    if (client_ && connected_ && chosen_) {
+        keep_hardware(*this, *chosen_);
+    }
+    if (interrupted_ && !monitor_.is_running()) {
+        return; // whoever wants to go is not to wait for an answer
+    }
     if (client_ && connected_ && !upgrade_is_own_ && has_needed_key()) {
         stay_while_upgrading(*this, *client_, monitor_);
     }

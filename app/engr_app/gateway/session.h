@@ -23,17 +23,20 @@ namespace engr_app {
 /** Options that hold for all verbs. */
 struct global_options {
     std::vector<std::string> gateways; /**< ADDRESS[:PORT] or ID each; none: the only one found */
+    std::string gateways_from;         /**< what named them, when no option did; else empty */
     bool all = false;                  /**< all gateways found */
     std::string local_key;             /**< 16 characters, or empty */
     bool accept_deactivated = false;   /**< also work without the local key that was given */
     std::string key_file;
     std::map<std::string, std::string> keys; /**< from the key file, by gateway ID or ADDRESS */
-    std::string interface_name = "lo";
+    std::string interface_name; /**< traffic stays on it; empty: all, and the routing table */
     std::string record_file;
     std::string names_file; /**< empty: the one of default_names_path, if it is there */
-    double timeout_s = 0;   /**< 0: the default of what is waited for */
+    double timeout_s = 0;   /**< for an answer; 0: the default */
+    double listen_s = 0;    /**< for announcements; 0: the default */
     bool json = false;
     bool verbose = false;
+    bool quiet = false; /**< only results and errors */
 };
 
 /**
@@ -42,8 +45,6 @@ struct global_options {
  */
 class gateway_session {
   public:
-    using stop_rule = std::function<bool(const lan_client::announcement &)>;
-
     /**
      * A session that finds its gateway by itself.
      *
@@ -71,25 +72,29 @@ class gateway_session {
     /** @return what records frames, for the sessions of other gateways; null when nothing does */
     [[nodiscard]] const std::shared_ptr<frame_recorder> &recorder() const { return recorder_; }
 
+    /**
+     * Lets Ctrl-C end the wait that goes on, or the next one, with a failure, until the verb has a
+     * handler of its own. Before the session first waits for the network, Ctrl-C ends the program,
+     * so that one can leave a question or a file that does not come.
+     */
+    void end_on_interrupt();
+
     /** @return what shows and records frames, for a verb that has sockets of its own */
     [[nodiscard]] lan_client::traffic_observer observer();
 
-    /**
-     * Listens for announcements.
-     *
-     * @param limit   how long
-     * @param enough  ends it early when it is true of an announcement; may be absent
-     */
-    discovery_result discover(std::chrono::milliseconds limit, const stop_rule &enough = {});
-    discovery_result discover(const std::string &interface_name, std::chrono::milliseconds limit,
-                              const stop_rule &enough = {});
+    /** Listens for announcements, and keeps them for later runs. */
+    discovery_result listen(const listening &how);
+
+    /** The same on the interfaces that the user has named. */
+    discovery_result discover(std::chrono::milliseconds limit,
+                              const announcement_rule &enough = {});
 
     /** @return the gateway that the user named, or the only one there is; searched for once */
     const gateway &chosen();
 
     /**
-     * @return what the chosen gateway announces; listens for it when the gateway was named by its
-     *         address, and is empty when nothing came
+     * @return what the chosen gateway announces; listens for it when that was not heard in this
+     *         run, and is empty when nothing came
      */
     const std::optional<lan_client::announcement> &chosen_announcement();
 
@@ -145,8 +150,8 @@ class gateway_session {
 
   private:
     void observe(const lan_client::traffic &frame);
-    gateway find_by_id(const std::string &id);
-    gateway find_only();
+    void open_client(bool reconnect);
+    void leave_outdated_place();
     void require_shown_key(const std::vector<lan_client::request> &requests);
     void warn_of_built_in_key();
     lan_client::client_events monitored_events();
@@ -164,6 +169,8 @@ class gateway_session {
     bool connected_ = false;
     bool upgrade_is_own_ = false;
     bool warned_of_built_in_key_ = false;
+    bool ends_on_interrupt_ = false;
+    bool interrupted_ = false;
     std::unique_ptr<lan_client::client> client_;
 };
 

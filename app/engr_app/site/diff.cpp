@@ -207,11 +207,9 @@ json read_site_reports(const std::string &path) {
         reports.push_back(content);
     }
     if (reports.empty() || !std::ranges::all_of(reports, is_report)) {
-        throw failure(
-            "site_report",
-            path + " is no site report; engr_app site report --json-file and engr_app site apply "
-                   "--report FILE.json write one",
-            exit_wrong_usage);
+        throw failure("site_report",
+                      path + " is not a site report; engr_app site report --json-file and engr_app "
+                             "site apply --report FILE.json write one");
     }
     return reports;
 }

@@ -107,11 +107,10 @@ void console::document(const nlohmann::json &value) {
 }
 
 void console::json_line(const nlohmann::json &value) {
-    document_written_ = true;
+    kept_.streamed = true;
     if (gateway_name_.empty()) {
         return screen_.output(one_line(value) + '\n');
     }
-    kept_.streamed = true;
     nlohmann::json named = value;
     named["gateway"] = gateway_name_;
     screen_.output(one_line(named) + '\n');
@@ -122,13 +121,13 @@ void console::message(std::string_view sentence, std::size_t max_columns) {
 }
 
 void console::progress(std::string_view sentence) {
-    if (screen_.messages_are_terminal() && !quiet_) {
+    if (screen_.messages_are_terminal() && !quiet_ && !screen_.is_quiet()) {
         message(sentence, max_line_columns);
     }
 }
 
 progress_bar console::bar(std::string_view label, uint64_t total, std::string_view unit) {
-    if (json_ || quiet_) {
+    if (json_ || quiet_ || screen_.is_quiet()) {
         return {};
     }
     return {screen_,
@@ -136,7 +135,14 @@ progress_bar console::bar(std::string_view label, uint64_t total, std::string_vi
 }
 
 void console::notice(std::string_view sentence) {
+    if (screen_.is_quiet()) {
+        return;
+    }
     message(sentence, max_line_columns);
+}
+
+void console::ask(std::string_view question) {
+    message(question, max_line_columns);
 }
 
 void console::trace(std::string_view text) {
@@ -144,18 +150,26 @@ void console::trace(std::string_view text) {
 }
 
 void console::problem(const std::string &kind, std::string_view sentence) {
-    screen_.message("engr_app: " +
-                    escape_for_terminal(prefix_ + std::string(sentence), max_line_columns) + '\n');
     const nlohmann::json kept{{"kind", kind}, {"message", sentence}};
+    const nlohmann::json whole{{"error", kept}};
+    bool told = false;
     if (!gateway_name_.empty()) {
         kept_.error = std::make_shared<nlohmann::json>(kept);
+        told = json_ && !kept_.document; // in the array of all gateways
     } else if (json_ && !document_written_) {
         document_written_ = true;
         try {
-            screen_.output(many_lines({{"error", kept}}) + '\n');
+            screen_.output((kept_.streamed ? one_line(whole) : many_lines(whole)) + '\n');
+            told = true;
         } catch (const failure &) {
-            return; // the message above has been written
+            told = false; // the message below says it all the same
         }
+    }
+    // Who reads the document need not read it twice, but a person may look on.
+    if (!told || (screen_.messages_are_terminal() && !screen_.output_is_terminal())) {
+        screen_.message(
+            "engr_app: " + escape_for_terminal(prefix_ + std::string(sentence), max_line_columns) +
+            '\n');
     }
 }
 

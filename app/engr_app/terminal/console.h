@@ -1,6 +1,7 @@
 // Output of verbs: results for people and for scripts, messages, progress.
 #pragma once
 
+#include "terminal/growing_table.h"
 #include "terminal/progress_bar.h"
 #include "terminal/screen.h"
 #include "terminal/table.h"
@@ -67,6 +68,11 @@ class console {
      */
     void table(const row &header, const std::vector<row> &rows, const table_view &view = {});
 
+    /** A table that shows each row when it is added; not for one of several gateways. */
+    [[nodiscard]] growing_table grow_table(std::vector<growing_table::column> columns) {
+        return {screen_, std::move(columns)};
+    }
+
     /** Facts, one a line: "name: value". */
     void facts(const std::vector<std::pair<std::string, std::string>> &named);
 
@@ -95,13 +101,19 @@ class console {
     [[nodiscard]] progress_bar bar(std::string_view label, uint64_t total = 0,
                                    std::string_view unit = {});
 
-    /** A message that is always shown. */
+    /** A message that is shown unless the user wants quiet. */
     void notice(std::string_view sentence);
+
+    /** A question that the user is to answer; always shown. */
+    void ask(std::string_view question);
 
     /** One line of the trace that -v asks for. */
     void trace(std::string_view text);
 
-    /** Why the work failed; with --json this is the document, unless one was written before. */
+    /**
+     * Why the work failed. With --json this is the document, unless one was written before, or the
+     * last of the lines; the message is then for a terminal only.
+     */
     void problem(const std::string &kind, std::string_view sentence);
 
     /** Empty unless this is the console of one of several gateways. */

@@ -58,8 +58,8 @@ void set_elapsed(bar_state &bar, bar_state::clock::time_point now) {
 
 } // namespace
 
-screen::screen()
-    : output_is_terminal_(isatty(STDOUT_FILENO) == 1),
+screen::screen(bool quiet)
+    : quiet_(quiet), output_is_terminal_(isatty(STDOUT_FILENO) == 1),
       messages_are_terminal_(isatty(STDERR_FILENO) == 1),
       columns_(output_is_terminal_ ? terminal_columns(STDOUT_FILENO) : default_columns) {}
 
@@ -84,6 +84,9 @@ void screen::message(std::string_view lines) {
 
 void screen::write_message(std::string_view lines) {
     std::string text = without_bars();
+    if (text.empty() && messages_are_terminal_) {
+        text = "\r"; // a terminal shows Ctrl-C as ^C at the beginning of the line
+    }
     text += lines;
     std::cerr << text + with_bars();
 }
@@ -146,7 +149,7 @@ void screen::finish(const std::shared_ptr<bar_state> &bar) {
 // The cursor stands at the beginning of the line below the bars.
 std::string screen::without_bars() {
     const std::size_t lines = std::exchange(drawn_lines_, 0);
-    return lines > 0 ? fmt::format("\x1b[{}A\x1b[J", lines) : "";
+    return lines > 0 ? fmt::format("\r\x1b[{}A\x1b[J", lines) : "";
 }
 
 std::string screen::with_bars() {

@@ -32,12 +32,15 @@ struct bar_state {
  */
 class screen {
   public:
-    screen();
+    /** @param quiet  only results and errors are to be shown */
+    explicit screen(bool quiet = false);
     screen(const screen &) = delete;
     screen &operator=(const screen &) = delete;
 
     [[nodiscard]] bool output_is_terminal() const { return output_is_terminal_; }
     [[nodiscard]] bool messages_are_terminal() const { return messages_are_terminal_; }
+
+    [[nodiscard]] bool is_quiet() const { return quiet_; }
 
     /** Columns of the terminal that results go to. */
     [[nodiscard]] std::size_t columns() const { return columns_; }
@@ -60,6 +63,7 @@ class screen {
     std::string without_bars();
     std::string with_bars();
 
+    const bool quiet_;
     const bool output_is_terminal_;
     const bool messages_are_terminal_;
     const std::size_t columns_;

@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t block_bytes = 64 * 1024;
 
 failure unusable_image(const std::string &path, const std::string &why) {
-    return {"input", fmt::format("can't use the image {}: {}", path, why), exit_wrong_usage};
+    return {"input", fmt::format("can't use the image {}: {}", path, why)};
 }
 
 // Returns the bytes read: fewer than `count` only at the end of the file or where reading fails.

@@ -89,7 +89,7 @@ int open_joining(gateway_session &session, const join_arguments &given) {
         out.line(fmt::format("{} joined; joining is closed{}", counted(joined, "device"),
                              interrupted ? ", as you asked" : " again"));
     }
-    return exit_success;
+    return interrupted ? exit_interrupted : exit_success;
 }
 
 int close_joining(gateway_session &session, const join_arguments &given) {

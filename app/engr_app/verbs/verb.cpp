@@ -1,13 +1,15 @@
 // The list of verbs: a line here and a file NAME.cpp with declare_NAME make a verb.
 #include "verbs/verb.h"
 
-#include <algorithm>
+#include <memory>
+#include <string>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 
 #define ENGR_APP_VERBS(VERB)                                                                       \
     VERB(discover, "list the gateways that announce themselves")                                   \
+    VERB(use, "choose the gateway that later commands are for")                                    \
     VERB(info, "what is known of a gateway, whether it answers, whether the key is right")         \
     VERB(devices, "table of the gateway's devices, with their online state")                       \
     VERB(watch, "live reports, until Ctrl-C")                                                      \
@@ -31,6 +33,18 @@
     VERB(raw, "send one frame of any type and show the answer")
 
 namespace engr_app {
+namespace {
+
+/** The parser of a verb, with what the verb does. */
+class verb_parser : public CLI::App {
+  public:
+    verb_parser(std::string summary, std::string name, CLI::App *above)
+        : CLI::App(std::move(summary), std::move(name), above) {}
+
+    named_verb about;
+};
+
+} // namespace
 
 #define DECLARE_VERB(name, summary) verb_work declare_##name(CLI::App &parser);
 ENGR_APP_VERBS(DECLARE_VERB)
@@ -43,32 +57,31 @@ std::span<const verb> verbs() {
     return all;
 }
 
+void add_verb(CLI::App &above, const verb &added) {
+    const auto parser = std::make_shared<verb_parser>(added.summary, added.name, &above);
+    above.add_subcommand(parser);
+    parser->footer(""); // that of a family is not about each of its verbs
+    parser->about.work = added.declare(*parser);
+}
+
 verb_work add_subverbs(CLI::App &parser, const std::vector<verb> &subverbs) {
     parser.require_subcommand(1);
-    std::vector<std::pair<const CLI::App *, verb_work>> works;
     for (const verb &subverb : subverbs) {
-        CLI::App *own_parser = parser.add_subcommand(subverb.name, subverb.summary);
-        works.emplace_back(own_parser, subverb.declare(*own_parser));
+        add_verb(parser, subverb);
     }
-    return [works = std::move(works)](gateway_session &session) {
-        const auto given = std::ranges::find_if(
-            works, [](const auto &candidate) { return candidate.first->parsed(); });
-        return given->second(session); // the parser insists on one
-    };
+    return {};
 }
 
 void concerns_no_gateway(CLI::App &parser) {
-    parser.callback([&parser] {
-        const CLI::App *whole = &parser;
-        while (whole->get_parent() != nullptr) {
-            whole = whole->get_parent();
-        }
-        if (whole->count("--all") > 0 || whole->count("--gateway") > 1) {
-            throw CLI::ValidationError(parser.get_name(),
-                                       "it concerns no single gateway, so it goes with neither "
-                                       "--all nor several --gateway");
-        }
-    });
+    dynamic_cast<verb_parser &>(parser).about.for_one_gateway = false;
+}
+
+named_verb verb_named_in(const CLI::App &whole) {
+    const CLI::App *innermost = &whole;
+    while (!innermost->get_subcommands().empty()) {
+        innermost = innermost->get_subcommands().front();
+    }
+    return dynamic_cast<const verb_parser &>(*innermost).about;
 }
 
 } // namespace engr_app

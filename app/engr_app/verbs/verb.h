@@ -46,17 +46,29 @@ template <typename Arguments, typename Work>
     };
 }
 
+/** Adds a verb to the program or to another verb. */
+void add_verb(CLI::App &above, const verb &added);
+
 /**
  * Declares the verbs of a verb, one of which has to be given.
  *
- * @return work that does that of the one given
+ * @return no work: that of the one given is done
  */
 [[nodiscard]] verb_work add_subverbs(CLI::App &parser, const std::vector<verb> &subverbs);
 
 /**
  * Says that the verb's work is with the network or with files and not with one gateway: --all and
- * several --gateway are refused.
+ * several --gateway are refused, and no gateway is chosen by a setting.
  */
 void concerns_no_gateway(CLI::App &parser);
+
+/** The verb that a command line names. */
+struct named_verb {
+    verb_work work;
+    bool for_one_gateway = true;
+};
+
+/** @return the innermost verb, after the command line was parsed */
+[[nodiscard]] named_verb verb_named_in(const CLI::App &whole);
 
 } // namespace engr_app

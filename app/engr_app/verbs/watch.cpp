@@ -28,20 +28,20 @@ class watcher {
         : session_(session), out_(session.out()), arguments_(arguments) {}
 
     int watch() {
-        session_.loop().on_interrupt([this] { stopped_ = true; });
         // The first answer shows that the gateway has room for this app and that the key is right.
         session_.connect(true, {.on_report = [this](const auto &report) { show(report); },
                                 .on_link = [this](const auto &change) { show(change); },
                                 .on_traffic = {}});
         expect_success(session_, session_.ask({device_list_request()}).front());
         established_ = true;
+        session_.loop().on_interrupt([this] { stopped_ = true; });
         out_.notice(fmt::format("watching {}, Ctrl-C ends it", session_.chosen().name()));
         const auto limit =
             arguments_.for_s > 0
                 ? std::chrono::milliseconds(static_cast<long>(arguments_.for_s * 1000))
                 : std::chrono::milliseconds(std::chrono::years(10));
         session_.loop().run_until([this] { return stopped_ || enough(); }, limit);
-        return exit_success;
+        return stopped_ ? exit_interrupted : exit_success;
     }
 
   private:

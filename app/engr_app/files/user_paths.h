@@ -1,0 +1,24 @@
+// Where the program keeps what belongs to its user: the directories that desktops and shells use.
+#pragma once
+
+#include <string>
+
+namespace engr_app {
+
+/** @return what the user has set, in ~/.config; empty when there is no home directory */
+[[nodiscard]] std::string config_path();
+
+/** @return the gateway that `use` has chosen, in ~/.local/state; empty as above */
+[[nodiscard]] std::string state_path();
+
+/** @return the gateways heard last, in ~/.cache; empty as above */
+[[nodiscard]] std::string cache_path();
+
+/**
+ * Writes such a file as a whole, for its owner only, and makes its directories.
+ *
+ * @throws failure when it can't be written
+ */
+void write_user_file(const std::string &path, const std::string &text);
+
+} // namespace engr_app
