@@ -121,8 +121,8 @@ LIES = {
         lambda: b'{"cid":"' + b"n" * 7_000_000 + b'","pid":"p"}')),
     "terminal_codes": Lie("terminal codes in a name", answer_device_list(
         lambda: json.dumps({"cid": TERMINAL_CODES, "pid": "p"}).encode())),
-    "huge_log": Lie("a log of 2 billion segments", lambda: log_of(2 ** 31), ("log", "log.txt")),
-    "long_log": Lie("a log of 65,536 segments without the last", lambda: log_of(65_536), ("log", "log.txt")),
+    "huge_log": Lie("a log of 2 billion segments", lambda: log_of(2 ** 31), ("log", "log.txt", "--force")),
+    "long_log": Lie("a log of 65,536 segments without the last", lambda: log_of(65_536), ("log", "log.txt", "--force")),
     "reports": Lie("reports without end", lambda: report_for_ever, ("watch",)),
     "reports_joining": Lie("reports without end", lambda: report_for_ever, ("join", "open", "--seconds", "5")),
     "wrong_types": Lie("a number where a text belongs", answer_device_list(lambda: b'{"cid":1,"pid":[]}')),

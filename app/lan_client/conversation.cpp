@@ -261,6 +261,9 @@ void client::conversation::expire() {
 
 void client::conversation::complete(exchange_list::iterator found, answer outcome) {
     const completion done = std::move(found->done);
+    if (outcome.failure) {
+        outcome.payload = std::move(found->received);
+    }
     outcome.type = found->wanted.type;
     outcome.number = found->number;
     outcome.round_trip =
@@ -273,9 +276,12 @@ void client::conversation::complete(exchange_list::iterator found, answer outcom
 }
 
 void client::conversation::complete_all(exchange_list gone, const error &why) {
-    for (const exchange &one : gone) {
+    for (exchange &one : gone) {
         if (one.done && !abandoned_) {
-            one.done({.failure = why, .type = one.wanted.type, .number = one.number});
+            one.done({.failure = why,
+                      .type = one.wanted.type,
+                      .number = one.number,
+                      .payload = std::move(one.received)});
         }
     }
     start_deadline_timer();

@@ -176,6 +176,8 @@ class UpgradeTest(unittest.TestCase):
                  "has ended on the gateway, too; version 1.0"),
                 ("", {"installed": NEW}, (), 0, "has version 2.0.1 already"),
                 ("", {"installed": NEW}, ("--again",), 0, "now has version 2.0.1 (before: 2.0.1)"),
+                ("", {"installed": "2.0.10"}, (), 2, "installed 2.0.10 -> 2.0.1, DOWNGRADE", "give --yes"),
+                ("a1", {"installed": "2.1"}, ("--yes",), 0, "DOWNGRADE", "now has version 2.0.1 (before: 2.1)"),
                 ("", {"installed": NEW, "fail_at": 0}, ("--again", *quick), 1, "gave up at byte 0")]:
             with self.subTest(how=how):
                 self.check(Upgrading(image, cid, **how), *more, code=code, words=words)
@@ -188,8 +190,8 @@ class UpgradeTest(unittest.TestCase):
             told = json.loads(out)
             self.assertEqual(told | {"file": ""}, {
                 "file": "", "bytes": 3, "md5": hashlib.md5(b"abc").hexdigest(), "version": NEW, "cid": gateway.id,
-                "installed": OLD, "under_way": False, "under_way_cid": ""})
-            self.check(gateway, "--dry-run", words=["installed version:  1.0"])
+                "installed": OLD, "downgrade": False, "under_way": False, "under_way_cid": ""})
+            self.check(gateway, "--dry-run", words=["installed 1.0 -> 2.0.1"])
 
     def test_an_interrupt_ends_the_upgrade_on_both_sides(self):
         got_one = threading.Event()
@@ -341,7 +343,7 @@ class UpgradeTest(unittest.TestCase):
                 ([good, "--version", "2.0.1.2.0.12"], "1 to 11"), ([good, "--version", ""], "1 to 11"),
                 ([good, "--version", 'a"b'], "quote"), ([good, "--version", "1", "--cid", "c" * 26], "1 to 25"),
                 ([good], "--version"), ([empty, "--version", "1"], "it is empty"),
-                ([huge, "--version", "1"], "at most 2147483647"), ([pipe, "--version", "1"], "no ordinary file"),
+                ([huge, "--version", "1"], "at most 2147483647"), ([pipe, "--version", "1"], "not a regular file"),
                 (["/no/file", "--version", "1"], "/no/file")]:
             code, out, err = run("upgrade", *arguments, "--gateway", "127.0.0.1:9")
             self.assertEqual((code, out), (2, ""), f"{arguments}: {err}")

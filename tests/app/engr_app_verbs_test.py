@@ -1,4 +1,5 @@
 """The installer's verbs of engr_app: what goes out, what comes back in words, and what is refused before."""
+import contextlib
 import json
 import os
 import pty
@@ -184,7 +185,7 @@ class VerbsTest(unittest.TestCase):
                  "answered: set channel error; channels are 11 to 26"),
                 (["config", "push", "app", self.file("{1}\n", "app")], [(FRM_DOWNLOAD_APP_CFG, "{1}", (0, ""))], 0,
                  "(3 bytes)"),
-                (["config", "push", "cloud", self.file("}" * 9000, "cloud")],
+                (["config", "push", "cloud", self.file("}" * 9000, "cloud"), "--yes"],
                  [(FRM_DOWNLOAD_CLOUD_CFG, "}" * 9000, (0, ""))], 0,
                  "ends engineering"),
                 (["config", "pull", "app"], [(FRM_READ_APP_CFG, None, (0, "as it is\n"))], 0, "as it is\n"),
@@ -234,7 +235,9 @@ class VerbsTest(unittest.TestCase):
                 (["dp", "set", "a1", "--json-dps", '{"1":[]}'], "data point 1"),
                 (["group", "add", "g"], "CID"),
                 (["channel", "set", "27"], "--force"), (["token", "set", "t" * 65], "1 to 64"),
-                (["deactivate"], "--yes"),
+                (["deactivate"], "--yes"), (["config", "push", "cloud", big], "--yes"),
+                (["wifi", "net", "--open", "--password", "x"], "--open"),
+                (["log", big], "use --force to overwrite it"), (["config", "pull", "app", big], "--force"),
                 (["config", "push", "app", big], "2098135"), (["config", "push", "app", "/no/file"], "/no/file"),
                 (["config", "push", "app", self.file("a\0b", "zero")], "byte 2 is zero"),
                 (["config", "push", "app", self.file("{} ;", "open")], "does not end with }"),
@@ -254,12 +257,17 @@ class VerbsTest(unittest.TestCase):
             self.assertEqual((code, out), (2, ""), f"{arguments}: {err}")
             self.assertIn(word, err, f"{arguments} must name what is wrong")
 
-    def test_a_log_is_there_whole_or_not_at_all(self):
+    def test_what_came_of_a_log_is_kept_and_a_file_is_whole(self):
         path = os.path.join(self.directory, "log")
         first, last = b"x" * 1024, b"passwd:hunter2 on a1\n"
-        stopped = (FRM_GET_LOG, None, lambda number: segment(number, 3, 1, first), None)
-        self.check(["log", path], [stopped], 1, "stopped after segment 1 of 3")
-        self.assertEqual(os.listdir(self.directory), [])
+        stopped = (FRM_GET_LOG, None, lambda number: segment(number, 3, 1, last), None)
+        self.check(["log", path], [stopped], 1, "stopped after segment 1 of 3",
+                   f"21 bytes that came are in {path}.partial")
+        self.assertEqual(os.listdir(self.directory), ["log.partial"])
+        self.check(["log"], [stopped], 1, "hunter2", "what came is above")
+        shown = self.check(["log", "--sanitized", "--json"], [(FRM_DEV_LIST, None, (0, BOUND)), stopped], 1,
+                           '"complete": false', "passwd:***")
+        self.assertNotIn("hunter2", shown)
         endless = (FRM_GET_LOG, None, lambda number: segment(number, 0x7FFFFFFF, 1, b""))
         self.check(["log", path], [endless], 1, "too long to be one (2147483647 segments)")
         whole = (FRM_GET_LOG, None, lambda number: segment(number, 2, 1, first) + segment(number, 2, 2, last))
@@ -268,6 +276,36 @@ class VerbsTest(unittest.TestCase):
             self.assertEqual(file.read(), first + last)
         shown = self.check(["log", "--sanitized"], [(FRM_DEV_LIST, None, (0, BOUND)), whole], 0, "passwd:***\n")
         self.assertNotIn("hunter2", shown)
+
+    def ask(self, typed, *arguments):
+        """Runs it on a terminal and types a line; its exit status and what was shown."""
+        child, terminal = pty.fork()
+        if child == 0:
+            os.execv(APP, [APP, *arguments])
+        shown = b""
+        with contextlib.suppress(OSError):  # the terminal of a program that has ended
+            while piece := os.read(terminal, 1024):
+                shown += piece
+                if shown.endswith(b"[y/N] "):
+                    os.write(terminal, typed)
+        os.close(terminal)
+        return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), shown.decode()
+
+    def test_one_question_is_asked_for_all_gateways(self):
+        for typed, code, left in [(b"n\n", 1, 1), (b"\n", 1, 1), (b"y\n", 0, 0), (b"yes\n", 0, 0)]:
+            scripts = [Script((FRM_GW_UNACTIVE, None, (0, ""))) for _ in range(2)]
+            names = [Gateway(one.serve).name for one in scripts]
+            got, shown = self.ask(typed, "deactivate", "--gateway", names[0], "--gateway", names[1])
+            self.assertEqual((got, [len(one.left) for one in scripts]), (code, [left] * 2), shown)
+            self.assertEqual(shown.count("[y/N]"), 1, shown)
+            self.assertIn(f"on 2 gateways: {names[0]}, {names[1]}?", shown)
+
+    def test_what_changes_every_gateway_needs_consent(self):
+        for arguments in [["channel", "set", "20"], ["dp", "set", "a1", "1=true"], ["group", "delete", "g"],
+                          ["upgrade", __file__, "--version", "2"]]:
+            code, out, err = run(*arguments, "--all")
+            self.assertEqual((code, out), (2, ""), err)
+            self.assertIn("--yes", err)
 
     def test_join_shows_devices_and_closes_on_interrupt(self):
         script = Script((FRM_PERMIT_JOIN, {"type": 0, "time": 900}, (0, ""), (FRM_SUB_DEV_BIND_RPT, 0, BOUND)),

@@ -6,6 +6,7 @@
 #include "lan_client/frame_types.h"
 #include "terminal/progress_bar.h"
 #include "terminal/table.h"
+#include "upgrade/version_order.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -146,6 +147,18 @@ TEST(table, is_sorted_by_numbers_and_quoted_where_csv_needs_it) {
               "VALUE,DP\n\"x\ny\",9\nz,9\n\"a,\"\"b\"\"\",10\n");
     EXPECT_EQ(table_text(points, {}), "DP\tVALUE\n10\ta,\"b\"\n9\tx\\ny\n9\tz\n");
     EXPECT_THROW(apply({.sort_by = "size"}, points), failure);
+}
+
+TEST(versions, are_ordered_by_their_numbers) {
+    for (const auto &[older, newer] :
+         {std::pair("2.0.9", "2.0.10"), {"v1.9", "2"}, {"1.0-rc1", "1.0-rc2"}}) {
+        EXPECT_TRUE(is_older_version(older, newer)) << older << " " << newer;
+        EXPECT_FALSE(is_older_version(newer, older)) << newer << " " << older;
+    }
+    for (const auto &[one, same] : {std::pair("2.0", "2"), {"1.01", "1.1"}, {"", "1"}}) {
+        EXPECT_FALSE(is_older_version(one, same) || is_older_version(same, one))
+            << one << " " << same;
+    }
 }
 
 TEST(progress_bar, shows_what_is_known_and_never_fills_the_last_column) {

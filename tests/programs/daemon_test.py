@@ -104,8 +104,7 @@ class LogTest(unittest.TestCase):
             gateway.start()
             fetched = os.path.join(gateway.directory, "fetched")
             for _ in range(2):
-                done = subprocess.run([program("engr_app"), "--gateway", gateway.address, "log", fetched],
-                                      capture_output=True, text=True, timeout=PATIENCE_S, check=False)
+                done = gateway.run_app("log", fetched, "--force")
                 self.assertEqual(done.returncode, 0, done.stderr)
                 log_path = os.path.join(gateway.data_dir, "engr_gatewayd.log")
                 with open(fetched, "rb") as file, open(log_path, "rb") as log:
@@ -174,7 +173,7 @@ class StartTest(unittest.TestCase):
     def test_files_are_private_but_configurations_are_as_the_agent_makes_them(self):
         with Gateway(site=ONE_DEVICE, trace=True) as gateway:
             for kind in ("app", "cloud"):
-                self.assertEqual(gateway.run_app("config", "push", kind, "-", text="{}").returncode, 0)
+                self.assertEqual(gateway.run_app("config", "push", kind, "-", "--yes", text="{}").returncode, 0)
             modes = {name: os.stat(os.path.join(gateway.data_dir, name)).st_mode & 0o777
                      for name in os.listdir(gateway.data_dir)}
             configs = {name: modes.pop(name) for name in ("app.config", "cloud.config")}

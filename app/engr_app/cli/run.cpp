@@ -137,6 +137,10 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
         }
     }
     std::atomic<bool> was_interrupted = false; // none of those that wait begins then
+    std::vector<std::string> labels;
+    for (const auto &one : runs) {
+        labels.push_back(one->target.label);
+    }
     const auto work_with = [&](gateway_run &one) {
         one.exit_code = show_failures(one.out, [&] {
             if (one.target.missing) {
@@ -147,6 +151,7 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
             }
             gateway_session session(options, one.out, recorder, *one.target.found,
                                     one.target.file_mark);
+            session.set_run_gateways(labels);
             return run_session(session, one.out, work);
         });
         was_interrupted = was_interrupted || one.exit_code == exit_interrupted;

@@ -28,15 +28,18 @@ bool write_all(int descriptor, std::string_view bytes) {
 
 } // namespace
 
-void check_output_path(const std::string &path) {
+void check_output_path(const std::string &path, bool overwrite) {
     const auto refuse = [&path](const std::string &why) {
         throw failure("usage", fmt::format("can't write {}: {}", path, why));
     };
     std::error_code ignored;
     // A rename would replace a device or a pipe.
-    if (std::filesystem::exists(path, ignored) &&
-        !std::filesystem::is_regular_file(path, ignored)) {
+    const bool exists = std::filesystem::exists(path, ignored);
+    if (exists && !std::filesystem::is_regular_file(path, ignored)) {
         refuse("it exists and is not a regular file");
+    }
+    if (exists && !overwrite) {
+        refuse("it exists; use --force to overwrite it");
     }
     const std::filesystem::path directory = std::filesystem::path(path).parent_path();
     if (::access(directory.empty() ? "." : directory.c_str(), W_OK | X_OK) != 0) {

@@ -104,6 +104,10 @@ class gateway_session {
      */
     [[nodiscard]] std::string output_path(const std::string &path) const;
 
+    /** @return the labels of all gateways of the run, or none when it is for one only */
+    [[nodiscard]] const std::vector<std::string> &run_gateways() const { return run_gateways_; }
+    void set_run_gateways(std::vector<std::string> labels) { run_gateways_ = std::move(labels); }
+
     /** @return the installer's names; read when they are first asked for */
     const names_file &names();
 
@@ -163,6 +167,7 @@ class gateway_session {
     lan_client::event_loop loop_;
     std::optional<gateway> chosen_;
     std::string file_mark_;
+    std::vector<std::string> run_gateways_;
     std::optional<names_file> names_;
     lan_client::upgrade_monitor monitor_;
     lan_client::client_events verb_events_; // as long as the verb works

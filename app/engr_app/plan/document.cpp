@@ -33,7 +33,7 @@ constexpr std::size_t max_plan_depth = 64;
 constexpr std::size_t max_told_faults = 20;
 
 failure bad_plan(const std::string &sentence) {
-    return {"plan", sentence, exit_wrong_usage};
+    return {"plan", sentence};
 }
 
 std::optional<double> plain_fraction(const std::string &text) {

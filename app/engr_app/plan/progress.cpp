@@ -58,8 +58,7 @@ plan_progress::plan_progress(std::string path)
         throw failure("progress",
                       fmt::format("{} is not the progress of a plan; name another file with "
                                   "--progress, or move it away to begin anew",
-                                  path_),
-                      exit_wrong_usage);
+                                  path_));
     }
 }
 

@@ -141,8 +141,19 @@ void console::notice(std::string_view sentence) {
     message(sentence, max_line_columns);
 }
 
-void console::ask(std::string_view question) {
-    message(question, max_line_columns);
+// Its line ends are kept; the rest is escaped.
+void console::question(std::string_view text) {
+    std::string safe;
+    for (;;) {
+        const std::size_t end = text.find('\n');
+        safe += escape_for_terminal(text.substr(0, end), max_line_columns);
+        if (end == std::string_view::npos) {
+            break;
+        }
+        safe += '\n';
+        text.remove_prefix(end + 1);
+    }
+    screen_.message(safe);
 }
 
 void console::trace(std::string_view text) {

@@ -104,8 +104,9 @@ class console {
     /** A message that is shown unless the user wants quiet. */
     void notice(std::string_view sentence);
 
-    /** A question that the user is to answer; always shown. */
-    void ask(std::string_view question);
+    /** A question to the user, without the gateway's name; always shown. The answer is typed behind
+     * it. */
+    void question(std::string_view text);
 
     /** One line of the trace that -v asks for. */
     void trace(std::string_view text);

@@ -3,6 +3,7 @@
 #include "base/json_text.h"
 #include "files/json_file.h"
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -19,7 +20,10 @@ using nlohmann::json;
 
 constexpr std::size_t max_product_id_bytes = 32;
 
-using device_arguments = std::vector<std::string>;
+struct bind_arguments {
+    std::vector<std::string> devices; // CID:PID each, or one file
+    consent asked;
+};
 
 json products_of_file(const std::string &file) {
     const support::json_document document = read_json_file(file, "products");
@@ -35,7 +39,7 @@ json products_of_file(const std::string &file) {
 }
 
 // An id may have colons, as MAC addresses do; the product's has none.
-json products_of_arguments(const device_arguments &given) {
+json products_of_arguments(const std::vector<std::string> &given) {
     json products = json::array();
     std::unordered_set<std::string> seen;
     for (const std::string &one : given) {
@@ -54,13 +58,14 @@ json products_of_arguments(const device_arguments &given) {
     return products;
 }
 
-bool is_file(const device_arguments &given) {
+bool is_file(const std::vector<std::string> &given) {
     return given.size() == 1 && given.front().find(':') == std::string::npos;
 }
 
-int bind_devices(gateway_session &session, const device_arguments &given) {
-    const json products =
-        is_file(given) ? products_of_file(given.front()) : products_of_arguments(given);
+int bind_devices(gateway_session &session, bind_arguments &given) {
+    const json products = is_file(given.devices) ? products_of_file(given.devices.front())
+                                                 : products_of_arguments(given.devices);
+    given.asked.require(session, "Register " + counted(products.size(), "device"));
     const std::string payload =
         ask_one(session,
                 json_request(lan_client::frame_type::user_bind_req_engr, {{"products", products}}));
@@ -79,12 +84,13 @@ int bind_devices(gateway_session &session, const device_arguments &given) {
 } // namespace
 
 verb_work declare_bind(CLI::App &parser) {
-    const auto given = std::make_shared<device_arguments>();
+    const auto given = std::make_shared<bind_arguments>();
     parser
-        .add_option("DEVICES", *given,
+        .add_option("DEVICES", given->devices,
                     "CID:PID each, or one JSON file with all of them; - reads it from "
                     "standard input")
         ->required();
+    given->asked.declare(parser, asked_runs::with_all);
     parser.footer(
         "FILE, whose name has no colon, holds {\"products\": [{\"cid\": "
         "\"a4c1380001000001\", \"pid\":\n\"zbswitch\"}]} or the array alone. Everything is "

@@ -1,6 +1,7 @@
 // channel: the gateway's radio channel.
 #include "base/json_text.h"
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -22,6 +23,7 @@ constexpr int64_t greatest_channel = 26;
 struct channel_arguments {
     int64_t channel = 0;
     bool force = false;
+    consent asked;
 };
 
 int get_channel(gateway_session &session) {
@@ -36,12 +38,13 @@ int get_channel(gateway_session &session) {
                         {{"channel", reply["channel"]}});
 }
 
-int set_channel(gateway_session &session, const channel_arguments &given) {
+int set_channel(gateway_session &session, channel_arguments &given) {
     const bool known = given.channel >= least_channel && given.channel <= greatest_channel;
     if (!known && !given.force) {
         throw wrong_usage(fmt::format(
             "channel set: channels are 11 to 26; use --force to send {} anyway", given.channel));
     }
+    given.asked.require(session, fmt::format("Change to radio channel {}", given.channel));
     ask_one(session, json_request(frame_type::set_channel, {{"channel", given.channel}}));
     return print_result(
         session,
@@ -58,6 +61,7 @@ verb_work declare_channel_set(CLI::App &parser) {
     const auto given = std::make_shared<channel_arguments>();
     parser.add_option("N", given->channel, "The channel, 11 to 26")->required();
     parser.add_flag("--force", given->force, "Send a channel that is out of range");
+    given->asked.declare(parser, asked_runs::with_all);
     return with_arguments(given, set_channel);
 }
 

@@ -3,6 +3,7 @@
 #include "files/input_file.h"
 #include "files/output_file.h"
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -28,6 +29,8 @@ constexpr std::chrono::milliseconds least_push_time = 30s;
 struct config_arguments {
     std::string kind;
     std::string file;
+    bool force = false;
+    consent asked;
 };
 
 std::string checked_config(const std::string &file) {
@@ -52,10 +55,12 @@ std::string checked_config(const std::string &file) {
     return text;
 }
 
-int push(gateway_session &session, const config_arguments &given) {
+int push(gateway_session &session, config_arguments &given) {
     std::string text = checked_config(given.file);
     const std::size_t size = text.size();
     const bool cloud = given.kind == "cloud";
+    given.asked.require(session, cloud ? "Store the cloud configuration, which ends engineering,"
+                                       : "Replace the app configuration");
     progress_bar bar = session.out().bar("configuration", size);
     // The bar counts the text; what the frame adds is too little to show.
     const auto moved = [&bar, size](std::size_t sent, std::size_t) {
@@ -77,7 +82,7 @@ int push(gateway_session &session, const config_arguments &given) {
 int pull(gateway_session &session, const config_arguments &given) {
     const std::string path = given.file.empty() ? "" : session.output_path(given.file);
     if (!path.empty()) {
-        check_output_path(path);
+        check_output_path(path, given.force);
     }
     const std::string text = ask_one(session, {.type = frame_type::read_app_cfg});
     if (!path.empty()) {
@@ -102,6 +107,9 @@ verb_work declare_config_push(CLI::App &parser) {
         ->check(CLI::IsMember({"cloud", "app"}));
     parser.add_option("FILE", given->file, "The configuration; - reads it from standard input")
         ->required();
+    given->asked.declare(parser, [arguments = given.get()] {
+        return arguments->kind == "cloud" ? asked_runs::any : asked_runs::with_all;
+    });
     return with_arguments(given, push);
 }
 
@@ -112,6 +120,7 @@ verb_work declare_config_pull(CLI::App &parser) {
         ->check(CLI::IsMember({"app"}));
     parser.add_option("FILE", given->file,
                       "Where to write it, whole or not at all; when left out, to standard output");
+    parser.add_flag("--force", given->force, "Overwrite FILE");
     return with_arguments(given, pull);
 }
 

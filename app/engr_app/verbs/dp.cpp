@@ -4,6 +4,7 @@
 #include "gateway/format.h"
 #include "gateway/request.h"
 #include "lan_client/data_points.h"
+#include "verbs/consent.h"
 #include "verbs/data_point_arguments.h"
 #include "verbs/table_arguments.h"
 #include "verbs/verb.h"
@@ -33,6 +34,7 @@ struct dp_arguments {
     std::string object;
     bool force = false;
     table_view view;
+    consent asked;
 };
 
 json request_for(const std::string &device_id) {
@@ -177,8 +179,7 @@ void check_against_device(gateway_session &session, const std::string &id, const
         const std::string fault =
             now.contains(number) ? type_fault(number, now[number], value) : "";
         if (!fault.empty()) {
-            throw failure("other_type", fault + "; use --force to send it anyway",
-                          exit_wrong_usage);
+            throw failure("other_type", fault + "; use --force to send it anyway");
         }
         const std::string doubt = now.contains(number) ? "" : doubt_about(number, value);
         if (!doubt.empty()) {
@@ -187,7 +188,7 @@ void check_against_device(gateway_session &session, const std::string &id, const
     }
 }
 
-int set_data_points(gateway_session &session, const dp_arguments &given) {
+int set_data_points(gateway_session &session, dp_arguments &given) {
     const std::string id = session.names().device_id(given.device);
     const point_names names(session, id);
     const json wanted =
@@ -195,6 +196,8 @@ int set_data_points(gateway_session &session, const dp_arguments &given) {
                           [&names](const std::string &text) { return names.number_of(text); });
     json payload = request_for(id);
     payload["dps"] = wanted;
+    given.asked.require(
+        session, fmt::format("Set {} of {}", data_points_text(wanted), device_name(session, id)));
     report_subscription reports(session);
     if (!given.force) {
         check_against_device(session, id, wanted);
@@ -264,6 +267,7 @@ verb_work declare_dp_set(CLI::App &parser) {
     parser.add_flag("--force", given->force,
                     "Send also what the device would not do: values of another type than it has, "
                     "and commands while it is offline");
+    given->asked.declare(parser, asked_runs::with_all);
     return with_arguments(given, set_data_points);
 }
 

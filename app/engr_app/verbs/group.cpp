@@ -3,6 +3,7 @@
 #include "base/json_text.h"
 #include "gateway/format.h"
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/data_point_arguments.h"
 #include "verbs/verb.h"
 
@@ -24,6 +25,7 @@ struct group_arguments {
     std::vector<std::string> devices; // ids or names
     std::vector<std::string> data_points;
     std::string object;
+    consent asked;
 };
 
 std::string members_sentence(const std::string &group_id, const json &outcome) {
@@ -39,7 +41,8 @@ std::string members_sentence(const std::string &group_id, const json &outcome) {
 }
 
 // What the gateway reports of a change to a group.
-json change_group(gateway_session &session, const char *operation, const group_arguments &given) {
+json change_group(gateway_session &session, const char *operation, group_arguments &given) {
+    given.asked.require(session, fmt::format("Change group {} ({})", given.group_id, operation));
     json payload{{"gid", given.group_id}, {"op", operation}};
     for (const std::string &device : given.devices) {
         payload["cids"].push_back(session.names().device_id(device));
@@ -55,28 +58,30 @@ json change_group(gateway_session &session, const char *operation, const group_a
     return payload_json(report.payload);
 }
 
-int add_devices(gateway_session &session, const group_arguments &given) {
+int add_devices(gateway_session &session, group_arguments &given) {
     const json outcome = change_group(session, "add", given);
     return print_result(session, members_sentence(given.group_id, outcome), outcome);
 }
 
-int remove_devices(gateway_session &session, const group_arguments &given) {
+int remove_devices(gateway_session &session, group_arguments &given) {
     const json outcome = change_group(session, "remove", given);
     return print_result(session, members_sentence(given.group_id, outcome), outcome);
 }
 
-int delete_group(gateway_session &session, const group_arguments &given) {
+int delete_group(gateway_session &session, group_arguments &given) {
     const json outcome = change_group(session, "delete", given);
     return print_result(session, fmt::format("group {} was deleted", given.group_id), outcome);
 }
 
-int set_group(gateway_session &session, const group_arguments &given) {
+int set_group(gateway_session &session, group_arguments &given) {
     const json wanted = parse_data_points(given.data_points, given.object);
     for (const auto &[number, value] : wanted.items()) {
         if (const std::string doubt = doubt_about(number, value); !doubt.empty()) {
             session.out().notice(doubt);
         }
     }
+    given.asked.require(
+        session, fmt::format("Set {} of group {}", data_points_text(wanted), given.group_id));
     ask_one(session,
             json_request(frame_type::grp_exec, {{"gid", given.group_id}, {"dps", wanted}}));
     return print_result(
@@ -87,6 +92,7 @@ int set_group(gateway_session &session, const group_arguments &given) {
 }
 
 void declare_group_id(CLI::App &parser, group_arguments &given) {
+    given.asked.declare(parser, asked_runs::with_all);
     parser.add_option("GID", given.group_id, "The group")->required();
 }
 

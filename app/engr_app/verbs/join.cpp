@@ -2,6 +2,7 @@
 #include "base/counted.h"
 #include "gateway/devices.h"
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/verb.h"
 
 #include <algorithm>
@@ -27,6 +28,7 @@ struct join_arguments {
     int64_t seconds = default_seconds;
     int64_t kind = 0;
     bool detach = false;
+    consent asked;
 };
 
 lan_client::request join_request(const join_arguments &given, int64_t seconds) {
@@ -65,7 +67,8 @@ std::size_t show_until(gateway_session &session, report_subscription &reports,
     return joined;
 }
 
-int open_joining(gateway_session &session, const join_arguments &given) {
+int open_joining(gateway_session &session, join_arguments &given) {
+    given.asked.require(session, fmt::format("Let devices join for {} s", given.seconds));
     bool interrupted = false;
     report_subscription reports(session);
     ask_one(session, join_request(given, given.seconds));
@@ -92,7 +95,7 @@ int open_joining(gateway_session &session, const join_arguments &given) {
     return interrupted ? exit_interrupted : exit_success;
 }
 
-int close_joining(gateway_session &session, const join_arguments &given) {
+int close_joining(gateway_session &session, join_arguments &given) {
     ask_one(session, join_request(given, 0));
     return print_result(session, fmt::format("joining is closed on {}", session.chosen().name()),
                         {{"open", false}});
@@ -113,6 +116,7 @@ verb_work declare_join_open(CLI::App &parser) {
         ->check(CLI::Range(int64_t{1}, greatest_seconds));
     declare_kind(parser, *given);
     parser.add_flag("--detach", given->detach, "Only open it, and don't wait for devices");
+    given->asked.declare(parser, asked_runs::with_all);
     return with_arguments(given, open_joining);
 }
 

@@ -3,6 +3,7 @@
 #include "base/json_text.h"
 #include "files/json_file.h"
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/verb.h"
 
 #include <ctime>
@@ -24,7 +25,15 @@ constexpr std::size_t max_name_bytes = 64;
 // Gateways keep the modification time in 32 bits; greater ones would all count as the same.
 constexpr int64_t greatest_time = std::numeric_limits<int32_t>::max();
 
-int run_linkage_scene(gateway_session &session, const std::string &scene_id) {
+struct linkage_arguments {
+    std::string scene_id;
+    std::string file;
+    consent asked;
+};
+
+int run_linkage_scene(gateway_session &session, linkage_arguments &given) {
+    const std::string &scene_id = given.scene_id;
+    given.asked.require(session, "Run linkage scene " + scene_id);
     ask_one(session, json_request(frame_type::com_scene_exec, {{"sceneId", scene_id}}));
     return print_result(
         session,
@@ -60,8 +69,9 @@ json checked_set(const std::string &file) {
     return set;
 }
 
-int sync_scenes(gateway_session &session, const std::string &file) {
-    const json set = checked_set(file);
+int sync_scenes(gateway_session &session, linkage_arguments &given) {
+    const json set = checked_set(given.file);
+    given.asked.require(session, "Replace all linkage scenes");
     ask_one(session, json_request(frame_type::scene_linkage, set));
     const std::string name = session.chosen().name();
     const std::size_t count = set["scenes"].size();
@@ -76,18 +86,20 @@ int sync_scenes(gateway_session &session, const std::string &file) {
 }
 
 verb_work declare_linkage_run(CLI::App &parser) {
-    const auto scene_id = std::make_shared<std::string>();
-    parser.add_option("SCENEID", *scene_id, "The linkage scene")->required();
-    return with_arguments(scene_id, run_linkage_scene);
+    const auto given = std::make_shared<linkage_arguments>();
+    parser.add_option("SCENEID", given->scene_id, "The linkage scene")->required();
+    given->asked.declare(parser, asked_runs::with_all);
+    return with_arguments(given, run_linkage_scene);
 }
 
 verb_work declare_linkage_sync(CLI::App &parser) {
-    const auto file = std::make_shared<std::string>();
+    const auto given = std::make_shared<linkage_arguments>();
+    given->asked.declare(parser, asked_runs::with_all);
     parser
-        .add_option("FILE", *file,
+        .add_option("FILE", given->file,
                     "JSON file with all linkage scenes; - reads it from standard input")
         ->required();
-    return with_arguments(file, sync_scenes);
+    return with_arguments(given, sync_scenes);
 }
 
 } // namespace

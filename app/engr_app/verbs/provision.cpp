@@ -160,8 +160,8 @@ void confirm_sending(gateway_session &session, const provision_arguments &given,
         return;
     }
     const bool to_all = given.address == lan_client::broadcast_address;
-    session.out().ask(fmt::format(
-        "send the name of network {}, its password and the token to {}{}? Type 'yes' to continue:",
+    session.out().question(fmt::format(
+        "send the name of network {}, its password and the token to {}{}? \nContinue? [y/N] ",
         given.network, to_all ? "every host" : given.address,
         interface_name.empty() ? "" : " on " + interface_name));
     std::string typed;
@@ -359,7 +359,9 @@ verb_work declare_provision(CLI::App &parser) {
         ->type_name("SSID")
         ->required();
     given->password.declare(parser, "--password", "--password-file");
-    parser.add_flag("--open", given->open, "The network has no password");
+    parser.add_flag("--open", given->open, "The network has no password")
+        ->excludes(parser.get_option("--password"))
+        ->excludes(parser.get_option("--password-file"));
     given->token.declare(parser, "--token", "--token-file");
     parser.add_flag("--plain", given->plain, "Send the configuration unencrypted");
     parser

@@ -5,6 +5,7 @@
 #include "gateway/explain.h"
 #include "gateway/session.h"
 #include "support/numbers.h"
+#include "verbs/consent.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -21,6 +22,7 @@ struct raw_arguments {
     std::string payload;
     bool plain = false;
     bool hex = false;
+    consent asked;
 };
 
 uint32_t parse_type(const std::string &text) {
@@ -66,8 +68,9 @@ void show_answer(gateway_session &session, const lan_client::answer &answered, b
     }
 }
 
-int raw(gateway_session &session, const raw_arguments &given) {
+int raw(gateway_session &session, raw_arguments &given) {
     const uint32_t type = parse_type(given.type);
+    given.asked.require(session, "Send " + lan_client::frame_type_text(type));
     lan_client::request request{.type = type,
                                 .payload = read_payload(given),
                                 .coding = given.plain ? lan_client::payload_coding::plain
@@ -100,6 +103,7 @@ verb_work declare_raw(CLI::App &parser) {
                       "gateway takes this type's payload as it is (231 and those without one)");
     parser.add_flag("--plain", given->plain, "Send the payload unencrypted");
     parser.add_flag("--hex", given->hex, "PAYLOAD is hex digits, and the answer is shown so");
+    given->asked.declare(parser, asked_runs::with_all);
     parser.footer("Exit status 1 when the gateway answers with a ret other than 0.\n\n" +
                   type_list() +
                   "\nExamples:\n"

@@ -3,6 +3,7 @@
 #include "base/json_text.h"
 #include "files/json_file.h"
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -25,6 +26,7 @@ struct scene_arguments {
     std::string scene_id;
     std::string panel_id;
     std::string file;
+    consent asked;
 };
 
 report_subscription::rule outcome_of(uint32_t type, const json &asked,
@@ -39,7 +41,9 @@ report_subscription::rule outcome_of(uint32_t type, const json &asked,
     };
 }
 
-int run_group_scene(gateway_session &session, const scene_arguments &given) {
+int run_group_scene(gateway_session &session, scene_arguments &given) {
+    given.asked.require(session,
+                        fmt::format("Run scene {} of group {}", given.scene_id, given.group_id));
     const json payload{{"sid", given.scene_id}, {"gid", given.group_id}};
     ask_one(session, json_request(frame_type::scene_cmd, payload));
     return print_result(session,
@@ -56,10 +60,12 @@ json change_scene(gateway_session &session, const json &payload) {
     return payload_json(report.payload);
 }
 
-int save_scene(gateway_session &session, const scene_arguments &given) {
+int save_scene(gateway_session &session, scene_arguments &given) {
     const support::json_document document = read_json_file(given.file, "actions");
     const support::json_value actions = document.root().required("actions");
     check_actions(actions);
+    given.asked.require(session,
+                        fmt::format("Save scene {} of group {}", given.scene_id, given.group_id));
     const json outcome = change_scene(session, {{"sid", given.scene_id},
                                                 {"gid", given.group_id},
                                                 {"op", "save"},
@@ -69,7 +75,9 @@ int save_scene(gateway_session &session, const scene_arguments &given) {
         outcome);
 }
 
-int delete_scene(gateway_session &session, const scene_arguments &given) {
+int delete_scene(gateway_session &session, scene_arguments &given) {
+    given.asked.require(session,
+                        fmt::format("Delete scene {} of group {}", given.scene_id, given.group_id));
     const json outcome =
         change_scene(session, {{"sid", given.scene_id}, {"gid", given.group_id}, {"op", "delete"}});
     return print_result(
@@ -77,7 +85,7 @@ int delete_scene(gateway_session &session, const scene_arguments &given) {
         outcome);
 }
 
-int assign_panel(gateway_session &session, const scene_arguments &given) {
+int assign_panel(gateway_session &session, scene_arguments &given) {
     const support::json_document document = read_json_file(given.file, "buttons");
     const support::json_value buttons = document.root().required("buttons");
     for (const support::json_value &button : buttons.elements()) {
@@ -85,6 +93,7 @@ int assign_panel(gateway_session &session, const scene_arguments &given) {
         static_cast<void>(device_id(button, "sid"));
         static_cast<void>(device_id(button, "gid"));
     }
+    given.asked.require(session, "Replace the buttons of panel " + given.panel_id);
     const std::string panel = session.names().device_id(given.panel_id);
     const json payload{{"cid", panel}, {"buttons", json(buttons.json)}};
     report_subscription reports(session);
@@ -97,6 +106,7 @@ int assign_panel(gateway_session &session, const scene_arguments &given) {
 }
 
 void declare_scene_id(CLI::App &parser, scene_arguments &given) {
+    given.asked.declare(parser, asked_runs::with_all);
     parser.add_option("GID", given.group_id, "The group")->required();
     parser.add_option("SID", given.scene_id, "The scene in that group")->required();
 }
@@ -129,6 +139,7 @@ verb_work declare_scene_delete(CLI::App &parser) {
 
 verb_work declare_scene_panel(CLI::App &parser) {
     const auto given = std::make_shared<scene_arguments>();
+    given->asked.declare(parser, asked_runs::with_all);
     parser.add_option("CID", given->panel_id, "The panel, by its id or your name")->required();
     parser
         .add_option("FILE", given->file,

@@ -1,5 +1,6 @@
 // token: gives the gateway the installer's token.
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/secret_argument.h"
 #include "verbs/verb.h"
 
@@ -15,8 +16,14 @@ namespace {
 
 constexpr std::size_t max_token_bytes = 64;
 
-int set_token(gateway_session &session, secret_argument &input) {
-    const std::string &secret = input.read();
+struct token_arguments {
+    secret_argument token{"token", "ENGR_TOKEN"};
+    consent asked;
+};
+
+int set_token(gateway_session &session, token_arguments &given) {
+    given.asked.require(session, "Set the token");
+    const std::string &secret = given.token.read();
     if (secret.size() > max_token_bytes || !std::ranges::all_of(secret, [](char character) {
             return character >= ' ' && character <= '~';
         })) {
@@ -28,11 +35,12 @@ int set_token(gateway_session &session, secret_argument &input) {
 }
 
 verb_work declare_token_set(CLI::App &parser) {
-    const auto input = std::make_shared<secret_argument>("token", "ENGR_TOKEN");
-    parser.add_option("TOKEN", input->given(),
+    const auto given = std::make_shared<token_arguments>();
+    given->asked.declare(parser, asked_runs::with_all);
+    parser.add_option("TOKEN", given->token.given(),
                       "The token itself (visible in process lists; prefer --token-file)");
-    input->declare(parser, nullptr, "--token-file");
-    return with_arguments(input, set_token);
+    given->token.declare(parser, nullptr, "--token-file");
+    return with_arguments(given, set_token);
 }
 
 } // namespace

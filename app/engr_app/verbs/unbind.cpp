@@ -1,6 +1,8 @@
 // unbind: removes devices, and looks whether they are gone.
+#include "base/counted.h"
 #include "gateway/devices.h"
 #include "gateway/request.h"
+#include "verbs/consent.h"
 #include "verbs/table_arguments.h"
 #include "verbs/verb.h"
 
@@ -16,6 +18,7 @@ namespace {
 struct unbind_arguments {
     std::vector<std::string> devices; // ids or names
     table_view view;
+    consent asked;
 };
 
 std::unordered_set<std::string> bound_ids(const std::string &payload) {
@@ -28,11 +31,12 @@ std::unordered_set<std::string> bound_ids(const std::string &payload) {
 
 // A gateway accepts every deletion, so its list of devices before and after shows what happened.
 // It handles requests in their order.
-int unbind(gateway_session &session, const unbind_arguments &given) {
+int unbind(gateway_session &session, unbind_arguments &given) {
     std::vector<std::string> ids;
     for (const std::string &device : given.devices) {
         ids.push_back(session.names().device_id(device));
     }
+    given.asked.require(session, "Remove " + counted(ids.size(), "device"));
     std::vector<lan_client::request> requests{device_list_request()};
     for (const std::string &id : ids) {
         requests.push_back(json_request(lan_client::frame_type::del_sub_dev, {{"cid", id}}));
@@ -70,6 +74,7 @@ verb_work declare_unbind(CLI::App &parser) {
     const auto given = std::make_shared<unbind_arguments>();
     parser.add_option("CID", given->devices, "The devices, by id or your name")->required();
     declare_table(parser, given->view, {"CID", "OUTCOME"});
+    given->asked.declare(parser, asked_runs::with_all);
     parser.footer("Exit status 1 when one of them was not bound before, or is still bound "
                   "afterwards.\n\n"
                   "Examples:\n"

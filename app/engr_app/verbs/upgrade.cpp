@@ -5,6 +5,8 @@
 #include "gateway/request.h"
 #include "upgrade/image.h"
 #include "upgrade/transfer.h"
+#include "upgrade/version_order.h"
+#include "verbs/consent.h"
 #include "verbs/verb.h"
 
 #include <chrono>
@@ -27,6 +29,7 @@ struct upgrade_arguments {
     std::string cid;
     bool dry_run = false;
     bool again = false;
+    consent asked;
 
     // Opened by the first of the gateways, read by all.
     std::once_flag opened;
@@ -38,12 +41,12 @@ struct upgrade_arguments {
     }
 };
 
-void check_arguments(const upgrade_arguments &given) {
+void check_arguments(const upgrade_arguments &given, const std::string &cid) {
     if (!is_plain_text(given.version, lan_client::max_version_bytes)) {
         throw wrong_usage("--version: expected 1 to 11 printable characters without quote and "
                           "backslash; gateways truncate longer ones");
     }
-    if (!given.cid.empty() && !is_device_id(given.cid)) {
+    if (!cid.empty() && !is_device_id(cid)) {
         throw wrong_usage("--cid: expected 1 to 25 printable characters without blank, quote and "
                           "backslash");
     }
@@ -59,6 +62,13 @@ std::string running_text(const upgrade_status &status) {
     return status.running_id.empty() ? "an upgrade" : "an upgrade of " + status.running_id;
 }
 
+// "installed 2.0.1 -> 2.0.0, DOWNGRADE"
+std::string change_text(const upgrade_status &before, const upgrade_order &order) {
+    return fmt::format(
+        "installed {} -> {}{}", before.version.empty() ? "an unknown version" : before.version,
+        order.version, is_older_version(order.version, before.version) ? ", DOWNGRADE" : "");
+}
+
 int show_plan(gateway_session &session, const firmware_image &image, const upgrade_order &order,
               const upgrade_status &status) {
     const std::string under_way = status.running ? running_text(status) : "none";
@@ -69,6 +79,7 @@ int show_plan(gateway_session &session, const firmware_image &image, const upgra
                                 {"version", order.version},
                                 {"cid", status.target_id},
                                 {"installed", status.version},
+                                {"downgrade", is_older_version(order.version, status.version)},
                                 {"under_way", status.running},
                                 {"under_way_cid", status.running ? status.running_id : ""}});
         return exit_success;
@@ -79,6 +90,7 @@ int show_plan(gateway_session &session, const firmware_image &image, const upgra
                          {"version", order.version},
                          {"device", target_name(session, order)},
                          {"installed version", status.version.empty() ? "-" : status.version},
+                         {"change", change_text(status, order)},
                          {"under way", under_way}});
     return exit_success;
 }
@@ -93,19 +105,39 @@ int print_outcome(gateway_session &session, const std::string &sentence,
                          {"md5", image.md5()},
                          {"version_before", before.version},
                          {"version", after.version},
-                         {"upgraded", upgraded}});
+                         {"upgraded", upgraded},
+                         {"downgrade", is_older_version(after.version, before.version)}});
+}
+
+// An older version is installed only with consent; without it the announcement is withdrawn.
+void confirm_change(gateway_session &session, upgrade_arguments &given, upgrade_transfer &transfer,
+                    const upgrade_order &order, const upgrade_status &before) {
+    const std::string change = change_text(before, order);
+    if (!is_older_version(order.version, before.version)) {
+        return session.out().progress(fmt::format("{}: {}", target_name(session, order), change));
+    }
+    session.out().notice(fmt::format("{}: {}", target_name(session, order), change));
+    try {
+        given.asked.require_always(session, fmt::format("Install version {} over the newer {}",
+                                                        order.version, before.version));
+    } catch (const failure &) {
+        static_cast<void>(transfer.ask_status(true));
+        throw;
+    }
 }
 
 int upgrade(gateway_session &session, upgrade_arguments &given) {
-    check_arguments(given);
+    const std::string cid = session.names().device_id(given.cid);
+    check_arguments(given, cid);
     const firmware_image &image = given.the_image();
-    const upgrade_order order{given.cid, given.version, image.size(), image.md5()};
+    const upgrade_order order{cid, given.version, image.size(), image.md5()};
     const std::string name = target_name(session, order);
     upgrade_transfer transfer(session, image, order);
     if (given.dry_run) {
         warn_of_withdrawal(session);
         return show_plan(session, image, order, transfer.ask_status(true));
     }
+    given.asked.require(session, fmt::format("Install version {}", order.version));
     const upgrade_status before = transfer.ask_status(false);
     if (before.running) {
         throw failure("busy",
@@ -120,6 +152,7 @@ int upgrade(gateway_session &session, upgrade_arguments &given) {
                         before.version),
             image, before, before, false);
     }
+    confirm_change(session, given, transfer, order, before);
     const auto began = steady_clock::now();
     const upgrade_status after = transfer.carry_out(before);
     const auto seconds =
@@ -145,24 +178,30 @@ verb_work declare_upgrade(CLI::App &parser) {
         ->required();
     parser
         .add_option("--cid", given->cid,
-                    "Upgrade this sub-device; when left out, the gateway itself")
+                    "Upgrade this sub-device, by its id or your name; when left out, the gateway "
+                    "itself")
         ->type_name("ID");
     parser.add_flag("--dry-run", given->dry_run,
                     "Show what would be installed where, and start nothing");
     parser.add_flag("--again", given->again,
                     "Install the image even if its version is installed already");
+    given->asked.declare(parser, [arguments = given.get()] {
+        return arguments->dry_run ? asked_runs::none : asked_runs::with_all;
+    });
     parser.footer(
         "The bar shows what the gateway has taken. Success means that the gateway says that the "
         "new version is\ninstalled. Ctrl-C ends the upgrade on the gateway as well; the old "
         "version stays. So does the end of\nany other app's connection: an upgrade that the "
-        "gateway gives up is started once more.\n\n"
+        "gateway gives up is started once more. A version that is older than the one "
+        "installed\nneeds "
+        "your consent on the terminal, or --yes.\n\n"
         "A gateway tells its version only to an app that announces an image. The dry run announces "
         "one of 0\nbytes, which is none, and so withdraws what another app has announced and not "
         "started.\n\n"
         "Examples:\n"
         "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1\n"
         "  engr_app upgrade lamp.ota --version 1.4 --cid a1\n"
-        "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1 --all");
+        "  engr_app upgrade gateway-2.0.1.bin --version 2.0.1 --all --yes");
     return with_arguments(given, upgrade);
 }
 

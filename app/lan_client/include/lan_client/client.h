@@ -59,7 +59,8 @@ struct answer {
     uint32_t type = 0;   /**< of the request */
     uint32_t number = 0; /**< of the request */
     uint32_t ret = 0;
-    std::string payload{}; /**< decrypted; a transfer in segments is put together */
+    /** Decrypted; a transfer in segments is put together. After a failure: what has come of it. */
+    std::string payload{};
     std::chrono::microseconds round_trip{0};
 };
 
