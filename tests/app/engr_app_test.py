@@ -163,7 +163,7 @@ class OneGatewayTest(unittest.TestCase):
                     return
         code, out, err = run("watch", "--count", "2", "--json", "--gateway", Gateway(serve).name)
         self.assertEqual(code, 0, err)
-        self.assertEqual([json.loads(line)["payload"]["dps"]["1"] for line in out.splitlines()], [True, False])
+        self.assertEqual([json.loads(line)["dps"]["1"] for line in out.splitlines()], [True, False])
         self.assertRegex(err, "(?s)lost the connection.*reconnected")
 
 

@@ -60,11 +60,11 @@ class Commissioning(unittest.TestCase):
             while gateway.status()["clients"] == 0:
                 pass
             gateway.ctl("report", "lamp", '{"1": true}')
-            self.assertEqual(json.loads(watcher.stdout.readline())["payload"]["dps"], {"1": True})
+            self.assertEqual(json.loads(watcher.stdout.readline())["dps"], {"1": True})
             subprocess.run([*command, "deactivate", "--yes"], env=environment(LOCAL_KEY), check=True,
                            capture_output=True, timeout=PATIENCE_S)
             gateway.ctl("report", "lamp", '{"1": false}')
-            self.assertEqual(json.loads(watcher.stdout.readline())["payload"]["dps"], {"1": False})
+            self.assertEqual(json.loads(watcher.stdout.readline())["dps"], {"1": False})
             watcher.send_signal(signal.SIGINT)
             out, errors = watcher.communicate(timeout=PATIENCE_S)
             self.assertEqual((watcher.returncode, out), (130, ""), errors)

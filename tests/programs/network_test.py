@@ -131,9 +131,9 @@ class NetworkTest(unittest.TestCase):
                     if value == 2:
                         self.first.cut()
                     self.assertEqual(gateway.ctl("report", "lamp", f'{{"1": {value}}}')["result"], 0)
-                    self.assertEqual(json.loads(watchers[1].stdout.readline())["payload"]["dps"], {"1": value})
+                    self.assertEqual(json.loads(watchers[1].stdout.readline())["dps"], {"1": value})
                 self.first.plug()
-                shown = [json.loads(watchers[0].stdout.readline())["payload"]["dps"]["1"] for _ in range(3)]
+                shown = [json.loads(watchers[0].stdout.readline())["dps"]["1"] for _ in range(3)]
                 self.assertEqual(shown, [1, 2, 3])
             finally:
                 ends = [end(watcher) for watcher in watchers]
@@ -205,9 +205,9 @@ class SilentPeerTest(unittest.TestCase):
         silent_peer.host.plug()
         wait_for(gateway, "the client", lambda status: status["clients"] == 1)
         gateway.ctl("report", "lamp", '{"1": 2}')
-        self.assertEqual(json.loads(watcher.stdout.readline())["payload"]["dps"], {"1": 2})
+        self.assertEqual(json.loads(watcher.stdout.readline())["dps"], {"1": 2})
         _, err = end(watcher)
-        self.assertRegex(err, "(?s)lost the connection: reports may be missed from here.*connected again")
+        self.assertRegex(err, "(?s)lost the connection: reports may be missed from here.*reconnected")
 
 
 if __name__ == "__main__":

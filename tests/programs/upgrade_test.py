@@ -10,7 +10,6 @@ import unittest
 from unittest import mock
 
 from gateway import PATIENCE_S, Gateway, program
-from lan_codec import FRM_SUBDEVICE_UPDATE_RPT, FRM_UPGRADE_PERCENT_RPT
 from walk_test import Watcher, app, wait_for_clients
 
 SITE = {
@@ -161,14 +160,14 @@ class Upgrade(unittest.TestCase):
                 percentages = [0]
                 while percentages[-1] < last:
                     report = watcher.report()
-                    self.assertEqual((report["type"], report["payload"]["cid"]), (FRM_UPGRADE_PERCENT_RPT, cid))
-                    percentages.append(report["payload"]["progress"])
+                    self.assertEqual((report["event"], report["target"], report["cid"]),
+                                     ("upgrade_progress", target, cid))
+                    percentages.append(report["percent"])
                 self.assertEqual(percentages, sorted(set(percentages)), "expected progress that only grows")
                 self.assertGreater(len(percentages), 5, percentages)
                 if target == "device":
                     report = watcher.report()
-                    self.assertEqual((report["type"], report["payload"]["softVer"]),
-                                     (FRM_SUBDEVICE_UPDATE_RPT, "2.0.1"))
+                    self.assertEqual((report["event"], report["version"]), ("version", "2.0.1"))
                 self.assertEqual(watcher.end()[:2], (130, ""))
 
     def test_a_version_that_the_gateway_does_not_want_is_refused(self):

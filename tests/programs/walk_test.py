@@ -86,8 +86,10 @@ class Walk(unittest.TestCase):
                 self.assertEqual(gateway.ctl("report", "lamp", '{"1": false}')["result"], 0)
                 self.assertEqual(gateway.ctl("call", "engr_lan_sub_dev_bind_report", "new", "p")["result"], 0)
                 for watcher in watchers:
-                    self.assertEqual(watcher.report()["payload"], {"cid": "lamp", "dps": {"1": False}})
-                    self.assertEqual(watcher.report()["payload"], {"products": [{"cid": "new", "pid": "p"}]})
+                    report = watcher.report()
+                    self.assertEqual((report["event"], report["cid"], report["dps"]),
+                                     ("data_points", "lamp", {"1": False}))
+                    self.assertEqual(watcher.report()["devices"], [{"cid": "new", "pid": "p"}])
             finally:
                 ends = [watcher.end() for watcher in watchers]
             self.assertEqual([status for status, _, _ in ends], [130] * 10, ends)

@@ -1,4 +1,4 @@
-// Frames and reports as text and as JSON.
+// Frames as text and as JSON.
 #include "gateway/format.h"
 
 #include "base/failure.h"
@@ -47,30 +47,6 @@ std::string payload_text(const traffic &frame) {
                        without_secrets(frame.text));
 }
 
-std::string data_points_sentence(const json &body) {
-    const std::string id = member_text(body, body.contains("cid") ? "cid" : "devId");
-    return fmt::format("{} reports {}", id.empty() ? "the gateway" : "device " + id,
-                       data_points_text(body["dps"]));
-}
-
-std::string bound_devices_sentence(const json &body) {
-    std::string text;
-    for (const json &product : body["products"]) {
-        text += fmt::format("{}device {} was bound (product {})", text.empty() ? "" : "; ",
-                            member_text(product, "cid"), member_text(product, "pid"));
-    }
-    return text;
-}
-
-std::string upgraded_device(const json &body) {
-    const std::string id = member_text(body, "cid");
-    return member_text(body, "firmwareType") == "0" || id.empty() ? "the gateway" : "device " + id;
-}
-
-bool has(const json &body, const char *name) {
-    return body.is_object() && body.contains(name);
-}
-
 } // namespace
 
 std::string time_text() {
@@ -78,6 +54,10 @@ std::string time_text() {
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
     return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z",
                        fmt::gmtime(static_cast<std::time_t>(ms / 1000)), ms % 1000);
+}
+
+std::string local_time_text() {
+    return fmt::format("{:%H:%M:%S}", fmt::localtime(std::time(nullptr)));
 }
 
 std::string milliseconds_text(double time_ms) {
@@ -156,47 +136,6 @@ void frame_recorder::write(const traffic &frame) {
         throw failure("output",
                       fmt::format("--record: can't write {}: {}", path_, std::strerror(errno)));
     }
-}
-
-std::string format_report(const lan_client::report &report) {
-    const std::string type = lan_client::frame_type_text(report.type);
-    if (!report.readable) {
-        return type + " that can't be decrypted with the key at hand";
-    }
-    const json body = parse_json(report.payload);
-    if (report.type == frame_type::dp_report && has(body, "dps") && body["dps"].is_object()) {
-        return data_points_sentence(body);
-    }
-    if (report.type == frame_type::sub_dev_bind_rpt && has(body, "products") &&
-        body["products"].is_array()) {
-        return bound_devices_sentence(body);
-    }
-    if (report.type == frame_type::sub_dev_unbind_rpt && has(body, "cid")) {
-        return fmt::format("device {} was unbound", member_text(body, "cid"));
-    }
-    if (report.type == frame_type::gw_unactive_rpt && has(body, "cid")) {
-        return fmt::format("gateway {} was deactivated", member_text(body, "cid"));
-    }
-    if (report.type == frame_type::upgrade_percent_rpt && has(body, "progress")) {
-        return fmt::format("upgrade of {}: {} %", upgraded_device(body),
-                           member_text(body, "progress"));
-    }
-    if (report.type == frame_type::subdevice_update_rpt && has(body, "softVer")) {
-        return fmt::format("{} now has version {}", upgraded_device(body),
-                           member_text(body, "softVer"));
-    }
-    const std::string ret = report.ret == 0 ? "" : fmt::format(", ret {}", report.ret);
-    return type + ret + (report.payload.empty() ? "" : ": " + report.payload);
-}
-
-json report_json(const lan_client::report &report) {
-    const auto *info = lan_client::find_frame_type(report.type);
-    return {{"time", time_text()},
-            {"type", report.type},
-            {"name", info == nullptr ? json() : json(info->name)},
-            {"number", report.number},
-            {"ret", report.ret},
-            {"payload", report.readable ? payload_json(report.payload) : json()}};
 }
 
 } // namespace engr_app

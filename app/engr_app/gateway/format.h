@@ -1,4 +1,4 @@
-// How frames, reports and the values of sentences are written.
+// How frames and the values of sentences are written.
 #pragma once
 
 #include "lan_client/client.h"
@@ -16,6 +16,9 @@ namespace engr_app {
 
 /** @return the time of day as in 2026-01-31T12:00:00.123Z */
 [[nodiscard]] std::string time_text();
+
+/** @return the time of day of this machine, as in 14:03:05 */
+[[nodiscard]] std::string local_time_text();
 
 /** @return a duration as in "0.213 ms" */
 [[nodiscard]] std::string milliseconds_text(double time_ms);
@@ -49,14 +52,5 @@ class frame_recorder {
     std::mutex mutex_;
     std::unique_ptr<std::FILE, closer> file_;
 };
-
-/**
- * @return one sentence, such as "device a1 reports 1 = true"; it quotes the network, so escape it
- *         for a terminal
- */
-[[nodiscard]] std::string format_report(const lan_client::report &report);
-
-/** @return {"time", "type", "name", "number", "ret", "payload"}; an unreadable payload is null */
-[[nodiscard]] nlohmann::json report_json(const lan_client::report &report);
 
 } // namespace engr_app

@@ -61,6 +61,11 @@ class console {
     /** Whether results are written as JSON: exactly one document, or one line a report. */
     [[nodiscard]] bool json() const { return json_; }
 
+    /** Whether a person sees both results and messages as they come. */
+    [[nodiscard]] bool is_on_terminal() const {
+        return screen_.output_is_terminal() && screen_.messages_are_terminal();
+    }
+
     /**
      * Rows under a header: aligned and cut to the width on a terminal, else separated by tabs or as
      * the view says. Throws a failure of wrong usage when the view names a column that the table

@@ -101,7 +101,7 @@ void upgrade_transfer::on_install_progress(const lan_client::report &report) {
     }
     if (!last_install_report_) {
         bar_.finish();
-        install_bar_ = session_.out().bar("installing", lan_client::all_percent, "percent");
+        install_bar_ = session_.out().bar("installing", lan_client::all_percent, "%");
     }
     last_install_report_ = last_progress_ = clock::now();
     install_percent_ = *percent;
