@@ -33,9 +33,11 @@ class SitePlanTest(unittest.TestCase):
         self.stack = contextlib.ExitStack()
         self.addCleanup(self.stack.close)
 
-    def gateways(self, addresses, **options):
-        return [self.stack.enter_context(Gateway(site={"products": PRODUCTS, "devices": []}, trace=True, address=one,
-                                                 **options)) for one in addresses]
+    def gateways(self, addresses, joining=(), upgrade=None):
+        site = {"products": PRODUCTS, "devices": [], "joining": list(joining)}
+        return [self.stack.enter_context(Gateway(site=site, trace=True, address=one,
+                                                 scenario={"upgrade": upgrade} if upgrade else None))
+                for one in addresses]
 
     def write(self, text, name="plan.yaml"):
         path = os.path.join(self.directory, name)
@@ -137,20 +139,40 @@ class SitePlanTest(unittest.TestCase):
         self.check_site(gateways[1], 25)
 
     def test_what_can_not_be_undone_is_confirmed_and_comes_last(self):
-        image, older = self.write("New firmware", "new.bin"), self.write("Old firmware", "old.bin")
-        plan = """{plan: 1, gateways: [{id: engrgw0000000011, channel: 21, firmware: {gateway: {image: %s, version: %s},
-          devices: {zbdimmer: {image: new.bin, version: "2.5"}}}, configuration: {cloud: {json: {region: eu}}}}]}"""
-        gateway, = self.gateways(ADDRESSES[:1])
-        self.run_app(2, "site", "apply", self.write(plan % (os.path.basename(image), "1.1.0")))
+        self.write("New firmware", "new.bin")
+        self.write("Old firmware", "old.bin")
+        plan = """{plan: 1, gateways: [{address: %s, channel: 21, devices: [{id: lamp1, product: zbdimmer}],
+          join_seconds: 60, firmware: {gateway: {image: %s, version: %s}, devices: {zbdimmer: {image: new.bin,
+          version: "2.5"}}}, configuration: {cloud: {json: {region: eu}}}}]}"""
+        joining = [{"dev_id": "lamp1", "pid": "zbdimmer", "sw_ver": "1.0", "join_after_ms": 1}]
+        gateway, = self.gateways(ADDRESSES[:1], joining=joining)
+        self.run_app(2, "site", "apply", self.write(plan % (ADDRESSES[0], "new.bin", "1.1.0")))
         self.assertEqual(self.changes(gateway), [], "nothing is sent before it is confirmed")
-        self.run_app(0, "site", "apply", self.write(plan % ("new.bin", "1.1.0")), "--yes")
+        told = self.run_app(0, "site", "apply", self.write(plan % (ADDRESSES[0], "new.bin", "1.1.0")), "--yes", "--json")
+        firmware = [one for one in json.loads(told[:told.rindex("}") + 1])["gateways"][0]["steps"]
+                    if one["item"].startswith("firmware")]
+        self.assertEqual([(one["item"], one["words"], one["check"]) for one in firmware],
+                         [("firmware", "version 1.1.0", "reading"), ("firmware of lamp1", "version 2.5", "reading")])
         self.assertEqual(gateway.status()["gateway"]["gw_sw_ver"], "1.1.0")
-        self.assertEqual(self.changes(gateway), ["gw_set_channel", "wd_common_write", "sync_config"])
-        downgrade = self.write(plan % (os.path.basename(older), "1.0.0"))
+        self.assertEqual([one for one in self.changes(gateway) if one != "gw_engineer_add_sub_dev_to_list"],
+                         ["gw_set_channel", "wd_common_write", "sync_config"], "the end of engineering is the last")
+        downgrade = self.write(plan % (ADDRESSES[0], "old.bin", "1.0.0"))
         self.assertIn("(a downgrade)", self.run_app(0, "site", "plan", downgrade))
         self.assertIn("can't be undone", self.run_app(2, "site", "apply", downgrade))
         self.run_app(0, "site", "apply", downgrade, "--yes")
         self.assertEqual(gateway.status()["gateway"]["gw_sw_ver"], "1.0.0")
+
+    def test_an_upgrade_of_another_app_goes_on(self):
+        gateway, = self.gateways(ADDRESSES[:1], upgrade={"chunk_size": 4096})
+        image = self.write("x" * 4_000_000, "image.bin")
+        with subprocess.Popen(self.command("--gateway", gateway.address, "upgrade", image, "--version", "3.0"),
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True) as upgrading:
+            while gateway.status()["upgrade"]["state"] != "receiving":
+                self.assertIsNone(upgrading.poll(), "the upgrade runs")
+            self.run_app(0, "site", "apply", self.plan, "--only", "flat-01")
+            told, _ = upgrading.communicate(timeout=PATIENCE_S)
+        self.assertIn("now has version 3.0", told)
+        self.assertNotIn("starting again", told)
 
     def test_an_exported_plan_is_one_that_changes_nothing(self):
         site = {"products": PRODUCTS, "gateway": {"channel": 17},

@@ -15,8 +15,8 @@ using nlohmann::json;
 
 // After these the gateway can still be talked to.
 bool concerns_one_step(const failure &problem) {
-    constexpr std::array<std::string_view, 3> kinds{"refused_by_gateway", "not_accepted",
-                                                    "wrong_product"};
+    constexpr std::array<std::string_view, 5> kinds{"refused_by_gateway", "not_accepted",
+                                                    "wrong_product", "not_joined", "not_confirmed"};
     return std::ranges::count(kinds, problem.kind()) > 0;
 }
 
@@ -37,10 +37,11 @@ void gateway_work::carry_out(pending &pending_step) {
         }
         step.check = pending_step.work();
         step.state = step_state::done;
+        step.words = pending_step.done_words;
     } catch (const failure &problem) {
         step.state = step_state::failed;
         step.words = problem.what();
-        if (!concerns_one_step(problem) && problem.kind() != "not_confirmed") {
+        if (!concerns_one_step(problem)) {
             stop(problem);
         }
     }
@@ -62,7 +63,10 @@ void gateway_work::carry_out_all(bool last) {
 }
 
 void gateway_work::verify() {
-    if (outcome_.count(step_state::done) == 0) {
+    const bool checked = std::ranges::all_of(outcome_.steps, [](const plan_step &step) {
+        return step.state != step_state::done || step.check == step_check::reading;
+    });
+    if (checked || outcome_.problem) {
         return;
     }
     read_site();
@@ -85,14 +89,17 @@ void gateway_work::verify() {
 }
 
 void gateway_work::apply() {
-    carry_out_all(false);
-    if (outcome_.problem) {
-        return;
-    }
     try {
+        carry_out_all(false);
+        verify();
+        list_device_firmware();
+        carry_out_all(false);
         verify();
     } catch (const failure &problem) {
         return stop(problem);
+    }
+    if (outcome_.problem) {
+        return;
     }
     if (outcome_.count(step_state::failed) == 0) {
         return carry_out_all(true);

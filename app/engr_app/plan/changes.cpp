@@ -65,6 +65,10 @@ class plan_comparison {
                 add("pid", one.id, product, one.product,
                     fmt::format("device {} is a {}, planned {}", one.id, product, one.product));
             }
+            if (plan_.join_time && found->second->value("online", json()) != true) {
+                add("online", one.id, found->second->value("online", json()), true,
+                    fmt::format("device {} is not online", one.id));
+            }
             there.erase(found);
         }
         for (const auto &[id, device] : there) {

@@ -14,7 +14,8 @@ class site_plan;
  * @param report  a site report of the gateway
  * @return the changes from the report to the plan, in the form of site_changes. "item" is
  * "channel",
- *         "device" (not there), "other_device" (not in the plan), "pid", "app_config" or "sw_ver".
+ *         "device" (not there), "other_device" (not in the plan), "pid", "online" (planned to
+ *         join, but not online), "app_config" or "sw_ver".
  *         Versions count only in a report that has them
  */
 [[nodiscard]] nlohmann::json plan_changes(const gateway_plan &plan, const nlohmann::json &report);

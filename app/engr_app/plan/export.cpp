@@ -98,7 +98,7 @@ exported_plan export_plan(gateway_session &session, bool versions) {
         out << YAML::EndMap << YAML::EndMap;
     }
     out << YAML::EndMap << YAML::EndSeq << YAML::EndMap;
-    made.yaml = fmt::format("{}# What {} had on {}. Not in it, since a gateway does not tell:\n",
+    made.yaml = fmt::format("{}# What {} had on {}.\n# Not in it, since a gateway does not tell:\n",
                             modeline, session.chosen().name(), member_text(report, "time"));
     for (const std::string &one : made.missing) {
         made.yaml += "#   " + one + "\n";

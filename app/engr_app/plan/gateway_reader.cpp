@@ -47,6 +47,9 @@ class gateway_reader {
         with_setting("other_devices", [this](const setting &given) {
             plan_.remove_others = given.value == "remove";
         });
+        with_setting("join_seconds", [this](const setting &given) {
+            plan_.join_time = std::chrono::seconds(given.value.get<int64_t>());
+        });
         with_setting("groups", [this](const setting &given) { read_groups(given); });
         with_setting("scenes", [this](const setting &given) { read_scenes(given); });
         with_setting("panels", [this](const setting &given) { read_panels(given); });
@@ -57,8 +60,8 @@ class gateway_reader {
             read_configuration(given, "app", plan_.app_config);
             read_configuration(given, "cloud", plan_.cloud_config);
         });
-        if (plan_.remove_others && !plan_.devices) {
-            entry_.refuse("other_devices: remove needs a list of devices, which may be empty");
+        if ((plan_.remove_others || plan_.join_time) && !plan_.devices) {
+            entry_.refuse("other_devices: remove and join_seconds need a list of devices");
         }
         return std::move(plan_);
     }

@@ -25,6 +25,9 @@ namespace frame_type = lan_client::frame_type;
 // Longer lists are cut in sentences; the report has a table of all devices.
 constexpr std::size_t most_listed = 6;
 
+// Each device that joins is reported; this is for those that come back without a report.
+constexpr std::chrono::milliseconds join_poll_interval{1000};
+
 std::string list_text(const std::vector<std::string> &names) {
     std::string text;
     for (std::size_t index = 0; index < std::min(names.size(), most_listed); ++index) {
@@ -82,10 +85,10 @@ void gateway_work::look() {
     list_steps();
 }
 
-void gateway_work::read_site() {
+void gateway_work::read_site(bool versions) {
     const site_report_extent extent{.data_points = false,
-                                    .versions = plan_.firmware.has_value() ||
-                                                !plan_.device_firmware.empty(),
+                                    .versions = versions &&
+                                                (plan_.firmware || !plan_.device_firmware.empty()),
                                     .announcement = false};
     try {
         outcome_.site = std::make_shared<json>(ask_site_report(session_, extent));
@@ -124,7 +127,8 @@ std::vector<std::string> gateway_work::changed_devices(const char *item) const {
 gateway_work::pending &gateway_work::add(const std::string &item, const std::string &words,
                                          std::function<step_check()> work) {
     outcome_.steps.push_back({.item = item, .words = words});
-    pending_.push_back({.index = outcome_.steps.size() - 1, .work = std::move(work)});
+    pending_.push_back(
+        {.index = outcome_.steps.size() - 1, .work = std::move(work), .done_words = words});
     return pending_.back();
 }
 
@@ -134,6 +138,7 @@ gateway_work::pending &gateway_work::add_readable(const char *change, const std:
                                                   std::function<step_check()> work) {
     const std::string words = change_words(change, device);
     pending &added = add(item, words.empty() ? words_as_planned : words, std::move(work));
+    added.done_words = words_as_planned;
     added.change = change;
     added.device = device;
     if (words.empty()) {
@@ -191,49 +196,62 @@ void gateway_work::list_firmware(const std::string &device, const std::string &i
                                          change_words("sw_ver", device).ends_with("(a downgrade)");
 }
 
+// Also for devices that have joined since the steps were listed.
 void gateway_work::list_device_firmware() {
     for (const json &one : outcome_.site->at("devices")) {
         const auto image = plan_.device_firmware.find(member_text(one, "pid"));
-        if (image != plan_.device_firmware.end()) {
-            const std::string id = member_text(one, "cid");
-            list_firmware(id, "firmware of " + id, image->second);
+        const std::string id = member_text(one, "cid");
+        const std::string item = "firmware of " + id;
+        if (image != plan_.device_firmware.end() &&
+            std::ranges::find(outcome_.steps, item, &plan_step::item) == outcome_.steps.end()) {
+            list_firmware(id, item, image->second);
         }
     }
 }
 
-void gateway_work::list_devices() {
-    pending &binding = add(
-        "devices",
-        missing_.empty() ? fmt::format("all {} planned devices are bound", plan_.devices->size())
-                         : fmt::format("bind {}: {}", missing_.size(), list_text(missing_)),
-        [this] { return bind_missing(); });
-    binding.change = "device";
-    binding.any_device = true;
-    if (missing_.empty()) {
+void gateway_work::add_for_devices(const char *change, const std::string &item,
+                                   const std::vector<std::string> &devices, const char *verb,
+                                   const std::string &done_words,
+                                   std::function<step_check()> work) {
+    const std::string words =
+        devices.empty() ? done_words
+                        : fmt::format("{} {}: {}", verb, devices.size(), list_text(devices));
+    pending &added = add(item, words, std::move(work));
+    added.done_words = done_words;
+    added.change = change;
+    added.any_device = true;
+    if (devices.empty()) {
         outcome_.steps.back().state = step_state::as_planned;
         outcome_.steps.back().check = step_check::reading;
     }
+}
+
+void gateway_work::list_devices() {
+    const std::size_t count = plan_.devices->size();
+    add_for_devices("device", "devices", missing_, "bind",
+                    fmt::format("all {} planned devices are bound", count),
+                    [this] { return bind_missing(); });
     for (const std::string &id : changed_devices("pid")) {
-        add("device " + id, change_words("pid", id), [this, id]() -> step_check {
-            throw failure("wrong_product", fmt::format("{}: correct the plan, or unbind the device",
-                                                       change_words("pid", id)));
+        const std::string words = change_words("pid", id);
+        add("device " + id, words, [words]() -> step_check {
+            throw failure("wrong_product", words + ": correct the plan, or unbind the device");
         });
     }
     const std::vector<std::string> others = changed_devices("other_device");
-    if (others.empty()) {
-        return;
+    if (plan_.remove_others) {
+        add_for_devices("other_device", "other devices", others, "remove", "no other devices",
+                        [this] { return remove_others(); });
+        outcome_.steps.back().irreversible = !others.empty();
+    } else if (!others.empty()) {
+        outcome_.notes.push_back(fmt::format("{} devices are not in the plan", others.size()));
     }
-    if (!plan_.remove_others) {
-        outcome_.notes.push_back(fmt::format("{} of its devices are not in the plan: {}",
-                                             others.size(), list_text(others)));
-        return;
+    if (plan_.join_time) {
+        std::vector<std::string> absent = changed_devices("online");
+        absent.insert(absent.end(), missing_.begin(), missing_.end());
+        add_for_devices("online", "joining", absent, "let join",
+                        fmt::format("all {} planned devices are online", count),
+                        [this] { return let_join(); });
     }
-    pending &removal =
-        add("other devices", fmt::format("remove {}: {}", others.size(), list_text(others)),
-            [this] { return remove_others(); });
-    removal.change = "other_device";
-    removal.any_device = true;
-    outcome_.steps.back().irreversible = true;
 }
 
 void gateway_work::list_groups() {
@@ -322,6 +340,36 @@ step_check gateway_work::bind_missing() {
     return step_check::answer;
 }
 
+// Joining is closed again, whatever happens, since anybody's device could join.
+step_check gateway_work::let_join() {
+    const auto permit = [this](std::chrono::seconds time) {
+        ask_one(session_,
+                json_request(frame_type::permit_join, {{"type", 0}, {"time", time.count()}}));
+    };
+    const auto end = std::chrono::steady_clock::now() + *plan_.join_time;
+    permit(*plan_.join_time);
+    progress_bar bar = session_.out().bar("joining", plan_.devices->size(), "devices");
+    std::size_t absent = plan_.devices->size();
+    while (!context_.interrupted && std::chrono::steady_clock::now() < end) {
+        static_cast<void>(reports_->next(
+            [](const lan_client::report &one) { return one.type == frame_type::sub_dev_bind_rpt; },
+            join_poll_interval));
+        read_site(false);
+        absent = changed_devices("online").size() + changed_devices("device").size();
+        bar.show(plan_.devices->size() - absent);
+        if (absent == 0) {
+            break;
+        }
+    }
+    permit(std::chrono::seconds(0));
+    if (absent > 0) {
+        throw failure("not_joined",
+                      fmt::format("{} of {} devices have not joined: {}", absent,
+                                  plan_.devices->size(), list_text(changed_devices("online"))));
+    }
+    return step_check::reading;
+}
+
 step_check gateway_work::remove_others() {
     for (const std::string &id : changed_devices("other_device")) {
         ask_one(session_, json_request(frame_type::del_sub_dev, {{"cid", id}}));
@@ -378,18 +426,19 @@ step_check gateway_work::send_linkage() {
     return step_check::answer;
 }
 
+// The client holds back a frame that the gateway could lose until those before it are answered,
+// which these never are. So something that is answered follows each.
 std::string gateway_work::report_of(uint32_t type, const json &payload,
                                     const std::vector<const char *> &same_members) {
-    return reports_
-        ->outcome(json_request(type, payload),
-                  [&](const lan_client::report &one) {
-                      const json body = parse_json(one.payload);
-                      return one.type == type &&
-                             std::ranges::all_of(same_members, [&](const char *name) {
-                                 return member_text(body, name) == member_text(payload, name);
-                             });
-                  })
-        .payload;
+    const auto is_outcome = [&](const lan_client::report &one) {
+        const json body = parse_json(one.payload);
+        return one.type == type && std::ranges::all_of(same_members, [&](const char *name) {
+                   return member_text(body, name) == member_text(payload, name);
+               });
+    };
+    std::string told = reports_->outcome(json_request(type, payload), is_outcome).payload;
+    ask_one(session_, {.type = frame_type::keepalive});
+    return told;
 }
 
 } // namespace engr_app

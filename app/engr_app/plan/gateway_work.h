@@ -100,7 +100,7 @@ class gateway_work {
     struct pending;
 
     void connect();
-    void read_site();
+    void read_site(bool versions = true);
     [[nodiscard]] bool has_change(const char *item, const std::string &device = {}) const;
     [[nodiscard]] std::vector<std::string> changed_devices(const char *item) const;
     [[nodiscard]] std::string change_words(const char *item, const std::string &device) const;
@@ -111,6 +111,10 @@ class gateway_work {
                           const std::string &words_as_planned, std::function<step_check()> work);
     void add_noted(const std::string &item, const std::string &words, const std::string &content,
                    const std::vector<std::string> &devices, std::function<step_check()> work);
+
+    void add_for_devices(const char *change, const std::string &item,
+                         const std::vector<std::string> &devices, const char *verb,
+                         const std::string &done_words, std::function<step_check()> work);
 
     void list_steps();
     void list_firmware(const std::string &device, const std::string &item,
@@ -123,6 +127,7 @@ class gateway_work {
 
     step_check upgrade(const std::string &device, const planned_image &image);
     step_check bind_missing();
+    step_check let_join();
     step_check remove_others();
     step_check change_group(const planned_group &group);
     step_check send_request(const planned_request &request);

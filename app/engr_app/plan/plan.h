@@ -4,6 +4,7 @@
 #include "gateway/discovery.h"
 #include "plan/document.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -58,6 +59,8 @@ struct gateway_plan {
     std::optional<int64_t> channel;
     std::optional<std::vector<planned_device>> devices;
     bool remove_others = false; /**< devices that are not in the list */
+    /** How long joining is opened for devices that are not online; absent: they may be offline. */
+    std::optional<std::chrono::seconds> join_time;
     std::vector<planned_group> groups;
     std::vector<planned_request> requests;    /**< scenes, then panels */
     std::optional<std::string> linkage;       /**< the scenes as a JSON array */

@@ -249,7 +249,7 @@ bool may_be_irreversible(const gateway_plan &plan) {
 std::string outcome_sentence(const gateway_outcome &outcome) {
     const std::size_t failed = outcome.count(step_state::failed);
     const std::string counts =
-        fmt::format("{} done, {} as planned{}", outcome.count(step_state::done),
+        fmt::format("{} done, {} already as planned{}", outcome.count(step_state::done),
                     outcome.count(step_state::as_planned),
                     failed == 0 ? "" : fmt::format(", {} failed", failed));
     return outcome.problem

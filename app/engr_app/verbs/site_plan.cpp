@@ -114,7 +114,7 @@ void show_totals(console &out, const std::vector<gateway_outcome> &outcomes) {
                         std::to_string(one.count(step_state::failed)),
                         std::to_string(one.count(step_state::not_tried))});
     }
-    out.table({"GATEWAY", "ADDRESS", "OUTCOME", "DONE", "WAS SO", "FAILED", "NOT TRIED"}, rows);
+    out.table({"GATEWAY", "ADDRESS", "OUTCOME", "DONE", "ALREADY", "FAILED", "NOT TRIED"}, rows);
 }
 
 int exit_code(console &out, const std::vector<gateway_outcome> &outcomes, bool applied) {
