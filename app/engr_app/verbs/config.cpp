@@ -2,11 +2,14 @@
 #include "base/json_text.h"
 #include "files/input_file.h"
 #include "files/output_file.h"
+#include "gateway/configuration.h"
 #include "gateway/request.h"
 #include "verbs/consent.h"
 #include "verbs/verb.h"
 
+#include <algorithm>
 #include <memory>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -15,16 +18,7 @@
 namespace engr_app {
 namespace {
 
-using namespace std::chrono_literals;
-
 namespace frame_type = lan_client::frame_type;
-
-// Encryption makes a text up to one block longer.
-constexpr std::size_t max_config_bytes =
-    lan_client::max_request_payload_bytes - lan_client::key_bytes;
-
-// A gateway reads a long frame in small pieces, decrypts it and writes a file.
-constexpr std::chrono::milliseconds least_push_time = 30s;
 
 struct config_arguments {
     std::string kind;
@@ -33,30 +27,8 @@ struct config_arguments {
     consent asked;
 };
 
-std::string checked_config(const std::string &file) {
-    std::string text = file_text(file);
-    if (text.size() > max_config_bytes) {
-        throw wrong_usage(fmt::format(
-            "{} has {} bytes, but a configuration travels in one frame, which takes at most {}",
-            file, text.size(), max_config_bytes));
-    }
-    // The gateway reads the configuration as a C string, which would end there.
-    if (const std::size_t zero = text.find('\0'); zero != std::string::npos) {
-        throw wrong_usage(fmt::format("{} is not a text: byte {} is zero", file, zero + 1));
-    }
-    // It also cuts off whatever follows the last brace. Blanks at the end are dropped without a
-    // message.
-    text.erase(text.find_last_not_of(" \t\r\n") + 1);
-    if (!text.empty() && text.back() != '}') {
-        throw wrong_usage(fmt::format("{} does not end with }}, and a gateway keeps nothing that "
-                                      "follows the last one",
-                                      file));
-    }
-    return text;
-}
-
 int push(gateway_session &session, config_arguments &given) {
-    std::string text = checked_config(given.file);
+    std::string text = checked_configuration(file_text(given.file), given.file);
     const std::size_t size = text.size();
     const bool cloud = given.kind == "cloud";
     given.asked.require(session, cloud ? "Store the cloud configuration, which ends engineering,"
@@ -66,11 +38,11 @@ int push(gateway_session &session, config_arguments &given) {
     const auto moved = [&bar, size](std::size_t sent, std::size_t) {
         bar.show(std::min(sent, size));
     };
-    ask_one(session, {.type = cloud ? frame_type::download_cloud_cfg : frame_type::download_app_cfg,
-                      .payload = std::move(text),
-                      .coding = lan_client::payload_coding::encrypted,
-                      .timeout = std::max(least_push_time, session.answer_time()),
-                      .on_sent = moved});
+    lan_client::request request =
+        configuration_request(cloud ? configuration_kind::cloud : configuration_kind::app,
+                              std::move(text), session.answer_time());
+    request.on_sent = moved;
+    ask_one(session, std::move(request));
     bar.finish();
     return print_result(session,
                         fmt::format("{} has the {} configuration ({} bytes){}",
