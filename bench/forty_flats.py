@@ -5,9 +5,9 @@
     python3 bench/forty_flats.py --flats 100 --at-once 32
 
 One plan is applied to one gateway, and then to all, which are new each time: without a break for the times; then with
-Ctrl-C in the middle, a kill -9 in the middle, and once more to the end. Then all must be as planned, nothing may have been
-done that was noted before, and one more apply must change nothing. It runs in a network namespace of its own, with
-gateways on loopback. Exit status 1: that was not so.
+Ctrl-C in the middle, a kill -9 in the middle, and once more to the end. Then all must be as planned, nothing may have
+been sent that was noted before, and one more apply must change nothing. It runs in a network namespace of its own,
+with gateways on loopback. Exit status 1: that was not so.
 """
 
 import argparse
@@ -108,7 +108,8 @@ def measure(flats, at_once):
     with contextlib.ExitStack() as stack:
         seconds, report = Site(flats, at_once, stack).apply()
     good = all(one["as_planned"] for one in report["gateways"])
-    print(f"{flats:4} gateways: {seconds:6.2f} s, steps {states(report)}{'' if good else '  NOT AS PLANNED'}", flush=True)
+    print(f"{flats:4} gateways, {at_once:2} at once: {seconds:6.2f} s, steps {states(report)}"
+          f"{'' if good else '  NOT AS PLANNED'}", flush=True)
     return good
 
 
@@ -126,7 +127,8 @@ def interrupted(flats, at_once):
         # Each of those at work when the program was killed may have been sent one thing twice.
         frugal = flats * things <= sent <= flats * things + at_once
         idle = set(states(again)) == {"as_planned"} and site.sent() == sent
-        print(f"sent {sent} things, needed {flats * things}; as planned: {good}; a second apply changes nothing: {idle}")
+        print(f"sent {sent} things, needed {flats * things}; as planned: {good}; "
+              f"a second apply changes nothing: {idle}")
         return good and frugal and idle
 
 

@@ -130,6 +130,21 @@ class SitePlanTest(unittest.TestCase):
                 pass
             running.send_signal(signal.SIGKILL)
 
+    def test_an_interrupt_closes_joining_and_leaves_the_rest_undone(self):
+        gateway, = self.gateways(ADDRESSES[:1])
+        plan = self.write("""{plan: 1, gateways: [{address: %s, devices: [{id: lamp1, product: zbdimmer}],
+          join_seconds: 3600, groups: [{id: all, devices: [lamp1]}]}]}""" % ADDRESSES[0])
+        with subprocess.Popen(self.command("site", "apply", plan, "--json"), stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL) as running:
+            while gateway.status()["joining"]["seconds_left"] == 0:
+                self.assertIsNone(running.poll(), "joining is waited for")
+            running.send_signal(signal.SIGINT)
+            told, _ = running.communicate(timeout=PATIENCE_S)
+        self.assertEqual(running.returncode, 1)
+        one, = json.loads(told)["gateways"]
+        self.assertEqual([step["state"] for step in one["steps"]], ["done", "failed", "not_tried"])
+        self.assertEqual((one["error"]["kind"], gateway.status()["joining"]["seconds_left"]), ("cancelled", 0))
+
     def test_one_that_is_unreachable_does_not_stop_the_others(self):
         gateways = self.gateways([ADDRESSES[0], ADDRESSES[2]])
         told = self.run_app(1, "site", "apply", self.plan)
@@ -148,7 +163,8 @@ class SitePlanTest(unittest.TestCase):
         gateway, = self.gateways(ADDRESSES[:1], joining=joining)
         self.run_app(2, "site", "apply", self.write(plan % (ADDRESSES[0], "new.bin", "1.1.0")))
         self.assertEqual(self.changes(gateway), [], "nothing is sent before it is confirmed")
-        told = self.run_app(0, "site", "apply", self.write(plan % (ADDRESSES[0], "new.bin", "1.1.0")), "--yes", "--json")
+        told = self.run_app(0, "site", "apply", self.write(plan % (ADDRESSES[0], "new.bin", "1.1.0")), "--yes",
+                            "--json")
         firmware = [one for one in json.loads(told[:told.rindex("}") + 1])["gateways"][0]["steps"]
                     if one["item"].startswith("firmware")]
         self.assertEqual([(one["item"], one["words"], one["check"]) for one in firmware],

@@ -2,6 +2,7 @@
 
 #include "files/output_file.h"
 #include "gateway/session.h"
+#include "lan_client/crypto.h"
 #include "lan_client/event_loop.h"
 #include "support/input_error.h"
 
@@ -101,6 +102,16 @@ std::vector<gateway_plan> chosen_gateways(const site_plan &plan, const discovery
     return all;
 }
 
+// The key that the plan names; an empty one would mean the built-in key.
+std::string key_of(const gateway_plan &plan) {
+    std::string key = plan.key.read("key of " + plan.name);
+    if (key.size() != lan_client::key_bytes) {
+        throw wrong_usage(fmt::format("the key of {} has {} characters; a local key has exactly {}",
+                                      plan.name, key.size(), lan_client::key_bytes));
+    }
+    return key;
+}
+
 class plan_runner {
   public:
     plan_runner(gateway_session &session, plan_context &context, const plan_run_options &options,
@@ -112,7 +123,9 @@ class plan_runner {
         for (const gateway_plan &one : plans) {
             outcomes.push_back({.plan = one, .id = one.id, .address = one.address});
         }
-        bar_ = session_.out().bar(apply ? "applying" : "looking", outcomes.size(), "gateways");
+        if (outcomes.size() > 1) {
+            bar_ = session_.out().bar(apply ? "applying" : "looking", outcomes.size(), "gateways");
+        }
         quiet_ = outcomes.size() > most_with_bars;
         std::atomic<std::size_t> next = 0;
         std::atomic<std::size_t> done = 0;
@@ -158,7 +171,7 @@ class plan_runner {
             global_options own = session_.options();
             if (outcome.plan.key.is_given()) {
                 own.keys.clear();
-                own.local_key = outcome.plan.key.read("key of " + outcome.plan.name);
+                own.local_key = key_of(outcome.plan);
             }
             console out(session_.out(), outcome.plan.name, quiet_);
             gateway_session session(own, out, session_.recorder(), target, "");
@@ -212,7 +225,7 @@ class plan_runner {
 void require_files(const std::vector<gateway_plan> &plans, plan_context &context) {
     for (const gateway_plan &one : plans) {
         if (one.key.is_given()) {
-            static_cast<void>(one.key.read("key of " + one.name));
+            static_cast<void>(key_of(one));
         }
         if (one.token.is_given()) {
             static_cast<void>(one.token.read("token of " + one.name));

@@ -105,6 +105,22 @@ void show_steps(console &out, const std::vector<gateway_outcome> &outcomes) {
     }
 }
 
+void show_amount(console &out, const std::vector<gateway_outcome> &outcomes,
+                 const std::string &plan_name) {
+    std::size_t to_do = 0;
+    std::size_t already = 0;
+    for (const gateway_outcome &one : outcomes) {
+        to_do += one.count(step_state::to_do);
+        already += one.count(step_state::as_planned);
+    }
+    if (std::ranges::all_of(outcomes, &gateway_outcome::is_success)) {
+        out.line(fmt::format("nothing to do: all gateways of {} are as planned", plan_name));
+    } else {
+        out.notice(fmt::format("{} steps to do on {} gateways, {} already as planned", to_do,
+                               outcomes.size(), already));
+    }
+}
+
 void show_totals(console &out, const std::vector<gateway_outcome> &outcomes) {
     std::vector<console::row> rows;
     for (const gateway_outcome &one : outcomes) {
@@ -156,8 +172,8 @@ int run(gateway_session &session, const plan_arguments &given) {
         show_totals(out, outcomes);
     }
     show_steps(out, outcomes);
-    if (!applied && std::ranges::all_of(outcomes, &gateway_outcome::is_success)) {
-        out.line(fmt::format("nothing to do: all gateways of {} are as planned", plan.name()));
+    if (!applied) {
+        show_amount(out, outcomes, plan.name());
     }
     return exit_code(out, outcomes, applied);
 }
