@@ -93,7 +93,7 @@ LINE_RULES = (
     ("doc_comment", ONE_HAND, "raw", r"^\s*///|///<", "write /** */"),
     ("tag_inside_line", ONE_HAND, "raw", r"[^\s/*].*@(param|return)\b",
      "begin a line with the tag"),
-    ("tab", ANY, "raw", r"\t", "indent with blanks"),
+    ("tab", r"^(?!packaging/debian/rules$)", "raw", r"\t", "indent with blanks"),
     ("trailing_blank", ANY, "raw", r"[ \r]+$", "delete the blanks at the end"),
     ("long_line", CXX, "raw", r"^.{101}", "break the line at 100 columns"),
     ("long_line", r"^(?!.*\.(json|md|svg)$)(?!.*" + CXX + ")", "raw", r"^.{121}", "break the line at 120 columns"),
