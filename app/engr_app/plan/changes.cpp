@@ -5,7 +5,7 @@
 #include "lan_client/upgrade_status.h"
 #include "plan/plan.h"
 #include "site/diff.h"
-#include "support/numbers.h"
+#include "upgrade/version_order.h"
 
 #include <algorithm>
 #include <map>
@@ -130,19 +130,6 @@ class plan_comparison {
 };
 
 // The numbers of a version; none when it has anything but numbers and dots.
-std::vector<uint64_t> version_numbers(std::string_view version) {
-    std::vector<uint64_t> numbers;
-    for (std::size_t at = 0; at <= version.size();) {
-        const std::size_t end = std::min(version.find('.', at), version.size());
-        const auto number = support::whole_number<uint64_t>(version.substr(at, end - at));
-        if (!number) {
-            return {};
-        }
-        numbers.push_back(*number);
-        at = end + 1;
-    }
-    return numbers;
-}
 
 } // namespace
 
@@ -155,6 +142,7 @@ json plan_changes(const site_plan &plan, const json &reports) {
     for (const json &one : reports) {
         const json &about = one.at("gateway");
         found.announcements.push_back({.address = member_text(about, "address"),
+                                       .interface_name = {},
                                        .announced_address = {},
                                        .id = member_text(about, "id"),
                                        .product_key = {},
@@ -186,12 +174,6 @@ json plan_changes(const site_plan &plan, const json &reports) {
         }
     }
     return changes;
-}
-
-bool is_older_version(const std::string &version, const std::string &than) {
-    const std::vector<uint64_t> own = version_numbers(version);
-    const std::vector<uint64_t> other = version_numbers(than);
-    return !own.empty() && !other.empty() && own < other;
 }
 
 } // namespace engr_app

@@ -22,6 +22,7 @@ using nlohmann::json;
 
 // Stands for the gateways of a pattern when the plan is checked before any was found.
 const lan_client::announcement example_gateway{.address = "192.0.2.1",
+                                               .interface_name = {},
                                                .announced_address = {},
                                                .id = "0000000000000000",
                                                .product_key = {},

@@ -16,7 +16,7 @@ namespace {
 using nlohmann::json;
 using row = std::vector<std::string>;
 
-constexpr std::size_t max_cell_columns = 500;
+constexpr std::size_t max_page_cell_columns = 500;
 
 // What a document is made of.
 class page {
@@ -31,7 +31,7 @@ class page {
 std::string escaped_text(const std::string &text, std::string_view special,
                          const std::function<std::string(char)> &escape) {
     std::string escaped;
-    for (const char one : escape_for_terminal(text, max_cell_columns)) {
+    for (const char one : escape_for_terminal(text, max_page_cell_columns)) {
         escaped += special.find(one) == std::string_view::npos ? std::string(1, one) : escape(one);
     }
     return escaped;

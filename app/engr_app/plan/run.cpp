@@ -207,7 +207,7 @@ class plan_runner {
             return *placed;
         }
         if (announced == nullptr) {
-            throw not_found(found_, plan.id, session_.options().interface_name);
+            throw not_found(found_, plan.id);
         }
         return from_announcement(*announced);
     }
@@ -276,7 +276,7 @@ run_plan(gateway_session &session, const site_plan &plan, const plan_run_options
     const std::string progress_file = progress_path(plan, options);
     std::optional<plan_lock> lock;
     if (options.apply) {
-        check_output_path(progress_file);
+        check_output_path(progress_file, true);
         lock.emplace(plan.path());
     }
     plan_progress progress(progress_file);

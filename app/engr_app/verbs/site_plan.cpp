@@ -39,6 +39,7 @@ struct plan_arguments {
 struct export_arguments {
     std::string file;
     bool versions = false;
+    bool force = false;
 };
 
 // Before the work, which may take long.
@@ -48,7 +49,7 @@ void check_report_path(const std::string &path) {
         throw wrong_usage(
             fmt::format("--report {}: the name has to end with .md, .html or .json", path));
     }
-    check_output_path(path);
+    check_output_path(path, true);
 }
 
 void write_report(const std::string &path, const json &report) {
@@ -181,7 +182,7 @@ int run(gateway_session &session, const plan_arguments &given) {
 int write_plan(gateway_session &session, const export_arguments &given) {
     const std::string path = given.file.empty() ? "" : session.output_path(given.file);
     if (!path.empty()) {
-        check_output_path(path);
+        check_output_path(path, given.force);
     }
     const exported_plan made = export_plan(session, given.versions);
     console &out = session.out();
@@ -269,6 +270,7 @@ verb_work declare_site_export(CLI::App &parser) {
                       "Where to write the plan; when left out, to standard output");
     parser.add_flag("--versions", given->versions,
                     "Ask for the firmware versions as well, and note them as comments");
+    parser.add_flag("--force", given->force, "Overwrite FILE");
     parser.footer(std::string(versions_note) +
                   "With several gateways each has a file of its own, FILE-ID.EXTENSION.");
     return with_arguments(given, write_plan);

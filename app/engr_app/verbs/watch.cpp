@@ -4,6 +4,7 @@
 #include "gateway/events.h"
 #include "gateway/format.h"
 #include "gateway/request.h"
+#include "lan_client/json.h"
 #include "verbs/verb.h"
 
 #include <algorithm>
@@ -19,6 +20,7 @@ namespace {
 
 using lan_client::link_change;
 using lan_client::link_state;
+using lan_client::member_count;
 using nlohmann::json;
 
 struct watch_arguments {
