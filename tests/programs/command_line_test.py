@@ -131,6 +131,8 @@ class Settings(unittest.TestCase):
         code, out, err = app("--gateway", "first", "channel", "get")
         self.assertEqual((code, out.split()[-1]), (0, "15"), err)
         self.assertIn("gateway.json is broken and is not used", app("use")[2])
+        code, _, err = app("--gateway", "first", "channel", "get", XDG_CACHE_HOME="/proc/nowhere")
+        self.assertEqual((code, err), (0, ""), "what can't be kept fails no command")
 
     def test_a_gateway_in_use_is_found_without_listening_until_it_moves(self):
         with Gateway(site={"gateway": {"gw_id": "mover", "channel": 12}}) as before:
@@ -180,6 +182,15 @@ class Interrupts(unittest.TestCase):
                 pass  # the end of a terminal
         os.close(terminal)
         return running.returncode, out, shown.partition(at)[2]
+
+    def test_a_gateway_is_shown_when_it_is_heard(self):
+        with Gateway(site={"gateway": {"gw_id": "early"}}), \
+                subprocess.Popen([program("engr_app"), "discover", "--listen", "1000"], stdout=subprocess.PIPE,
+                                 stderr=subprocess.PIPE, text=True) as running:
+            shown = [running.stdout.readline().split("\t")[0] for _ in range(2)]
+            running.send_signal(signal.SIGINT)
+            _, err = running.communicate(timeout=PATIENCE_S)
+        self.assertEqual((shown, running.returncode, err), (["ID", "early"], 130, "engr_app: interrupted\n"))
 
     def test_ctrl_c_ends_every_wait_at_once_with_one_status(self):
         gateway = Gateway()

@@ -11,6 +11,7 @@
 #include "verbs/verb.h"
 
 #include <algorithm>
+#include <exception>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -118,5 +119,8 @@ int main(int argc, char **argv) {
         screen shown_on;
         console(shown_on, wants_json(arguments), false).problem(failed.kind(), failed.what());
         return failed.exit_code();
+    } catch (const std::exception &failed) {
+        std::cerr << "engr_app: " << failed.what() << '\n';
+        return exit_failed;
     }
 }

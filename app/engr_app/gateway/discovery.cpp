@@ -121,7 +121,7 @@ failure not_found(const discovery_result &found, const std::string &wanted) {
     if (some && wanted.empty()) {
         return {"several_gateways",
                 fmt::format("several gateways found, pick one with --gateway ID or --gateway "
-                            "ADDRESS: {}",
+                            "ADDRESS, or for later commands with engr_app use ID: {}",
                             list_of(found))};
     }
     const std::string places = interfaces_text(found.interface_name);

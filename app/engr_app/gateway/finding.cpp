@@ -23,9 +23,9 @@ gateway find_only(gateway_session &session) {
         throw not_found(result, "");
     }
     const announcement &found = result.announcements.front();
-    session.out().progress(fmt::format("found gateway {} ({}); --gateway {}, or engr_app use {} "
-                                       "once, saves this wait",
-                                       found.id, found.address, found.id, found.id));
+    session.out().progress(fmt::format("found gateway {} ({}); engr_app use {} saves this wait "
+                                       "from now on",
+                                       found.id, found.address, found.id));
     return from_announcement(found);
 }
 
@@ -90,7 +90,7 @@ bool has_other_hardware(gateway_session &session, const gateway &recalled) {
 
 void keep_hardware(gateway_session &session, const gateway &connected) {
     const std::string now = link_address_of(connected.address);
-    if (connected.announced && !connected.remembered && !now.empty()) {
+    if (connected.announced && !now.empty()) {
         keep_link_address(session.out(), connected.announced->id, now);
     }
 }

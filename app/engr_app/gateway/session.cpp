@@ -156,14 +156,16 @@ const gateway &gateway_session::chosen() {
     if (!chosen_->announced && !options_.keys.empty() &&
         !options_.keys.contains(chosen_->place())) {
         chosen_->announced = recall_with_key(*this, chosen_->address);
-        chosen_announcement(); // the keys are known by ids
+        if (!chosen_->announced) {
+            chosen_announcement(); // the keys are known by ids
+        }
     }
     return *chosen_;
 }
 
 const std::optional<announcement> &gateway_session::chosen_announcement() {
     chosen();
-    if (!chosen_->announced) {
+    if (!chosen_->announced || chosen_->remembered) {
         out_.progress(fmt::format("listening for the announcement of {} on {} ...", chosen_->name(),
                                   interfaces_text(options_.interface_name)));
         const std::string &address = chosen_->address;
@@ -172,6 +174,7 @@ const std::optional<announcement> &gateway_session::chosen_announcement() {
                      [&](const announcement &announced) { return announced.address == address; });
         if (const announcement *announced = result.find_address(address)) {
             chosen_->announced = *announced;
+            chosen_->remembered = false;
         }
     }
     return chosen_->announced;
@@ -247,19 +250,16 @@ lan_client::client_events gateway_session::monitored_events() {
             .on_traffic = observer()};
 }
 
-void gateway_session::open_client(bool reconnect) {
+void gateway_session::open_client(bool reconnect, std::chrono::milliseconds connect_timeout) {
     const gateway &target = chosen();
     lan_client::client_options wanted;
     wanted.address = target.address;
     wanted.port = target.port;
     wanted.interface_name = options_.interface_name;
-    wanted.connect_timeout = answer_time();
+    wanted.connect_timeout = connect_timeout;
     wanted.request_timeout = answer_time();
     wanted.reconnect = reconnect;
     wanted.keys = usable_keys();
-    if (target.remembered) {
-        wanted.connect_timeout = std::min(answer_time(), longest_check_of_place);
-    }
     connected_ = false;
     client_ = std::make_unique<lan_client::client>(loop_, std::move(wanted), monitored_events());
     client_->open();
@@ -290,14 +290,16 @@ void gateway_session::leave_outdated_place() {
 
 lan_client::client &gateway_session::connect(bool reconnect, lan_client::client_events events) {
     end_on_interrupt();
-    if (chosen().remembered) {
+    if (chosen().remembered && !std::exchange(place_checked_, true)) {
         verb_events_ = {};
-        open_client(reconnect);
+        open_client(reconnect, std::min(answer_time(), longest_check_of_place));
         leave_outdated_place();
+    } else {
+        client_.reset();
     }
     verb_events_ = std::move(events);
-    if (!client_ || !std::exchange(chosen_->remembered, false)) {
-        open_client(reconnect);
+    if (!client_) {
+        open_client(reconnect, answer_time());
     }
     return *client_;
 }

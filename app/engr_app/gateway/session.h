@@ -154,7 +154,7 @@ class gateway_session {
 
   private:
     void observe(const lan_client::traffic &frame);
-    void open_client(bool reconnect);
+    void open_client(bool reconnect, std::chrono::milliseconds connect_timeout);
     void leave_outdated_place();
     void require_shown_key(const std::vector<lan_client::request> &requests);
     void warn_of_built_in_key();
@@ -174,6 +174,7 @@ class gateway_session {
     bool connected_ = false;
     bool upgrade_is_own_ = false;
     bool warned_of_built_in_key_ = false;
+    bool place_checked_ = false; // of a gateway that was remembered
     bool ends_on_interrupt_ = false;
     bool interrupted_ = false;
     std::unique_ptr<lan_client::client> client_;

@@ -75,7 +75,7 @@ class console {
 
     /** A table that shows each row when it is added; not for one of several gateways. */
     [[nodiscard]] growing_table grow_table(std::vector<growing_table::column> columns) {
-        return {screen_, std::move(columns)};
+        return {screen_, colour_, std::move(columns)};
     }
 
     /** Facts, one a line: "name: value". */

@@ -36,7 +36,8 @@ void growing_table::add(const std::vector<std::string> &cells) {
         for (const column &one : columns_) {
             header.push_back(one.first);
         }
-        screen_.output(line(header));
+        const std::string shown = line(header);
+        screen_.output(bold_header_ ? "\x1b[1m" + shown + "\x1b[0m" : shown);
     }
     screen_.output(line(cells));
 }

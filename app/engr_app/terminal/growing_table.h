@@ -17,8 +17,8 @@ class growing_table {
     using column = std::pair<std::string, std::size_t>;
 
     /** Nothing is shown before the first row. */
-    growing_table(screen &shown_on, std::vector<column> columns)
-        : screen_(shown_on), columns_(std::move(columns)) {}
+    growing_table(screen &shown_on, bool bold_header, std::vector<column> columns)
+        : screen_(shown_on), bold_header_(bold_header), columns_(std::move(columns)) {}
 
     /** Shows a row; cells may hold what a gateway sent. @throws failure when it can't be written */
     void add(const std::vector<std::string> &cells);
@@ -27,6 +27,7 @@ class growing_table {
     [[nodiscard]] std::string line(const std::vector<std::string> &cells) const;
 
     screen &screen_;
+    bool bold_header_;
     std::vector<column> columns_;
     bool has_rows_ = false;
 };

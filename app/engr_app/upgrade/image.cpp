@@ -90,7 +90,8 @@ void firmware_image::require_unchanged() const {
                       now.st_mtim.tv_sec == opened_.st_mtim.tv_sec &&
                       now.st_mtim.tv_nsec == opened_.st_mtim.tv_nsec;
     if (!same) {
-        throw failure("input", fmt::format("the image {} has changed while it was read", path_));
+        throw failure("image_changed",
+                      fmt::format("the image {} has changed while it was read", path_));
     }
 }
 
@@ -100,7 +101,7 @@ void firmware_image::append_to(std::string &bytes, uint64_t offset, std::size_t 
     const std::size_t got = read_at(file_.descriptor, bytes.data() + before, count, offset);
     require_unchanged();
     if (got != count) {
-        throw failure("input",
+        throw failure("image_changed",
                       fmt::format("the image {} can't be read at byte {}", path_, offset + got));
     }
 }

@@ -76,7 +76,7 @@ nlohmann::json as_json(const gateway &target, const trial &shown) {
     nlohmann::json all = target.announced ? announcement_json(*target.announced)
                                           : nlohmann::json{{"address", target.address}};
     all["port"] = target.port;
-    all["announced"] = target.announced.has_value();
+    all["announced"] = target.announced.has_value() && !target.remembered;
     all["reachable"] = shown.connection == "works";
     all["key"] = shown.key_right ? "right" : shown.key == "wrong" ? "wrong" : "unknown";
     if (shown.connection == "works") {
@@ -113,6 +113,9 @@ void show_trial(console &out, const gateway &target, const trial &shown) {
     std::vector<std::pair<std::string, std::string>> facts{{"address", target.address}};
     if (target.announced) {
         show_announcement(facts, *target.announced);
+        if (target.remembered) {
+            facts.emplace_back("announcement", "an earlier one (--wait listens for a new one)");
+        }
     } else {
         facts.emplace_back("announcement", "not listened for (--wait listens for it)");
     }
@@ -163,7 +166,7 @@ int info(gateway_session &session, const info_arguments &given) {
 verb_work declare_info(CLI::App &parser) {
     const auto given = std::make_shared<info_arguments>();
     parser.add_flag("--wait", given->wait,
-                    "For a gateway named by its address: also listen for its announcement");
+                    "Also listen for an announcement, when none was heard in this run");
     parser.add_flag("--versions", given->versions,
                     "Ask for the installed firmware and an upgrade under way as well");
     parser.footer(std::string(versions_note) + "Examples:\n"

@@ -161,8 +161,8 @@ void confirm_sending(gateway_session &session, const provision_arguments &given,
     }
     const bool to_all = given.address == lan_client::broadcast_address;
     session.out().question(fmt::format(
-        "send the name of network {}, its password and the token to {}{}? \nContinue? [y/N] ",
-        given.network, to_all ? "every host" : given.address,
+        "Send the name of network {}{} and the token to {}{}?\nContinue? [y/N] ", given.network,
+        given.open ? "" : ", its password", to_all ? "every host" : given.address,
         interface_name.empty() ? "" : " on " + interface_name));
     std::string typed;
     std::getline(std::cin, typed);

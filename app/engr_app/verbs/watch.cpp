@@ -61,6 +61,9 @@ class watcher {
                 : std::chrono::milliseconds(std::chrono::years(10));
         session_.loop().run_until([this] { return stopped_ || enough(); }, limit);
         upgrade_bar_.finish();
+        if (stopped_) {
+            out_.notice("stopped watching " + session_.chosen().name());
+        }
         return stopped_ ? exit_interrupted : exit_success;
     }
 
