@@ -113,11 +113,13 @@ class Settings(unittest.TestCase):
         address = self.gateways["first"].address
         for text, words in [("gatway = 1\n", "unknown setting 'gatway'; did you mean 'gateway'?"),
                             ("interface = nowhere0\n", "interface is not used: there is no interface 'nowhere0'"),
+                            ("[x]\ny = 1\n", "unknown setting 'x.y'"),
                             ("timeout = soon\n", "timeout is not used: invalid value 'soon'")]:
             write_config(text)
             channel, err = self.channel("--gateway", address)
             self.assertEqual(channel, CHANNEL["first"])
             self.assertIn(words, err)
+            self.assertEqual(err.count("\n"), 1, err)
             self.assertEqual(self.channel("--gateway", address, "--quiet")[1], "")
         write_config("")
         code, _, err = app("devices", ENGR_INTERFACE="nowhere0")

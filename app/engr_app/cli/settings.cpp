@@ -59,6 +59,9 @@ std::map<std::string, values> configured(const std::string &path, console &out) 
     const std::vector<std::string> known = setting_names();
     for (const CLI::ConfigItem &item : items) {
         const std::string name = item.fullname();
+        if (item.name == "++" || item.name == "--") {
+            continue; // the bounds of a section
+        }
         if (std::ranges::count(known, name) > 0) {
             found[name] = item.inputs;
         } else {
