@@ -195,6 +195,9 @@ TEST(progress_bar, shows_what_is_known_and_never_fills_the_last_column) {
         {whole, 80, "log  [##############################]  100 %  3.0 KiB  512 bytes/s  in 3 s"},
         {waiting, 80, "log  [###############...............]   50 %  waiting for the gateway, 3 s"},
         {unknown, 80, "log  700 bytes"},
+        {{.label = "installing", .unit = "%", .done = 40, .total = 100, .rate_per_s = 2},
+         80,
+         "installing  [############..................]   40 %"},
         {devices, 80,
          "gw\\x1b: points  [.................]    0 %  1 of 10000 devices  "
          "1 h 23 min left"},

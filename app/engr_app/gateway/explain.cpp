@@ -45,7 +45,8 @@ constexpr advice advices[] = {
     {0, "get scene error",
      "it could not store the scenes and has none now; correct them and send "
      "them again"},
-    {0, "set channel error", "channels are 11 to 26"},
+    {0, "set channel error",
+     "channels are 11 to 26; if this is one of them its radio failed, try again"},
     {0, "get channel error", "its radio may still be starting, try again"},
     {0, "download cloud config error", "it could not write the file; its storage may be full"},
     {0, "download app config error", "it could not write the file; its storage may be full"},
@@ -170,12 +171,13 @@ failure explain(gateway_session &session, const lan_client::answer &unanswered) 
     }
     const std::string name = session.chosen().name();
     if (rule == answer_rule::on_success_only) {
-        return {"not_accepted",
-                fmt::format("{} did not accept the command: it leaves one that it refuses without "
-                            "an answer, as for an unknown device or group, a device that is "
-                            "offline, or a wrong data point or value; see engr_app devices and "
-                            "engr_app dp get",
-                            name)};
+        return {
+            "not_accepted",
+            fmt::format("{} did not accept the command: it doesn't answer what it refuses, such as "
+                        "a command for an unknown device or group, for a device that is "
+                        "offline, or with a wrong data point or value; see engr_app devices and "
+                        "engr_app dp get",
+                        name)};
     }
     const std::string silent =
         fmt::format("{} stayed silent for {} after {}", name, seconds_text(session.answer_time()),

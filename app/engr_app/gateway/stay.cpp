@@ -18,6 +18,8 @@ using lan_client::answer;
 
 // An agent gives an installation 120 s. Longer without any progress, and it is stuck or lying.
 constexpr auto stall_limit = 10min;
+// While an image is transferred reports come more often.
+constexpr auto usual_report_gap = 1s;
 
 // A gateway refuses every device command while its own firmware is upgraded, and this one, which
 // has no data points, at any time. Unlike an announcement it changes nothing.
@@ -36,6 +38,9 @@ class upgrade_watcher {
     void watch() {
         if (!monitor_.is_running()) {
             ask(empty_device_command());
+        } else if (lan_client::upgrade_monitor::clock::now() - monitor_.last_sign() >
+                   usual_report_gap) {
+            poll(); // the last sign may have been that of its end
         }
         if (goes_on()) {
             wait();

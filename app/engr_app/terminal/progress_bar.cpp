@@ -55,8 +55,9 @@ std::string figures_text(const bar_figures &shown) {
     }
     const std::string done = amount_text(static_cast<double>(shown.done), shown.unit);
     if (shown.unit == "%") {
-        text.erase(text.find_last_not_of(' ') + 1); // the percentage says it all
-    } else if (shown.total > shown.done) {
+        return text.substr(0, text.find_last_not_of(' ') + 1);
+    }
+    if (shown.total > shown.done) {
         const std::string total = amount_text(static_cast<double>(shown.total), shown.unit);
         text +=
             fmt::format("{} of {}", shown.unit.empty() ? done : fmt::to_string(shown.done), total);

@@ -15,7 +15,8 @@ struct bar_state;
 /** State of a bar. */
 struct bar_figures {
     std::string label;
-    std::string unit;      /**< such as "devices"; empty: bytes; "%": done is the percentage */
+    std::string unit; /**< such as "devices"; empty: bytes; "%": done is the percentage, and nothing
+                         else is shown */
     uint64_t done = 0;     /**< in units */
     uint64_t total = 0;    /**< in units; 0: unknown */
     double rate_per_s = 0; /**< recently; 0: not known yet */

@@ -20,7 +20,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t default_columns = 100;
-constexpr std::size_t narrowest_columns = 40;
+constexpr std::size_t narrowest_columns = 20;
 constexpr std::size_t default_rows = 24;
 constexpr auto redraw_interval = 100ms;
 constexpr auto plain_line_interval = 10s;
@@ -146,7 +146,7 @@ void screen::finish(const std::shared_ptr<bar_state> &bar) {
     }
 }
 
-// The cursor stands at the beginning of the line below the bars.
+// The cursor stands in the line below the bars, behind what was typed, such as ^C.
 std::string screen::without_bars() {
     const std::size_t lines = std::exchange(drawn_lines_, 0);
     return lines > 0 ? fmt::format("\r\x1b[{}A\x1b[J", lines) : "";

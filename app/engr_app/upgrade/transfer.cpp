@@ -50,8 +50,11 @@ std::string version_text(const std::string &version) {
     return version.empty() ? "an unknown version" : "version " + version;
 }
 
-std::string seconds_text(std::chrono::steady_clock::duration time) {
-    return fmt::to_string(std::chrono::floor<std::chrono::seconds>(time).count());
+// "3 of 60 s"
+std::string passed_text(std::chrono::steady_clock::duration passed,
+                        std::chrono::steady_clock::duration limit) {
+    return fmt::format("{} of {} s", std::chrono::floor<std::chrono::seconds>(passed).count(),
+                       std::chrono::round<std::chrono::seconds>(limit).count());
 }
 
 } // namespace
@@ -127,8 +130,7 @@ bool upgrade_transfer::is_due() const {
 // What the bars show while nothing arrives.
 std::string upgrade_transfer::waiting_text() const {
     const auto passed = clock::now() - last_progress_;
-    const std::string time =
-        fmt::format("{} of {} s", seconds_text(passed), seconds_text(progress_timeout_));
+    const std::string time = passed_text(passed, progress_timeout_);
     if (connection_error_) {
         return fmt::format("connection lost, trying again, {} ({})", time,
                            connection_error_->detail);
@@ -408,7 +410,7 @@ failure upgrade_transfer::not_upgraded(const std::optional<upgrade_status> &end)
     }
     if (!end) {
         return {"outcome_unknown",
-                fmt::format("the connection to {} was lost at {} and can't be made again; the "
+                fmt::format("the connection to {} was lost at {} and could not be restored; the "
                             "upgrade ends with it, and engr_app upgrade --dry-run shows the "
                             "installed version",
                             name, position_text())};

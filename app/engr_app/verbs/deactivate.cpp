@@ -13,7 +13,8 @@ namespace engr_app {
 namespace {
 
 int deactivate(gateway_session &session, consent &asked) {
-    asked.require(session, "Forget the token, the open joining and the local key");
+    asked.require(session,
+                  "Deactivate, which forgets the token, the open joining and the local key,");
     ask_one(session, {.type = lan_client::frame_type::gw_unactive});
     return print_result(
         session,

@@ -35,13 +35,16 @@ lan_client::request join_request(const join_arguments &given, int64_t seconds) {
     return json_request(frame_type::permit_join, {{"type", given.kind}, {"time", seconds}});
 }
 
-std::size_t show_joined(console &out, const lan_client::report &report) {
+std::size_t show_joined(gateway_session &session, const lan_client::report &report) {
+    console &out = session.out();
     const std::vector<device> joined = parse_device_list(report.payload);
     for (const device &one : joined) {
         if (out.json()) {
-            out.json_line({{"cid", one.id}, {"pid", one.product_id}});
+            out.json_line(
+                {{"gateway", session.chosen().label()}, {"cid", one.id}, {"pid", one.product_id}});
         } else {
-            out.line(fmt::format("device {} joined (product {})", one.id, one.product_id));
+            out.line(fmt::format("{} joined (product {})", device_text(session, one.id),
+                                 one.product_id));
         }
     }
     return joined.size();
@@ -62,7 +65,10 @@ std::size_t show_until(gateway_session &session, report_subscription &reports,
                 return candidate.type == frame_type::sub_dev_bind_rpt && candidate.readable;
             },
             std::min<std::chrono::milliseconds>(1s, time - passed));
-        joined += report ? show_joined(session.out(), *report) : 0;
+        joined += report ? show_joined(session, *report) : 0;
+    }
+    if (!interrupted) {
+        bar.show(static_cast<uint64_t>(time.count()));
     }
     return joined;
 }
@@ -87,7 +93,7 @@ int open_joining(gateway_session &session, join_arguments &given) {
         ask_one(session, join_request(given, 0));
     }
     if (out.json()) {
-        out.json_line({{"open", false}, {"joined", joined}});
+        out.json_line({{"gateway", session.chosen().label()}, {"open", false}, {"joined", joined}});
     } else {
         out.line(fmt::format("{} joined; joining is closed{}", counted(joined, "device"),
                              interrupted ? ", as you asked" : " again"));

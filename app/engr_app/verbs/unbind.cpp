@@ -54,7 +54,10 @@ int unbind(gateway_session &session, unbind_arguments &given) {
     for (const std::string &id : ids) {
         const bool known = before.contains(id);
         const bool gone = known && !after.contains(id);
-        document.push_back({{"cid", id}, {"was_bound", known}, {"unbound", gone}});
+        document.push_back({{"gateway", session.chosen().label()},
+                            {"cid", id},
+                            {"was_bound", known},
+                            {"unbound", gone}});
         rows.push_back({id, gone    ? "unbound"
                             : known ? "still bound: the gateway could not remove it, try again"
                                     : "was not bound, see engr_app devices"});
