@@ -154,6 +154,35 @@ TEST_F(linux_network, an_accepted_socket_has_no_send_delay_and_only_its_send_buf
     close(untouched);
 }
 
+TEST_F(linux_network, the_observer_and_the_receiving_thread_know_the_peer) {
+    std::vector<std::string> noticed;
+    linux_port::set_server_observer([&](const linux_port::server_notice &notice) {
+        EXPECT_EQ(notice.port, own_port());
+        const char *const names[] = {"listening ", "failed ", "closed ", "connected ",
+                                     "disconnected "};
+        noticed.push_back(names[static_cast<std::size_t>(notice.event)] + notice.peer);
+    });
+    open_connection();
+    const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
+    std::string before;
+    std::string sender;
+    std::thread([&] {
+        char byte = 0;
+        before = linux_port::last_sender();
+        EXPECT_EQ(::send(peer, "x", 1, 0), 1);
+        EXPECT_EQ(kelo_hal_net_recv(accepted, &byte, 1), 1);
+        sender = linux_port::last_sender();
+    }).join();
+    EXPECT_EQ(before, "") << "the thread has received nothing";
+    EXPECT_EQ(sender, "127.0.0.1");
+    kelo_hal_net_close(accepted);
+    kelo_hal_net_close(listening);
+    close(peer);
+    linux_port::set_server_observer({});
+    EXPECT_EQ(noticed, (std::vector<std::string>{"listening ", "connected 127.0.0.1",
+                                                 "disconnected 127.0.0.1", "closed "}));
+}
+
 TEST_F(linux_network, gateways_on_one_host_get_their_own_datagrams_and_all_broadcasts) {
     const int32_t first = open_udp_listener();
     be_gateway(1);
