@@ -56,6 +56,20 @@ void pass_word(place &here, const std::string &word) {
     }
 }
 
+/** The words among the choices in the name of a kind, as in "up|down" and "RESULT|off". */
+std::vector<completion> words_of_kind(const std::string &kind) {
+    std::vector<completion> found;
+    for (const std::string &each : CLI::detail::split(kind, '|')) {
+        const bool is_word = std::all_of(each.begin(), each.end(), [](char one) {
+            return (one >= 'a' && one <= 'z') || (one >= '0' && one <= '9');
+        });
+        if (is_word) {
+            found.push_back({each});
+        }
+    }
+    return found;
+}
+
 /** Values of an option or positional: the words that it lists, else what the source knows. */
 std::vector<completion> values_of(const CLI::Option &option, const value_source &values) {
     // A check against a list shows in the name of the type, as in "TEXT:{add,remove}".
@@ -75,7 +89,8 @@ std::vector<completion> values_of(const CLI::Option &option, const value_source 
     if (kind == "FILE" || kind == "IMAGE" || kind == "DIR") {
         return {{file_names}};
     }
-    return values(kind);
+    found = words_of_kind(kind);
+    return found.empty() && values ? values(kind) : found;
 }
 
 std::vector<completion> options_from(const CLI::App &app) {

@@ -223,20 +223,6 @@ void declare_arguments(CLI::App &verb, const std::string &shown) {
     }
 }
 
-/** The words among the choices of an argument, as in "RESULT|off". */
-std::vector<support::completion> argument_completions(const std::string &kind) {
-    std::vector<support::completion> found;
-    for (const std::string &each : CLI::detail::split(kind, '|')) {
-        const bool is_word = std::all_of(each.begin(), each.end(), [](char one) {
-            return (one >= 'a' && one <= 'z') || (one >= '0' && one <= '9');
-        });
-        if (is_word) {
-            found.push_back({each});
-        }
-    }
-    return found;
-}
-
 /** Answers a shell that completes the command line, and the build that makes the manual page: for
  * these the verbs are declared, which the parser leaves alone. */
 bool answer_about_options(CLI::App &app, int count, char **arguments) {
@@ -249,7 +235,7 @@ bool answer_about_options(CLI::App &app, int count, char **arguments) {
         verb->set_help_flag();
         declare_arguments(*verb, of.arguments);
     }
-    return support::answer_completion_request(app, count, arguments, argument_completions) ||
+    return support::answer_completion_request(app, count, arguments, {}) ||
            support::answer_manual_page_request(app, "operate a running reference gateway", count,
                                                arguments);
 }

@@ -49,6 +49,8 @@ class CompletionTest(unittest.TestCase):
             (("engr_app", "upgrade", "gate"), ["gateways.json"]),
             (("engr_gatewayd", "--log"), ["--log-level"]),
             (("engr_gatewayd", "--site", "gate"), ["gateways.json"]),
+            (("engr_gatewayd", "--mode", ""), ["0", "1"]),
+            (("engr_gatewayctl", "callback", "x", ""), ["absent", "present"]),
             (("engr_gatewayctl", "--data-dir", "x", "wifi"), ["wifi-config-needed", "wifi-mode"]),
         ]
         for words, offered in cases:

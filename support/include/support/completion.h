@@ -40,7 +40,7 @@ constexpr const char *completion_request = "__complete";
  *
  * @param app     the program's options; it has not parsed anything
  * @param words   as above
- * @param values  knows the values that the table of options does not
+ * @param values  knows the values that the table of options does not; may be empty
  * @return those that begin as the last word does
  */
 std::vector<completion> complete(const CLI::App &app, std::span<const std::string> words,
