@@ -88,8 +88,9 @@ function(engr_add_python_test name file)
 endfunction()
 
 # engr_add_fuzz_target(NAME SOURCES file... [LIBS target...])
-# Builds bin/NAME, a libFuzzer program, as part of the target "fuzzers". Its seed inputs, when there are any, lie in
-# fuzz/corpus/NAME. Nothing happens unless ENGR_BUILD_FUZZERS is on.
+# Builds bin/NAME, a libFuzzer program, as part of the target "fuzzers". Its first inputs lie in fuzz/corpus/NAME, its
+# words in fuzz/dictionaries/NAME.dict; script/fuzz needs the sources that it is about. Nothing happens unless
+# ENGR_BUILD_FUZZERS is on.
 function(engr_add_fuzz_target name)
     if(NOT ENGR_BUILD_FUZZERS)
         return()

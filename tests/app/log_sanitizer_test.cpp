@@ -27,6 +27,7 @@ TEST(log_sanitizer, hides_secrets_and_replaces_ids_wherever_they_stand) {
         {"known-7 and known-77, known-7.", "id-1 and known-77, id-1."},
         {R"(a1 b2 on:["a1","b2"] off:["c3"] online:1)",
          R"(id-1 id-2 on:["id-1","id-2"] off:["id-3"] online:1)"},
+        {R"(off:["c3"x "] {"passwd":"hunter2"})", R"(off:["id-1"x "] {"passwd":"***"})"},
         {R"({"gid":12,"sid":"no"} 12 no lines)", R"({"gid":id-1,"sid":"id-2"} 12 no lines)"},
         {R"(gid:kitchen in kitchen)", R"(gid:id-1 in id-1)"},
         {"from a4:c1:38:00:00:01 and a4c1380001000001 at 12:30:45",

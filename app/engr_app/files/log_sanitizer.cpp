@@ -221,9 +221,9 @@ std::size_t log_sanitizer::take_bare_value(std::string_view line, std::size_t at
     return end;
 }
 
-// ["a1","b2"]
+// ["a1","b2"]; a word without quotes is none of its elements, and may be the name of a secret.
 std::size_t log_sanitizer::take_list(std::string_view line, std::size_t at, std::string &out) {
-    while (at < line.size() && line[at] != ']') {
+    while (at < line.size() && line[at] != ']' && !is_word_part(line[at])) {
         const std::size_t quote = skip(line, at, '\\');
         if (quote == line.size() || line[quote] != '"') {
             out += line[at++];
