@@ -47,6 +47,7 @@ SCRIPTS = {
     "upgrade": [STATUS, "=0", *PIECES, '!233 0 {"firmwareType":0,"cid":"gw1","softVer":"2"}', STATUS],
     "channel": ['={"channel":15}', "=0"],
     "other_keys": ['b0 {"channel":15}', "p0 plain", "c0 {}", "xnoise"],
+    "damaged_report": ["#2 2 a segment before the first", "c0 {}"],
     "silence": ["w9000", "=0", "d", "w400000"],
 }
 
@@ -134,7 +135,8 @@ def app_inputs():
                                 ("segments", 7, frame(1, 254, 0, b"\0\0\0\2\0\0\0\1text")),
                                 ("noise", 0, b"x\0\0" + frame(0, 8, 0, encrypt(KEYS[3], b"text")) + b"\0\0U\xaa")]:
         yield "fuzz_app_frames", name, bytes([piece]) + stream
-    asked = {"devices": ["?241 ", "?224 "], "log": ["?254 "], "upgrade": ["?250 {}", "?230 {}", "?231 "]}
+    asked = {"devices": ["?241 ", "?224 "], "log": ["?254 "], "damaged_report": ["?254 "],
+             "upgrade": ["?250 {}", "?230 {}", "?231 "]}
     for name, script in SCRIPTS.items():
         lines = lines_of(*asked.get(name, ["?10 {}", "?9 ", "?253 "]), *script)
         yield "fuzz_app_client", name, lines

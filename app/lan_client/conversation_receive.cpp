@@ -88,13 +88,14 @@ void client::conversation::take_report(const frame &got, decrypted_payload &payl
         send_ready();
     }
     if (events_.on_report) {
-        events_.on_report(
-            {.type = got.type,
-             .number = got.number,
-             .ret = got.ret,
-             .readable = got.crc_matches && payload.state != payload_state::unreadable,
-             .under_built_in_key = payload.under_built_in_key,
-             .payload = std::move(payload.text)});
+        const bool readable = got.crc_matches && payload.state != payload_state::unreadable;
+        events_.on_report({.type = got.type,
+                           .number = got.number,
+                           .ret = got.ret,
+                           .readable = readable,
+                           .damaged = !got.crc_matches,
+                           .under_built_in_key = payload.under_built_in_key,
+                           .payload = readable ? std::move(payload.text) : std::string()});
     }
 }
 

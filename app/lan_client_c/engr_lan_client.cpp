@@ -100,7 +100,9 @@ std::unique_ptr<owned_event> event_of(const lan_client::report &told) {
     event->ret = told.ret;
     event->set_payload(told.payload);
     if (!told.readable) {
-        event->set_error(told.under_built_in_key ? ENGR_CLIENT_DEACTIVATED : ENGR_CLIENT_WRONG_KEY,
+        event->set_error(told.damaged              ? ENGR_CLIENT_DAMAGED
+                         : told.under_built_in_key ? ENGR_CLIENT_DEACTIVATED
+                                                   : ENGR_CLIENT_WRONG_KEY,
                          "");
     }
     return event;

@@ -164,15 +164,22 @@ TEST_F(client_test, names_the_ways_in_which_a_connection_fails) {
     EXPECT_EQ(only_failure(), error_kind::no_interface);
 }
 
-TEST_F(client_test, damaged_answer_is_not_taken_for_an_answer) {
+TEST_F(client_test, damaged_answer_is_not_taken_for_an_answer_nor_a_report_for_a_report) {
     gateway.on_request = [&](const seen_request &request) {
-        std::string bytes = gateway_frame(request.number, request.type, {0}, "");
-        bytes[19] ^= 1; // ret
-        gateway.send(bytes);
+        const std::string text = encrypt(unactivated_key(), R"({"dps":{}})");
+        for (const std::uint32_t number : {0U, request.number}) {
+            std::string bytes = gateway_frame(number, request.type, {0}, text);
+            bytes[19] ^= 1; // ret
+            gateway.send(bytes);
+        }
     };
     start(options());
     ask(241);
     EXPECT_EQ(only_failure(), error_kind::damaged);
+    ASSERT_EQ(reports.size(), 1U);
+    EXPECT_FALSE(reports.front().readable);
+    EXPECT_TRUE(reports.front().damaged);
+    EXPECT_EQ(reports.front().payload, "");
 }
 
 TEST_F(client_test, connects_again_after_a_loss_and_goes_on) {

@@ -145,7 +145,8 @@ std::string event_sentence(const json &event, const event_naming &names) {
 std::string raw_report_text(const lan_client::report &report) {
     const std::string type = lan_client::frame_type_text(report.type);
     if (!report.readable) {
-        return type + " that can't be decrypted with the key at hand";
+        return type + (report.damaged ? " that is damaged: its CRC is wrong"
+                                      : " that can't be decrypted with the key at hand");
     }
     const std::string ret = report.ret == 0 ? "" : fmt::format(", ret {}", report.ret);
     return type + ret + (report.payload.empty() ? "" : ": " + report.payload);

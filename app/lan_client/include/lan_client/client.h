@@ -70,9 +70,10 @@ struct report {
     uint32_t number = 0;
     uint32_t ret = 0;
     bool readable = true; /**< false: damaged, or no key at hand decrypts it */
+    bool damaged = false; /**< not readable: its CRC is wrong */
     bool under_built_in_key =
         false;             /**< not readable: under the built-in key, not among the keys */
-    std::string payload{}; /**< decrypted */
+    std::string payload{}; /**< decrypted; empty when it is not readable */
 };
 
 enum class link_state {
