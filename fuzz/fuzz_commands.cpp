@@ -14,8 +14,10 @@
 #include "support/json_mutator.h"
 #include "support/require.h"
 
-#include <cstring>
+#include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
+#include <vector>
 
 namespace {
 
@@ -40,7 +42,6 @@ bool concerns_upgrade(uint32_t type) {
            type == frame_type::dev_upgrade || type == frame_type::download_firmware;
 }
 
-// While an upgrade runs, some requests are left without an answer.
 bool must_be_answered(const request &asked) {
     const auto *info = lan_client::find_frame_type(asked.type);
     return info != nullptr && info->answer == answer_rule::always;

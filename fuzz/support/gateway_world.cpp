@@ -65,9 +65,10 @@ gateway_world::gateway_world() : world_(sim::with_environment({.quiet_points = f
     for (const char *file : {"app.config", "cloud.config"}) {
         std::filesystem::remove(directory / file);
     }
+    static const gateway::site parsed_site = gateway::parse_site(site, "site");
     gateway::open(
         {.store_path = ":memory:",
-         .initial_site = gateway::parse_site(site, "site"),
+         .initial_site = parsed_site,
          .faults = {},
          .trace = [this](std::string_view line) { note_call(line); },
          .newest_log =
@@ -97,7 +98,9 @@ void gateway_world::note_call(std::string_view line) {
     constexpr std::string_view before_name = R"({"call": ")";
     line.remove_prefix(before_name.size());
     const std::string_view name = line.substr(0, line.find('"'));
-    is_changed_ = is_changed_ || std::ranges::find(queries, name) == std::end(queries);
+    const bool is_refused = line.substr(line.rfind(':')).starts_with(": -");
+    is_changed_ =
+        is_changed_ || (!is_refused && std::ranges::find(queries, name) == std::end(queries));
 }
 
 sim::peer gateway_world::connect() {

@@ -31,7 +31,7 @@ class gateway_world {
     /** The next input gets another gateway. */
     void mark_changed() { is_changed_ = true; }
 
-    /** Whether a service was called that may change the gateway. */
+    /** Whether a service took what may change the gateway. */
     [[nodiscard]] bool is_changed() const { return is_changed_; }
 
     /**

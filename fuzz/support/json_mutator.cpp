@@ -60,13 +60,12 @@ void collect(ordered_json &value, std::vector<ordered_json *> &places) {
     }
 }
 
-void mutate_text(ordered_json &value, std::minstd_rand &chance) {
+void mutate_text(ordered_json &value) {
     std::string text = value.get<std::string>();
     const size_t size = text.size();
     text.resize(size + 8);
     text.resize(LLVMFuzzerMutate(reinterpret_cast<uint8_t *>(text.data()), size, text.size()));
     value = text;
-    static_cast<void>(chance);
 }
 
 void mutate(ordered_json &document, std::minstd_rand &chance) {
@@ -103,9 +102,9 @@ void mutate(ordered_json &document, std::minstd_rand &chance) {
         break;
     default:
         if (place.is_string()) {
-            mutate_text(place, chance);
+            mutate_text(place);
         } else if (place.is_number_integer()) {
-            place = place.get<int64_t>() + static_cast<int64_t>(chance() % 9) - 4;
+            place = place.get<uint64_t>() + chance() % 9 - 4; // may wrap
         }
         break;
     }
