@@ -3,9 +3,12 @@
 #include "lan_client/crypto.h"
 #include "lan_client/discovery.h"
 #include "lan_client/frame.h"
+#include "lan_client/limits.h"
 #include "lan_client/stream_cutter.h"
 
+#include <optional>
 #include <random>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -71,6 +74,11 @@ TEST(received_frame, false_lengths_and_tails_are_no_frames) {
         }
         EXPECT_EQ(decode_frame(bytes).status, decode_status::no_frame) << "length " << length;
     }
+    const std::size_t most = max_received_frame_bytes;
+    const std::string longest = gateway_frame(1, 8, {0}, std::string(most - 28, 'x'));
+    EXPECT_EQ(decode_frame(longest).consumed_bytes, most) << "the longest frame must be taken";
+    EXPECT_EQ(decode_frame(gateway_frame(1, 8, {0}, std::string(most - 27, 'x'))).status,
+              decode_status::no_frame);
     std::string no_tail = good;
     no_tail.back() = 'x';
     EXPECT_EQ(decode_frame(no_tail).status, decode_status::no_frame);
@@ -122,6 +130,9 @@ TEST(decryption, refuses_what_no_right_key_made) {
     EXPECT_FALSE(decrypt_text(key, encrypt(key, std::string("a\0b", 3)))) << "no text has zeros";
     EXPECT_FALSE(decrypt_text(key, encrypt(key, "\xff\xfe"))) << "neither UTF-8 nor in braces";
     EXPECT_TRUE(decrypt_text(key, encrypt(key, "{\"name\":\"\xff\"}")));
+    EXPECT_FALSE(decrypt_text(key, encrypt(key, "{\"name\":\"\xff\"")));
+    EXPECT_FALSE(decrypt_text(key, encrypt(key, "\"name\":\"\xff\"}")));
+    EXPECT_TRUE(decrypt_text(key, encrypt(key, "")));
     const std::string answer = encrypt(key, R"({"products":[{"cid":"a1","pid":"p1"}]})");
     int accepted = 0;
     for (int number = 0; number < 1000; ++number) {
@@ -130,6 +141,39 @@ TEST(decryption, refuses_what_no_right_key_made) {
             decrypt_text(key_of(std::string(16 - digits.size(), 'k') + digits), answer).has_value();
     }
     EXPECT_EQ(accepted, 0) << "a wrong key must show, also when its padding looks right";
+}
+
+TEST(decryption, takes_padding_of_1_to_16_equal_bytes) {
+    const aes_key key = key_of("0123456789abcdef");
+    const struct {
+        std::string block;
+        std::optional<std::string> text;
+    } cases[] = {
+        {"fifteen letters\x01", "fifteen letters"},
+        {"fourteen chars\x02\x02", "fourteen chars"},
+        {std::string(16, '\x10'), ""},
+        {"fourteen chars\x01\x02", std::nullopt},
+        {std::string(16, '\x11'), std::nullopt},
+        {std::string(16, '\0'), std::nullopt},
+    };
+    for (const auto &one : cases) {
+        // The first of two blocks, without the padding that follows.
+        EXPECT_EQ(decrypt(key, encrypt(key, one.block).substr(0, 16)), one.text) << one.block;
+    }
+}
+
+TEST(digests, are_md5_and_sha256_in_hexadecimal) {
+    std::vector<std::string_view> blocks{"", "ssage digest", "me"};
+    EXPECT_EQ(md5_text([&] {
+                  const std::string_view next = blocks.back();
+                  blocks.pop_back();
+                  return next;
+              }),
+              "f96b697d7cb7938d525a2f31aaf161d0");
+    EXPECT_EQ(sha256_text("abc"),
+              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_FALSE(aes_key::from_text("fifteen letters"));
+    EXPECT_FALSE(aes_key::from_seed("seventeen letters"));
 }
 
 TEST(discovery_datagram, is_read_whole_or_told_apart) {
@@ -145,10 +189,30 @@ TEST(discovery_datagram, is_read_whole_or_told_apart) {
     EXPECT_EQ(parsed.content.ability, 3);
     EXPECT_TRUE(parsed.content.activated);
     EXPECT_TRUE(parsed.content.needs_wifi_setup);
+    EXPECT_EQ(parsed.content.product_key, "pk");
+    EXPECT_EQ(parsed.content.version, "3.3");
 
     const auto kind = [](const std::string &bytes) { return parse_datagram(bytes, "").kind; };
     EXPECT_EQ(kind(good + "x"), datagram_kind::foreign);
     EXPECT_EQ(kind("hello"), datagram_kind::foreign);
+    EXPECT_EQ(kind(gateway_frame(0, 8, {0}, encrypt(discovery_key(), text))),
+              datagram_kind::foreign);
+    const auto padded = [](std::size_t bytes) {
+        return gateway_frame(
+            0, 19, {0}, encrypt(discovery_key(), R"({"gwId":"g"})" + std::string(bytes - 13, ' ')));
+    };
+    EXPECT_EQ(kind(padded(1440)), datagram_kind::announcement) << "as long as one may be";
+    EXPECT_EQ(kind(padded(1456)), datagram_kind::foreign);
+    const parsed_datagram poor =
+        parse_datagram(gateway_frame(0, 19, {0},
+                                     encrypt(discovery_key(),
+                                             R"({"gwId":7,"active":1,"ablilty":"1","wf_cfg":1})")),
+                       "");
+    EXPECT_EQ(poor.kind, datagram_kind::announcement);
+    EXPECT_EQ(poor.content.id, "");
+    EXPECT_EQ(poor.content.ability, 0);
+    EXPECT_FALSE(poor.content.activated);
+    EXPECT_FALSE(poor.content.needs_wifi_setup);
     EXPECT_EQ(kind(gateway_frame(0, 19, {0}, encrypt(unactivated_key(), text))),
               datagram_kind::unreadable);
     EXPECT_EQ(kind(gateway_frame(0, 19, {0}, encrypt(discovery_key(), "[]"))),

@@ -1,0 +1,137 @@
+// Reading of what a gateway answers and reports: JSON, devices, data points; and the text of a
+// configuration.
+#include "lan_client/client.h"
+#include "lan_client/data_points.h"
+#include "lan_client/devices.h"
+#include "lan_client/frame_types.h"
+#include "lan_client/json.h"
+#include "lan_client/provisioning.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace lan_client;
+
+std::string repeated(const std::string &text, std::size_t count) {
+    std::string all;
+    for (std::size_t made = 0; made < count; ++made) {
+        all += text;
+    }
+    return all;
+}
+
+TEST(answer_json, is_refused_when_it_is_nested_more_than_200_deep) {
+    const struct {
+        const char *what;
+        std::string text;
+        bool is_taken;
+    } cases[] = {
+        {"lists", repeated("[", 200) + repeated("]", 200), true},
+        {"lists, one too many", repeated("[", 201) + repeated("]", 201), false},
+        {"objects", repeated(R"({"a":)", 200) + "1" + repeated("}", 200), true},
+        {"objects, one too many", repeated(R"({"a":)", 201) + "1" + repeated("}", 201), false},
+        {"one after the other", "[" + repeated("[],{},", 300) + "0]", true},
+        {"in a text", R"([")" + repeated("[", 300) + R"("])", true},
+        {"behind an escaped quote", R"(["\")" + repeated("[", 300) + R"("])", true},
+        {"behind an escaped backslash", R"(["\\",)" + repeated("[", 200) + repeated("]", 201),
+         false},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(!parse_json(one.text).is_discarded(), one.is_taken) << one.what;
+    }
+}
+
+TEST(answer_json, members_are_texts_and_counts_or_nothing) {
+    const auto object = parse_json(R"({"t":"x","n":7,"f":1.5,"m":-1,"l":[1],"s":"7"})");
+    EXPECT_EQ(member_text(object, "t"), "x");
+    EXPECT_EQ(member_text(object, "n"), "7");
+    EXPECT_EQ(member_text(object, "l"), "[1]");
+    EXPECT_EQ(member_text(object, "none"), "");
+    EXPECT_EQ(member_text(parse_json("[]"), "t"), "");
+    EXPECT_EQ(member_count(object, "n"), 7U);
+    for (const char *none : {"f", "m", "s", "l", "none"}) {
+        EXPECT_FALSE(member_count(object, none)) << none;
+    }
+    EXPECT_FALSE(member_count(parse_json("[]"), "n"));
+}
+
+TEST(answer_devices, are_read_with_their_states) {
+    const auto devices = read_device_list(
+        R"({"products":[{"cid":"a","pid":"p"},{"cid":"b"},{"cid":"c"},{"cid":"d"}]})");
+    ASSERT_TRUE(devices);
+    EXPECT_EQ(devices->front().product_id, "p");
+    for (const char *none : {"[]", "{}", R"({"products":{}})", "products"}) {
+        EXPECT_FALSE(read_device_list(none)) << none;
+    }
+    const auto states = read_line_state(R"({"online":["a","c",7],"offline":["b","c"],"else":[]})");
+    ASSERT_TRUE(states);
+    std::string story;
+    for (const device_with_state &one : with_states(*devices, *states)) {
+        story += one.id + (!one.online ? "? " : *one.online ? "+ " : "- ");
+    }
+    EXPECT_EQ(story, "a+ b- c+ d? ");
+    EXPECT_FALSE(read_line_state("[]"));
+    EXPECT_TRUE(read_line_state(R"({"online":"a"})")->online.empty());
+
+    const std::string refusal = "online_dev or offline_dev is null";
+    EXPECT_TRUE(says_no_devices({.ret = 1, .payload = refusal}));
+    EXPECT_FALSE(says_no_devices({.ret = 0, .payload = refusal}));
+    EXPECT_FALSE(says_no_devices({.ret = 1, .payload = "other"}));
+    EXPECT_FALSE(says_no_devices({.failure = {error_kind::timed_out, {}}, .payload = refusal}));
+}
+
+TEST(answer_data_points, belong_to_the_device_that_the_report_names) {
+    EXPECT_EQ(parse_device_state(R"({"cid":"a","dps":{"1":true},"t":1})"),
+              parse_json(R"({"cid":"a","dps":{"1":true}})"));
+    EXPECT_EQ(parse_device_state(R"({"devId":"a","dps":{}})"),
+              parse_json(R"({"cid":"a","dps":{}})"));
+    for (const char *none : {"[]", "{}", R"({"cid":"a"})", R"({"dps":[1]})", "no JSON"}) {
+        EXPECT_TRUE(parse_device_state(none).is_null()) << none;
+    }
+    const report told{.type = frame_type::dp_report,
+                      .payload = R"({"cid":"a","dps":{"1":0,"2":0}})"};
+    EXPECT_TRUE(contains(told, "a", {"1", "2"}));
+    EXPECT_FALSE(contains(told, "a", {"1", "3"}));
+    EXPECT_FALSE(contains(told, "b", {"1"}));
+    report other = told;
+    other.readable = false;
+    EXPECT_FALSE(contains(other, "a", {"1"}));
+    other = told;
+    other.type = frame_type::nop;
+    EXPECT_FALSE(contains(other, "a", {"1"}));
+    other = told;
+    other.payload = "no JSON";
+    EXPECT_FALSE(contains(other, "a", {}));
+}
+
+TEST(frame_type_names, are_found_in_any_case_with_and_without_their_prefix) {
+    for (const char *name : {"FRM_DEV_LIST", "frm_dev_list", "dev_LIST"}) {
+        ASSERT_NE(find_frame_type(name), nullptr) << name;
+        EXPECT_EQ(find_frame_type(name)->number, 241U);
+    }
+    EXPECT_EQ(find_frame_type("DEV_LISTS"), nullptr);
+    EXPECT_EQ(find_frame_type(9999), nullptr);
+    EXPECT_EQ(frame_type_text(241), "FRM_DEV_LIST (241)");
+    EXPECT_EQ(frame_type_text(9999), "type 9999");
+    EXPECT_EQ(request_coding(241), payload_coding::plain);
+    EXPECT_EQ(request_coding(9999), payload_coding::encrypted);
+}
+
+TEST(configuration, has_a_name_of_1_to_32_bytes_and_no_password_for_an_open_network) {
+    EXPECT_TRUE(is_valid({std::string(32, 'x'), "", ""}));
+    EXPECT_FALSE(is_valid({std::string(33, 'x'), "", ""}));
+    EXPECT_FALSE(is_valid({"", "", ""}));
+    EXPECT_FALSE(is_valid({"\xff", "", ""}));
+    EXPECT_FALSE(is_valid({"x", "\xff", ""}));
+    EXPECT_FALSE(is_valid({"x", "", "\xff"}));
+    EXPECT_EQ(configuration_text({"n", "p", "t"}), R"({"ssid":"n","token":"t","passwd":"p"})");
+    EXPECT_EQ(configuration_text({"n", "", "t"}), R"({"ssid":"n","token":"t"})");
+    EXPECT_EQ(configuration_bytes("0123456789", payload_coding::plain), 34U);
+    EXPECT_EQ(configuration_bytes("0123456789", payload_coding::encrypted), 40U);
+    EXPECT_EQ(configuration_bytes("0123456789abcdef", payload_coding::encrypted), 56U)
+        << "expected a block of padding";
+}
+
+} // namespace
