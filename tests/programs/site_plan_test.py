@@ -130,6 +130,18 @@ class SitePlanTest(unittest.TestCase):
                 pass
             running.send_signal(signal.SIGKILL)
 
+    def test_an_activated_gateway_needs_its_own_key(self):
+        gateway, = self.gateways(ADDRESSES[:1])
+        gateway.ctl("set", "local_key", "0123456789abcdef")
+        gateway.ctl("set", "active_stat", "2")
+        plan = self.write('{plan: 1, gateways: [{address: %s, channel: 21, key: {file: key}}]}' % ADDRESSES[0])
+        for key, code, told in (("", 2, "first line"), ("short", 2, "exactly 16"), ("fedcba9876543210", 1, "decrypted"),
+                                ("0123456789abcdef\n", 0, "as planned")):
+            self.write(key, "key")
+            shown = self.run_app(code, "site", "apply", plan)
+            self.assertIn(told, shown)
+            self.assertNotIn(key.strip() or "no key", shown)
+
     def test_an_interrupt_closes_joining_and_leaves_the_rest_undone(self):
         gateway, = self.gateways(ADDRESSES[:1])
         plan = self.write("""{plan: 1, gateways: [{address: %s, devices: [{id: lamp1, product: zbdimmer}],
@@ -149,7 +161,7 @@ class SitePlanTest(unittest.TestCase):
         gateways = self.gateways([ADDRESSES[0], ADDRESSES[2]])
         told = self.run_app(1, "site", "apply", self.plan)
         self.assertIn("flat-02\t127.0.0.12\tFAILED", told)
-        self.assertIn("1 of 3 gateways are not as planned", told)
+        self.assertIn("not as planned: 1 of 3 gateways", told)
         self.check_site(gateways[0])
         self.check_site(gateways[1], 25)
 

@@ -229,7 +229,7 @@ void gateway_work::add_for_devices(const char *change, const std::string &item,
 void gateway_work::list_devices() {
     const std::size_t count = plan_.devices->size();
     add_for_devices("device", "devices", missing_, "bind",
-                    fmt::format("all {} planned devices are bound", count),
+                    fmt::format("all planned devices ({}) are bound", count),
                     [this] { return bind_missing(); });
     for (const std::string &id : changed_devices("pid")) {
         const std::string words = change_words("pid", id);
@@ -243,13 +243,14 @@ void gateway_work::list_devices() {
                         [this] { return remove_others(); });
         outcome_.steps.back().irreversible = !others.empty();
     } else if (!others.empty()) {
-        outcome_.notes.push_back(fmt::format("{} devices are not in the plan", others.size()));
+        outcome_.notes.push_back(
+            fmt::format("devices that are not in the plan: {}", others.size()));
     }
     if (plan_.join_time) {
         std::vector<std::string> absent = changed_devices("online");
         absent.insert(absent.end(), missing_.begin(), missing_.end());
         add_for_devices("online", "joining", absent, "let join",
-                        fmt::format("all {} planned devices are online", count),
+                        fmt::format("all planned devices ({}) are online", count),
                         [this] { return let_join(); });
     }
 }
@@ -268,7 +269,7 @@ void gateway_work::list_requests() {
                   request.devices, [this, &request] { return send_request(request); });
     }
     if (plan_.linkage) {
-        add_noted("linkage", fmt::format("{} linkage scenes", json::parse(*plan_.linkage).size()),
+        add_noted("linkage", fmt::format("linkage scenes: {}", json::parse(*plan_.linkage).size()),
                   *plan_.linkage, plan_.linkage_devices, [this] { return send_linkage(); });
     }
 }
@@ -364,8 +365,8 @@ step_check gateway_work::let_join() {
     permit(std::chrono::seconds(0));
     if (absent > 0) {
         throw failure("not_joined",
-                      fmt::format("{} of {} devices have not joined: {}", absent,
-                                  plan_.devices->size(), list_text(changed_devices("online"))));
+                      fmt::format("not joined: {} of {} devices, {}", absent, plan_.devices->size(),
+                                  list_text(changed_devices("online"))));
     }
     return step_check::reading;
 }

@@ -130,7 +130,7 @@ void write_summary(page &to, const json &report) {
     const json &gateways = report["gateways"];
     const auto good =
         std::ranges::count_if(gateways, [](const json &one) { return one["as_planned"] == true; });
-    to.paragraph(fmt::format("{} on {}. {} of {} gateways are as planned.",
+    to.paragraph(fmt::format("{} on {}. As planned: {} of {} gateways.",
                              report["applied"] == true ? "Applied" : "Looked at",
                              member_text(report, "time"), good, gateways.size()));
     std::vector<row> rows;

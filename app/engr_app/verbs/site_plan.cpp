@@ -62,8 +62,8 @@ void write_report(const std::string &path, const json &report) {
 
 void confirm_steps(console &out, const std::vector<std::string> &sentences) {
     if (isatty(STDIN_FILENO) != 1) {
-        throw wrong_usage(fmt::format("site apply: {} steps can't be undone, so that they need "
-                                      "--yes; the first is {}",
+        throw wrong_usage(fmt::format("site apply: the plan has steps that can't be undone, "
+                                      "which need --yes: {} in all, the first is {}",
                                       sentences.size(), sentences.front()));
     }
     out.notice("These steps can't be undone:");
@@ -117,8 +117,8 @@ void show_amount(console &out, const std::vector<gateway_outcome> &outcomes,
     if (std::ranges::all_of(outcomes, &gateway_outcome::is_success)) {
         out.line(fmt::format("nothing to do: all gateways of {} are as planned", plan_name));
     } else {
-        out.notice(fmt::format("{} steps to do on {} gateways, {} already as planned", to_do,
-                               outcomes.size(), already));
+        out.notice(fmt::format("to do: {}, already as planned: {}, gateways: {}", to_do, already,
+                               outcomes.size()));
     }
 }
 
@@ -140,8 +140,9 @@ int exit_code(console &out, const std::vector<gateway_outcome> &outcomes, bool a
     });
     const auto all = static_cast<std::ptrdiff_t>(outcomes.size());
     if (good != all) {
-        out.notice(fmt::format("{} of {} gateways {}", all - good, all,
-                               applied ? "are not as planned" : "could not be looked at"));
+        out.notice(fmt::format("{}: {} of {} gateways",
+                               applied ? "not as planned" : "could not be looked at", all - good,
+                               all));
     }
     return good == all ? exit_success : exit_failed;
 }
