@@ -129,8 +129,6 @@ class plan_comparison {
     json changes_ = json::array();
 };
 
-// The numbers of a version; none when it has anything but numbers and dots.
-
 } // namespace
 
 json plan_changes(const gateway_plan &plan, const json &report) {
