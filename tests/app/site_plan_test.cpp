@@ -80,7 +80,7 @@ TEST_F(SitePlan, TellsOfAMistakeWhereItIsAndWhatIsExpectedThere) {
         {gateways("variables: {a: '${a}'}, devices: [{id: '${a}', product: p}]"),
          "variable a uses itself"},
         {gateways("configuration: {app: {text: 'x = 1'}}"), "does not end with }"},
-        {gateways("other_devices: remove"), "needs a list of devices"},
+        {gateways("other_devices: remove"), "need a list of devices"},
         {"plan: 1\ngateways: [{channel: 17}]", "a gateway needs one of id, address and match"},
         {"plan: 1\ngateways: [{id: a}, {id: a}]", "gateways[1]: another gateway of the plan has"},
         {"plan: 1\ngateways: [{address: 1.2.3.400}]", "address: expected an IPv4 address"},

@@ -202,6 +202,11 @@ class SitePlanTest(unittest.TestCase):
         self.assertIn("now has version 3.0", told)
         self.assertNotIn("starting again", told)
 
+    def test_one_gateway_by_id_and_by_address_is_a_mistake(self):
+        self.gateways(ADDRESSES[:1])
+        plan = self.write("{plan: 1, gateways: [{id: engrgw0000000011, channel: 21}, {address: %s}]}" % ADDRESSES[0])
+        self.assertIn("are the same gateway", self.run_app(2, "site", "apply", plan))
+
     def test_an_exported_plan_is_one_that_changes_nothing(self):
         site = {"products": PRODUCTS, "gateway": {"channel": 17},
                 "devices": [{"dev_id": "0012", "pid": "zbdimmer", "online": True}]}

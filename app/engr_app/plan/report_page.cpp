@@ -167,7 +167,7 @@ void write_gateway(page &to, const json &gateway) {
                         member_text(one, "words"), check_words(member_text(one, "check"))});
     }
     if (!rows.empty()) {
-        to.table({"Item", "State", "", "How it is known"}, rows);
+        to.table({"Item", "State", "What", "How it is known"}, rows);
     }
     write_devices(to, gateway);
 }

@@ -7,6 +7,7 @@
 #include "support/input_error.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <thread>
 #include <utility>
@@ -221,6 +222,24 @@ class plan_runner {
     bool quiet_ = false;
 };
 
+// One entry may name a gateway by its id and another one by its address.
+void require_distinct_places(const std::vector<gateway_plan> &plans,
+                             const discovery_result &found) {
+    std::map<std::string, std::string> names;
+    for (const gateway_plan &one : plans) {
+        const auto placed = parse_address(one.address);
+        const lan_client::announcement *announced = placed ? nullptr : found.find_id(one.id);
+        const std::string place = placed      ? placed->place()
+                                  : announced ? from_announcement(*announced).place()
+                                              : one.id;
+        const auto [known, is_new] = names.emplace(place, one.name);
+        if (!is_new) {
+            throw wrong_usage(fmt::format("{} and {} are the same gateway, at {}", known->second,
+                                          one.name, place));
+        }
+    }
+}
+
 // Before anything is sent: a secret or an image that is missing at the end of the work is worse.
 void require_files(const std::vector<gateway_plan> &plans, plan_context &context) {
     for (const gateway_plan &one : plans) {
@@ -285,6 +304,7 @@ run_plan(gateway_session &session, const site_plan &plan, const plan_run_options
         .progress = progress, .images = images, .again = options.again, .confirmed = options.yes};
     const discovery_result found = find_gateways(session, plan, options.listen);
     const std::vector<gateway_plan> plans = chosen_gateways(plan, found, options.only);
+    require_distinct_places(plans, found);
     require_files(plans, context);
     plan_runner runner(session, context, options, found);
     if (!options.apply) {
