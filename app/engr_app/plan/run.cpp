@@ -279,6 +279,9 @@ bool may_be_irreversible(const gateway_plan &plan) {
 } // namespace
 
 std::string outcome_sentence(const gateway_outcome &outcome) {
+    if (outcome.problem && outcome.steps.empty()) {
+        return fmt::format("{}: {}", outcome.plan.name, outcome.problem->what());
+    }
     const std::size_t failed = outcome.count(step_state::failed);
     const std::string counts =
         fmt::format("{} done, {} already as planned{}", outcome.count(step_state::done),

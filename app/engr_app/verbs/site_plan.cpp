@@ -20,6 +20,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <termios.h>
 #include <unistd.h>
 
 namespace engr_app {
@@ -73,6 +74,7 @@ void confirm_steps(console &out, const std::vector<std::string> &sentences) {
     if (sentences.size() > most_shown_steps) {
         out.notice(fmt::format("  and {} more", sentences.size() - most_shown_steps));
     }
+    tcflush(STDIN_FILENO, TCIFLUSH); // what was typed before was no answer
     out.notice("Type 'yes' to apply the whole plan with them:");
     std::string typed;
     std::getline(std::cin, typed);
