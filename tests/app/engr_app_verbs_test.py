@@ -231,7 +231,6 @@ class VerbsTest(unittest.TestCase):
                 (["bind", "a1:p", "a1:q"], "twice"), (["bind", "a1:p", "b"], "CID:PID"),
                 (["devices", "--sort", "size"], "unknown column size"),
                 (["devices", "--filter", "state"], "COLUMN=TEXT"),
-                (["devices", "--csv", "--json"], "--json"),
                 (["dp", "set", "a1", "--json-dps", '{"1":[]}'], "data point 1"),
                 (["group", "add", "g"], "CID"),
                 (["channel", "set", "27"], "--force"), (["token", "set", "t" * 65], "1 to 64"),

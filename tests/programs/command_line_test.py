@@ -39,7 +39,7 @@ class Usage(unittest.TestCase):
         ("devices more", "unexpected argument 'more'; see engr_app devices --help"),
         ("", "name a command; see engr_app --help"),
         ("channel", "name a command: get, set; see engr_app channel --help"),
-        ("unbind", "CIDS is missing; see engr_app unbind --help"),
+        ("unbind", "CID is missing; see engr_app unbind --help"),
         ("--timeout abc devices", "--timeout: invalid value 'abc': use a number from 0.01 to 86400"),
         ("watch --for -3", "--for: invalid value '-3': use a number greater than 0"),
         ("channel set abc", "N: 'abc' is not a number; see engr_app channel set --help"),

@@ -213,7 +213,7 @@ class StartTest(unittest.TestCase):
             with self.subTest(options=options), Gateway(*options, site=ONE_DEVICE) as gateway:
                 app = gateway.address
                 self.assertEqual(gateway.run_app("channel", "set", "14").returncode, 0)
-                self.assertEqual(gateway.run_app("channel", "set", "--force", "9").returncode, 1)
+                self.assertEqual(gateway.run_app("channel", "set", "--force", "9").returncode, 4)
                 while gateway.status()["clients"] != 0:
                     time.sleep(0.01)
                 gateway.stop()
@@ -229,7 +229,7 @@ class StartTest(unittest.TestCase):
         with Gateway(site=ONE_DEVICE) as gateway:
             for _ in range(2):
                 self.assertEqual(gateway.run_app("config", "push", "app", "-", text='{"n": 1}').returncode, 0)
-                self.assertEqual(gateway.run_app("config", "pull").returncode, 0)
+                self.assertEqual(gateway.run_app("config", "pull", "app").returncode, 0)
             self.assertEqual(gateway.run_app("config", "push", "cloud", "-", text='{"n": 2}').returncode, 0)
             bound = time.monotonic() + PATIENCE_S
             while gateway.stderr().count(" pushed app.config, 8 bytes") != 2:

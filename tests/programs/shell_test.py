@@ -61,7 +61,7 @@ class CompletionTest(unittest.TestCase):
         self.assertEqual(self.complete("engr_app", "dp", "get", ""), [])
         with Gateway(site=SITE) as gateway, mock.patch.dict(os.environ, self.environment):
             self.assertEqual(gateway.run_app("devices").returncode, 0)
-            self.assertEqual(gateway.run_app("group", "oper", "add", "hall", "lamp1").returncode, 0)
+            self.assertEqual(gateway.run_app("group", "add", "hall", "lamp1").returncode, 0)
             self.assertEqual(gateway.run_app("group", "oper", "add", "hall", "nosuch").returncode, 1)
         self.assertEqual(self.complete("engr_app", "dp", "get", ""), ["door1", "lamp1"],
                          "expected no id that means something to a shell")

@@ -79,6 +79,14 @@ std::optional<gateway> parse_address(const std::string &text) {
     return named;
 }
 
+bool is_gateway_address(const std::string &text) {
+    try {
+        return parse_address(text).has_value();
+    } catch (const failure &) {
+        return false;
+    }
+}
+
 gateway from_announcement(const announcement &found) {
     return {found.address, lan_client::gateway_port, found, false};
 }

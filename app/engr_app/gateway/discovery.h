@@ -39,6 +39,9 @@ struct gateway {
  */
 [[nodiscard]] std::optional<gateway> parse_address(const std::string &text);
 
+/** @return whether the text is ADDRESS or ADDRESS:PORT */
+[[nodiscard]] bool is_gateway_address(const std::string &text);
+
 [[nodiscard]] gateway from_announcement(const lan_client::announcement &found);
 
 using announcement_rule = std::function<bool(const lan_client::announcement &)>;

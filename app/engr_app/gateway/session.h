@@ -79,6 +79,9 @@ class gateway_session {
      */
     void end_on_interrupt();
 
+    /** Lets Ctrl-C pass: whoever has made this session ends the work. Call it before any wait. */
+    void ignore_interrupt() { ends_on_interrupt_ = true; }
+
     /** @return what shows and records frames, for a verb that has sockets of its own */
     [[nodiscard]] lan_client::traffic_observer observer();
 

@@ -122,7 +122,7 @@ class gateway_reader {
         if (found_ == nullptr && entry_.has("address")) {
             const setting given = entry_.member("address");
             plan_.address = given.text(max_id_bytes);
-            if (!parse_address(plan_.address)) {
+            if (!is_gateway_address(plan_.address)) {
                 given.refuse("expected an IPv4 address, as in 192.168.1.20");
             }
             variables_["address"] = plan_.address;

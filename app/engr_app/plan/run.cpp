@@ -176,6 +176,7 @@ class plan_runner {
             }
             console out(session_.out(), outcome.plan.name, quiet_);
             gateway_session session(own, out, session_.recorder(), target, "");
+            session.ignore_interrupt();
             work_in(session, outcome, apply);
         } catch (const failure &problem) {
             outcome.problem = problem;
