@@ -230,7 +230,7 @@ class StartTest(unittest.TestCase):
             for _ in range(2):
                 self.assertEqual(gateway.run_app("config", "push", "app", "-", text='{"n": 1}').returncode, 0)
                 self.assertEqual(gateway.run_app("config", "pull", "app").returncode, 0)
-            self.assertEqual(gateway.run_app("config", "push", "cloud", "-", text='{"n": 2}').returncode, 0)
+            self.assertEqual(gateway.run_app("config", "push", "cloud", "-", "--yes", text='{"n": 2}').returncode, 0)
             bound = time.monotonic() + PATIENCE_S
             while gateway.stderr().count(" pushed app.config, 8 bytes") != 2:
                 self.assertLess(time.monotonic(), bound, gateway.stderr())

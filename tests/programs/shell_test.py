@@ -62,11 +62,11 @@ class CompletionTest(unittest.TestCase):
         with Gateway(site=SITE) as gateway, mock.patch.dict(os.environ, self.environment):
             self.assertEqual(gateway.run_app("devices").returncode, 0)
             self.assertEqual(gateway.run_app("group", "add", "hall", "lamp1").returncode, 0)
-            self.assertEqual(gateway.run_app("group", "oper", "add", "hall", "nosuch").returncode, 1)
+            self.assertEqual(gateway.run_app("group", "add", "hall", "nosuch").returncode, 4)
         self.assertEqual(self.complete("engr_app", "dp", "get", ""), ["door1", "lamp1"],
                          "expected no id that means something to a shell")
         self.assertEqual(self.complete("engr_app", "unbind", "door1", "l"), ["lamp1"])
-        self.assertEqual(self.complete("engr_app", "group", "exec", ""), ["hall"])
+        self.assertEqual(self.complete("engr_app", "group", "set", ""), ["hall"])
 
     @unittest.skipUnless(shutil.which("zsh"), "no zsh")
     def test_zsh_reads_its_completion(self):
