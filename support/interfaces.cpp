@@ -41,7 +41,8 @@ std::vector<std::string> interfaces_up() {
             names.emplace_back(each->ifa_name);
         }
     }
-    std::ranges::stable_partition(names, [](const std::string &name) { return name != "lo"; });
+    std::stable_partition(names.begin(), names.end(),
+                          [](const std::string &name) { return name != "lo"; });
     return names;
 }
 

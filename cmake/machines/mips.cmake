@@ -3,4 +3,6 @@ set(machine mips)
 set(triplet mips-linux-gnu)
 set(emulator qemu-mips)
 set(CMAKE_SYSTEM_PROCESSOR mips)
+# 64-bit atomics, which the Linux port and the gateway's services use, are in a library.
+set(CMAKE_CXX_STANDARD_LIBRARIES_INIT -latomic)
 include("${CMAKE_CURRENT_LIST_DIR}/debian_cross.cmake")

@@ -3,24 +3,17 @@
 
 #include "base/counted.h"
 #include "gateway/session.h"
+#include "terminal/question.h"
 
-#include <array>
-#include <string_view>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <poll.h>
-#include <unistd.h>
 
 namespace engr_app {
 namespace {
 
 constexpr std::size_t most_named_gateways = 20;
-
-bool can_ask() {
-    return ::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1;
-}
 
 bool concerns_all(CLI::App &parser) {
     CLI::App *whole = &parser;
@@ -45,19 +38,6 @@ std::string place_text(gateway_session &session) {
         names += fmt::format(" and {} more", all.size() - most_named_gateways);
     }
     return fmt::format("on {}: {}", counted(all.size(), "gateway"), names);
-}
-
-// A line of the terminal that says yes; a signal, which ends the wait, doesn't.
-bool reads_yes() {
-    pollfd input{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
-    std::array<char, 64> line{};
-    if (::poll(&input, 1, -1) != 1) {
-        return false;
-    }
-    const ssize_t count = ::read(STDIN_FILENO, line.data(), line.size());
-    std::string_view typed(line.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
-    typed = typed.substr(0, typed.find_first_of("\r\n"));
-    return typed == "y" || typed == "Y" || typed == "yes" || typed == "Yes" || typed == "YES";
 }
 
 } // namespace
@@ -99,8 +79,7 @@ void consent::require_always(gateway_session &session, const std::string &change
             fmt::format("{} {}: give --yes to do this without being asked", change, place));
     }
     if (!given_ && !std::exchange(asked_, true)) {
-        session.out().question(fmt::format("{} {}?\nContinue? [y/N] ", change, place));
-        given_ = reads_yes();
+        given_ = is_confirmed(session.out(), fmt::format("{} {}?", change, place));
     }
     if (!given_) {
         throw failure("not_confirmed", "nothing was changed");

@@ -3,12 +3,11 @@
 #include "gateway/request.h"
 #include "lan_client/provisioning.h"
 #include "support/utf8.h"
+#include "terminal/question.h"
 #include "verbs/secret_argument.h"
 #include "verbs/verb.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <iostream>
 #include <memory>
 #include <optional>
 #include <set>
@@ -18,7 +17,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 namespace engr_app {
 namespace {
@@ -149,7 +147,7 @@ class surroundings {
 };
 
 void require_confirmation(const provision_arguments &given) {
-    if (!given.yes && isatty(STDIN_FILENO) != 1) {
+    if (!given.yes && !can_ask()) {
         throw wrong_usage("provision: give --yes to send password and token without being asked");
     }
 }
@@ -160,16 +158,11 @@ void confirm_sending(gateway_session &session, const provision_arguments &given,
         return;
     }
     const bool to_all = given.address == lan_client::broadcast_address;
-    session.out().question(fmt::format(
-        "Send the name of network {}{} and the token to {}{}?\nContinue? [y/N] ", given.network,
-        given.open ? "" : ", its password", to_all ? "every host" : given.address,
-        interface_name.empty() ? "" : " on " + interface_name));
-    std::string typed;
-    std::getline(std::cin, typed);
-    if (!std::cin && errno == EINTR) {
-        throw interrupted();
-    }
-    if (typed != "yes" && typed != "y") {
+    const std::string text =
+        fmt::format("Send the name of network {}{} and the token to {}{}?", given.network,
+                    given.open ? "" : ", its password", to_all ? "every host" : given.address,
+                    interface_name.empty() ? "" : " on " + interface_name);
+    if (!is_confirmed(session.out(), text)) {
         throw failure("not_confirmed", "nothing was sent");
     }
 }

@@ -11,17 +11,15 @@
 #include "plan/report.h"
 #include "plan/run.h"
 #include "plan/schema.h"
+#include "terminal/question.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <iostream>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <termios.h>
-#include <unistd.h>
 
 namespace engr_app {
 namespace {
@@ -62,23 +60,19 @@ void write_report(const std::string &path, const json &report) {
 }
 
 void confirm_steps(console &out, const std::vector<std::string> &sentences) {
-    if (isatty(STDIN_FILENO) != 1) {
-        throw wrong_usage(fmt::format("site apply: the plan has steps that can't be undone, "
-                                      "which need --yes: {} in all, the first is {}",
+    if (!can_ask()) {
+        throw wrong_usage(fmt::format("site apply: {} steps can't be undone, so that they need "
+                                      "--yes; the first is {}",
                                       sentences.size(), sentences.front()));
     }
-    out.notice("These steps can't be undone:");
+    std::string text = "These steps can't be undone:\n";
     for (std::size_t index = 0; index < std::min(sentences.size(), most_shown_steps); ++index) {
-        out.notice("  " + sentences[index]);
+        text += "  " + sentences[index] + '\n';
     }
     if (sentences.size() > most_shown_steps) {
-        out.notice(fmt::format("  and {} more", sentences.size() - most_shown_steps));
+        text += fmt::format("  and {} more\n", sentences.size() - most_shown_steps);
     }
-    tcflush(STDIN_FILENO, TCIFLUSH); // what was typed before was no answer
-    out.notice("Type 'yes' to apply the whole plan with them:");
-    std::string typed;
-    std::getline(std::cin, typed);
-    if (typed != "yes") {
+    if (!is_confirmed(out, text + "Apply the whole plan with them?")) {
         throw failure("not_confirmed", "nothing was changed");
     }
 }
