@@ -16,6 +16,8 @@ from gateway import BIN_DIR, PATIENCE_S
 
 ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
 COMMANDS = ("console", "sh")
+# A bound against hanging, for commands that build something.
+BUILD_PATIENCE_S = 30 * PATIENCE_S
 FENCED = re.compile(r"^```(.*)\n((?:.*\n)*?)^```$", re.MULTILINE)
 CONSOLE = re.compile(r"^\$ ((?:.*\\\n)*.*)\n((?:(?!\$ ).*\n)*)", re.MULTILINE)
 # Runs $COMMAND where the one before it has left directory and environment.
@@ -127,6 +129,7 @@ class Player:
         """What a reader of README.md has after the first build."""
         os.makedirs(os.path.join(self.directory, "build", "release"))
         os.symlink(os.path.abspath(BIN_DIR), os.path.join(self.directory, "build", "release", "bin"))
+        os.symlink(os.path.join(ROOT, "examples"), os.path.join(self.directory, "examples"))
         os.makedirs(os.path.join(self.directory, "script"))
         run = os.path.join(self.directory, "script", "run")
         with open(run, "w", encoding="utf-8") as file:
@@ -143,7 +146,7 @@ class Player:
         """Status and output."""
         with self.start(command) as process:
             try:
-                output, _ = process.communicate(timeout=10 * PATIENCE_S)
+                output, _ = process.communicate(timeout=BUILD_PATIENCE_S)
             finally:
                 if process.poll() is None:
                     os.killpg(process.pid, signal.SIGKILL)

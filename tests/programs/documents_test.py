@@ -1,13 +1,17 @@
 """The documents: what they show happens so, and what they name exists."""
 import functools
+import glob
 import os
 import re
 import subprocess
+import sys
 import tempfile
 import unittest
 
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "script"))
 from documents import COMMANDS, ROOT, Player, blocks, pages, prose, read_page
 from gateway import program
+from tidy import TOKENS
 
 # Pages whose commands another program runs.
 PLAYED_BY = {"docs/porting.md": "packaging/walk_guide"}
@@ -19,6 +23,36 @@ PROGRAMS = ("engr_app", "engr_gatewayd", "engr_gatewayctl")
 def help_of(*command):
     return subprocess.run([program(command[0]), *command[1:], "--help"], capture_output=True, text=True,
                           check=False).stdout
+
+
+@functools.lru_cache(None)
+def program_texts():
+    """The texts in the sources of the programs, each as the compiler joins its pieces."""
+    texts = []
+    for part in ("app", "gateway", "support"):
+        for path in glob.glob(f"{part}/**/*.cpp", root_dir=ROOT, recursive=True):
+            with open(os.path.join(ROOT, path), encoding="utf-8") as file:
+                source = file.read()
+            end = None
+            for token in TOKENS.finditer(source):
+                if token[0].startswith('"'):
+                    if end is None or source[end:token.start()].strip():
+                        texts.append("")
+                    texts[-1] += token[0][1:-1].replace('\\"', '"')
+                    end = token.end()
+    return texts
+
+
+def is_said(piece):
+    """Whether a program has this text, as a whole or, at a colon or semicolon, in two pieces."""
+    return any(piece in each for each in program_texts()) or any(
+        is_said(piece[:seam.start()]) and is_said(piece[seam.end():]) for seam in re.finditer("[:;] ", piece))
+
+
+def unknown_pieces(message):
+    """What a message says between its gaps and no program does; the name of a gateway belongs to its gap."""
+    text = re.sub(r"^engr_\w+: ", "", " ".join(message.split())).replace("gateway ...", "...")
+    return [piece for piece in re.split(r" *\.\.\. *", text) if not is_said(piece)]
 
 
 def slug(heading):
@@ -76,6 +110,13 @@ class Documents(unittest.TestCase):
             for span in re.findall(r"`((?:%s) [^`]*)`" % "|".join(PROGRAMS), prose(read_page(path))):
                 with self.subTest(path, command=span):
                     self.assertEqual(list(wrong_names(" ".join(span.split()))), [])
+
+    def test_messages_are_those_of_the_programs(self):
+        messages = [block.text for block in blocks(read_page("docs/troubleshooting.md")) if block.language == "message"]
+        for message in messages:
+            with self.subTest(message=message):
+                self.assertEqual(unknown_pieces(message), [])
+        self.assertTrue(messages, "expected messages on the page")
 
     def test_links_lead_somewhere(self):
         for path in pages():
