@@ -12,9 +12,9 @@ from pathlib import Path
 
 C_LIBRARY = """__errno_location errno free memcmp memcpy memmove memset
     snprintf strcasecmp strerror strlen strncmp strnlen vsnprintf""".split()
-# What compilers add: the global offset table, helpers on Arm, checked forms of the above, stack protection,
-# assertions.
-COMPILER = re.compile(r"_GLOBAL_OFFSET_TABLE_$|__aeabi_\w+$|__(mem|v?sn?printf|str)\w+_chk$"
+# What compilers add: the global offset table (on MIPS _gp_disp leads there), helpers on Arm, checked forms of the
+# above, stack protection, assertions.
+COMPILER = re.compile(r"_GLOBAL_OFFSET_TABLE_$|_gp_disp$|__aeabi_\w+$|__(mem|v?sn?printf|str)\w+_chk$"
                       r"|__stack_chk_fail$|__assert_fail$")
 
 
