@@ -51,7 +51,6 @@ void consent::declare(CLI::App &parser, std::function<asked_runs()> asked) {
             now == asked_runs::any || (now == asked_runs::with_all && concerns_all(parser));
         if (needed && !given_ && !can_ask()) {
             throw CLI::ValidationError(
-                parser.get_name(),
                 now == asked_runs::any
                     ? "this can't be taken back; give --yes to do it without being asked"
                     : "with --all this changes every gateway found; give --yes to do it without "
