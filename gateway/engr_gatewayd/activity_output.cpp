@@ -17,7 +17,7 @@ namespace {
 constexpr int lines_per_second = 50;
 constexpr std::size_t line_bytes_max = 400;
 
-bool is_shown = true;
+bool activity_is_shown = true;
 
 std::mutex activity_mutex; // guards what follows
 std::time_t current_second;
@@ -37,11 +37,11 @@ std::string time_of_day(std::time_t now) {
 } // namespace
 
 void set_activity_shown(bool shown) {
-    is_shown = shown;
+    activity_is_shown = shown;
 }
 
 void show_activity(std::string_view text) {
-    if (!is_shown) {
+    if (!activity_is_shown) {
         return;
     }
     const std::time_t now = std::time(nullptr);
