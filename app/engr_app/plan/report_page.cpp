@@ -22,7 +22,7 @@ constexpr std::size_t max_page_cell_columns = 500;
 class page {
   public:
     virtual ~page() = default;
-    virtual void heading(int level, const std::string &text) = 0;
+    virtual void heading(std::size_t level, const std::string &text) = 0;
     virtual void paragraph(const std::string &text) = 0;
     virtual void table(const row &header, const std::vector<row> &rows) = 0;
     virtual void sign_off() = 0;
@@ -39,7 +39,7 @@ std::string escaped_text(const std::string &text, std::string_view special,
 
 class markdown_page : public page {
   public:
-    void heading(int level, const std::string &text) override {
+    void heading(std::size_t level, const std::string &text) override {
         text_ += fmt::format("{}{} {}\n\n", text_.empty() ? "" : "\n", std::string(level, '#'),
                              escaped(text));
     }
@@ -86,7 +86,7 @@ class html_page : public page {
     explicit html_page(const std::string &title)
         : text_(fmt::format(fmt::runtime(html_head), escaped(title))) {}
 
-    void heading(int level, const std::string &text) override {
+    void heading(std::size_t level, const std::string &text) override {
         text_ += fmt::format("<h{0}>{1}</h{0}>\n", level, escaped(text));
     }
     void paragraph(const std::string &text) override {
