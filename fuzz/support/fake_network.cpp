@@ -168,7 +168,7 @@ class udp_listener::socket : public std::enable_shared_from_this<socket> {
     void open() {
         const auto arrive = [self = shared_from_this(), bytes = fuzz::the_far_side().datagram] {
             if (!self->closed_ && !bytes.empty()) {
-                self->on_datagram_(bytes, fuzz::datagram_sender);
+                self->on_datagram_(bytes, {fuzz::datagram_sender, "lo"});
             }
         };
         fuzz::call_later({}, arrive);
