@@ -21,7 +21,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <sstream>
 #include <vector>
@@ -36,29 +35,28 @@ const std::string image_file = std::filesystem::temp_directory_path() / "engr_fu
 constexpr const char *command_lines[] = {
     "info --versions",
     "devices --versions",
-    "online",
     "watch --for 100",
     "dp get a1",
     "dp set a1 1=true",
     "dp query a1 1",
     "channel get",
     "channel set 20",
-    "group oper add g a1 b2",
-    "group exec g 1=true",
-    "scene exec s",
+    "group add g a1 b2",
+    "group set g 1=true",
+    "linkage run s",
     "scene run g s",
     "unbind a1 b2",
-    "token correct-horse-battery",
+    "token set correct-horse-battery",
     "wifi net --password correct-horse-battery",
     "join open --seconds 100",
-    "config pull",
+    "config pull app",
     "log",
     "log --sanitized",
     "upgrade IMAGE --version 2",
     "upgrade IMAGE --version 2 --cid a1",
     "deactivate --yes",
     "site report --data-points --versions",
-    "keepalive",
+    "ping -c 2 -i 0.1",
     "raw 241",
     "discover",
 };
@@ -77,13 +75,11 @@ std::unique_ptr<command> parse(std::string line) {
     // Some verbs look whether these were given.
     parsed->parser.add_flag("--all");
     parsed->parser.add_option("--gateway");
-    std::map<const CLI::App *, engr_app::verb_work> works;
     for (const engr_app::verb &one : engr_app::verbs()) {
-        CLI::App *parser = parsed->parser.add_subcommand(one.name, one.summary);
-        works[parser] = one.declare(*parser);
+        engr_app::add_verb(parsed->parser, one);
     }
     parsed->parser.parse(line);
-    parsed->work = works.at(parsed->parser.get_subcommands().front());
+    parsed->work = engr_app::verb_named_in(parsed->parser).work;
     return parsed;
 }
 
@@ -129,7 +125,8 @@ void run(const engr_app::verb_work &work, const engr_app::global_options &option
     engr_app::gateway_session session(options, out, nullptr);
     try {
         const int exit_code = work(session);
-        require(exit_code >= 0 && exit_code <= 2, "one of the exit codes");
+        const auto is_it = [exit_code](const auto &one) { return one.status == exit_code; };
+        require(std::ranges::any_of(engr_app::exit_statuses(), is_it), "one of the exit statuses");
     } catch (const engr_app::failure &failed) {
         out.problem(failed.kind(), failed.what());
     } catch (const support::input_error &error) {
@@ -143,7 +140,8 @@ void run(const engr_app::verb_work &work, const engr_app::global_options &option
 // In the place of the screen on the terminal.
 namespace engr_app {
 
-screen::screen() : output_is_terminal_(true), messages_are_terminal_(true), columns_(100) {}
+screen::screen(bool quiet)
+    : quiet_(quiet), output_is_terminal_(true), messages_are_terminal_(true), columns_(100) {}
 
 void screen::output(std::string_view lines) {
     check_shown(lines);
@@ -175,6 +173,9 @@ void screen::finish(const std::shared_ptr<bar_state> &) {}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     std::ofstream(image_file) << std::string(3000, 'i');
+    for (const char *name : {"XDG_CACHE_HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME"}) {
+        setenv(name, "/nonexistent", 1); // nothing of the user's is read or written
+    }
     return setenv("NO_COLOR", "1", 1);
 }
 
