@@ -43,6 +43,16 @@ TEST(bounded_text, keeps_what_fits_and_records_that_it_was_cut) {
             EXPECT_EQ(other[8], '\0') << "expected nothing to be written behind the buffer";
         }
     }
+    char buffer[8];
+    bounded_text list(buffer, sizeof buffer);
+    list.add("a,");
+    for (const char *text : {"a", "a"}) {
+        list.drop_final(',');
+        EXPECT_STREQ(list.text(), text) << "expected one comma to be dropped, and nothing else";
+    }
+    list.drop_final('a');
+    list.drop_final('a');
+    EXPECT_EQ(list.length(), 0U);
     char field[4] = "###";
     copy_text(field, "abcdef");
     EXPECT_STREQ(field, "abc");

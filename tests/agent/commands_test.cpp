@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sys/stat.h>
+#include <utility>
 
 namespace {
 
@@ -319,6 +320,10 @@ TEST_F(commands, to_the_gateway_are_checked_and_answered_with_the_result_of_the_
          "14/7/1/permit join set error", nullptr, nullptr, "permit_join", 0},
         {"join, no time", FRM_PERMIT_JOIN, R"({"type":1})", "14/7/1/data format error", "",
          "op_ret:-803 frame_type:14"},
+        {"join, no type", FRM_PERMIT_JOIN, R"({"time":60})", "14/7/1/data format error", "",
+         nullptr},
+        {"join, not JSON", FRM_PERMIT_JOIN, "{no}", "14/7/1/data format error", "",
+         "Json Parse Fails"},
         {"join, time of another type", FRM_PERMIT_JOIN, R"({"type":1,"time":"60"})",
          "14/7/1/data format error", "", nullptr},
         {"wifi", FRM_WIFI_MODIFY, R"({"ssid":"n","passwd":"p"})", "15/7/0/",
@@ -327,6 +332,8 @@ TEST_F(commands, to_the_gateway_are_checked_and_answered_with_the_result_of_the_
          R"(gw_wifi_modify_and_conn("n",null)=0)", nullptr},
         {"wifi, refused", FRM_WIFI_MODIFY, R"({"ssid":"n"})", "15/7/1/inner process failed",
          nullptr, "op_ret:-6 frame_type:15", "gw_wifi_modify_and_conn", -6},
+        {"wifi, not JSON", FRM_WIFI_MODIFY, "{no}", "15/7/1/data format error", "",
+         "Json Parse Fails"},
         {"wifi, no ssid", FRM_WIFI_MODIFY, R"({"passwd":"p"})", "15/7/1/data format error", "",
          nullptr},
         {"wifi, password of another type", FRM_WIFI_MODIFY, R"({"ssid":"n","passwd":1})",
@@ -421,6 +428,15 @@ TEST_F(commands, that_push_and_read_configuration_keep_it_byte_for_byte) {
     EXPECT_NE(calls().find("gw_engineer_sync_default_config()=0 engr_end_notify()"),
               std::string::npos);
     EXPECT_TRUE(world.log().has(4, "user default way to sync config file"));
+
+    engr_get_gw_cntl()->dev_delete_notify = nullptr;
+    EXPECT_EQ(app->ask(FRM_DEL_SUB_DEV, R"({"cid":"lamp"})", true), R"(228/0/0/{"cid":"lamp"})")
+        << "expected a device to be deleted without a callback, too";
+    EXPECT_EQ(app->receive_text(), R"(242/7/0/{"cid":"lamp"})");
+    const auto notify = std::exchange(engr_get_gw_cntl()->engr_end_notify, nullptr);
+    EXPECT_EQ(app->ask(FRM_DOWNLOAD_CLOUD_CFG, "{}", true), "245/7/0/");
+    engr_get_gw_cntl()->engr_end_notify = notify;
+    calls();
 
     world.fail("kelo_hal_net_send", sim::nth(1));
     app->send_encrypted(7, FRM_DOWNLOAD_CLOUD_CFG, "{}");

@@ -106,9 +106,11 @@ TEST(device_lists, end_when_a_list_has_less_than_26_bytes_left_or_an_id_does_not
         std::vector<size_t> ids; // lengths of the ids of the online devices
         size_t last_id;          // of a device that is offline
         bool is_answered;
+        char online = '1';
     } cases[] = {
         {"26 left", {13, 14}, 1, true},
         {"25 left", {14, 14}, 1, false},
+        {"25 left of the offline list", {14, 14}, 1, false, '0'},
         {"an id that takes all but one", {13, 14, 22}, 0, true},
         {"an id that takes all", {13, 14, 23}, 0, false},
         {"25 left, and nothing more to list", {14, 14}, 0, true},
@@ -121,7 +123,7 @@ TEST(device_lists, end_when_a_list_has_less_than_26_bytes_left_or_an_id_does_not
             const std::string id(length, static_cast<char>('a' + online.size() % 26));
             online += (online.empty() ? "\"" : ",\"") + id + '"';
             devices += (devices.empty() ? "" : ",") + std::string(R"({"dev_id":")") + id +
-                       R"(","state":1,"online":1})";
+                       R"(","state":1,"online":)" + one.online + "}";
         }
 
         std::string answer = R"(224/7/0/{"online":[)" + online + "]";

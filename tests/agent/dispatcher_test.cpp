@@ -1,4 +1,5 @@
 /* The dispatcher: registered handlers, decryption, and types without a handler. */
+#include "base/json_request.h"
 #include "clients/lan_pro_cntl.h"
 #include "story_gateway.h"
 #include "transport/frame_types.h"
@@ -164,6 +165,13 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
     }
     EXPECT_EQ(engr_lan_protocol_register_cb(600, must_not_run), -2);
     EXPECT_TRUE(world.log().has(0, "register lan proto err, reach max: 20"));
+}
+
+TEST(json_request, reads_nothing_behind_the_end_of_its_text) {
+    for (const char *text : {"", "\"\\", "{\"a\":\"\\", "]", "}"}) {
+        EXPECT_FALSE(json_request(text)) << text;
+    }
+    EXPECT_FALSE(json_request(nullptr));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 /* Every single failure of the port in whole stories: the k-th call of each operation fails, once or
  * from then on, for k = 1, 2, ... until a run meets no fault. */
+#include "end_process.h"
 #include "whole_stories.h"
 
 #include <sys/wait.h>
@@ -71,7 +72,7 @@ outcome in_own_process(const std::function<outcome()> &run) {
     if (child == 0) {
         const outcome found = run();
         std::fflush(stdout);
-        _exit(static_cast<int>(found));
+        end_process(static_cast<int>(found));
     }
     int status = 0;
     if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status) ||

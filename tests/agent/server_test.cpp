@@ -104,6 +104,26 @@ TEST_F(server, drops_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
     EXPECT_EQ(app.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
 }
 
+TEST_F(server, drops_a_frame_that_there_is_no_memory_for_and_keeps_the_client) {
+    story_app app = gateway.connect();
+    world.fail("Malloc", sim::nth(1), {.thread = "lpc_task"});
+    app.send(3, FRM_DEV_LIST, std::string(1000, 'x'));
+    EXPECT_EQ(app.receive_text(100), "nothing");
+    EXPECT_TRUE(world.log().has(0, "malloc error"));
+    EXPECT_EQ(app.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
+}
+
+TEST_F(server, watches_its_listening_socket_beside_a_client_with_a_lower_number) {
+    const int32_t low = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
+    lpc_close_all_socket();
+    ASSERT_TRUE(world.run_until_listening(lan_port, 5'000));
+    world.fail("kelo_hal_net_accept", sim::nth(1), {.result = low});
+    story_app first = gateway.connect();
+    EXPECT_TRUE(world.log().has(4, "new client connect. nums:1 cfd:" + std::to_string(low)));
+    EXPECT_EQ(first.ask(FRM_KEEPALIVE), "9/0/0/");
+    EXPECT_EQ(gateway.connect().ask(FRM_KEEPALIVE), "9/0/0/");
+}
+
 TEST_F(server, restarts_the_timeout_of_a_frame_with_each_byte) {
     story_app app = gateway.connect();
     const std::string whole = frame(3, 241, std::string(1000, 'x'));
@@ -333,6 +353,8 @@ TEST_F(server, exact_read_refuses_a_buffer_that_is_absent_or_too_small) {
     uint8_t buffer[4];
     EXPECT_EQ(kelo_net_recv_nd_size(1, nullptr, 4, 4), -1);
     EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, 3, 4), -1);
+    EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, UINT32_MAX, 0x80000000), -1)
+        << "expected no more than can be told in the result";
     EXPECT_EQ(kelo_net_recv_nd_size(1 << 20, buffer, 4, 4), -2)
         << "expected an unknown socket to end it at once";
     EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, 4, 0), 0);

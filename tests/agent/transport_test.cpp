@@ -112,6 +112,8 @@ TEST_F(transport, cursors_stay_at_the_end_after_an_overrun) {
     EXPECT_EQ(writer.written(), 7U);
     writer.bytes(bytes, 1);
     EXPECT_FALSE(writer.ok());
+    writer.bytes(bytes, 0);
+    EXPECT_FALSE(writer.ok()) << "expected an overrun to stay";
     EXPECT_EQ(hex(written, 8), "0a0b0c0d01020300");
 }
 

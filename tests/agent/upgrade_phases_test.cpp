@@ -168,6 +168,24 @@ TEST_F(upgrade_phases, a_transfer_started_during_the_outcome_of_another_outlives
         settle();
         EXPECT_EQ(service.outcome_of_each(), one.outcomes);
     }
+    // Its outcome is being told when the one of the transfer before comes to its end.
+    reach("receiving");
+    service.in_outcome = [this](int) {
+        sim::world &same = world; // the callback replaces itself
+        service.in_outcome = [&same](int) { same.run_for(1'000); };
+        EXPECT_EQ(service.start_transfer(), 0);
+        same.run_for(100);
+    };
+    for (int transfer = 0; transfer < 2; ++transfer) {
+        app->send(7, FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
+        world.run_for(50);
+    }
+    world.run_for(400);
+    EXPECT_EQ(state(), "1/0") << "expected the upgrade to go on with the second transfer";
+    settle();
+    EXPECT_EQ(state(), "0/2");
+    EXPECT_EQ(service.outcome_of_each(), "0 0");
+
     // A service that replaces the transfer from inside its chunk callback and then refuses the
     // chunk has failed the upgrade, not the new transfer.
     reach("receiving");

@@ -172,6 +172,39 @@ TEST(upgrade_races, two_ends_at_once_give_each_transfer_one_outcome_under_all_sc
     std::printf("%llu schedules\n", static_cast<unsigned long long>(runs));
 }
 
+TEST(upgrade_races, an_expiry_ends_nothing_that_a_chunk_has_kept_alive) {
+    const auto story = [](sim::world &world) {
+        upgrade_gateway gateway(world);
+        service.offered.file_size = 8;
+        ASSERT_EQ(upgrade_create(), 0);
+        upgrade_begin();
+        service.start_transfer();
+        bool is_admitted = false;
+        sim::begin_race();
+        {
+            const sim::test_thread server = world.spawn("server", [&] {
+                world.run_for(chunk_watchdog_ms);
+                lan_upg_mgr_t manager{};
+                is_admitted = upgrade_admit_chunk(manager) == chunk_admission::admitted;
+                if (is_admitted) {
+                    upgrade_arm_watchdog(manager, chunk_watchdog_ms);
+                }
+            });
+        }
+        sim::end_race();
+        world.run_for(chunk_watchdog_ms / 2);
+        EXPECT_EQ(update_stat == 1, is_admitted);
+        EXPECT_EQ(service.outcome_of_each(), is_admitted ? "-" : "1");
+        upgrade_end_by_version();
+        upgrade_release();
+    };
+    const sim::search_result found = sim::try_all_schedules(
+        story, {.preemptions_max = preemptions_to_search(), .whole_story = false}, {},
+        sim::no_failure_yet);
+    sim::report(found, true);
+    EXPECT_TRUE(found.complete) << "expected all schedules to pass";
+}
+
 TEST(upgrade_races, the_outcome_may_stop_the_agent_on_whatever_thread_it_arrives) {
     sim::expect_all_seeds(60, [](sim::world &world) {
         upgrade_gateway gateway(world);

@@ -118,6 +118,9 @@ TEST_F(upgrade, announcements_are_checked_and_stored) {
         const char *answer;
     } cases[] = {
         {FRM_CHK_SOFT_VER, "{not json}", "250/7/1/data format error"},
+        {FRM_DEV_UPGRADE_INFO, "{not json}", "229/7/1/data format error"},
+        {FRM_DEV_UPGRADE_INFO, R"({"firmwareType":0,"fileMd5":"m","cid":"lamp","swVer":"1"})",
+         "229/7/1/data format error"},
         {FRM_CHK_SOFT_VER, R"({"fileSize":1,"fileMd5":"m"})", "250/7/1/data format error"},
         {FRM_CHK_SOFT_VER, R"({"swVer":"1","fileMd5":"m"})", "250/7/1/data format error"},
         {FRM_CHK_SOFT_VER, R"({"swVer":"1","fileSize":1})", "250/7/1/data format error"},
@@ -170,6 +173,8 @@ TEST_F(upgrade, a_start_that_fails_is_refused_and_rolled_back) {
         {R"({"cid":"lamp"})", true, "230/7/1/Json Parse Fails", "Json Parse Fails"},
         {R"({"cid":"\"","firmwareType":3})", true, "230/7/1/Json Parse Fails", "Json Parse Fails"},
         {R"({"cid":"a\\","firmwareType":3})", true, "230/7/1/Json Parse Fails", "Json Parse Fails"},
+        {R"({"cid":"\u007f","firmwareType":3})", true, "230/7/1/Json Parse Fails",
+         "Json Parse Fails"},
         {R"({"cid":"\n","firmwareType":3})", true, "230/7/1/Json Parse Fails", "Json Parse Fails"},
         {R"({"cid":"lamp","firmwareType":"0"})", true, "230/7/1/Json Parse Fails",
          "Json Parse Fails"},
@@ -269,6 +274,63 @@ TEST_F(upgrade, a_chunk_that_fails_ends_it_and_is_reported_unless_the_service_re
     world.run_until_idle();
     EXPECT_EQ(state(), "0/2/still") << "expected a stray chunk to be dropped";
     EXPECT_EQ(service.take_calls(), "");
+}
+
+TEST_F(upgrade, a_chunk_never_ends_behind_4_gib) {
+    service.starts_transfer = false;
+    begin_upgrade(*app, 10);
+    app->receive_text();
+    service.offered.file_size = UINT32_MAX;
+    EXPECT_EQ(service.start_transfer(), 0);
+    app->receive_text();
+    service.take_calls();
+    app->send(7, FRM_DOWNLOAD_FIRMWARE, chunk(UINT32_MAX - 1, "abcd"));
+    EXPECT_EQ(app->receive_text(100), "nothing");
+    EXPECT_TRUE(world.log().has(0, "download length is too long:2"));
+    EXPECT_EQ(service.take_calls(), "outcome 1");
+}
+
+TEST_F(upgrade, that_ends_while_the_service_takes_the_last_chunk_has_no_second_end) {
+    begin_upgrade(*app, 4);
+    service.take_calls();
+    service.in_chunk = upgrade_end_by_version;
+    app->send(7, FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
+    EXPECT_EQ(app->receive_text(100), "nothing");
+    EXPECT_EQ(service.take_calls(), "chunk 0+4");
+    engr_set_gw_ext_stat(0);
+    upgrade_set_ext_stat(GW_EXT_STAT_GW_UPGRADING);
+    EXPECT_EQ(state(), "0/0/still") << "expected nothing to be announced of what has ended";
+
+    // The upgrade is refused meanwhile, and its transfer goes on.
+    begin_upgrade(*app, 4);
+    service.take_calls();
+    service.in_chunk = upgrade_refuse;
+    app->send(7, FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
+    EXPECT_EQ(app->receive_text(),
+              R"(231/0/0/{"firmwareType":0,"cid":"gw0001","offset":4,"downloadSize":0})");
+    EXPECT_EQ(state(), "0/2/still");
+    EXPECT_EQ(service.take_calls(), "chunk 0+4; outcome 0");
+}
+
+TEST_F(upgrade, calls_of_the_service_are_refused_without_what_they_need) {
+    lan_fw_info_t firmware{};
+    firmware.file_size = 8;
+    const get_file_cb_t take = [](lan_fw_info_t *, uint32_t, uint32_t, const uint8_t *, uint32_t,
+                                  uint32_t *, void *) { return 0; };
+    const ug_notify_cb_t told = [](lan_fw_info_t *, int, void *) { return 0; };
+    begin_upgrade(*app, 10);
+    EXPECT_EQ(lan_gw_start_upgrade("lamp", nullptr, take, nullptr, told, 0, 0), -2);
+    EXPECT_EQ(lan_gw_start_upgrade("lamp", &firmware, nullptr, nullptr, told, 0, 0), -2);
+    EXPECT_EQ(lan_gw_start_upgrade("lamp", &firmware, take, nullptr, nullptr, 0, 0), -2);
+    EXPECT_EQ(engr_lan_gw_subdevice_update("lamp", nullptr, 10, 0, 0), -2);
+    EXPECT_EQ(app->receive_text(100), "nothing");
+    EXPECT_EQ(lan_gw_start_upgrade("", &firmware, take, nullptr, told, 0, 0), 0);
+    EXPECT_EQ(app->receive_text(),
+              R"(231/0/0/{"firmwareType":0,"cid":"gw0001","offset":0,"downloadSize":8})")
+        << "expected the gateway to be meant where no device is named";
+    EXPECT_EQ(engr_rpt_upload_upgrade_percent(5, nullptr, 0), 0);
+    EXPECT_EQ(app->receive_text(), R"(232/0/0/{"firmwareType":0, "cid":"", "progress":5})");
+    upgrade_end_by_version();
 }
 
 TEST_F(upgrade, a_request_that_can_not_be_sent_ends_it) {

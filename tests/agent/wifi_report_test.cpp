@@ -1,9 +1,10 @@
 /* The report of a failed network configuration, which a process makes once: each failure is tested
  * in its own process. */
+#include "end_process.h"
 #include "gateway_services/scenario.h"
 #include "story_gateway.h"
 
-#include <cstdlib>
+#include <cstdio>
 
 namespace {
 
@@ -22,7 +23,7 @@ struct failing_step {
     ::gateway::set_gateway_field("nw_cfg_stat", "1");
     ::gateway::set_wifi_mode(4);
     world.fail(failing.operation, failing.when, failing.how);
-    engr_lan_ap_nw_cfg_error_report("description", 3);
+    engr_lan_ap_nw_cfg_error_report(nullptr, 3);
     const bool is_given_up = gateway.trace.back().find("wf_station_connect") != std::string::npos;
     const bool is_right = world.log().has(0, failing.log) && is_given_up &&
                           world.in_use().memory_blocks == 0 && world.in_use().sockets == 0 &&
@@ -31,7 +32,7 @@ struct failing_step {
     if (!is_right) {
         std::fputs(world.log().text().c_str(), stderr);
     }
-    std::_Exit(is_right ? 0 : 1);
+    end_process(is_right ? 0 : 1);
 }
 
 TEST(wifi_report, that_fails_is_logged_and_the_access_point_is_shut_down) {
