@@ -179,6 +179,9 @@ class DiscoveryTest(unittest.TestCase):
             ours = {one["id"]: one for one in json.loads(out) if one["address"] == address}
             self.assertEqual((code, set(ours)), (0, {first, second}), err)
             self.assertEqual((ours[second]["activated"], ours[second]["version"]), (True, "3.3"))
+            code, out, err = run("discover", "--fields", "id,version", "--no-header", "--sort", "id", "--filter",
+                                 f"address={address}", "--listen", "1")
+            self.assertEqual((code, out), (0, f"{first}\t3.3\n{second}\t3.3\n"), err)
             code, out, err = run("devices", "--listen", "1")
             self.assertEqual((code, out), (3, ""))
             self.assertIn("pick one with --gateway", err)

@@ -162,8 +162,7 @@ class Settings(unittest.TestCase):
             json.dump(known, file)
         code, _, err = app("channel", "get", "--listen", "0.01")
         self.assertEqual(code, 3)
-        self.assertIn("gateway first was not heard on lo within 0.01 s (each announces itself only every 5 s, see "
-                      "--listen); lo reaches only this machine", err)
+        self.assertIn("gateway first was not heard on lo", err)
 
 
 class Interrupts(unittest.TestCase):

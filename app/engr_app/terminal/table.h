@@ -24,6 +24,8 @@ struct table_view {
     std::vector<std::pair<std::string, std::string>> filters = {};
     bool header = true;
     bool csv = false; /**< as RFC 4180 has it, but with single line feeds */
+
+    [[nodiscard]] bool operator==(const table_view &) const = default;
 };
 
 /** @return whether two columns have the same name */

@@ -63,7 +63,8 @@ void declare_table(CLI::App &parser, table_view &view, std::vector<std::string> 
             ->allow_extra_args(false)
             ->delimiter(',')
             ->check(column),
-        parser.add_flag("!--no-header", view.header, "Leave the header out"),
+        parser.add_flag_callback(
+            "--no-header", [&view] { view.header = false; }, "Leave the header out"),
         parser.add_flag("--csv", view.csv, "Comma-separated values, also on a terminal"),
     };
     CLI::Option *json = whole_command_line(parser)->get_option_no_throw("--json");
