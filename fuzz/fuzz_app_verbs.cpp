@@ -174,7 +174,7 @@ void screen::finish(const std::shared_ptr<bar_state> &) {}
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     std::ofstream(image_file) << std::string(3000, 'i');
     for (const char *name : {"XDG_CACHE_HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME"}) {
-        setenv(name, "/nonexistent", 1); // nothing of the user's is read or written
+        setenv(name, "/dev/null", 1); // no directory, so that nothing is read or written
     }
     return setenv("NO_COLOR", "1", 1);
 }
