@@ -142,8 +142,7 @@ gateway_work::pending &gateway_work::add_readable(const char *change, const std:
     added.change = change;
     added.device = device;
     if (words.empty()) {
-        outcome_.steps.back().state = step_state::as_planned;
-        outcome_.steps.back().check = step_check::reading;
+        note_as_planned();
     }
     return added;
 }
@@ -221,9 +220,13 @@ void gateway_work::add_for_devices(const char *change, const std::string &item,
     added.change = change;
     added.any_device = true;
     if (devices.empty()) {
-        outcome_.steps.back().state = step_state::as_planned;
-        outcome_.steps.back().check = step_check::reading;
+        note_as_planned();
     }
+}
+
+void gateway_work::note_as_planned() {
+    outcome_.steps.back().state = step_state::as_planned;
+    outcome_.steps.back().check = step_check::reading;
 }
 
 void gateway_work::list_devices() {

@@ -120,6 +120,8 @@ class gateway_work {
     void list_firmware(const std::string &device, const std::string &item,
                        const planned_image &image);
     void list_device_firmware();
+    /** Notes of the step added last that reading has found it as planned. */
+    void note_as_planned();
     void list_devices();
     void list_groups();
     void list_requests();
