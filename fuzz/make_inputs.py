@@ -13,14 +13,15 @@ import sys
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [os.path.join(HERE, "..", "tests"), os.path.join(HERE, "..", "tests", "programs")]
 
+from documents import read_page  # noqa: E402
 from lan_codec import KEYS, encrypt, frame, request  # noqa: E402
-from protocol_pages import PAGES, Protocol, blocks, read_page  # noqa: E402
+from protocol_pages import PAGES, Protocol, blocks  # noqa: E402
 
 PROTOCOL = Protocol()
 TYPES = {name: number for name, (number, _, _) in PROTOCOL.types.items()}
 MOST_FILES = 30
 
-SITE = "\n".join(blocks(read_page("protocol"), "json site.json")[0][1])
+SITE = "\n".join(blocks(read_page(PAGES[0]), "json")[0][1])
 LOG = ('2026-01-31T12:00:00.123Z 3 request.cpp:12 parse Rev Data:{"ssid":"home","passwd":"a \\"b\\""} end\n'
        'dev id a1 can\'t be found; cid:a1 {"cid":"a1"} gid:kitchen from a4:c1:38:00:00:01\n'
        'on:["a1","b2"] off:["c3"] local_key = ab cd, ef; set password hunter2 now\n')
@@ -44,6 +45,7 @@ SCRIPTS = {
     "report": ['!8 0 {"cid":"a1","dps":{"1":true,"2":"text"}}', "=0"],
     "bound": ['!243 0 {"products":[{"cid":"a1","pid":"p"}]}', '!228 0 {"cid":"a1"}', '!227 0 {"cid":"gw1"}'],
     "log": SEGMENTS,
+    "log_breaks_off": [SEGMENTS[0], SEGMENTS[0]],
     "upgrade": [STATUS, "=0", *PIECES, '!233 0 {"firmwareType":0,"cid":"gw1","softVer":"2"}', STATUS],
     "channel": ['={"channel":15}', "=0"],
     "other_keys": ['b0 {"channel":15}', "p0 plain", "c0 {}", "xnoise"],
@@ -135,7 +137,7 @@ def app_inputs():
                                 ("segments", 7, frame(1, 254, 0, b"\0\0\0\2\0\0\0\1text")),
                                 ("noise", 0, b"x\0\0" + frame(0, 8, 0, encrypt(KEYS[3], b"text")) + b"\0\0U\xaa")]:
         yield "fuzz_app_frames", name, bytes([piece]) + stream
-    asked = {"devices": ["?241 ", "?224 "], "log": ["?254 "], "damaged_report": ["?254 "],
+    asked = {"devices": ["?241 ", "?224 "], "log": ["?254 "], "log_breaks_off": ["?254 "], "damaged_report": ["?254 "],
              "upgrade": ["?250 {}", "?230 {}", "?231 "]}
     for name, script in SCRIPTS.items():
         lines = lines_of(*asked.get(name, ["?10 {}", "?9 ", "?253 "]), *script)
