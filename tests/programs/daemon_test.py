@@ -339,7 +339,9 @@ class ControlTest(unittest.TestCase):
 
     def test_callbacks_are_absent_or_return_the_given_result(self):
         with Gateway(scenario={"callbacks": {"permit_join": "absent", "scene_exec": -3}}) as gateway:
-            self.assertEqual(gateway.status()["callbacks"]["scene_exec"], {"result": -3, "count": 0})
+            callbacks = gateway.status()["callbacks"]
+            self.assertEqual(callbacks["scene_exec"], {"result": -3, "count": 0})
+            self.assertEqual(callbacks["permit_join"]["result"], "absent")
             gateway.ctl("callback", "permit_join", "present")
             gateway.ctl("callback", "scene_exec", "absent")
             callbacks = gateway.status()["callbacks"]

@@ -214,10 +214,10 @@ void calls_init(const scenario &faults, line_sink trace, line_sink trace_soon) {
     trace_soon_sink = std::move(trace_soon);
     has_trace = static_cast<bool>(trace_sink);
     for (const scenario_entry &entry : faults.services) {
-        set_behaviour(find_call(entry.name, false), entry.result.value_or(normal_work));
+        set_behaviour(find_call(entry.name, false), entry.result ? *entry.result : normal_work);
     }
     for (const scenario_entry &entry : faults.callbacks) {
-        set_behaviour(find_call(entry.name, true), entry.result.value_or(absent));
+        set_behaviour(find_call(entry.name, true), entry.result ? *entry.result : absent);
     }
     is_open = true;
 }
