@@ -34,7 +34,8 @@ void check_texts(const engr_client_event &event) {
             "texts to exist");
     require(event.payload[event.payload_bytes] == '\0', "a zero byte behind the payload");
     if (const engr_client_announcement *told = event.announcement) {
-        for (const char *text : {told->id, told->address, told->product_key, told->version}) {
+        for (const char *text :
+             {told->id, told->address, told->product_key, told->version, told->interface_name}) {
             require(text != nullptr && std::strlen(text) < 2000, "texts of an announcement");
         }
     }
@@ -53,7 +54,9 @@ class caller {
         } else if (type == lan_client::frame_type::get_log) {
             result = engr_client_log(&client_, &id);
         } else if (type == lan_client::frame_type::download_firmware) {
-            result = engr_client_serve_image(&client_, image_file.c_str(), "a1", "gw1", &id);
+            result = engr_client_upgrade(&client_, image_file.c_str(), "2.0", "", false, &id);
+        } else if (type == lan_client::frame_type::dev_upgrade) {
+            result = engr_client_upgrade(&client_, image_file.c_str(), "2.0", "a1", true, &id);
         } else {
             result = engr_client_request(&client_, type, text.data(), text.size(), 0, &id);
         }
@@ -61,6 +64,17 @@ class caller {
         if (id != 0) {
             require(open_.emplace(id, 0).second, "a new id");
         }
+    }
+
+    void provision(bool force) {
+        engr_client_network network{};
+        network.size = sizeof network;
+        network.network = "attic";
+        network.token = "t0ken";
+        network.force = force;
+        uint32_t id = 0;
+        require(engr_client_provision(&client_, &network, &id) == ENGR_CLIENT_OK, "a request");
+        open_.emplace(id, 0);
     }
 
     void take_events() {
@@ -105,16 +119,38 @@ void talk_to_gateway(std::string_view script) {
     engr_client_close(client);
 }
 
-void listen(engr_client_error (*open)(const engr_client_options *, engr_client **),
-            std::string datagram) {
+void listen(std::string datagram) {
     fuzz::the_far_side().datagram = std::move(datagram);
     engr_client_options options{};
     options.size = sizeof options;
     engr_client *client = nullptr;
-    require(open(&options, &client) == ENGR_CLIENT_OK, "a client");
+    require(engr_client_open_discovery(&options, &client) == ENGR_CLIENT_OK, "a client");
     client->loop.run_until([] { return false; }, std::chrono::milliseconds(0));
     caller(*client).take_events();
     engr_client_close(client);
+}
+
+// The datagram comes to each port that is listened on.
+void provision(std::string datagram, bool force) {
+    fuzz::the_far_side().datagram = std::move(datagram);
+    engr_client_options options{};
+    options.size = sizeof options;
+    options.interface_name = "lo";
+    engr_client *client = nullptr;
+    require(engr_client_open_provisioning(&options, &client) == ENGR_CLIENT_OK, "a client");
+    caller app(*client);
+    app.provision(force);
+    const auto done = [&app] {
+        app.take_events();
+        return app.all_answered();
+    };
+    require(client->loop.run_until(done, limit), "an outcome");
+    engr_client_close(client);
+}
+
+std::string announcement(std::string_view text) {
+    return fuzz::gateway_frame(0, lan_client::frame_type::udp_discovery, {0},
+                               lan_client::encrypt(lan_client::discovery_key(), text));
 }
 
 } // namespace
@@ -131,14 +167,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string_view rest(reinterpret_cast<const char *>(data) + 1, size - 1);
     switch (data[0]) {
     case 'a':
-        listen(engr_client_open_discovery,
-               fuzz::gateway_frame(0, lan_client::frame_type::udp_discovery, {0},
-                                   lan_client::encrypt(lan_client::discovery_key(), rest)));
+        listen(announcement(rest));
+        break;
+    case 'n':
+        provision(announcement(rest), false);
         break;
     case 'f':
-        listen(engr_client_open_provisioning,
-               fuzz::gateway_frame(0, lan_client::frame_type::udp_wifi_err, {0},
-                                   lan_client::encrypt(lan_client::configuration_key(), rest)));
+        provision(fuzz::gateway_frame(0, lan_client::frame_type::udp_wifi_err, {0},
+                                      lan_client::encrypt(lan_client::configuration_key(), rest)),
+                  true);
         break;
     default:
         talk_to_gateway(rest);

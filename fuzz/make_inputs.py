@@ -133,6 +133,7 @@ def app_inputs():
         yield "fuzz_app_datagrams", name, content
     yield "fuzz_c_interface", "announcement", b"a" + announced
     yield "fuzz_c_interface", "failure", b"f" + failed
+    yield "fuzz_c_interface", "needs_network", b"n" + announced
     for name, piece, stream in [("replies", 255, frame(1, 241, 0, encrypt(KEYS[3], b"{}")) + frame(2, 9, 0)),
                                 ("segments", 7, frame(1, 254, 0, b"\0\0\0\2\0\0\0\1text")),
                                 ("noise", 0, b"x\0\0" + frame(0, 8, 0, encrypt(KEYS[3], b"text")) + b"\0\0U\xaa")]:

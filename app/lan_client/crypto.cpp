@@ -135,14 +135,23 @@ std::optional<std::string> decrypt_text(const aes_key &key, std::string_view cip
     return text;
 }
 
-std::string md5_text(const std::function<std::string_view()> &next) {
+struct md5_sum::state {
     md5_ctx context;
-    md5_init(&context);
-    for (std::string_view block = next(); !block.empty(); block = next()) {
-        md5_update(&context, block.size(), as_bytes(block));
-    }
+};
+
+md5_sum::md5_sum() : state_(std::make_unique<state>()) {
+    md5_init(&state_->context);
+}
+
+md5_sum::~md5_sum() = default;
+
+void md5_sum::add(std::string_view bytes) {
+    md5_update(&state_->context, bytes.size(), as_bytes(bytes));
+}
+
+std::string md5_sum::text() {
     std::array<uint8_t, MD5_DIGEST_SIZE> digest{};
-    md5_digest(&context, digest.size(), digest.data());
+    md5_digest(&state_->context, digest.size(), digest.data());
     return hex_text(digest);
 }
 

@@ -51,6 +51,7 @@ void image_sender::answer_next() {
     fault_ = pieces_.next(requests_.front(), wanted);
     requests_.pop_front();
     if (fault_.empty()) {
+        last_progress_ = std::chrono::steady_clock::now();
         complete_ = wanted.bytes == 0;
         taken_bytes_ = wanted.offset;
         if (!complete_) {
@@ -75,13 +76,18 @@ void image_sender::send(const piece_request &wanted) {
               .payload = std::move(payload),
               .timeout = piece_timeout_,
               .on_sent = [self = std::weak_ptr(self_)](std::size_t sent, std::size_t whole) {
-                  const auto alive = self.lock();
-                  if (alive && sent == whole) {
-                      image_sender &sender = **alive;
-                      sender.sending_ = false;
-                      sender.answer_next();
+                  if (const auto alive = self.lock()) {
+                      (**alive).note_sent(sent == whole);
                   }
               }});
+}
+
+void image_sender::note_sent(bool whole) {
+    last_progress_ = std::chrono::steady_clock::now();
+    if (whole) {
+        sending_ = false;
+        answer_next();
+    }
 }
 
 } // namespace lan_client

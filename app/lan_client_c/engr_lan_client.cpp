@@ -15,7 +15,6 @@
 #include <string_view>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -61,16 +60,48 @@ engr_client_error guarded(Work work) {
     }
 }
 
-/** The options as this version of the library knows them; what the caller's lacks is 0. */
+/** A structure with a `size` as this version of the library knows it; what the caller's lacks is 0.
+ */
+template <typename Given>
+Given as_known(const Given &given) {
+    Given known{};
+    std::memcpy(&known, &given, std::min(given.size, sizeof known));
+    return known;
+}
+
 struct known_options : engr_client_options {
-    explicit known_options(const engr_client_options &given) : engr_client_options{} {
-        std::memcpy(static_cast<engr_client_options *>(this), &given,
-                    std::min(given.size, sizeof(engr_client_options)));
-    }
+    explicit known_options(const engr_client_options &given)
+        : engr_client_options(as_known(given)) {}
 
     // The key of a seed; that of the build when there is none.
     [[nodiscard]] static std::optional<aes_key> key(const char *seed, aes_key (*built_in)()) {
         return seed == nullptr ? built_in() : aes_key::from_seed(seed);
+    }
+};
+
+struct known_network : engr_client_network {
+    explicit known_network(const engr_client_network &given)
+        : engr_client_network(as_known(given)) {}
+
+    // Nothing when a text is missing or can't be right.
+    [[nodiscard]] std::optional<lan_client::wifi_setup_order>
+    order(const lan_client_c::provisioning_options &opened) const {
+        if (network == nullptr || token == nullptr) {
+            return std::nullopt;
+        }
+        lan_client::wifi_setup_order wanted{.network = {network, text_of(password), token},
+                                            .coding = plain ? lan_client::payload_coding::plain
+                                                            : lan_client::payload_coding::encrypted,
+                                            .interface_name = opened.interface_name,
+                                            .new_interface_name = new_interface_name == nullptr
+                                                                      ? opened.interface_name
+                                                                      : new_interface_name,
+                                            .configuration = opened.configuration,
+                                            .discovery = opened.discovery};
+        wanted.address = address == nullptr ? wanted.address : address;
+        wanted.times = times == 0 ? wanted.times : times;
+        wanted.limit = timeout_ms == 0 ? wanted.limit : milliseconds(timeout_ms);
+        return lan_client::is_valid(wanted.network) ? std::optional(wanted) : std::nullopt;
     }
 };
 
@@ -123,27 +154,7 @@ std::unique_ptr<owned_event> event_of(const lan_client::parsed_datagram &got) {
         std::make_unique<owned_event>(readable ? ENGR_CLIENT_ANNOUNCEMENT : ENGR_CLIENT_UNREADABLE);
     event->set_address(got.content.address);
     if (readable) {
-        event->id_text = got.content.id;
-        event->product_key_text = got.content.product_key;
-        event->version_text = got.content.version;
-        event->set_announcement({.id = nullptr,
-                                 .address = nullptr,
-                                 .product_key = nullptr,
-                                 .version = nullptr,
-                                 .ability = got.content.ability,
-                                 .activated = got.content.activated,
-                                 .needs_wifi_setup = got.content.needs_wifi_setup});
-    }
-    return event;
-}
-
-std::unique_ptr<owned_event> event_of(const std::optional<lan_client::wifi_failure> &failed) {
-    auto event =
-        std::make_unique<owned_event>(failed ? ENGR_CLIENT_WIFI_FAILURE : ENGR_CLIENT_UNREADABLE);
-    if (failed) {
-        event->set_address(failed->address);
-        event->set_payload(failed->description);
-        event->result = failed->result.value_or(0);
+        lan_client_c::set_announcement(*event, got.content);
     }
     return event;
 }
@@ -167,23 +178,21 @@ engr_client_error open_gateway(engr_client &made, const known_options &given) {
     if (given.request_timeout_ms > 0) {
         wanted.request_timeout = milliseconds(given.request_timeout_ms);
     }
-    made.gateway.emplace(made.loop, std::move(wanted),
-                         lan_client::client_events{
-                             .on_report =
-                                 [&made](const lan_client::report &told) {
-                                     if (!made.image || !made.image->take(told)) {
-                                         made.add(event_of(told));
-                                     }
-                                 },
-                             .on_link =
-                                 [&made](const lan_client::link_change &change) {
-                                     if (made.image &&
-                                         change.state == lan_client::link_state::lost) {
-                                         made.image->end(code_of(change.why), change.why.detail);
-                                     }
-                                     made.add(event_of(change));
-                                 },
-                             .on_traffic = {}});
+    made.request_timeout = wanted.request_timeout;
+    const auto on_report = [&made](const lan_client::report &told) {
+        if (!made.upgrade || !made.upgrade->take(told)) {
+            made.add(event_of(told));
+        }
+    };
+    const auto on_link = [&made](const lan_client::link_change &change) {
+        if (made.upgrade) {
+            made.upgrade->take(change);
+        }
+        made.add(event_of(change));
+    };
+    made.gateway.emplace(
+        made.loop, std::move(wanted),
+        lan_client::client_events{.on_report = on_report, .on_link = on_link, .on_traffic = {}});
     made.gateway->open();
     return ENGR_CLIENT_OK;
 }
@@ -205,22 +214,22 @@ engr_client_error open_discovery(engr_client &made, const known_options &given) 
 }
 
 engr_client_error open_provisioning(engr_client &made, const known_options &given) {
-    const auto key = known_options::key(given.key1_seed, lan_client::configuration_key);
-    if (!key) {
+    const auto configuration = known_options::key(given.key1_seed, lan_client::configuration_key);
+    const auto discovery = known_options::key(given.key2_seed, lan_client::discovery_key);
+    if (!configuration || !discovery) {
         return ENGR_CLIENT_BAD_ARGUMENT;
     }
-    made.provisioning.emplace(
-        made.loop, [&made](const auto &failed) { made.add(event_of(failed)); },
-        lan_client::traffic_observer(), *key);
-    return code_of(made.provisioning->open(text_of(given.interface_name)));
+    made.provisioning = {text_of(given.interface_name), *configuration, *discovery};
+    return ENGR_CLIENT_OK;
+}
+
+bool is_of_gateway(const engr_client *client) {
+    return client != nullptr && client->gateway;
 }
 
 // Makes an id, and posts the work that `make` makes for it to the loop.
 template <typename Make>
 engr_client_error begin(engr_client *client, uint32_t *request, const Make &make) {
-    if (client == nullptr || !client->gateway) {
-        return ENGR_CLIENT_BAD_ARGUMENT;
-    }
     return guarded([&] {
         if (!client->events.reserve_answer()) {
             return ENGR_CLIENT_QUEUE_FULL;
@@ -276,7 +285,7 @@ void engr_client_free_event(engr_client_event *event) {
 engr_client_error engr_client_request(engr_client *client, uint32_t type, const char *payload,
                                       size_t payload_bytes, uint32_t timeout_ms,
                                       uint32_t *request) {
-    if (payload == nullptr && payload_bytes > 0) {
+    if (!is_of_gateway(client) || (payload == nullptr && payload_bytes > 0)) {
         return ENGR_CLIENT_BAD_ARGUMENT;
     }
     return begin(client, request, [=](uint32_t id) {
@@ -292,58 +301,80 @@ engr_client_error engr_client_request(engr_client *client, uint32_t type, const 
 }
 
 engr_client_error engr_client_devices(engr_client *client, uint32_t timeout_ms, uint32_t *request) {
+    if (!is_of_gateway(client)) {
+        return ENGR_CLIENT_BAD_ARGUMENT;
+    }
     return begin(client, request, [=](uint32_t id) {
         return [=] { lan_client_c::ask_devices(*client, id, milliseconds(timeout_ms)); };
     });
 }
 
 engr_client_error engr_client_log(engr_client *client, uint32_t *request) {
+    if (!is_of_gateway(client)) {
+        return ENGR_CLIENT_BAD_ARGUMENT;
+    }
     return begin(client, request,
                  [=](uint32_t id) { return [=] { lan_client_c::ask_log(*client, id); }; });
 }
 
-engr_client_error engr_client_serve_image(engr_client *client, const char *path,
-                                          const char *device_id, const char *gateway_id,
-                                          uint32_t *request) {
-    if (path == nullptr || device_id == nullptr || gateway_id == nullptr) {
+engr_client_error engr_client_upgrade(engr_client *client, const char *path, const char *version,
+                                      const char *device_id, bool again, uint32_t *request) {
+    const std::size_t version_bytes = version == nullptr ? 0 : std::strlen(version);
+    if (!is_of_gateway(client) || path == nullptr || version_bytes == 0 ||
+        version_bytes > lan_client::max_version_bytes) {
         return ENGR_CLIENT_BAD_ARGUMENT;
     }
     return guarded([=] {
-        // Shared, since what is posted has to be copyable.
-        auto image = std::make_shared<std::unique_ptr<lan_client_c::served_image>>(
-            std::make_unique<lan_client_c::served_image>(path));
-        if (!(*image)->is_usable()) {
+        const auto run =
+            std::make_shared<lan_client_c::upgrade_run>(path, version, text_of(device_id), again);
+        if (!run->is_usable()) {
             return ENGR_CLIENT_BAD_ARGUMENT;
         }
-        const std::vector<std::string> ids{device_id, gateway_id};
         return begin(client, request, [=](uint32_t id) {
             return [=] {
-                if (client->image) {
-                    client->image->end(ENGR_CLIENT_CANCELLED, "another image is served");
+                if (client->upgrade && !client->upgrade->has_ended()) {
+                    return lan_client_c::add_failure(
+                        *client, id, lan_client::frame_type::dev_upgrade, ENGR_CLIENT_BUSY,
+                        "this client has an upgrade under way");
                 }
-                client->image = std::move(*image);
-                client->image->start(*client, id, ids);
+                client->upgrade = run;
+                run->start(*client, id);
             };
         });
     });
 }
 
-engr_client_error engr_client_send_network(engr_client *client, const char *network,
-                                           const char *password, const char *token,
-                                           const char *address, bool encrypted) {
-    if (client == nullptr || !client->provisioning || network == nullptr || token == nullptr) {
+engr_client_error engr_client_provision(engr_client *client, const engr_client_network *wanted,
+                                        uint32_t *request) {
+    if (client == nullptr || !client->provisioning || wanted == nullptr || wanted->size == 0) {
         return ENGR_CLIENT_BAD_ARGUMENT;
     }
     return guarded([=] {
-        const lan_client::wifi_configuration chosen{network, text_of(password), token};
-        if (!lan_client::is_valid(chosen)) {
+        const known_network given(*wanted);
+        const auto order = given.order(*client->provisioning);
+        if (!order) {
             return ENGR_CLIENT_BAD_ARGUMENT;
         }
-        // It opens a socket of its own and touches nothing of the loop's thread.
-        return code_of(client->provisioning->send(
-            lan_client::configuration_text(chosen),
-            encrypted ? lan_client::payload_coding::encrypted : lan_client::payload_coding::plain,
-            address == nullptr ? lan_client::broadcast_address : address));
+        const std::string text = lan_client::configuration_text(order->network);
+        if (lan_client::configuration_bytes(text, order->coding) >
+            lan_client::max_configuration_bytes) {
+            return ENGR_CLIENT_TOO_LARGE;
+        }
+        const std::string gateway_id = text_of(given.gateway_id);
+        const milliseconds listen(given.listen_ms == 0 ? 6000 : given.listen_ms);
+        const bool force = given.force;
+        return begin(client, request, [=](uint32_t id) {
+            return [=] {
+                if (client->wifi && !client->wifi->has_ended()) {
+                    return lan_client_c::add_failure(*client, id, lan_client::frame_type::ap_nw_cfg,
+                                                     ENGR_CLIENT_BUSY,
+                                                     "this client is at it already");
+                }
+                client->wifi = std::make_unique<lan_client_c::wifi_run>(*client, id, *order,
+                                                                        gateway_id, listen, force);
+                client->wifi->start();
+            };
+        });
     });
 }
 
@@ -355,6 +386,20 @@ const char *engr_client_error_name(engr_client_error error) {
         return "no_resources";
     case ENGR_CLIENT_BAD_ANSWER:
         return "bad_answer";
+    case ENGR_CLIENT_BUSY:
+        return "busy";
+    case ENGR_CLIENT_UNKNOWN_DEVICE:
+        return "unknown_device";
+    case ENGR_CLIENT_UPGRADE_FAILED:
+        return "upgrade_failed";
+    case ENGR_CLIENT_OUTCOME_UNKNOWN:
+        return "outcome_unknown";
+    case ENGR_CLIENT_NOT_WAITING:
+        return "not_waiting";
+    case ENGR_CLIENT_WIFI_FAILURE:
+        return "wifi_failure";
+    case ENGR_CLIENT_UNCONFIRMED:
+        return "unconfirmed";
     default:
         return lan_client::error_name(static_cast<error_kind>(error));
     }

@@ -47,6 +47,7 @@ void owned_event::set_announcement(engr_client_announcement content) {
     announcement_.id = id_text.c_str();
     announcement_.product_key = product_key_text.c_str();
     announcement_.version = version_text.c_str();
+    announcement_.interface_name = interface_text.c_str();
     announcement_.address = address;
     announcement = &announcement_;
 }

@@ -28,6 +28,7 @@ struct owned_event : engr_client_event {
     std::string id_text;
     std::string product_key_text;
     std::string version_text;
+    std::string interface_text;
 
   private:
     std::string error_text_;

@@ -5,8 +5,8 @@
 #include "lan_client/client.h"
 #include "lan_client/discovery.h"
 #include "lan_client/event_loop.h"
-#include "lan_client/provisioning.h"
-#include "served_image.h"
+#include "upgrade_run.h"
+#include "wifi_run.h"
 
 #include <chrono>
 #include <cstdint>
@@ -14,6 +14,17 @@
 #include <optional>
 #include <string>
 #include <thread>
+
+namespace lan_client_c {
+
+/** What a handle for provisioning was opened with. */
+struct provisioning_options {
+    std::string interface_name; /**< empty: any */
+    lan_client::aes_key configuration;
+    lan_client::aes_key discovery;
+};
+
+} // namespace lan_client_c
 
 /**
  * The parts are made on the caller's thread before `start`, and destroyed there after `stop`; in
@@ -35,10 +46,11 @@ struct engr_client {
     lan_client_c::event_queue events;
     lan_client::event_loop loop;
     std::optional<lan_client::client> gateway;
-    std::unique_ptr<lan_client_c::served_image> image; /**< that a gateway may request */
+    std::chrono::milliseconds request_timeout{0};       /**< of a gateway's client */
+    std::shared_ptr<lan_client_c::upgrade_run> upgrade; /**< the latest */
     std::optional<lan_client::discovery_listener> discovery;
-    std::optional<lan_client::provisioning_channel> provisioning;
-    std::chrono::milliseconds request_timeout{0}; /**< of a gateway's client */
+    std::optional<lan_client_c::provisioning_options> provisioning;
+    std::unique_ptr<lan_client_c::wifi_run> wifi; /**< the latest */
     uint32_t last_request = 0;
 
   private:

@@ -65,6 +65,31 @@ engr_client_error code_of(const lan_client::error &problem) {
     return static_cast<engr_client_error>(problem.kind);
 }
 
+void set_announcement(owned_event &event, const lan_client::announcement &announced) {
+    event.set_address(announced.address);
+    event.id_text = announced.id;
+    event.product_key_text = announced.product_key;
+    event.version_text = announced.version;
+    event.interface_text = announced.interface_name;
+    event.set_announcement({.id = nullptr,
+                            .address = nullptr,
+                            .product_key = nullptr,
+                            .version = nullptr,
+                            .ability = announced.ability,
+                            .activated = announced.activated,
+                            .needs_wifi_setup = announced.needs_wifi_setup,
+                            .interface_name = nullptr});
+}
+
+void add_failure(engr_client &client, uint32_t id, uint32_t type, engr_client_error why,
+                 std::string text) {
+    auto event = std::make_unique<owned_event>(ENGR_CLIENT_ANSWER);
+    event->request = id;
+    event->type = type;
+    event->set_error(why, std::move(text));
+    client.add(std::move(event));
+}
+
 void add_progress(engr_client &client, uint32_t id, uint32_t type, uint64_t done, uint64_t total) {
     auto event = std::make_unique<owned_event>(ENGR_CLIENT_PROGRESS);
     event->request = id;

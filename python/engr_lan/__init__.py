@@ -9,9 +9,11 @@ the shared library libengr_lan_client.so.0; ENGR_LAN_CLIENT_LIBRARY names anothe
 """
 from ._channel import Seeds
 from .discovery import Announcement, discover
-from .errors import BadAnswer, LanError, NotAccepted, Refused, TimedOut, UpgradeFailed, WifiFailure
+from .errors import (BadAnswer, LanError, NotAccepted, Refused, TimedOut, Unconfirmed, UnknownDevice, UpgradeFailed,
+                     WifiFailure)
 from .gateway import DataPoints, Device, Gateway, Report
 from .provisioning import provision
 
 __all__ = ["Announcement", "BadAnswer", "DataPoints", "Device", "Gateway", "LanError", "NotAccepted", "Refused",
-           "Report", "Seeds", "TimedOut", "UpgradeFailed", "WifiFailure", "discover", "provision"]
+           "Report", "Seeds", "TimedOut", "Unconfirmed", "UnknownDevice", "UpgradeFailed", "WifiFailure", "discover",
+           "provision"]

@@ -31,6 +31,24 @@ class Announced:
     ability: int
     activated: bool
     needs_wifi_setup: bool
+    interface: str  # that it was heard on
+
+
+@dataclass(frozen=True)
+class Wifi:
+    """What engr_client_network holds; times in seconds."""
+
+    network: str
+    password: str
+    token: str
+    gateway_id: Optional[str]
+    address: Optional[str]
+    new_interface: Optional[str]
+    plain: bool
+    force: bool
+    times: int
+    listen: float
+    timeout: float
 
 
 @dataclass(frozen=True)
@@ -61,7 +79,7 @@ def _copy(raw: c.Event) -> Event:
     if raw.announcement:
         found = raw.announcement.contents
         announced = Announced(_text(found.id), _text(found.address), _text(found.product_key), _text(found.version),
-                              found.ability, found.activated, found.needs_wifi_setup)
+                              found.ability, found.activated, found.needs_wifi_setup, _text(found.interface_name))
     return Event(raw.kind, raw.error, _text(raw.error_text), raw.request, raw.type, raw.ret,
                  ctypes.string_at(raw.payload, raw.payload_bytes), raw.done, raw.total, raw.pause_ms, raw.result,
                  _text(raw.address), announced)
@@ -69,6 +87,11 @@ def _copy(raw: c.Event) -> Event:
 
 def _bytes(text: Optional[str]) -> Optional[bytes]:
     return None if text is None else text.encode()
+
+
+def _milliseconds(seconds: float) -> int:
+    """At least 1, since 0 stands for the default."""
+    return max(1, round(seconds * 1000))
 
 
 class Channel:
@@ -109,17 +132,20 @@ class Channel:
     def log(self) -> int:
         return self._begin("log")
 
-    def serve_image(self, path: str, device_id: str, gateway_id: str) -> int:
-        return self._begin("serve_image", os.fsencode(path), device_id.encode(), gateway_id.encode())
+    def upgrade(self, path: str, version: str, device_id: str, again: bool) -> int:
+        return self._begin("upgrade", os.fsencode(path), version.encode(), device_id.encode(), again)
+
+    def provision(self, wifi: Wifi) -> int:
+        return self._begin("provision", ctypes.byref(c.Network(
+            size=ctypes.sizeof(c.Network), network=wifi.network.encode(), password=wifi.password.encode(),
+            token=wifi.token.encode(), gateway_id=_bytes(wifi.gateway_id), address=_bytes(wifi.address),
+            new_interface_name=_bytes(wifi.new_interface), plain=wifi.plain, force=wifi.force, times=wifi.times,
+            listen_ms=_milliseconds(wifi.listen), timeout_ms=_milliseconds(wifi.timeout))))
 
     def _begin(self, name: str, *arguments: object) -> int:
         made = ctypes.c_uint32()
         check(getattr(c.library, "engr_client_" + name)(self._open(), *arguments, ctypes.byref(made)))
         return made.value
-
-    def send_network(self, network: str, password: str, token: str, address: Optional[str], encrypted: bool) -> None:
-        check(c.library.engr_client_send_network(self._open(), network.encode(), password.encode(), token.encode(),
-                                                 _bytes(address), encrypted))
 
     def _open(self) -> ctypes.c_void_p:
         if self._handle is None:

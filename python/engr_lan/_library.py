@@ -5,14 +5,14 @@ import ctypes
 import os
 from ctypes import POINTER, c_bool, c_char_p, c_int, c_int64, c_size_t, c_uint16, c_uint32, c_uint64, c_void_p
 
-OK, BAD_ARGUMENT = 0, 100
-CONNECTED, DISCONNECTED, ANSWER, PROGRESS, REPORT, ANNOUNCEMENT, UNREADABLE, WIFI_FAILURE = range(1, 9)
+OK, BAD_ARGUMENT, WIFI_FAILURE, UNCONFIRMED = 0, 100, 108, 109
+CONNECTED, DISCONNECTED, ANSWER, PROGRESS, REPORT, ANNOUNCEMENT, UNREADABLE = range(1, 8)
 ANSWER_ALWAYS, ANSWER_ON_FAILURE, ANSWER_ON_SUCCESS, ANSWER_NEVER = range(4)
 
 
 class Announcement(ctypes.Structure):
     _fields_ = [("id", c_char_p), ("address", c_char_p), ("product_key", c_char_p), ("version", c_char_p),
-                ("ability", c_int64), ("activated", c_bool), ("needs_wifi_setup", c_bool)]
+                ("ability", c_int64), ("activated", c_bool), ("needs_wifi_setup", c_bool), ("interface_name", c_char_p)]
 
 
 class Event(ctypes.Structure):
@@ -27,6 +27,12 @@ class Options(ctypes.Structure):
                 ("local_key", c_char_p), ("reconnect", c_bool), ("connect_timeout_ms", c_uint32),
                 ("request_timeout_ms", c_uint32), ("key1_seed", c_char_p), ("key2_seed", c_char_p),
                 ("key3_seed", c_char_p)]
+
+
+class Network(ctypes.Structure):
+    _fields_ = [("size", c_size_t), ("network", c_char_p), ("password", c_char_p), ("token", c_char_p),
+                ("gateway_id", c_char_p), ("address", c_char_p), ("new_interface_name", c_char_p), ("plain", c_bool),
+                ("force", c_bool), ("times", c_uint32), ("listen_ms", c_uint32), ("timeout_ms", c_uint32)]
 
 
 library = ctypes.CDLL(os.environ.get("ENGR_LAN_CLIENT_LIBRARY", "libengr_lan_client.so.0"))
@@ -47,8 +53,8 @@ _declare("free_event", None, POINTER(Event))
 _declare("request", c_int, c_void_p, c_uint32, c_char_p, c_size_t, c_uint32, POINTER(c_uint32))
 _declare("devices", c_int, c_void_p, c_uint32, POINTER(c_uint32))
 _declare("log", c_int, c_void_p, POINTER(c_uint32))
-_declare("serve_image", c_int, c_void_p, c_char_p, c_char_p, c_char_p, POINTER(c_uint32))
-_declare("send_network", c_int, c_void_p, c_char_p, c_char_p, c_char_p, c_char_p, c_bool)
+_declare("upgrade", c_int, c_void_p, c_char_p, c_char_p, c_char_p, c_bool, POINTER(c_uint32))
+_declare("provision", c_int, c_void_p, POINTER(Network), POINTER(c_uint32))
 _declare("error_name", c_char_p, c_int)
 _declare("frame_type", c_uint32, c_char_p)
 _declare("frame_type_name", c_char_p, c_uint32)

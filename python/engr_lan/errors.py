@@ -1,6 +1,8 @@
 """What goes wrong between an app and a gateway."""
 from __future__ import annotations
 
+from typing import Dict, Type
+
 
 class LanError(Exception):
     """Something on the way to the gateway failed. `kind` is a short name such as "connection_lost"."""
@@ -27,6 +29,10 @@ class UpgradeFailed(LanError):
     """The new version is not installed: the gateway was busy, gave up, or could not use the image."""
 
 
+class UnknownDevice(LanError):
+    """The gateway has no device of this id."""
+
+
 class Refused(LanError):
     """The gateway did not do what it was asked for. `reason` is what it says, `ret` its number."""
 
@@ -46,5 +52,19 @@ class WifiFailure(LanError):
         self.reason = reason
 
 
+class Unconfirmed(LanError):
+    """A gateway appeared that had not said before that it needs Wi-Fi, so it may be another one."""
+
+    def __init__(self, gateway_id: str, address: str) -> None:
+        super().__init__("unconfirmed", f"gateway {gateway_id} appeared at {address}")
+        self.gateway_id = gateway_id
+        self.address = address
+
+
+_CLASSES: Dict[str, Type[LanError]] = {
+    "timed_out": TimedOut, "outcome_unknown": TimedOut, "bad_answer": BadAnswer, "busy": UpgradeFailed,
+    "upgrade_failed": UpgradeFailed, "unknown_device": UnknownDevice}
+
+
 def error_of(kind: str, detail: str) -> LanError:
-    return TimedOut(kind, detail) if kind == "timed_out" else LanError(kind, detail)
+    return _CLASSES.get(kind, LanError)(kind, detail)

@@ -11,7 +11,6 @@ from typing import Any, AsyncIterator, Callable, Deque, Dict, Iterable, List, Op
 
 from . import _library as c
 from ._channel import Channel, Event, Seeds
-from ._upgrade import upgrade
 from .discovery import DISCOVERY_TIME_S, discover
 from .errors import BadAnswer, LanError, NotAccepted, Refused, TimedOut, error_of
 
@@ -222,17 +221,18 @@ class Gateway:
         return _payload(await self._outcome(self._open_channel().log(), on_progress))
 
     async def upgrade(self, path: Union[str, "os.PathLike[str]"], version: str, device_id: str = "", *,
-                      on_progress: Optional[Progress] = None) -> str:
+                      again: bool = False, on_progress: Optional[Progress] = None) -> str:
         """Brings a firmware image to the gateway, or to one of its devices, and waits until it is installed.
 
-        Returns the version that was installed before; it does nothing when that is `version` already. Raises
-        UpgradeFailed when another version is installed in the end. Whatever else is raised leaves the upgrade under way
-        until the gateway is closed, which ends it.
+        Returns the version that was installed before; it does nothing when that is `version` already, unless with
+        `again`. An upgrade that the gateway gives up is started once more. Progress counts bytes that the gateway has
+        taken. Raises UpgradeFailed when another version is installed in the end or the gateway was busy, UnknownDevice,
+        Refused, TimedOut when the outcome can't be told, and LanError. After any of them, and when it is cancelled, the
+        upgrade may go on until the gateway is closed, which ends it.
         """
-        return await upgrade(self, self._serve_image, os.fspath(path), version, device_id, on_progress)
-
-    async def _serve_image(self, path: str, device_id: str, gateway_id: str, on_progress: Optional[Progress]) -> None:
-        _payload(await self._outcome(self._open_channel().serve_image(path, device_id, gateway_id), on_progress))
+        request = self._open_channel().upgrade(os.fspath(path), version, device_id, again)
+        outcome = json.loads(_payload(await self._outcome(request, on_progress)))
+        return str(outcome["version_before"])
 
     def reports(self) -> AsyncIterator[Report]:
         """What the gateway reports from now on, whoever caused it; of more than 4096 the oldest are dropped.

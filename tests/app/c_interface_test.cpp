@@ -5,6 +5,7 @@
 #include <engr_lan_client.h>
 
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <memory>
 
@@ -21,7 +22,10 @@ constexpr auto limit = 60s;
 
 constexpr uint32_t FRM_DP_REPORT = 8;
 constexpr uint32_t FRM_LOCAL_DP_QUERY = 10;
+constexpr uint32_t FRM_DEV_UPGRADE = 230;
+constexpr uint32_t FRM_DOWNLOAD_FIRMWARE = 231;
 constexpr uint32_t FRM_DEV_LIST = 241;
+constexpr uint32_t FRM_CHK_SOFT_VER = 250;
 constexpr uint32_t FRM_GET_LOG = 254;
 
 struct free_event {
@@ -136,9 +140,25 @@ TEST_F(c_interface, says_what_is_wrong_with_arguments_and_does_nothing) {
     const client_owner client = open(options());
     EXPECT_EQ(engr_client_request(client.get(), FRM_DEV_LIST, nullptr, 1, 0, nullptr),
               ENGR_CLIENT_BAD_ARGUMENT);
-    EXPECT_EQ(engr_client_send_network(client.get(), "net", "", "token", nullptr, true),
-              ENGR_CLIENT_BAD_ARGUMENT)
+    EXPECT_EQ(engr_client_upgrade(client.get(), "/no/file", "1.0", nullptr, false, nullptr),
+              ENGR_CLIENT_BAD_ARGUMENT);
+    EXPECT_EQ(engr_client_upgrade(client.get(), "/proc/self/exe", "", nullptr, false, nullptr),
+              ENGR_CLIENT_BAD_ARGUMENT);
+    engr_client_network network{};
+    network.size = sizeof network;
+    network.network = "net";
+    network.token = "token";
+    EXPECT_EQ(engr_client_provision(client.get(), &network, nullptr), ENGR_CLIENT_BAD_ARGUMENT)
         << "a gateway's client sends no networks";
+    const engr_client_options anywhere = options();
+    ASSERT_EQ(engr_client_open_provisioning(&anywhere, &made), ENGR_CLIENT_OK);
+    const client_owner provisioning(made);
+    EXPECT_EQ(engr_client_devices(made, 0, nullptr), ENGR_CLIENT_BAD_ARGUMENT);
+    const std::string long_password(220, 'p');
+    network.password = long_password.c_str();
+    EXPECT_EQ(engr_client_provision(made, &network, nullptr), ENGR_CLIENT_TOO_LARGE);
+    network.token = nullptr;
+    EXPECT_EQ(engr_client_provision(made, &network, nullptr), ENGR_CLIENT_BAD_ARGUMENT);
     EXPECT_STREQ(engr_client_error_name(ENGR_CLIENT_CANCELLED), "cancelled");
     EXPECT_STREQ(engr_client_error_name(ENGR_CLIENT_NO_RESOURCES), "no_resources");
     EXPECT_STREQ(engr_client_error_name(static_cast<engr_client_error>(77)), "unknown");
@@ -173,6 +193,85 @@ TEST_F(c_interface, a_seed_that_is_given_makes_the_key) {
     request(activated, FRM_DEV_LIST);
     EXPECT_EQ(next(activated, ENGR_CLIENT_ANSWER)->error, ENGR_CLIENT_DEACTIVATED)
         << "the built-in key is known by its seed, but not used beside a local key";
+}
+
+/** What a scripted gateway does with an upgrade, and what the app is told. */
+struct upgrade_case {
+    const char *what;
+    std::string version;      // installed before
+    bool busy;                // with an upgrade of its own
+    std::string refusal;      // of the start; empty: it starts
+    std::string second_piece; // asked for after the first of 100 bytes; empty: it hangs up
+    engr_client_error error;
+    uint32_t ret;
+    std::string payload;
+};
+
+TEST_F(c_interface, an_upgrade_is_one_request_with_one_answer) {
+    const std::string path = testing::TempDir() + "engr_c_image_" + std::to_string(getpid());
+    std::ofstream(path) << std::string(100, 'i');
+    const auto ask_for = [](int offset, int bytes) {
+        return R"({"firmwareType":0,"cid":"gw1","offset":)" + std::to_string(offset) +
+               R"(,"downloadSize":)" + std::to_string(bytes) + "}";
+    };
+    const std::string all = ask_for(100, 0);
+    const std::string none = R"({"upgraded":false,"version":"","version_before":"1.0"})";
+    const upgrade_case cases[] = {
+        {"installs", "1.0", false, "", all, ENGR_CLIENT_OK, 0,
+         R"({"upgraded":true,"version":"2.0","version_before":"1.0"})"},
+        {"has it already", "2.0", false, "", all, ENGR_CLIENT_OK, 0,
+         R"({"upgraded":false,"version":"2.0","version_before":"2.0"})"},
+        {"is busy", "1.0", true, "", all, ENGR_CLIENT_BUSY, 0,
+         R"({"upgraded":false,"version":"","version_before":""})"},
+        {"refuses", "1.0", false, "gw_lan_ug_cb error", all, ENGR_CLIENT_OK, 1,
+         "gw_lan_ug_cb error"},
+        {"asks too much", "1.0", false, "", ask_for(100, 1), ENGR_CLIENT_BAD_ANSWER, 0, none},
+        {"hangs up", "1.0", false, "", "", ENGR_CLIENT_CONNECTION_LOST, 0, none},
+    };
+    for (const upgrade_case &one : cases) {
+        SCOPED_TRACE(one.what);
+        std::string installed = one.version;
+        const auto want = [&](const std::string &text) {
+            gateway.send(gateway_frame(0, FRM_DOWNLOAD_FIRMWARE, {0},
+                                       lan_client::encrypt(lan_client::unactivated_key(), text)));
+        };
+        gateway.on_request = [&](const seen_request &seen) {
+            if (seen.type == FRM_CHK_SOFT_VER) {
+                gateway.reply(seen, 0,
+                              std::string(R"({"updateStatus":)") + (one.busy ? "1" : "0") +
+                                  R"(,"updateCid":"gw1","cid":"gw1","softVer":")" + installed +
+                                  "\"}");
+            } else if (seen.type == FRM_DEV_UPGRADE) {
+                gateway.reply(seen, one.refusal.empty() ? 0 : 1, one.refusal);
+                if (one.refusal.empty()) {
+                    want(ask_for(0, 100));
+                }
+            } else if (seen.type == FRM_DOWNLOAD_FIRMWARE) {
+                EXPECT_EQ(seen.payload, std::string(4, '\0') + std::string(100, 'i'));
+                installed = "2.0";
+                one.second_piece.empty() ? gateway.hang_up() : want(one.second_piece);
+            }
+        };
+        const client_owner client = open(options());
+        uint32_t id = 0;
+        ASSERT_EQ(engr_client_upgrade(client.get(), path.c_str(), "2.0", nullptr, false, &id),
+                  ENGR_CLIENT_OK);
+        const event_owner answer = next(client, ENGR_CLIENT_ANSWER);
+        EXPECT_EQ(answer->request, id);
+        EXPECT_EQ(answer->error, one.error) << answer->error_text;
+        EXPECT_EQ(answer->ret, one.ret);
+        EXPECT_EQ(answer->payload, one.payload);
+    }
+    unlink(path.c_str());
+}
+
+TEST_F(c_interface, a_second_upgrade_waits_for_nobody) {
+    const client_owner client = open(options()); // the gateway never answers
+    for (int made = 0; made < 2; ++made) {
+        ASSERT_EQ(engr_client_upgrade(client.get(), "/proc/self/exe", "2.0", "", false, nullptr),
+                  ENGR_CLIENT_OK);
+    }
+    EXPECT_EQ(next(client, ENGR_CLIENT_ANSWER)->error, ENGR_CLIENT_BUSY);
 }
 
 TEST_F(c_interface, a_lost_connection_is_told_and_ends_its_requests) {

@@ -2,10 +2,10 @@
 import asyncio
 import json
 import os
+import socket
 import subprocess
 import sys
 import unittest
-import unittest.mock
 
 from programs.gateway import Gateway as Daemon
 from programs.gateway import PATIENCE_S, program
@@ -21,6 +21,8 @@ SITE = {
         {"dev_id": "door", "pid": "sensor", "state": 1, "online": 0},
     ],
 }
+
+SMALL_PIECES = {"chunk_size": 1024}  # so that there is time to disturb it
 
 
 def soon(work):
@@ -101,46 +103,80 @@ class Package(unittest.IsolatedAsyncioTestCase):
                 self.assertEqual(log, file.read(len(log)))
             self.assertEqual({total for _, total in steps}, {-(-len(log) // 1024) * 1024}, "segments of 1 KiB")
 
+    def image(self, daemon, size=1_500_000):
+        path = os.path.join(daemon.directory, "image")
+        with open(path, "wb") as file:
+            file.write(os.urandom(size))
+        return path
+
     async def test_an_image_is_brought_to_the_gateway_and_to_a_device(self):
         with Daemon(site=SITE) as daemon:
-            path = os.path.join(daemon.directory, "image")
-            with open(path, "wb") as file:
-                file.write(os.urandom(1_500_000))
-            steps = []
+            path, steps = self.image(daemon), []
             async with Gateway(daemon.address) as gateway:
                 await soon(gateway.upgrade(path, "2.0.1", on_progress=lambda *step: steps.append(step)))
                 self.assertEqual(steps[-1], (1_500_000, 1_500_000))
                 self.assertEqual(daemon.status()["gateway"]["gw_sw_ver"], "2.0.1")
                 self.assertEqual(await soon(gateway.upgrade(path, "2.0.1")), "2.0.1", "installed already")
                 await soon(gateway.upgrade(path, "1.4", "lamp"))
-                self.assertEqual(await soon(gateway.upgrade(path, "1.4", "lamp")), "1.4")
+                self.assertEqual(await soon(gateway.upgrade(path, "1.4", "lamp", again=True)), "1.4")
+                for error, arguments in [(engr_lan.UnknownDevice, (path, "1.4", "nobody")),
+                                         (ValueError, (path, "2.0.1.2.0.12")), (ValueError, ("/no/file", "1"))]:
+                    with self.assertRaises(error):
+                        await soon(gateway.upgrade(*arguments))
+
+    async def test_an_upgrade_that_another_app_ends_by_leaving_is_started_once_more(self):
+        with Daemon(site=SITE, scenario={"upgrade": SMALL_PIECES}) as daemon:
+            path, steps = self.image(daemon), []
+
+            def leave(*step):
+                if not steps:
+                    socket.create_connection((daemon.address, 6668)).close()
+                steps.append(step)
+            async with Gateway(daemon.address, timeout=1) as gateway:
+                await soon(gateway.upgrade(path, "2.0.1", on_progress=leave))
+            self.assertNotEqual(steps, sorted(steps), "expected it to begin again")
+            self.assertEqual(daemon.status()["gateway"]["gw_sw_ver"], "2.0.1")
 
     async def test_an_image_that_is_not_what_was_announced_is_not_installed(self):
-        with Daemon(site=SITE) as daemon:
-            path = os.path.join(daemon.directory, "image")
-            with open(path, "wb") as file:
-                file.write(bytes(1_500_000))
-            with unittest.mock.patch("engr_lan._upgrade._digest", return_value=(1_500_000, "0" * 32)):
-                async with Gateway(daemon.address) as gateway:
-                    with self.assertRaises(engr_lan.UpgradeFailed):
-                        await soon(gateway.upgrade(path, "2.0.1"))
+        with Daemon(site=SITE, scenario={"upgrade": SMALL_PIECES}) as daemon:
+            path = self.image(daemon)
+
+            def spoil(*_):
+                with open(path, "r+b") as file:
+                    file.seek(-1000, os.SEEK_END)
+                    file.write(bytes(1000))
+            async with Gateway(daemon.address) as gateway:
+                with self.assertRaises(engr_lan.UpgradeFailed) as failed:
+                    await soon(gateway.upgrade(path, "2.0.1", on_progress=spoil))
+                self.assertIn("has the whole image", failed.exception.detail)
 
     async def test_a_gateway_without_a_network_reports_its_failure_or_appears(self):
         with Daemon("--ap", site=SITE) as daemon:
-            async def provision(network):
+            async def provision(network, **options):
                 return await soon(engr_lan.provision(SITE["gateway"]["gw_id"], network, "sesame", "t0ken",
-                                                     interface="lo"))
+                                                     interface="lo", **options))
             daemon.ctl("fault", "wf_station_connect", "-1")
             with self.assertRaises(engr_lan.WifiFailure) as failed:
                 await provision("garage")
-            self.assertEqual(failed.exception.address, daemon.address)
+            self.assertEqual((failed.exception.address, failed.exception.result), (daemon.address, -1))
             for _ in range(10_000):  # the gateway tries once more by itself
                 if daemon.status()["faults"]["wf_station_connect"]["count"] == 2:
                     break
             daemon.ctl("fault", "wf_station_connect", "off")
-            found = await provision("office")
-            self.assertEqual((found.address, found.needs_wifi_setup), (daemon.address, False))
+            sent = []
+            found = await provision("office", on_progress=lambda *step: sent.append(step))
+            self.assertEqual((found.address, found.needs_wifi_setup, found.interface), (daemon.address, False, "lo"))
             self.assertEqual(daemon.status()["wifi"]["ssid"], "office")
+            self.assertEqual(sent[0], (1, 10))
+
+            with self.assertRaises(engr_lan.LanError) as failed:
+                await provision("cellar", listen=0)
+            self.assertEqual(failed.exception.kind, "not_waiting")
+            with self.assertRaises(engr_lan.TimedOut):
+                await provision("cellar", force=True, listen=0, timeout=0.01)
+            for wrong in ({"network": "n" * 33}, {"network": ""}, {"network": "n", "password": "p" * 250}):
+                with self.assertRaises((ValueError, engr_lan.LanError)):
+                    await soon(engr_lan.provision(None, **{"password": "", "token": "t0ken", **wrong}, interface="lo"))
 
 
 class Programs(unittest.TestCase):

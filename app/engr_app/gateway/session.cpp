@@ -6,11 +6,10 @@
 #include "gateway/finding.h"
 #include "gateway/stay.h"
 #include "lan_client/frame_types.h"
-#include "lan_client/limits.h"
+#include "lan_client/gateway_list.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <utility>
 
@@ -30,12 +29,6 @@ constexpr std::chrono::milliseconds longest_check_of_place = 2s;
 
 std::chrono::milliseconds given_or(double seconds, std::chrono::milliseconds otherwise) {
     return seconds > 0 ? std::chrono::milliseconds(static_cast<long>(seconds * 1000)) : otherwise;
-}
-
-// Anybody can announce any number of gateways.
-bool has_room(const discovery_result &result, std::size_t at_same_address) {
-    return result.announcements.size() < lan_client::max_discovered_gateways &&
-           at_same_address < lan_client::max_discovered_at_one_address;
 }
 
 } // namespace
@@ -106,7 +99,7 @@ discovery_result gateway_session::listen(const listening &how) {
     end_on_interrupt();
     discovery_result result{
         .interface_name = how.interface_name, .limit = how.limit, .announcements = {}};
-    std::map<std::string, std::size_t> at_address;
+    lan_client::gateway_list heard;
     bool stop = false;
     const auto on_datagram = [&](const lan_client::parsed_datagram &datagram) {
         result.unreadable += datagram.kind == lan_client::datagram_kind::unreadable ? 1 : 0;
@@ -114,20 +107,9 @@ discovery_result gateway_session::listen(const listening &how) {
             return;
         }
         const announcement &announced = datagram.content;
-        const auto known = std::ranges::find_if(result.announcements, [&](const auto &other) {
-            return other.id == announced.id && other.address == announced.address;
-        });
         const bool awaited = how.enough && how.enough(announced);
-        if (known != result.announcements.end()) {
-            const std::string first_heard_on = known->interface_name;
-            *known = announced;
-            known->interface_name = first_heard_on;
-        } else if (awaited || has_room(result, at_address[announced.address])) {
-            result.announcements.push_back(announced);
-            ++at_address[announced.address];
-            if (how.on_new) {
-                how.on_new(announced);
-            }
+        if (heard.note(announced, awaited) && how.on_new) {
+            how.on_new(announced);
         }
         stop = stop || awaited;
     };
@@ -137,6 +119,7 @@ discovery_result gateway_session::listen(const listening &how) {
                       fmt::format("can't listen for gateways: {}", problem.detail));
     }
     loop_.run_until([&stop] { return stop; }, how.limit);
+    result.announcements = heard.all();
     std::ranges::sort(result.announcements, {},
                       [](const announcement &one) { return std::pair(one.id, one.address); });
     keep_heard(out_, result.announcements);

@@ -152,6 +152,9 @@ class gateway_session {
      */
     void leave();
 
+    /** To be called with each answer that a verb gets from the client itself. */
+    void note_answer(const lan_client::answer &answered) { monitor_.on_answer(answered); }
+
     /** Says whether an upgrade that runs is this session's own, which it may leave. */
     void own_upgrade(bool own);
 

@@ -316,7 +316,7 @@ step_check gateway_work::upgrade(const std::string &device, const planned_image 
         if (before.running) {
             throw failure("busy", "another upgrade has begun; apply the plan again after it");
         }
-        static_cast<void>(transfer.carry_out(before));
+        static_cast<void>(transfer.carry_out());
     } catch (const failure &failed) {
         problem = failed;
     }

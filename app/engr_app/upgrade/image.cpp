@@ -58,12 +58,14 @@ firmware_image::firmware_image(std::string path) : path_(std::move(path)), file_
     }
     check_size();
     std::array<char, block_bytes> block{};
+    lan_client::md5_sum sum;
     uint64_t offset = 0;
-    md5_ = lan_client::md5_text([&] {
-        const std::size_t count = read_at(file_.descriptor, block.data(), block.size(), offset);
+    while (const std::size_t count =
+               read_at(file_.descriptor, block.data(), block.size(), offset)) {
+        sum.add({block.data(), count});
         offset += count;
-        return std::string_view(block.data(), count);
-    });
+    }
+    md5_ = sum.text();
     require_unchanged();
     if (offset != size()) {
         throw unusable_image(path_,

@@ -1,14 +1,14 @@
-// One upgrade, from the announcement to its outcome.
+// One upgrade, from the announcement to its outcome: lan_client does it, this shows and explains.
 #pragma once
 
 #include "gateway/answers.h"
 #include "gateway/session.h"
-#include "lan_client/image_pieces.h"
+#include "lan_client/image_upgrade.h"
 #include "upgrade/image.h"
 
-#include <chrono>
 #include <cstdint>
-#include <deque>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -39,36 +39,24 @@ class upgrade_transfer {
      * @return the status with the new version
      * @throws failure when that is not installed in the end
      */
-    upgrade_status carry_out(const upgrade_status &before);
+    upgrade_status carry_out();
 
   private:
-    using clock = std::chrono::steady_clock;
-
     lan_client::client_events events();
-    void on_report(const lan_client::report &report);
-    void on_install_progress(const lan_client::report &report);
-    void on_link(const lan_client::link_change &change);
-    [[nodiscard]] bool is_due() const;
+    lan_client::image_upgrade::callbacks upgrade_events();
+    bool read_image(std::string &bytes, uint64_t offset, std::size_t count);
+    void enter(lan_client::upgrade_step step);
+    void show_progress();
     void tick();
     [[nodiscard]] std::string waiting_text() const;
+    void end_bars();
 
-    upgrade_status expect_status(const upgrade_order &of, lan_client::request wanted);
-    void require_known_device();
-    void announce();
-    void start();
-    void transfer_image();
-    void answer_requests();
-    void wait();
-    void answer_request();
-    void send(const lan_client::piece_request &wanted);
-    std::optional<upgrade_status> poll();
-    std::optional<upgrade_status> await_outcome();
-    [[nodiscard]] bool still_installing() const;
-
-    [[nodiscard]] bool has_given_up(const std::optional<upgrade_status> &end) const;
+    [[nodiscard]] lan_client::upgrade_answer ask(lan_client::client &asked,
+                                                 const lan_client::upgrade_question &question);
     [[nodiscard]] std::string position_text() const;
-    [[nodiscard]] failure not_upgraded(const std::optional<upgrade_status> &end);
+    [[nodiscard]] failure not_upgraded(const lan_client::upgrade_outcome &outcome);
     failure abandon(const char *kind, const std::string &why);
+    [[nodiscard]] failure abandon_broken(const lan_client::upgrade_outcome &outcome);
     std::optional<upgrade_status> ask_after_leaving();
 
     gateway_session &session_;
@@ -76,30 +64,15 @@ class upgrade_transfer {
     upgrade_order order_;
     lan_client::client &client_;
     lan_client::timer ticker_;
-    std::string gateway_id_;
-    upgrade_status before_;
-
-    // Received and not handled yet:
-    std::deque<std::string> requests_; // for pieces
-    std::optional<std::string> refusal_;
-    bool version_reported_ = false;
+    lan_client::upgrade_answer before_;
+    std::unique_ptr<lan_client::image_upgrade> upgrade_; // since the start
+    std::optional<lan_client::upgrade_outcome> outcome_;
     bool interrupted_ = false;
-
-    // Of the current attempt:
-    lan_client::piece_requests pieces_;
-    uint64_t transferred_bytes_ = 0; // bytes of the image that the gateway has
-    bool is_sending_piece_ = false;  // a piece is not sent completely
-    bool complete_ = false;          // the gateway has the whole image
-
-    bool started_ = false;
-    bool link_lost_ = false;                            // after the start
+    std::optional<failure> image_problem_;
     std::optional<lan_client::error> connection_error_; // why, as long as there is none
-    clock::time_point last_progress_;                   // the last progress
-    std::chrono::milliseconds progress_timeout_{0};     // from then on
     progress_bar bar_;
     progress_bar install_bar_;
-    uint64_t install_percent_ = 0;
-    std::optional<clock::time_point> last_install_report_;
+    bool installing_ = false; // the gateway has told percents
 };
 
 } // namespace engr_app

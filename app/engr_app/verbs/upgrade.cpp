@@ -154,7 +154,7 @@ int upgrade(gateway_session &session, upgrade_arguments &given) {
     }
     confirm_change(session, given, transfer, order, before);
     const auto began = steady_clock::now();
-    const upgrade_status after = transfer.carry_out(before);
+    const upgrade_status after = transfer.carry_out();
     const auto seconds =
         std::chrono::round<std::chrono::seconds>(steady_clock::now() - began).count();
     return print_outcome(

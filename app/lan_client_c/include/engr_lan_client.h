@@ -51,7 +51,14 @@ typedef enum engr_client_error {
     ENGR_CLIENT_CANCELLED = 14,     /**< ended by the caller */
     ENGR_CLIENT_BAD_ARGUMENT = 100, /**< an argument can't be right; nothing was done */
     ENGR_CLIENT_NO_RESOURCES = 101, /**< the system has no memory, descriptor or thread left */
-    ENGR_CLIENT_BAD_ANSWER = 102    /**< the gateway's answer is not what was asked for */
+    ENGR_CLIENT_BAD_ANSWER = 102,   /**< the gateway's answer is not what was asked for */
+    ENGR_CLIENT_BUSY = 103,         /**< an upgrade, or a request of this kind, is under way */
+    ENGR_CLIENT_UNKNOWN_DEVICE = 104,  /**< the gateway has no device of this id */
+    ENGR_CLIENT_UPGRADE_FAILED = 105,  /**< the new version is not installed */
+    ENGR_CLIENT_OUTCOME_UNKNOWN = 106, /**< the gateway can't be asked how the upgrade ended */
+    ENGR_CLIENT_NOT_WAITING = 107,     /**< no gateway says that it needs Wi-Fi: nothing was sent */
+    ENGR_CLIENT_WIFI_FAILURE = 108,    /**< a gateway could not join its Wi-Fi network */
+    ENGR_CLIENT_UNCONFIRMED = 109 /**< a gateway appeared that may be another than the right one */
 } engr_client_error;
 
 /** What kind of event it is, with the members that it sets beside `kind` and `dropped`. */
@@ -62,7 +69,7 @@ typedef enum engr_client_event_kind {
     ENGR_CLIENT_DISCONNECTED = 2,
     /**
      * The one outcome of a request. Sets request, type, error, error_text, and without an error
-     * ret and payload.
+     * ret and payload; what else is said where the request is described.
      */
     ENGR_CLIENT_ANSWER = 3,
     /** A request is getting on. Sets request, type, done, total. Only the newest is kept. */
@@ -75,10 +82,7 @@ typedef enum engr_client_event_kind {
     /** A gateway announced itself; every gateway does so every 5 s. Sets announcement, address. */
     ENGR_CLIENT_ANNOUNCEMENT = 6,
     /** A datagram that is damaged or of a gateway with another seed. Sets address. */
-    ENGR_CLIENT_UNREADABLE = 7,
-    /** A gateway could not join its Wi-Fi network. Sets address, result and payload (the reason).
-     */
-    ENGR_CLIENT_WIFI_FAILURE = 8
+    ENGR_CLIENT_UNREADABLE = 7
 } engr_client_event_kind;
 
 /** What to expect after a request of a frame type. */
@@ -100,6 +104,7 @@ typedef struct engr_client_announcement {
     int64_t ability;
     bool activated; /**< it has to be opened with its local key */
     bool needs_wifi_setup;
+    const char *interface_name; /**< that it was heard on; "": not known */
 } engr_client_announcement;
 
 /** An event. Members that its kind does not set are 0; texts are "" then, but never NULL. */
@@ -164,11 +169,10 @@ engr_client_error engr_client_open_discovery(const engr_client_options *options,
                                              engr_client **client);
 
 /**
- * Opens a client that gives gateways in access-point mode their Wi-Fi network, and listens on UDP
- * port 6670 for the failures that they report. A success shows by the gateway's announcement on the
- * new network.
+ * Opens a client that gives gateways in access-point mode their Wi-Fi network. It opens no port
+ * before engr_client_provision.
  *
- * @return as engr_client_open_discovery
+ * @return OK; BAD_ARGUMENT and NO_RESOURCES as above
  */
 engr_client_error engr_client_open_provisioning(const engr_client_options *options,
                                                 engr_client **client);
@@ -204,8 +208,7 @@ void engr_client_free_event(engr_client_event *event);
  * @param timeout_ms  for the answer; 0: that of the options
  * @param request     receives the request's id, never 0; may be NULL
  * @return OK; BAD_ARGUMENT for a NULL pointer or a client that is none of a gateway; QUEUE_FULL
- * when
- *         4096 answers have not been taken; NO_RESOURCES. Without OK there is no answer.
+ *         when 4096 answers have not been taken; NO_RESOURCES. Without OK there is no answer.
  */
 engr_client_error engr_client_request(engr_client *client, uint32_t type, const char *payload,
                                       size_t payload_bytes, uint32_t timeout_ms, uint32_t *request);
@@ -215,9 +218,8 @@ engr_client_error engr_client_request(engr_client *client, uint32_t type, const 
  *
  * @param timeout_ms  for each answer; 0: that of the options
  * @param request     as of engr_client_request. The payload of the ENGR_CLIENT_ANSWER is a JSON
- * text
- *                    [{"cid": ID, "pid": PRODUCT, "online": true, false, or null for a device that
- *                    the gateway keeps in neither list}]; its error may be BAD_ANSWER.
+ *                    text [{"cid": ID, "pid": PRODUCT, "online": true, false, or null for a device
+ *                    that the gateway keeps in neither list}]; its error may be BAD_ANSWER.
  * @return as engr_client_request
  */
 engr_client_error engr_client_devices(engr_client *client, uint32_t timeout_ms, uint32_t *request);
@@ -233,41 +235,61 @@ engr_client_error engr_client_devices(engr_client *client, uint32_t timeout_ms, 
 engr_client_error engr_client_log(engr_client *client, uint32_t *request);
 
 /**
- * Answers a gateway's requests for pieces of a firmware image, from now on until the gateway has
- * all of it. Announce the image (FRM_CHK_SOFT_VER, or FRM_DEV_UPGRADE_INFO for a device) before,
- * start the upgrade (FRM_DEV_UPGRADE) after, and ask by an announcement of 0 bytes how it ended: no
- * gateway tells. The end of the connection ends an upgrade.
+ * Brings a firmware image to a gateway, or to one of its devices, and waits until it is installed.
+ * An upgrade that the gateway gives up is started once more, since the end of any app's connection
+ * ends it. With `reconnect` a lost connection is made again to ask what is installed. To end an
+ * upgrade, close the client; after an error, too, it may go on at the gateway until then.
  *
- * @param path        of the image, a regular file of 1 byte to 2 GiB that stays as it is
- * @param device_id   of the device that is upgraded; the gateway's own for the gateway itself
- * @param gateway_id  of the gateway, as "cid" in its answer to FRM_CHK_SOFT_VER
- * @param request     as of engr_client_request. ENGR_CLIENT_ANSWER comes when the gateway has the
- *                    whole image, or with an error: BAD_ANSWER for a request that can't follow, and
- *                    what ended the connection. ENGR_CLIENT_PROGRESS counts bytes. Requests for
- *                    pieces are no ENGR_CLIENT_REPORT meanwhile. Another image takes its place, and
- *                    it ends with CANCELLED.
- * @return as engr_client_request; BAD_ARGUMENT also for a file that can't be used
+ * @param path       of the image, a regular file of 1 byte to 2 GiB that stays as it is
+ * @param version    of the image, 1 to 11 bytes
+ * @param device_id  of the device; NULL or "": the gateway itself
+ * @param again      install it even when that version is installed already
+ * @param request    as of engr_client_request. ENGR_CLIENT_PROGRESS counts bytes that the gateway
+ *                   has taken. The payload of the ENGR_CLIENT_ANSWER is a JSON text
+ *                   {"version_before": TEXT, "version": TEXT, "upgraded": BOOL}, with "version"
+ *                   installed in the end, "" when that is not known; with a `ret` other than 0 it
+ *                   is the gateway's refusal. Errors: BUSY, UNKNOWN_DEVICE, UPGRADE_FAILED,
+ *                   OUTCOME_UNKNOWN, CONNECTION_LOST, TIMED_OUT when the gateway does not ask for
+ *                   the next piece, BAD_ANSWER, and what ends other requests.
+ * @return as engr_client_request; BAD_ARGUMENT also for a version or a file that can't be used
  */
-engr_client_error engr_client_serve_image(engr_client *client, const char *path,
-                                          const char *device_id, const char *gateway_id,
-                                          uint32_t *request);
+engr_client_error engr_client_upgrade(engr_client *client, const char *path, const char *version,
+                                      const char *device_id, bool again, uint32_t *request);
+
+/** A Wi-Fi network and who is to join it. What is 0 or NULL has the value that its line names. */
+typedef struct engr_client_network {
+    size_t size;                    /**< sizeof(engr_client_network), so that it can grow */
+    const char *network;            /**< its name, 1 to 32 bytes; must be given */
+    const char *password;           /**< NULL or "": the network is open */
+    const char *token;              /**< what the gateway expects; must be given */
+    const char *gateway_id;         /**< NULL: the gateways that say that they need Wi-Fi */
+    const char *address;            /**< IPv4, where it is sent; NULL: broadcast */
+    const char *new_interface_name; /**< where the gateway is to appear; NULL: as in the options */
+    bool plain;          /**< unencrypted: anybody near can read it; else with built-in key 1 */
+    bool force;          /**< send it even when no gateway says that it needs Wi-Fi */
+    uint32_t times;      /**< 10; it is sent every second, since datagrams get lost */
+    uint32_t listen_ms;  /**< 6000; how long to listen for the gateway before it is sent */
+    uint32_t timeout_ms; /**< 60000; for the outcome, once it was sent */
+} engr_client_network;
 
 /**
- * Sends a Wi-Fi network to gateways in access-point mode, once; they don't answer, so send it again
- * every second until a failure or an announcement comes.
+ * Gives a gateway in access-point mode its Wi-Fi network. First it listens for gateways that say
+ * that they need one, and sends only to where it has heard the one that is meant: a password is for
+ * nobody else. Then it sends until a gateway reports that it could not join the network, or
+ * appears on it. No gateway answers.
  *
- * @param network    its name, 1 to 32 bytes
- * @param password   "" or NULL when the network is open
- * @param token      what the gateway expects
- * @param address    IPv4; NULL: all gateways on the interface
- * @param encrypted  with built-in key 1; otherwise anybody near can read the password
- * @return OK: it was sent; BAD_ARGUMENT for a missing text, one that is not UTF-8, a name that is
- *         too long, or a client of another kind; TOO_LARGE when all together don't fit into a
- *         datagram of 256 bytes; BAD_ADDRESS; NO_INTERFACE; UNREACHABLE; NO_RESOURCES
+ * @param request  as of engr_client_request. ENGR_CLIENT_PROGRESS counts the datagrams. The
+ *                 ENGR_CLIENT_ANSWER sets announcement and address when the gateway has joined, and
+ *                 with the error UNCONFIRMED; with WIFI_FAILURE it sets address, result and payload
+ *                 (the reason). Further errors: NOT_WAITING; NO_INTERFACE, also when none is named
+ *                 and it is not clear where to broadcast; BAD_ADDRESS; UNREACHABLE, also for a port
+ *                 in use; WRONG_KEY when all that was heard is under other keys; TIMED_OUT; BUSY
+ * @return OK; BAD_ARGUMENT for a missing text, one that is not UTF-8, a name that is too long, or a
+ *         client of another kind; TOO_LARGE when all together don't fit into a datagram of 256
+ *         bytes; QUEUE_FULL; NO_RESOURCES
  */
-engr_client_error engr_client_send_network(engr_client *client, const char *network,
-                                           const char *password, const char *token,
-                                           const char *address, bool encrypted);
+engr_client_error engr_client_provision(engr_client *client, const engr_client_network *wanted,
+                                        uint32_t *request);
 
 /** @return a short name such as "timed_out", valid for ever; "unknown" for other numbers */
 const char *engr_client_error_name(engr_client_error error);

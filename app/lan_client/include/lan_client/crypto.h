@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -54,10 +54,23 @@ class aes_key {
  */
 [[nodiscard]] std::optional<std::string> decrypt_text(const aes_key &key, std::string_view cipher);
 
-/**
- * The MD5 of all blocks that `next` gives, up to the first empty one, as 32 lower-case hex digits.
- */
-[[nodiscard]] std::string md5_text(const std::function<std::string_view()> &next);
+/** The MD5 of bytes that come piece by piece. */
+class md5_sum {
+  public:
+    md5_sum();
+    ~md5_sum();
+    md5_sum(const md5_sum &) = delete;
+    md5_sum &operator=(const md5_sum &) = delete;
+
+    void add(std::string_view bytes);
+
+    /** @return the sum as 32 lower-case hex digits; to be called once, after all bytes */
+    [[nodiscard]] std::string text();
+
+  private:
+    struct state;
+    std::unique_ptr<state> state_;
+};
 
 /** The SHA-256 of the bytes as 64 lower-case hex digits. */
 [[nodiscard]] std::string sha256_text(std::string_view bytes);

@@ -44,6 +44,11 @@ class image_sender {
     /** @return bytes from the beginning of the image that the gateway has */
     [[nodiscard]] uint64_t taken_bytes() const { return taken_bytes_; }
 
+    /** @return when it was last asked for a piece, or the system last accepted a part of one */
+    [[nodiscard]] std::chrono::steady_clock::time_point last_progress() const {
+        return last_progress_;
+    }
+
     /** @return whether the gateway has said that it has the whole image */
     [[nodiscard]] bool is_complete() const { return complete_; }
 
@@ -53,6 +58,7 @@ class image_sender {
   private:
     void answer_next();
     void send(const piece_request &wanted);
+    void note_sent(bool whole);
 
     client &to_;
     piece_requests pieces_;
@@ -61,6 +67,7 @@ class image_sender {
     std::function<void()> on_change_;
     std::deque<std::string> requests_; // received and not answered yet
     uint64_t taken_bytes_ = 0;
+    std::chrono::steady_clock::time_point last_progress_;
     bool sending_ = false; // the system has not accepted the whole piece yet
     bool complete_ = false;
     std::string fault_;
