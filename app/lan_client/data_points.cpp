@@ -12,6 +12,40 @@ namespace lan_client {
 
 using nlohmann::json;
 
+namespace {
+
+bool is_refused_with_text(const answer &answered, std::string_view text) {
+    return !answered.failure && answered.ret != 0 && answered.payload == text;
+}
+
+} // namespace
+
+json known_points_query(const std::string &device_id) {
+    return device_id.empty() ? json::object() : json{{"cid", device_id}};
+}
+
+json device_command(const std::string &device_id, const json &data_points) {
+    json body = known_points_query(device_id);
+    body["dps"] = data_points;
+    return body;
+}
+
+json report_query(const std::string &device_id, const std::vector<int> &numbers) {
+    json body = known_points_query(device_id);
+    if (!numbers.empty()) {
+        body["dpId"] = numbers.size() == 1 ? json(numbers.front()) : json(numbers);
+    }
+    return body;
+}
+
+bool says_unknown_device(const answer &answered) {
+    return is_refused_with_text(answered, "devid not found");
+}
+
+bool says_no_data_points(const answer &answered) {
+    return is_refused_with_text(answered, "json obj data unvalid");
+}
+
 json parse_device_state(std::string_view payload) {
     json state = parse_json(payload);
     if (!state.is_object() || !state.contains("dps") || !state["dps"].is_object()) {

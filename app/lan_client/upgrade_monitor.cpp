@@ -9,6 +9,15 @@
 
 namespace lan_client {
 
+request upgrade_probe_request() {
+    return {
+        .type = frame_type::tp_cmd, .payload = "{}", .coding = request_coding(frame_type::tp_cmd)};
+}
+
+bool refuses_while_upgrading(const answer &answered) {
+    return !answered.failure && answered.ret != 0 && answered.payload == "device is upgrading...";
+}
+
 void upgrade_monitor::note_running(const std::string &id) {
     last_sign_ = clock::now();
     if (!running_) {
@@ -66,7 +75,7 @@ void upgrade_monitor::on_answer(const answer &answer) {
         }
     } else if (answer.ret != 0 && answer.payload == "dev is upgrading") {
         note_running("");
-    } else if (answer.ret != 0 && answer.payload == "device is upgrading...") {
+    } else if (refuses_while_upgrading(answer)) {
         note_running("");
         refuses_commands_ = true;
     }

@@ -2,13 +2,11 @@
 #include "gateway/stay.h"
 
 #include "gateway/answers.h"
-#include "gateway/request.h"
-#include "lan_client/frame_types.h"
+#include "gateway/session.h"
 
 #include <memory>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace engr_app {
 namespace {
@@ -21,12 +19,6 @@ constexpr auto stall_limit = 10min;
 // While an image is transferred reports come more often.
 constexpr auto usual_report_gap = 1s;
 
-// A gateway refuses every device command while its own firmware is upgraded, and this one, which
-// has no data points, at any time. Unlike an announcement it changes nothing.
-lan_client::request empty_device_command() {
-    return json_request(lan_client::frame_type::tp_cmd, nlohmann::json::object());
-}
-
 class upgrade_watcher {
   public:
     upgrade_watcher(gateway_session &session, lan_client::client &client,
@@ -37,7 +29,7 @@ class upgrade_watcher {
 
     void watch() {
         if (!monitor_.is_running()) {
-            ask(empty_device_command());
+            ask(lan_client::upgrade_probe_request());
         } else if (lan_client::upgrade_monitor::clock::now() - monitor_.last_sign() >
                    usual_report_gap) {
             poll(); // the last sign may have been that of its end
@@ -66,8 +58,8 @@ class upgrade_watcher {
 
     void poll() {
         const bool refused_before = monitor_.refuses_commands();
-        const auto refused = ask(empty_device_command());
-        if (!refused || refused->failure || refused->payload == "device is upgrading...") {
+        const auto refused = ask(lan_client::upgrade_probe_request());
+        if (!refused || refused->failure || refuses_while_upgrading(*refused)) {
             return;
         }
         if (refused_before) {

@@ -59,7 +59,8 @@ void add_data_points(gateway_session &session, json &devices) {
     ask_of_each(
         session, devices, "data points",
         [](const json &device) {
-            return json_request(frame_type::local_dp_query, {{"cid", device["cid"]}});
+            return json_request(frame_type::local_dp_query,
+                                lan_client::known_points_query(member_text(device, "cid")));
         },
         [&](json &device, const lan_client::answer &answered) {
             // The gateway refuses a device that has not reported any yet.

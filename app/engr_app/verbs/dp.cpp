@@ -20,6 +20,8 @@ namespace engr_app {
 namespace {
 
 using lan_client::parse_device_state;
+using lan_client::says_no_data_points;
+using lan_client::says_unknown_device;
 using nlohmann::json;
 using namespace std::chrono_literals;
 
@@ -36,10 +38,6 @@ struct dp_arguments {
     table_view view;
     consent asked;
 };
-
-json request_for(const std::string &device_id) {
-    return device_id.empty() ? json::object() : json{{"cid", device_id}};
-}
 
 std::string device_name(gateway_session &session, const std::string &id) {
     return id.empty() ? "the gateway's own device" : device_text(session, id);
@@ -101,11 +99,10 @@ int show_data_points(gateway_session &session, const json &state, const point_na
 }
 
 lan_client::answer ask_state(gateway_session &session, const std::string &device_id) {
-    return session.ask({json_request(frame_type::local_dp_query, request_for(device_id))}).front();
+    return session
+        .ask({json_request(frame_type::local_dp_query, lan_client::known_points_query(device_id))})
+        .front();
 }
-
-constexpr std::string_view no_device = "devid not found";
-constexpr std::string_view no_data_points = "json obj data unvalid";
 
 failure no_own_device(gateway_session &session) {
     return {"no_own_device",
@@ -120,11 +117,11 @@ std::vector<std::string> reported_ids(gateway_session &session, const std::strin
         return {device_id};
     }
     const lan_client::answer answered = ask_state(session, "");
-    if (is_refused_with(answered, no_device)) {
+    if (says_unknown_device(answered)) {
         throw no_own_device(session);
     }
     std::vector<std::string> ids{""};
-    if (!is_refused_with(answered, no_data_points)) { // without data points there is no id
+    if (!says_no_data_points(answered)) { // without data points there is no id
         const json state = parse_device_state(expect_success(session, answered));
         ids.push_back(state.is_object() ? member_text(state, "cid") : "");
     }
@@ -144,8 +141,7 @@ int get_data_points(gateway_session &session, const dp_arguments &given) {
     const std::string id = session.names().device_id(given.device);
     const point_names names(session, id);
     const lan_client::answer answered = ask_state(session, id);
-    if (id.empty() &&
-        (is_refused_with(answered, no_device) || is_refused_with(answered, no_data_points))) {
+    if (id.empty() && (says_unknown_device(answered) || says_no_data_points(answered))) {
         throw no_own_device(session);
     }
     const std::string payload = expect_success(session, answered);
@@ -159,10 +155,11 @@ int get_data_points(gateway_session &session, const dp_arguments &given) {
 // Refuses what a device would not do, as far as the gateway knows it: a value of another type than
 // the data point has now, or anything while the device is offline.
 void check_against_device(gateway_session &session, const std::string &id, const json &wanted) {
-    const auto answers = session.ask(
-        {json_request(frame_type::local_dp_query, request_for(id)), line_state_request()});
+    const auto answers =
+        session.ask({json_request(frame_type::local_dp_query, lan_client::known_points_query(id)),
+                     line_state_request()});
     json now = json::object();
-    if (!is_refused_with(answers[0], no_data_points)) {
+    if (!says_no_data_points(answers[0])) {
         const json state = parse_device_state(expect_success(session, answers[0]));
         now = state.is_object() ? state["dps"] : now;
     }
@@ -194,8 +191,6 @@ int set_data_points(gateway_session &session, dp_arguments &given) {
     const json wanted =
         parse_data_points(given.data_points, given.object,
                           [&names](const std::string &text) { return names.number_of(text); });
-    json payload = request_for(id);
-    payload["dps"] = wanted;
     given.asked.require(
         session, fmt::format("Set {} of {}", data_points_text(wanted), device_name(session, id)));
     report_subscription reports(session);
@@ -203,7 +198,7 @@ int set_data_points(gateway_session &session, dp_arguments &given) {
         check_against_device(session, id, wanted);
     }
     const auto ids = reported_ids(session, id);
-    ask_one(session, json_request(frame_type::tp_cmd, payload));
+    ask_one(session, json_request(frame_type::tp_cmd, lan_client::device_command(id, wanted)));
     // A device may report its points together or one by one; the first report shows that it works.
     const auto report = reports.next(
         [&](const lan_client::report &candidate) {
@@ -227,19 +222,15 @@ int set_data_points(gateway_session &session, dp_arguments &given) {
 int query_data_points(gateway_session &session, const dp_arguments &given) {
     const std::string id = session.names().device_id(given.device);
     const point_names names(session, id);
-    json payload = request_for(id);
-    json numbers = json::array();
+    std::vector<int> numbers;
     std::vector<std::string> points;
     for (const std::string &text : given.data_points) {
         points.push_back(names.number_of(text));
         numbers.push_back(parse_data_point(points.back()));
     }
-    if (!numbers.empty()) {
-        payload["dpId"] = numbers.size() == 1 ? numbers.front() : numbers;
-    }
     report_subscription reports(session);
     const auto ids = reported_ids(session, id);
-    ask_one(session, json_request(frame_type::dp_query, payload));
+    ask_one(session, json_request(frame_type::dp_query, lan_client::report_query(id, numbers)));
     const auto report = reports.next(
         [&](const lan_client::report &candidate) { return any_contains(ids, candidate, points); },
         session.answer_time());

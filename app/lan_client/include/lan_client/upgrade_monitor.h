@@ -10,6 +10,17 @@
 namespace lan_client {
 
 /**
+ * A gateway refuses every device command while its own firmware is upgraded, and this one, which
+ * has no data points, at any time. Unlike an announcement it changes nothing.
+ *
+ * @return a request whose answer is such a sign
+ */
+[[nodiscard]] request upgrade_probe_request();
+
+/** @return whether the gateway refuses because its own firmware is upgraded */
+[[nodiscard]] bool refuses_while_upgrading(const answer &answered);
+
+/**
  * Collects the signs from what a gateway says anyway: its progress reports, the state in the answer
  * to an announcement, and the refusals of a gateway that is upgrading. Used on the loop's thread.
  */
