@@ -6,6 +6,11 @@
  * that waits for room), and then waits for the end of the entry function. The thread itself asks
  * GetThrdSta at a convenient point and leaves. Waits for a mutex, and those of sys_delete_timer and
  * cmmod_unreg_msgcb for a callback, are short and not cut.
+ *
+ * Contract calls also come from threads that the port did not make, those of the application, and
+ * wait there like anywhere; nobody tells such a thread to stop. REQUIRED of a port: what it keeps
+ * for each thread, such as the object that its waits look at, it makes for them at their first call
+ * and releases when they end, or it takes that from a bounded pool where no end is told.
  */
 #pragma once
 

@@ -1,0 +1,88 @@
+// What announcements say about gateways that need a Wi-Fi network, and how many are remembered.
+#include "lan_client/gateway_list.h"
+#include "lan_client/limits.h"
+#include "lan_client/wifi_candidates.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace lan_client;
+using readiness = wifi_candidates::readiness;
+using sign = wifi_candidates::sign;
+
+announcement heard(const std::string &id, bool needs_wifi, const std::string &interface_name = "ap",
+                   const std::string &address = "192.0.2.7") {
+    return {.address = address,
+            .interface_name = interface_name,
+            .announced_address = {},
+            .id = id,
+            .product_key = {},
+            .version = {},
+            .needs_wifi_setup = needs_wifi};
+}
+
+TEST(wifi_candidates_test, know_who_waits_and_where) {
+    const struct {
+        const char *wanted;
+        std::vector<announcement> before;
+        readiness expected;
+        std::set<std::string> interfaces;
+    } cases[] = {
+        {"", {}, readiness::nobody_waits, {}},
+        {"", {heard("a", false)}, readiness::nobody_waits, {}},
+        {"", {heard("a", true), heard("b", true, "ap2")}, readiness::ready, {"ap", "ap2"}},
+        {"b", {heard("a", true), heard("b", true, "ap2")}, readiness::ready, {"ap2"}},
+        {"c", {heard("a", true)}, readiness::not_heard, {}},
+        {"a", {heard("a", false)}, readiness::not_waiting, {}},
+    };
+    for (const auto &one : cases) {
+        wifi_candidates candidates("", one.wanted);
+        for (const announcement &announced : one.before) {
+            const bool enough = announced.needs_wifi_setup && announced.id == one.wanted;
+            EXPECT_EQ(candidates.note(announced), enough) << one.wanted;
+        }
+        EXPECT_EQ(candidates.state(), one.expected) << one.wanted;
+        EXPECT_EQ(candidates.interfaces(), one.interfaces) << one.wanted;
+    }
+    wifi_candidates elsewhere("eth0", "a");
+    EXPECT_FALSE(elsewhere.note(heard("a", true, "ap"))) << "expected it to wait where asked";
+    EXPECT_EQ(elsewhere.state(), readiness::not_waiting);
+}
+
+TEST(wifi_candidates_test, tell_the_right_gateway_from_others) {
+    wifi_candidates any("", "");
+    any.note(heard("there", false));
+    EXPECT_EQ(any.judge(heard("other", false)), sign::unsure);
+    EXPECT_FALSE(any.can_recognise());
+    EXPECT_EQ(any.judge(heard("new", true)), sign::none);
+    EXPECT_EQ(any.judge(heard("new", false)), sign::joined) << "expected it to have waited";
+    EXPECT_EQ(any.judge(heard("there", false)), sign::none) << "it had its network before";
+    EXPECT_EQ(any.judge(heard("there", false, "ap", "192.0.2.8")), sign::unsure);
+
+    wifi_candidates named("", "gw");
+    EXPECT_TRUE(named.can_recognise());
+    EXPECT_EQ(named.judge(heard("other", false)), sign::none);
+    EXPECT_EQ(named.judge(heard("gw", false)), sign::joined);
+}
+
+TEST(gateway_list_test, keeps_a_bounded_number_and_whoever_is_awaited) {
+    gateway_list list;
+    EXPECT_TRUE(list.note(heard("a", true, "ap")));
+    EXPECT_FALSE(list.note(heard("a", false, "eth0"))) << "expected it to be known";
+    EXPECT_FALSE(list.find_id("a")->needs_wifi_setup) << "expected the latest announcement";
+    EXPECT_EQ(list.find_id("a")->interface_name, "ap") << "expected where it was heard first";
+    for (std::size_t made = 0; made < 2 * max_discovered_gateways; ++made) {
+        const std::string address = "192.0.2." + std::to_string(made % 8);
+        list.note(heard("liar" + std::to_string(made), false, "ap", address));
+    }
+    EXPECT_EQ(list.all().size(), 8 * max_discovered_at_one_address);
+    EXPECT_TRUE(list.note(heard("awaited", false), true));
+    EXPECT_NE(list.find_id("awaited"), nullptr);
+    for (std::size_t made = 0; made < 2 * max_discovered_gateways; ++made) {
+        list.note(heard("liar", false, "ap", std::to_string(made)));
+    }
+    EXPECT_EQ(list.all().size(), max_discovered_gateways);
+}
+
+} // namespace
