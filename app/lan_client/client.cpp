@@ -1,3 +1,4 @@
+// The public face of a conversation.
 #include "lan_client/client.h"
 
 #include "conversation.h"

@@ -5,6 +5,7 @@
 #include "lan_client/event_loop.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>

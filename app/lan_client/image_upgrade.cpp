@@ -244,6 +244,7 @@ void image_upgrade::state::ask_to_start(bool may_announce) {
         }
         patience = silence_limit * answer_time;
         last_progress = clock::now();
+        link_lost = false; // or it would not have been accepted
         enter(upgrade_step::transferring);
         look_at_pieces();
     });
@@ -352,6 +353,7 @@ void image_upgrade::state::judge(const std::optional<upgrade_status> &status) {
         return end(outcome(upgrade_end::gave_up));
     }
     enter(upgrade_step::starting);
+    sender.reset();
     announce([this] { begin(); });
 }
 

@@ -1,3 +1,4 @@
+// UTF-8, read by utf8proc.
 #include "utf8.h"
 
 #include <cstddef>

@@ -15,6 +15,9 @@
  *     }
  *     engr_client_close(client);
  *
+ * A handle that is passed has to be open; it may be NULL only where that is said, and where the
+ * result may be BAD_ARGUMENT.
+ *
  * Threads: a handle is used by one thread at a time; several handles may be used by several threads
  * at once. No function waits for the network. Functions without a handle may be called anywhere. A
  * child process of fork must use no handle of its parent.
