@@ -1,4 +1,5 @@
 /* Ends of an upgrade that race with each other: each transfer has one outcome, whatever happens. */
+#include "platform/clock.h"
 #include "transport/frame_types.h"
 #include "upgrade/upgrade_state.h"
 #include "upgrade/upgrade_worker.h"
@@ -38,12 +39,12 @@ TEST(upgrade_races, one_transfer_has_one_outcome) {
         };
         begin_upgrade(app, 8);
         app.ask(FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
-        const uint64_t moment = chunk_watchdog_ms - 2 + chance.below(4);
+        const auto moment = static_cast<uint32_t>(chunk_watchdog_ms - 2 + chance.below(4));
         std::vector<sim::test_thread> threads;
         const auto at_the_moment = [&](uint64_t one_in, const char *name, auto act) {
             if (chance.one_in(one_in)) {
-                threads.push_back(world.spawn(name, [&world, moment, act] {
-                    world.run_for(moment);
+                threads.push_back(world.spawn(name, [moment, act] {
+                    kelo_hal_system_delay(moment);
                     act();
                 }));
             }
@@ -145,10 +146,16 @@ TEST(upgrade_races, two_ends_at_once_give_each_transfer_one_outcome_under_all_sc
                 upgrade_begin();
                 service.start_transfer();
                 // Without another act, the watchdog races with the server task.
-                world.run_for(other == nothing ? chunk_watchdog_ms : 1);
+                world.run_for(other == nothing ? chunk_watchdog_ms - 1 : 1);
                 {
-                    const sim::test_thread one = world.spawn("server", server);
-                    const sim::test_thread two = world.spawn("other", other);
+                    const auto in_a_moment = [](act what) {
+                        return [what] {
+                            kelo_hal_system_delay(1);
+                            what();
+                        };
+                    };
+                    const sim::test_thread one = world.spawn("server", in_a_moment(server));
+                    const sim::test_thread two = world.spawn("other", in_a_moment(other));
                 }
                 world.run_for(2 * outcome_watchdog_ms);
                 expect_one_outcome_each();
@@ -173,7 +180,9 @@ TEST(upgrade_races, two_ends_at_once_give_each_transfer_one_outcome_under_all_sc
 }
 
 TEST(upgrade_races, an_expiry_ends_nothing_that_a_chunk_has_kept_alive) {
-    const auto story = [](sim::world &world) {
+    uint64_t overtaken = 0;
+    uint64_t in_time = 0;
+    const auto story = [&](sim::world &world) {
         upgrade_gateway gateway(world);
         service.offered.file_size = 8;
         ASSERT_EQ(upgrade_create(), 0);
@@ -183,7 +192,7 @@ TEST(upgrade_races, an_expiry_ends_nothing_that_a_chunk_has_kept_alive) {
         sim::begin_race();
         {
             const sim::test_thread server = world.spawn("server", [&] {
-                world.run_for(chunk_watchdog_ms);
+                kelo_hal_system_delay(chunk_watchdog_ms);
                 lan_upg_mgr_t manager{};
                 is_admitted = upgrade_admit_chunk(manager) == chunk_admission::admitted;
                 if (is_admitted) {
@@ -192,6 +201,7 @@ TEST(upgrade_races, an_expiry_ends_nothing_that_a_chunk_has_kept_alive) {
             });
         }
         sim::end_race();
+        (is_admitted ? overtaken : in_time) += 1;
         world.run_for(chunk_watchdog_ms / 2);
         EXPECT_EQ(update_stat == 1, is_admitted);
         EXPECT_EQ(service.outcome_of_each(), is_admitted ? "-" : "1");
@@ -203,6 +213,8 @@ TEST(upgrade_races, an_expiry_ends_nothing_that_a_chunk_has_kept_alive) {
         sim::no_failure_yet);
     sim::report(found, true);
     EXPECT_TRUE(found.complete) << "expected all schedules to pass";
+    EXPECT_GT(overtaken, 0U) << "expected a chunk that comes before the expiry";
+    EXPECT_GT(in_time, 0U) << "expected a chunk that comes after the expiry";
 }
 
 TEST(upgrade_races, the_outcome_may_stop_the_agent_on_whatever_thread_it_arrives) {
