@@ -85,6 +85,16 @@ TEST_F(agent_start, the_server_works_without_discovery_ticks) {
     EXPECT_EQ(gateway.connect().ask(FRM_KEEPALIVE), "9/0/0/");
 }
 
+TEST_F(agent_start, without_network_opens_no_socket_and_its_stop_closes_none) {
+    ::gateway::set_network_up(false);
+    ASSERT_EQ(engr_lan_pro_cntl_init(ENGR_MODE_LAN), 0);
+    world.run_for(6'000);
+    EXPECT_EQ(world.in_use().sockets, 0U);
+    gateway.stop();
+    EXPECT_EQ(world.calls("kelo_hal_net_close"), 0U)
+        << "expected no stranger's socket to be closed";
+}
+
 TEST_F(agent_start, a_thousand_starts_and_stops_leave_nothing_behind) {
     gateway.start();
     world.run_for(6'000);

@@ -47,6 +47,10 @@ TEST_F(report, texts_are_cut_at_127_characters) {
     ::gateway::set_gateway_field("gw_id", longest_id);
     EXPECT_EQ(engr_lan_gw_unactive_report(), 0);
     EXPECT_EQ(app.receive_text(), R"(227/0/0/{"cid":")" + longest_id + R"("})");
+    std::memset(engr_get_gw_cntl()->gw_id, 'g', DEV_ID_SIZE);
+    EXPECT_EQ(engr_lan_gw_unactive_report(), 0);
+    EXPECT_EQ(app.receive_text(), R"(227/0/0/{"cid":")" + longest_id + R"("})")
+        << "expected an id without its NUL to be cut";
     EXPECT_EQ(engr_lan_sub_dev_unbind_report(std::string(200, 'c').c_str()), 0);
     EXPECT_EQ(app.receive_text(), R"(228/0/0/{"cid":")" + std::string(119, 'c'));
     EXPECT_EQ(engr_lan_data_report_cb(232, 3, "{}", 2), 0);

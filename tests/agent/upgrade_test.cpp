@@ -77,9 +77,9 @@ TEST_F(upgrade, of_the_gateway_goes_from_announcement_to_outcome) {
 
 TEST_F(upgrade, of_a_sub_device_ends_with_its_new_version) {
     EXPECT_EQ(app->ask(FRM_DEV_UPGRADE_INFO,
-                       R"({"firmwareType":10,"fileSize":2,"fileMd5":"m","cid":"lamp","swVer":"3"})",
+                       R"({"firmwareType":0,"fileSize":2,"fileMd5":"m","cid":"lamp","swVer":"3"})",
                        true),
-              R"(229/7/0/{"firmwareType":10, "updateStatus":0, "updateCid":"", )"
+              R"(229/7/0/{"firmwareType":0, "updateStatus":0, "updateCid":"", )"
               R"("cids":["lamp"], "softVer":""})");
     service.in_outcome = [](int) {
         EXPECT_EQ(engr_lan_gw_subdevice_update("lamp", "3", 10, 0, 0), 0);
@@ -87,7 +87,8 @@ TEST_F(upgrade, of_a_sub_device_ends_with_its_new_version) {
     };
     EXPECT_EQ(app->ask(FRM_DEV_UPGRADE, R"({"cid":"lamp","firmwareType":10})", true), "230/7/0/");
     EXPECT_EQ(app->receive_text(),
-              R"(231/0/0/{"firmwareType":10,"cid":"gw0001","offset":0,"downloadSize":2})");
+              R"(231/0/0/{"firmwareType":10,"cid":"gw0001","offset":0,"downloadSize":2})")
+        << "expected the type of the start, not that of the announcement";
     EXPECT_EQ(engr_get_gw_ext_stat(), GW_EXT_STAT_DEV_UPGRADING);
     EXPECT_EQ(service.start_transfer("lamp"), 0);
     EXPECT_EQ(app->receive_text(),

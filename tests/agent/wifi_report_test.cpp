@@ -14,6 +14,7 @@ struct failing_step {
     sim::failure how;
     const char *log;
     uint64_t sockets; // that are allowed to broadcast, and closed
+    uint64_t sends;
 };
 
 /** Makes the report; exits with 0 when the failure was logged and the access point shut down. */
@@ -28,7 +29,8 @@ struct failing_step {
     const bool is_right = world.log().has(0, failing.log) && is_given_up &&
                           world.in_use().memory_blocks == 0 && world.in_use().sockets == 0 &&
                           world.calls("kelo_hal_net_set_boardcast") == failing.sockets &&
-                          world.calls("kelo_hal_net_close") == failing.sockets;
+                          world.calls("kelo_hal_net_close") == failing.sockets &&
+                          world.calls("kelo_hal_net_send_to") == failing.sends;
     if (!is_right) {
         std::fputs(world.log().text().c_str(), stderr);
     }
@@ -38,11 +40,11 @@ struct failing_step {
 TEST(wifi_report, that_fails_is_logged_and_the_access_point_is_shut_down) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const failing_step cases[] = {
-        {"kelo_hal_net_socket_create", sim::nth(1), {}, "create udp socket err", 0},
-        {"kelo_hal_net_socket_create", sim::nth(1), {.result = 0}, "sendto Failed,len:", 1},
-        {"Malloc", sim::nth(1), {}, "aes128_ecb_encode error:-3", 1},
-        {"Malloc", sim::nth(2), {}, "__gw_send_da_to_app error", 1},
-        {"kelo_hal_net_send_to", sim::every(), {}, "ret:-1,errno:-199 port:6670", 1},
+        {"kelo_hal_net_socket_create", sim::nth(1), {}, "create udp socket err", 0, 0},
+        {"kelo_hal_net_socket_create", sim::nth(1), {.result = 0}, "sendto Failed,len:", 1, 4},
+        {"Malloc", sim::nth(1), {}, "aes128_ecb_encode error:-3", 1, 0},
+        {"Malloc", sim::nth(2), {}, "__gw_send_da_to_app error", 1, 0},
+        {"kelo_hal_net_send_to", sim::every(), {}, "ret:-1,errno:-199 port:6670", 1, 4},
     };
     for (const auto &one : cases) {
         EXPECT_EXIT(report(one), testing::ExitedWithCode(0), "")

@@ -52,7 +52,7 @@ bool complete_frame(scan &read, uint64_t total) {
     const uint32_t present = read.size - read.offset;
     std::memcpy(read.frame_buffer.get(), read.bytes + read.offset, present);
     read.bytes = read.frame_buffer.get();
-    read.size = present;
+    read.size = frame_size;
     read.offset = 0;
     const int32_t op_ret = kelo_net_recv_nd_size(read.socket, read.bytes + present,
                                                  frame_size + 1 - present, frame_size - present);
@@ -60,7 +60,6 @@ bool complete_frame(scan &read, uint64_t total) {
         LAN_LOG(LOG_LEVEL_FAILURE, "unw_recv_nd_size error ret:%d", op_ret);
         return false;
     }
-    read.size = frame_size;
     return true;
 }
 
