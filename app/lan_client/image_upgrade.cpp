@@ -346,11 +346,8 @@ void image_upgrade::state::judge(const std::optional<upgrade_status> &status) {
     if (complete) {
         return end(outcome(upgrade_end::not_installed));
     }
-    if (link_lost) {
-        return end(outcome(upgrade_end::disconnected));
-    }
     if (status->running || std::exchange(again, true)) {
-        return end(outcome(upgrade_end::gave_up));
+        return end(outcome(link_lost ? upgrade_end::disconnected : upgrade_end::gave_up));
     }
     enter(upgrade_step::starting);
     sender.reset();

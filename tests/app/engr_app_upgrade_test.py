@@ -24,7 +24,7 @@ class Upgrading:
     """A gateway, or its device `cid`, that is upgraded. What it does otherwise than usual is set by name."""
 
     def __init__(self, image, cid="", *, most=524288, back=0, start=(0, ""), refusal="", fail_at=None, lose_at=None,
-                 lose_end=False, silent=False, installs=True, polls=1, installed=OLD, known=True, running="",
+                 losses=2, lose_end=False, silent=False, installs=True, polls=1, installed=OLD, known=True, running="",
                  running_for=2, on_piece=None):
         self.__dict__.update(locals())
         self.id = cid or "gw1"
@@ -110,7 +110,8 @@ class Upgrading:
         if self.fail_at is not None and end > self.fail_at:
             self.running = ""
             return False
-        if self.lose_at is not None and end > self.lose_at:
+        if self.lose_at is not None and end > self.lose_at and self.losses > 0:
+            self.losses -= 1
             return True
         kept = len(data) if end == len(self.image) else max(1, len(data) - self.back)
         self.taken += data[:kept]
@@ -167,7 +168,10 @@ class UpgradeTest(unittest.TestCase):
                 ("a2", {"known": False}, (), 1, "knows no device a2"),
                 ("", {**half, "fail_at": 2600}, quick, 1, "gave up at byte 2500 of 5000: version 1.0 is still",
                  "engr_app log"),
-                ("a1", {**half, "lose_at": 2600}, quick, 1, "lost at byte 2500 of 5000", "version 1.0 is still"),
+                ("a1", {**half, "lose_at": 2600}, quick, 1, "ended the upgrade; starting again, once",
+                 "lost at byte 2500 of 5000, which ended the upgrade: version 1.0 is still"),
+                ("", {**half, "lose_at": 2600, "losses": 1}, quick, 0, "lost at byte 2500 of 5000",
+                 "starting again, once", "now has version 2.0.1"),
                 ("", {"lose_end": True, "polls": 2}, quick, 0, "now has version 2.0.1"),
                 ("a1", {"polls": 4}, quick, 0, "now has version 2.0.1"),
                 ("a1", {"lose_end": True, "installs": False}, quick, 1, "did not install it: version 1.0 is still"),

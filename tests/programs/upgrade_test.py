@@ -58,9 +58,12 @@ def interrupt_app(_, running, __):
     running.send_signal(signal.SIGINT)
 
 
-def kill_gateway(gateway, *_):
-    gateway.stop(signal.SIGKILL)
-    gateway.start()
+def kill_gateway_twice(gateway, *_):
+    """The app starts again after the first time."""
+    for _ in range(2):
+        wait_for_upgrade(gateway, "receiving", received=1)
+        gateway.stop(signal.SIGKILL)
+        gateway.start()
 
 
 def damage_image(gateway, _, image):
@@ -81,7 +84,8 @@ PLUGS = {
                                           "the upgrade ended before its transfer began"),
     "Ctrl-C": (SLOW, LARGE, "receiving", interrupt_app, 130, "interrupted at byte .* ended on the gateway, too",
                "failed", "the app left"),
-    "gateway killed": (SLOW, LARGE, "receiving", kill_gateway, 5, "connection .* was lost at byte", "idle", ""),
+    "gateway killed twice": (SLOW, LARGE, "receiving", kill_gateway_twice, 5,
+                             "(?s)starting again, once.*connection .* was lost at byte", "idle", ""),
     "chunk not taken": ({**QUICK, "fail_at": 9000}, DAMAGED_BYTES, "failed", lambda *_: None, 1, "gave up at byte 0",
                         "failed", "byte 9000 cannot be taken"),
     "image damaged": (NEVER, DAMAGED_BYTES, "offered", damage_image, 1, "received the whole image, but did not install",

@@ -95,10 +95,7 @@ void upgrade_transfer::enter(upgrade_step step) {
         tick();
     } else if (step == upgrade_step::starting) {
         end_bars();
-        session_.out().notice(fmt::format(
-            "{} gave up at {}, probably because another app disconnected, which ends an "
-            "upgrade on a gateway; starting again, once",
-            session_.chosen().name(), position_text()));
+        session_.out().notice(broken_off_text() + "; starting again, once");
         session_.own_upgrade(false); // until it is accepted again
     }
 }
@@ -210,6 +207,16 @@ std::string upgrade_transfer::position_text() const {
     return fmt::format("byte {} of {}", upgrade_->taken_bytes(), image_.size());
 }
 
+std::string upgrade_transfer::broken_off_text() const {
+    const std::string name = session_.chosen().name();
+    return upgrade_->is_link_lost()
+               ? fmt::format("the connection to {} was lost at {}, which ended the upgrade", name,
+                             position_text())
+               : fmt::format("{} gave up at {}, probably because another app disconnected, "
+                             "which ends an upgrade on a gateway",
+                             name, position_text());
+}
+
 failure upgrade_transfer::not_upgraded(const upgrade_outcome &outcome) {
     const std::string name = session_.chosen().name();
     if (!outcome.status && upgrade_->has_image()) {
@@ -237,9 +244,7 @@ failure upgrade_transfer::not_upgraded(const upgrade_outcome &outcome) {
                                               name, still)};
     }
     if (outcome.end == upgrade_end::disconnected) {
-        return {"connection_lost", fmt::format("the connection to {} was lost at {}, which ended "
-                                               "the upgrade: {}; try again",
-                                               name, position_text(), still)};
+        return {"connection_lost", fmt::format("{}: {}; try again", broken_off_text(), still)};
     }
     return {"upgrade_failed", fmt::format("{} gave up at {}: {}; its log may say why (engr_app "
                                           "log), or another app ended the upgrade by disconnecting",

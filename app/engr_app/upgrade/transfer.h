@@ -34,7 +34,7 @@ class upgrade_transfer {
 
     /**
      * Transfers the announced image and waits for the outcome. An upgrade that the gateway gives
-     * up is started once more.
+     * up, or that ends with the connection, is started once more.
      *
      * @return the status with the new version
      * @throws failure when that is not installed in the end
@@ -54,6 +54,7 @@ class upgrade_transfer {
     [[nodiscard]] lan_client::upgrade_answer ask(lan_client::client &asked,
                                                  const lan_client::upgrade_question &question);
     [[nodiscard]] std::string position_text() const;
+    [[nodiscard]] std::string broken_off_text() const;
     [[nodiscard]] failure not_upgraded(const lan_client::upgrade_outcome &outcome);
     failure abandon(const char *kind, const std::string &why);
     [[nodiscard]] failure abandon_broken(const lan_client::upgrade_outcome &outcome);

@@ -191,10 +191,9 @@ verb_work declare_upgrade(CLI::App &parser) {
     parser.footer(
         "The bar shows what the gateway has taken. Success means that the gateway says that the "
         "new version is\ninstalled. Ctrl-C ends the upgrade on the gateway as well; the old "
-        "version stays. So does the end of\nany other app's connection: an upgrade that the "
-        "gateway gives up is started once more. A version that is older than the one "
-        "installed\nneeds "
-        "your consent on the terminal, or --yes.\n\n"
+        "version stays. So does the end of\nany other app's connection. An upgrade that ends in "
+        "this way, or because the connection is\nlost, is started once more. A version that is "
+        "older than the one installed needs your\nconsent on the terminal, or --yes.\n\n"
         "A gateway tells its version only to an app that announces an image. The dry run announces "
         "one of 0\nbytes, which is none, and so withdraws what another app has announced and not "
         "started.\n\n"

@@ -48,7 +48,7 @@ enum class upgrade_end {
     installed,     /**< the version of the order is installed */
     not_installed, /**< the gateway has the whole image, but another version is installed */
     gave_up,       /**< the gateway has not asked for the rest of the image, twice */
-    disconnected,  /**< the connection was lost, which ended the upgrade */
+    disconnected,  /**< the same, but for the last time the connection was lost */
     unknown,       /**< the gateway can't be asked, or is busy for too long */
     refused,       /**< the gateway refused to begin, or did not answer: see `last` */
     stalled,       /**< the gateway has not asked for the next piece in time, but says that it is
@@ -64,16 +64,17 @@ struct upgrade_outcome {
 };
 
 enum class upgrade_step {
-    starting,     /**< for the second time: the gateway gave up, perhaps because another app left */
+    starting,     /**< for the second time: the gateway gave up, perhaps because another app left,
+                     or the connection was lost */
     transferring, /**< the gateway has accepted, and asks for pieces */
     settling,     /**< nothing more is sent; what is installed is asked for */
 };
 
 /**
  * Starts an image that has been announced, answers the requests for its pieces, and asks how it
- * ended, since no gateway tells. An upgrade that the gateway gives up is started once more: the end
- * of any app's connection ends it. When the connection is lost and the client reconnects, it only
- * asks what is installed.
+ * ended, since no gateway tells. An upgrade that the gateway gives up before it has the whole image
+ * is started once more: the end of any app's connection ends it, also of this one, if the client
+ * reconnects.
  *
  * Used on the loop's thread. To leave early, close the client, which ends the upgrade on the
  * gateway; destroying this does not.
