@@ -168,25 +168,49 @@ void client::conversation::send_ready() {
         if (options_.reconnect && !confirmed_ && due.wanted.type != frame_type::keepalive) {
             continue; // so that a refused connection costs no request
         }
-        const bool safe = std::ranges::all_of(exchanges_, [this](const exchange &earlier) {
-            return !earlier.sent || earlier.read_by_gateway ||
-                   may_follow(earlier.stream_start, stream_end_);
-        });
-        if (!safe) {
+        if (!may_start_at(stream_end_)) {
             return; // continues when an earlier one is answered or times out
         }
         send(due);
     }
 }
 
+// Whether the gateway gets a frame that starts there, however much it has read of those before.
+bool client::conversation::may_start_at(uint64_t position) const {
+    return std::ranges::all_of(exchanges_, [position](const exchange &earlier) {
+        return !earlier.sent || earlier.read_by_gateway ||
+               may_follow(earlier.stream_start, position);
+    });
+}
+
+// A frame that may stay without an answer must not hold up the next one. Blanks behind a JSON text
+// mean nothing, so it is made longer until the next one may start at its end.
+std::string client::conversation::encrypt_payload(exchange &due) const {
+    const frame_type_info *about = find_frame_type(due.wanted.type);
+    const bool may_stay_silent = about != nullptr && due.wanted.payload.ends_with('}') &&
+                                 (about->answer == answer_rule::on_failure_only ||
+                                  about->answer == answer_rule::on_success_only);
+    const auto next_may_follow = [&](const std::string &cipher) {
+        return may_start_at(due.stream_start + request_overhead_bytes + cipher.size());
+    };
+    std::string cipher = encrypt(options_.keys.front(), due.wanted.payload);
+    for (std::size_t added = 0;
+         may_stay_silent && added < gateway_read_bytes && !next_may_follow(cipher);
+         added += key_bytes) {
+        due.wanted.payload.append(key_bytes, ' ');
+        cipher = encrypt(options_.keys.front(), due.wanted.payload);
+    }
+    return cipher;
+}
+
 void client::conversation::send(exchange &due) {
     const bool encrypted =
         due.wanted.coding == payload_coding::encrypted && !due.wanted.payload.empty();
-    const std::string cipher = encrypted ? encrypt(options_.keys.front(), due.wanted.payload) : "";
-    const std::string &wire_payload = encrypted ? cipher : due.wanted.payload;
-    std::string bytes = encode_request(due.number, due.wanted.type, wire_payload);
     due.sent = true;
     due.stream_start = stream_end_;
+    const std::string cipher = encrypted ? encrypt_payload(due) : "";
+    const std::string &wire_payload = encrypted ? cipher : due.wanted.payload;
+    std::string bytes = encode_request(due.number, due.wanted.type, wire_payload);
     stream_end_ += bytes.size();
     due.stream_end = stream_end_;
     connection_.send(std::move(bytes));

@@ -61,6 +61,8 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     void closed(error why);
     void keep_alive();
     void send_ready();
+    [[nodiscard]] bool may_start_at(uint64_t position) const;
+    [[nodiscard]] std::string encrypt_payload(exchange &due) const;
     void send(exchange &due);
     void extend_deadline(exchange &sending);
     void start_deadline_timer();

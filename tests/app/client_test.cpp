@@ -300,6 +300,29 @@ TEST_F(client_test, frame_that_the_gateway_could_lose_waits_for_the_one_before) 
     }
 }
 
+TEST_F(client_test, silent_operation_of_any_length_holds_up_nothing) {
+    std::vector<std::string> silent;
+    gateway.on_request = [&](const seen_request &request) {
+        if (request.type == 241) {
+            gateway.reply(request, 0, "");
+        } else {
+            silent.push_back(decrypt(unactivated_key(), request.payload).value_or(""));
+        }
+    };
+    start(options());
+    constexpr std::size_t most_bytes = 560;
+    std::size_t asked = 0;
+    for (std::size_t bytes = 2; bytes < most_bytes; bytes += 6) {
+        const std::string text = "{" + std::string(bytes - 2, ' ') + "}";
+        ask(208, text, payload_coding::encrypted);
+        ask(241);
+        wait_for_answers(++asked);
+        ASSERT_EQ(silent.size(), asked);
+        EXPECT_EQ(silent.back().substr(0, bytes), text);
+        EXPECT_EQ(silent.back().find_first_not_of(' ', bytes), std::string::npos);
+    }
+}
+
 TEST_F(client_test, a_piece_is_done_with_when_the_next_is_asked_for_or_the_connection_ends) {
     int pieces = 0;
     gateway.on_request = [&](const seen_request &request) {
