@@ -1,6 +1,8 @@
 // engr_gatewayctl: sends one request to a running gateway and prints the reply.
 #include "data_dir.h"
+#include "running_gateways.h"
 #include "support/completion.h"
+#include "support/help_text.h"
 #include "support/manual_page.h"
 #include "verbs.h"
 
@@ -18,9 +20,9 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
-#include <memory>
 #include <sstream>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -29,20 +31,11 @@ using nlohmann::ordered_json;
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
 
-/** Help that begins with the one line of usage. */
-class help_format : public CLI::Formatter {
-  public:
-    std::string make_description(const CLI::App *app) const override {
-        return "Usage: engr_gatewayctl [OPTIONS] VERB [ARGUMENT...]\n\n" + app->get_description() +
-               "\n";
-    }
-    std::string make_usage(const CLI::App *, std::string) const override { return ""; }
-};
-
 std::string help_footer() {
+    const std::size_t columns = support::help_columns();
     std::string text = "Verbs:\n";
     for (const control::verb &of : control::verbs) {
-        text += fmt::format("{:<39} {}\n", fmt::format("  {} {}", of.name, of.arguments), of.help);
+        text += support::help_entry(fmt::format("{} {}", of.name, of.arguments), of.help, columns);
     }
     return text + "\nExit status: 0 done; 1 the gateway refused, is silent or does not run; 2 "
                   "wrong usage.";
@@ -163,10 +156,57 @@ std::string silence(const std::string &data_dir, int wait_s) {
                        data_dir, wait_s);
 }
 
+constexpr const char *start_advice = "; start one with: engr_gatewayd --data-dir DIR";
+
+/** Where a gateway is reached. */
+struct control_place {
+    std::string data_dir; // by name
+    int fd = -1;          // connected, or the error is told
+    std::string error{};
+};
+
+control_place connect_to_directory(const std::string &data_dir, int wait_s) {
+    control_place place{data_dir};
+    try {
+        control::enter_directory(data_dir, false);
+    } catch (const control::directory_error &error) {
+        place.error = std::string(error.what()) + start_advice;
+        return place;
+    }
+    place.fd = connect_to_daemon(wait_s);
+    if (place.fd < 0) {
+        place.error =
+            errno == EACCES   ? fmt::format("the gateway on '{}' belongs to another user", data_dir)
+            : errno == EAGAIN ? silence(data_dir, wait_s)
+                              : fmt::format("no gateway runs on '{}'{}", data_dir, start_advice);
+    }
+    return place;
+}
+
+/** The gateway on the usual directory, else the only one that runs. */
+control_place connect_to_any(const std::string &usual_dir, int wait_s) {
+    control_place place = connect_to_directory(usual_dir, wait_s);
+    const std::vector<control::running_gateway> running = control::running_gateways();
+    if (place.fd >= 0 || running.empty()) {
+        return place;
+    }
+    if (running.size() > 1) {
+        place.error = "several gateways run; name one with --data-dir:";
+        for (const control::running_gateway &one : running) {
+            place.error += " " + one.data_dir;
+        }
+        return place;
+    }
+    place = connect_to_directory(running.front().entrance, wait_s);
+    place.data_dir = running.front().data_dir;
+    return place;
+}
+
 /**
  * Carries out a verb.
  *
- * @param wait_s  longest wait for the answer; 0: the verb's own
+ * @param data_dir  empty: no directory was named
+ * @param wait_s    longest wait for the answer; 0: the verb's own
  */
 int ask(const std::string &data_dir, const control::request &asked, int wait_s) {
     if (const std::string fault = control::usage_fault(asked.verb, asked.arguments.size());
@@ -179,28 +219,17 @@ int ask(const std::string &data_dir, const control::request &asked, int wait_s) 
     } catch (const nlohmann::json::exception &) {
         return complain("an argument is not valid UTF-8", exit_usage);
     }
-    const std::string advice = "; start one with: engr_gatewayd --data-dir DIR";
-    try {
-        control::enter_directory(data_dir, false);
-    } catch (const control::directory_error &error) {
-        return complain(error.what() + advice, exit_failed);
-    }
     wait_s = wait_s != 0 ? wait_s : control::find_verb(asked.verb)->wait_s;
-    const int fd = connect_to_daemon(wait_s);
-    if (fd < 0 && errno == EACCES) {
-        return complain(fmt::format("the gateway on '{}' belongs to another user", data_dir),
-                        exit_failed);
+    const control_place place = data_dir.empty()
+                                    ? connect_to_any(control::default_data_dir(), wait_s)
+                                    : connect_to_directory(data_dir, wait_s);
+    if (place.fd < 0) {
+        return complain(place.error, exit_failed);
     }
-    if (fd < 0 && errno == EAGAIN) {
-        return complain(silence(data_dir, wait_s), exit_failed);
-    }
-    if (fd < 0) {
-        return complain(fmt::format("no gateway runs on '{}'{}", data_dir, advice), exit_failed);
-    }
-    const std::string reply = ask_daemon(fd, line);
+    const std::string reply = ask_daemon(place.fd, line);
     const bool is_silent = reply.empty() && errno == EAGAIN;
-    close(fd);
-    return is_silent ? complain(silence(data_dir, wait_s), exit_failed)
+    close(place.fd);
+    return is_silent ? complain(silence(place.data_dir, wait_s), exit_failed)
                      : show(reply, asked.verb == "devices" && asked.arguments.empty());
 }
 
@@ -245,12 +274,12 @@ bool answer_about_options(CLI::App &app, int count, char **arguments) {
 int main(int count, char **arguments) {
     CLI::App app(
         "Operates the gateway that runs on a data directory, and prints its answer as JSON.");
-    app.formatter(std::make_shared<help_format>());
     int wait_s = 0;
-    std::string data_dir = control::default_data_dir();
+    std::string data_dir;
     app.set_version_flag("--version", "engr_gatewayctl " ENGR_VERSION);
     app.add_option("--data-dir", data_dir,
-                   fmt::format("Data directory of the gateway (default: {})",
+                   fmt::format("Data directory of the gateway (default: {}; when no gateway runs "
+                               "there, that of the only one that runs)",
                                control::default_data_dir_help))
         ->type_name("DIR");
     app.add_option("--timeout", wait_s,
@@ -261,6 +290,7 @@ int main(int count, char **arguments) {
     if (answer_about_options(app, count, arguments)) {
         return 0;
     }
+    support::set_program_help(app, "engr_gatewayctl [OPTIONS] VERB [ARGUMENT...]");
     app.footer(help_footer());
     app.prefix_command(); // arguments of the verb may begin with a minus
     try {

@@ -3,6 +3,7 @@
 #include "data_dir.h"
 #include "linux_port/port.h"
 #include "support/completion.h"
+#include "support/help_text.h"
 #include "support/interfaces.h"
 #include "support/manual_page.h"
 
@@ -100,6 +101,7 @@ parsed_options parse_options(int count, char **arguments) {
     app.add_flag("--quiet", chosen.is_quiet, "Does not show what apps do");
     app.footer("Exit status: 0 stopped by a signal; 1 it could not run; 2 wrong usage or an "
                "unreadable file.");
+    support::set_program_help(app, "engr_gatewayd [OPTIONS]");
     if (answer_about_options(app, count, arguments)) {
         return {.chosen = {}, .ends = true, .status = 0};
     }

@@ -293,6 +293,15 @@ class ControlTest(unittest.TestCase):
             self.assertEqual(done.returncode, 1)
             self.assertIn(f"no gateway runs on '{gateway.data_dir}'; start one with: engr_gatewayd", done.stderr)
 
+    def test_the_control_client_finds_the_gateway_that_runs(self):
+        with Gateway(site=ONE_DEVICE) as gateway:
+            done = subprocess.run([program("engr_gatewayctl"), "status"], capture_output=True, text=True,
+                                  timeout=PATIENCE_S, check=False, cwd=gateway.directory)
+            if done.returncode == 0:
+                self.assertEqual(json.loads(done.stdout)["gateway"]["gw_id"], gateway.status()["gateway"]["gw_id"])
+            else:  # others run on this machine, too
+                self.assertRegex(done.stderr, f"^engr_gatewayctl: several gateways run; .* {gateway.data_dir}( |$)")
+
     def test_a_daemon_that_does_not_answer_is_an_error(self):
         with Gateway() as gateway:
             gateway.process.send_signal(signal.SIGSTOP)

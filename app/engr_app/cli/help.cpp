@@ -4,6 +4,7 @@
 
 #include "base/failure.h"
 #include "cli/usage.h"
+#include "support/help_text.h"
 
 #include <algorithm>
 #include <memory>
@@ -11,50 +12,9 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace engr_app {
 namespace {
-
-constexpr std::size_t pipe_columns = 80;
-constexpr std::size_t least_columns = 40;
-constexpr std::size_t most_columns = 120; // longer lines are hard to read
-constexpr std::size_t name_columns = 26;
-
-// Breaks at blanks; the first line continues one that has `used` columns already.
-std::string wrapped(std::string_view text, std::size_t columns, std::size_t indent,
-                    std::size_t used) {
-    std::string lines;
-    bool begins_line = true;
-    while (!text.empty()) {
-        const std::size_t length = std::min(text.find(' '), text.size());
-        const std::string_view word = text.substr(0, length);
-        text.remove_prefix(std::min(length + 1, text.size()));
-        if (word.empty()) {
-            continue;
-        }
-        if (!begins_line && used + 1 + word.size() > columns) {
-            lines += '\n' + std::string(indent, ' ');
-            used = indent;
-        } else if (!begins_line) {
-            lines += ' ';
-            ++used;
-        }
-        lines += word;
-        used += word.size();
-        begins_line = false;
-    }
-    return lines + '\n';
-}
-
-std::string entry(const std::string &name, std::string_view text, std::size_t columns) {
-    std::string shown = "  " + name;
-    const bool beside = shown.size() + 2 <= name_columns;
-    shown += beside ? std::string(name_columns - shown.size(), ' ')
-                    : '\n' + std::string(name_columns, ' ');
-    return shown + wrapped(text, columns, name_columns, name_columns);
-}
 
 // A line with an indent of its own; a command stays whole, so that it can be copied.
 std::string indented(std::string_view line, std::size_t columns) {
@@ -64,7 +24,7 @@ std::string indented(std::string_view line, std::size_t columns) {
     constexpr std::size_t more_indent = 4;
     const std::size_t indent = line.find_first_not_of(' ');
     return std::string(indent, ' ') +
-           wrapped(line.substr(indent), columns, indent + more_indent, indent);
+           support::wrapped(line.substr(indent), columns, indent + more_indent, indent);
 }
 
 // Paragraphs are wrapped anew; indented lines, such as examples, remain lines.
@@ -72,7 +32,7 @@ std::string reflowed(std::string_view text, std::size_t columns) {
     std::string shown;
     std::string paragraph;
     const auto flush = [&] {
-        shown += paragraph.empty() ? "" : wrapped(paragraph, columns, 0, 0);
+        shown += paragraph.empty() ? "" : support::wrapped(paragraph, columns, 0, 0);
         paragraph.clear();
     };
     while (!text.empty()) {
@@ -89,17 +49,6 @@ std::string reflowed(std::string_view text, std::size_t columns) {
     }
     flush();
     return shown;
-}
-
-std::string option_name(const CLI::Option &option) {
-    std::string name =
-        option.get_positional() ? option.get_name(true, false) : option.get_name(false, true);
-    if (const std::size_t comma = name.find(','); comma != std::string::npos) {
-        name.insert(comma + 1, " ");
-    }
-    const bool takes_value = !option.get_positional() && option.get_items_expected_max() > 0;
-    const std::string type = option.get_type_name(); // and behind a colon what its check says
-    return takes_value ? name + " " + type.substr(0, type.find(':')) : name;
 }
 
 std::string option_text(const CLI::Option &option, bool only_first_sentence) {
@@ -145,7 +94,7 @@ class layout : public CLI::Formatter {
   private:
     [[nodiscard]] std::string heading(const CLI::App &verb) const {
         const std::string start = verb.get_parent() == nullptr ? "" : full_name(verb) + ": ";
-        return wrapped(start + verb.get_description(), columns_, 0, 0) + '\n';
+        return support::wrapped(start + verb.get_description(), columns_, 0, 0) + '\n';
     }
 
     [[nodiscard]] std::string usage(const CLI::App &verb) const {
@@ -161,13 +110,13 @@ class layout : public CLI::Formatter {
                 line += one->get_required() ? " " + name : " [" + name + "]";
             }
         }
-        return wrapped(line, columns_, 0, 0);
+        return support::wrapped(line, columns_, 0, 0);
     }
 
     [[nodiscard]] std::string commands(const CLI::App &verb) const {
         std::string shown;
         for (const CLI::App *one : verb.get_subcommands(std::function<bool(const CLI::App *)>())) {
-            shown += entry(one->get_name(), one->get_description(), columns_);
+            shown += support::help_entry(one->get_name(), one->get_description(), columns_);
         }
         return shown.empty() ? "" : "\nCommands:\n" + shown;
     }
@@ -178,7 +127,8 @@ class layout : public CLI::Formatter {
         std::string shown;
         for (const CLI::Option *one : verb.get_options()) {
             if (is_shown(one) && !one->get_group().empty()) {
-                shown += entry(option_name(*one), option_text(*one, only_first_sentence), columns_);
+                shown += support::help_entry(support::option_name(*one),
+                                             option_text(*one, only_first_sentence), columns_);
             }
         }
         return shown.empty() ? "" : fmt::format("\n{}:\n{}", title, shown);
@@ -211,15 +161,6 @@ class layout : public CLI::Formatter {
 };
 
 } // namespace
-
-std::size_t help_columns() {
-    winsize size{};
-    if (isatty(STDOUT_FILENO) != 1 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 ||
-        size.ws_col == 0) {
-        return pipe_columns;
-    }
-    return std::clamp<std::size_t>(size.ws_col, least_columns, most_columns);
-}
 
 void set_help_layout(CLI::App &whole, std::size_t columns) {
     whole.formatter(std::make_shared<layout>(columns));

@@ -11,9 +11,6 @@ class App;
 
 namespace engr_app {
 
-/** @return the columns that help may take: those of the terminal, 80 in a pipe */
-[[nodiscard]] std::size_t help_columns();
-
 /** Lays out the help of the program and of the verbs that are added to it later. */
 void set_help_layout(CLI::App &whole, std::size_t columns);
 

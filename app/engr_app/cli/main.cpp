@@ -7,6 +7,7 @@
 #include "cli/settings.h"
 #include "cli/usage.h"
 #include "gateway/session.h"
+#include "support/help_text.h"
 #include "terminal/screen.h"
 #include "verbs/verb.h"
 
@@ -66,7 +67,7 @@ int run_command_line(std::span<char *const> arguments) {
     CLI::App whole("Commissions and maintains Zigbee gateways in engineering mode over the local "
                    "network.");
     whole.name("engr_app");
-    set_help_layout(whole, help_columns());
+    set_help_layout(whole, support::help_columns());
     whole.set_version_flag("--version", "engr_app " ENGR_VERSION, "Show the version");
     whole.require_subcommand(1);
     whole.fallthrough(); // global options may stand behind the verb as well
