@@ -100,7 +100,7 @@ class SitePlanTest(unittest.TestCase):
         later = os.path.join(self.directory, "later.json")
         self.run_app(0, "site", "plan", self.plan, "--report", later)
         told = self.run_app(1, "site", "diff", later, self.plan)
-        self.assertIn("gateway flat-01: channel 11, planned 20", told)
+        self.assertIn("flat-01\tchannel\t-\tchannel 11, planned 20\n", told)
         self.assertIn("device a4c1010003 (zbpanel) is missing", told)
         self.assertIn("channel: 20 before, 11 now", self.run_app(1, "site", "diff", report, later))
         self.run_app(2, "site", "diff", report, os.path.join(self.directory, "none.json"))

@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 #include <string_view>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace engr_app {
 namespace {
@@ -18,6 +20,7 @@ constexpr std::size_t table_gap = 2;
 constexpr std::size_t max_table_cell_columns = 300;
 // A column that gives way keeps so much.
 constexpr std::size_t least_columns = 8;
+constexpr std::size_t least_sentence_columns = 30;
 
 constexpr const char *bold_style = "\x1b[1m";
 constexpr const char *green_style = "\x1b[32m";
@@ -70,6 +73,24 @@ bool is_state(const std::string &column) {
     return column == "STATE";
 }
 
+// Such a text has its place at the end of a row, and is broken rather than cut.
+bool is_sentence(const std::string &column) {
+    return column == "WHAT";
+}
+
+std::vector<std::string> broken_at_blanks(const std::string &text, std::size_t columns) {
+    std::vector<std::string> lines;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        if (!lines.empty() && text_columns(lines.back()) + 1 + text_columns(word) <= columns) {
+            lines.back() += ' ' + word;
+        } else {
+            lines.push_back(escape_for_terminal(word, columns));
+        }
+    }
+    return lines;
+}
+
 // The width of each column; the sum fits where that is possible.
 std::vector<std::size_t> widths_of(const table &shown, const table_view &view,
                                    std::size_t columns) {
@@ -89,8 +110,10 @@ std::vector<std::size_t> widths_of(const table &shown, const table_view &view,
     }
     for (std::size_t at = widths.size(); at > 0 && sum > columns; --at) {
         std::size_t &width = widths[at - 1];
-        if (!is_state(shown.header[at - 1]) && width > least_columns) {
-            const std::size_t given_way = std::min(sum - columns, width - least_columns);
+        const std::string &name = shown.header[at - 1];
+        const std::size_t least = is_sentence(name) ? least_sentence_columns : least_columns;
+        if (!is_state(name) && width > least) {
+            const std::size_t given_way = std::min(sum - columns, width - least);
             width -= given_way;
             sum -= given_way;
         }
@@ -162,14 +185,22 @@ std::string table_for_terminal(const table &shown, const table_view &view, std::
     const std::vector<std::size_t> widths = widths_of(safe, view, columns);
     const auto line_of = [&](const table_row &cells, bool is_header) {
         std::string line;
+        std::size_t indent = 0;
         for (std::size_t at = 0; at < cells.size(); ++at) {
+            const bool is_last = at + 1 == cells.size();
+            if (is_last && !is_header && is_sentence(safe.header[at])) {
+                const auto broken = broken_at_blanks(cells[at], widths[at]);
+                line += fmt::format("{}", fmt::join(broken, '\n' + std::string(indent, ' ')));
+                break;
+            }
+            indent += widths[at] + table_gap;
             const std::string cell = escape_for_terminal(cells[at], widths[at]);
             const char *style = !colour                     ? ""
                                 : is_header                 ? bold_style
                                 : is_state(safe.header[at]) ? colour_of(cell)
                                                             : "";
             line += *style == '\0' ? cell : style + cell + no_style;
-            if (at + 1 < cells.size()) {
+            if (!is_last) {
                 line.append(widths[at] + table_gap - text_columns(cell), ' ');
             }
         }

@@ -26,6 +26,9 @@ struct table_view {
     bool csv = false; /**< as RFC 4180 has it, but with single line feeds */
 
     [[nodiscard]] bool operator==(const table_view &) const = default;
+
+    /** @return whether nobody has asked for a shape, so that a sentence may stand for no rows */
+    [[nodiscard]] bool is_usual() const { return *this == table_view(); }
 };
 
 /** @return whether two columns have the same name */
@@ -39,7 +42,8 @@ struct table_view {
 
 /**
  * The text for a terminal, in aligned columns. Where it is too wide the columns to the right give
- * way first, but never STATE, which comes in colour.
+ * way first, but never STATE, which comes in colour. Sentences, in a last column WHAT, are broken
+ * into lines.
  */
 [[nodiscard]] std::string table_for_terminal(const table &shown, const table_view &view,
                                              std::size_t columns, bool colour);

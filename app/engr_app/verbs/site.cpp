@@ -10,6 +10,7 @@
 #include "site/diff.h"
 #include "site/report.h"
 #include "verbs/site_plan.h"
+#include "verbs/table_arguments.h"
 #include "verbs/verb.h"
 
 #include <memory>
@@ -29,9 +30,12 @@ struct report_arguments {
     site_report_extent extent;
 };
 
+const console::row change_columns{"GATEWAY", "ITEM", "CID", "WHAT"};
+
 struct diff_arguments {
     std::string before;
     std::string after;
+    table_view view;
 };
 
 int report(gateway_session &session, const report_arguments &given) {
@@ -83,13 +87,17 @@ int diff(gateway_session &session, const diff_arguments &given) {
         out.document(changes);
         return code;
     }
-    for (const json &one : changes) {
-        out.line(
-            fmt::format("gateway {}: {}", member_text(one, "gateway"), member_text(one, "words")));
-    }
-    if (changes.empty()) {
+    if (changes.empty() && given.view.is_usual()) {
         out.line("no difference");
+        return code;
     }
+    std::vector<console::row> rows;
+    for (const json &one : changes) {
+        rows.push_back({member_text(one, "gateway"), member_text(one, "item"),
+                        one["cid"].is_null() ? "-" : member_text(one, "cid"),
+                        member_text(one, "words")});
+    }
+    out.table(change_columns, rows, given.view);
     return code;
 }
 
@@ -115,11 +123,13 @@ verb_work declare_diff(CLI::App &parser) {
     const auto given = std::make_shared<diff_arguments>();
     parser.add_option("BEFORE", given->before, "The earlier report, a JSON file")->required();
     parser.add_option("AFTER", given->after, "The later one, or a plan")->required();
+    declare_table(parser, given->view, change_columns);
     concerns_no_gateway(parser);
     parser.footer("Exit status 0 when they do not differ, 1 when they do, 2 when one can't be "
                   "read.\n\n"
                   "Examples:\n"
                   "  engr_app site diff before.json after.json\n"
+                  "  engr_app site diff before.json after.json --filter item=online\n"
                   "  engr_app site diff report.json flats.yaml");
     return with_arguments(given, diff);
 }

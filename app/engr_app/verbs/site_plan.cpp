@@ -12,6 +12,7 @@
 #include "plan/run.h"
 #include "plan/schema.h"
 #include "terminal/question.h"
+#include "verbs/table_arguments.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -29,10 +30,13 @@ using nlohmann::json;
 constexpr std::size_t most_shown_steps = 10;
 constexpr std::size_t most_at_once = 64;
 
+const console::row step_columns{"GATEWAY", "ITEM", "STATE", "WHAT"};
+
 struct plan_arguments {
     std::string plan;
     plan_run_options options;
     std::vector<std::string> reports;
+    table_view view; // of the steps
 };
 
 struct export_arguments {
@@ -78,7 +82,8 @@ void confirm_steps(console &out, const std::vector<std::string> &sentences) {
 }
 
 // The steps that somebody has to look at.
-void show_steps(console &out, const std::vector<gateway_outcome> &outcomes) {
+void show_steps(console &out, const std::vector<gateway_outcome> &outcomes,
+                const table_view &view) {
     std::vector<console::row> rows;
     for (const gateway_outcome &one : outcomes) {
         for (const plan_step &step : one.steps) {
@@ -97,20 +102,20 @@ void show_steps(console &out, const std::vector<gateway_outcome> &outcomes) {
             rows.push_back({one.plan.name, "-", "note", note});
         }
     }
-    if (!rows.empty()) {
-        out.table({"GATEWAY", "ITEM", "STATE", "WHAT"}, rows);
+    if (!rows.empty() || !view.is_usual()) {
+        out.table(step_columns, rows, view);
     }
 }
 
 void show_amount(console &out, const std::vector<gateway_outcome> &outcomes,
-                 const std::string &plan_name) {
+                 const std::string &plan_name, const table_view &view) {
     std::size_t to_do = 0;
     std::size_t already = 0;
     for (const gateway_outcome &one : outcomes) {
         to_do += one.count(step_state::to_do);
         already += one.count(step_state::as_planned);
     }
-    if (std::ranges::all_of(outcomes, &gateway_outcome::is_success)) {
+    if (std::ranges::all_of(outcomes, &gateway_outcome::is_success) && view.is_usual()) {
         out.line(fmt::format("nothing to do: all gateways of {} are as planned", plan_name));
     } else {
         out.notice(fmt::format("to do: {}, already as planned: {}, gateways: {}", to_do, already,
@@ -169,9 +174,9 @@ int run(gateway_session &session, const plan_arguments &given) {
     if (applied) {
         show_totals(out, outcomes);
     }
-    show_steps(out, outcomes);
+    show_steps(out, outcomes, given.view);
     if (!applied) {
-        show_amount(out, outcomes, plan.name());
+        show_amount(out, outcomes, plan.name(), given.view);
     }
     return exit_code(out, outcomes, applied);
 }
@@ -237,12 +242,14 @@ std::shared_ptr<plan_arguments> declare_plan_arguments(CLI::App &parser, bool ap
 
 verb_work declare_site_plan(CLI::App &parser) {
     const auto given = declare_plan_arguments(parser, false);
+    declare_table(parser, given->view, step_columns);
     parser.footer("Nothing is changed. Firmware versions are asked for if the plan has firmware;\n"
                   "a gateway tells them only to an app that announces an image, so that an image\n"
                   "which another app has announced and not started is withdrawn.\n\n"
                   "Examples:\n"
                   "  engr_app site plan flats.yaml\n"
-                  "  engr_app site plan flats.yaml --only flat-07");
+                  "  engr_app site plan flats.yaml --only flat-07\n"
+                  "  engr_app site plan flats.yaml --filter item=firmware --csv");
     return with_arguments(given, run);
 }
 

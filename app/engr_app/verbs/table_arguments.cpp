@@ -20,7 +20,9 @@ CLI::App *whole_command_line(CLI::App &parser) {
 
 // Checks the name of a column, which a value may follow.
 CLI::Validator is_column(std::vector<std::string> columns) {
-    columns.emplace_back("GATEWAY");
+    if (std::ranges::count(columns, "GATEWAY") == 0) {
+        columns.emplace_back("GATEWAY");
+    }
     return {[columns = std::move(columns)](const std::string &text) {
                 const std::string name = text.substr(0, text.find('='));
                 const bool known = std::ranges::any_of(

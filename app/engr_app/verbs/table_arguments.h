@@ -16,8 +16,8 @@ namespace engr_app {
  * Declares --sort, --filter, --fields, --no-header and --csv, which go with no --json.
  *
  * @param view     is filled while the command line is parsed
- * @param columns  that the table may have; others are refused. With several gateways there is
- *                 GATEWAY, too
+ * @param columns  that the table may have; others are refused, but for GATEWAY, which there is
+ *                 with several gateways
  */
 void declare_table(CLI::App &parser, table_view &view, std::vector<std::string> columns);
 
