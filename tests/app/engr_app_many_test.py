@@ -47,7 +47,7 @@ class ManyGatewaysTest(unittest.TestCase):
                 (["devices"], 0, ["GATEWAY\tCID\tPID\tSTATE", f"{first}\ta1\tp|1\toffline",
                                   f"{first}\tb2\tp|1\tonline", f"{second}\tc3\tp|1\toffline"]),
                 (["info"], 0, ["GATEWAY\tFACT\tVALUE", f"{second}\tkey\tright", f"{second}\tdevices\t1"]),
-                (["channel", "get"], 0, [f"{first}: gateway {first} is on channel 15"]),
+                (["channel", "get"], 0, [f"gateway {first} is on channel 15"]),
                 (["raw", "253"], 0, [f"{second}: ret 0, 15 bytes", f"{second}:", '{"channel": 15}']),
                 (["devices", "--gateway", closed], 7, [f"{second}\tc3\tp|1\toffline"]),
                 (["raw", "nonsense"], 2, [])]:
@@ -124,7 +124,7 @@ class ManyGatewaysTest(unittest.TestCase):
                 code, out, err = run("devices", "--listen", "1", "--all", "--local-key", LOCAL_KEY, *more)
                 self.assertEqual((code, out.splitlines()[1:]), (7, wanted))
                 self.assertIn("gw2: ", err)
-                self.assertEqual("gw3: " in err, not more, "a key given is the only one used")
+                self.assertEqual("gateway gw3 " in err, not more, "a key given is the only one used")
             for text, word in [("gw1 short", "line 1"), ("gw1 a\ngw2 b", "line 1"), ('{"gw1": 5}', "gw1: is number"),
                                ('{"gw1": 5, "gw1": 5}', '"gw1" is given twice'), (lines + lines, "line 5"),
                                ("{", "line 1, column 2"), ("", "no key")]:
@@ -196,11 +196,16 @@ class SiteTest(unittest.TestCase):
         after, _ = self.report(site(["c3", "b2"], [], 20, (0, b"{}"), b'{"1":false,"3":"x"}'), "after")
         self.assertEqual(after["app_config"]["bytes"], 2)
         code, out, _ = run("site", "diff", self.path("before"), self.path("after"))
-        self.assertEqual((code, [line.split(": ", 1)[1] for line in out.splitlines() if ": address" not in line]), (1, [
+        rows = [line.split("\t") for line in out.splitlines()]
+        self.assertEqual(rows.pop(0), ["GATEWAY", "ITEM", "CID", "WHAT"])
+        self.assertEqual((code, [row[3] for row in rows if row[1] != "address"]), (1, [
             "channel: 15 before, 20 now", "there is an app.config now, 2 bytes", "device a1 was removed",
             "device b2 is offline now", "device b2, data point 1: true before, false now",
             "device b2, data point 2: 5 before, none now", 'device b2, data point 3: none before, "x" now',
             "device c3 was added, product p|1"]))
+        out = run("site", "diff", self.path("before"), self.path("after"), "--filter", "item=online", "--csv")[1]
+        self.assertEqual([line.split(",", 1)[1] for line in out.splitlines()],
+                         ["ITEM,CID,WHAT", "online,b2,device b2 is offline now"])
         told = json.loads(run("site", "diff", self.path("before"), self.path("after"), "--json")[1])
         self.assertIn({"item": "online", "cid": "b2", "before": True, "after": False},
                       [{key: one[key] for key in ("item", "cid", "before", "after")} for one in told])
@@ -213,7 +218,7 @@ class SiteTest(unittest.TestCase):
         for name, content in (("both", both), ("one", one), ("bad", "{}"), ("worse", "[{}]")):
             with open(self.path(name), "w", encoding="utf-8") as file:
                 file.write(content)
-        lost = f"gateway {names[1]}: it is only in the earlier report\n"
+        lost = f"GATEWAY\tITEM\tCID\tWHAT\n{names[1]}\tgateway\t-\tit is only in the earlier report\n"
         for before, after, wanted in [("both", "both", (0, "no difference\n")), ("both", "one", (1, lost)),
                                       ("one", "bad", (2, "")), ("worse", "one", (2, "")), ("one", "none", (2, ""))]:
             code, out, err = run("site", "diff", self.path(before), self.path(after))

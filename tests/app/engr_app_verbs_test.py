@@ -247,6 +247,7 @@ class VerbsTest(unittest.TestCase):
                         ([{"cid": "a 1", "pid": "p"}], "products[0].cid: expected printable"),
                         ([{"cid": "a1"}], "products[0]: has no pid"),
                         (PRODUCTS * 2, "products[1].cid: 'a1' is given twice")),
+                (["linkage", "sync", self.file([], "no_scenes.json")], "give --yes"),
                 *faulty(["linkage", "sync"], ({**SCENES, "totalCount": 2}, "totalCount: is 2; it may be 1 to 1"),
                         ({**SCENES, "gmtModified": 1 << 33}, "gmtModified: is 8589934592; it may be 1 to 2147483647"),
                         ([{"sceneId": "s", "actions": [{"cid": "a1", "dps": {"0": 1}}]}],
@@ -272,6 +273,16 @@ class VerbsTest(unittest.TestCase):
         whole = (FRM_GET_LOG, None, lambda number: segment(number, 2, 1, first) + segment(number, 2, 2, last))
         self.check(["log", path], [whole], 0, f"{len(first + last)} bytes, is in {path}")
         with open(path, "rb") as file:
+            self.assertEqual(file.read(), first + last)
+        self.assertEqual(os.stat(path).st_mode & 0o777, 0o600)
+        gateway = Gateway(Script(whole).serve).name
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([APP, "log", "--gateway", gateway], stdout=full, stderr=subprocess.PIPE, timeout=60,
+                                  env={**os.environ, "XDG_STATE_HOME": self.directory})
+        kept = os.path.join(self.directory, "engr_app", gateway.replace(":", "_") + ".log")
+        self.assertEqual(outcome(done.returncode), 1)
+        self.assertIn(f"so it is kept in {kept}".encode(), done.stderr)
+        with open(kept, "rb") as file:
             self.assertEqual(file.read(), first + last)
         shown = self.check(["log", "--sanitized"], [(FRM_DEV_LIST, None, (0, BOUND)), whole], 0, "passwd:***\n")
         self.assertNotIn("hunter2", shown)

@@ -143,6 +143,10 @@ class Settings(unittest.TestCase):
             self.assertIn(f"heard last at {before.address} on lo, less than a minute ago", app("use")[1])
             before.ctl("network", "down")  # it announces itself no more
             self.assertEqual(self.channel("--listen", "0.01")[0], 12)
+        with Gateway(site={"gateway": {"gw_id": "another"}}, address=before.address):
+            code, _, err = app("channel", "get", "--listen", "0.01")
+            self.assertEqual(code, 3, "another gateway at its address gets nothing")
+            self.assertIn(f"gateway mover is no longer the device at {before.address}", err)
         with Gateway(site={"gateway": {"gw_id": "mover", "channel": 13}}):
             channel, err = self.channel()
             self.assertEqual(channel, 13)
@@ -157,7 +161,7 @@ class Settings(unittest.TestCase):
         with open(path, encoding="utf-8") as file:
             known = json.load(file)
         for one in known:
-            one["heard"] -= 1000
+            one.update(heard=one["heard"] - 1000, link_address="")
         with open(path, "w", encoding="utf-8") as file:
             json.dump(known, file)
         code, _, err = app("channel", "get", "--listen", "0.01")

@@ -114,6 +114,11 @@ void show_texts(const run_list &runs, console &out) {
     }
 }
 
+// Whether another gateway may have been meant.
+bool is_about_reaching(int exit_code) {
+    return exit_code == exit_not_found || exit_code == exit_no_connection || exit_code == exit_key;
+}
+
 int exit_code_of(const run_list &runs, console &out) {
     const auto failed =
         std::ranges::count_if(runs, [](const auto &one) { return one->exit_code != exit_success; });
@@ -186,12 +191,8 @@ int run_on_several(const verb_work &work, const global_options &options, screen 
 
 int run_verb(const verb_work &work, const global_options &given, screen &shown_on) {
     console out(shown_on, given.json, given.verbose);
-    return show_failures(out, [&] {
+    const int exit_code = show_failures(out, [&] {
         global_options options = given;
-        if (!options.gateways_from.empty()) {
-            out.progress(fmt::format("gateway {}, from {}", fmt::join(options.gateways, ", "),
-                                     options.gateways_from));
-        }
         if (!options.key_file.empty()) {
             options.keys = read_key_file(options.key_file, out);
         }
@@ -204,6 +205,11 @@ int run_verb(const verb_work &work, const global_options &given, screen &shown_o
         gateway_session session(options, out, recorder);
         return run_session(session, out, work);
     });
+    if (is_about_reaching(exit_code) && !given.gateways_from.empty() && !given.json) {
+        out.notice(fmt::format("gateway {} was named by {}", fmt::join(given.gateways, ", "),
+                               given.gateways_from));
+    }
+    return exit_code;
 }
 
 } // namespace engr_app

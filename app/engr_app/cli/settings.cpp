@@ -10,6 +10,7 @@
 #include "terminal/console.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -25,6 +26,9 @@ namespace {
 using values = std::vector<std::string>;
 
 constexpr const char *gateway_setting = "gateway";
+
+// A person knows what was chosen on the same working day.
+constexpr int64_t forgotten_after_s = 8 * 60 * 60;
 
 // The options that may be set, and the environment variable of each, if it has one.
 constexpr std::pair<const char *, const char *> settings[] = {
@@ -120,6 +124,20 @@ std::string fill(CLI::App &whole, const char *name, const char *variable, const 
     return path;
 }
 
+void use_chosen_gateway(global_options &options, console &out) {
+    const gateway_in_use chosen = chosen_by_use(out);
+    if (chosen.name.empty()) {
+        return;
+    }
+    options.gateways = {chosen.name};
+    options.gateways_from = "engr_app use";
+    if (chosen.age_s > forgotten_after_s) {
+        out.progress(fmt::format("this is for gateway {}, which is still in use; engr_app use "
+                                 "chooses another",
+                                 chosen.name));
+    }
+}
+
 } // namespace
 
 void apply_settings(CLI::App &whole, global_options &options, bool for_gateway, console &out) {
@@ -136,11 +154,7 @@ void apply_settings(CLI::App &whole, global_options &options, bool for_gateway, 
         }
     }
     if (for_gateway && !options.all && options.gateways.empty()) {
-        const std::string chosen = chosen_by_use(out);
-        if (!chosen.empty()) {
-            options.gateways = {chosen};
-            options.gateways_from = "engr_app use";
-        }
+        use_chosen_gateway(options, out);
     }
 }
 

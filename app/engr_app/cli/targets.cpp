@@ -13,22 +13,8 @@
 namespace engr_app {
 namespace {
 
-// Ids come from the network and must not choose a path.
-std::string file_mark_of(const gateway &found) {
-    const std::string label = found.label();
-    constexpr std::size_t longest_mark = 64;
-    const bool fit = label.size() <= longest_mark && std::ranges::all_of(label, [](char one) {
-                         return (one >= '0' && one <= '9') || (one >= 'a' && one <= 'z') ||
-                                (one >= 'A' && one <= 'Z') || one == '-' || one == '_' ||
-                                one == '.';
-                     });
-    std::string mark = fit ? label : found.place();
-    std::ranges::replace(mark, ':', '_');
-    return mark;
-}
-
 run_target found_target(const gateway &found) {
-    return {found.label(), file_mark_of(found), found, {}};
+    return {found.label(), found.file_mark(), found, {}};
 }
 
 // One for each address: several ids there are the same gateway, or none.

@@ -36,6 +36,12 @@ int64_t seconds_now() {
     return std::chrono::duration_cast<std::chrono::seconds>(now).count();
 }
 
+// What comes from the future counts as long ago.
+int64_t seconds_since(int64_t then_s) {
+    const int64_t now_s = seconds_now();
+    return then_s > now_s ? std::numeric_limits<int64_t>::max() : now_s - then_s;
+}
+
 json read_user_json(console &out, const std::string &path, json::value_t expected) {
     std::error_code ignored;
     if (path.empty() || !std::filesystem::exists(path, ignored)) {
@@ -89,7 +95,7 @@ json to_json(const known_gateway &known) {
 
 std::vector<known_gateway> load(console &out) {
     std::vector<known_gateway> all;
-    for (const json &entry : read_user_json(out, cache_path(), json::value_t::array)) {
+    for (const json &entry : read_user_json(out, known_gateways_path(), json::value_t::array)) {
         in_addr address{};
         if (entry.is_object() && !member_text(entry, "id").empty() &&
             inet_pton(AF_INET, member_text(entry, "address").c_str(), &address) == 1 &&
@@ -108,7 +114,7 @@ void save(console &out, std::vector<known_gateway> &all) {
         content.push_back(to_json(known));
     }
     try {
-        write_user_file(cache_path(), many_lines(content) + '\n');
+        write_user_file(known_gateways_path(), many_lines(content) + '\n');
     } catch (const failure &failed) {
         out.progress(fmt::format("the gateways heard are not kept: {}", failed.what()));
     }
@@ -125,8 +131,7 @@ std::optional<known_gateway> find_known(console &out, const Rule &wanted) {
 } // namespace
 
 int64_t known_gateway::age_s() const {
-    const int64_t now = seconds_now();
-    return heard_s > now ? std::numeric_limits<int64_t>::max() : now - heard_s;
+    return seconds_since(heard_s);
 }
 
 std::vector<known_gateway> known_gateways(console &out) {
@@ -144,7 +149,7 @@ std::optional<known_gateway> find_known_address(console &out, const std::string 
 }
 
 void keep_heard(console &out, const std::vector<lan_client::announcement> &heard) {
-    if (heard.empty() || cache_path().empty()) {
+    if (heard.empty() || known_gateways_path().empty()) {
         return;
     }
     const std::lock_guard lock(files_mutex);
@@ -176,23 +181,26 @@ void keep_link_address(console &out, const std::string &id, const std::string &l
     }
 }
 
-std::string chosen_by_use(console &out) {
+gateway_in_use chosen_by_use(console &out) {
     const std::lock_guard lock(files_mutex);
-    return member_text(read_user_json(out, state_path(), json::value_t::object), "gateway");
+    const json kept = read_user_json(out, gateway_in_use_path(), json::value_t::object);
+    const auto chosen_s = static_cast<int64_t>(member_count(kept, "chosen").value_or(0));
+    return {member_text(kept, "gateway"), seconds_since(chosen_s)};
 }
 
 void choose_for_use(const std::string &name) {
     const std::lock_guard lock(files_mutex);
     if (name.empty()) {
         std::error_code problem;
-        std::filesystem::remove(state_path(), problem);
+        std::filesystem::remove(gateway_in_use_path(), problem);
         if (problem) {
-            throw failure("output",
-                          fmt::format("can't remove {}: {}", state_path(), problem.message()));
+            throw failure("output", fmt::format("can't remove {}: {}", gateway_in_use_path(),
+                                                problem.message()));
         }
         return;
     }
-    write_user_file(state_path(), many_lines({{"gateway", name}}) + '\n');
+    const json kept{{"gateway", name}, {"chosen", seconds_now()}};
+    write_user_file(gateway_in_use_path(), many_lines(kept) + '\n');
 }
 
 } // namespace engr_app

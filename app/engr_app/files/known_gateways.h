@@ -39,8 +39,13 @@ void keep_heard(console &out, const std::vector<lan_client::announcement> &heard
 /** Keeps the hardware that answered at the address of a gateway. */
 void keep_link_address(console &out, const std::string &id, const std::string &link_address);
 
-/** @return the gateway that `use` has chosen, by ID or ADDRESS[:PORT]; empty: none */
-[[nodiscard]] std::string chosen_by_use(console &out);
+/** The gateway that `use` has chosen. */
+struct gateway_in_use {
+    std::string name;  /**< ID or ADDRESS[:PORT]; empty: none was chosen */
+    int64_t age_s = 0; /**< how long ago */
+};
+
+[[nodiscard]] gateway_in_use chosen_by_use(console &out);
 
 /** Remembers the gateway for later runs, or forgets it when the name is empty. @throws failure */
 void choose_for_use(const std::string &name);

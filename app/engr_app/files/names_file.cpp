@@ -7,7 +7,6 @@
 #include "support/json_value.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -22,16 +21,6 @@ std::string name_text(const support::json_value &value) {
 }
 
 } // namespace
-
-std::string default_names_path() {
-    const auto variable = [](const char *name) {
-        const char *value = std::getenv(name);
-        return std::string(value == nullptr ? "" : value);
-    };
-    const std::string configured = variable("XDG_CONFIG_HOME");
-    return (configured.empty() ? variable("HOME") + "/.config" : configured) +
-           "/engr_app/names.json";
-}
 
 names_file::names_file(const std::string &path) : path_(path) {
     const support::json_document document(file_text(path), path);

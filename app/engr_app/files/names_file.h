@@ -7,9 +7,6 @@
 
 namespace engr_app {
 
-/** Where the names are unless a file is named: $XDG_CONFIG_HOME/engr_app/names.json. */
-[[nodiscard]] std::string default_names_path();
-
 /**
  * Names from a JSON file
  *

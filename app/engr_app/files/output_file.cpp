@@ -8,8 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace engr_app {
@@ -24,6 +26,19 @@ bool write_all(int descriptor, std::string_view bytes) {
         bytes.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
     }
     return ::fsync(descriptor) == 0;
+}
+
+// That of the file which is replaced, else what the user lets new files have.
+mode_t usual_mode(const std::string &path) {
+    struct stat replaced {};
+    if (::stat(path.c_str(), &replaced) == 0) {
+        return replaced.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
+    }
+    static std::mutex one_at_a_time; // the mask belongs to the process
+    const std::lock_guard lock(one_at_a_time);
+    const mode_t mask = ::umask(S_IRWXG | S_IRWXO);
+    ::umask(mask);
+    return (S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH) & ~mask;
 }
 
 } // namespace
@@ -47,10 +62,12 @@ void check_output_path(const std::string &path, bool overwrite) {
     }
 }
 
-void write_file(const std::string &path, std::string_view bytes) {
+void write_file(const std::string &path, std::string_view bytes, readers may_read) {
     std::string beside = path + ".XXXXXX";
-    const int descriptor = ::mkstemp(beside.data());
-    bool written = descriptor >= 0 && write_all(descriptor, bytes);
+    const int descriptor = ::mkstemp(beside.data()); // for its owner only
+    bool written = descriptor >= 0 &&
+                   (may_read == readers::owner || ::fchmod(descriptor, usual_mode(path)) == 0) &&
+                   write_all(descriptor, bytes);
     int problem = errno;
     if (descriptor >= 0) {
         ::close(descriptor);

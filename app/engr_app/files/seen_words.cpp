@@ -1,13 +1,11 @@
 #include "files/seen_words.h"
 
 #include "base/failure.h"
-#include "files/output_file.h"
+#include "files/user_paths.h"
 #include "support/files.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <mutex>
 #include <set>
 
@@ -18,15 +16,8 @@ namespace {
 
 using nlohmann::json;
 
-constexpr const char *words_name = "words.json";
-constexpr const char *gateways_name = "gateways.json"; // written by discovery
-constexpr const char *typed = "";                      // the source of what the user typed
-constexpr std::size_t words_max = 1000;                // of one source and kind
-
-std::string absolute_directory(const char *variable) {
-    const char *value = std::getenv(variable);
-    return value != nullptr && value[0] == '/' ? value : "";
-}
+constexpr const char *typed = "";       // the source of what the user typed
+constexpr std::size_t words_max = 1000; // of one source and kind
 
 /** Ids come from the network, and the shell puts completions into a command line as they are. */
 bool is_harmless(const std::string &word) {
@@ -37,8 +28,7 @@ bool is_harmless(const std::string &word) {
 }
 
 /** A file of the cache; discarded when there is none that can be read. */
-json read_cache(const char *name) {
-    const std::string path = cache_file(name);
+json read_cache(const std::string &path) {
     if (path.empty()) {
         return json(json::value_t::discarded);
     }
@@ -50,7 +40,7 @@ json read_cache(const char *name) {
 }
 
 json read_words() {
-    json all = read_cache(words_name);
+    json all = read_cache(seen_words_path());
     return all.is_object() ? all : json::object();
 }
 
@@ -66,10 +56,6 @@ void add_texts(const json &list, std::set<std::string> &words) {
 void store(const std::string &kind, const std::string &source, std::vector<std::string> words) {
     static std::mutex one_at_a_time; // with several gateways each has a thread
     const std::lock_guard guard(one_at_a_time);
-    const std::string path = cache_file(words_name);
-    if (path.empty()) {
-        return;
-    }
     words.resize(std::min(words.size(), words_max));
     json all = read_words();
     json &of_kind = all[kind];
@@ -81,29 +67,14 @@ void store(const std::string &kind, const std::string &source, std::vector<std::
     }
     of_kind[source] = words;
     try {
-        const auto directory = std::filesystem::path(path).parent_path();
-        if (std::filesystem::create_directories(directory)) {
-            std::filesystem::permissions(directory, std::filesystem::perms::owner_all);
-        }
-        write_file(path, all.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
-    } catch (const std::exception &) {
+        write_user_file(seen_words_path(),
+                        all.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+    } catch (const failure &) {
         return; // the next time, perhaps
     }
 }
 
 } // namespace
-
-std::string cache_file(const std::string &name) {
-    std::string directory = absolute_directory("XDG_CACHE_HOME");
-    if (directory.empty()) {
-        const std::string home = absolute_directory("HOME");
-        if (home.empty()) {
-            return "";
-        }
-        directory = home + "/.cache";
-    }
-    return directory + "/engr_app/" + name;
-}
 
 void remember_words(const std::string &kind, const std::string &source,
                     const std::vector<std::string> &words) {
@@ -136,7 +107,7 @@ std::vector<std::string> seen_words(const std::string &kind) {
 
 std::vector<std::string> seen_gateways() {
     std::set<std::string> words;
-    const json all = read_cache(gateways_name);
+    const json all = read_cache(known_gateways_path());
     for (const json &each : all.is_array() ? all : json::array()) {
         for (const char *member : {"id", "address"}) {
             if (each.is_object() && each.contains(member)) {

@@ -1,16 +1,12 @@
 // Ids that the user has seen or typed, kept between runs so that the shell can complete them.
 //
-// They lie in $XDG_CACHE_HOME/engr_app, else in ~/.cache/engr_app, for their owner only. Losing
-// them costs nothing, so failures are not reported.
+// Losing them costs nothing, so failures are not reported.
 #pragma once
 
 #include <string>
 #include <vector>
 
 namespace engr_app {
-
-/** Path of a file of the cache; empty when there is no place for one. */
-[[nodiscard]] std::string cache_file(const std::string &name);
 
 /**
  * Remembers words in the place of those that the same source had.

@@ -28,18 +28,34 @@ std::string user_path(const char *variable, std::string_view below_home, std::st
     return base / "engr_app" / name;
 }
 
+std::string state_path(std::string_view name) {
+    return user_path("XDG_STATE_HOME", ".local/state", name);
+}
+
 } // namespace
 
 std::string config_path() {
     return user_path("XDG_CONFIG_HOME", ".config", "config");
 }
 
-std::string state_path() {
-    return user_path("XDG_STATE_HOME", ".local/state", "gateway.json");
+std::string names_path() {
+    return user_path("XDG_CONFIG_HOME", ".config", "names.json");
 }
 
-std::string cache_path() {
+std::string gateway_in_use_path() {
+    return state_path("gateway.json");
+}
+
+std::string known_gateways_path() {
     return user_path("XDG_CACHE_HOME", ".cache", "gateways.json");
+}
+
+std::string seen_words_path() {
+    return user_path("XDG_CACHE_HOME", ".cache", "words.json");
+}
+
+std::string saved_log_path(const std::string &name) {
+    return state_path(name);
 }
 
 void write_user_file(const std::string &path, const std::string &text) {
@@ -55,7 +71,7 @@ void write_user_file(const std::string &path, const std::string &text) {
         throw failure("output",
                       fmt::format("can't make {}: {}", directory.string(), problem.message()));
     }
-    write_file(path, text);
+    write_file(path, text, readers::owner);
 }
 
 } // namespace engr_app

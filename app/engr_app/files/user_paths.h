@@ -8,11 +8,20 @@ namespace engr_app {
 /** @return what the user has set, in ~/.config; empty when there is no home directory */
 [[nodiscard]] std::string config_path();
 
+/** @return the user's names of devices and rooms, in ~/.config; empty as above */
+[[nodiscard]] std::string names_path();
+
 /** @return the gateway that `use` has chosen, in ~/.local/state; empty as above */
-[[nodiscard]] std::string state_path();
+[[nodiscard]] std::string gateway_in_use_path();
+
+/** @return where a log is kept that can't go where the user wants it; empty as above */
+[[nodiscard]] std::string saved_log_path(const std::string &name);
 
 /** @return the gateways heard last, in ~/.cache; empty as above */
-[[nodiscard]] std::string cache_path();
+[[nodiscard]] std::string known_gateways_path();
+
+/** @return ids for the completion of command lines, in ~/.cache; empty as above */
+[[nodiscard]] std::string seen_words_path();
 
 /**
  * Writes such a file as a whole, for its owner only, and makes its directories.

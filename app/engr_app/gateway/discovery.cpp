@@ -52,6 +52,19 @@ std::string gateway::label() const {
     return announced ? announced->id : place();
 }
 
+std::string gateway::file_mark() const {
+    constexpr std::size_t longest_mark = 64;
+    const std::string id = label();
+    const bool fit = id.size() <= longest_mark && std::ranges::all_of(id, [](char one) {
+                         return (one >= '0' && one <= '9') || (one >= 'a' && one <= 'z') ||
+                                (one >= 'A' && one <= 'Z') || one == '-' || one == '_' ||
+                                one == '.';
+                     });
+    std::string mark = fit ? id : place();
+    std::ranges::replace(mark, ':', '_');
+    return mark;
+}
+
 std::optional<gateway> parse_address(const std::string &text) {
     const std::size_t colon = text.find(':');
     gateway named;
@@ -140,7 +153,9 @@ failure not_found(const discovery_result &found, const std::string &wanted) {
         return {"other_seeds", fmt::format("{}, but {}", sentence, unreadable_note(found))};
     }
     if (some) {
-        return {"no_gateway", fmt::format("{}; heard: {}", sentence, list_of(found))};
+        return {"no_gateway",
+                fmt::format("{}; heard: {} (a gateway with 10 apps connected stays silent)",
+                            sentence, list_of(found))};
     }
     std::string note;
     if (found.limit < lan_client::discovery_period) {

@@ -31,6 +31,9 @@ struct gateway {
 
     /** @return its name in tables and for scripts: the id, or the place when that is not known */
     [[nodiscard]] std::string label() const;
+
+    /** @return the same for names of files; what the network says must not choose a path */
+    [[nodiscard]] std::string file_mark() const;
 };
 
 /**

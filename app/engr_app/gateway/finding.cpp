@@ -83,13 +83,13 @@ gateway find_gateway(gateway_session &session, const std::string &named) {
 }
 
 bool has_other_hardware(gateway_session &session, const gateway &recalled) {
-    const std::string now = link_address_of(recalled.address);
+    const std::string now = link_address_of(recalled.address, recalled.port);
     const auto known = find_known_id(session.out(), recalled.announced->id);
     return known && !known->link_address.empty() && now != known->link_address;
 }
 
 void keep_hardware(gateway_session &session, const gateway &connected) {
-    const std::string now = link_address_of(connected.address);
+    const std::string now = link_address_of(connected.address, connected.port);
     if (connected.announced && !now.empty()) {
         keep_link_address(session.out(), connected.announced->id, now);
     }

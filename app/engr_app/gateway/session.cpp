@@ -2,6 +2,7 @@
 #include "gateway/session.h"
 
 #include "files/known_gateways.h"
+#include "files/user_paths.h"
 #include "gateway/explain.h"
 #include "gateway/finding.h"
 #include "gateway/stay.h"
@@ -190,7 +191,7 @@ std::string gateway_session::output_path(const std::string &path) const {
 const names_file &gateway_session::names() {
     if (!names_) {
         const bool given = !options_.names_file.empty();
-        const std::string path = given ? options_.names_file : default_names_path();
+        const std::string path = given ? options_.names_file : names_path();
         names_ = given || std::filesystem::exists(path) ? names_file(path) : names_file();
     }
     return *names_;

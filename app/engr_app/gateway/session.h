@@ -31,7 +31,7 @@ struct global_options {
     std::map<std::string, std::string> keys; /**< from the key file, by gateway ID or ADDRESS */
     std::string interface_name; /**< traffic stays on it; empty: all, and the routing table */
     std::string record_file;
-    std::string names_file; /**< empty: the one of default_names_path, if it is there */
+    std::string names_file; /**< empty: the one at names_path, if it is there */
     double timeout_s = 0;   /**< for an answer; 0: the default */
     double listen_s = 0;    /**< for announcements; 0: the default */
     bool json = false;

@@ -111,7 +111,7 @@ int64_t plan_progress::next_time(const std::string &gateway) {
 }
 
 void plan_progress::write() const {
-    write_file(path_, many_lines(*noted_) + "\n");
+    write_file(path_, many_lines(*noted_) + "\n", readers::owner);
 }
 
 } // namespace engr_app

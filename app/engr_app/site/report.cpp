@@ -174,7 +174,7 @@ std::string site_report_markdown(const json &report) {
     std::string text =
         "# Site report\n\n| | |\n| --- | --- |\n" + fact("Time", member_text(report, "time")) +
         fact("Gateway", known_text(about, "id")) + fact("Address", known_text(about, "address")) +
-        fact("Version", known_text(about, "version")) +
+        fact("Protocol", known_text(about, "version")) +
         (about.contains("sw_ver") ? fact("Firmware", known_text(about, "sw_ver")) : "") +
         fact("Product key", known_text(about, "product_key")) +
         fact("Activated", known_text(about, "activated")) +

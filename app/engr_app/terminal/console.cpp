@@ -45,6 +45,13 @@ console::console(screen &shown_on, bool json, bool quiet_notices, std::string ga
     prefix_ = gateway_name_ + ": ";
 }
 
+// A sentence that begins with the gateway needs no name before it.
+std::string console::named(std::string_view sentence) const {
+    const std::string beginning = "gateway " + gateway_name_ + " ";
+    const bool names_it = !gateway_name_.empty() && sentence.starts_with(beginning);
+    return (names_it ? "" : prefix_) + std::string(sentence);
+}
+
 void console::table(const row &header, const std::vector<row> &rows, const table_view &view) {
     if (!gateway_name_.empty()) {
         kept_.tables.push_back({header, rows, view});
@@ -78,7 +85,7 @@ void console::facts(const std::vector<std::pair<std::string, std::string>> &name
 }
 
 void console::line(std::string_view text) {
-    screen_.output(escape_for_terminal(prefix_ + std::string(text), max_line_columns) + '\n');
+    screen_.output(escape_for_terminal(named(text), max_line_columns) + '\n');
 }
 
 void console::text(std::string_view text) {
@@ -117,7 +124,7 @@ void console::json_line(const nlohmann::json &value) {
 }
 
 void console::message(std::string_view sentence, std::size_t max_columns) {
-    screen_.message(escape_for_terminal(prefix_ + std::string(sentence), max_columns) + '\n');
+    screen_.message(escape_for_terminal(named(sentence), max_columns) + '\n');
 }
 
 void console::progress(std::string_view sentence) {
@@ -178,9 +185,8 @@ void console::problem(const std::string &kind, std::string_view sentence) {
     }
     // Who reads the document need not read it twice, but a person may look on.
     if (!told || (screen_.messages_are_terminal() && !screen_.output_is_terminal())) {
-        screen_.message(
-            "engr_app: " + escape_for_terminal(prefix_ + std::string(sentence), max_line_columns) +
-            '\n');
+        screen_.message("engr_app: " + escape_for_terminal(named(sentence), max_line_columns) +
+                        '\n');
     }
 }
 

@@ -126,6 +126,7 @@ class console {
     [[nodiscard]] const kept_results &kept() const { return kept_; }
 
   private:
+    [[nodiscard]] std::string named(std::string_view sentence) const;
     void message(std::string_view sentence, std::size_t max_columns);
 
     screen &screen_;

@@ -71,7 +71,11 @@ json checked_set(const std::string &file) {
 
 int sync_scenes(gateway_session &session, linkage_arguments &given) {
     const json set = checked_set(given.file);
-    given.asked.require(session, "Replace all linkage scenes");
+    if (set["scenes"].empty()) {
+        given.asked.require_always(session, "Delete all linkage scenes");
+    } else {
+        given.asked.require(session, "Replace all linkage scenes");
+    }
     ask_one(session, json_request(frame_type::scene_linkage, set));
     const std::string name = session.chosen().name();
     const std::size_t count = set["scenes"].size();
@@ -111,7 +115,7 @@ verb_work declare_linkage(CLI::App &parser) {
         "\"evening\",\n"
         "    \"actions\": [{\"cid\": \"a4c1380001000001\", \"dps\": {\"1\": true}}]}]}\n"
         "or the array alone; \"totalCount\" is counted, \"gmtModified\" is now unless given; no "
-        "scenes clear the set.\n\n"
+        "scenes clear the set,\nwhich is asked for, or needs --yes.\n\n"
         "Examples:\n"
         "  engr_app linkage sync scenes.json\n"
         "  engr_app linkage run s1");

@@ -1,6 +1,7 @@
 // log: fetches the gateway's log.
 #include "files/log_sanitizer.h"
 #include "files/output_file.h"
+#include "files/user_paths.h"
 #include "gateway/devices.h"
 #include "gateway/request.h"
 #include "lan_client/log_transfer.h"
@@ -88,7 +89,7 @@ int show_log(gateway_session &session, const fetched_log &log) {
 
 int store_log(gateway_session &session, const std::string &path, const fetched_log &log) {
     if (!log.stopped) {
-        write_file(path, log.text);
+        write_file(path, log.text, readers::owner); // a log may tell secrets
         return print_result(session,
                             fmt::format("the log of {}, {} bytes, is in {}",
                                         session.chosen().name(), log.text.size(), path),
@@ -98,9 +99,23 @@ int store_log(gateway_session &session, const std::string &path, const fetched_l
         throw failure(*log.stopped);
     }
     const std::string partial = path + ".partial";
-    write_file(partial, log.text);
+    write_file(partial, log.text, readers::owner);
     throw failure(log.stopped->kind(), fmt::format("{}; the {} bytes that came are in {}",
                                                    log.stopped->what(), log.text.size(), partial));
+}
+
+// Keeps what can't go where it should, since there is no other copy. Returns what to tell.
+std::string keep_elsewhere(gateway_session &session, const failure &problem,
+                           const std::string &text) {
+    const std::string path = saved_log_path(session.chosen().file_mark() + ".log");
+    try {
+        write_user_file(path, text);
+    } catch (const failure &also) {
+        return fmt::format("{}; the gateway has removed this log, and it can't be kept: {}",
+                           problem.what(), also.what());
+    }
+    return fmt::format("{}; the gateway has removed this log, so it is kept in {}", problem.what(),
+                       path);
 }
 
 int fetch_log(gateway_session &session, const log_arguments &given) {
@@ -115,7 +130,14 @@ int fetch_log(gateway_session &session, const log_arguments &given) {
     if (given.sanitized) {
         log.text = log_sanitizer(ids).clean(log.text);
     }
-    return path.empty() ? show_log(session, log) : store_log(session, path, log);
+    try {
+        return path.empty() ? show_log(session, log) : store_log(session, path, log);
+    } catch (const failure &problem) {
+        if (problem.kind() != "output" || log.text.empty()) {
+            throw;
+        }
+        throw failure(problem.kind(), keep_elsewhere(session, problem, log.text));
+    }
 }
 
 } // namespace
@@ -127,12 +149,13 @@ verb_work declare_log(CLI::App &parser) {
     parser.add_flag("--sanitized", given->sanitized,
                     "Leave out keys, passwords, tokens and network names, and replace each id by "
                     "id-1, id-2 ..., so that a stranger may read it");
-    parser.footer(
-        "A gateway removes its log when it has been fetched, and holds up all other "
-        "apps meanwhile.\nWhen it stops on the way, what came is kept in FILE.partial.\n\n"
-        "Examples:\n"
-        "  engr_app log gateway.log\n"
-        "  engr_app log --sanitized support.log");
+    parser.footer("A gateway removes its log when it has been fetched, and holds up all other "
+                  "apps meanwhile.\nWhen it stops on the way, what came is kept in FILE.partial; "
+                  "when FILE or "
+                  "standard output can't be written, in ~/.local/state/engr_app.\n\n"
+                  "Examples:\n"
+                  "  engr_app log gateway.log\n"
+                  "  engr_app log --sanitized support.log");
     return with_arguments(given, fetch_log);
 }
 

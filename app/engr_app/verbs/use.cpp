@@ -38,7 +38,7 @@ std::string age_text(int64_t seconds) {
 }
 
 int show_used(gateway_session &session) {
-    const std::string chosen = chosen_by_use(session.out());
+    const std::string chosen = chosen_by_use(session.out()).name;
     if (chosen.empty()) {
         return print_result(session, "no gateway is in use; engr_app use GATEWAY chooses one",
                             {{"gateway", nullptr}});
