@@ -3,6 +3,7 @@
 import glob
 import json
 import os
+import re
 import subprocess
 import unittest
 
@@ -38,6 +39,12 @@ class SchemaTest(unittest.TestCase):
         parts = self.schema["definitions"]
         own, shared = parts["gateway"]["properties"], parts["template"]["properties"]
         self.assertEqual({name: own.get(name) for name in shared}, shared)
+
+    def test_the_manual_page_names_every_member(self):
+        with open(os.path.join(ROOT, "man", "engr_plan.5.in"), encoding="utf-8") as file:
+            words = set(re.findall(r"[\w-]+", file.read()))
+        for part in [self.schema, *self.schema["definitions"].values()]:
+            self.assertLessEqual(set(part.get("properties", {})), words)
 
     def test_whatever_is_not_allowed_is_described(self):
         def check(part, place):
