@@ -225,10 +225,11 @@ class Gateway:
         """Brings a firmware image to the gateway, or to one of its devices, and waits until it is installed.
 
         Returns the version that was installed before; it does nothing when that is `version` already, unless with
-        `again`. An upgrade that the gateway gives up is started once more. Progress counts bytes that the gateway has
-        taken. Raises UpgradeFailed when another version is installed in the end or the gateway was busy, UnknownDevice,
-        Refused, TimedOut when the outcome can't be told, and LanError. After any of them, and when it is cancelled, the
-        upgrade may go on until the gateway is closed, which ends it.
+        `again`. An upgrade that the gateway gives up is started once more, with `reconnect` also one whose connection
+        was lost. Progress counts bytes that the gateway has taken. Raises UpgradeFailed when another version is
+        installed in the end or the gateway was busy, UnknownDevice, Refused, TimedOut when the outcome can't be told,
+        and LanError. After any of them, and when it is cancelled, the upgrade may go on until the gateway is closed,
+        which ends it.
         """
         request = self._open_channel().upgrade(os.fspath(path), version, device_id, again)
         outcome = json.loads(_payload(await self._outcome(request, on_progress)))

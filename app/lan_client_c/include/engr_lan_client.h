@@ -240,8 +240,8 @@ engr_client_error engr_client_log(engr_client *client, uint32_t *request);
 /**
  * Brings a firmware image to a gateway, or to one of its devices, and waits until it is installed.
  * An upgrade that the gateway gives up is started once more, since the end of any app's connection
- * ends it. With `reconnect` a lost connection is made again to ask what is installed. To end an
- * upgrade, close the client; after an error, too, it may go on at the gateway until then.
+ * ends it; with `reconnect` also one whose own connection was lost. To end an upgrade, close the
+ * client; after an error, too, it may go on at the gateway until then.
  *
  * @param path       of the image, a regular file of 1 byte to 2 GiB that stays as it is
  * @param version    of the image, 1 to 11 bytes
