@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 namespace {
 
 using report = agent_test;
