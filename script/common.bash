@@ -2,6 +2,7 @@
 # shellcheck shell=bash
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=${ENGR_JOBS:-$(nproc)}
+test_jobs=$((3 * jobs)) # most tests wait for the protocol's timers
 
 # quietly LOG COMMAND...: the output of the command is shown only when it fails.
 quietly() {
@@ -33,7 +34,7 @@ run_tests() {
     shift 2
     local failed=$directory/Testing/Temporary/LastTestsFailed.log
     rm -f "$failed"
-    if ctest --test-dir "$directory" -j "$jobs" --output-on-failure --no-tests=error "$@" </dev/null; then
+    if ctest --test-dir "$directory" -j "$test_jobs" --output-on-failure --no-tests=error "$@" </dev/null; then
         return 0
     fi
     if [ -s "$failed" ]; then
