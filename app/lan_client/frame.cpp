@@ -1,4 +1,4 @@
-// Encoding of requests and decoding of what a gateway sends.
+// Encoding and decoding of requests and of what a gateway sends.
 #include "lan_client/frame.h"
 
 #include "byte_cursor.h"
@@ -61,23 +61,19 @@ bool read_body(byte_reader &reader, std::size_t length, frame &decoded) {
     return true;
 }
 
-} // namespace
-
-std::string encode_request(uint32_t number, uint32_t type, std::string_view payload) {
-    std::string bytes;
-    bytes.reserve(payload.size() + request_overhead_bytes);
-    byte_writer writer(bytes);
-    writer.write(head_word);
-    writer.write(number);
-    writer.write(type);
-    writer.write(static_cast<uint32_t>(payload.size() + crc_and_tail_bytes));
-    writer.append(payload);
-    writer.write(frame_crc(bytes));
-    writer.write(tail_word);
-    return bytes;
+bool read_request_body(byte_reader &reader, std::size_t length, frame &decoded) {
+    std::string_view payload;
+    if (!reader.take(length - crc_and_tail_bytes, payload)) {
+        return false;
+    }
+    decoded.payload = payload;
+    return true;
 }
 
-decode_result decode_frame(std::string_view bytes) {
+using body_reader = bool (*)(byte_reader &, std::size_t, frame &);
+
+decode_result decode(std::string_view bytes, std::size_t least_words_bytes,
+                     std::size_t longest_frame_bytes, body_reader read) {
     decode_result result;
     byte_reader reader(bytes);
     uint32_t head = 0;
@@ -90,8 +86,8 @@ decode_result decode_frame(std::string_view bytes) {
         result.status = decode_status::incomplete;
         return result;
     }
-    if (length < reply_words_bytes + crc_and_tail_bytes ||
-        length > max_received_frame_bytes - head_number_type_length_bytes) {
+    if (length < least_words_bytes + crc_and_tail_bytes ||
+        length > longest_frame_bytes - head_number_type_length_bytes) {
         return result;
     }
     if (reader.remaining() < length) {
@@ -100,7 +96,7 @@ decode_result decode_frame(std::string_view bytes) {
     }
     const std::size_t frame_bytes = head_number_type_length_bytes + length;
     uint32_t crc = 0;
-    if (!has_tail(bytes, frame_bytes) || !read_body(reader, length, result.decoded) ||
+    if (!has_tail(bytes, frame_bytes) || !read(reader, length, result.decoded) ||
         !reader.read(crc)) {
         return result;
     }
@@ -109,6 +105,47 @@ decode_result decode_frame(std::string_view bytes) {
     result.decoded.crc_matches =
         crc == frame_crc(bytes.substr(0, result.consumed_bytes - crc_and_tail_bytes));
     return result;
+}
+
+std::string encode(uint32_t number, uint32_t type, std::string_view words,
+                   std::string_view payload) {
+    std::string bytes;
+    bytes.reserve(words.size() + payload.size() + request_overhead_bytes);
+    byte_writer writer(bytes);
+    writer.write(head_word);
+    writer.write(number);
+    writer.write(type);
+    writer.write(static_cast<uint32_t>(words.size() + payload.size() + crc_and_tail_bytes));
+    writer.append(words);
+    writer.append(payload);
+    writer.write(frame_crc(bytes));
+    writer.write(tail_word);
+    return bytes;
+}
+
+} // namespace
+
+std::string encode_request(uint32_t number, uint32_t type, std::string_view payload) {
+    return encode(number, type, "", payload);
+}
+
+std::string encode_reply(const frame &sent) {
+    std::string words;
+    byte_writer writer(words);
+    writer.write(sent.ret);
+    if (sent.segment) {
+        writer.write(static_cast<uint32_t>(sent.segment->count));
+        writer.write(static_cast<uint32_t>(sent.segment->number));
+    }
+    return encode(sent.number, sent.type, words, sent.payload);
+}
+
+decode_result decode_frame(std::string_view bytes) {
+    return decode(bytes, reply_words_bytes, max_received_frame_bytes, read_body);
+}
+
+decode_result decode_request(std::string_view bytes) {
+    return decode(bytes, 0, request_frame_limit_bytes - 1, read_request_body);
 }
 
 } // namespace lan_client

@@ -1,11 +1,11 @@
 #include "base/json_text.h"
 
+#include "support/json_text.h"
 #include "support/utf8.h"
 
 #include <algorithm>
 #include <array>
 
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
@@ -34,33 +34,8 @@ void hide_secrets(json &value) {
     }
 }
 
-std::string json_escape(uint32_t value) {
-    if (value < 0x10000) {
-        return fmt::format("\\u{:04x}", value);
-    }
-    const uint32_t above = value - 0x10000;
-    return fmt::format("\\u{:04x}\\u{:04x}", 0xD800 + (above >> 10), 0xDC00 + (above & 0x3FF));
-}
-
-// Beyond ASCII's printable characters and the line ends between members there is nothing but the
-// content of texts, so an escape is valid wherever one is needed.
-std::string escape_unsafe(std::string_view written) {
-    std::string out;
-    out.reserve(written.size());
-    while (!written.empty()) {
-        const support::code_point next = support::first_code_point(written);
-        if (next.value != '\n' && !support::is_visible(next.value)) {
-            out += json_escape(next.value);
-        } else {
-            out += written.substr(0, next.bytes);
-        }
-        written.remove_prefix(next.bytes);
-    }
-    return out;
-}
-
 std::string written(const json &value, int indent) {
-    return escape_unsafe(value.dump(indent, ' ', false, json::error_handler_t::replace));
+    return support::visible_json(value.dump(indent, ' ', false, json::error_handler_t::replace));
 }
 
 } // namespace

@@ -1,4 +1,5 @@
-// The LAN frame as an app sees it: requests are encoded, what a gateway sends is decoded.
+// The LAN frame: an app encodes requests and decodes what a gateway sends; a recorder needs both
+// the other way round, too.
 #pragma once
 
 #include <cstddef>
@@ -52,5 +53,13 @@ struct decode_result {
 
 /** Decodes the frame that starts at the first byte of `bytes`, if one does. */
 [[nodiscard]] decode_result decode_frame(std::string_view bytes);
+
+// The gateway's half, for those who look at both directions of a connection.
+
+/** Encodes a frame as a gateway sends it; its CRC is right whatever `crc_matches` says. */
+[[nodiscard]] std::string encode_reply(const frame &sent);
+
+/** Decodes the request that starts at the first byte of `bytes`, if one does; it has no `ret`. */
+[[nodiscard]] decode_result decode_request(std::string_view bytes);
 
 } // namespace lan_client

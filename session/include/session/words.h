@@ -1,0 +1,81 @@
+// From the bytes of the wire to records: frames are cut out of a stream and decrypted.
+#pragma once
+
+#include "lan_client/crypto.h"
+#include "session/event.h"
+#include "session/wire.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace session {
+
+/** Keys under which payloads may travel. */
+struct known_keys {
+    std::vector<lan_client::aes_key> local; /**< the one in use first, then those before it */
+    key_ring built_in;                      /**< its local key is not used */
+};
+
+/** A frame in words, or bytes that are none, of a stream. */
+struct stream_piece {
+    uint64_t began_us = 0; /**< when its first byte came */
+    std::variant<lan_client::frame, std::string> content;
+};
+
+/**
+ * Cuts one direction of a connection into frames and what lies between them; no byte is lost. Holds
+ * at most one unfinished frame of the longest length.
+ */
+class stream_words {
+  public:
+    explicit stream_words(side from) : from_(from) {}
+
+    /**
+     * Takes the next bytes.
+     *
+     * @return the frames that are complete now, and the bytes before them that belong to none
+     */
+    [[nodiscard]] std::vector<stream_piece> take(uint64_t at_us, std::string_view bytes);
+
+    /** What is left when the stream ends: half a frame, or noise. Nothing when nothing is. */
+    [[nodiscard]] std::optional<stream_piece> finish();
+
+  private:
+    void put_noise(std::vector<stream_piece> &pieces, std::size_t begin, std::size_t end) const;
+    [[nodiscard]] uint64_t time_of(std::size_t at) const;
+    void drop(std::size_t count);
+
+    /** Bytes that came at one time. */
+    struct arrival {
+        std::size_t end; /**< in the buffer, behind the last of them */
+        uint64_t at_us;
+    };
+
+    side from_;
+    std::string buffer_;
+    std::vector<arrival> arrivals_;
+};
+
+/** The words of a frame of a connection. */
+[[nodiscard]] frame_content words_of(side from, lan_client::frame got, const known_keys &keys);
+
+/** The words of a datagram to a port; its bytes when it is no frame. */
+[[nodiscard]] std::variant<frame_content, std::string>
+datagram_words(side from, uint16_t port, std::string_view bytes, const known_keys &keys);
+
+/**
+ * Bytes without the secrets in them: in what is plain, and in the whole blocks of payloads that one
+ * of the keys decrypts. The latter are encrypted again, under the session's key where it was a
+ * local one.
+ *
+ * @param session_key  16 characters
+ */
+[[nodiscard]] std::string bytes_without_secrets(side from, std::string bytes,
+                                                const known_keys &keys,
+                                                std::string_view session_key);
+
+} // namespace session

@@ -1,0 +1,17 @@
+// JSON as it is written, for files and terminals.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace support {
+
+/**
+ * A JSON text whose characters that are not visible, such as control characters and direction
+ * marks, are escaped (\u0085), line ends between values aside.
+ *
+ * @param written  valid JSON in UTF-8
+ */
+[[nodiscard]] std::string visible_json(std::string_view written);
+
+} // namespace support
