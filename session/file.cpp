@@ -41,18 +41,14 @@ file::~file() {
 }
 
 void file::begin(const header &start) {
-    start_ = start;
+    start_ = start.has_secrets ? start : without_secrets(start);
     first_line_ = line_of(start_) + "\n";
     flush();
 }
 
 void file::add(event what, const known_keys &keys) {
     if (!start_.has_secrets) {
-        if (auto *bytes = std::get_if<raw_bytes>(&what.what)) {
-            bytes->bytes =
-                bytes_without_secrets(bytes->from, std::move(bytes->bytes), keys, start_.key);
-        }
-        what = without_secrets(std::move(what), start_.key);
+        what = without_secrets(std::move(what), keys, start_.key);
     }
     last_at_us_ = what.at_us;
     kept_ += line_of(what) + "\n";

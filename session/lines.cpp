@@ -128,6 +128,7 @@ struct event_writer {
         line.text("name", of.name).embed("arguments", of.arguments).embed("result", of.result);
     }
     void operator()(const control &of) const {
+        began(of.began_us);
         std::string words;
         for (const std::string &word : of.line) {
             words += (words.empty() ? "" : ",") + json_string(word);
@@ -297,8 +298,9 @@ closed read_closed(members &from) {
     return read;
 }
 
-control read_control(members &from) {
+control read_control(members &from, uint64_t at_us) {
     control read;
+    read.began_us = read_began(from, at_us);
     for (const json_value &word : from.need("line").elements(1)) {
         read.line.push_back(word.text());
     }
@@ -323,7 +325,7 @@ happening read_happening(std::size_t kind, members &from, const json_value &obje
     case 5:
         return call{from.text("name"), from.json("arguments"), from.json("result")};
     case 6:
-        return read_control(from);
+        return read_control(from, at_us);
     case 7:
         return log_line{static_cast<int>(from.number("level", highest_log_level)),
                         from.text("text")};

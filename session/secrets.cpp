@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstddef>
+#include <utility>
 
 #include <strings.h>
 namespace session {
@@ -190,17 +191,54 @@ class secret_hider {
     bool is_local_key_ = false;
 };
 
+constexpr std::string_view head_bytes("\x00\x00\x55\xAA", 4);
+constexpr std::size_t head_to_length_bytes = 16;
+constexpr std::size_t ret_bytes = 4;
+
+/** Hides the secrets in whole blocks that a key decrypts. */
+void hide_in_blocks(std::string &bytes, std::size_t begin, std::size_t end,
+                    const lan_client::aes_key &key, const lan_client::aes_key &key_after,
+                    std::string_view session_key) {
+    const std::size_t count = (end - begin) / lan_client::key_bytes * lan_client::key_bytes;
+    // Each block is encrypted by itself, so that one of mere padding makes the others readable.
+    const auto plain =
+        lan_client::decrypt(key, bytes.substr(begin, count) + lan_client::encrypt(key, ""));
+    if (count == 0 || !plain) {
+        return;
+    }
+    const std::string hidden = without_secrets(*plain, session_key);
+    if (hidden != *plain) {
+        bytes.replace(begin, count, lan_client::encrypt(key_after, hidden), 0, count);
+    }
+}
+
+/** The same for a payload that may be under any of the keys. */
+void hide_in_cipher(std::string &bytes, std::size_t begin, std::size_t end, const known_keys &keys,
+                    std::string_view session_key) {
+    const auto local_after = lan_client::aes_key::from_text(session_key);
+    for (const lan_client::aes_key &key : keys.local) {
+        hide_in_blocks(bytes, begin, end, key, local_after.value_or(key), session_key);
+    }
+    for (const lan_client::aes_key *key :
+         {&keys.built_in.unactivated, &keys.built_in.configuration}) {
+        hide_in_blocks(bytes, begin, end, *key, *key, session_key);
+    }
+}
+
 struct event_hider {
+    const known_keys &keys;
     std::string_view key;
 
     void operator()(frame &of) const { hide(of.content); }
-    void operator()(raw_bytes &of) const { of.bytes = without_secrets(of.bytes, key); }
+    void operator()(raw_bytes &of) const {
+        of.bytes = bytes_without_secrets(of.from, std::move(of.bytes), keys, key);
+    }
     void operator()(datagram &of) const {
         if (auto *content = std::get_if<frame_content>(&of.content)) {
             hide(*content);
         } else {
             auto &bytes = std::get<std::string>(of.content);
-            bytes = without_secrets(bytes, key);
+            bytes = bytes_without_secrets(of.from, std::move(bytes), keys, key);
         }
     }
     void operator()(call &of) const {
@@ -221,7 +259,9 @@ struct event_hider {
 
   private:
     void hide(frame_content &content) const {
-        if (content.coded != coding::unknown) {
+        if (content.coded == coding::unknown) {
+            hide_in_cipher(content.payload, 0, content.payload.size(), keys, key);
+        } else {
             content.payload = without_secrets(content.payload, key);
         }
     }
@@ -247,8 +287,31 @@ std::string without_secrets(std::string_view text, std::string_view key) {
     return shown;
 }
 
-event without_secrets(event from, std::string_view key) {
-    std::visit(event_hider{key}, from.what);
+std::string bytes_without_secrets(side from, std::string bytes, const known_keys &keys,
+                                  std::string_view session_key) {
+    const std::size_t before_payload =
+        head_to_length_bytes + (from == side::gateway ? ret_bytes : 0);
+    for (std::size_t at = bytes.find(head_bytes); at != std::string::npos;) {
+        const std::size_t next = bytes.find(head_bytes, at + 1);
+        const std::size_t begin = at + before_payload;
+        const std::size_t end = std::min(next, bytes.size());
+        if (begin < end) {
+            hide_in_cipher(bytes, begin, end, keys, session_key);
+        }
+        at = next;
+    }
+    return without_secrets(bytes, session_key);
+}
+
+event without_secrets(event from, const known_keys &keys, std::string_view session_key) {
+    std::visit(event_hider{keys, session_key}, from.what);
+    return from;
+}
+
+header without_secrets(header from) {
+    from.options = without_secrets(from.options, from.key);
+    from.site = without_secrets(from.site, from.key);
+    from.scenario = without_secrets(from.scenario, from.key);
     return from;
 }
 

@@ -3,14 +3,12 @@
 #include "lan_client/discovery.h"
 #include "lan_client/frame.h"
 
-#include <random>
 #include <stdexcept>
 #include <utility>
 
 namespace session {
 namespace {
 
-constexpr std::size_t fingerprint_digits = 16;
 constexpr std::size_t crc_bytes = 4;
 constexpr std::size_t crc_and_tail_bytes = 8;
 
@@ -77,29 +75,6 @@ std::optional<std::string> wire_bytes(const event &of, const key_ring &keys) {
         return wire_bytes(*sent, keys);
     }
     return std::nullopt;
-}
-
-std::string fingerprint(const lan_client::aes_key &key) {
-    const std::string_view bytes(reinterpret_cast<const char *>(key.data()), lan_client::key_bytes);
-    return lan_client::sha256_text(bytes).substr(0, fingerprint_digits);
-}
-
-std::map<std::string, std::string> built_in_fingerprints() {
-    return {{"key1", fingerprint(lan_client::configuration_key())},
-            {"key2", fingerprint(lan_client::discovery_key())},
-            {"key3", fingerprint(lan_client::unactivated_key())}};
-}
-
-std::string random_key() {
-    constexpr std::string_view characters =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    std::random_device chance;
-    std::uniform_int_distribution<std::size_t> index(0, characters.size() - 1);
-    std::string key;
-    while (key.size() < lan_client::key_bytes) {
-        key += characters[index(chance)];
-    }
-    return key;
 }
 
 } // namespace session

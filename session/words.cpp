@@ -2,7 +2,6 @@
 
 #include "lan_client/discovery.h"
 #include "lan_client/frame_types.h"
-#include "session/secrets.h"
 #include "support/utf8.h"
 
 #include <algorithm>
@@ -15,8 +14,6 @@ using lan_client::aes_key;
 using lan_client::decode_status;
 
 constexpr std::string_view head_bytes("\x00\x00\x55\xAA", 4);
-constexpr std::size_t head_to_length_bytes = 16;
-constexpr std::size_t ret_bytes = 4;
 /** How long a gateway waits for the rest of a frame. */
 constexpr uint64_t frame_patience_us = 30'000'000;
 
@@ -59,22 +56,6 @@ frame_content content_of(side from, lan_client::frame got) {
         content.ret = got.ret;
     }
     return content;
-}
-
-/** Hides the secrets in whole blocks that a key decrypts. */
-void hide_in_blocks(std::string &bytes, std::size_t begin, std::size_t end, const aes_key &key,
-                    const aes_key &key_after, std::string_view session_key) {
-    const std::size_t count = (end - begin) / lan_client::key_bytes * lan_client::key_bytes;
-    // Each block is encrypted by itself, so that one of mere padding makes the others readable.
-    const auto plain =
-        lan_client::decrypt(key, bytes.substr(begin, count) + lan_client::encrypt(key, ""));
-    if (count == 0 || !plain) {
-        return;
-    }
-    const std::string hidden = without_secrets(*plain, session_key);
-    if (hidden != *plain) {
-        bytes.replace(begin, count, lan_client::encrypt(key_after, hidden), 0, count);
-    }
 }
 
 } // namespace
@@ -167,28 +148,6 @@ datagram_words(side from, uint16_t port, std::string_view bytes, const known_key
         decrypt_payload(content, {{&key, coding::built_in}});
     }
     return content;
-}
-
-std::string bytes_without_secrets(side from, std::string bytes, const known_keys &keys,
-                                  std::string_view session_key) {
-    const auto local_after = aes_key::from_text(session_key);
-    const std::size_t before_payload =
-        head_to_length_bytes + (from == side::gateway ? ret_bytes : 0);
-    for (std::size_t at = bytes.find(head_bytes); at != std::string::npos;) {
-        const std::size_t next = bytes.find(head_bytes, at + 1);
-        const std::size_t begin = at + before_payload;
-        const std::size_t end = std::min(next, bytes.size());
-        if (begin < end && local_after) {
-            for (const aes_key &key : keys.local) {
-                hide_in_blocks(bytes, begin, end, key, *local_after, session_key);
-            }
-            for (const aes_key *key : {&keys.built_in.unactivated, &keys.built_in.configuration}) {
-                hide_in_blocks(bytes, begin, end, *key, *key, session_key);
-            }
-        }
-        at = next;
-    }
-    return without_secrets(bytes, session_key);
 }
 
 } // namespace session

@@ -1,6 +1,7 @@
 #include "input_files.h"
 
 #include "gateway_services/error.h"
+#include "linux_port/port.h"
 #include "support/files.h"
 
 #include <fcntl.h>
@@ -21,6 +22,10 @@ std::shared_ptr<trace_file> open_trace(const std::string &name) {
     return std::make_shared<trace_file>(fd);
 }
 
+void say_recording_fault(const std::string &what) {
+    linux_port::write_standard_error("engr_gatewayd: --record: " + what);
+}
+
 } // namespace
 
 input_files read_input_files(const options &chosen) {
@@ -30,11 +35,14 @@ input_files read_input_files(const options &chosen) {
                       ? gateway::demo_site(number)
                       : gateway::parse_site(support::read_file(chosen.site), chosen.site, number);
     if (!chosen.scenario.empty()) {
-        inputs.scenario =
-            gateway::parse_scenario(support::read_file(chosen.scenario), chosen.scenario);
+        inputs.scenario_text = support::read_file(chosen.scenario);
+        inputs.scenario = gateway::parse_scenario(inputs.scenario_text, chosen.scenario);
     }
     if (!chosen.trace.empty()) {
         inputs.trace = open_trace(chosen.trace);
+    }
+    if (!chosen.record.empty()) {
+        inputs.record = std::make_shared<session::file>(chosen.record, say_recording_fault);
     }
     return inputs;
 }

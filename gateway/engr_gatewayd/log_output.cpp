@@ -1,6 +1,7 @@
 #include "log_output.h"
 
 #include "gateway_services/error.h"
+#include "happenings.h"
 #include "linux_port/port.h"
 
 #include <spdlog/pattern_formatter.h>
@@ -54,7 +55,8 @@ void open_log(int level, bool is_shown) {
     const auto logger = std::make_shared<spdlog::logger>("gateway", file);
     logger->flush_on(spdlog::level::trace);
     linux_port::set_log_level(level);
-    linux_port::set_log_sink([logger, is_shown](int, std::string_view line) {
+    linux_port::set_log_sink([logger, is_shown](int line_level, std::string_view line) {
+        tell_log(line_level, line);
         if (is_shown) {
             linux_port::write_standard_error(line);
         }

@@ -7,10 +7,12 @@
 #include "gateway_services/error.h"
 #include "gateway_services/host.h"
 #include "gateway_services/operate.h"
+#include "happenings.h"
 #include "input_files.h"
 #include "linux_port/port.h"
 #include "log_output.h"
 #include "options.h"
+#include "recording.h"
 #include "server_watch.h"
 #include "service_manager.h"
 #include "verb_handlers.h"
@@ -102,7 +104,10 @@ class running_gateway {
         options.initial_site = std::move(inputs.site);
         options.faults = std::move(inputs.scenario);
         options.newest_log = newest_log;
-        options.activity = show_activity;
+        options.activity = [](std::string_view sentence) {
+            show_activity(sentence);
+            tell_happening(sentence);
+        };
         options.asking_app = linux_port::last_sender;
         options.address = [chosen] { return served_address(chosen); };
         if (const auto trace = inputs.trace) {
@@ -110,13 +115,24 @@ class running_gateway {
             options.trace = [trace](std::string_view line) { trace->write(line); };
             options.trace_soon = [trace](std::string_view line) { trace->write_soon(line); };
         }
+        if (inputs.record) {
+            listen_for_recording(inputs.record);
+        }
+        if (happenings_are_observed()) {
+            options.call = tell_call;
+        }
         gateway::open(std::move(options));
+        if (inputs.record) {
+            begin_recording(*inputs.record, chosen, inputs.scenario_text);
+        }
+        begin_happenings();
         malloc_trim(0); // a large site has left much behind
     }
     running_gateway(const running_gateway &) = delete;
     running_gateway &operator=(const running_gateway &) = delete;
     ~running_gateway() {
         stop_agent();
+        end_happenings();
         gateway::close();
         linux_port::shutdown();
     }

@@ -87,6 +87,14 @@ parsed_options parse_options(int count, char **arguments) {
     app.add_option("--trace", chosen.trace,
                    "Appends one JSON line for every call of the agent, without secrets")
         ->type_name("FILE");
+    CLI::Option *record =
+        app.add_option("--record", chosen.record,
+                       "Records the session with apps to a file, without secrets; engr_session "
+                       "shows and exports it")
+            ->type_name("FILE");
+    app.add_flag("--record-secrets", chosen.records_secrets,
+                 "Leaves passwords, tokens and the local key in what is recorded")
+        ->needs(record);
     app.add_option("--mode", chosen.mode,
                    "0: LAN server and discovery; 1: WeChat discovery (default: 0)")
         ->type_name("0|1")

@@ -18,6 +18,8 @@ struct options {
     std::string site;     /**< file, or empty */
     std::string scenario; /**< file, or empty */
     std::string trace;    /**< file, or empty */
+    std::string record;   /**< file, or empty */
+    bool records_secrets = false;
     int mode = 0;
     bool access_point = false;
     std::optional<int> log_level;   /**< none: the file has the usual ones, and none is shown */

@@ -6,6 +6,7 @@
 #include "gateway_services/error.h"
 #include "gateway_services/host.h"
 #include "gateway_services/operate.h"
+#include "happenings.h"
 #include "server_watch.h"
 #include "support/numbers.h"
 #include "verbs.h"
@@ -226,10 +227,7 @@ ordered_json carry_out(const control::request &request) {
     return handler->carry_out(request.arguments);
 }
 
-} // namespace
-
-std::string answer_request(std::string_view line) {
-    const control::request request = control::parse_request(line);
+std::string answer_to(const control::request &request) {
     if (request.verb.empty()) {
         return control::error_line(R"(not a request: one line like {"verb": "status", "args": []})",
                                    true);
@@ -241,6 +239,18 @@ std::string answer_request(std::string_view line) {
     } catch (const std::exception &error) {
         return control::error_line(fmt::format("{}: {}", request.verb, error.what()), false);
     }
+}
+
+} // namespace
+
+std::string answer_request(std::string_view line) {
+    const uint64_t began_us = happenings_time();
+    const control::request request = control::parse_request(line);
+    std::string answer = answer_to(request);
+    std::vector<std::string> words{request.verb};
+    words.insert(words.end(), request.arguments.begin(), request.arguments.end());
+    tell_control(began_us, words, std::string_view(answer).substr(0, answer.find('\n')));
+    return answer;
 }
 
 } // namespace gatewayd

@@ -26,6 +26,7 @@ struct outgoing {
 /** Where an accepted connection comes from. */
 struct connection_origin {
     uint32_t peer = 0;        /**< its address, in host order */
+    uint16_t peer_port = 0;   /**< its port */
     uint16_t server_port = 0; /**< of the server that accepted it; 0: no connection */
 };
 
@@ -49,7 +50,9 @@ struct socket_record {
     std::atomic<bool> closed{false};
     std::atomic<bool> blocking{true}; /**< mode of receives and accepts */
     std::atomic<bool> bound{false};
-    std::atomic<uint16_t> served_port{0}; /**< of a listening TCP socket, else 0 */
+    std::atomic<uint16_t> served_port{0};    /**< of a listening TCP socket, else 0 */
+    std::atomic<uint16_t> datagram_port{0};  /**< to which a UDP socket was bound, else 0 */
+    std::atomic<bool> peer_has_ended{false}; /**< a receive found the end of the stream */
     /** Of a listening socket: until then select leaves it out, since accepting lacks resources. */
     std::atomic<monotonic_clock::time_point> accept_pause_end{monotonic_clock::time_point::min()};
     send_order sends;

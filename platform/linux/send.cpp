@@ -2,6 +2,7 @@
 #include "descriptor_table.h"
 #include "linux_address.h"
 #include "linux_port/port.h"
+#include "server_events.h"
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -121,6 +122,8 @@ int32_t kelo_hal_net_send(int32_t descriptor, const void *buffer, uint32_t lengt
     if (turn != send_turn::taken) {
         return fail(code_of(turn, *socket));
     }
+    // Before they leave, so that no observer sees the answer first.
+    tell_sent(descriptor, *socket, {static_cast<const char *>(buffer), length});
     int32_t code = 0;
     const uint32_t sent = send_in_turn(*socket, static_cast<const char *>(buffer), length, code);
     socket->sends.end_turn(sent > 0 && sent < length);
@@ -146,6 +149,8 @@ int32_t kelo_hal_net_send_to(int32_t descriptor, const void *buffer, uint32_t le
             sendto(socket->fd, buffer, length, MSG_NOSIGNAL,
                    reinterpret_cast<const sockaddr *>(&destination), sizeof destination);
         if (count >= 0) {
+            tell_datagram_sent(descriptor, {static_cast<const char *>(buffer), length}, address,
+                               port);
             return static_cast<int32_t>(count);
         }
         if (errno != EAGAIN && errno != EINTR) {

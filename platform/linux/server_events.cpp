@@ -17,6 +17,11 @@ server_observer &observer() {
     return instance;
 }
 
+traffic_observer &watcher() {
+    static auto &instance = *new traffic_observer;
+    return instance;
+}
+
 uint16_t bound_port(const socket_record &socket) {
     sockaddr_in local{};
     socklen_t size = sizeof local;
@@ -33,6 +38,14 @@ void notify(const server_notice &notice) {
 void notify_of_connection(server_event event, const connection_origin &accepted) {
     if (observer()) {
         notify({event, accepted.server_port, 0, address_text(accepted.peer)});
+    }
+}
+
+void show_connection(traffic_event event, int32_t descriptor, const connection_origin &accepted,
+                     std::string_view bytes, bool peer_has_ended = false) {
+    if (watcher() && accepted.server_port != 0) {
+        watcher()({event, descriptor, accepted.server_port, bytes, accepted.peer,
+                   accepted.peer_port, peer_has_ended});
     }
 }
 
@@ -55,16 +68,53 @@ void tell_failed(const socket_record &socket, uint16_t port) {
     errno = error;
 }
 
-void tell_connected(const connection_origin &accepted) {
-    notify_of_connection(server_event::connected, accepted);
+void set_traffic_observer(traffic_observer new_observer) {
+    watcher() = std::move(new_observer);
 }
 
-void tell_closed(const socket_record &socket) {
+void tell_connected(int32_t descriptor, const connection_origin &accepted) {
+    notify_of_connection(server_event::connected, accepted);
+    show_connection(traffic_event::connected, descriptor, accepted, {});
+}
+
+void tell_closed(int32_t descriptor, const socket_record &socket) {
     if (socket.served_port != 0) {
         notify({server_event::closed, socket.served_port, 0, {}});
     } else if (socket.accepted_from.server_port != 0) {
         notify_of_connection(server_event::disconnected, socket.accepted_from);
+        show_connection(traffic_event::disconnected, descriptor, socket.accepted_from, {},
+                        socket.peer_has_ended);
     }
+}
+
+void tell_received(int32_t descriptor, const socket_record &socket, std::string_view bytes) {
+    show_connection(traffic_event::received, descriptor, socket.accepted_from, bytes);
+}
+
+void tell_sent(int32_t descriptor, const socket_record &socket, std::string_view bytes) {
+    show_connection(traffic_event::sent, descriptor, socket.accepted_from, bytes);
+}
+
+void tell_datagram_received(int32_t descriptor, const socket_record &socket, std::string_view bytes,
+                            uint32_t address, uint16_t port) {
+    if (watcher()) {
+        watcher()({traffic_event::datagram_received, descriptor, socket.datagram_port, bytes,
+                   address, port, false});
+    }
+}
+
+void tell_datagram_sent(int32_t descriptor, std::string_view bytes, uint32_t address,
+                        uint16_t port) {
+    if (watcher()) {
+        watcher()({traffic_event::datagram_sent, descriptor, port, bytes, address, port, false});
+    }
+}
+
+std::string address_text(uint32_t address) {
+    const in_addr in_system{htonl(address)};
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &in_system, text, sizeof text);
+    return text;
 }
 
 } // namespace linux_port

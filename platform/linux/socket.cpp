@@ -162,7 +162,7 @@ int32_t kelo_hal_net_close(int32_t descriptor) {
     // Ends the polls of other threads, for good, also on sockets that are not connected (which it
     // reports as an error).
     shutdown(socket->fd, SHUT_RDWR);
-    tell_closed(*socket);
+    tell_closed(descriptor, *socket);
     return 0;
 }
 
@@ -190,6 +190,7 @@ int32_t kelo_hal_net_bind(int32_t descriptor, uint32_t address, uint16_t port) {
         return fail_with_errno(*socket);
     }
     socket->bound = true;
+    socket->datagram_port = socket->kind == KELO_SOCKET_UDP ? port : uint16_t{0};
     const bool receives_broadcasts = restricted && socket->kind == KELO_SOCKET_UDP && port != 0;
     return receives_broadcasts ? add_broadcast_socket(*socket, port) : 0;
 }
@@ -243,10 +244,11 @@ int32_t kelo_hal_net_accept(int32_t descriptor, uint32_t *address, uint16_t *por
     if (port != nullptr) {
         *port = ntohs(peer.sin_port);
     }
-    const connection_origin origin{ntohl(peer.sin_addr.s_addr), socket->served_port};
+    const connection_origin origin{ntohl(peer.sin_addr.s_addr), ntohs(peer.sin_port),
+                                   socket->served_port};
     const int32_t added = add_socket(fd, KELO_SOCKET_TCP, origin);
     if (added >= 0) {
-        tell_connected(origin);
+        tell_connected(added, origin);
     }
     return added;
 }
@@ -259,10 +261,15 @@ int32_t kelo_hal_net_recv(int32_t descriptor, void *buffer, uint32_t length) {
     const size_t wanted = std::min<uint32_t>(length, INT32_MAX);
     const int64_t count =
         call_when_ready(*socket, [&] { return recv(socket->fd, buffer, wanted, 0); });
-    if (count == 0 && wanted != 0) {
+    if (count < 0 && kelo_hal_net_get_errno() == code_of_errno(ECONNRESET)) {
+        socket->peer_has_ended = true;
+    } else if (count == 0 && wanted != 0) {
+        socket->peer_has_ended = true;
         fail(KELO_ERR_PEER_CLOSED);
     } else if (count > 0) {
         sender_of_thread = socket->accepted_from.peer;
+        tell_received(descriptor, *socket,
+                      {static_cast<const char *>(buffer), static_cast<size_t>(count)});
     }
     return static_cast<int32_t>(count);
 }
@@ -289,6 +296,9 @@ int32_t kelo_hal_net_recvfrom(int32_t descriptor, void *buffer, uint32_t length,
     });
     if (count >= 0) {
         sender_of_thread = ntohl(sender.sin_addr.s_addr);
+        tell_datagram_received(descriptor, *socket,
+                               {static_cast<const char *>(buffer), static_cast<size_t>(count)},
+                               sender_of_thread, ntohs(sender.sin_port));
     }
     if (count >= 0 && address != nullptr) {
         *address = ntohl(sender.sin_addr.s_addr);

@@ -183,6 +183,33 @@ TEST_F(linux_network, the_observer_and_the_receiving_thread_know_the_peer) {
                                                  "disconnected 127.0.0.1", "closed "}));
 }
 
+TEST_F(linux_network, the_traffic_observer_sees_every_byte_in_its_order) {
+    std::vector<std::string> seen;
+    linux_port::set_traffic_observer([&](const linux_port::traffic_notice &notice) {
+        const char *const names[] = {"connected", "received ",          "sent ",
+                                     "closed",    "datagram received ", "datagram sent "};
+        seen.push_back(names[static_cast<std::size_t>(notice.event)] + std::string(notice.bytes) +
+                       (notice.peer_has_ended ? " by the peer" : ""));
+        EXPECT_EQ(linux_port::address_text(notice.peer), "127.0.0.1");
+    });
+    open_connection();
+    const int32_t accepted = kelo_hal_net_accept(listening, nullptr, nullptr);
+    char bytes[8];
+    EXPECT_EQ(::send(peer, "in", 2, 0), 2);
+    EXPECT_EQ(kelo_hal_net_recv(accepted, bytes, sizeof bytes), 2);
+    EXPECT_EQ(kelo_hal_net_send(accepted, "out", 3), 3);
+    const int32_t sender = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
+    EXPECT_EQ(kelo_hal_net_send_to(sender, "by air", 6, 0x7F000001, own_port()), 6);
+    close(peer);
+    EXPECT_LE(kelo_hal_net_recv(accepted, bytes, sizeof bytes), 0) << "it is reset or at its end";
+    for (const int32_t each : {accepted, listening, sender}) {
+        kelo_hal_net_close(each);
+    }
+    linux_port::set_traffic_observer({});
+    EXPECT_EQ(seen, (std::vector<std::string>{"connected", "received in", "sent out",
+                                              "datagram sent by air", "closed by the peer"}));
+}
+
 TEST_F(linux_network, gateways_on_one_host_get_their_own_datagrams_and_all_broadcasts) {
     const int32_t first = open_udp_listener();
     be_gateway(1);

@@ -80,7 +80,7 @@ TEST(session_file, gives_back_what_was_written) {
         call{"gw_get_channel", R"({"a":[1,"x"]})", "-1"},
         // A member twice, and what is no JSON at all.
         call{"engr_gw_user_token_bind", R"({"a":1,"a":2})", "oh"},
-        control{{"report", "lamp1", hostile}, R"({"result":0})"},
+        control{4, {"report", "lamp1", hostile}, R"({"result":0})"},
         log_line{3, "1 2 \xE2\x80\xAE"},
         activity{"somebody did something"},
         closed{1, side::app},

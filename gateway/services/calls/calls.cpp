@@ -38,9 +38,7 @@ struct call_state {
 };
 
 std::array<call_state, call_table.size()> states;
-// The sinks change only while no call is under way.
-line_sink trace_sink;
-line_sink trace_soon_sink;
+call_sinks told; // changes only while no call is under way
 std::atomic<bool> has_trace;
 
 std::atomic<bool> is_open;
@@ -204,15 +202,19 @@ void passing_call::trace(const traced_value &result) const {
         return;
     }
     const call_info &info = call_table[number_];
-    const line_sink &sink = info.may_wait || !trace_soon_sink ? trace_sink : trace_soon_sink;
-    sink(fmt::format(R"({{"call": "{}", "args": {{{}}}, "result": {}}})", info.name, arguments_,
-                     json_of(result)));
+    const std::string shown_result = json_of(result);
+    if (told.observer) {
+        told.observer(info.name, "{" + arguments_ + "}", shown_result);
+    }
+    if (const line_sink &sink = info.may_wait || !told.trace_soon ? told.trace : told.trace_soon) {
+        sink(fmt::format(R"({{"call": "{}", "args": {{{}}}, "result": {}}})", info.name, arguments_,
+                         shown_result));
+    }
 }
 
-void calls_init(const scenario &faults, line_sink trace, line_sink trace_soon) {
-    trace_sink = std::move(trace);
-    trace_soon_sink = std::move(trace_soon);
-    has_trace = static_cast<bool>(trace_sink);
+void calls_init(const scenario &faults, call_sinks sinks) {
+    told = std::move(sinks);
+    has_trace = told.trace || told.observer;
     for (const scenario_entry &entry : faults.services) {
         set_behaviour(find_call(entry.name, false), entry.result ? *entry.result : normal_work);
     }
@@ -231,8 +233,7 @@ void calls_close() {
 
 void calls_shutdown() {
     has_trace = false;
-    trace_sink = nullptr;
-    trace_soon_sink = nullptr;
+    told = {};
     for (std::size_t i = 0; i < call_table.size(); ++i) {
         set_behaviour(i, normal_work);
     }

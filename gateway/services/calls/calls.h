@@ -38,8 +38,19 @@ constexpr int32_t result_not_text = -6; /**< the decrypted bytes are no text */
 /** Takes a trace line; see open_options. */
 using line_sink = std::function<void(std::string_view)>;
 
+/** Takes a call that was traced; see open_options. */
+using call_sink =
+    std::function<void(std::string_view name, std::string_view arguments, std::string_view result)>;
+
+/** Who is told of calls; each may be empty. */
+struct call_sinks {
+    line_sink trace;
+    line_sink trace_soon;
+    call_sink observer;
+};
+
 /** Applies a scenario and opens the gate; before any call. */
-void calls_init(const scenario &faults, line_sink trace, line_sink trace_soon);
+void calls_init(const scenario &faults, call_sinks sinks);
 /** Closes the gate: waits for the calls under way; later ones do nothing. */
 void calls_close();
 /** Forgets scenario and trace, after calls_close. */

@@ -64,7 +64,8 @@ void open_parts(open_options &&options) {
     }
     site stored = the_store().load();
     const std::string own_dps = the_store().setting(own_device_dps_setting);
-    calls_init(options.faults, std::move(options.trace), std::move(options.trace_soon));
+    calls_init(options.faults,
+               {std::move(options.trace), std::move(options.trace_soon), std::move(options.call)});
     network_init(std::move(options.address));
     records_init(stored, own_dps.empty() ? std::string(no_data_points) : own_dps);
     the_store().load_devices(list_device);
@@ -107,6 +108,21 @@ void close() {
 
 bool used_initial_site() {
     return store_was_new;
+}
+
+std::string stored_site() {
+    const platform::held_mutex change(change_mutex());
+    site stored = the_store().load();
+    the_store().load_devices(
+        [&stored](const site_device &device) { stored.devices.push_back(device); });
+    return site_text(stored);
+}
+
+std::string local_key() {
+    const gw_cntl_t &gateway = the_gateway().shared;
+    const platform::held_mutex guard(gateway.field_mutex);
+    const field &of = need_field(gateway_fields(), "local_key");
+    return std::get<std::string>(read_field(&the_gateway(), of));
 }
 
 nlohmann::ordered_json status() {

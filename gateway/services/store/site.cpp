@@ -16,6 +16,7 @@
 namespace gateway {
 namespace {
 
+using nlohmann::ordered_json;
 using support::json_value;
 
 constexpr int64_t join_after_ms_max = 3'600'000;
@@ -166,6 +167,20 @@ constexpr const char *demo_products = R"({
     "zbpanel4gang0001": {"1": {"kind": "value", "min": 1, "max": 4, "read_only": true}}
 })";
 
+ordered_json fields_text(const std::vector<field_setting> &fields) {
+    auto object = ordered_json::object();
+    for (const field_setting &setting : fields) {
+        std::visit([&](const auto &value) { object[setting.of->name] = value; }, setting.value);
+    }
+    return object;
+}
+
+ordered_json device_text(const site_device &device) {
+    ordered_json object = fields_text(device.fields);
+    object["dps"] = ordered_json::parse(device.dps);
+    return object;
+}
+
 /** An id like the 64-bit address of a Zigbee device. */
 std::string device_id(std::size_t kind, int number) {
     char id[DEV_ID_SIZE];
@@ -242,6 +257,22 @@ site parse_site(std::string_view text, const std::string &file_name, uint32_t nu
     check_devices(read.devices, products, file_name + ": devices");
     check_devices(read.joining, products, file_name + ": joining");
     return read;
+}
+
+std::string site_text(const site &of) {
+    ordered_json whole{{"gateway", fields_text(of.gateway)}};
+    whole["products"] =
+        of.products.empty() ? ordered_json::object() : ordered_json::parse(of.products);
+    whole["devices"] = ordered_json::array();
+    for (const site_device &device : of.devices) {
+        whole["devices"].push_back(device_text(device));
+    }
+    whole["joining"] = ordered_json::array();
+    for (const joining_device &device : of.joining) {
+        whole["joining"].push_back(device_text(device));
+        whole["joining"].back()["join_after_ms"] = device.join_after_ms;
+    }
+    return whole.dump();
 }
 
 uint32_t gateway_number(const std::string &address) {

@@ -94,8 +94,10 @@ struct call {
 
 /** A line of the control client, and its answer. */
 struct control {
-    std::vector<std::string> line; /**< verb and arguments */
-    std::string answer;            /**< JSON object */
+    std::optional<uint64_t> began_us; /**< when the line came, if before its answer: what it
+                                           brought about lies between */
+    std::vector<std::string> line;    /**< verb and arguments */
+    std::string answer;               /**< JSON object */
 };
 
 /** A line of the log. */

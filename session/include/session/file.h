@@ -29,7 +29,7 @@ class file {
     file &operator=(const file &) = delete;
     ~file();
 
-    /** Writes the first line. */
+    /** Writes the first line, without its secrets unless it says that it has them. */
     void begin(const header &start);
 
     /** Keeps the line of an event until there is much to write, or flush is called. Secrets are

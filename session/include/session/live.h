@@ -63,6 +63,9 @@ class live_events {
     /** Anything that is in words already. `bytes` is about what it takes in memory. */
     void tell(happening what, std::size_t bytes);
 
+    /** Microseconds since begin. Any thread. */
+    [[nodiscard]] uint64_t now_us() const;
+
     /** The keys that the words were found with; on the thread of this object. */
     [[nodiscard]] const known_keys &keys() const { return keys_; }
 
@@ -102,7 +105,6 @@ class live_events {
     };
 
     void put(told what, std::size_t bytes);
-    [[nodiscard]] uint64_t now_us() const;
     void count_loss();
     void run();
     void take_keys();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "session/event.h"
+#include "session/words.h"
 
 #include <string>
 #include <string_view>
@@ -18,9 +19,24 @@ namespace session {
 [[nodiscard]] std::string without_secrets(std::string_view text, std::string_view key = {});
 
 /**
- * The event without secrets, for a file or a person. Log lines and activity sentences are looked
- * through as well.
+ * Bytes without the secrets in them: in what is plain, and in the whole blocks of payloads that one
+ * of the keys decrypts. The latter are encrypted again, under the session's key where it was a
+ * local one.
  */
-[[nodiscard]] event without_secrets(event from, std::string_view key);
+[[nodiscard]] std::string bytes_without_secrets(side from, std::string bytes,
+                                                const known_keys &keys,
+                                                std::string_view session_key);
+
+/**
+ * What a file or a person may see of an event. Log lines and activity sentences are looked through
+ * as well.
+ *
+ * @param keys  that may be in use in bytes that are no frame
+ */
+[[nodiscard]] event without_secrets(event from, const known_keys &keys,
+                                    std::string_view session_key);
+
+/** The same for the beginning of a file; its key stays. */
+[[nodiscard]] header without_secrets(header from);
 
 } // namespace session

@@ -4,7 +4,6 @@
 #include "lan_client/crypto.h"
 #include "session/event.h"
 
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,12 +27,5 @@ struct key_ring {
 [[nodiscard]] std::string wire_bytes(const datagram &of, const key_ring &keys);
 /** The bytes of a frame, of bytes or of a datagram; nothing for any other event. */
 [[nodiscard]] std::optional<std::string> wire_bytes(const event &of, const key_ring &keys);
-
-/** The first 16 digits of a key's SHA-256: tells keys apart, and does not tell them. */
-[[nodiscard]] std::string fingerprint(const lan_client::aes_key &key);
-/** Fingerprints of the built-in keys of this build, as a header has them. */
-[[nodiscard]] std::map<std::string, std::string> built_in_fingerprints();
-/** A key for a new file: 16 random letters and digits. */
-[[nodiscard]] std::string random_key();
 
 } // namespace session

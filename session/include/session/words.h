@@ -67,15 +67,4 @@ class stream_words {
 [[nodiscard]] std::variant<frame_content, std::string>
 datagram_words(side from, uint16_t port, std::string_view bytes, const known_keys &keys);
 
-/**
- * Bytes without the secrets in them: in what is plain, and in the whole blocks of payloads that one
- * of the keys decrypts. The latter are encrypted again, under the session's key where it was a
- * local one.
- *
- * @param session_key  16 characters
- */
-[[nodiscard]] std::string bytes_without_secrets(side from, std::string bytes,
-                                                const known_keys &keys,
-                                                std::string_view session_key);
-
 } // namespace session

@@ -30,6 +30,11 @@ struct open_options {
     /** Takes the lines of calls that must not wait: it keeps them before any line that trace takes
      * later, but must not wait for a file. Empty: trace takes these lines, too. */
     std::function<void(std::string_view)> trace_soon = {};
+    /** Takes each call that a trace would have, once it is done: its name, its arguments (an
+     * object) and its result in JSON, without secrets. Must not wait; may be called on several
+     * threads at once. Empty: nobody is told. */
+    std::function<void(std::string_view name, std::string_view arguments, std::string_view result)>
+        call = {};
     /**
      * Tells the newest bytes of the log, at most so many, cut anywhere. Empty: there is no log to
      * upload.
@@ -59,6 +64,13 @@ void close();
 
 /** @return whether the store was new, so that the site was used */
 bool used_initial_site();
+
+/** What the store holds of gateway, products, devices and devices that may join: the text of a site
+ * file, secrets included. */
+std::string stored_site();
+
+/** The local key, 16 bytes; empty while there is none. */
+std::string local_key();
 
 /** What the gateway is and does: the record without its keys, extended state, devices, network, and
  * so on; faults and callbacks with how often they were reached. */

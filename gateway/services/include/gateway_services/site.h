@@ -52,6 +52,9 @@ struct site {
                                   empty: nothing is known of any */
 };
 
+/** The text of a site file with all fields, secrets included. */
+std::string site_text(const site &of);
+
 /** Number of a gateway that is alone on its host. */
 constexpr uint32_t first_gateway_number = 1;
 /**

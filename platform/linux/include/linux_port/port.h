@@ -66,6 +66,42 @@ using server_observer = std::function<void(const server_notice &notice)>;
  * when none is left. */
 void set_server_observer(server_observer observer);
 
+/** What passed through a socket. */
+enum class traffic_event {
+    connected,         /**< a server accepted a connection */
+    received,          /**< bytes came on a connection */
+    sent,              /**< bytes are about to be handed to the system for a connection: if it
+                            breaks meanwhile, not all may leave */
+    disconnected,      /**< a connection was closed here */
+    datagram_received, /**< a datagram came */
+    datagram_sent      /**< a datagram left */
+};
+
+/** One such event; valid during the call. */
+struct traffic_notice {
+    traffic_event event;
+    int32_t descriptor;     /**< of the connection or of the socket of the datagram */
+    uint16_t port;          /**< the server's; of a datagram the one that it is sent to */
+    std::string_view bytes; /**< of received, sent and datagrams */
+    uint32_t peer;          /**< address of the other side, in host order */
+    uint16_t peer_port;     /**< its port */
+    bool peer_has_ended;    /**< of disconnected: the peer had closed before */
+};
+
+/**
+ * Observer of all bytes of accepted connections and of datagrams, called on the thread that
+ * receives or sends, in the order in which the bytes pass. Must not wait, throw or use sockets of
+ * the port.
+ */
+using traffic_observer = std::function<void(const traffic_notice &notice)>;
+
+/** Sets the observer, as set_server_observer does. Without one nothing is copied and nothing costs
+ * time. */
+void set_traffic_observer(traffic_observer observer);
+
+/** An address in dotted decimal. */
+std::string address_text(uint32_t address);
+
 /** Address in dotted decimal of the peer from which the calling thread received last, by TCP or
  * UDP; empty when it has received nothing. */
 std::string last_sender();
