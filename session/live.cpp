@@ -47,8 +47,9 @@ void live_events::end() {
     thread_.join();
 }
 
-void live_events::tell_connected(uint64_t connection, std::string_view peer) {
-    put(told_connection{connection, std::string(peer)}, peer.size());
+void live_events::tell_connected(uint64_t connection, std::string_view peer,
+                                 std::vector<lan_client::aes_key> local_keys) {
+    put(told_connection{connection, std::string(peer), std::move(local_keys)}, peer.size());
 }
 
 void live_events::tell_bytes(uint64_t connection, side from, std::string_view bytes) {
@@ -142,13 +143,16 @@ void live_events::work_on(waiting one) {
     std::visit([&](auto &what) { work_on(one.at_us, std::move(what)); }, one.what);
 }
 
-void live_events::work_on(uint64_t at_us, const told_connection &one) {
-    const auto before = clients_.find(one.connection);
-    if (before != clients_.end()) { // its end was lost
+void live_events::work_on(uint64_t at_us, told_connection one) {
+    if (clients_.count(one.connection) != 0) { // its end was lost
         work_on(at_us, told_end{one.connection, {}});
     }
-    clients_.try_emplace(one.connection, open_client{++last_client_});
-    hand_out(at_us, connected{last_client_, one.peer});
+    open_client opened{.number = ++last_client_, .keys = {}};
+    if (!one.local_keys.empty()) {
+        opened.keys = known_keys{std::move(one.local_keys), keys_.built_in};
+    }
+    clients_.emplace(one.connection, std::move(opened));
+    hand_out(at_us, connected{last_client_, std::move(one.peer)});
 }
 
 void live_events::work_on(uint64_t at_us, const told_bytes &one) {
@@ -159,7 +163,7 @@ void live_events::work_on(uint64_t at_us, const told_bytes &one) {
     open_client &client = found->second;
     stream_words &words = one.from == side::app ? client.from_app : client.from_gateway;
     for (stream_piece &piece : words.take(at_us, one.bytes)) {
-        hand_out_piece(at_us, client.number, one.from, std::move(piece));
+        hand_out_piece(at_us, client, one.from, std::move(piece));
     }
 }
 
@@ -186,13 +190,16 @@ void live_events::work_on(uint64_t at_us, happening one) {
     hand_out(at_us, std::move(one));
 }
 
-void live_events::hand_out_piece(uint64_t at_us, uint32_t client, side from, stream_piece piece) {
+void live_events::hand_out_piece(uint64_t at_us, const open_client &client, side from,
+                                 stream_piece piece) {
     const std::optional<uint64_t> began_us =
         piece.began_us < at_us ? std::optional(piece.began_us) : std::nullopt;
     if (auto *whole = std::get_if<lan_client::frame>(&piece.content)) {
-        hand_out(at_us, frame{client, from, began_us, words_of(from, std::move(*whole), keys_)});
+        const known_keys &keys = client.keys ? *client.keys : keys_;
+        hand_out(at_us,
+                 frame{client.number, from, began_us, words_of(from, std::move(*whole), keys)});
     } else {
-        hand_out(at_us, raw_bytes{client, from, began_us,
+        hand_out(at_us, raw_bytes{client.number, from, began_us,
                                   std::get<std::string>(std::move(piece.content))});
     }
 }
@@ -201,7 +208,7 @@ void live_events::finish_streams(uint64_t at_us, open_client &client) {
     for (const side from : {side::app, side::gateway}) {
         stream_words &words = from == side::app ? client.from_app : client.from_gateway;
         if (std::optional<stream_piece> rest = words.finish()) {
-            hand_out_piece(at_us, client.number, from, std::move(*rest));
+            hand_out_piece(at_us, client, from, std::move(*rest));
         }
     }
 }

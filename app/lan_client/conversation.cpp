@@ -36,6 +36,8 @@ void client::conversation::connect() {
 
 void client::conversation::connected() {
     stage_ = stage::up;
+    wire_is_shown_ = true;
+    show_wire(wire_event::connected);
     received_any_ = true;
     if (options_.reconnect) {
         keep_alive(); // its answer shows that the gateway has room for this connection
@@ -45,9 +47,19 @@ void client::conversation::connected() {
     send_ready();
 }
 
+void client::conversation::show_wire(wire_event event, std::string_view bytes,
+                                     bool by_gateway) const {
+    if (events_.on_wire) {
+        events_.on_wire({event, this, peer_, bytes, by_gateway});
+    }
+}
+
 // Releases what belongs to the connection, whichever side ended it.
-void client::conversation::drop_connection() {
+void client::conversation::drop_connection(bool by_gateway) {
     connection_.close();
+    if (std::exchange(wire_is_shown_, false)) {
+        show_wire(wire_event::closed, {}, by_gateway);
+    }
     keep_alive_timer_.cancel();
     resume_timer_.cancel();
     stream_end_ = 0;
@@ -57,10 +69,11 @@ void client::conversation::drop_connection() {
 void client::conversation::closed(error why) {
     const auto self = shared_from_this();
     const bool was_up = stage_ == stage::up;
+    const bool by_gateway = was_up && why.kind == error_kind::connection_lost;
     if (was_up && !confirmed_ && why.kind == error_kind::connection_lost) {
         why.kind = error_kind::table_full;
     }
-    drop_connection();
+    drop_connection(by_gateway);
     link_change change{link_state::lost, why, {}};
     const bool returns = options_.reconnect && ever_confirmed_;
     if (returns) {
@@ -89,7 +102,7 @@ void client::conversation::close() {
     const auto self = shared_from_this();
     stage_ = stage::idle;
     last_failure_ = {error_kind::cancelled, {}};
-    drop_connection();
+    drop_connection(false);
     deadline_timer_.cancel();
     reconnect_timer_.cancel();
     complete_all(std::exchange(exchanges_, {}), last_failure_);
@@ -213,6 +226,7 @@ void client::conversation::send(exchange &due) {
     std::string bytes = encode_request(due.number, due.wanted.type, wire_payload);
     stream_end_ += bytes.size();
     due.stream_end = stream_end_;
+    show_wire(wire_event::sent, bytes);
     connection_.send(std::move(bytes));
     if (events_.on_traffic && !abandoned_) {
         events_.on_traffic({.sent = true,

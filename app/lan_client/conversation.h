@@ -67,7 +67,8 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     void extend_deadline(exchange &sending);
     void start_deadline_timer();
     void expire();
-    void drop_connection();
+    void drop_connection(bool by_gateway);
+    void show_wire(wire_event event, std::string_view bytes = {}, bool by_gateway = false) const;
     [[nodiscard]] std::size_t bytes_under_way() const;
 
     void take_frames();
@@ -104,6 +105,7 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     uint64_t stream_end_ = 0;
     uint64_t stream_written_ = 0;
     bool confirmed_ = false;
+    bool wire_is_shown_ = false; // its end has to be shown as well
     stream_cutter cutter_;
     bool received_any_ = false;           // something was received since the last keep-alive
     unsigned unanswered_keep_alives_ = 0; // keep-alives in a row

@@ -17,6 +17,7 @@ constexpr std::string_view undecryptable_reply = "parse data error";
 
 void client::conversation::received(std::string_view bytes) {
     received_any_ = true;
+    show_wire(wire_event::received, bytes);
     cutter_.feed(bytes);
     take_frames();
 }

@@ -113,11 +113,13 @@ class OneGatewayTest(unittest.TestCase):
             with open(path, encoding="utf-8") as file:
                 text = file.read()
         lines = [json.loads(line) for line in text.splitlines()]
-        self.assertEqual([(line["direction"], line["type"]) for line in lines[:2]],
-                         [("sent", 12), ("received", 12)])
-        self.assertEqual(lines[1]["ret"], 0)
+        told = [line.get("event", line.get("side")) for line in lines]
+        self.assertEqual((told[:4], told[-2:]), (["app", "connected", "frame", "frame"], ["closed", "ended"]))
+        self.assertEqual([(line["from"], line["type"], line.get("text")) for line in lines[2:4]],
+                         [("app", 12, '{"token":"****"}'), ("gateway", 12, None)])
+        self.assertEqual(lines[3]["ret"], 0)
         for shown in (err, text):
-            self.assertIn("FRM_TOKEN_BIND (12)", shown)
+            self.assertIn("FRM_TOKEN_BIND", shown)
             self.assertNotIn("hush", shown)
             self.assertNotIn(LOCAL_KEY, shown)
 

@@ -84,11 +84,16 @@ void declare_output(CLI::App &whole, global_options &options) {
         whole.add_flag("-q,--quiet", options.quiet, "Show only results and errors");
     whole.add_flag("-v,--verbose", options.verbose, "Show every frame in words on standard error")
         ->excludes(quiet);
+    CLI::Option *record =
+        whole
+            .add_option("--record", options.record_file,
+                        "Record the session with gateways to FILE, without keys, passwords and "
+                        "tokens; engr_session shows and exports it")
+            ->type_name("FILE");
     whole
-        .add_option("--record", options.record_file,
-                    "Write every frame to FILE, one JSON line each. Keys, passwords and tokens "
-                    "are left out")
-        ->type_name("FILE");
+        .add_flag("--record-secrets", options.records_secrets,
+                  "Leave keys, passwords and tokens in what is recorded")
+        ->needs(record);
 }
 
 } // namespace

@@ -133,7 +133,7 @@ int exit_code_of(const run_list &runs, console &out) {
 }
 
 int run_on_several(const verb_work &work, const global_options &options, screen &shown_on,
-                   console &out, const std::shared_ptr<frame_recorder> &recorder) {
+                   console &out, const std::shared_ptr<session_recorder> &recorder) {
     run_list runs;
     {
         gateway_session session(options, out, recorder);
@@ -198,7 +198,7 @@ int run_verb(const verb_work &work, const global_options &given, screen &shown_o
         }
         const auto recorder = options.record_file.empty()
                                   ? nullptr
-                                  : std::make_shared<frame_recorder>(options.record_file);
+                                  : std::make_shared<session_recorder>(options, shown_on);
         if (options.all || options.gateways.size() > 1) {
             return run_on_several(work, options, shown_on, out, recorder);
         }

@@ -1,22 +1,15 @@
 // Frames as text and as JSON.
 #include "gateway/format.h"
 
-#include "base/failure.h"
 #include "base/json_text.h"
 #include "lan_client/frame_types.h"
-#include "support/numbers.h"
-#include "support/utf8.h"
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <ctime>
 
-#include <fcntl.h>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 namespace engr_app {
 namespace {
@@ -94,48 +87,6 @@ std::string format_frame(const traffic &frame) {
         text += ", wrong CRC";
     }
     return text + ", " + payload_text(frame);
-}
-
-frame_recorder::frame_recorder(const std::string &path) : path_(path) {
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (descriptor >= 0) {
-        file_.reset(::fdopen(descriptor, "w"));
-    }
-    if (!file_) {
-        throw failure("record_file",
-                      fmt::format("--record: can't write {}: {}", path, std::strerror(errno)));
-    }
-}
-
-void frame_recorder::write(const traffic &frame) {
-    nlohmann::ordered_json line{
-        {"time", time_text()},      {"direction", frame.sent ? "sent" : "received"},
-        {"peer", frame.peer},       {"type", frame.type},
-        {"name", type_text(frame)}, {"number", frame.number}};
-    if (frame.ret) {
-        line["ret"] = *frame.ret;
-    }
-    if (frame.segment) {
-        line["segment"] = {{"number", frame.segment->number}, {"count", frame.segment->count}};
-    }
-    if (!frame.crc_matches) {
-        line["wrong_crc"] = true;
-    }
-    line["length"] = frame.wire_payload.size();
-    line["encrypted"] = frame.state != payload_state::plain;
-    const bool readable = frame.state != payload_state::unreadable;
-    if (readable && support::is_utf8(frame.text)) {
-        line["payload"] = without_secrets(frame.text);
-    } else {
-        line["payload_hex"] = support::to_hex(readable ? frame.text : frame.wire_payload);
-    }
-    const std::string text = line.dump() + "\n";
-    const std::lock_guard lock(mutex_);
-    if (std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size() ||
-        std::fflush(file_.get()) != 0) {
-        throw failure("output",
-                      fmt::format("--record: can't write {}: {}", path_, std::strerror(errno)));
-    }
 }
 
 } // namespace engr_app

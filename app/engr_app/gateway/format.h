@@ -5,9 +5,6 @@
 #include "lan_client/traffic.h"
 
 #include <chrono>
-#include <cstdio>
-#include <memory>
-#include <mutex>
 #include <string>
 
 #include <nlohmann/json_fwd.hpp>
@@ -34,23 +31,5 @@ namespace engr_app {
 
 /** @return a frame in one line, as -v shows it; passwords, tokens and keys in it are hidden */
 [[nodiscard]] std::string format_frame(const lan_client::traffic &frame);
-
-/** Writes each frame as one JSON line to a file that only its owner can read (--record). */
-class frame_recorder {
-  public:
-    /** Throws a failure when the file can't be made. */
-    explicit frame_recorder(const std::string &path);
-
-    /** Throws a failure when the line can't be written; may be called on any thread. */
-    void write(const lan_client::traffic &frame);
-
-  private:
-    struct closer {
-        void operator()(std::FILE *file) const { std::fclose(file); }
-    };
-    std::string path_;
-    std::mutex mutex_;
-    std::unique_ptr<std::FILE, closer> file_;
-};
 
 } // namespace engr_app

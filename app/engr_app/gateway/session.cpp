@@ -35,11 +35,11 @@ std::chrono::milliseconds given_or(double seconds, std::chrono::milliseconds oth
 } // namespace
 
 gateway_session::gateway_session(const global_options &options, console &out,
-                                 std::shared_ptr<frame_recorder> recorder)
+                                 std::shared_ptr<session_recorder> recorder)
     : options_(options), out_(out), recorder_(std::move(recorder)) {}
 
 gateway_session::gateway_session(const global_options &options, console &out,
-                                 std::shared_ptr<frame_recorder> recorder, gateway target,
+                                 std::shared_ptr<session_recorder> recorder, gateway target,
                                  std::string file_mark)
     : gateway_session(options, out, std::move(recorder)) {
     chosen_ = std::move(target);
@@ -75,20 +75,23 @@ void gateway_session::warn_of_built_in_key() {
     }
 }
 
-void gateway_session::observe(const lan_client::traffic &frame) {
-    if (options_.verbose) {
-        out_.trace(format_frame(frame));
-    }
-    if (recorder_) {
-        recorder_->write(frame);
-    }
-}
-
-lan_client::traffic_observer gateway_session::observer() {
-    if (!options_.verbose && !recorder_) {
+lan_client::traffic_observer gateway_session::frame_observer() {
+    if (!options_.verbose) {
         return {};
     }
-    return [this](const lan_client::traffic &frame) { observe(frame); };
+    return [this](const lan_client::traffic &frame) { out_.trace(format_frame(frame)); };
+}
+
+lan_client::traffic_observer gateway_session::datagram_observer() {
+    if (!recorder_) {
+        return frame_observer();
+    }
+    return [this, show = frame_observer()](const lan_client::traffic &frame) {
+        if (show) {
+            show(frame);
+        }
+        recorder_->take_datagram(frame);
+    };
 }
 
 discovery_result gateway_session::discover(std::chrono::milliseconds limit,
@@ -114,7 +117,7 @@ discovery_result gateway_session::listen(const listening &how) {
         }
         stop = stop || awaited;
     };
-    lan_client::discovery_listener listener(loop_, on_datagram, observer());
+    lan_client::discovery_listener listener(loop_, on_datagram, datagram_observer());
     if (const lan_client::error problem = listener.open(how.interface_name)) {
         throw failure(lan_client::error_name(problem.kind),
                       fmt::format("can't listen for gateways: {}", problem.detail));
@@ -231,7 +234,9 @@ lan_client::client_events gateway_session::monitored_events() {
                         verb_events_.on_link(change);
                     }
                 },
-            .on_traffic = observer()};
+            .on_traffic = frame_observer(),
+            .on_wire = recorder_ ? recorder_->connection_observer(local_key())
+                                 : lan_client::wire_observer()};
 }
 
 void gateway_session::open_client(bool reconnect, std::chrono::milliseconds connect_timeout) {

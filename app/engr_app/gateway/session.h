@@ -6,6 +6,7 @@
 #include "files/names_file.h"
 #include "gateway/discovery.h"
 #include "gateway/format.h"
+#include "gateway/recorder.h"
 #include "lan_client/upgrade_monitor.h"
 #include "terminal/console.h"
 
@@ -29,11 +30,12 @@ struct global_options {
     bool accept_deactivated = false;   /**< also work without the local key that was given */
     std::string key_file;
     std::map<std::string, std::string> keys; /**< from the key file, by gateway ID or ADDRESS */
-    std::string interface_name; /**< traffic stays on it; empty: all, and the routing table */
-    std::string record_file;
-    std::string names_file; /**< empty: the one at names_path, if it is there */
-    double timeout_s = 0;   /**< for an answer; 0: the default */
-    double listen_s = 0;    /**< for announcements; 0: the default */
+    std::string interface_name;   /**< traffic stays on it; empty: all, and the routing table */
+    std::string record_file;      /**< empty: nothing is recorded */
+    bool records_secrets = false; /**< leaves them in that file */
+    std::string names_file;       /**< empty: the one at names_path, if it is there */
+    double timeout_s = 0;         /**< for an answer; 0: the default */
+    double listen_s = 0;          /**< for announcements; 0: the default */
     bool json = false;
     bool verbose = false;
     bool quiet = false; /**< only results and errors */
@@ -49,10 +51,10 @@ class gateway_session {
      * A session that finds its gateway by itself.
      *
      * @param options   must live as long as the session, as must `out`
-     * @param recorder  writes every frame to a file; may be absent
+     * @param recorder  records what is sent and received; may be absent
      */
     gateway_session(const global_options &options, console &out,
-                    std::shared_ptr<frame_recorder> recorder);
+                    std::shared_ptr<session_recorder> recorder);
 
     /**
      * A session with one of several gateways.
@@ -60,7 +62,7 @@ class gateway_session {
      * @param file_mark  goes into the names of files that it writes
      */
     gateway_session(const global_options &options, console &out,
-                    std::shared_ptr<frame_recorder> recorder, gateway target,
+                    std::shared_ptr<session_recorder> recorder, gateway target,
                     std::string file_mark);
 
     [[nodiscard]] lan_client::event_loop &loop() { return loop_; }
@@ -69,8 +71,8 @@ class gateway_session {
     [[nodiscard]] std::chrono::milliseconds discovery_time() const;
     [[nodiscard]] std::chrono::milliseconds answer_time() const;
 
-    /** @return what records frames, for the sessions of other gateways; null when nothing does */
-    [[nodiscard]] const std::shared_ptr<frame_recorder> &recorder() const { return recorder_; }
+    /** @return what records, for the sessions of other gateways; null when nothing does */
+    [[nodiscard]] const std::shared_ptr<session_recorder> &recorder() const { return recorder_; }
 
     /**
      * Lets Ctrl-C end the wait that goes on, or the next one, with a failure, until the verb has a
@@ -82,8 +84,8 @@ class gateway_session {
     /** Lets Ctrl-C pass: whoever has made this session ends the work. Call it before any wait. */
     void ignore_interrupt() { ends_on_interrupt_ = true; }
 
-    /** @return what shows and records frames, for a verb that has sockets of its own */
-    [[nodiscard]] lan_client::traffic_observer observer();
+    /** @return what shows and records datagrams, for a verb that has sockets of its own */
+    [[nodiscard]] lan_client::traffic_observer datagram_observer();
 
     /** Listens for announcements, and keeps them for later runs. */
     discovery_result listen(const listening &how);
@@ -159,7 +161,7 @@ class gateway_session {
     void own_upgrade(bool own);
 
   private:
-    void observe(const lan_client::traffic &frame);
+    [[nodiscard]] lan_client::traffic_observer frame_observer();
     void open_client(bool reconnect, std::chrono::milliseconds connect_timeout);
     void leave_outdated_place();
     void require_shown_key(const std::vector<lan_client::request> &requests);
@@ -169,7 +171,7 @@ class gateway_session {
 
     const global_options &options_;
     console &out_;
-    std::shared_ptr<frame_recorder> recorder_;
+    std::shared_ptr<session_recorder> recorder_;
     lan_client::event_loop loop_;
     std::optional<gateway> chosen_;
     std::string file_mark_;

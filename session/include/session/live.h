@@ -54,8 +54,13 @@ class live_events {
     /** Hands out what is left, then the end of the session; the thread is gone when it returns. */
     void end();
 
-    /** What happens to a connection, which is named by any number that no other open one has. */
-    void tell_connected(uint64_t connection, std::string_view peer);
+    /**
+     * What happens to a connection, which is named by any number that no other open one has.
+     *
+     * @param local_keys  of its gateway; empty: those of the key source
+     */
+    void tell_connected(uint64_t connection, std::string_view peer,
+                        std::vector<lan_client::aes_key> local_keys = {});
     void tell_bytes(uint64_t connection, side from, std::string_view bytes);
     void tell_closed(uint64_t connection, std::optional<side> by);
     /** A datagram to a port; see datagram. */
@@ -75,6 +80,7 @@ class live_events {
     struct told_connection {
         uint64_t connection;
         std::string peer;
+        std::vector<lan_client::aes_key> local_keys;
     };
     struct told_bytes {
         uint64_t connection;
@@ -100,6 +106,7 @@ class live_events {
     /** A connection as the thread knows it. */
     struct open_client {
         uint32_t number;
+        std::optional<known_keys> keys; /**< of its own */
         stream_words from_app{side::app};
         stream_words from_gateway{side::gateway};
     };
@@ -109,12 +116,12 @@ class live_events {
     void run();
     void take_keys();
     void work_on(waiting one);
-    void work_on(uint64_t at_us, const told_connection &one);
+    void work_on(uint64_t at_us, told_connection one);
     void work_on(uint64_t at_us, const told_bytes &one);
     void work_on(uint64_t at_us, const told_end &one);
     void work_on(uint64_t at_us, const told_datagram &one);
     void work_on(uint64_t at_us, happening one);
-    void hand_out_piece(uint64_t at_us, uint32_t client, side from, stream_piece piece);
+    void hand_out_piece(uint64_t at_us, const open_client &client, side from, stream_piece piece);
     void finish_streams(uint64_t at_us, open_client &client);
     void hand_out(uint64_t at_us, happening what);
 

@@ -91,6 +91,7 @@ struct client_events {
     std::function<void(const report &)> on_report;
     std::function<void(const link_change &)> on_link;
     traffic_observer on_traffic;
+    wire_observer on_wire = {}; /**< called to the end, also while the client is destroyed */
 };
 
 struct request {

@@ -1,4 +1,4 @@
-// Every frame that was sent or received, for an observer.
+// Every frame that was sent or received, and every byte of a connection, for observers.
 #pragma once
 
 #include "lan_client/frame.h"
@@ -33,5 +33,24 @@ struct traffic {
 };
 
 using traffic_observer = std::function<void(const traffic &)>;
+
+/** What happens to the connections of a client. */
+enum class wire_event {
+    connected,
+    sent, /**< handed to the system; when the connection breaks, not all of it may leave */
+    received,
+    closed,
+};
+
+/** Valid only during the call. Who observes must not call the client. */
+struct wire_notice {
+    wire_event event = wire_event::connected;
+    const void *client = nullptr; /**< tells clients apart; each has one connection at a time */
+    std::string_view peer{};      /**< address and port of the gateway */
+    std::string_view bytes{};     /**< of sent and received */
+    bool by_gateway = false;      /**< of closed */
+};
+
+using wire_observer = std::function<void(const wire_notice &)>;
 
 } // namespace lan_client

@@ -1,11 +1,11 @@
 // Escaping and cutting of text for a terminal.
-#include "base/escape.h"
+#include "support/escape.h"
 
 #include "support/utf8.h"
 
 #include <fmt/format.h>
 
-namespace engr_app {
+namespace support {
 namespace {
 
 /** More marks on one character than any script needs would reach into the lines above and below. */
@@ -33,10 +33,9 @@ struct shown_character {
 };
 
 shown_character show_first(std::string_view text) {
-    const support::code_point first = support::first_code_point(text);
-    if (first.is_valid && support::is_visible(first.value)) {
-        return {std::string(text.substr(0, first.bytes)), support::columns_of(first.value),
-                first.bytes};
+    const code_point first = first_code_point(text);
+    if (first.is_valid && is_visible(first.value)) {
+        return {std::string(text.substr(0, first.bytes)), columns_of(first.value), first.bytes};
     }
     std::string escaped = escape(
         first.is_valid ? first.value : static_cast<unsigned char>(text.front()), first.is_valid);
@@ -75,11 +74,11 @@ std::string escape_for_terminal(std::string_view text, std::size_t max_columns) 
 std::size_t text_columns(std::string_view text) {
     std::size_t columns = 0;
     while (!text.empty()) {
-        const support::code_point first = support::first_code_point(text);
-        columns += support::columns_of(first.value);
+        const code_point first = first_code_point(text);
+        columns += columns_of(first.value);
         text.remove_prefix(first.bytes);
     }
     return columns;
 }
 
-} // namespace engr_app
+} // namespace support
