@@ -7,8 +7,9 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from unittest import mock
 
-from gateway import PATIENCE_S, Gateway
+from gateway import PATIENCE_S, Gateway, program
 
 MOUNT_AND_RUN = 'mount -t tmpfs -o size=8m none "$1" && shift && exec "$@"'
 ONE_DEVICE = {"devices": [{"dev_id": "a", "dps": {"1": 0}}]}
@@ -58,6 +59,30 @@ class FullDiskTest(unittest.TestCase):
             os.remove(filler)
             self.assertEqual(gateway.run_app(*push, text='{"n": 2}').returncode, 0)
             self.assertEqual(json.loads(gateway.run_app("config", "pull", "app").stdout), {"n": 2})
+
+    def test_a_recording_goes_on_when_there_is_room_again_and_counts_what_is_missing(self):
+        disk = os.environ["ENGR_SMALL_DISK"]
+        record, filler = (os.path.join(disk, name) for name in ("record.jsonl", "filler"))
+        # All but the recording has room.
+        with mock.patch.object(tempfile, "tempdir", os.path.dirname(disk)), \
+                Gateway("--record", record, site=ONE_DEVICE) as gateway:
+            self.fill(filler)
+            for _ in range(200):  # until the last page of the file is full, too
+                self.assertEqual(gateway.run_app("devices").returncode, 0, "the agent works on")
+                if "--record:" in gateway.stderr():
+                    break
+            gateway.run_app("devices")
+            os.remove(filler)
+            self.assertEqual(gateway.run_app("channel", "get").returncode, 0)
+            gateway.stop()
+            self.assertEqual(gateway.stderr().count("--record:"), 1, "a full disk is told once")
+        done = subprocess.run([program("engr_session"), "check", record], capture_output=True, text=True, check=False,
+                              timeout=PATIENCE_S)
+        self.assertEqual(done.returncode, 1, done.stdout)
+        self.assertIn("events are missing", done.stderr)
+        with open(record, encoding="utf-8") as file:
+            kinds = [json.loads(line).get("event") for line in file]
+        self.assertEqual(("lost" in kinds, kinds[-1]), (True, "ended"))
 
 
 def main():
