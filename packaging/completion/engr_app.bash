@@ -1,4 +1,4 @@
-# bash completion of engr_app, engr_gatewayd and engr_gatewayctl: the programs know their own words.
+# bash completion of engr_app, engr_gatewayd, engr_gatewayctl and engr_session: the programs know their own words.
 
 _engr_complete() {
     local program=${COMP_WORDS[0]} cur words cword answer word
@@ -24,4 +24,4 @@ _engr_complete() {
     fi
 }
 
-complete -F _engr_complete engr_app engr_gatewayd engr_gatewayctl
+complete -F _engr_complete engr_app engr_gatewayd engr_gatewayctl engr_session

@@ -16,7 +16,7 @@ from tidy import TOKENS
 # Pages whose commands another program runs.
 PLAYED_BY = {"docs/commissioning.md": "tests/programs/commissioning_test.py", "docs/porting.md": "packaging/walk_guide"}
 NEEDS_LIBRARY = "docs/client.md"
-PROGRAMS = ("engr_app", "engr_gatewayd", "engr_gatewayctl")
+PROGRAMS = ("engr_app", "engr_gatewayd", "engr_gatewayctl", "engr_session")
 
 
 @functools.lru_cache(None)

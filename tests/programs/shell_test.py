@@ -78,7 +78,7 @@ class ManualTest(unittest.TestCase):
     @unittest.skipUnless(shutil.which("mandoc"), "no mandoc")
     def test_what_programs_say_for_their_manual_pages_is_sound(self):
         for name, words in (("engr_app", ["channel set", "interface"]), ("engr_gatewayd", ["wait\\-for\\-address"]),
-                            ("engr_gatewayctl", ["fault", "timeout"])):
+                            ("engr_gatewayctl", ["fault", "timeout"]), ("engr_session", ["export", "pcapng"])):
             with self.subTest(program=name):
                 said = subprocess.run([program(name), "__manual"], capture_output=True, text=True, check=True,
                                       timeout=PATIENCE_S).stdout
