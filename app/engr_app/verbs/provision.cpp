@@ -172,7 +172,8 @@ wifi_setup_outcome send_until_outcome(gateway_session &session, const wifi_setup
                                                    interfaces_text(order.new_interface_name)));
             }
         },
-        [&outcome](const wifi_setup_outcome &ended) { outcome = ended; }, session.datagram_observer());
+        [&outcome](const wifi_setup_outcome &ended) { outcome = ended; },
+        session.datagram_observer());
     if (const lan_client::error problem = setup.start()) {
         throw failure(lan_client::error_name(problem.kind),
                       fmt::format("can't send the configuration and listen for what comes of it: "
