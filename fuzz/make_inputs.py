@@ -30,6 +30,21 @@ REPORT = {"site_report": 1, "time": "t", "channel": 15, "app_config": {"bytes": 
           "devices": [{"cid": "a1", "pid": "p", "online": True, "dps": {"1": True}, "sw_ver": "1"}]}
 SCENARIO = {"services": {"gw_get_channel": -7}, "callbacks": {"scene_exec": "absent", "permit_join": 0},
             "upgrade": {"chunk_size": 8, "rpt_percent": True, "remain_len": 1, "fail_at": 9, "install_ms": 1}}
+SESSION = "\n".join([
+    '{"session":1,"program":"p","version":"1","started":"2026-01-31T12:00:00.123Z","side":"gateway","secrets":false,'
+    '"key":"0123456789abcdef","seeds":{"key1":"00"},"options":{"new":true},"site":{"gateway":{"local_key":"k"}}}',
+    '{"at":1,"event":"connected","client":1,"peer":"127.0.0.1:9"}',
+    '{"at":2,"event":"frame","client":1,"from":"app","type":12,"number":1,"began":1,"text":"{\\"token\\":\\"t\\"}"}',
+    '{"at":3,"event":"frame","client":1,"from":"gateway","type":254,"number":1,"ret":0,"segment":[2,1],"hex":"00ff"}',
+    '{"at":4,"event":"frame","client":1,"from":"app","type":9,"number":2,"coding":"built-in","crc":false}',
+    '{"at":5,"event":"bytes","client":1,"from":"app","hex":"000055aa"}',
+    '{"at":6,"event":"datagram","from":"gateway","port":6667,"peer":"255.255.255.255","type":19,"number":0,"ret":0}',
+    '{"at":6,"event":"datagram","from":"app","port":6669,"peer":"127.0.0.1:9","hex":"00"}',
+    '{"at":7,"event":"call","name":"gw_get_channel","arguments":{"a":1},"result":15}',
+    '{"at":8,"event":"control","began":7,"line":["set","wf_passwd","x"],"answer":{"ok":true}}',
+    '{"at":9,"event":"log","level":3,"text":"t"}', '{"at":9,"event":"activity","text":"t"}',
+    '{"at":9,"event":"closed","client":1,"by":"app"}', '{"at":9,"event":"lost","events":2}',
+    '{"at":9,"event":"ended"}', ""])
 
 # Answers of a gateway as lines of fuzz/support/hostile_gateway.h, for verbs and for clients.
 DEVICES = ['={"products":[{"cid":"a1","pid":"p"},{"cid":"b2","pid":"q"}]}', '={"online":["a1"],"offline":["b2"]}']
@@ -162,6 +177,11 @@ def file_inputs():
     for number, line in enumerate(LOG.splitlines()):
         yield "fuzz_log_sanitizer", f"line_{number}", line.encode()
     yield "fuzz_log_sanitizer", "list_with_odd_quotes", b'off:["c3"x "]'
+    for name, content in {"file": b"f" + SESSION.encode(), "password": b"p" + LOG.encode(),
+                          "of_gateway": b"g\7" + frame(1, 254, 0, b"\0\0\0\2\0\0\0\1text") + frame(2, 9, 0),
+                          "of_app": b"a\5" + request(1, 12, encrypt(KEYS[3], b"{}")) + b"x\0\0" + request(2, 9)
+                          }.items():
+        yield "fuzz_session_files", name, content
     yield "fuzz_gateway_files", "site", b"s" + SITE.encode()
     yield "fuzz_gateway_files", "scenario", b"c" + json.dumps(SCENARIO).encode()
 

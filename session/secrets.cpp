@@ -116,7 +116,7 @@ class secret_hider {
         }
         const std::size_t colon = text_.find_first_not_of(blanks, end);
         if (colon == std::string::npos || text_[colon] != ':') {
-            return end;
+            return opened.end;
         }
         is_local_key_ = is_among(local_key_members, name);
         return hide_value(std::min(text_.find_first_not_of(blanks, colon + 1), text_.size()));
@@ -150,6 +150,16 @@ class secret_hider {
         }
     }
 
+    /** Length of true, false or null at a place; 0 when none is there. */
+    [[nodiscard]] std::size_t constant_bytes(std::size_t at) const {
+        for (const std::string_view one : constants) {
+            if (text_.compare(at, one.size(), one) == 0) {
+                return one.size();
+            }
+        }
+        return 0;
+    }
+
     std::size_t hide_string(const quote &opened) {
         const std::size_t end = string_end(text_, opened, text_.size());
         std::size_t last = end; // of the value; a text may break off before its quote
@@ -163,15 +173,21 @@ class secret_hider {
         } else {
             text_.replace(opened.end, size, size, '*');
         }
-        return end;
+        // The quote that ends it may begin the next name, in what is no whole JSON.
+        return last < end ? end - 1 : end;
     }
 
+    /** Hides what stands outside of strings as well, since these need not be whole. */
     std::size_t hide_nested(std::size_t at) {
         std::size_t depth = 0;
         while (at < text_.size()) {
             const char character = text_[at];
             if (character == '"') {
-                at = hide_string({backslashes_before(at), at + 1});
+                at = hide_string({backslashes_before(at), at + 1}) + 1;
+                continue;
+            }
+            if (const std::size_t bytes = constant_bytes(at); bytes != 0) {
+                at += bytes;
                 continue;
             }
             if (character == '{' || character == '[') {
@@ -180,6 +196,9 @@ class secret_hider {
                 return at + 1;
             } else if (character >= '0' && character <= '9') {
                 text_[at] = '1';
+            } else if (std::string_view(",:\\+-.{}[]").find(character) == std::string_view::npos &&
+                       blanks.find(character) == std::string_view::npos) {
+                text_[at] = '*';
             }
             ++at;
         }

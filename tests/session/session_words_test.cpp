@@ -119,6 +119,10 @@ TEST(session_secrets, are_hidden_with_their_length) {
         {R"({"local_key":"short"})", R"({"local_key":"*****"})"},
         {R"(cut off "passwd":"hus)", R"(cut off "passwd":"***)"},
         {R"("passwd":)", R"("passwd":)"},
+        // Texts that break off before another begins.
+        {R"("token":"ab{"passwd":"hush"})", R"("token":"***"passwd":"****"})"},
+        {R"("token"passwd":"hush"})", R"("token"passwd":"****"})"},
+        {R"("token":[a"b{"passwd":"hush"})", R"("token":[*"**"******"*"****"*)"},
         {R"("passwd": hush,)", R"("passwd": ****,)"},
         {R"(say "token" and "passwords":"x")", R"(say "token" and "passwords":"x")"},
     };
