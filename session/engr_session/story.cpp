@@ -107,7 +107,7 @@ std::string delta_text(uint64_t time_us) {
 std::string columns_text(const std::string &time, const std::string &delta,
                          const std::string &client, const std::string &direction,
                          const std::string &what) {
-    return fmt::format("{:>12}  {:>11}  {:>6}  {:1}  {}", time, delta, client, direction, what);
+    return fmt::format("{:>9}  {:>10}  {:>6} {:1} {}", time, delta, client, direction, what);
 }
 
 } // namespace
@@ -131,7 +131,7 @@ std::string story_line(const session::event &what, std::optional<uint64_t> befor
                        std::size_t columns) {
     const shown_event shown = std::visit(event_shower{}, what.what);
     const std::string line =
-        columns_text(fmt::format("{:.6f}", static_cast<double>(what.at_us) / 1e6),
+        columns_text(fmt::format("{:.3f}", static_cast<double>(what.at_us) / 1e6),
                      before_us ? delta_text(what.at_us - *before_us) : "", shown.client,
                      shown.direction, shown.what);
     return support::escape_for_terminal(line, columns);

@@ -24,6 +24,19 @@ std::string complaint_of(const std::function<void()> &reading) {
     return "no complaint";
 }
 
+TEST(site_file, that_is_written_is_read_as_the_same) {
+    gateway::site site = gateway::demo_site(7);
+    const auto set = [&](const char *name, const char *value) {
+        site.gateway.push_back({gateway::find_field(gateway::gateway_fields(), name), value});
+    };
+    set("local_key", "0123456789abcdef");
+    set("wf_ssid", "\xC3\xA4 net");
+    const std::string text = gateway::site_text(site);
+    EXPECT_EQ(gateway::site_text(gateway::parse_site(text, "f", 7)), text);
+    set("wf_ssid", "\xFF");
+    EXPECT_THAT(gateway::site_text(site), HasSubstr("\uFFFD"));
+}
+
 TEST(site_file, mistakes_are_told_with_file_and_member) {
     const std::string long_id(26, 'x');
     const bad_file files[] = {

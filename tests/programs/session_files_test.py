@@ -141,7 +141,7 @@ class SessionFilesTest(unittest.TestCase):
             self.app(gateway, 1, "dp", "set", "lamp1", "1=true")
             gateway.run_ctl("set", "product_key", "\x1b[2J")  # which is refused
         story = session("show", self.record).stdout
-        for text in ('>  FRM_TP_CMD', 'closed by the app', 'control: set product_key \\x1b[2J', 'end\n'):
+        for text in ('> FRM_TP_CMD', 'closed by the app', 'control: set product_key \\x1b[2J', 'end\n'):
             self.assertIn(text, story)
         self.assertNotIn("engr_pack_data_with_cmd", story)
         self.assertIn("engr_parse_data_with_cmd", session("show", self.record, "--all").stdout)

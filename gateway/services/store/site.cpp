@@ -272,7 +272,8 @@ std::string site_text(const site &of) {
         whole["joining"].push_back(device_text(device));
         whole["joining"].back()["join_after_ms"] = device.join_after_ms;
     }
-    return whole.dump();
+    // A network's name may have come by air, in any bytes.
+    return whole.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
 }
 
 uint32_t gateway_number(const std::string &address) {
