@@ -159,6 +159,15 @@ def app_inputs():
         lines = lines_of(*asked.get(name, ["?10 {}", "?9 ", "?253 "]), *script)
         yield "fuzz_app_client", name, lines
         yield "fuzz_c_interface", name, b"g" + lines
+    # The C interface asks by itself what an upgrade needs, and the gateway answers each question after a while.
+    status = '={"updateStatus":0,"updateCid":"","cid":"gw1","softVer":"%s"}'
+    pieces = ['!231 0 {"firmwareType":0,"cid":"gw1","offset":%d,"downloadSize":%d}' % each
+              for each in ((0, 2000), (2000, 1000), (3000, 0))]
+    before = ["?231 ", "w10", status % "1.0", "w10", status % "1.0", "w10", "=0", "w10"]
+    for name, rest in {"upgraded": [*pieces, "w10", status % "2.0"],
+                       "not_upgraded": [*pieces, "w10", status % "1.0"],
+                       "given_up": [pieces[0], "w6000", *2 * [status % "1.0", "w10"], "=0", *pieces]}.items():
+        yield "fuzz_c_interface", name, b"g" + lines_of(*before, *rest)
     for verb, (name, script) in VERBS.items():
         yield "fuzz_app_verbs", name, bytes([verb]) + lines_of(*script)
         if name in ("devices", "info", "site", "discover"):
