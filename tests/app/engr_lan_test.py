@@ -197,6 +197,18 @@ class Programs(unittest.TestCase):
             products = json.loads(self.run_program(program("list_devices_c"), daemon.address))["products"]
         self.assertEqual([one["cid"] for one in products], ["lamp", "door"])
 
+    def test_a_program_in_c_gives_a_gateway_its_network_and_an_image(self):
+        with Daemon("--ap", site=SITE) as daemon:
+            image = os.path.join(daemon.directory, "image")
+            with open(image, "wb") as file:
+                file.write(bytes(1_500_000))
+            out = self.run_program(program("set_up_c"), "lo", SITE["gateway"]["gw_id"], "office", "sesame", "t0ken",
+                                   image, "2.0.1")
+            status = daemon.status()
+        self.assertIn(f"gateway pythongw00000001 has joined at {daemon.address}", out)
+        self.assertIn('"upgraded":true', out)
+        self.assertEqual((status["wifi"]["ssid"], status["gateway"]["gw_sw_ver"]), ("office", "2.0.1"))
+
 
 if __name__ == "__main__":
     unittest.main()
