@@ -4,6 +4,7 @@
 
 #include "handle.h"
 #include "lan_client/crypto.h"
+#include "lan_client/devices.h"
 #include "lan_client/frame_types.h"
 #include "requests.h"
 
@@ -319,9 +320,12 @@ engr_client_error engr_client_log(engr_client *client, uint32_t *request) {
 
 engr_client_error engr_client_upgrade(engr_client *client, const char *path, const char *version,
                                       const char *device_id, bool again, uint32_t *request) {
+    // Longer ones are cut by the gateway, which then may mean another device.
     const std::size_t version_bytes = version == nullptr ? 0 : std::strlen(version);
+    const std::size_t id_bytes = device_id == nullptr ? 0 : std::strlen(device_id);
     if (!is_of_gateway(client) || path == nullptr || version_bytes == 0 ||
-        version_bytes > lan_client::max_version_bytes) {
+        version_bytes > lan_client::max_version_bytes ||
+        id_bytes > lan_client::max_device_id_bytes) {
         return ENGR_CLIENT_BAD_ARGUMENT;
     }
     return guarded([=] {

@@ -18,8 +18,6 @@ using lan_client::upgrade_end;
 using lan_client::upgrade_outcome;
 using nlohmann::json;
 
-// Gateways keep size and offsets of an image in signed 32-bit numbers.
-constexpr uint64_t max_image_bytes = INT32_MAX;
 // Read at once for the sum: keep-alives and answers have their turn in between.
 constexpr uint64_t block_bytes = uint64_t{1024} * 1024;
 
@@ -34,7 +32,7 @@ upgrade_run::upgrade_run(const std::string &path, std::string version, std::stri
     std::error_code failed;
     const bool regular = std::filesystem::is_regular_file(path, failed);
     const uint64_t bytes = regular ? std::filesystem::file_size(path, failed) : 0;
-    order_.image_bytes = file_ && !failed && bytes <= max_image_bytes ? bytes : 0;
+    order_.image_bytes = file_ && !failed && bytes <= lan_client::max_image_bytes ? bytes : 0;
 }
 
 void upgrade_run::start(engr_client &client, uint32_t id) {

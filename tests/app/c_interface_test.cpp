@@ -144,6 +144,10 @@ TEST_F(c_interface, says_what_is_wrong_with_arguments_and_does_nothing) {
               ENGR_CLIENT_BAD_ARGUMENT);
     EXPECT_EQ(engr_client_upgrade(client.get(), "/proc/self/exe", "", nullptr, false, nullptr),
               ENGR_CLIENT_BAD_ARGUMENT);
+    const std::string long_id(26, 'i');
+    EXPECT_EQ(
+        engr_client_upgrade(client.get(), "/proc/self/exe", "1.0", long_id.c_str(), false, nullptr),
+        ENGR_CLIENT_BAD_ARGUMENT);
     engr_client_network network{};
     network.size = sizeof network;
     network.network = "net";

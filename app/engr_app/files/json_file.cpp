@@ -1,7 +1,9 @@
+// Reading of JSON files that people give.
 #include "files/json_file.h"
 
 #include "base/json_text.h"
 #include "files/input_file.h"
+#include "lan_client/devices.h"
 #include "support/data_points.h"
 
 #include <unordered_set>
@@ -10,14 +12,10 @@
 #include <nlohmann/json.hpp>
 
 namespace engr_app {
-namespace {
-
-constexpr std::size_t max_device_id_bytes = 25;
-
-} // namespace
 
 bool is_device_id(std::string_view text) {
-    return is_plain_text(text, max_device_id_bytes) && text.find(' ') == std::string::npos;
+    return is_plain_text(text, lan_client::max_device_id_bytes) &&
+           text.find(' ') == std::string::npos;
 }
 
 support::json_document read_json_file(const std::string &path, const std::string &list_name) {
@@ -28,7 +26,7 @@ support::json_document read_json_file(const std::string &path, const std::string
 
 std::string device_id(const support::json_value &entry, std::string_view name) {
     const support::json_value member = entry.required(name);
-    std::string id = member.text(max_device_id_bytes);
+    std::string id = member.text(lan_client::max_device_id_bytes);
     if (!is_device_id(id)) {
         member.refuse("expected printable characters without blank, quote and backslash");
     }

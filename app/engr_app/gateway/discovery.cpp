@@ -1,6 +1,7 @@
 // Names and addresses of gateways.
 #include "gateway/discovery.h"
 
+#include "lan_client/devices.h"
 #include "support/interfaces.h"
 
 #include <algorithm>
@@ -26,8 +27,6 @@ bool is_like_ipv4(const std::string &text) {
     return std::ranges::count(text, '.') == 3 &&
            text.find_first_not_of("0123456789.") == std::string::npos;
 }
-
-constexpr std::size_t longest_id = 25;
 
 std::string list_of(const discovery_result &found) {
     std::string list;
@@ -75,10 +74,10 @@ std::optional<gateway> parse_address(const std::string &text) {
                                           "numbers are 0 to 255",
                                           text, named.address));
         }
-        if (text.size() > longest_id) {
+        if (text.size() > lan_client::max_device_id_bytes) {
             throw wrong_usage(fmt::format("--gateway {}: neither an IPv4 address nor an id, which "
                                           "has at most {} characters",
-                                          text, longest_id));
+                                          text, lan_client::max_device_id_bytes));
         }
         return std::nullopt;
     }

@@ -3,6 +3,7 @@
 
 #include "base/failure.h"
 #include "lan_client/crypto.h"
+#include "lan_client/upgrade_status.h"
 
 #include <algorithm>
 #include <array>
@@ -80,9 +81,9 @@ void firmware_image::check_size() const {
     if (size() == 0) {
         throw unusable_image(path_, "it is empty");
     }
-    if (size() > max_image_bytes) {
+    if (size() > lan_client::max_image_bytes) {
         throw unusable_image(path_, fmt::format("it has {} bytes, and a gateway takes at most {}",
-                                                size(), max_image_bytes));
+                                                size(), lan_client::max_image_bytes));
     }
 }
 

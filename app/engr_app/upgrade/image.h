@@ -10,9 +10,6 @@
 
 namespace engr_app {
 
-/** Gateways keep size and offsets of an image in signed 32-bit numbers. */
-inline constexpr uint64_t max_image_bytes = INT32_MAX;
-
 /** Read piece by piece and never held whole. Its functions may be called on any threads at once. */
 class firmware_image {
   public:

@@ -1,10 +1,11 @@
 /*
  * The LAN client of Zigbee gateways in engineering mode, for C and for whatever can call C: finding
- * gateways, requests and their answers, reports, giving a gateway its Wi-Fi network.
+ * gateways, requests and their answers, reports, upgrades, giving a gateway its Wi-Fi network.
  *
- * A client is a handle for one gateway or for one listener. It works on a thread of its own, which
- * calls nothing of the caller's: what happens is kept as events, which the caller takes when it
- * likes. A descriptor becomes readable while an event waits, for poll, epoll and event loops.
+ * A client is a handle for one gateway, for listening to announcements, or for provisioning. It
+ * works on a thread of its own, which calls nothing of the caller's: what happens is kept as
+ * events, which the caller takes when it likes. A descriptor becomes readable while an event waits,
+ * for poll, epoll and event loops.
  *
  *     engr_client_options options = {.size = sizeof options, .address = "192.0.2.7"};
  *     engr_client *client = NULL;
@@ -148,7 +149,7 @@ typedef struct engr_client_options {
     const char *key3_seed; /**< of the key of connections to a gateway that is not activated */
 } engr_client_options;
 
-/** Handle of one gateway or listener. */
+/** Handle of one gateway, of a listener, or for provisioning. */
 typedef struct engr_client engr_client;
 
 /**
@@ -241,17 +242,18 @@ engr_client_error engr_client_log(engr_client *client, uint32_t *request);
  * Brings a firmware image to a gateway, or to one of its devices, and waits until it is installed.
  * An upgrade that the gateway gives up is started once more, since the end of any app's connection
  * ends it; with `reconnect` also one whose own connection was lost. To end an upgrade, close the
- * client; after an error, too, it may go on at the gateway until then.
+ * client; after an error, too, it may go on at the gateway until then. What is installed can be
+ * asked only by what also withdraws an image that another app has announced and not started.
  *
  * @param path       of the image, a regular file of 1 byte to 2 GiB that stays as it is
  * @param version    of the image, 1 to 11 bytes
- * @param device_id  of the device; NULL or "": the gateway itself
+ * @param device_id  of the device, at most 25 bytes; NULL or "": the gateway itself
  * @param again      install it even when that version is installed already
  * @param request    as of engr_client_request. ENGR_CLIENT_PROGRESS counts bytes that the gateway
  *                   has taken. The payload of the ENGR_CLIENT_ANSWER is a JSON text
  *                   {"version_before": TEXT, "version": TEXT, "upgraded": BOOL}, with "version"
- *                   installed in the end, "" when that is not known; with a `ret` other than 0 it
- *                   is the gateway's refusal. Errors: BUSY, UNKNOWN_DEVICE, UPGRADE_FAILED,
+ *                   installed in the end, "" where one is not known, and with an error of the
+ *                   upgrade, too; with a `ret` other than 0 it is the gateway's refusal. Errors: BUSY, UNKNOWN_DEVICE, UPGRADE_FAILED,
  *                   OUTCOME_UNKNOWN, CONNECTION_LOST, TIMED_OUT when the gateway does not ask for
  *                   the next piece, BAD_ANSWER, and what ends other requests.
  * @return as engr_client_request; BAD_ARGUMENT also for a version or a file that can't be used
@@ -281,6 +283,8 @@ typedef struct engr_client_network {
  * nobody else. Then it sends until a gateway reports that it could not join the network, or
  * appears on it. No gateway answers.
  *
+ * @param client   of engr_client_open_provisioning
+ * @param wanted   what to send and where; read only during the call
  * @param request  as of engr_client_request. ENGR_CLIENT_PROGRESS counts the datagrams. The
  *                 ENGR_CLIENT_ANSWER sets announcement and address when the gateway has joined, and
  *                 with the error UNCONFIRMED; with WIFI_FAILURE it sets address, result and payload

@@ -3,12 +3,16 @@
 
 #include "lan_client/client.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace lan_client {
+
+/** Longest id of a device or a gateway; a gateway cuts longer ones in what concerns upgrades. */
+inline constexpr std::size_t max_device_id_bytes = 25;
 
 struct device {
     std::string id;

@@ -1,4 +1,5 @@
-// Answering a gateway's requests for pieces of an image.
+// Answering a gateway's requests for pieces of an image; image_upgrade.h has the rest of an
+// upgrade.
 #pragma once
 
 #include "lan_client/client.h"

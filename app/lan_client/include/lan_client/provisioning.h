@@ -1,5 +1,6 @@
 // Giving a gateway in access-point mode its Wi-Fi network, by datagrams that it never answers. It
-// broadcasts a failure; a success shows when it announces itself on the new network.
+// broadcasts a failure; a success shows when it announces itself on the new network. wifi_setup.h
+// goes all the way from here.
 #pragma once
 
 #include "lan_client/crypto.h"

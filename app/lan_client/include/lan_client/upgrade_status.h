@@ -13,6 +13,9 @@ namespace lan_client {
 /** Gateways cut longer versions. */
 inline constexpr std::size_t max_version_bytes = 11;
 
+/** Gateways keep size and offsets of an image in signed 32-bit numbers. */
+inline constexpr uint64_t max_image_bytes = INT32_MAX;
+
 /** "firmwareType" of an upgrade. */
 inline constexpr uint64_t gateway_firmware = 0;
 inline constexpr uint64_t device_firmware = 10;
