@@ -253,9 +253,10 @@ engr_client_error engr_client_log(engr_client *client, uint32_t *request);
  *                   has taken. The payload of the ENGR_CLIENT_ANSWER is a JSON text
  *                   {"version_before": TEXT, "version": TEXT, "upgraded": BOOL}, with "version"
  *                   installed in the end, "" where one is not known, and with an error of the
- *                   upgrade, too; with a `ret` other than 0 it is the gateway's refusal. Errors: BUSY, UNKNOWN_DEVICE, UPGRADE_FAILED,
- *                   OUTCOME_UNKNOWN, CONNECTION_LOST, TIMED_OUT when the gateway does not ask for
- *                   the next piece, BAD_ANSWER, and what ends other requests.
+ *                   upgrade, too; with a `ret` other than 0 it is the gateway's refusal. Errors:
+ *                   BUSY, UNKNOWN_DEVICE, UPGRADE_FAILED, OUTCOME_UNKNOWN, CONNECTION_LOST,
+ *                   TIMED_OUT when the gateway does not ask for the next piece, BAD_ANSWER, and
+ *                   what ends other requests.
  * @return as engr_client_request; BAD_ARGUMENT also for a version or a file that can't be used
  */
 engr_client_error engr_client_upgrade(engr_client *client, const char *path, const char *version,
