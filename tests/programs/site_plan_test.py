@@ -213,12 +213,15 @@ class SitePlanTest(unittest.TestCase):
         gateway = self.stack.enter_context(Gateway(site=site, trace=True, address=ADDRESSES[0]))
         gateway.run_app("config", "push", "app", self.write('{"cost": "${5}"}\n'))
         made = os.path.join(self.directory, "made.yaml")
-        self.assertIn("groups, scenes", self.run_app(0, "--gateway", ADDRESSES[0], "site", "export", made))
+        names = self.write('{"devices": {"0012": {"name": "lamp", "room": "Hall"}}}', "names.json")
+        self.assertIn("groups, scenes", self.run_app(0, "--gateway", ADDRESSES[0], "--names", names, "site", "export",
+                                                     made))
         before = self.changes(gateway)
         self.run_app(0, "site", "apply", made)
         self.assertEqual(self.changes(gateway), before)
         with open(made, encoding="utf-8") as file:
-            self.assertRegex(file.read(), re.compile(r'channel: 17$.*id: "0012", product: "zbdimmer"', re.S | re.M))
+            self.assertRegex(file.read(), re.compile(
+                r'channel: 17$.*id: "0012", product: "zbdimmer", name: "lamp", room: "Hall"', re.S | re.M))
 
 
 if __name__ == "__main__":

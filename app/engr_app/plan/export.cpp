@@ -31,24 +31,35 @@ class plan_writer {
         out_ << YAML::Key << name << YAML::Value << YAML::DoubleQuoted << without_variables(text);
     }
 
+    void member_if_known(const char *name, const std::string &text) {
+        if (!text.empty()) {
+            member(name, text);
+        }
+    }
+
     void version_comment(const json &of) {
         if (of.value("sw_ver", json()).is_string()) {
             out_ << YAML::Comment("firmware " + one_line(of["sw_ver"]));
         }
     }
 
-    void devices(const json &devices) {
+    void devices(const json &devices, const names_file &names) {
         out_ << YAML::Key << "devices" << YAML::Value << YAML::BeginSeq;
         for (const json &one : devices) {
             out_ << YAML::Flow << YAML::BeginMap;
             member("id", member_text(one, "cid"));
             member("product", member_text(one, "pid"));
+            member_if_known("name", names.device_name(member_text(one, "cid")));
+            member_if_known("room", names.device_room(member_text(one, "cid")));
             out_ << YAML::EndMap;
             version_comment(one);
         }
         out_ << YAML::EndSeq;
     }
 
+    YAML::Emitter &out() { return out_; }
+
+  private:
     YAML::Emitter out_;
 };
 
@@ -75,10 +86,12 @@ exported_plan export_plan(gateway_session &session, bool versions) {
     const std::optional<std::string> config = app_config(session, report, made.missing);
     made.missing.emplace_back("groups, scenes, scene panels and linkage scenes");
     made.missing.emplace_back("the token and the cloud configuration");
-    made.missing.emplace_back("names and rooms of devices");
+    if (!session.names().names_devices()) {
+        made.missing.emplace_back("names and rooms of devices, unless --names has them");
+    }
     made.missing.emplace_back("firmware images");
     plan_writer writer;
-    YAML::Emitter &out = writer.out_;
+    YAML::Emitter &out = writer.out();
     out << YAML::BeginMap << YAML::Key << "plan" << YAML::Value << 1;
     out << YAML::Key << "gateways" << YAML::Value << YAML::BeginSeq << YAML::BeginMap;
     const json &about = report["gateway"];
@@ -90,7 +103,7 @@ exported_plan export_plan(gateway_session &session, bool versions) {
     if (report["channel"].is_number_integer()) {
         out << YAML::Key << "channel" << YAML::Value << report["channel"].get<int64_t>();
     }
-    writer.devices(report["devices"]);
+    writer.devices(report["devices"], session.names());
     if (config) {
         out << YAML::Key << "configuration" << YAML::Value << YAML::BeginMap;
         out << YAML::Key << "app" << YAML::Value << YAML::BeginMap;

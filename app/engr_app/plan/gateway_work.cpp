@@ -2,6 +2,7 @@
 // devices before what names them, and last the configuration that ends engineering.
 #include "plan/gateway_work.h"
 
+#include "base/counted.h"
 #include "base/json_text.h"
 #include "gateway/configuration.h"
 #include "lan_client/frame_types.h"
@@ -124,6 +125,18 @@ std::vector<std::string> gateway_work::changed_devices(const char *item) const {
     return ids;
 }
 
+// As people know the devices.
+std::string gateway_work::names_text(std::vector<std::string> ids) const {
+    for (std::string &id : ids) {
+        if (plan_.devices) {
+            const auto planned = std::ranges::find(*plan_.devices, id, &planned_device::id);
+            const bool named = planned != plan_.devices->end() && !planned->name.empty();
+            id = named ? planned->name : id;
+        }
+    }
+    return list_text(ids);
+}
+
 gateway_work::pending &gateway_work::add(const std::string &item, const std::string &words,
                                          std::function<step_check()> work) {
     outcome_.steps.push_back({.item = item, .words = words});
@@ -214,7 +227,7 @@ void gateway_work::add_for_devices(const char *change, const std::string &item,
                                    std::function<step_check()> work) {
     const std::string words =
         devices.empty() ? done_words
-                        : fmt::format("{} {}: {}", verb, devices.size(), list_text(devices));
+                        : fmt::format("{} {}: {}", verb, devices.size(), names_text(devices));
     pending &added = add(item, words, std::move(work));
     added.done_words = done_words;
     added.change = change;
@@ -246,8 +259,8 @@ void gateway_work::list_devices() {
                         [this] { return remove_others(); });
         outcome_.steps.back().irreversible = !others.empty();
     } else if (!others.empty()) {
-        outcome_.notes.push_back(
-            fmt::format("devices that are not in the plan: {}", others.size()));
+        outcome_.notes.push_back(fmt::format("{} not in the plan: {}",
+                                             counted(others.size(), "device"), list_text(others)));
     }
     if (plan_.join_time) {
         std::vector<std::string> absent = changed_devices("online");
@@ -260,7 +273,7 @@ void gateway_work::list_devices() {
 
 void gateway_work::list_groups() {
     for (const planned_group &group : plan_.groups) {
-        add_noted("group " + group.id, "devices " + list_text(group.devices),
+        add_noted("group " + group.id, "devices " + names_text(group.devices),
                   json(group.devices).dump(), group.devices,
                   [this, &group] { return change_group(group); });
     }
@@ -268,7 +281,7 @@ void gateway_work::list_groups() {
 
 void gateway_work::list_requests() {
     for (const planned_request &request : plan_.requests) {
-        add_noted(request.item, "devices " + list_text(request.devices), request.payload,
+        add_noted(request.item, "devices " + names_text(request.devices), request.payload,
                   request.devices, [this, &request] { return send_request(request); });
     }
     if (plan_.linkage) {
@@ -344,6 +357,21 @@ step_check gateway_work::bind_missing() {
     return step_check::answer;
 }
 
+// Returns how many devices are still absent at the end.
+std::size_t gateway_work::await_devices(std::chrono::steady_clock::time_point end) {
+    progress_bar bar = session_.out().bar("joining", plan_.devices->size(), "devices");
+    std::size_t absent = plan_.devices->size();
+    while (absent > 0 && !context_.interrupted && std::chrono::steady_clock::now() < end) {
+        static_cast<void>(reports_->next(
+            [](const lan_client::report &one) { return one.type == frame_type::sub_dev_bind_rpt; },
+            join_poll_interval));
+        read_site(false);
+        absent = changed_devices("online").size() + changed_devices("device").size();
+        bar.show(plan_.devices->size() - absent);
+    }
+    return absent;
+}
+
 // Joining is closed again, whatever happens, since anybody's device could join.
 step_check gateway_work::let_join() {
     const auto permit = [this](std::chrono::seconds time) {
@@ -352,24 +380,25 @@ step_check gateway_work::let_join() {
     };
     const auto end = std::chrono::steady_clock::now() + *plan_.join_time;
     permit(*plan_.join_time);
-    progress_bar bar = session_.out().bar("joining", plan_.devices->size(), "devices");
-    std::size_t absent = plan_.devices->size();
-    while (!context_.interrupted && std::chrono::steady_clock::now() < end) {
-        static_cast<void>(reports_->next(
-            [](const lan_client::report &one) { return one.type == frame_type::sub_dev_bind_rpt; },
-            join_poll_interval));
-        read_site(false);
-        absent = changed_devices("online").size() + changed_devices("device").size();
-        bar.show(plan_.devices->size() - absent);
-        if (absent == 0) {
-            break;
-        }
+    std::optional<failure> problem;
+    std::size_t absent = 0;
+    try {
+        absent = await_devices(end);
+    } catch (const failure &failed) {
+        problem = failed;
     }
-    permit(std::chrono::seconds(0));
+    try {
+        permit(std::chrono::seconds(0));
+    } catch (const failure &failed) {
+        problem = problem ? problem : failed;
+    }
+    if (problem) {
+        throw failure(*problem);
+    }
     if (absent > 0) {
         throw failure("not_joined",
                       fmt::format("not joined: {} of {} devices, {}", absent, plan_.devices->size(),
-                                  list_text(changed_devices("online"))));
+                                  names_text(changed_devices("online"))));
     }
     return step_check::reading;
 }
@@ -407,7 +436,7 @@ step_check gateway_work::change_group(const planned_group &group) {
     }
     if (!members.empty() && members != wanted) {
         throw failure("not_accepted", fmt::format("the group has {}, planned are {}",
-                                                  list_text(members), list_text(wanted)));
+                                                  names_text(members), names_text(wanted)));
     }
     return members.empty() ? step_check::answer : step_check::report;
 }

@@ -8,6 +8,7 @@
 #include "upgrade/image.h"
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -105,6 +106,8 @@ class gateway_work {
     [[nodiscard]] std::vector<std::string> changed_devices(const char *item) const;
     [[nodiscard]] std::string change_words(const char *item, const std::string &device) const;
 
+    [[nodiscard]] std::string names_text(std::vector<std::string> ids) const;
+
     pending &add(const std::string &item, const std::string &words,
                  std::function<step_check()> work);
     pending &add_readable(const char *change, const std::string &device, const std::string &item,
@@ -130,6 +133,7 @@ class gateway_work {
     step_check upgrade(const std::string &device, const planned_image &image);
     step_check bind_missing();
     step_check let_join();
+    std::size_t await_devices(std::chrono::steady_clock::time_point end);
     step_check remove_others();
     step_check change_group(const planned_group &group);
     step_check send_request(const planned_request &request);

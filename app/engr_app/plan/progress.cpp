@@ -25,6 +25,7 @@ using nlohmann::json;
 
 constexpr const char *format_member = "engr_plan_progress";
 constexpr std::size_t salt_bytes = 16;
+constexpr uint64_t greatest_noted_time = uint64_t{1} << 40;
 
 std::string new_salt() {
     std::random_device source;
@@ -40,7 +41,8 @@ bool is_progress(const json &value) {
            value.value("salt", json()).is_string() && value.value("gateways", json()).is_object() &&
            std::ranges::all_of(value["gateways"], [](const json &one) {
                return one.is_object() && one.value("id", json()).is_string() &&
-                      one.value("time", json()).is_number_integer() &&
+                      member_count(one, "time").value_or(greatest_noted_time) <
+                          greatest_noted_time &&
                       one.value("sent", json()).is_object();
            });
 }

@@ -61,6 +61,7 @@ json devices_json(const gateway_outcome &outcome) {
             device_json(planned, found == there.end() ? "missing" : state_of(*found->second)));
         there.erase(planned.id);
     }
+    there.erase(outcome.id); // a gateway may list itself
     for (const auto &[id, device] : there) {
         all.push_back(device_json({id, member_text(*device, "pid"), "", ""},
                                   outcome.plan.devices ? "not planned" : state_of(*device)));

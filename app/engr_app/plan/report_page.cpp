@@ -1,4 +1,5 @@
 // The report as documents: one description of its content, written as Markdown or as HTML.
+#include "base/counted.h"
 #include "base/escape.h"
 #include "base/json_text.h"
 #include "plan/report.h"
@@ -71,20 +72,35 @@ class markdown_page : public page {
     std::string text_;
 };
 
-constexpr const char *html_head =
-    "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>{}</title>\n"
-    "<style>\nbody {{ font: 14px/1.4 sans-serif; margin: 2em auto; max-width: 60em; }}\n"
-    "table {{ border-collapse: collapse; width: 100%; margin: 0.5em 0 1.5em; }}\n"
-    "th, td {{ border: 1px solid #999; padding: 0.25em 0.5em; text-align: left; "
-    "vertical-align: top; }}\n"
-    "th {{ background: #eee; }}\nh2 {{ break-after: avoid; margin-top: 2em; }}\n"
-    "tr {{ break-inside: avoid; }}\n.failed {{ background: #fdd; font-weight: bold; }}\n"
-    ".sign td {{ height: 4em; width: 33%; }}\n</style>\n</head>\n<body>\n";
+// For a screen, and for the paper that is signed.
+constexpr std::string_view html_style = R"(
+body { font: 14px/1.4 sans-serif; margin: 2em auto; max-width: 60em; padding: 0 1em; }
+h2 { margin-top: 2em; }
+table { border-collapse: collapse; width: 100%; margin: 0.5em 0 1.5em; }
+th, td { border: 1px solid #999; padding: 0.25em 0.5em; text-align: left; vertical-align: top; }
+td { overflow-wrap: anywhere; }
+th { background: #eee; }
+.failed { background: #fdd; font-weight: bold; }
+.offline { background: #fec; }
+.sign td { height: 4em; width: 33%; }
+h1, h2, h3, p { break-after: avoid; }
+tr, .sign { break-inside: avoid; }
+@page { size: A4; margin: 15mm; }
+@page { @bottom-right { content: counter(page) " / " counter(pages); font: 9px sans-serif; } }
+@media print {
+  body { font-size: 11px; margin: 0; max-width: none; padding: 0 1px; }
+  th, td { print-color-adjust: exact; }
+}
+)";
 
 class html_page : public page {
   public:
     explicit html_page(const std::string &title)
-        : text_(fmt::format(fmt::runtime(html_head), escaped(title))) {}
+        : text_(fmt::format("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n"
+                            "<meta charset=\"utf-8\">\n<meta name=\"viewport\" "
+                            "content=\"width=device-width\">\n<title>{}</title>\n"
+                            "<style>{}</style>\n</head>\n<body>\n",
+                            escaped(title), html_style)) {}
 
     void heading(std::size_t level, const std::string &text) override {
         text_ += fmt::format("<h{0}>{1}</h{0}>\n", level, escaped(text));
@@ -93,10 +109,11 @@ class html_page : public page {
         text_ += fmt::format("<p>{}</p>\n", escaped(text));
     }
     void table(const row &header, const std::vector<row> &rows) override {
-        text_ += "<table>\n";
+        text_ += "<table>\n<thead>\n"; // which is repeated on each sheet
         add_row("th", header);
+        text_ += "</thead>\n<tbody>\n";
         std::ranges::for_each(rows, [this](const row &one) { add_row("td", one); });
-        text_ += "</table>\n";
+        text_ += "</tbody>\n</table>\n";
     }
     void sign_off() override {
         text_ += "<h2>Accepted</h2>\n<table class=\"sign\">\n<tr><th>Date</th><th>Name</th>"
@@ -112,15 +129,27 @@ class html_page : public page {
     void add_row(const char *tag, const row &cells) {
         text_ += "<tr>";
         for (const std::string &cell : cells) {
-            const bool failed = cell == state_words("failed") || cell == "missing";
-            text_ += fmt::format("<{0}{1}>{2}</{0}>", tag, failed ? " class=\"failed\"" : "",
-                                 escaped(cell));
+            const char *mark = cell == state_words("failed") || cell == "missing"
+                                   ? " class=\"failed\""
+                               : cell == "offline" ? " class=\"offline\""
+                                                   : "";
+            text_ += fmt::format("<{0}{1}>{2}</{0}>", tag, mark, escaped(cell));
         }
         text_ += "</tr>\n";
     }
 
     std::string text_;
 };
+
+// "2026-11-25 19:35 UTC" of "2026-11-25T19:35:27.034Z".
+std::string minute_text(const std::string &time) {
+    constexpr std::size_t date_length = 10;
+    constexpr std::size_t minute_length = 16;
+    return time.size() < minute_length
+               ? time
+               : time.substr(0, date_length) + " " +
+                     time.substr(date_length + 1, minute_length - date_length - 1) + " UTC";
+}
 
 std::string summary_word(const json &gateway) {
     return gateway["as_planned"] == true ? "as planned" : state_words("failed");
@@ -130,9 +159,9 @@ void write_summary(page &to, const json &report) {
     const json &gateways = report["gateways"];
     const auto good =
         std::ranges::count_if(gateways, [](const json &one) { return one["as_planned"] == true; });
-    to.paragraph(fmt::format("{} on {}. As planned: {} of {} gateways.",
-                             report["applied"] == true ? "Applied" : "Looked at",
-                             member_text(report, "time"), good, gateways.size()));
+    to.paragraph(fmt::format(
+        "{} on {}. As planned: {} of {}.", report["applied"] == true ? "Applied" : "Looked at",
+        minute_text(member_text(report, "time")), good, counted(gateways.size(), "gateway")));
     std::vector<row> rows;
     for (const json &one : gateways) {
         rows.push_back({member_text(one, "gateway"), member_text(one, "id"),
