@@ -10,6 +10,8 @@ import re
 import shutil
 import sys
 
+import yaml
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [os.path.join(HERE, "..", "tests"), os.path.join(HERE, "..", "tests", "programs")]
 
@@ -45,6 +47,16 @@ SESSION = "\n".join([
     '{"at":9,"event":"log","level":3,"text":"t"}', '{"at":9,"event":"activity","text":"t"}',
     '{"at":9,"event":"closed","client":1,"by":"app"}', '{"at":9,"event":"lost","events":2}',
     '{"at":9,"event":"ended"}', ""])
+
+PLAN_SETTINGS = {
+    "channel": b"channel: 11, address: 127.0.0.1:6668, name: flat, key: {env: KEY}",
+    "devices": b"devices: [{id: a1, product: p, name: lamp, room: hall}], other_devices: remove, join_seconds: 9",
+    "scenes": b"scenes: [{group: g, id: s, actions: [{device: a1, set: {1: true, 2: 1.5, 3: x}}]}]",
+    "panels": b"panels: [{device: a1, buttons: [{button: 1, group: g, scene: s}]}]",
+    "linkage": b"linkage: [{id: l, name: n, actions: [{device: a1, set: {1: false}}]}], token: {file: t}",
+    "configuration": b'configuration: {app: {json: {a: "$${x"}}, cloud: {text: "{}"}}',
+    "firmware": b'firmware: {gateway: {image: f, version: "1.0"}, devices: {p: {image: f, version: "2"}}}',
+}
 
 # Answers of a gateway as lines of fuzz/support/hostile_gateway.h, for verbs and for clients.
 DEVICES = ['={"products":[{"cid":"a1","pid":"p"},{"cid":"b2","pid":"q"}]}', '={"online":["a1"],"offline":["b2"]}']
@@ -182,6 +194,17 @@ def file_inputs():
     yield "fuzz_app_files", "reports_of_several", b'r[{"result":' + both[0] + b'},{"error":{}}]\0' + both[1]
     yield "fuzz_app_files", "key_lines", b"k# keys\ngw1 0123456789abcdef\n127.0.0.1\tABCDEFGHIJKLMNOP\n"
     yield "fuzz_app_files", "key_json", b'k{"gw1": "0123456789abcdef"}'
+    with open(os.path.join(HERE, "..", "examples", "plans", "flats.yaml"), "rb") as file:
+        example = file.read()
+    yield "fuzz_app_plans", "example", b"y" + example
+    plan = yaml.safe_load(example)
+    yield "fuzz_app_plans", "example_json", b"j" + json.dumps(plan).encode()
+    for name, setting in PLAN_SETTINGS.items():
+        yield "fuzz_app_plans", name, b"yplan: 1\ngateways: [{id: gw1, " + setting + b"}]\n"
+    yield "fuzz_app_plans", "pattern", b'yplan: 1\ngateways: [{match: "g*", variables: {a: "${id}"}, name: "f ${a}"}]\n'
+    yield "fuzz_app_plans", "endless_documents", b"y, a]}\n"
+    yield "fuzz_app_plans", "aliases", b"yplan: 1\ntemplates: {t: {groups: &g [{id: a, devices: &d [x, y]}]}}\n" \
+        b"gateways: [{id: gw1, groups: *g, scenes: []}]\n"
     yield "fuzz_log_sanitizer", "lines", LOG.encode()
     for number, line in enumerate(LOG.splitlines()):
         yield "fuzz_log_sanitizer", f"line_{number}", line.encode()

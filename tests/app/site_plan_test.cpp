@@ -85,7 +85,9 @@ TEST_F(SitePlan, TellsOfAMistakeWhereItIsAndWhatIsExpectedThere) {
         {"plan: 1\ngateways: [{id: a}, {id: a}]", "gateways[1]: another gateway of the plan has"},
         {"plan: 1\ngateways: [{address: 1.2.3.400}]", "address: expected an IPv4 address"},
         {"plan: [", "plan.yaml:1: not valid YAML"},
-        {"plan: 1\n---\nplan: 1\n", "has 2 YAML documents"},
+        {"plan: 1\n---\nplan: 1\n", "plan.yaml: expected one YAML document"},
+        {", a]}\n", "expected one YAML document"},
+        {std::string(300, 'x') + ": 1\n", "the name of a member has 300 bytes"},
         {"a: &a [1,1,1,1,1,1,1,1,1,1]\nb: &b [*a,*a,*a,*a,*a,*a,*a,*a,*a,*a]\n"
          "c: &c [*b,*b,*b,*b,*b,*b,*b,*b,*b,*b]\nd: &d [*c,*c,*c,*c,*c,*c,*c,*c,*c,*c]\n"
          "e: &e [*d,*d,*d,*d,*d,*d,*d,*d,*d,*d]\nf: [*e,*e,*e,*e,*e,*e,*e,*e,*e,*e]\n",

@@ -15,10 +15,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/yaml.h>
 
 namespace engr_app {
@@ -29,7 +31,9 @@ using nlohmann::json;
 constexpr std::size_t max_plan_bytes = 4 * 1024 * 1024;
 // Aliases stand for what they name, so that a short text can mean a huge one.
 constexpr std::size_t max_plan_values = 1'000'000;
+constexpr std::size_t max_plan_values_per_byte = 16;
 constexpr std::size_t max_plan_depth = 64;
+constexpr std::size_t max_member_name_bytes = 256;
 constexpr std::size_t max_told_faults = 20;
 
 failure bad_plan(const std::string &sentence) {
@@ -63,12 +67,15 @@ json plain_scalar(const std::string &text) {
 // Makes JSON of YAML and notes the lines.
 class yaml_converter {
   public:
-    yaml_converter(const std::string &path, std::map<std::string, int> &lines)
-        : path_(path), lines_(lines) {}
+    /** @param text_bytes  size of the YAML */
+    yaml_converter(const std::string &path, std::size_t text_bytes,
+                   std::map<std::string, int> &lines)
+        : path_(path), lines_(lines),
+          max_values_(std::min(max_plan_values, max_plan_values_per_byte * text_bytes)) {}
 
     json convert(const YAML::Node &node, const std::string &place, std::size_t depth = 0) {
         const int line = node.Mark().line + 1;
-        if (++values_ > max_plan_values || depth > max_plan_depth) {
+        if (++values_ > max_values_ || depth > max_plan_depth) {
             refuse(line, "the plan has too many values or levels");
         }
         lines_.emplace(place, line);
@@ -95,6 +102,10 @@ class yaml_converter {
                 refuse(line, "the name of a member has to be a text");
             }
             const std::string &name = member.first.Scalar();
+            if (name.size() > max_member_name_bytes) {
+                refuse(line, fmt::format("the name of a member has {} bytes; it may have {}",
+                                         name.size(), max_member_name_bytes));
+            }
             if (!support::is_utf8(name) || members.contains(name)) {
                 refuse(line, fmt::format("member {} is given twice, or is no UTF-8", name));
             }
@@ -117,18 +128,42 @@ class yaml_converter {
 
     const std::string &path_;
     std::map<std::string, int> &lines_;
+    const std::size_t max_values_;
     std::size_t values_ = 0;
 };
+
+// Takes what is parsed, and does nothing with it.
+class document_skipper : public YAML::EventHandler {
+  public:
+    void OnDocumentStart(const YAML::Mark & /*mark*/) override {}
+    void OnDocumentEnd() override {}
+    void OnNull(const YAML::Mark & /*mark*/, YAML::anchor_t /*anchor*/) override {}
+    void OnAlias(const YAML::Mark & /*mark*/, YAML::anchor_t /*anchor*/) override {}
+    void OnScalar(const YAML::Mark & /*mark*/, const std::string & /*tag*/,
+                  YAML::anchor_t /*anchor*/, const std::string & /*value*/) override {}
+    void OnSequenceStart(const YAML::Mark & /*mark*/, const std::string & /*tag*/,
+                         YAML::anchor_t /*anchor*/, YAML::EmitterStyle::value /*style*/) override {}
+    void OnSequenceEnd() override {}
+    void OnMapStart(const YAML::Mark & /*mark*/, const std::string & /*tag*/,
+                    YAML::anchor_t /*anchor*/, YAML::EmitterStyle::value /*style*/) override {}
+    void OnMapEnd() override {}
+};
+
+// The library takes some wrong texts for documents without end, so that they can't all be loaded.
+bool is_one_document(const std::string &text) {
+    std::istringstream stream(text);
+    YAML::Parser parser(stream);
+    document_skipper skipper;
+    return parser.HandleNextDocument(skipper) && !parser.HandleNextDocument(skipper);
+}
 
 json read_yaml(const std::string &text, const std::string &path,
                std::map<std::string, int> &lines) {
     try {
-        const std::vector<YAML::Node> documents = YAML::LoadAll(text);
-        if (documents.size() != 1) {
-            throw bad_plan(
-                fmt::format("{}: has {} YAML documents, expected one", path, documents.size()));
+        if (!is_one_document(text)) {
+            throw bad_plan(path + ": expected one YAML document, and nothing behind it");
         }
-        return yaml_converter(path, lines).convert(documents.front(), "");
+        return yaml_converter(path, text.size(), lines).convert(YAML::Load(text), "");
     } catch (const YAML::Exception &problem) {
         throw bad_plan(
             fmt::format("{}:{}: not valid YAML: {}", path, problem.mark.line + 1, problem.msg));

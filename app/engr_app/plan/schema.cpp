@@ -18,6 +18,15 @@ namespace {
 using nlohmann::json;
 using valijson::adapters::NlohmannJsonAdapter;
 
+struct parsed_schema {
+    parsed_schema() : text(json::parse(site_plan_schema())) {
+        valijson::SchemaParser().populateSchema(NlohmannJsonAdapter(text), rules);
+    }
+
+    json text;
+    valijson::Schema rules;
+};
+
 // A part of the schema, behind its reference if it is one.
 const json &resolved(const json &schema, const json &part) {
     const auto reference = part.find("$ref");
@@ -97,18 +106,16 @@ schema_fault fault_of(const json &schema, const valijson::ValidationResults::Err
 } // namespace
 
 std::vector<schema_fault> schema_faults(const json &plan) {
-    const json text = json::parse(site_plan_schema());
-    valijson::Schema schema;
-    valijson::SchemaParser().populateSchema(NlohmannJsonAdapter(text), schema);
+    static const parsed_schema schema;
     valijson::ValidationResults results;
     valijson::Validator validator;
-    if (validator.validate(schema, NlohmannJsonAdapter(plan), &results)) {
+    if (validator.validate(schema.rules, NlohmannJsonAdapter(plan), &results)) {
         return {};
     }
     std::vector<schema_fault> faults;
     for (const valijson::ValidationResults::Error &error : results) {
         if (!is_of_another(error.description)) {
-            faults.push_back(fault_of(text, error));
+            faults.push_back(fault_of(schema.text, error));
         }
     }
     return faults;
