@@ -92,11 +92,13 @@ void PrintLog(int module, int level, const char *file, int line, const char *fun
     sim::core &core = sim::current_core();
     va_list arguments;
     va_start(arguments, format);
-    std::string message = sim::presentable(sim::formatted(format, arguments));
+    const std::string message = sim::formatted(format, arguments);
     va_end(arguments);
     call.note(message);
-    core.log.add({core.threads.now_ms(), core.threads.self().name, module, level, file, line,
-                  function, std::move(message)});
+    if (core.chosen.keeps_log) {
+        core.log.add({core.threads.now_ms(), core.threads.self().name, module, level, file, line,
+                      function, sim::presentable(message)});
+    }
     call.end(0);
     errno = saved_errno;
 }

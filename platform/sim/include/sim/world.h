@@ -63,6 +63,8 @@ struct options {
      * notice, not those of heap, log, clock and error code; makes systematic searches shorter.
      */
     bool quiet_points = true;
+    /** false: PrintLog formats its lines, but log() stays empty, which takes less time. */
+    bool keeps_log = true;
     /** Address of the gateway, host byte order: where a socket bound to any address is reached. */
     uint32_t gateway_address = 0xC0A80101;
     /** Behaviour of new connections; each can be changed later through peer::link(). */
