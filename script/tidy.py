@@ -52,7 +52,7 @@ AGENT_SYSTEM_HEADERS = set("""
     fcntl.h sys/stat.h unistd.h cjson/cJSON.h key_seeds.h""".split())
 
 # Headers that take seconds to compile stay out of headers of ours.
-HEAVY_HEADERS = re.compile(r"nlohmann/json\.hpp|CLI/|asio|spdlog/|gmock/|benchmark/")
+HEAVY_HEADERS = re.compile(r"nlohmann/json\.hpp|CLI/|asio|boost/|spdlog/|gmock/|benchmark/")
 
 CXX = r"\.(c|cc|cpp|h|hpp)$"
 IN_AGENT = "^" + re.escape(AGENT) + ".*" + CXX
@@ -85,8 +85,8 @@ LINE_RULES = (
     ("disabled_code", CXX, "raw", r"^\s*#\s*if\s+0\b|^\s*//.*(\);|\{)\s*$", "delete it; the history keeps it"),
     ("developer_path", ANY, "raw", r"(?<![\w.])/(home|root|Users|work)/", "name no path of one machine"),
     ("outside_address", r"^(?!.*\.json$)", "raw",
-     r"https?://(?!(www\.)?example\.|www\.w3\.org/(2000/svg|1999/xlink)\")",
-     "the project needs no address of the web but the names of a picture's format"),
+     r"https?://(?!([a-z]+\.)?example\b|127\.|\{|www\.w3\.org/(2000/svg|1999/xlink)\")",
+     "the project needs no address of the web but its own and the names of a picture's format"),
     ("postfix", ONE_HAND, "code", r"^\s*[\w.]+(\+\+|--);|; \w+(\+\+|--)\)",
      "write ++i where the old value is not used"),
     ("integer_spelling", ONE_HAND, "code", r"\bstd::u?int\d+_t\b", "write uint32_t, without std::"),

@@ -5,12 +5,18 @@
 #include <algorithm>
 #include <iostream>
 #include <string_view>
+#include <utility>
 
 namespace support {
 namespace {
 
 bool takes_value(const CLI::Option &option) {
     return option.get_items_expected_max() > 0;
+}
+
+/** Whether a word is no value of the option, since the value may be left out. */
+bool leaves_value_out(const CLI::Option &option, const std::string &word) {
+    return option.get_items_expected_min() == 0 && word.starts_with('-');
 }
 
 /** The option of that name here or, since global options may follow a verb, further up. */
@@ -38,9 +44,11 @@ struct place {
 };
 
 void pass_word(place &here, const std::string &word) {
-    if (here.waiting_option != nullptr) {
-        here.waiting_option = nullptr;
-    } else if (word == "--") {
+    const CLI::Option *const option_before = std::exchange(here.waiting_option, nullptr);
+    if (option_before != nullptr && !leaves_value_out(*option_before, word)) {
+        return;
+    }
+    if (word == "--") {
         here.only_words = true;
     } else if (!here.only_words && word.size() > 1 && word.front() == '-') {
         const CLI::Option *option = option_of_name(*here.verb, word);
@@ -107,7 +115,7 @@ std::vector<completion> options_from(const CLI::App &app) {
 
 std::vector<completion> candidates(const place &here, const std::string &word,
                                    const value_source &values) {
-    if (here.waiting_option != nullptr) {
+    if (here.waiting_option != nullptr && !leaves_value_out(*here.waiting_option, word)) {
         return values_of(*here.waiting_option, values);
     }
     if (!here.only_words && word.starts_with('-')) {

@@ -68,6 +68,10 @@ request parse_request(std::string_view line) {
     return asked;
 }
 
+std::string shown_result(const ordered_json &result, bool for_terminal) {
+    return result.dump(result.size() > 1 ? 2 : -1, ' ', for_terminal);
+}
+
 std::string result_line(const ordered_json &result) {
     return line_of({{"result", result}});
 }

@@ -79,6 +79,13 @@ std::string request_line(const request &asked);
 /** @return the request of a line; its verb is empty when the line is no request */
 request parse_request(std::string_view line);
 
+/**
+ * A result for a person: an object of several members takes a line for each.
+ *
+ * @param for_terminal  what is not ASCII is escaped
+ */
+std::string shown_result(const nlohmann::ordered_json &result, bool for_terminal = false);
+
 /** The reply line of a request that succeeded. */
 std::string result_line(const nlohmann::ordered_json &result);
 /** The reply line of a request that failed. */

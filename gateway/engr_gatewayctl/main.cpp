@@ -137,8 +137,7 @@ int show(const std::string &line, bool is_table) {
         if (is_table && columns != 0) {
             show_devices(result, columns);
         } else {
-            const bool is_wide = result.size() > 1;
-            std::cout << result.dump(is_wide ? 2 : -1, ' ', columns != 0) << '\n';
+            std::cout << control::shown_result(result, columns != 0) << '\n';
         }
         std::cout << std::flush;
         return std::cout ? 0 : complain("the answer could not be written", exit_failed);

@@ -176,4 +176,12 @@ ordered_json call_agent(const std::string &name, const std::vector<std::string> 
     throw gateway::usage_error("no such function; there are:" + known);
 }
 
+ordered_json agent_functions() {
+    auto all = ordered_json::array();
+    for (const exported_function &function : functions) {
+        all.push_back({{"name", function.name}, {"arguments", function.arguments}});
+    }
+    return all;
+}
+
 } // namespace gatewayd

@@ -19,4 +19,7 @@ namespace gatewayd {
 nlohmann::ordered_json call_agent(const std::string &name,
                                   const std::vector<std::string> &arguments);
 
+/** The functions that call_agent knows: "name", and "arguments" as a usage shows them. */
+nlohmann::ordered_json agent_functions();
+
 } // namespace gatewayd

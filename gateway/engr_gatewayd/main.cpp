@@ -1,6 +1,7 @@
 // engr_gatewayd: hosts the agent and the reference services on the Linux port.
 #include "activity_output.h"
 #include "agent_run.h"
+#include "console_output.h"
 #include "control_server.h"
 #include "data_dir.h"
 #include "engr_lan_agent.h"
@@ -118,6 +119,9 @@ class running_gateway {
         if (inputs.record) {
             listen_for_recording(inputs.record);
         }
+        if (chosen.console) {
+            listen_for_console();
+        }
         if (happenings_are_observed()) {
             options.call = tell_call;
         }
@@ -178,7 +182,9 @@ void run(const options &chosen, input_files &inputs) {
                      "engr_gatewayd: '%s' is not used: the data directory has a gateway already\n",
                      chosen.site.c_str());
     }
-    watch_server(chosen, described_gateway(chosen.data_dir));
+    console_output console(chosen);
+    watch_server(chosen, described_gateway(chosen.data_dir), console.page_address());
+    console.begin();
     const control_server control(answer_request);
     if (const int32_t result = chosen.access_point ? gateway::open_access_point() : 0;
         result != 0) {

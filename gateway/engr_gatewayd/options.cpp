@@ -34,6 +34,22 @@ std::string address_fault(const std::string &text) {
     return is_local ? "" : fmt::format("'{}' is not an address of this host", text);
 }
 
+/** What is wrong with a place for the console; empty when nothing is. */
+std::string console_place_fault(const std::string &text) {
+    return text.empty() || console::read_place(text, {"127.0.0.1", console::usual_port})
+               ? ""
+               : fmt::format("'{}' is not ADDRESS:PORT, ADDRESS or PORT, as in 127.0.0.1:{}", text,
+                             console::usual_port);
+}
+
+/** A gateway on a loopback address of its own has its console there, too. */
+console::place console_place_of(const std::string &text, const options &chosen) {
+    const std::string served = served_address(chosen);
+    const console::place usual{console::is_loopback(served) ? served : "127.0.0.1",
+                               console::usual_port};
+    return text.empty() ? usual : console::read_place(text, usual).value_or(usual);
+}
+
 std::vector<support::completion> value_completions(const std::string &kind) {
     std::vector<support::completion> found;
     if (kind == "IF") {
@@ -95,6 +111,16 @@ parsed_options parse_options(int count, char **arguments) {
     app.add_flag("--record-secrets", chosen.records_secrets,
                  "Leaves passwords, tokens and the local key in what is recorded")
         ->needs(record);
+    std::string console_place;
+    const CLI::Option *console =
+        app.add_option("--console", console_place,
+                       fmt::format("Serves a page that shows and operates the gateway; PLACE is "
+                                   "ADDRESS:PORT, ADDRESS or PORT (default: the gateway's own "
+                                   "address on loopback, else 127.0.0.1, with port {})",
+                                   console::usual_port))
+            ->type_name("[PLACE]")
+            ->expected(0, 1)
+            ->check([](const std::string &text) { return console_place_fault(text); });
     app.add_option("--mode", chosen.mode,
                    "0: LAN server and discovery; 1: WeChat discovery (default: 0)")
         ->type_name("0|1")
@@ -117,6 +143,9 @@ parsed_options parse_options(int count, char **arguments) {
         app.parse(count, arguments);
     } catch (const CLI::ParseError &error) {
         return {.chosen = {}, .ends = true, .status = app.exit(error) == 0 ? 0 : exit_usage};
+    }
+    if (console->count() != 0) {
+        chosen.console = console_place_of(console_place, chosen);
     }
     return {.chosen = chosen, .ends = false, .status = 0};
 }

@@ -1,6 +1,8 @@
 // The daemon's command line.
 #pragma once
 
+#include "console/place.h"
+
 #include <optional>
 #include <string>
 
@@ -22,8 +24,9 @@ struct options {
     bool records_secrets = false;
     int mode = 0;
     bool access_point = false;
-    std::optional<int> log_level;   /**< none: the file has the usual ones, and none is shown */
-    bool is_quiet = false;          /**< what apps do is not shown */
+    std::optional<int> log_level; /**< none: the file has the usual ones, and none is shown */
+    std::optional<console::place> console; /**< where it is served; none: there is none */
+    bool is_quiet = false;                 /**< what apps do is not shown */
     bool waits_for_address = false; /**< goes on trying while the address is taken at the start */
 };
 

@@ -21,6 +21,7 @@ constexpr uint16_t server_port = 6668;
 
 options watched;
 std::string ready_text;
+std::string console_address;
 std::atomic<bool> is_listening;
 std::atomic<bool> was_ready;
 std::atomic<bool> has_complained;
@@ -72,15 +73,17 @@ void on_server_event(const linux_port::server_notice &notice) {
 
 } // namespace
 
-void watch_server(const options &chosen, std::string gateway) {
+void watch_server(const options &chosen, std::string gateway, std::string console) {
     watched = chosen;
     ready_text = std::move(gateway);
+    console_address = std::move(console);
     linux_port::set_server_observer(on_server_event);
 }
 
 void say_ready(const std::string &service) {
-    std::printf("ready: %s on %s, %s\n", service.c_str(), shown_address().c_str(),
-                ready_text.c_str());
+    std::printf("ready: %s on %s, %s%s%s\n", service.c_str(), shown_address().c_str(),
+                ready_text.c_str(), console_address.empty() ? "" : ", console ",
+                console_address.c_str());
     std::fflush(stdout);
     notify_service_manager("READY=1\nSTATUS=" + service + " on " + shown_address() + ", " +
                            ready_text);

@@ -12,8 +12,9 @@ namespace gatewayd {
  * daemon by a signal, unless it is to wait; later, prints a message.
  *
  * @param gateway  what the gateway is and has, for the ready line
+ * @param console  address of its page, which nobody else is told: it has the token; may be empty
  */
-void watch_server(const options &chosen, std::string gateway);
+void watch_server(const options &chosen, std::string gateway, std::string console);
 
 /**
  * Prints the ready line.

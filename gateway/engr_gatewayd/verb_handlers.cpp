@@ -106,15 +106,6 @@ ordered_json start_upgrade(const texts &arguments) {
     return with_success(gateway::start_upgrade(wanted));
 }
 
-ordered_json show_status(const texts &) {
-    ordered_json all{{"mode", agent_mode()},
-                     {"started", agent_is_started()},
-                     {"listening", server_is_listening()},
-                     {"clients", engr_lan_pro_cntl_get_valid_connect_cnt()}};
-    all.update(gateway::status());
-    return all;
-}
-
 /** Data points as JSON, or as DP=VALUE; what is neither JSON's true, false nor a number is text. */
 std::string given_data_points(const texts &arguments) {
     if (arguments.size() == 2 && arguments[1].starts_with('{')) {
@@ -150,7 +141,7 @@ struct verb_handler {
 
 /** In the order of control::verbs. */
 constexpr verb_handler handlers[] = {
-    {"status", show_status},
+    {"status", [](const texts &) { return gateway_status(); }},
     {"devices", [](const texts &) { return gateway::devices(); }},
     {"set",
      [](const texts &a) {
@@ -242,6 +233,15 @@ std::string answer_to(const control::request &request) {
 }
 
 } // namespace
+
+ordered_json gateway_status() {
+    ordered_json all{{"mode", agent_mode()},
+                     {"started", agent_is_started()},
+                     {"listening", server_is_listening()},
+                     {"clients", engr_lan_pro_cntl_get_valid_connect_cnt()}};
+    all.update(gateway::status());
+    return all;
+}
 
 std::string answer_request(std::string_view line) {
     const uint64_t began_us = happenings_time();

@@ -14,7 +14,8 @@ from gateway import program
 from tidy import TOKENS
 
 # Pages whose commands another program runs.
-PLAYED_BY = {"docs/commissioning.md": "tests/programs/commissioning_test.py", "docs/porting.md": "packaging/walk_guide"}
+PLAYED_BY = {"docs/commissioning.md": "tests/programs/commissioning_test.py",
+             "docs/console.md": "tests/programs/console_page_test.py", "docs/porting.md": "packaging/walk_guide"}
 NEEDS_LIBRARY = "docs/client.md"
 PROGRAMS = ("engr_app", "engr_gatewayd", "engr_gatewayctl", "engr_session")
 

@@ -50,6 +50,8 @@ class CompletionTest(unittest.TestCase):
             (("engr_gatewayd", "--log"), ["--log-level"]),
             (("engr_gatewayd", "--site", "gate"), ["gateways.json"]),
             (("engr_gatewayd", "--mode", ""), ["0", "1"]),
+            (("engr_gatewayd", "--console", "--tr"), ["--trace"]),
+            (("engr_gatewayd", "--console", "x", "--tr"), ["--trace"]),
             (("engr_gatewayctl", "callback", "x", ""), ["absent", "present"]),
             (("engr_gatewayctl", "--data-dir", "x", "wifi"), ["wifi-config-needed", "wifi-mode"]),
         ]
