@@ -167,7 +167,7 @@ int export_capture(const arguments &given) {
 void declare_verbs(CLI::App &app, arguments &given, int (*&work)(const arguments &)) {
     const auto add = [&](const char *name, const char *help, int (*done)(const arguments &)) {
         CLI::App *verb = app.add_subcommand(name, help);
-        verb->add_option("FILE", given.file, "A session file")->required()->type_name("FILE");
+        verb->add_option("FILE", given.file, "A session file")->required()->type_name("");
         verb->callback([&work, done] { work = done; });
         return verb;
     };
@@ -184,7 +184,7 @@ void declare_verbs(CLI::App &app, arguments &given, int (*&work)(const arguments
     CLI::App *exported =
         add("export", "Writes the packets for Wireshark, and tells the key", export_capture);
     exported->add_option("--pcapng", given.pcapng, "The capture file to write")
-        ->type_name("OUT")
+        ->type_name("FILE")
         ->required();
 }
 

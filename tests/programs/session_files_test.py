@@ -18,6 +18,8 @@ SITE = {"gateway": {"gw_id": "recorded1", "local_key": LOCAL_KEY, "active_stat":
         "devices": [{"dev_id": "lamp1", "pid": "p", "online": True, "dps": {"1": False}}]}
 DISSECTOR = os.path.join(os.path.dirname(__file__), "..", "..", "tools", "wireshark", "engr_lan.lua")
 WIFI_MODIFY = 15
+# The block of a request under the public key that has the password.
+SECRET_BLOCK = encrypt(KEYS[3], b'{"ssid": "net", "passwd": "open sesame"')[16:32]
 
 
 def events(path):
@@ -99,11 +101,10 @@ class SessionFilesTest(unittest.TestCase):
                          {event["event"] for event in all_events}, set())
         capture = self.path("capture")
         self.assertEqual(session("export", self.record, "--pcapng", capture).returncode, 0)
-        cipher = encrypt(KEYS[3], b'{"ssid": "net", "passwd": "open sesame"')[16:32]
         for path in (self.record, capture, *paths):
             with open(path, "rb") as file:
                 content = file.read()
-            for secret in (*(each.encode() for each in SECRETS), cipher):
+            for secret in (*(each.encode() for each in SECRETS), SECRET_BLOCK):
                 for form in (secret, secret.hex().encode()):
                     self.assertNotIn(form, content, path)
 
@@ -113,7 +114,7 @@ class SessionFilesTest(unittest.TestCase):
         self.assertEqual((header["secrets"], header["key"]), (True, LOCAL_KEY))
         with open(self.record, encoding="utf-8") as file:
             text = file.read()
-        for secret in SECRETS:
+        for secret in (*SECRETS, SECRET_BLOCK.hex()):
             self.assertIn(secret, text)
 
     def test_a_kill_leaves_whole_lines(self):
