@@ -80,6 +80,10 @@ class SessionFilesTest(unittest.TestCase):
                     cipher = encrypt(key, text)
                     connection.sendall(request(5, WIFI_MODIFY, cipher[:-16] + bytes(16)))
                 connection.sendall(request(6, WIFI_MODIFY, encrypt(KEYS[3], text))[:-9])
+                connection.shutdown(socket.SHUT_WR)
+                connection.settimeout(PATIENCE_S)
+                while connection.recv(4096):
+                    pass  # until the gateway has read all and closes, too
         for path, end in done:
             self.assertEqual(end.returncode, 0, end.stderr)
             self.assertEqual(stat.S_IMODE(os.stat(path).st_mode), 0o600)
@@ -116,6 +120,23 @@ class SessionFilesTest(unittest.TestCase):
             text = file.read()
         for secret in (*SECRETS, SECRET_BLOCK.hex()):
             self.assertIn(secret, text)
+
+    def test_credentials_by_datagram_are_recorded_without_secrets(self):
+        with Gateway("--ap", "--record", self.record, site=SITE) as gateway:
+            path = self.path("app.jsonl")
+            # Nobody waits for the outcome, so the app may call it a failure.
+            subprocess.run([program("engr_app"), "--record", path, "--interface", "lo", "--listen", "1", "provision",
+                            "--ssid", "net", "--password", SECRETS[0], "--token", SECRETS[1], "--yes", "--force",
+                            "--address", gateway.address, "--repeat", "1", "--wait", "1"], capture_output=True,
+                           check=False, timeout=PATIENCE_S)
+        for record in (self.record, path):
+            told = [event for event in events(record)[1] if event.get("port") == 6669]
+            self.assertEqual([(event["from"], json.loads(event["text"])) for event in told],
+                             [("app", {"ssid": "net", "passwd": "*" * 11, "token": "*" * 11})], record)
+            with open(record, encoding="utf-8") as file:
+                text = file.read()
+            for secret in SECRETS[:2]:
+                self.assertNotIn(secret, text)
 
     def test_a_kill_leaves_whole_lines(self):
         with Gateway("--record", self.record, site=SITE) as gateway:
