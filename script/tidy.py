@@ -96,7 +96,7 @@ LINE_RULES = (
     ("tab", r"^(?!packaging/debian/rules$)", "raw", r"\t", "indent with blanks"),
     ("trailing_blank", ANY, "raw", r"[ \r]+$", "delete the blanks at the end"),
     ("long_line", CXX, "raw", r"^.{101}", "break the line at 100 columns"),
-    ("long_line", r"^(?!.*\.(json|md|svg)$)(?!.*" + CXX + ")", "raw", r"^.{121}", "break the line at 120 columns"),
+    ("long_line", r"^(?!.*\.(jsonl?|md|svg)$)(?!.*" + CXX + ")", "raw", r"^.{121}", "break the line at 120 columns"),
     ("long_line", r"\.md$", "raw", r"^(?!\|).{121}", "break the line at 120 columns; only tables may be wider"),
 )
 

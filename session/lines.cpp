@@ -107,6 +107,9 @@ struct event_writer {
     void operator()(const frame &of) const {
         client(of.client).text("from", side_name(of.from));
         began(of.began_us);
+        if (of.first_bytes != 0) {
+            line.number("first", of.first_bytes);
+        }
         put_content(line, of.content, type_name(of.content.type),
                     usual_coding(of.from, of.content));
     }
@@ -272,6 +275,9 @@ frame read_frame(members &from, uint64_t at_us) {
     read.client = from.client();
     read.from = side_of(from.need("from"));
     read.began_us = read_began(from, at_us);
+    if (from.find("first")) {
+        read.first_bytes = from.word("first");
+    }
     read.content = read_content(
         from, [&](const frame_content &content) { return usual_coding(read.from, content); });
     return read;

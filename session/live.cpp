@@ -196,8 +196,9 @@ void live_events::hand_out_piece(uint64_t at_us, const open_client &client, side
         piece.began_us < at_us ? std::optional(piece.began_us) : std::nullopt;
     if (auto *whole = std::get_if<lan_client::frame>(&piece.content)) {
         const known_keys &keys = client.keys ? *client.keys : keys_;
-        hand_out(at_us,
-                 frame{client.number, from, began_us, words_of(from, std::move(*whole), keys)});
+        const uint32_t first_bytes = from == side::app && began_us ? piece.first_bytes : 0;
+        hand_out(at_us, frame{client.number, from, began_us,
+                              words_of(from, std::move(*whole), keys), first_bytes});
     } else {
         hand_out(at_us, raw_bytes{client.number, from, began_us,
                                   std::get<std::string>(std::move(piece.content))});

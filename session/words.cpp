@@ -5,6 +5,7 @@
 #include "support/utf8.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace session {
@@ -77,6 +78,10 @@ std::vector<stream_piece> stream_words::take(uint64_t at_us, std::string_view by
         if (found.status == decode_status::whole) {
             put_noise(pieces, noise, at);
             pieces.push_back({time_of(at), std::move(found.decoded)});
+            const std::size_t first = arrival_of(at)->end - at;
+            if (first < found.consumed_bytes) {
+                pieces.back().first_bytes = static_cast<uint32_t>(first);
+            }
             at += found.consumed_bytes;
             noise = at;
         } else {
@@ -105,11 +110,15 @@ void stream_words::put_noise(std::vector<stream_piece> &pieces, std::size_t begi
     }
 }
 
-uint64_t stream_words::time_of(std::size_t at) const {
+std::vector<stream_words::arrival>::const_iterator stream_words::arrival_of(std::size_t at) const {
     const auto found = std::upper_bound(
         arrivals_.begin(), arrivals_.end(), at,
         [](std::size_t position, const arrival &one) { return position < one.end; });
-    return found == arrivals_.end() ? arrivals_.back().at_us : found->at_us;
+    return found == arrivals_.end() ? std::prev(found) : found;
+}
+
+uint64_t stream_words::time_of(std::size_t at) const {
+    return arrival_of(at)->at_us;
 }
 
 void stream_words::drop(std::size_t count) {

@@ -1,4 +1,5 @@
-# bash completion of engr_app, engr_gatewayd, engr_gatewayctl and engr_session: the programs know their own words.
+# bash completion of engr_app, engr_gatewayd, engr_gatewayctl, engr_replay and engr_session: the programs know
+# their own words.
 
 _engr_complete() {
     local program=${COMP_WORDS[0]} cur words cword answer word
@@ -24,4 +25,4 @@ _engr_complete() {
     fi
 }
 
-complete -F _engr_complete engr_app engr_gatewayd engr_gatewayctl engr_session
+complete -F _engr_complete engr_app engr_gatewayd engr_gatewayctl engr_replay engr_session

@@ -17,7 +17,7 @@ from tidy import TOKENS
 PLAYED_BY = {"docs/commissioning.md": "tests/programs/commissioning_test.py",
              "docs/console.md": "tests/programs/console_page_test.py", "docs/porting.md": "packaging/walk_guide"}
 NEEDS_LIBRARY = "docs/client.md"
-PROGRAMS = ("engr_app", "engr_gatewayd", "engr_gatewayctl", "engr_session")
+PROGRAMS = ("engr_app", "engr_gatewayd", "engr_gatewayctl", "engr_replay", "engr_session")
 
 
 @functools.lru_cache(None)
@@ -30,7 +30,7 @@ def help_of(*command):
 def program_texts():
     """The texts in the sources of the programs, each as the compiler joins its pieces."""
     texts = []
-    for part in ("app", "gateway", "support"):
+    for part in ("app", "gateway", "replay", "support"):
         for path in glob.glob(f"{part}/**/*.cpp", root_dir=ROOT, recursive=True):
             with open(os.path.join(ROOT, path), encoding="utf-8") as file:
                 source = file.read()

@@ -52,6 +52,7 @@ class CompletionTest(unittest.TestCase):
             (("engr_gatewayd", "--mode", ""), ["0", "1"]),
             (("engr_gatewayd", "--console", "--tr"), ["--trace"]),
             (("engr_gatewayd", "--console", "x", "--tr"), ["--trace"]),
+            (("engr_replay", "--as", ""), ["fuzz-seed", "scenario", "test"]),
             (("engr_gatewayctl", "callback", "x", ""), ["absent", "present"]),
             (("engr_gatewayctl", "--data-dir", "x", "wifi"), ["wifi-config-needed", "wifi-mode"]),
         ]
@@ -80,7 +81,8 @@ class ManualTest(unittest.TestCase):
     @unittest.skipUnless(shutil.which("mandoc"), "no mandoc")
     def test_what_programs_say_for_their_manual_pages_is_sound(self):
         for name, words in (("engr_app", ["channel set", "interface"]), ("engr_gatewayd", ["wait\\-for\\-address"]),
-                            ("engr_gatewayctl", ["fault", "timeout"]), ("engr_session", ["export", "pcapng"])):
+                            ("engr_gatewayctl", ["fault", "timeout"]), ("engr_replay", ["shrink"]),
+                            ("engr_session", ["export", "pcapng"])):
             with self.subTest(program=name):
                 said = subprocess.run([program(name), "__manual"], capture_output=True, text=True, check=True,
                                       timeout=PATIENCE_S).stdout

@@ -67,6 +67,8 @@ struct frame {
     side from = side::app;
     std::optional<uint64_t> began_us; /**< when its first byte came, if earlier */
     frame_content content;
+    uint32_t first_bytes = 0; /**< of an app's frame that came in pieces: those of the first piece;
+                                 a gateway drops a frame whose first piece is short */
 };
 
 /** Bytes of a connection that are no frame, or only half of one. */

@@ -24,6 +24,7 @@ struct known_keys {
 struct stream_piece {
     uint64_t began_us = 0; /**< when its first byte came */
     std::variant<lan_client::frame, std::string> content;
+    uint32_t first_bytes = 0; /**< of a frame that came in pieces: those of the first piece */
 };
 
 /**
@@ -54,6 +55,9 @@ class stream_words {
         std::size_t end; /**< in the buffer, behind the last of them */
         uint64_t at_us;
     };
+
+    /** The one that brought a byte of the buffer. */
+    [[nodiscard]] std::vector<arrival>::const_iterator arrival_of(std::size_t at) const;
 
     side from_;
     std::string buffer_;
