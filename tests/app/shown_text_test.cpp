@@ -152,6 +152,17 @@ TEST(table, is_sorted_by_numbers_and_quoted_where_csv_needs_it) {
     EXPECT_THROW(static_cast<void>(apply({.sort_by = "size"}, points)), failure);
 }
 
+TEST(table, breaks_a_sentence_at_the_end_of_a_row_into_lines) {
+    const table steps{{"ITEM", "WHAT"},
+                      {{"channel", "the gateway took it, but still has channel 11, planned 20"}}};
+    EXPECT_EQ(table_for_terminal(steps, {}, 42, false), "ITEM     WHAT\n"
+                                                        "channel  the gateway took it, but still\n"
+                                                        "         has channel 11, planned 20\n");
+    EXPECT_EQ(table_text(steps, {}),
+              "ITEM\tWHAT\nchannel\tthe gateway took it, but still has channel "
+              "11, planned 20\n");
+}
+
 TEST(versions, are_ordered_by_their_numbers) {
     for (const auto &[older, newer] :
          {std::pair("2.0.9", "2.0.10"), {"v1.9", "2"}, {"1.0-rc1", "1.0-rc2"}}) {
