@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <istream>
 #include <stdexcept>
 
 namespace replay {
