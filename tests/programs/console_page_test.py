@@ -193,6 +193,10 @@ class Page(unittest.TestCase):
             app.ask(lan_codec.FRM_GET_CHANNEL)
         browser.wait("document.querySelector('#hold').textContent === 'Go on (10 new)'")
         self.assertEqual(len(self.rows(".")), 10, "expected that nothing moves while it is held")
+        self.fill("#filter-from", "gateway")
+        self.wait_for_rows(4)
+        browser.wait("document.querySelector('#hold').textContent === 'Go on (5 new)'")
+        self.fill("#filter-from", "")
         browser.click("#hold")
         self.wait_for_rows(20)
 

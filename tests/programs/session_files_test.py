@@ -36,7 +36,8 @@ def conversation(path):
     told = {}
     for event in events(path)[1]:
         if event["event"] in ("frame", "bytes"):
-            kept = {name: value for name, value in event.items() if name not in ("at", "began", "client")}
+            # Only the gateway's side tells how a frame came.
+            kept = {name: value for name, value in event.items() if name not in ("at", "began", "first", "client")}
             told.setdefault((event["client"], event["from"]), []).append(kept)
     return [told[place] for place in sorted(told)]
 

@@ -10,10 +10,11 @@ const counts_ms = 250;
 
 export class timeline {
     is_held = false;
+    /** The last event that is shown while it is held. */
+    #last_id = Infinity;
     #journal;
     #filter = new event_filter();
     #list;
-    #held = 0;
     #is_count_due = false;
     #typing = 0;
 
@@ -55,11 +56,9 @@ export class timeline {
 
     /** Takes what journal.add has found. */
     take({ added, failed_late, gone }) {
-        if (this.is_held) {
-            this.#held += added.filter((event) => this.#filter.accepts(event)).length;
-        } else if (this.#filter.failures && failed_late.length > 0) {
+        if (!this.is_held && this.#filter.failures && failed_late.length > 0) {
             this.#refilter();
-        } else {
+        } else if (!this.is_held) {
             this.#drop_gone(gone);
             this.#list.append(added.filter((event) => this.#filter.accepts(event)));
         }
@@ -74,10 +73,11 @@ export class timeline {
 
     /** Freezes what is shown, or goes on with what has come meanwhile. */
     hold(does) {
+        const came = this.#count_held_back();
         this.is_held = does;
+        this.#last_id = does ? this.#journal.events.at(-1)?.id ?? 0 : Infinity;
         by_id("hold").setAttribute("aria-pressed", does);
-        announce(does ? "the time line is held" : `going on, ${number_of(this.#held, "event")} meanwhile`);
-        this.#held = 0;
+        announce(does ? "the time line is held" : `going on, ${number_of(came, "event")} meanwhile`);
         if (!does) {
             this.#refilter();
         }
@@ -90,6 +90,9 @@ export class timeline {
 
     /** Shows an event, and gives up the filter that hides it. */
     reveal(event) {
+        if (event.id > this.#last_id) {
+            this.hold(false);
+        }
         if (!this.#list.shown.includes(event)) {
             this.#reset([...this.#filter.groups, event.group]);
             if (!this.#list.shown.includes(event)) {
@@ -114,6 +117,9 @@ export class timeline {
         this.#list.selected = null;
         by_id("details").hidden = true;
         this.#list.follow(true);
+        if (this.is_held) {
+            this.hold(false);
+        }
         this.#refilter();
     }
 
@@ -174,6 +180,7 @@ export class timeline {
     }
 
     #reset(shown_groups) {
+        clearTimeout(this.#typing);
         this.#filter = new event_filter();
         this.#filter.groups = new Set(shown_groups);
         for (const name of ["client", "type", "from", "search"]) {
@@ -185,7 +192,8 @@ export class timeline {
     }
 
     #refilter() {
-        this.#list.replace(this.#journal.events.filter((event) => this.#filter.accepts(event)));
+        this.#list.replace(this.#journal.events.filter((event) =>
+            event.id <= this.#last_id && this.#filter.accepts(event)));
         this.#show_counts();
     }
 
@@ -198,10 +206,20 @@ export class timeline {
         }
     }
 
+    /** How many events the filter would show if the time line went on. */
+    #count_held_back() {
+        const { events } = this.#journal;
+        let number = 0;
+        for (let at = events.length - 1; at >= 0 && events[at].id > this.#last_id; --at) {
+            number += this.#filter.accepts(events[at]) ? 1 : 0;
+        }
+        return number;
+    }
+
     #show_counts() {
         const { shown } = this.#list;
         set_text(by_id("shown-count"), `${count(shown.length)} of ${number_of(this.#journal.events.length, "event")}`);
-        set_text(by_id("hold"), this.is_held ? `Go on (${count(this.#held)} new)` : "Hold");
+        set_text(by_id("hold"), this.is_held ? `Go on (${count(this.#count_held_back())} new)` : "Hold");
         for (const button of by_id("group-choice").querySelectorAll("button")) {
             set_text(button.lastChild, ` ${count(this.#journal.totals[button.dataset.group])}`);
         }
