@@ -41,8 +41,10 @@ reader::reader(const std::string &path) : reader(open_session_file(path), path) 
 reader::reader(std::unique_ptr<std::istream> from, std::string name)
     : name_(std::move(name)), file_(std::move(from)) {
     const std::optional<std::string> line = next_line();
-    if (!line) {
-        throw support::input_error(name_ + ": is no session file: it has no whole line");
+    if (!line || line->find("\"session\"") == std::string::npos) {
+        throw support::input_error(
+            name_ + ": is no session file: " +
+            (line ? "its first line does not say so" : "it has no whole line"));
     }
     start_ = read_header(*line, place());
 }

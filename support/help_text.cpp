@@ -28,7 +28,12 @@ class program_layout : public CLI::Formatter {
         for (const CLI::Option *one : app->get_options()) {
             shown += help_entry(option_name(*one), one->get_description(), columns);
         }
-        shown += '\n';
+        const auto verbs = app->get_subcommands([](const CLI::App *) { return true; });
+        for (const CLI::App *verb : verbs) {
+            shown += verb == verbs.front() ? "\nVerbs:\n" : "";
+            shown += help_entry(verb->get_name(), verb->get_description(), columns);
+        }
+        shown += app->get_footer().empty() ? "" : "\n";
         std::istringstream lines(app->get_footer());
         for (std::string line; std::getline(lines, line);) {
             shown += line.size() > columns ? wrapped(line, columns, 0, 0) : line + '\n';
@@ -98,7 +103,12 @@ std::string option_name(const CLI::Option &option) {
 void set_program_help(CLI::App &app, const std::string &usage) {
     app.formatter(std::make_shared<program_layout>(usage));
     app.get_help_ptr()->description("Show this help");
-    app.get_option("--version")->description("Show the version");
+    if (CLI::Option *version = app.get_option_no_throw("--version")) {
+        version->description("Show the version");
+    }
+    app.failure_message([](const CLI::App *of, const CLI::Error &error) {
+        return of->get_name() + ": " + error.what() + "; see " + of->get_name() + " --help\n";
+    });
 }
 
 } // namespace support

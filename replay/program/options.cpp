@@ -1,6 +1,7 @@
 #include "program/options.h"
 
 #include "support/completion.h"
+#include "support/help_text.h"
 #include "support/manual_page.h"
 
 #include <CLI/CLI.hpp>
@@ -83,6 +84,7 @@ parsed_options parse_options(int count, char **arguments) {
     CLI::App app("Plays a recorded session into the agent, in virtual time, and tells where it "
                  "answers differently from the record.");
     declare_options(app, parsed.chosen);
+    support::set_program_help(app, "engr_replay [OPTIONS] SESSION");
     app.footer("Exit status: 0 the agent answers as recorded, or a file was written; 1 it answers "
                "differently, or the work failed; 2 wrong usage or an unreadable file.");
     if (answer_about_options(app, count, arguments)) {

@@ -5,6 +5,7 @@
 #include "session/start.h"
 #include "story.h"
 #include "support/completion.h"
+#include "support/help_text.h"
 #include "support/input_error.h"
 #include "support/manual_page.h"
 #include "support/numbers.h"
@@ -169,6 +170,7 @@ void declare_verbs(CLI::App &app, arguments &given, int (*&work)(const arguments
         CLI::App *verb = app.add_subcommand(name, help);
         verb->add_option("FILE", given.file, "A session file")->required()->type_name("");
         verb->callback([&work, done] { work = done; });
+        support::set_program_help(*verb, fmt::format("engr_session {} [OPTIONS] FILE", name));
         return verb;
     };
     CLI::App *shown = add("show", "Shows the story, a line for each event", show);
@@ -194,7 +196,8 @@ int run(int count, char **words) {
     CLI::App app("Shows, checks and exports what engr_gatewayd and engr_app record with --record.");
     app.name("engr_session");
     app.set_version_flag("--version", "engr_session " ENGR_VERSION);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
+    support::set_program_help(app, "engr_session VERB [OPTIONS] FILE");
     declare_verbs(app, given, work);
     app.footer("Exit status: 0 done; 1 the recording is not complete (check), or the output cannot "
                "be written; 2 wrong usage or an unreadable file.");
@@ -207,6 +210,9 @@ int run(int count, char **words) {
         app.parse(count, words);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : exit_usage;
+    }
+    if (work == nullptr) {
+        return complain("a verb is missing; see engr_session --help", exit_usage);
     }
     const int status = work(given);
     std::cout << std::flush;

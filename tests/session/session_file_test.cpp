@@ -116,7 +116,7 @@ TEST(session_file, tells_what_is_wrong_and_where) {
         const char *complaint;
     } cases[] = {
         {"", "FILE: is no session file"},
-        {"{}\n", "FILE: line 1: has no session"},
+        {"{}\n", "FILE: is no session file: its first line does not say so"},
         {R"({"session":2})"
          "\n",
          "FILE: line 1: session: this program reads version 1"},

@@ -32,7 +32,8 @@ namespace support {
 [[nodiscard]] std::string option_name(const CLI::Option &option);
 
 /**
- * Lays out the help of a program that has options only.
+ * Lays out the help of a program, or of one of its verbs: its options, then the verbs that it has.
+ * Wrong usage gets one line that names the program.
  *
  * @param usage  as in "engr_gatewayd [OPTIONS]"
  */
