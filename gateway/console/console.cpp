@@ -172,10 +172,9 @@ std::unique_ptr<conversation> live_console::feed::converse(nudge hurry) {
 }
 
 milliseconds live_console::feed::prepare_round() {
-    for (numbered_event &each : intake_.take()) {
-        history_.add(std::move(each));
-        has_news_ = true;
-    }
+    taken_events taken = intake_.take();
+    has_news_ = has_news_ || !taken.events.empty();
+    history_.add(std::move(taken));
     if (!server_.has_conversations()) {
         state_.clear();
         return idle_state_time;

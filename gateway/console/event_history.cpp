@@ -29,10 +29,17 @@ bool event_intake::add(std::string text) {
     return waiting_.size() == 1;
 }
 
-std::vector<numbered_event> event_intake::take() {
+taken_events event_intake::take() {
     const std::lock_guard guard(mutex_);
     bytes_ = 0;
-    return std::exchange(waiting_, {});
+    return {std::exchange(waiting_, {}), next_id_};
+}
+
+void event_history::add(taken_events taken) {
+    next_id_ = taken.next_id;
+    for (numbered_event &each : taken.events) {
+        add(std::move(each));
+    }
 }
 
 void event_history::add(numbered_event event) {
@@ -64,6 +71,10 @@ std::string event_history::next(event_cursor &cursor) const {
         cursor.dropped += each->id - cursor.next_id;
         cursor.next_id = each->id + 1;
         batch += (batch.empty() ? "" : ",") + each->text;
+    }
+    if (each == entries_.end()) { // the last ones may have been counted only
+        cursor.dropped += next_id_ - cursor.next_id;
+        cursor.next_id = next_id_;
     }
     return batch;
 }

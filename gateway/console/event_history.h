@@ -15,6 +15,13 @@ struct numbered_event {
     std::string text; /**< a JSON object */
 };
 
+/** What an intake hands over. */
+struct taken_events {
+    std::vector<numbered_event> events; /**< in the order of their numbers, with gaps where others
+                                             were only counted */
+    uint64_t next_id;                   /**< of the next event that comes */
+};
+
 /** Events on their way to the console's thread. All functions on any thread; none waits. */
 class event_intake {
   public:
@@ -24,9 +31,8 @@ class event_intake {
      * @return whether it is the first one since take
      */
     bool add(std::string text);
-    /** The waiting events, in the order of their numbers; those that were only counted leave a gap.
-     */
-    std::vector<numbered_event> take();
+    /** The waiting events. */
+    taken_events take();
 
   private:
     std::mutex mutex_; // guards what follows
@@ -44,8 +50,8 @@ struct event_cursor {
 /** The newest events as texts; older ones make room. One thread. */
 class event_history {
   public:
-    /** Appends an event; its id becomes its first member. */
-    void add(numbered_event event);
+    /** Appends events; the id of each becomes its first member. */
+    void add(taken_events taken);
 
     /** A cursor before the newest events, at most so many. */
     [[nodiscard]] event_cursor newest(std::size_t count) const;
@@ -57,6 +63,9 @@ class event_history {
     std::string next(event_cursor &cursor) const;
 
   private:
+    void add(numbered_event event);
+
+    uint64_t next_id_ = 1;
     std::deque<numbered_event> entries_;
     std::size_t bytes_ = 0;
 };
