@@ -145,7 +145,7 @@ class ReplayTest(unittest.TestCase):
         self.assertEqual(self.shrunk(name="engr_replay_faulty"), [("control", ["call", "lpc_close_all_socket"])])
 
     def test_what_can_not_be_played_is_said(self):
-        for content, message in (("", "no whole line"), ("{}\n", "session"), ("{\n", "JSON")):
+        for content, message in (("", "no whole line"), ("{}\n", "no session file"), ('{"session"\n', "JSON")):
             with open(self.session, "w", encoding="utf-8") as file:
                 file.write(content)
             code, text = replay(self.session)
