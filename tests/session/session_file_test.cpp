@@ -188,7 +188,7 @@ TEST(session_file, keeps_whole_lines_and_counts_when_the_disk_is_full) {
         written.begin(small_header());
         add(1);
         set_room(600);
-        for (const uint64_t at_us : {2, 3, 4, 5}) {
+        for (const uint64_t at_us : {2UL, 3UL, 4UL, 5UL}) {
             add(at_us);
         }
         set_room(usual.rlim_cur);
