@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=${ENGR_JOBS:-$(nproc)}
-test_jobs=$((3 * jobs)) # most tests wait for the protocol's timers
+test_jobs=${ENGR_TEST_JOBS:-$((3 * jobs))} # most tests wait for the protocol's timers
 
 # quietly LOG COMMAND...: the output of the command is shown only when it fails.
 quietly() {
