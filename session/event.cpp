@@ -6,6 +6,18 @@ namespace session {
 
 namespace frame_type = lan_client::frame_type;
 
+uint32_t client_of(const event &what) {
+    return std::visit(
+        [](const auto &of) -> uint32_t {
+            if constexpr (requires { of.client; }) {
+                return of.client;
+            } else {
+                return 0;
+            }
+        },
+        what.what);
+}
+
 coding usual_coding(side from, const frame_content &content) {
     const bool is_plain_request = from == side::app && lan_client::request_coding(content.type) ==
                                                            lan_client::payload_coding::plain;

@@ -22,18 +22,6 @@ std::unique_ptr<std::istream> open_session_file(const std::string &path) {
     return file;
 }
 
-/** The client of an event of a connection, else 0. */
-struct client_of {
-    template <typename Event>
-    uint32_t operator()(const Event &of) const {
-        if constexpr (requires { of.client; }) {
-            return of.client;
-        } else {
-            return 0;
-        }
-    }
-};
-
 } // namespace
 
 reader::reader(const std::string &path) : reader(open_session_file(path), path) {}
@@ -95,7 +83,7 @@ void reader::check(const event &read) {
         refuse(fmt::format("at: is {}, but the event before was at {}", read.at_us, last_at_us_));
     }
     last_at_us_ = read.at_us;
-    const uint32_t client = std::visit(client_of{}, read.what);
+    const uint32_t client = client_of(read);
     if (std::holds_alternative<connected>(read.what)) {
         if (client <= last_client_) {
             refuse(fmt::format("client: is {}; clients are counted, and {} was there before",

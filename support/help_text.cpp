@@ -1,7 +1,8 @@
 #include "support/help_text.h"
 
+#include "support/terminal.h"
+
 #include <CLI/CLI.hpp>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -48,12 +49,8 @@ class program_layout : public CLI::Formatter {
 } // namespace
 
 std::size_t help_columns() {
-    winsize size{};
-    if (isatty(STDOUT_FILENO) != 1 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 ||
-        size.ws_col == 0) {
-        return pipe_columns;
-    }
-    return std::clamp<std::size_t>(size.ws_col, least_help_columns, most_help_columns);
+    return std::clamp(terminal_columns(STDOUT_FILENO).value_or(pipe_columns), least_help_columns,
+                      most_help_columns);
 }
 
 std::string wrapped(std::string_view text, std::size_t columns, std::size_t indent,

@@ -4,12 +4,12 @@
 #include "support/completion.h"
 #include "support/help_text.h"
 #include "support/manual_page.h"
+#include "support/terminal.h"
 #include "verbs.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -90,11 +90,8 @@ std::string ask_daemon(int fd, const std::string &line) {
 
 /** Columns of the terminal that is standard output; 0 when it is none. */
 std::size_t terminal_columns() {
-    winsize size{};
-    if (isatty(STDOUT_FILENO) == 0) {
-        return 0;
-    }
-    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+    const bool is_terminal = isatty(STDOUT_FILENO) != 0;
+    return is_terminal ? support::terminal_columns(STDOUT_FILENO).value_or(80) : 0;
 }
 
 /** Prints devices as a table whose lines are cut at a number of columns. */

@@ -13,11 +13,11 @@
 #include "shrink/shrink.h"
 #include "support/files.h"
 #include "support/input_error.h"
+#include "support/terminal.h"
 #include "verbs.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -113,10 +113,8 @@ comparison_result compare_sides(const job &of, const recording &played) {
 }
 
 std::size_t output_columns() {
-    winsize size{};
-    const bool is_known = isatty(STDOUT_FILENO) != 0 &&
-                          ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
-    return is_known ? std::max<std::size_t>(size.ws_col, 40) : pipe_columns;
+    return std::max<std::size_t>(support::terminal_columns(STDOUT_FILENO).value_or(pipe_columns),
+                                 40);
 }
 
 int report(const job &of) {

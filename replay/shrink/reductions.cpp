@@ -18,19 +18,6 @@ using session::side;
 /** After the last event, time for what it leads to. */
 constexpr uint64_t after_last_us = 1'000'000;
 
-uint32_t client_of(const session::event &event) {
-    if (const auto *frame = std::get_if<session::frame>(&event.what)) {
-        return frame->client;
-    }
-    if (const auto *bytes = std::get_if<session::raw_bytes>(&event.what)) {
-        return bytes->client;
-    }
-    if (const auto *closed = std::get_if<session::closed>(&event.what)) {
-        return closed->client;
-    }
-    return client_of_app_event(event);
-}
-
 /** A report so soon after an act is taken for what came of it. */
 constexpr uint64_t caused_within_us = 1'000'000;
 
@@ -136,9 +123,9 @@ recording without(const recording &from, const std::set<std::size_t> &places) {
         const session::event &each = from.events[at];
         const bool is_dropped = places.count(at) != 0 || places.count(owners[at]) != 0;
         if (is_dropped && std::holds_alternative<session::connected>(each.what)) {
-            clients.insert(client_of(each));
+            clients.insert(session::client_of(each));
         }
-        const uint32_t client = client_of(each);
+        const uint32_t client = session::client_of(each);
         if (!is_dropped && (client == 0 || clients.count(client) == 0)) {
             reduced.events.push_back(each);
         }

@@ -9,10 +9,10 @@
 #include "support/input_error.h"
 #include "support/manual_page.h"
 #include "support/numbers.h"
+#include "support/terminal.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,10 +47,7 @@ int complain(const std::string &message, int status) {
 
 /** Columns of a terminal; in a pipe or a file lines stay whole. */
 std::size_t output_columns() {
-    winsize size{};
-    const bool is_terminal =
-        isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
-    return is_terminal && size.ws_col != 0 ? size.ws_col : SIZE_MAX;
+    return support::terminal_columns(STDOUT_FILENO).value_or(SIZE_MAX);
 }
 
 std::optional<uint32_t> wanted_type(const std::string &given) {

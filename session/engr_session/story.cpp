@@ -77,18 +77,6 @@ struct event_shower {
     shown_event operator()(const session::ended &) const { return {"", "", "end"}; }
 };
 
-std::optional<uint32_t> client_of(const session::event &what) {
-    return std::visit(
-        [](const auto &of) -> std::optional<uint32_t> {
-            if constexpr (requires { of.client; }) {
-                return of.client;
-            } else {
-                return std::nullopt;
-            }
-        },
-        what.what);
-}
-
 std::optional<uint32_t> type_of(const session::event &what) {
     if (const auto *of = std::get_if<session::frame>(&what.what)) {
         return of->content.type;
@@ -113,7 +101,7 @@ std::string columns_text(const std::string &time, const std::string &delta,
 } // namespace
 
 bool story_filter::wants(const session::event &what) const {
-    if (client && client_of(what) != client) {
+    if (client && session::client_of(what) != *client) {
         return false;
     }
     if (type && type_of(what) != type) {

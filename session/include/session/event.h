@@ -130,6 +130,9 @@ struct event {
     happening what;
 };
 
+/** The connection that an event belongs to; 0: none. */
+[[nodiscard]] uint32_t client_of(const event &what);
+
 /** How a payload travels unless an event says otherwise. */
 [[nodiscard]] coding usual_coding(side from, const frame_content &content);
 /** The same for datagrams. */
