@@ -25,17 +25,24 @@ bool is_report_of(const session::frame &frame, const std::vector<std::string> &l
     });
 }
 
-/** When a line of the operator took effect. */
+/** Whether an event shows that a line of the operator has taken effect. */
+bool is_effect_of(const session::event &event, const std::vector<std::string> &line) {
+    if (line.size() > 2 && line[0] == "report") {
+        const auto *frame = std::get_if<session::frame>(&event.what);
+        return frame != nullptr && is_report_of(*frame, line);
+    }
+    const auto *closed = std::get_if<session::closed>(&event.what);
+    return closed != nullptr && closed->by == session::side::gateway && !line.empty() &&
+           line[0] == "call";
+}
+
+/** When a line of the operator took effect: with its answer, or with what it caused before. */
 uint64_t time_of_effect(const recording &of, std::size_t place, const session::control &line) {
     const uint64_t answered_us = of.events[place].at_us;
     const uint64_t began_us = line.began_us.value_or(answered_us);
     uint64_t found_us = answered_us;
-    if (line.line.size() < 3 || line.line[0] != "report") {
-        return found_us;
-    }
     for (std::size_t at = place; at > 0 && of.events[at - 1].at_us >= began_us; --at) {
-        const auto *frame = std::get_if<session::frame>(&of.events[at - 1].what);
-        if (frame != nullptr && is_report_of(*frame, line.line)) {
+        if (is_effect_of(of.events[at - 1], line.line)) {
             found_us = of.events[at - 1].at_us;
         }
     }

@@ -130,6 +130,19 @@ TEST(play, of_a_recorded_session_has_no_difference) {
                 IsEmpty());
 }
 
+TEST(play, closes_what_the_operator_closed_before_the_next_app_connects) {
+    replay::recording recorded =
+        session_of({"900 connected 1", "910 closed 1 gateway", "912 connected 2",
+                    "914 operator {\"result\":{\"result\":null}} call lpc_close_all_socket",
+                    "930 2 > 7 9", "931 2 < 0 9 0"});
+    std::get<session::control>(recorded.events[3].what).began_us = 905'000;
+    const replay::play_result played = replay::play(recorded, {});
+    EXPECT_EQ(played.failure, "");
+    EXPECT_THAT(lines_of(replay::compare(replay::answers_of(recorded), replay::answers_of(played),
+                                         end_of(recorded))),
+                IsEmpty());
+}
+
 TEST(play, finds_what_a_scenario_changes) {
     const replay::recording recorded = replay::read_recording(ENGR_RECORDED_SESSION);
     const replay::play_result played =
