@@ -95,6 +95,15 @@ TEST(site_file, mistakes_are_told_with_file_and_member) {
          "devices[0].dps: data point 1 of product p takes true or false"},
         {R"({"products": {"p": {}}, "joining": [{"dev_id": "a", "pid": "p", "dps": {"1": 1}}]})",
          "joining[0].dps: product p has no data point 1"},
+        {R"({"groups": [{"gid": "g", "cids": ["a"]}], "joining": [{"dev_id": "a"}]})",
+         "groups: 'a' is none of the devices"},
+        {R"({"groups": [{"gid": "g", "cids": []}]})", "groups[0].cids: has 0 elements"},
+        {R"({"scenes": [{"gid": "g", "sid": "s", "actions": []},
+                        {"gid": "h", "sid": "s", "actions": []},
+                        {"gid": "g", "sid": "s", "actions": []}]})",
+         "scenes[2].sid: 's' is given twice"},
+        {R"({"panels": [{"cid": "a", "buttons": []}]})", "panels: 'a' is none of the devices"},
+        {R"({"linkage": {"scenes": []}})", "linkage: has no modified"},
     };
     for (const bad_file &file : files) {
         const std::string said = complaint_of([&] { gateway::parse_site(file.text, "f"); });

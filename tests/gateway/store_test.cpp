@@ -4,8 +4,10 @@
 #include "gateway/config.h"
 #include "gateway/group.h"
 #include "gateway/scene.h"
+#include "gateway_services/contents.h"
 #include "gateway_services/error.h"
 
+#include <nlohmann/json.hpp>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
@@ -76,6 +78,30 @@ TEST_F(stored_gateway, keeps_all_that_it_was_told) {
     EXPECT_EQ(scene_linkage_scene_exe("1"), 0) << "the set is loaded at the start";
     EXPECT_EQ(engr_get_gw_cntl()->scene_exec(2, "FFFFFFFFFFFFFFFF", "g", "s"), 0);
     EXPECT_STREQ(engr_get_gw_cntl()->wf_passwd, "pass");
+}
+
+TEST_F(stored_gateway, becomes_a_site_with_what_apps_made_of_it) {
+    open();
+    const auto hand_over = commissioned_gateway::hand_over;
+    hand_over(engr_sf_send_grp_oper_cmd, R"({"gid":"g","op":"add","cids":["lamp","door"]})");
+    hand_over(engr_sf_send_grp_oper_cmd, R"({"gid":"h","op":"add","cids":["door"]})");
+    hand_over(engr_sf_send_scene_oper_cmd,
+              R"({"sid":"s","gid":"g","op":"save","actions":[{"cid":"lamp","dps":{"1":true}}]})");
+    hand_over(engr_sf_send_scene_panel_cmd,
+              R"({"cid":"lamp","buttons":[{"button":1,"sid":"s","gid":"g"}]})");
+    cJSON *set = cJSON_Parse(R"({"scenes":[{"sceneId":"1","name":"n","actions":[]}]})");
+    engr_save_scene_link(1, -9, set);
+    cJSON_Delete(set);
+    const std::string made = gateway::contents().dump();
+    const std::string site = gateway::stored_site();
+    gateway::close();
+    std::filesystem::remove(store_name);
+    open(site.c_str());
+    EXPECT_TRUE(gateway::used_initial_site());
+    EXPECT_EQ(gateway::contents().dump(), made);
+    EXPECT_EQ(gateway::stored_site(), site);
+    EXPECT_EQ(engr_get_gw_cntl()->scene_exec(2, "FFFFFFFFFFFFFFFF", "g", "s"), 0);
+    EXPECT_EQ(scene_linkage_scene_exe("1"), 0) << "expected the linkage set to be loaded";
 }
 
 TEST_F(stored_gateway, of_the_first_version_is_taken_over) {

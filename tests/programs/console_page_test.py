@@ -234,6 +234,20 @@ class Page(unittest.TestCase):
         browser.click("#device-list tr:nth-child(2) button")
         browser.wait("document.querySelector('#device-list tr:nth-child(2) button').innerText === 'online'")
 
+    def test_what_apps_made_of_the_devices_is_listed(self):
+        actions = [{"cid": "lamp", "dps": {"1": True}}]
+        self.open(site={**SITE, "groups": [{"gid": "hall", "cids": ["lamp", "door"]}],
+                        "scenes": [{"gid": "hall", "sid": "evening", "actions": actions}],
+                        "panels": [{"cid": "door", "buttons": [{"button": 2, "gid": "hall", "sid": "evening"}]}],
+                        "linkage": {"modified": 7, "scenes": [{"sceneId": "dusk", "name": "At dusk",
+                                                               "actions": actions}]}})
+        self.browser.click("#tab-gateway")
+        text = self.browser.wait("/dusk/.test(document.querySelector('#gateway').innerText)"
+                                 " && document.querySelector('#gateway').innerText")
+        for words in (r"Group hall\s+lamp door", r"Scene evening of group hall\s+lamp \{\"1\":true\}",
+                      r"door\s+button 2: scene evening of group hall", r"dusk At dusk\s+lamp"):
+            self.assertRegex(text, words)
+
     def test_every_command_has_a_form_and_a_free_line_takes_them_all(self):
         browser = self.browser
         gateway = self.open()

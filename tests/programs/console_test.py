@@ -228,8 +228,9 @@ class StateTest(unittest.TestCase):
                 done = gateway.run_app("--local-key", KEY, *command, text='[{"cid": "a", "dps": {"1": true}}]')
                 self.assertEqual(done.returncode, 0, done.stderr)
             state = live.wait("state", lambda now: now["scenes"])
-            self.assertEqual(state["groups"], {"g1": ["a", "b"]})
-            self.assertEqual(state["scenes"], {"g1": {"s1": [{"cid": "a", "dps": {"1": True}}]}})
+            self.assertEqual(state["groups"], [{"gid": "g1", "cids": ["a", "b"]}])
+            self.assertEqual(state["scenes"],
+                             [{"gid": "g1", "sid": "s1", "actions": [{"cid": "a", "dps": {"1": True}}]}])
 
 
 def is_end(event):

@@ -14,7 +14,8 @@ KEY = "0123456789abcdef"
 SITE = {"gateway": {"local_key": KEY, "active_stat": 2},
         "devices": [{"dev_id": "lamp1", "online": True, "dps": {"1": True, "2": 5}},
                     {"dev_id": "lamp2", "online": True, "dps": {"1": True}}],
-        "joining": [{"dev_id": "panel1", "pid": "zbpanel", "join_after_ms": 50}]}
+        "joining": [{"dev_id": "panel1", "pid": "zbpanel", "join_after_ms": 50}],
+        "groups": [{"gid": "attic", "cids": ["lamp2"]}]}
 
 
 class App:
@@ -74,6 +75,7 @@ class ReplayTest(unittest.TestCase):
             onlooker = App(gateway)
             for arguments in (["devices"], ["channel", "set", "20"], ["dp", "set", "lamp1", "1=false"],
                               ["group", "add", "hall", "lamp1", "lamp2"], ["group", "set", "hall", "1=true"],
+                              ["group", "set", "attic", "1=false"],
                               ["join", "open", "--seconds", "1"], ["log"], ["site", "report"]):
                 done = gateway.run_app(*arguments)
                 self.assertEqual(done.returncode, 0, f"{arguments}: {done.stderr}")

@@ -53,23 +53,23 @@ function entry(title, content) {
 }
 
 function groups_list(groups) {
-    return list_or_none(Object.entries(groups).map(([id, devices]) => entry(`Group ${visible(id)}`,
-        devices.map((device) => [make("code", {}, visible(device)), " "]))), "groups");
+    return list_or_none(groups.map(({ gid, cids }) => entry(`Group ${visible(gid)}`,
+        cids.map((device) => [make("code", {}, visible(device)), " "]))), "groups");
 }
 
 function scenes_list(scenes) {
-    return list_or_none(Object.entries(scenes).flatMap(([group, all]) => Object.entries(all).map(([id, list]) =>
-        entry(`Scene ${visible(id)} of group ${visible(group)}`, actions(list)))), "scenes");
+    return list_or_none(scenes.map((scene) =>
+        entry(`Scene ${visible(scene.sid)} of group ${visible(scene.gid)}`, actions(scene.actions))), "scenes");
 }
 
 function linkage_list(linkage) {
-    return list_or_none(Object.entries(linkage).map(([id, scene]) =>
-        entry(`${visible(id)} ${visible(scene.name ?? "")}`, actions(scene.actions))), "linkage scenes");
+    return list_or_none(linkage.scenes.map((scene) =>
+        entry(`${visible(scene.sceneId)} ${visible(scene.name)}`, actions(scene.actions))), "linkage scenes");
 }
 
 function panels_list(panels) {
-    return list_or_none(Object.entries(panels).map(([id, buttons]) => entry(visible(id),
-        make("ul", { class: "plain" }, (buttons ?? []).map((button) =>
+    return list_or_none(panels.map(({ cid, buttons }) => entry(visible(cid),
+        make("ul", { class: "plain" }, buttons.map((button) =>
             make("li", {}, `button ${plain(button.button)}: scene ${plain(button.sid)} of group `
                 + plain(button.gid)))))),
     "scene panels");
@@ -83,10 +83,10 @@ const sections = [
     ["Agent", ({ status }) => ({ mode: status.mode, started: status.started, listening: status.listening,
         ext_stat: status.ext_stat, token_bound: status.token_bound,
         engineering_ended: status.engineering_ended }), members],
-    ["Groups", ({ groups }) => groups ?? {}, groups_list],
-    ["Scenes", ({ scenes }) => scenes ?? {}, scenes_list],
-    ["Linkage scenes", ({ linkage }) => linkage ?? {}, linkage_list],
-    ["Scene panels", ({ panels }) => panels ?? {}, panels_list],
+    ["Groups", ({ groups }) => groups, groups_list],
+    ["Scenes", ({ scenes }) => scenes, scenes_list],
+    ["Linkage scenes", ({ linkage }) => linkage, linkage_list],
+    ["Scene panels", ({ panels }) => panels, panels_list],
     ["Last scene", ({ status }) => ({ last_scene: status.last_scene }), members],
     ["Network", ({ status }) => ({ ...status.network, ...Object.fromEntries(Object.entries(status.wifi ?? {})
         .map(([name, value]) => [`wifi ${name}`, value])), airkiss: status.airkiss }), members],

@@ -13,9 +13,6 @@
 
 namespace gateway {
 
-/** Bytes of the longest id or name in a request: of a group, a scene, a setting. */
-constexpr std::size_t name_bytes_max = 64;
-
 using request_reader = std::function<void(const support::json_value &request)>;
 
 /**

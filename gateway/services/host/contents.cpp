@@ -1,6 +1,7 @@
 #include "gateway_services/contents.h"
 
 #include "calls/call_table.h"
+#include "store/arrangement.h"
 #include "store/products.h"
 #include "store/records.h"
 #include "store/store.h"
@@ -25,53 +26,11 @@ const char *returned_type(call_kind kind) {
     }
 }
 
-/** Groups with their members; change_mutex is held, here and below. */
-ordered_json groups() {
-    auto all = ordered_json::object();
-    statement found =
-        the_store().prepare("SELECT gid, dev_id FROM group_member ORDER BY gid, position");
-    while (found.next()) {
-        all[found.text(0)].push_back(found.text(1));
-    }
-    return all;
-}
-
-ordered_json scenes() {
-    auto all = ordered_json::object();
-    statement found = the_store().prepare("SELECT gid, sid, actions FROM scene ORDER BY gid, sid");
-    while (found.next()) {
-        all[found.text(0)][found.text(1)] = ordered_json::parse(found.text(2));
-    }
-    return all;
-}
-
-ordered_json panels() {
-    auto all = ordered_json::object();
-    statement found = the_store().prepare("SELECT dev_id, buttons FROM scene_panel");
-    while (found.next()) {
-        all[found.text(0)] = ordered_json::parse(found.text(1));
-    }
-    return all;
-}
-
-ordered_json linkage_scenes() {
-    auto all = ordered_json::object();
-    statement found = the_store().prepare("SELECT scene_id, name, actions FROM linkage_scene");
-    while (found.next()) {
-        all[found.text(0)] = {{"name", found.text(1)},
-                              {"actions", ordered_json::parse(found.text(2))}};
-    }
-    return all;
-}
-
 } // namespace
 
 ordered_json contents() {
     const platform::held_mutex change(change_mutex());
-    return {{"groups", groups()},
-            {"scenes", scenes()},
-            {"panels", panels()},
-            {"linkage", linkage_scenes()}};
+    return stored_arrangement(the_store());
 }
 
 ordered_json products() {

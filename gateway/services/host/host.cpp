@@ -4,6 +4,7 @@
 #include "calls/calls.h"
 #include "contracts/callbacks.h"
 #include "platform/owners.h"
+#include "store/arrangement.h"
 #include "store/products.h"
 #include "store/records.h"
 #include "store/store.h"
@@ -115,6 +116,7 @@ std::string stored_site() {
     site stored = the_store().load();
     the_store().load_devices(
         [&stored](const site_device &device) { stored.devices.push_back(device); });
+    stored.arrangement = stored_arrangement(the_store()).dump();
     return site_text(stored);
 }
 

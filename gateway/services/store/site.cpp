@@ -1,6 +1,7 @@
 #include "gateway_services/site.h"
 #include "gateway/records.h"
 #include "gateway_services/error.h"
+#include "store/arrangement.h"
 #include "store/products.h"
 #include "support/data_points.h"
 #include "support/json_value.h"
@@ -216,6 +217,42 @@ std::string numbered(const char *format, uint32_t number) {
     return text;
 }
 
+/** Groups and panels are made of devices in the list. Actions and buttons may have outlived theirs.
+ */
+void check_arranged(const ordered_json &arranged, const std::vector<site_device> &devices,
+                    const std::string &file_name) {
+    std::set<std::string_view> ids;
+    for (const site_device &device : devices) {
+        ids.insert(device.id());
+    }
+    const auto check = [&](const char *list, const ordered_json &cid) {
+        if (!ids.contains(cid.get_ref<const std::string &>())) {
+            throw usage_error(fmt::format("{}: {}: '{}' is none of the devices", file_name, list,
+                                          cid.get_ref<const std::string &>()));
+        }
+    };
+    for (const ordered_json &group : arranged.value("groups", ordered_json::array())) {
+        for (const ordered_json &cid : group["cids"]) {
+            check("groups", cid);
+        }
+    }
+    for (const ordered_json &panel : arranged.value("panels", ordered_json::array())) {
+        check("panels", panel["cid"]);
+    }
+}
+
+/** Adds what apps have made of the devices to a site file, but no empty lists. */
+void add_arrangement(ordered_json &whole, const ordered_json &arranged) {
+    for (const char *list : {"groups", "scenes", "panels"}) {
+        if (arranged.contains(list) && !arranged[list].empty()) {
+            whole[list] = arranged[list];
+        }
+    }
+    if (arranged.contains("linkage") && !arranged["linkage"]["modified"].is_null()) {
+        whole["linkage"] = arranged["linkage"];
+    }
+}
+
 } // namespace
 
 void site_device::set(std::string_view name, field_value value) {
@@ -241,6 +278,7 @@ site parse_site(std::string_view text, const std::string &file_name, uint32_t nu
     read.gateway = default_gateway(number);
     std::set<std::string> ids;
     product_table products;
+    auto arranged = ordered_json::object();
     support::read_members(
         file.root(),
         {{"gateway", [&](const json_value &from) { read.gateway = read_gateway(from, number); }},
@@ -251,11 +289,16 @@ site parse_site(std::string_view text, const std::string &file_name, uint32_t nu
           }},
          {"devices",
           [&](const json_value &from) { read.devices = read_devices<site_device>(from, ids); }},
-         {"joining", [&](const json_value &from) {
-              read.joining = read_devices<joining_device>(from, ids);
-          }}});
+         {"joining",
+          [&](const json_value &from) { read.joining = read_devices<joining_device>(from, ids); }},
+         {"groups", [&](const json_value &from) { arranged["groups"] = read_groups(from); }},
+         {"scenes", [&](const json_value &from) { arranged["scenes"] = read_scenes(from); }},
+         {"panels", [&](const json_value &from) { arranged["panels"] = read_panels(from); }},
+         {"linkage", [&](const json_value &from) { arranged["linkage"] = read_linkage(from); }}});
     check_devices(read.devices, products, file_name + ": devices");
     check_devices(read.joining, products, file_name + ": joining");
+    check_arranged(arranged, read.devices, file_name);
+    read.arrangement = arranged.empty() ? "" : arranged.dump();
     return read;
 }
 
@@ -271,6 +314,9 @@ std::string site_text(const site &of) {
     for (const joining_device &device : of.joining) {
         whole["joining"].push_back(device_text(device));
         whole["joining"].back()["join_after_ms"] = device.join_after_ms;
+    }
+    if (!of.arrangement.empty()) {
+        add_arrangement(whole, ordered_json::parse(of.arrangement));
     }
     // A network's name may have come by air, in any bytes.
     return whole.dump(-1, ' ', false, ordered_json::error_handler_t::replace);

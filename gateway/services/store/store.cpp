@@ -1,10 +1,12 @@
 #include "store/store.h"
 
 #include "gateway_services/error.h"
+#include "store/arrangement.h"
 #include "store/products.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -310,6 +312,9 @@ void store::begin_life(const site &first) {
     }
     if (!first.products.empty()) {
         set_setting(products_setting, first.products);
+    }
+    if (!first.arrangement.empty()) {
+        store_arrangement(*this, nlohmann::ordered_json::parse(first.arrangement));
     }
     all.commit();
 }

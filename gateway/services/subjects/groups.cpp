@@ -3,6 +3,7 @@
 #include "calls/activity.h"
 #include "calls/requests.h"
 #include "gateway_services/error.h"
+#include "store/arrangement.h"
 #include "store/records.h"
 #include "store/store.h"
 
@@ -16,7 +17,6 @@ using nlohmann::ordered_json;
 using support::json_value;
 
 constexpr uint32_t group_operation_frame = 208;
-constexpr int64_t groups_max = 1000;
 
 /** Members of a group, none when there is no such group; change_mutex is held. */
 std::vector<std::string> group_members(std::string_view gid) {
@@ -78,14 +78,6 @@ const group_operation &read_group_operation_name(const json_value &op) {
         }
     }
     op.refuse("is none of add, remove and delete");
-}
-
-std::vector<std::string> read_device_ids(const json_value &cids) {
-    std::vector<std::string> read;
-    for (const json_value &cid : cids.elements(1)) {
-        read.push_back(cid.plain_text(name_bytes_max));
-    }
-    return read;
 }
 
 operation_work read_group_operation(const json_value &request, ordered_json &outcome) {

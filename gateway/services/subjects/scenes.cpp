@@ -3,18 +3,17 @@
 #include "calls/activity.h"
 #include "calls/requests.h"
 #include "gateway_services/error.h"
+#include "store/arrangement.h"
 #include "store/products.h"
 #include "store/records.h"
 #include "store/store.h"
 #include "subjects/data_points.h"
-#include "support/data_points.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <map>
 #include <optional>
-#include <set>
 
 namespace gateway {
 namespace {
@@ -24,32 +23,11 @@ using support::json_value;
 
 constexpr uint32_t scene_operation_frame = 244;
 constexpr uint32_t scene_panel_frame = 248;
-/** Of groups and in a linkage set each. */
-constexpr std::size_t scenes_max = 1000;
-constexpr std::size_t actions_max = 1000;
-
-constexpr std::string_view linkage_time_setting = "linkage_modified";
 
 // Guarded by change_mutex.
 ordered_json last_scene;
 /** Actions of the loaded linkage set by scene id. */
 std::map<std::string, std::string> loaded_scenes;
-
-/**
- * Reads "actions": [{"cid": ID, "dps": {...}}, ...] of a scene.
- *
- * @return the text that is stored
- */
-std::string read_actions(const json_value &scene) {
-    auto read = ordered_json::array();
-    for (const json_value &action : scene.required("actions").elements(0, actions_max)) {
-        const json_value dps = action.required("dps");
-        support::check_data_points(dps, text_value_bytes_max);
-        read.push_back(
-            {{"cid", action.required("cid").plain_text(name_bytes_max)}, {"dps", dps.json}});
-    }
-    return read.dump();
-}
 
 /**
  * Applies stored actions.
@@ -103,7 +81,7 @@ operation_work read_scene_operation(const json_value &request, ordered_json &out
     if (name != "save" && name != "delete") {
         op.refuse("is neither save nor delete");
     }
-    const std::string actions = name == "save" ? read_actions(request) : "";
+    const std::string actions = name == "save" ? read_actions(request).dump() : "";
     outcome = {{"sid", sid}, {"gid", gid}, {"op", name}};
     return [sid, gid, name, actions](ordered_json &) {
         lasting_change change;
@@ -116,22 +94,6 @@ operation_work read_scene_operation(const json_value &request, ordered_json &out
         tell_deed(
             fmt::format("{} scene {} of group {}", name == "save" ? "saved" : "deleted", sid, gid));
     };
-}
-
-/** Buttons of a panel as they are stored: [{"button": N, "sid": ID, "gid": ID}, ...]. */
-ordered_json read_buttons(const json_value &buttons) {
-    auto read = ordered_json::array();
-    std::set<int64_t> numbers;
-    for (const json_value &each : buttons.elements()) {
-        const int64_t number = each.required("button").whole_number(1, 255);
-        if (!numbers.insert(number).second) {
-            each.refuse(fmt::format("button {} is given twice", number));
-        }
-        read.push_back({{"button", number},
-                        {"sid", each.required("sid").plain_text(name_bytes_max)},
-                        {"gid", each.required("gid").plain_text(name_bytes_max)}});
-    }
-    return read;
 }
 
 operation_work read_panel_command(const json_value &request, ordered_json &outcome) {
@@ -167,12 +129,13 @@ void erase_linkage() {
 }
 
 void insert_scene(statement &insert, const json_value &scene) {
-    const json_value scene_id = scene.required("sceneId");
-    const std::string id = scene_id.plain_text(name_bytes_max);
-    const std::string name = scene.has("name") ? scene.required("name").text() : "";
-    const std::string actions = read_actions(scene);
-    if (insert.bind(1, id).bind(2, name).bind(3, actions).run() == 0) {
-        scene_id.refuse(fmt::format("'{}' is given twice", id));
+    const ordered_json read = read_linkage_scene(scene);
+    const auto id = read["sceneId"].get<std::string>();
+    if (insert.bind(1, id)
+            .bind(2, read["name"].get<std::string>())
+            .bind(3, read["actions"].dump())
+            .run() == 0) {
+        scene.required("sceneId").refuse(fmt::format("'{}' is given twice", id));
     }
 }
 

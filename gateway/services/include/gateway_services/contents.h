@@ -10,8 +10,9 @@
 namespace gateway {
 
 /**
- * What apps have made of the devices: "groups" with their members, "scenes" of each group with
- * their actions, "panels" with their buttons, and the stored "linkage" scenes.
+ * What apps have made of the devices: "groups" with their members, "scenes" with their actions,
+ * "panels" with their buttons, and the stored "linkage" scenes, as in a site file; the time
+ * "modified" of a linkage set that was never stored is null.
  */
 nlohmann::ordered_json contents();
 

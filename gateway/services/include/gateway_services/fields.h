@@ -11,6 +11,9 @@
 
 namespace gateway {
 
+/** Bytes of the longest id or name that an app gives: of a group, a scene, a setting. */
+constexpr std::size_t name_bytes_max = 64;
+
 /** The form of a field in its record, and the values that it takes. */
 enum class field_kind : uint8_t {
     text,       /**< NUL-terminated text without control characters */

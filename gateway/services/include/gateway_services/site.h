@@ -42,14 +42,17 @@ struct joining_device : site_device {
     uint32_t join_after_ms = 2000; /**< after the opening of joining, or after the one before it */
 };
 
-/** A gateway's fields, its devices in list order, and those that may join. What is left out has its
- * default. */
+/** A gateway's fields, its devices in list order, those that may join, and what apps have made of
+ * them. What is left out has its default. */
 struct site {
     std::vector<field_setting> gateway;
     std::vector<site_device> devices;
     std::vector<joining_device> joining;
     std::string products = {}; /**< what data points products have, a JSON object as in a site file;
                                   empty: nothing is known of any */
+    std::string arrangement = {}; /**< what apps have made of the devices: "groups", "scenes",
+                                     "panels" and "linkage", a JSON object with these members of a
+                                     site file; empty: nothing */
 };
 
 /** The text of a site file with all fields, secrets included. */
