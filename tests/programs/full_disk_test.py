@@ -15,11 +15,6 @@ MOUNT_AND_RUN = 'mount -t tmpfs -o size=8m none "$1" && shift && exec "$@"'
 ONE_DEVICE = {"devices": [{"dev_id": "a", "dps": {"1": 0}}]}
 
 
-def setUpModule():
-    if "ENGR_SMALL_DISK" not in os.environ:
-        raise unittest.SkipTest("no namespace for mounts may be made here")
-
-
 class FullDiskTest(unittest.TestCase):
     def fill(self, path):
         """Leaves no byte on the disk."""
@@ -87,9 +82,11 @@ class FullDiskTest(unittest.TestCase):
 
 def main():
     """Runs this file again on the small disk, where everything temporary then lies."""
-    may_mount = subprocess.run(["unshare", "-rm", "true"], check=False, stderr=subprocess.DEVNULL).returncode == 0
-    if "ENGR_SMALL_DISK" in os.environ or not may_mount:
+    if "ENGR_SMALL_DISK" in os.environ:
         unittest.main()
+    if subprocess.run(["unshare", "-rm", "true"], check=False, stderr=subprocess.DEVNULL).returncode != 0:
+        print("skipped: this user may not mount a disk in a namespace")
+        sys.exit(77)  # of all tests, which ctest shows
     with tempfile.TemporaryDirectory() as disk:
         environment = {**os.environ, "TMPDIR": disk, "ENGR_SMALL_DISK": disk}
         done = subprocess.run(["unshare", "-rm", "sh", "-c", MOUNT_AND_RUN, "sh", disk, sys.executable, *sys.argv],
