@@ -21,13 +21,6 @@ def app(*arguments, **environment):
     return done.returncode, done.stdout, done.stderr
 
 
-def write_config(text):
-    directory = os.path.join(user_home.DIRECTORY, "config", "engr_app")
-    os.makedirs(directory, exist_ok=True)
-    with open(os.path.join(directory, "config"), "w", encoding="utf-8") as file:
-        file.write(text)
-
-
 class Usage(unittest.TestCase):
     WRONG = [
         ("chanel get", "unknown command 'chanel'; did you mean 'channel'? See engr_app --help"),
@@ -89,7 +82,14 @@ class Settings(unittest.TestCase):
             cls.addClassCleanup(cls.gateways[name].close)
 
     def setUp(self):
+        user_home.write_config()
         self.addCleanup(shutil.rmtree, user_home.DIRECTORY, ignore_errors=True)
+
+    def silence(self):
+        """None of the gateways announces itself until the end of the test."""
+        for gateway in self.gateways.values():
+            gateway.ctl("network", "down")
+            self.addCleanup(gateway.ctl, "network", "up")
 
     def channel(self, *arguments, **environment):
         code, out, err = app("channel", "get", *arguments, **environment)
@@ -100,10 +100,11 @@ class Settings(unittest.TestCase):
         first, second = (self.gateways[name].address for name in CHANNEL)
         self.assertEqual(app("use", first)[0], 0)
         self.assertEqual(self.channel()[0], CHANNEL["first"], "the one in use")
-        write_config(f'gateway = "{second}"\n')
+        user_home.write_config(f'gateway = "{second}"\n')
         self.assertEqual(self.channel()[0], CHANNEL["second"], "the one in the file")
         self.assertEqual(self.channel(ENGR_GATEWAY=first)[0], CHANNEL["first"], "the one in the environment")
         self.assertEqual(self.channel("--gateway", second, ENGR_GATEWAY=first)[0], CHANNEL["second"], "the option")
+        self.silence()
         code, out, err = app("channel", "get", "--json", ENGR_GATEWAY=f"{first},{second}")
         self.assertEqual((code, len(json.loads(out))), (0, 2), err)
         self.assertEqual(app("discover", "--listen", "0.01", ENGR_GATEWAY=f"{first},{second}")[0], 3,
@@ -115,13 +116,13 @@ class Settings(unittest.TestCase):
                             ("interface = nowhere0\n", "interface is not used: there is no interface 'nowhere0'"),
                             ("[x]\ny = 1\n", "unknown setting 'x.y'"),
                             ("timeout = soon\n", "timeout is not used: invalid value 'soon'")]:
-            write_config(text)
+            user_home.write_config(text)
             channel, err = self.channel("--gateway", address)
             self.assertEqual(channel, CHANNEL["first"])
             self.assertIn(words, err)
             self.assertEqual(err.count("\n"), 1, err)
             self.assertEqual(self.channel("--gateway", address, "--quiet")[1], "")
-        write_config("")
+        user_home.write_config("")
         code, _, err = app("devices", ENGR_INTERFACE="nowhere0")
         self.assertEqual(code, 2)
         self.assertIn("ENGR_INTERFACE: there is no interface 'nowhere0'", err)
@@ -156,6 +157,7 @@ class Settings(unittest.TestCase):
 
     def test_a_gateway_that_was_heard_too_long_ago_is_listened_for(self):
         self.assertEqual(app("use", "first")[0], 0)
+        self.silence()
         path = os.path.join(user_home.DIRECTORY, "cache", "engr_app", "gateways.json")
         self.assertEqual(os.stat(path).st_mode & 0o777, 0o600)
         with open(path, encoding="utf-8") as file:

@@ -5,8 +5,8 @@ import os
 import signal
 import subprocess
 import tempfile
-import threading
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 
 from documents import Player, read_page
 from gateway import BIN_DIR, PATIENCE_S, Gateway
@@ -59,8 +59,7 @@ class Commissioning(unittest.TestCase):
             command = ["engr_app", "--gateway", gateway.address, "--json", "--accept-deactivated"]
             watcher = subprocess.Popen([*command, "watch"], env=environment(LOCAL_KEY), text=True,
                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-            while gateway.status()["clients"] == 0:
-                pass
+            gateway.wait_for_clients(1)
             gateway.ctl("report", "lamp", '{"1": true}')
             self.assertEqual(json.loads(watcher.stdout.readline())["dps"], {"1": True})
             subprocess.run([*command, "deactivate", "--yes"], env=environment(LOCAL_KEY), check=True,
@@ -79,10 +78,10 @@ class Commissioning(unittest.TestCase):
                                       env=environment(), capture_output=True, check=False, timeout=PATIENCE_S)
                 self.assertEqual(done.returncode, 0, done.stderr)
                 return json.loads(done.stdout)
-            busy = threading.Thread(target=lambda: [app("devices") for _ in range(3)])
-            busy.start()
-            self.assertEqual(app("ping", "-c", "2", "-i", "0")["answered"], 2)
-            busy.join()
+            with ThreadPoolExecutor() as others:
+                busy = others.submit(lambda: [app("devices") for _ in range(3)])
+                self.assertEqual(app("ping", "-c", "2", "-i", "0")["answered"], 2)
+                busy.result()
             self.assertEqual([(one["cid"], one["online"]) for one in app("devices")],
                              [(one["dev_id"], one["online"] == 1) for one in devices])
 

@@ -23,8 +23,8 @@ class StoreTest(unittest.TestCase):
         with Gateway(site=ONE_DEVICE) as gateway:
             written = 0
             for _ in range(8):
-                client = subprocess.Popen(["sh", "-c", 'for n in $(seq $1 9999); do "$2" --data-dir "$3" set '
-                                           'product_key "$n" >/dev/null 2>&1 && echo $n || exit; done', "sh",
+                client = subprocess.Popen(["sh", "-c", 'for n in $(seq $1 9999); do "$2" --timeout 60 --data-dir "$3" '
+                                           'set product_key "$n" >/dev/null 2>&1 && echo $n || exit; done', "sh",
                                            str(written + 1), program("engr_gatewayctl"), gateway.data_dir],
                                           stdout=subprocess.PIPE, text=True)
                 for _ in range(chance.randrange(1, 6)):  # dies with the next change under way
@@ -212,10 +212,9 @@ class StartTest(unittest.TestCase):
                                                (["--log-level", "4"], True, True)):
             with self.subTest(options=options), Gateway(*options, site=ONE_DEVICE) as gateway:
                 app = gateway.address
-                self.assertEqual(gateway.run_app("channel", "set", "14").returncode, 0)
-                self.assertEqual(gateway.run_app("channel", "set", "--force", "9").returncode, 4)
-                while gateway.status()["clients"] != 0:
-                    time.sleep(0.01)
+                for channel, code in (("14", 0), ("9", 4)):
+                    self.assertEqual(gateway.run_app("channel", "set", "--force", channel).returncode, code)
+                    gateway.wait_for_clients(0)  # or the next one is told before this one's end
                 gateway.stop()
                 lines = [line[9:] for line in gateway.stderr().splitlines() if re.match(r"\d\d:\d\d:\d\d ", line)]
                 shown = [next((word for word in told if f"127.0.0.1 {word}" in line), line) for line in lines]
@@ -231,11 +230,11 @@ class StartTest(unittest.TestCase):
                 self.assertEqual(gateway.run_app("config", "push", "app", "-", text='{"n": 1}').returncode, 0)
                 self.assertEqual(gateway.run_app("config", "pull", "app").returncode, 0)
             self.assertEqual(gateway.run_app("config", "push", "cloud", "-", "--yes", text='{"n": 2}').returncode, 0)
+            pushes = {" pushed app.config, 8 bytes": 2, "127.0.0.1 pushed cloud.config, 8 bytes": 1}
             bound = time.monotonic() + PATIENCE_S
-            while gateway.stderr().count(" pushed app.config, 8 bytes") != 2:
+            while {words: gateway.stderr().count(words) for words in pushes} != pushes:
                 self.assertLess(time.monotonic(), bound, gateway.stderr())
                 time.sleep(0.02)
-            self.assertIn("127.0.0.1 pushed cloud.config, 8 bytes", gateway.stderr())
 
     def test_the_service_manager_is_told_when_it_is_ready_and_when_it_ends(self):
         with tempfile.TemporaryDirectory() as directory, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
@@ -284,7 +283,8 @@ class ControlTest(unittest.TestCase):
             ]
             for arguments, status, complaint in cases:
                 with self.subTest(arguments=arguments):
-                    done = subprocess.run([program("engr_gatewayctl"), "--data-dir", gateway.data_dir, *arguments],
+                    done = subprocess.run([program("engr_gatewayctl"), "--timeout", "60", "--data-dir",
+                                           gateway.data_dir, *arguments],
                                           capture_output=True, text=True, timeout=PATIENCE_S, check=False)
                     self.assertEqual((done.returncode, done.stdout), (status, ""))
                     self.assertIn(complaint, done.stderr)
@@ -295,8 +295,8 @@ class ControlTest(unittest.TestCase):
 
     def test_the_control_client_finds_the_gateway_that_runs(self):
         with Gateway(site=ONE_DEVICE) as gateway:
-            done = subprocess.run([program("engr_gatewayctl"), "status"], capture_output=True, text=True,
-                                  timeout=PATIENCE_S, check=False, cwd=gateway.directory)
+            done = subprocess.run([program("engr_gatewayctl"), "--timeout", "60", "status"], capture_output=True,
+                                  text=True, timeout=PATIENCE_S, check=False, cwd=gateway.directory)
             if done.returncode == 0:
                 self.assertEqual(json.loads(done.stdout)["gateway"]["gw_id"], gateway.status()["gateway"]["gw_id"])
             else:  # others run on this machine, too

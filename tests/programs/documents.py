@@ -12,6 +12,7 @@ import tempfile
 import threading
 from typing import NamedTuple
 
+import user_home
 from gateway import BIN_DIR, PATIENCE_S
 
 ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
@@ -19,15 +20,19 @@ COMMANDS = ("console", "sh")
 # A bound against hanging, for commands that build something.
 BUILD_PATIENCE_S = 30 * PATIENCE_S
 FENCED = re.compile(r"^```(.*)\n((?:.*\n)*?)^```$", re.MULTILINE)
-# In a pipe a bar shows a line every few seconds: none on a quick machine, so that no page has it.
-PROGRESS = re.compile(r"^(?:firmware|installing)[^\n]*: +\d+ %[^\n]*\n", re.MULTILINE)
+# What a slow machine adds, so that no page has it: in a pipe a bar shows a line every few seconds, and a gateway that
+# does not answer at once is listened for.
+SLOW = re.compile(r"^(?:firmware|installing)[^\n]*: +\d+ %[^\n]*\n"
+                  r"|^gateway \S+ does not answer at \S+, where it was heard last: listening for it anew\n",
+                  re.MULTILINE)
 CONSOLE = re.compile(r"^\$ ((?:.*\\\n)*.*)\n((?:(?!\$ ).*\n)*)", re.MULTILINE)
-# Runs $COMMAND where the one before it has left directory and environment.
+# Runs $COMMAND where the one before it has left directory and environment, with patience.
 STEP = r"""command=$COMMAND
 unset COMMAND
 if [ -e "$STATE" ]; then . "$STATE"; fi
 set -e
 trap '{ declare -px; printf "cd %q\n" "$PWD"; } >"$STATE"' EXIT
+engr_gatewayctl() { command engr_gatewayctl --timeout 60 "$@"; }
 eval "$command"
 """
 
@@ -126,6 +131,7 @@ class Player:
         kept = {name: value for name, value in os.environ.items() if not name.startswith(("ENGR_", "XDG_"))}
         self.environment = {**kept, "HOME": self.scratch.name, "STATE": self.state,
                             "PATH": os.path.abspath(BIN_DIR) + os.pathsep + os.environ["PATH"], **dict(variables)}
+        user_home.write_config(config_home=os.path.join(self.scratch.name, ".config"))
 
     def make_tree(self):
         """What a reader of README.md has after the first build."""
@@ -165,7 +171,7 @@ class Player:
                 self.running[-1].wait_for_start()
                 continue
             _, output = self.run(command)
-            output = PROGRESS.sub("", output)
+            output = SLOW.sub("", output)
             pattern = "".join(map(line_pattern, expected.splitlines()))
             assert re.fullmatch(pattern, even(output)), \
                 f"line {block.line}: {command}\nexpected\n{expected}got\n{output}"

@@ -6,6 +6,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 from unittest import mock
 
@@ -27,7 +28,7 @@ class FullDiskTest(unittest.TestCase):
             image = os.path.join(gateway.directory, "image")
             with open(image, "wb") as file:
                 file.truncate(5 << 20)  # a hole, which takes no room
-            done = gateway.run_app("--timeout", "1", "upgrade", image, "--version", "2")
+            done = gateway.run_app("upgrade", image, "--version", "2")
             self.assertIn(done.returncode, (1, 4, 5), done.stderr)
             self.assertIn("there is no room for an image", gateway.status()["upgrade"]["reason"])
 
@@ -62,10 +63,10 @@ class FullDiskTest(unittest.TestCase):
         with mock.patch.object(tempfile, "tempdir", os.path.dirname(disk)), \
                 Gateway("--record", record, site=ONE_DEVICE) as gateway:
             self.fill(filler)
-            for _ in range(200):  # until the last page of the file is full, too
+            bound = time.monotonic() + PATIENCE_S
+            while "--record:" not in gateway.stderr():  # until the last page of the file is full, too
+                self.assertLess(time.monotonic(), bound, "expected that the full disk is told")
                 self.assertEqual(gateway.run_app("devices").returncode, 0, "the agent works on")
-                if "--record:" in gateway.stderr():
-                    break
             gateway.run_app("devices")
             os.remove(filler)
             self.assertEqual(gateway.run_app("channel", "get").returncode, 0)

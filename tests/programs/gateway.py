@@ -3,6 +3,7 @@
     with Gateway(site={"devices": []}, trace=True) as gateway:
         gateway.ctl("set", "gw_id", "abc")              # the parsed answer; a refusal fails the test
         gateway.status()["clients"]
+        gateway.wait_for_clients(1)
         talk_to(gateway.address, 6668)
         gateway.trace()                                 # the parsed lines of the trace
 """
@@ -15,6 +16,7 @@ import shutil
 import signal
 import subprocess
 import tempfile
+import time
 
 import user_home  # noqa: F401
 
@@ -128,8 +130,22 @@ class Gateway:
         return self.ctl("status")
 
     def trace(self):
+        """The lines so far; one that is being written has no end yet."""
         with open(self._trace_path, encoding="utf-8") as file:
-            return [json.loads(line) for line in file]
+            return [json.loads(line) for line in file if line.endswith("\n")]
+
+    def wait_for(self, what, is_so):
+        """Waits until the status is as it shall be. Returns it."""
+        bound = time.monotonic() + PATIENCE_S
+        while True:
+            status = self.status()
+            if is_so(status):
+                return status
+            assert time.monotonic() < bound, f"expected {what}, but the gateway is in {status}"
+            time.sleep(0.01)
+
+    def wait_for_clients(self, number):
+        self.wait_for(f"{number} clients", lambda status: status["clients"] == number)
 
     def stderr(self):
         with open(self._stderr_path, encoding="utf-8", errors="replace") as file:

@@ -43,9 +43,9 @@ class Interfaces(unittest.TestCase):
         left, right = self.network("app", "gateway"), self.network("gateway")
         host = left.hosts["app"]
         right.connect(host)
-        addresses = {}
-        for name, network in (("gwleft", left), ("gwright", right)):
-            addresses[name] = self.gateway(network.hosts["gateway"], site=site(name)).address
+        gateways = {name: self.gateway(network.hosts["gateway"], site=site(name))
+                    for name, network in (("gwleft", left), ("gwright", right))}
+        addresses = {name: gateway.address for name, gateway in gateways.items()}
         code, out, err = app(host, "discover")
         rows = [line.split("\t") for line in out.splitlines()]
         self.assertEqual((code, rows[0], sorted(row[:3] for row in rows[1:])),
@@ -59,6 +59,8 @@ class Interfaces(unittest.TestCase):
         code, _, err = app(host, "channel", "get", "--interface", "eth0", "--gateway", addresses["gwright"],
                            "--timeout", "0.5")
         self.assertEqual(code, 5, f"--interface confines: {err}")
+        for gateway in gateways.values():
+            gateway.ctl("network", "down")  # it announces itself no more
         code, _, err = app(host, "--listen", "0.01", "devices")
         self.assertEqual(code, 3)
         self.assertIn("no gateway was heard on eth0, eth1 and lo within", err)

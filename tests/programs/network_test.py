@@ -6,7 +6,6 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 from gateway import PATIENCE_S, Gateway, program
@@ -28,16 +27,6 @@ def start_app(host, *arguments):
     return subprocess.Popen(command(host, *arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
 
 
-def wait_for(gateway, what, is_so):
-    """Waits until the status of a gateway is as it shall be."""
-    bound = time.monotonic() + PATIENCE_S
-    while time.monotonic() < bound:
-        status = gateway.status()
-        if is_so(status):
-            return status
-    raise AssertionError(f"{what} was expected, but the gateway is in {status}")
-
-
 def end(process):
     process.send_signal(signal.SIGINT)
     return process.communicate(timeout=PATIENCE_S)
@@ -51,7 +40,7 @@ class SilentPeer:
         self.host = self.network.hosts["app"]
         self.gateway = Gateway(host=self.network.hosts["gateway"], site=SITE)
         self.watcher = start_app(self.host, "--gateway", self.gateway.address, "--json", "watch")
-        wait_for(self.gateway, "one client", lambda status: status["clients"] == 1)
+        self.gateway.wait_for("one client", lambda status: status["clients"] == 1)
         self.gateway.ctl("report", "lamp", '{"1": 1}')
         self.watcher.stdout.readline()
         self.host.cut()
@@ -126,7 +115,7 @@ class NetworkTest(unittest.TestCase):
             watchers = [start_app(host, "--gateway", gateway.address, "--json", "watch")
                         for host in (self.first, self.second)]
             try:
-                wait_for(gateway, "two clients", lambda status: status["clients"] == 2)
+                gateway.wait_for("two clients", lambda status: status["clients"] == 2)
                 for value in (1, 2, 3):
                     if value == 2:
                         self.first.cut()
@@ -142,16 +131,16 @@ class NetworkTest(unittest.TestCase):
 
     def test_a_cut_during_an_upgrade_ends_it_on_both_sides_and_the_next_one_works(self):
         with tempfile.NamedTemporaryFile() as image, Gateway(host=self.gateway_host, site=SITE,
-                                                             scenario={"upgrade": {"chunk_size": 100}}) as gateway:
+                                                             scenario={"upgrade": {"chunk_size": 1}}) as gateway:
             image.write(os.urandom(4_000_000))
             image.flush()
             chosen = ("upgrade", image.name, "--version", "2.0.1", "--gateway", gateway.address)
             # It stays to the end: an upgrade fails when any app leaves.
             watcher = start_app(self.second, "--gateway", gateway.address, "--json", "watch")
             try:
-                wait_for(gateway, "the watcher", lambda status: status["clients"] == 1)
-                running = start_app(self.first, *chosen, "--timeout", "1")
-                wait_for(gateway, "a chunk", lambda status: status["upgrade"]["received"] > 0)
+                gateway.wait_for("the watcher", lambda status: status["clients"] == 1)
+                running = start_app(self.first, *chosen, "--timeout", "2")
+                gateway.wait_for("a chunk", lambda status: status["upgrade"]["received"] > 0)
                 self.first.cut()
                 _, err = running.communicate(timeout=PATIENCE_S)
                 self.assertEqual(running.returncode, 5)
@@ -160,8 +149,8 @@ class NetworkTest(unittest.TestCase):
                 while '"dps"' not in (line := watcher.stdout.readline()):
                     self.assertNotEqual(line, "", "the watcher ended without the report")
                 self.first.plug()
-                status = wait_for(gateway, "the end of the lost app and of its upgrade",
-                                  lambda now: (now["clients"], now["upgrade"]["state"]) == (1, "failed"))
+                status = gateway.wait_for("the end of the lost app and of its upgrade",
+                                          lambda now: (now["clients"], now["upgrade"]["state"]) == (1, "failed"))
                 self.assertNotEqual(status["gateway"]["gw_sw_ver"], "2.0.1")
                 image.truncate(10_000)
                 self.check(self.first, *chosen, word="version 2.0.1")
@@ -184,8 +173,8 @@ class ProvisionTest(unittest.TestCase):
                 done = provision("garage", "--plain")
                 self.assertEqual(done.returncode, 4, done.stdout)
                 self.assertIn("could not join network garage", done.stderr)
-                wait_for(gateway, "its own second try",
-                         lambda status: status["faults"]["wf_station_connect"]["count"] == 2)
+                gateway.wait_for("its own second try",
+                                 lambda status: status["faults"]["wf_station_connect"]["count"] == 2)
                 gateway.ctl("fault", "wf_station_connect", "off")
                 done = provision("office", "--gateway", "netgw1")
                 self.assertEqual(done.returncode, 0, done.stderr)
@@ -201,9 +190,9 @@ class SilentPeerTest(unittest.TestCase):
     def test_a_silent_peer_is_dropped_and_connects_again_when_its_cable_is_back(self):
         gateway, watcher = silent_peer.gateway, silent_peer.watcher
         # The keep-alive of TCP takes 35 s; without it a client stays for two minutes.
-        wait_for(gateway, "no client", lambda status: status["clients"] == 0)
+        gateway.wait_for("no client", lambda status: status["clients"] == 0)
         silent_peer.host.plug()
-        wait_for(gateway, "the client", lambda status: status["clients"] == 1)
+        gateway.wait_for("the client", lambda status: status["clients"] == 1)
         gateway.ctl("report", "lamp", '{"1": 2}')
         self.assertEqual(json.loads(watcher.stdout.readline())["dps"], {"1": 2})
         _, err = end(watcher)

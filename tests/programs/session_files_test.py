@@ -7,6 +7,7 @@ import socket
 import stat
 import subprocess
 import tempfile
+import time
 import unittest
 
 from gateway import PATIENCE_S, Gateway, program
@@ -130,6 +131,7 @@ class SessionFilesTest(unittest.TestCase):
                             "--ssid", "net", "--password", SECRETS[0], "--token", SECRETS[1], "--yes", "--force",
                             "--address", gateway.address, "--repeat", "1", "--wait", "1"], capture_output=True,
                            check=False, timeout=PATIENCE_S)
+            gateway.wait_for("that it has taken the credentials", lambda status: status["wifi"]["ssid"] == "net")
         for record in (self.record, path):
             told = [event for event in events(record)[1] if event.get("port") == 6669]
             self.assertEqual([(event["from"], json.loads(event["text"])) for event in told],
@@ -143,6 +145,11 @@ class SessionFilesTest(unittest.TestCase):
         with Gateway("--record", self.record, site=SITE) as gateway:
             for _ in range(3):
                 gateway.run_app("--local-key", LOCAL_KEY, "devices")
+            bound, lines = time.monotonic() + PATIENCE_S, b""
+            while lines.count(b"\n") < 8:
+                self.assertLess(time.monotonic(), bound, "expected that what happens is written while it happens")
+                with open(self.record, "rb") as file:
+                    lines = file.read()
             gateway.stop(signal.SIGKILL)
         self.assertGreater(len(events(self.record)[1]), 6)
         done = session("check", self.record)
@@ -162,6 +169,7 @@ class SessionFilesTest(unittest.TestCase):
     def test_the_story_is_shown_and_filtered(self):
         with Gateway("--record", self.record, site=SITE) as gateway:
             self.app(gateway, 1, "dp", "set", "lamp1", "1=true")
+            gateway.wait_for_clients(0)
             gateway.run_ctl("set", "product_key", "\x1b[2J")  # which is refused
         story = session("show", self.record).stdout
         for text in ('> FRM_TP_CMD', 'closed by the app', 'control: set product_key \\x1b[2J', 'end\n'):

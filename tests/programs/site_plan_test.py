@@ -191,14 +191,20 @@ class SitePlanTest(unittest.TestCase):
         self.assertEqual(gateway.status()["gateway"]["gw_sw_ver"], "1.0.0")
 
     def test_an_upgrade_of_another_app_goes_on(self):
-        gateway, = self.gateways(ADDRESSES[:1], upgrade={"chunk_size": 4096})
-        image = self.write("x" * 4_000_000, "image.bin")
+        gateway, = self.gateways(ADDRESSES[:1], upgrade={"never_start": True})
+        image = self.write("x" * 1_000_000, "image.bin")
         with subprocess.Popen(self.command("--gateway", gateway.address, "upgrade", image, "--version", "3.0"),
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True) as upgrading:
-            while gateway.status()["upgrade"]["state"] != "receiving":
-                self.assertIsNone(upgrading.poll(), "the upgrade runs")
-            self.run_app(0, "site", "apply", self.plan, "--only", "flat-01")
-            told, _ = upgrading.communicate(timeout=PATIENCE_S)
+            gateway.wait_for("the offer", lambda status: status["upgrade"]["state"] == "offered")
+            with subprocess.Popen(self.command("site", "apply", self.plan, "--only", "flat-01", "--timeout", "5"),
+                                  env=self.environment(), stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                  text=True) as applying:
+                while "staying connected until it is over" not in (line := applying.stderr.readline()):
+                    self.assertNotEqual(line, "", "expected to be told that an upgrade is waited for")
+                gateway.ctl("upgrade", "start")
+                told, _ = upgrading.communicate(timeout=PATIENCE_S)
+                _, errors = applying.communicate(timeout=PATIENCE_S)
+            self.assertEqual(applying.returncode, 0, errors)
         self.assertIn("now has version 3.0", told)
         self.assertNotIn("starting again", told)
 

@@ -10,7 +10,7 @@ import unittest
 from unittest import mock
 
 from gateway import PATIENCE_S, Gateway, program
-from walk_test import Watcher, app, wait_for_clients
+from walk_test import Watcher, app
 
 SITE = {
     "gateway": {"gw_id": "upgradegw%d" % os.getpid(), "gw_sw_ver": "1.0.0"},
@@ -21,8 +21,8 @@ TARGETS = {"gateway": ([], "firmware-gateway.bin"), "device": (["--cid", "lamp"]
 LARGE = 64 << 20
 DAMAGED_BYTES = 300_000
 QUICK = {"install_ms": 1}
-# 65536 chunks for the large image: none of the pulled plugs comes after the last of them.
-SLOW = {**QUICK, "chunk_size": 1024}
+# Chunks of one byte: none of the pulled plugs comes after the last of them, however late it comes.
+SLOW = {**QUICK, "chunk_size": 1}
 NEVER = {**QUICK, "never_start": True}
 
 
@@ -38,11 +38,9 @@ def installed_version(gateway, target):
 
 
 def wait_for_upgrade(gateway, state, received=0):
-    for _ in range(10_000):
-        upgrade = gateway.status()["upgrade"]
-        if upgrade["state"] == state and upgrade["received"] >= received:
-            return upgrade
-    raise AssertionError(f"expected an upgrade that is {state} with {received} bytes, got {upgrade}")
+    def is_so(status):
+        return status["upgrade"]["state"] == state and status["upgrade"]["received"] >= received
+    return gateway.wait_for(f"an upgrade that is {state} with {received} bytes", is_so)["upgrade"]
 
 
 def peak_kib(process):
@@ -106,9 +104,9 @@ class Upgrade(unittest.TestCase):
             file.write(random.Random(size).randbytes(size))
         return path
 
-    def start(self, gateway, target, image, version):
-        command = [program("engr_app"), "--gateway", gateway.address, "--timeout", "2", "upgrade", image, "--version",
-                   version, *TARGETS[target][0]]
+    def start(self, gateway, target, image, version, *options):
+        command = [program("engr_app"), "--gateway", gateway.address, "upgrade", image, "--version", version,
+                   *TARGETS[target][0], *options]
         running = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         self.addCleanup(running.kill)
         return running
@@ -160,7 +158,7 @@ class Upgrade(unittest.TestCase):
         for target, cid, last in (("gateway", SITE["gateway"]["gw_id"], 98), ("device", "lamp", 100)):
             with self.subTest(target=target), Gateway(site=SITE, scenario={"upgrade": QUICK}) as gateway:
                 watcher = Watcher(gateway)
-                wait_for_clients(gateway, 1)
+                gateway.wait_for_clients(1)
                 self.upgrade(gateway, target, self.image(5_000_000), "2.0.1")
                 percentages = [0]
                 while percentages[-1] < last:
@@ -193,11 +191,12 @@ class Upgrade(unittest.TestCase):
                 image = large if plug[1] == LARGE else self.image(plug[1])
                 with self.subTest(name, target=target), \
                         Gateway(site=SITE, scenario={"upgrade": plug[0]}) as gateway:
-                    self.pull(gateway, target, image, *plug[2:])
+                    # After this time without a request for a chunk the app asks how the upgrade stands.
+                    options = ["--timeout", "5"] if "fail_at" in plug[0] else []
+                    self.pull(gateway, self.start(gateway, target, image, "2.0.1", *options), target, image, *plug[2:])
                     self.try_again(gateway, target, wait_to_be_started=plug[0] is NEVER)
 
-    def pull(self, gateway, target, image, state, action, exit_status, app_words, end, gateway_words):
-        running = self.start(gateway, target, image, "2.0.1")
+    def pull(self, gateway, running, target, image, state, action, exit_status, app_words, end, gateway_words):
         wait_for_upgrade(gateway, state, received=1 if state == "receiving" else 0)
         action(gateway, running, image)
         out, error = running.communicate(timeout=PATIENCE_S)

@@ -42,20 +42,13 @@ class Watcher:
         return self.process.returncode, out, error
 
 
-def wait_for_clients(gateway, number):
-    for _ in range(10_000):
-        if gateway.status()["clients"] == number:
-            return
-    raise AssertionError(f"expected {number} clients, got {gateway.status()['clients']}")
-
-
 class Walk(unittest.TestCase):
     def test_an_app_finds_the_gateway_and_sees_its_devices(self):
         with Gateway(site=SITE) as gateway:
             gw_id = SITE["gateway"]["gw_id"]
             self.assertEqual(gateway.ready_line, f"ready: tcp 6668 on lo ({gateway.address}), gateway {gw_id} with "
                              f"2 devices, data in {gateway.data_dir}")
-            found = json.loads(app("--json", "--listen", "8", "discover").stdout)
+            found = json.loads(app("--json", "discover").stdout)
             self.assertIn((gw_id, gateway.address), [(one["id"], one["address"]) for one in found])
             for chosen in (gw_id, gateway.address):
                 devices = json.loads(app("--gateway", chosen, "--json", "devices").stdout)
@@ -79,7 +72,7 @@ class Walk(unittest.TestCase):
         with Gateway(site=SITE) as gateway:
             watchers = [Watcher(gateway) for _ in range(10)]
             try:
-                wait_for_clients(gateway, 10)
+                gateway.wait_for_clients(10)
                 refused = app("--gateway", gateway.address, "devices")
                 self.assertEqual(refused.returncode, 5)
                 self.assertIn("10", refused.stderr)
@@ -127,7 +120,7 @@ class Walk(unittest.TestCase):
     def test_the_agent_starts_and_stops_under_connected_apps(self):
         with Gateway(site=SITE) as gateway:
             watcher = Watcher(gateway)
-            wait_for_clients(gateway, 1)
+            gateway.wait_for_clients(1)
             for _ in range(20):
                 self.assertEqual(gateway.ctl("call", "engr_lan_pro_cntl_exit")["result"], 0)
                 self.assertEqual(gateway.ctl("call", "engr_lan_pro_cntl_init", 0)["result"], 0)
