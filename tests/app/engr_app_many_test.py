@@ -108,7 +108,7 @@ class ManyGatewaysTest(unittest.TestCase):
                 with open(file, "w", encoding="utf-8") as written:
                     written.write(text)
                 os.chmod(file, 0o600)
-                return run("devices", "--listen", "1", "--key-file", file, *choice)
+                return run("devices", "--listen", "3", "--key-file", file, *choice)
             lines = "# keys\n" + "".join(f"{name}  {key}\r\n" for name, key in keys.items())
             for text, choice, wanted in [
                     (lines, ["--all"], rows), (json.dumps(keys), ["--all"], rows),
@@ -121,7 +121,7 @@ class ManyGatewaysTest(unittest.TestCase):
                 self.assertNotIn("read by others", err)
             self.assertEqual(with_keys(lines, "--gateway", "127.60.3.2")[1].splitlines()[1:], ["of-gw2\tp|1\toffline"])
             for more, wanted in [([], rows[:1]), (["--accept-deactivated"], [rows[0], rows[2]])]:
-                code, out, err = run("devices", "--listen", "1", "--all", "--local-key", LOCAL_KEY, *more)
+                code, out, err = run("devices", "--listen", "3", "--all", "--local-key", LOCAL_KEY, *more)
                 self.assertEqual((code, out.splitlines()[1:]), (7, wanted))
                 self.assertIn("gw2: ", err)
                 self.assertEqual("gateway gw3 " in err, not more, "a key given is the only one used")
@@ -141,7 +141,7 @@ class ManyGatewaysTest(unittest.TestCase):
         false = {f"false{number}": (f"127.60.5.{number % 250}", 0) for number in range(300)}
         also = {f"also{number}": ("127.60.4.1", 0) for number in range(20)}
         with announced(a_first=("127.60.4.1", 0), **false, **also):
-            code, out, err = run("devices", "--all", "--listen", "2")
+            code, out, err = run("devices", "--all", "--listen", "5")
         self.assertEqual(code, 7, "nobody answers at the false addresses")
         rows = [line.split("\t") for line in out.splitlines()[1:]]
         self.assertEqual([row[1:] for row in rows], [["a1", "p|1", "offline"], ["b2", "p|1", "online"]], err)
@@ -151,7 +151,7 @@ class ManyGatewaysTest(unittest.TestCase):
     def test_each_gateway_has_a_bar_of_its_own_on_a_terminal(self):
         names = [Gateway(FIRST, address).name for address in ("127.60.4.1", "127.60.4.2")]
         master, slave = pty.openpty()
-        with subprocess.Popen([APP, "site", "report", "--data-points", "--timeout", "0.1", "--gateway", names[0],
+        with subprocess.Popen([APP, "site", "report", "--data-points", "--listen", "0.01", "--gateway", names[0],
                                "--gateway", names[1]], stdout=subprocess.DEVNULL, stderr=slave) as running:
             os.close(slave)
             shown = b""
@@ -163,7 +163,7 @@ class ManyGatewaysTest(unittest.TestCase):
         os.close(master)
         self.assertEqual(running.returncode, 0)
         for name in names:
-            self.assertRegex(shown.decode(), rf"(?s){name}: data points  \[#+\]  100 %  2 devices  in 0 s\r\n")
+            self.assertRegex(shown.decode(), rf"(?s){name}: data points  \[#+\]  100 %  2 devices  in \d+ s\r\n")
         self.assertTrue(shown.endswith(b"\n"))
 
 
@@ -178,7 +178,7 @@ class SiteTest(unittest.TestCase):
 
     def report(self, serve, name):
         path = self.path(name)
-        code, out, err = run("site", "report", "--gateway", Gateway(serve, "127.60.5.1").name, "--timeout", "0.1",
+        code, out, err = run("site", "report", "--gateway", Gateway(serve, "127.60.5.1").name, "--listen", "0.01",
                              "--data-points", "--json-file", path, "--markdown", path + ".md")
         self.assertEqual(code, 0, err)
         self.assertIn(path, out)
@@ -213,8 +213,8 @@ class SiteTest(unittest.TestCase):
     def test_reports_of_several_gateways_are_compared_by_gateway(self):
         names = [Gateway(serve, address).name for serve, address in ((FIRST, "127.60.6.1"), (SECOND, "127.60.6.2"))]
         several = [word for name in names for word in ("--gateway", name)]
-        both = run("site", "report", "--json", "--timeout", "0.1", *several)[1]
-        one = run("site", "report", "--json", "--timeout", "0.1", several[0], several[1])[1]
+        both = run("site", "report", "--json", "--listen", "0.01", *several)[1]
+        one = run("site", "report", "--json", "--listen", "0.01", several[0], several[1])[1]
         for name, content in (("both", both), ("one", one), ("bad", "{}"), ("worse", "[{}]")):
             with open(self.path(name), "w", encoding="utf-8") as file:
                 file.write(content)
@@ -223,7 +223,7 @@ class SiteTest(unittest.TestCase):
                                       ("one", "bad", (2, "")), ("worse", "one", (2, "")), ("one", "none", (2, ""))]:
             code, out, err = run("site", "diff", self.path(before), self.path(after))
             self.assertEqual((code, out), wanted, err)
-        code, _, err = run("site", "report", "--markdown", self.path("s.md"), "--timeout", "0.1", *several)
+        code, _, err = run("site", "report", "--markdown", self.path("s.md"), "--listen", "0.01", *several)
         self.assertEqual(code, 0, err)
         self.assertEqual(sorted(name for name in os.listdir(self.directory) if name.startswith("s")),
                          sorted(f"s-{name.replace(':', '_')}.md" for name in names))
@@ -238,14 +238,14 @@ class SiteTest(unittest.TestCase):
         asks = {FRM_TP_CMD: 1, FRM_DEV_LIST: 1, FRM_DEV_LINE_STAT: 1, FRM_GET_CHANNEL: 1, FRM_READ_APP_CFG: 1}
         for more, wanted in [([], asks), (["--data-points"], {**asks, FRM_LOCAL_DP_QUERY: 2})]:
             asked.clear()
-            self.assertEqual(run("site", "report", "--gateway", name, "--timeout", "0.1", *more)[0], 0)
+            self.assertEqual(run("site", "report", "--gateway", name, "--listen", "0.01", *more)[0], 0)
             self.assertEqual({kind: asked.count(kind) for kind in asked}, wanted, more)
 
 
 class ProvisionTest(unittest.TestCase):
     ADDRESS, ID = "127.60.7.1", f"gw{os.getpid()}p"
 
-    def provision(self, react, *more, environment=None):
+    def provision(self, react, *more, listen="0.1", environment=None):
         """Runs it against a gateway in access-point mode that reacts to each datagram it gets."""
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as listener:
             listener.bind((self.ADDRESS, 6669))
@@ -259,7 +259,7 @@ class ProvisionTest(unittest.TestCase):
             thread.start()
             try:
                 status, out, err = run("provision", "--ssid", "home", "--token", "t0ken", "--address", self.ADDRESS,
-                                       "--listen", "0.1", "--yes", "--force", *more, environment=environment)
+                                       "--listen", listen, "--yes", "--force", *more, environment=environment)
                 return outcome(status), out, err, got
             finally:
                 listener.sendto(b"", (self.ADDRESS, 6669))
@@ -286,8 +286,7 @@ class ProvisionTest(unittest.TestCase):
                  "could not join network home: no such network (result 3)",
                  request(1, 1, b'{"ssid":"home","token":"t0ken"}')),
                 (["--open"], lambda count: self.fail(b'{"result":3,"desc":"cut'), 1, '"desc":"cut', None),
-                (["--open", "--wait", "0.3"], lambda count: self.fail(b"{}", KEYS[2]), 1, "key seeds",
-                 None),
+                (["--open", "--wait", "3"], lambda count: self.fail(b"{}", KEYS[2]), 1, "key seeds", None),
                 (["--open", "--wait", "0.3"], lambda count: None, 1, "no announcement was received", None)]:
             got, out, err, datagrams = self.provision(react, *arguments, "--gateway", self.ID)
             self.assertEqual(got, code, err)
@@ -297,7 +296,8 @@ class ProvisionTest(unittest.TestCase):
 
     def test_a_gateway_that_was_there_before_is_not_taken_for_the_new_one(self):
         with announced(**{self.ID: (self.ADDRESS, 0)}):
-            code, _, err, _ = self.provision(lambda count: None, "--open", "--wait", "0.5", "--gateway", self.ID)
+            code, _, err, _ = self.provision(lambda count: None, "--open", "--wait", "0.5", "--gateway", self.ID,
+                                             listen="3")
         self.assertEqual(code, 1)
         self.assertIn("no announcement was received", err)
 

@@ -8,8 +8,8 @@ import tempfile
 import unittest
 
 from fake_gateway import KEYS, LOCAL_KEY, Gateway, announced, answering, encrypt, frame, requests, run
-from lan_codec import (FRM_CHK_SOFT_VER, FRM_DEV_LINE_STAT, FRM_DEV_LIST, FRM_DP_REPORT, FRM_GET_CHANNEL,
-                       FRM_KEEPALIVE, FRM_LOCAL_DP_QUERY, FRM_TOKEN_BIND)
+from lan_codec import (FRM_CHK_SOFT_VER, FRM_DEL_SUB_DEV, FRM_DEV_LINE_STAT, FRM_DEV_LIST, FRM_DP_REPORT,
+                       FRM_GET_CHANNEL, FRM_KEEPALIVE, FRM_LOCAL_DP_QUERY, FRM_READ_APP_CFG, FRM_TOKEN_BIND)
 
 PRODUCTS = b'{"products":[{"cid":"a\\u001b[2J1","pid":"p1"},{"cid":"b2","pid":"p2"}]}'
 DEVICES = answering({FRM_DEV_LIST: (0, PRODUCTS), FRM_DEV_LINE_STAT: (0, b'{"online":["b2"]}'),
@@ -77,9 +77,10 @@ class OneGatewayTest(unittest.TestCase):
         self.assertEqual((code, json.loads(out)["error"]["kind"]), (5, "refused"))
 
     def test_each_verb_says_after_a_refusal_what_to_do_next(self):
-        refusing = answering({kind: (1, b"malloc error") for kind in (FRM_DEV_LIST, FRM_DEV_LINE_STAT,
-                                                                      FRM_CHK_SOFT_VER, FRM_GET_CHANNEL)})
-        for verb in (["devices"], ["watch"], ["channel", "get"], ["unbind", "a1"], ["site", "report"]):
+        refusing = answering({kind: (1, b"malloc error") for kind in (
+            FRM_DEV_LIST, FRM_DEV_LINE_STAT, FRM_CHK_SOFT_VER, FRM_GET_CHANNEL, FRM_DEL_SUB_DEV, FRM_READ_APP_CFG)})
+        for verb in (["devices"], ["watch"], ["channel", "get"], ["unbind", "a1"],
+                     ["site", "report", "--listen", "0.01"]):
             kind, message = self.failing(refusing, *verb)
             self.assertEqual(kind, "refused_by_gateway", verb)
             self.assertIn("malloc error; it is out of memory", message, verb)
@@ -177,14 +178,14 @@ class DiscoveryTest(unittest.TestCase):
         address = "127.77.%d.%d" % (os.getpid() // 250 % 250 + 1, os.getpid() % 250 + 1)
         gateway = Gateway(DEVICES, address, 6668)
         with announced(**{first: (address, 0), second: (address, 2)}):
-            code, out, err = run("discover", "--json", "--listen", "1")
+            code, out, err = run("discover", "--json", "--listen", "3")
             ours = {one["id"]: one for one in json.loads(out) if one["address"] == address}
             self.assertEqual((code, set(ours)), (0, {first, second}), err)
             self.assertEqual((ours[second]["activated"], ours[second]["version"]), (True, "3.3"))
             code, out, err = run("discover", "--fields", "id,version", "--no-header", "--sort", "id", "--filter",
-                                 f"address={address}", "--listen", "1")
+                                 f"address={address}", "--listen", "3")
             self.assertEqual((code, out), (0, f"{first}\t3.3\n{second}\t3.3\n"), err)
-            code, out, err = run("devices", "--listen", "1")
+            code, out, err = run("devices", "--listen", "3")
             self.assertEqual((code, out), (3, ""))
             self.assertIn("pick one with --gateway", err)
             code, out, err = run("devices", "--gateway", first)
@@ -193,7 +194,7 @@ class DiscoveryTest(unittest.TestCase):
             self.assertEqual(code, 6)
             self.assertIn("is activated: give its local key", err)
             self.assertEqual(run("ping", "-c", "1", "--gateway", second)[0], 0, "needs no key")
-            code, _, err = run("devices", "--gateway", "gw-unknown", "--listen", "1")
+            code, _, err = run("devices", "--gateway", "gw-unknown", "--listen", "3")
             self.assertEqual(code, 3)
             self.assertIn(first, err, "what was found instead is listed")
         gateway.listener.close()

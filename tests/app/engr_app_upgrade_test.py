@@ -11,6 +11,7 @@ import subprocess
 import tempfile
 import threading
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 
 from fake_gateway import APP, KEYS, Gateway, all_requests, encrypt, frame, outcome, requests, run
 from lan_codec import (FRM_CHK_SOFT_VER, FRM_DEV_LIST, FRM_DEV_UPGRADE, FRM_DEV_UPGRADE_INFO, FRM_DOWNLOAD_FIRMWARE,
@@ -132,10 +133,12 @@ class UpgradeTest(unittest.TestCase):
             file.write(content)
         return path
 
-    def check(self, gateway, *more, code=0, words=()):
+    def bring(self, path, gateway, *more):
         chosen = ["--cid", gateway.cid] if gateway.cid else []
-        got, out, err = run("upgrade", self.file(gateway.image), "--version", NEW, *chosen, *more, "--gateway",
-                            Gateway(gateway.serve).name)
+        return run("upgrade", path, "--version", NEW, *chosen, *more, "--gateway", Gateway(gateway.serve).name)
+
+    def check(self, gateway, *more, code=0, words=(), brought=None):
+        got, out, err = brought or self.bring(self.file(gateway.image), gateway, *more)
         self.assertEqual(gateway.faults, [], err)
         self.assertEqual(outcome(got), code, out + err)
         for word in words:
@@ -154,37 +157,41 @@ class UpgradeTest(unittest.TestCase):
                 self.assertIn("device a1 of gateway" if cid else "gateway", out)
 
     def test_each_end_is_told_with_what_is_installed_then(self):
-        image, quick = random.Random(7).randbytes(5000), ("--timeout", "0.5")
+        image, quick = random.Random(7).randbytes(5000), ("--timeout", "2")
         half = {"most": 2500}
-        for cid, how, more, code, *words in [
-                ("", {"refusal": "gw_lan_ug_cb error"}, (), 1, "gw_lan_ug_cb error; its upgrade service"),
-                ("a1", {"refusal": "dev_lan_ug_cb func not exist"}, (), 1, "can't upgrade its devices"),
-                ("", {"start": (1, "dev is upgrading")}, quick, 1, "an upgrade is under way already"),
-                ("", {"start": (1, "file_size is zero")}, (), 1, "try again"),
-                ("", {"running": "b2"}, quick, 1, "has an upgrade of b2 under way", "staying connected until",
-                 "an upgrade of b2 is over"),
-                ("a1", {"running": "b2"}, quick, 1, "has an upgrade of b2 under way", "staying connected"),
-                ("a1", {"installed": ""}, (), 0, "now has version 2.0.1;"),
-                ("a2", {"known": False}, (), 1, "knows no device a2"),
-                ("", {**half, "fail_at": 2600}, quick, 1, "gave up at byte 2500 of 5000: version 1.0 is still",
-                 "engr_app log"),
-                ("a1", {**half, "lose_at": 2600}, quick, 1, "ended the upgrade; starting again, once",
-                 "lost at byte 2500 of 5000, which ended the upgrade: version 1.0 is still"),
-                ("", {**half, "lose_at": 2600, "losses": 1}, quick, 0, "lost at byte 2500 of 5000",
-                 "starting again, once", "now has version 2.0.1"),
-                ("", {"lose_end": True, "polls": 2}, quick, 0, "now has version 2.0.1"),
-                ("a1", {"polls": 4}, quick, 0, "now has version 2.0.1"),
-                ("a1", {"lose_end": True, "installs": False}, quick, 1, "did not install it: version 1.0 is still"),
-                ("", {"installs": False}, quick, 1, "received the whole image, but did not install it"),
-                ("", {"silent": True}, ("--timeout", "0.3"), 1, "did not ask for the next piece", "at byte 0 of 5000",
-                 "has ended on the gateway, too; version 1.0"),
-                ("", {"installed": NEW}, (), 0, "has version 2.0.1 already"),
-                ("", {"installed": NEW}, ("--again",), 0, "now has version 2.0.1 (before: 2.0.1)"),
-                ("", {"installed": "2.0.10"}, (), 2, "installed 2.0.10 -> 2.0.1, DOWNGRADE", "give --yes"),
-                ("a1", {"installed": "2.1"}, ("--yes",), 0, "DOWNGRADE", "now has version 2.0.1 (before: 2.1)"),
-                ("", {"installed": NEW, "fail_at": 0}, ("--again", *quick), 1, "gave up at byte 0")]:
-            with self.subTest(how=how):
-                self.check(Upgrading(image, cid, **how), *more, code=code, words=words)
+        cases = [
+            ("", {"refusal": "gw_lan_ug_cb error"}, (), 1, "gw_lan_ug_cb error; its upgrade service"),
+            ("a1", {"refusal": "dev_lan_ug_cb func not exist"}, (), 1, "can't upgrade its devices"),
+            ("", {"start": (1, "dev is upgrading")}, quick, 1, "an upgrade is under way already"),
+            ("", {"start": (1, "file_size is zero")}, (), 1, "try again"),
+            ("", {"running": "b2"}, quick, 1, "has an upgrade of b2 under way", "staying connected until",
+             "an upgrade of b2 is over"),
+            ("a1", {"running": "b2"}, quick, 1, "has an upgrade of b2 under way", "staying connected"),
+            ("a1", {"installed": ""}, (), 0, "now has version 2.0.1;"),
+            ("a2", {"known": False}, (), 1, "knows no device a2"),
+            ("", {**half, "fail_at": 2600}, quick, 1, "gave up at byte 2500 of 5000: version 1.0 is still",
+             "engr_app log"),
+            ("a1", {**half, "lose_at": 2600}, quick, 1, "ended the upgrade; starting again, once",
+             "lost at byte 2500 of 5000, which ended the upgrade: version 1.0 is still"),
+            ("", {**half, "lose_at": 2600, "losses": 1}, quick, 0, "lost at byte 2500 of 5000",
+             "starting again, once", "now has version 2.0.1"),
+            ("", {"lose_end": True, "polls": 2}, quick, 0, "now has version 2.0.1"),
+            ("a1", {"polls": 4}, quick, 0, "now has version 2.0.1"),
+            ("a1", {"lose_end": True, "installs": False}, quick, 1, "did not install it: version 1.0 is still"),
+            ("", {"installs": False}, quick, 1, "received the whole image, but did not install it"),
+            ("", {"silent": True}, ("--timeout", "1"), 1, "did not ask for the next piece", "at byte 0 of 5000",
+             "has ended on the gateway, too; version 1.0"),
+            ("", {"installed": NEW}, (), 0, "has version 2.0.1 already"),
+            ("", {"installed": NEW}, ("--again",), 0, "now has version 2.0.1 (before: 2.0.1)"),
+            ("", {"installed": "2.0.10"}, (), 2, "installed 2.0.10 -> 2.0.1, DOWNGRADE", "give --yes"),
+            ("a1", {"installed": "2.1"}, ("--yes",), 0, "DOWNGRADE", "now has version 2.0.1 (before: 2.1)"),
+            ("", {"installed": NEW, "fail_at": 0}, ("--again", *quick), 1, "gave up at byte 0")]
+        path, gateways = self.file(image), [Upgrading(image, cid, **how) for cid, how, *_ in cases]
+        with ThreadPoolExecutor(4) as several:  # most wait for what does not come
+            ends = several.map(lambda gateway, case: self.bring(path, gateway, *case[2]), gateways, cases)
+            for gateway, brought, (_, how, _, code, *words) in zip(gateways, ends, cases):
+                with self.subTest(how=how):
+                    self.check(gateway, code=code, words=words, brought=brought)
 
     def test_a_dry_run_announces_no_image_and_starts_nothing(self):
         for cid, asked in [("", [(250, 0)]), ("a1", [(250, 0), (229, 0)])]:
@@ -227,7 +234,7 @@ class UpgradeTest(unittest.TestCase):
         image = random.Random(3).randbytes(600000)
         gateways = [Upgrading(image), Upgrading(image, fail_at=0)]
         names = [Gateway(one.serve).name for one in gateways]
-        code, out, err = run("upgrade", self.file(image), "--version", NEW, "--json", "--timeout", "1", "--gateway",
+        code, out, err = run("upgrade", self.file(image), "--version", NEW, "--json", "--timeout", "2", "--gateway",
                              names[0], "--gateway", names[1])
         self.assertEqual(code, 7, err)
         good, bad = json.loads(out)
@@ -259,7 +266,7 @@ class UpgradeTest(unittest.TestCase):
                         connection.sendall(frame(number, kind, 0))
                     if left:
                         report(FRM_DOWNLOAD_FIRMWARE, left.pop(0))
-        return run("upgrade", self.file(bytes(3000)), "--version", NEW, "--timeout", "0.5", "--gateway",
+        return run("upgrade", self.file(bytes(3000)), "--version", NEW, "--timeout", "2", "--gateway",
                    Gateway(serve).name)
 
     def test_a_request_that_the_upgrade_can_not_lead_to_ends_it(self):
@@ -300,7 +307,7 @@ class UpgradeTest(unittest.TestCase):
                     connection.sendall(frame(number, kind, 0) + request * 300)
                     many.wait(60)
                     return
-        code, _, err = run("upgrade", self.file(bytes(2000000)), "--version", NEW, "--timeout", "0.5", "--gateway",
+        code, _, err = run("upgrade", self.file(bytes(2000000)), "--version", NEW, "--timeout", "2", "--gateway",
                            Gateway(serve).name)
         many.set()
         self.assertEqual(outcome(code), 1)
@@ -309,7 +316,7 @@ class UpgradeTest(unittest.TestCase):
     def test_an_upgrade_that_the_gateway_gave_up_is_started_once_more(self):
         gateway = Upgrading(bytes(5000), most=2500, fail_at=2600)
         gateway.on_piece = lambda: len(gateway.pieces) > 2 and setattr(gateway, "fail_at", None)
-        self.check(gateway, "--timeout", "0.5", words=["probably because another app disconnected", "starting again",
+        self.check(gateway, "--timeout", "2", words=["probably because another app disconnected", "starting again",
                                                        "now has version 2.0.1"])
         self.assertEqual([kind for kind, _ in gateway.asked].count(FRM_DEV_UPGRADE), 2)
 
@@ -331,7 +338,7 @@ class UpgradeTest(unittest.TestCase):
                         connection.sendall(frame(number, kind, 0, encrypt(KEYS[3], answer)))
                         connection.sendall(frame(0, FRM_UPGRADE_PERCENT_RPT, 0, encrypt(
                             KEYS[3], b'{"firmwareType":0,"cid":"gw1","progress":7}')))
-            code, _, err = run(*arguments, "--timeout", "0.5", "--gateway", Gateway(serve).name)
+            code, _, err = run(*arguments, "--timeout", "2", "--gateway", Gateway(serve).name)
             self.assertEqual(code, 0, err)
             self.assertRegex(err, "(?s)upgrade of gw1 is under way.*staying connected.*Ctrl-C.*upgrade of gw1 is over")
             self.assertEqual(len(seen), left + 1, "expected to be asked until the upgrade was over")

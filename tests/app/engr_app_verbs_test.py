@@ -109,7 +109,7 @@ class VerbsTest(unittest.TestCase):
                   (FRM_TP_CMD, {"cid": "a1", "dps": {"1": True, "2": -5, "3": "1x", "4": "5"}},
                    (FRM_DP_REPORT, 0, '{"cid":"b","dps":{"1":1}}'), (FRM_DP_REPORT, 0, CHANGED), (0, ""))], 0,
                    "accepted the command; it now reports 1 = true"),
-                (["dp", "set", "a1", "--json-dps", '{"1":true}', "--timeout", "0.3"],
+                (["dp", "set", "a1", "--json-dps", '{"1":true}', "--timeout", "2"],
                  [*known(), (FRM_TP_CMD, {"cid": "a1", "dps": {"1": True}})], 1, "did not accept the command",
                  "see engr_app devices"),
                 (["dp", "set", "a1", "1=on"], known('{"1":true}'), 2,

@@ -21,8 +21,6 @@ SITE = {
     ],
 }
 
-SMALL_PIECES = {"chunk_size": 1024}  # so that there is time to disturb it
-
 
 def soon(work):
     """A bound against hanging, not a measure of speed."""
@@ -124,25 +122,26 @@ class Package(unittest.IsolatedAsyncioTestCase):
                         await soon(gateway.upgrade(*arguments))
 
     async def test_an_upgrade_that_the_gateway_gives_up_is_started_once_more(self):
-        with Daemon(site=SITE, scenario={"upgrade": {**SMALL_PIECES, "fail_at": 700_000}}) as daemon:
-            path, taken = self.image(daemon), []
+        with Daemon(site=SITE, scenario={"upgrade": {"fail_at": 700_000}}, trace=True) as daemon:
+            path = self.image(daemon)
             async with Gateway(daemon.address, timeout=2) as gateway:
                 with self.assertRaises(engr_lan.UpgradeFailed):
-                    await soon(gateway.upgrade(path, "2.0.1", on_progress=lambda done, _: taken.append(done)))
-            again = sum(later < earlier for earlier, later in zip(taken, taken[1:]))
-            self.assertEqual(again, 1, "expected the gateway to take the image from its beginning again, once")
+                    await soon(gateway.upgrade(path, "2.0.1"))
+            offers = [entry for entry in daemon.trace() if entry["call"] == "gw_lan_ug_cb"]
+            self.assertEqual(len(offers), 2, "expected the image to be offered again, once")
 
     async def test_an_image_that_is_not_what_was_announced_is_not_installed(self):
-        with Daemon(site=SITE, scenario={"upgrade": SMALL_PIECES}) as daemon:
+        with Daemon(site=SITE, scenario={"upgrade": {"never_start": True}}) as daemon:
             path = self.image(daemon)
-
-            def spoil(*_):
-                with open(path, "r+b") as file:
-                    file.seek(-1000, os.SEEK_END)
-                    file.write(bytes(1000))
             async with Gateway(daemon.address) as gateway:
+                upgrade = asyncio.create_task(gateway.upgrade(path, "2.0.1"))
+                await soon(asyncio.to_thread(daemon.wait_for, "the offer",
+                                             lambda status: status["upgrade"]["state"] == "offered"))
+                with open(path, "r+b") as file:
+                    file.write(bytes(1000))
+                daemon.ctl("upgrade", "start")
                 with self.assertRaises(engr_lan.UpgradeFailed) as failed:
-                    await soon(gateway.upgrade(path, "2.0.1", on_progress=spoil))
+                    await soon(upgrade)
                 self.assertIn("has the whole image", failed.exception.detail)
 
     async def test_a_gateway_without_a_network_reports_its_failure_or_appears(self):
@@ -154,9 +153,8 @@ class Package(unittest.IsolatedAsyncioTestCase):
             with self.assertRaises(engr_lan.WifiFailure) as failed:
                 await provision("garage")
             self.assertEqual((failed.exception.address, failed.exception.result), (daemon.address, -1))
-            for _ in range(10_000):  # the gateway tries once more by itself
-                if daemon.status()["faults"]["wf_station_connect"]["count"] == 2:
-                    break
+            daemon.wait_for("its own second try",
+                            lambda status: status["faults"]["wf_station_connect"]["count"] == 2)
             daemon.ctl("fault", "wf_station_connect", "off")
             sent = []
             found = await provision("office", on_progress=lambda *step: sent.append(step))

@@ -31,7 +31,6 @@ class Gateway:
                     self.serve(connection)
 
 
-NO_COMMAND = [encrypt(key, b"{}") for key in (KEYS[3], LOCAL_KEY.encode())]
 NO_COMMAND_REFUSED = encrypt(KEYS[3], b"data format error")
 
 
@@ -47,10 +46,11 @@ def all_requests(connection):
             received = received[length + 16:]
 
 
-def requests(connection):
+def requests(connection, key=None):
     """The requests that come, but for the empty device command with which an app asks before it leaves."""
+    no_command = [encrypt(each, b"{}") for each in (KEYS[3], LOCAL_KEY.encode(), key) if each]
     for number, kind, payload in all_requests(connection):
-        if kind == FRM_TP_CMD and payload in NO_COMMAND:
+        if kind == FRM_TP_CMD and payload in no_command:
             connection.sendall(frame(number, FRM_TP_CMD, 1, NO_COMMAND_REFUSED))
         else:
             yield number, kind, payload
@@ -59,7 +59,7 @@ def requests(connection):
 def answering(answers, key=KEYS[3]):
     """A server that answers each frame type with (ret, text), and keep-alives as gateways do."""
     def serve(connection):
-        for number, kind, _ in requests(connection):
+        for number, kind, _ in requests(connection, key):
             if kind == FRM_KEEPALIVE:
                 connection.sendall(frame(0, FRM_KEEPALIVE, 0))
             elif kind in answers:

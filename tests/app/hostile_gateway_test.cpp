@@ -187,6 +187,7 @@ TEST(hostile_json, with_more_values_than_any_gateway_has_to_say_is_refused_befor
 
 TEST(hostile_reports, that_nobody_waits_for_are_kept_within_bounds_the_newest_of_them) {
     engr_app::global_options chosen;
+    chosen.timeout_s = 60;
     engr_app::screen shown_on;
     engr_app::console out(shown_on, true, false);
     engr_app::gateway_session session(chosen, out, nullptr);
