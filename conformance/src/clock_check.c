@@ -57,8 +57,8 @@ void clock_the_time_of_day_goes_on(void) {
         kit_skip("the clock of this machine is not set");
         return;
     }
-    const uint32_t before = uni_time_get_posix();
     const uint64_t start = kit->now_ms();
+    const uint32_t before = uni_time_get_posix();
     EXPECT(before >= kit->earliest_time, "expected a time of day from %u on, it is %u",
            (unsigned)kit->earliest_time, (unsigned)before);
     kelo_hal_system_sleep(1100);

@@ -68,16 +68,20 @@ void socket_a_large_send_reaches_a_slow_reader(void) {
         const size_t rest = kit_frame_bytes() - count;
         const size_t part = rest < kit_frame_bytes() / 16 + 1 ? rest : kit_frame_bytes() / 16 + 1;
         const size_t more = kit_peer_receive(one.peer, received + count, part);
-        if (!EXPECT(more == part, "expected the stream to go on after %u bytes", (unsigned)count)) {
+        if (!EXPECT_IN_TIME(more == part, "expected the stream to go on after %u bytes",
+                            (unsigned)count)) {
             break;
         }
         count += more;
         kelo_hal_system_sleep(1);
     }
     kit_join(&sender.thread);
-    EXPECT(atomic_load(&sender.sent) == 1, "expected a send to return its length, not %d",
-           (int)sender.result);
-    EXPECT(memcmp(frame, received, kit_frame_bytes()) == 0, "expected the bytes that were sent");
+    /* A send gives up when a reader on a busy machine takes nothing for 2 s. */
+    if (EXPECT_IN_TIME(atomic_load(&sender.sent) == 1,
+                       "expected a send to return its length, not %d", (int)sender.result)) {
+        EXPECT(memcmp(frame, received, kit_frame_bytes()) == 0,
+               "expected the bytes that were sent");
+    }
     kit_disconnect(&one);
 }
 
@@ -110,16 +114,16 @@ void socket_nothing_follows_a_send_that_was_cut(void) {
         sender_t sender;
         kit_connect(&one, kit->send_buffer_bytes);
         start_sender(&sender, one.socket, 0, 'a', 1);
+        char *received = kit_frame(2, 0);
+        size_t count = 0;
         if (by_stop == 1) {
-            kelo_hal_system_sleep(50);
+            count = kit_peer_receive(one.peer, received, 1); /* it has begun */
             kit_stop(&sender.thread);
         } else {
             kit_join(&sender.thread);
         }
         EXPECT(sender.result != (int32_t)sender.length, "expected the send to be cut");
         /* There is room again when the peer has read what came. */
-        char *received = kit_frame(2, 0);
-        size_t count = 0;
         int32_t more = 0;
         do {
             more = kit->receive(one.peer, received, kit_frame_bytes(), 100);
@@ -199,15 +203,16 @@ void socket_sends_never_interleave(void) {
     }
     for (int i = 0; i < SENDERS * FRAMES; ++i) {
         char *received = kit_frame(2, 0);
-        if (!EXPECT(kit_peer_receive(one.peer, received, kit_frame_bytes()) == kit_frame_bytes(),
-                    "expected %d whole frames", SENDERS * FRAMES)) {
+        const size_t count = kit_peer_receive(one.peer, received, kit_frame_bytes());
+        if (!EXPECT_IN_TIME(count == kit_frame_bytes(), "expected %d whole frames",
+                            SENDERS * FRAMES)) {
             break;
         }
         expect_letters(received, kit_frame_bytes(), received[0]);
     }
     for (int i = 0; i < SENDERS; ++i) {
         kit_join(&senders[i].thread);
-        EXPECT(atomic_load(&senders[i].sent) == FRAMES, "expected every send to succeed");
+        EXPECT_IN_TIME(atomic_load(&senders[i].sent) == FRAMES, "expected every send to succeed");
     }
     kit_disconnect(&one);
 }

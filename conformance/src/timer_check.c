@@ -65,7 +65,8 @@ void timer_a_one_shot_expires_once_and_not_early(void) {
     EXPECT(IsThisSysTimerRun(timer.id) == 0, "expected a new timer not to run");
     const uint64_t begin = kit->now_ms();
     start(&timer, 20, SYS_TIMER_ONE_SHOT);
-    EXPECT(IsThisSysTimerRun(timer.id) == 1, "expected a started timer to run");
+    EXPECT(IsThisSysTimerRun(timer.id) == 1 || kit_since(begin) >= 20,
+           "expected a started timer to run");
     EXPECT(kit_wait_count(&timer.expiries, 1), "expected a timer to expire");
     EXPECT(timer.expired_at - begin >= 20, "expected 20 ms, a timer expired after %u",
            (unsigned)(timer.expired_at - begin));
@@ -124,16 +125,19 @@ void timer_stopped_and_restarted_ones_forget_the_old_time(void) {
     add(&stopped, NULL);
     add(&restarted, NULL);
     add(&deleted, NULL);
+    const uint64_t begin = kit->now_ms();
     start(&stopped, 200, SYS_TIMER_ONE_SHOT);
     start(&restarted, 200, SYS_TIMER_ONE_SHOT);
     start(&restarted, AN_HOUR_MS, SYS_TIMER_ONE_SHOT);
     start(&deleted, 200, SYS_TIMER_ONE_SHOT);
     drop(&deleted);
     EXPECT(sys_stop_timer(stopped.id) == 0, "expected a timer to be stopped");
-    pass(300);
-    EXPECT(atomic_load(&stopped.expiries) == 0, "expected a stopped timer not to expire");
-    EXPECT(atomic_load(&restarted.expiries) == 0, "expected a restart to replace the old time");
-    EXPECT(atomic_load(&deleted.expiries) == 0, "expected a deleted timer not to expire");
+    if (EXPECT_IN_TIME(kit_since(begin) < 200, "expected the old times to lie ahead still")) {
+        pass(300);
+        EXPECT(atomic_load(&stopped.expiries) == 0, "expected a stopped timer not to expire");
+        EXPECT(atomic_load(&restarted.expiries) == 0, "expected a restart to replace the old time");
+        EXPECT(atomic_load(&deleted.expiries) == 0, "expected a deleted timer not to expire");
+    }
     EXPECT(IsThisSysTimerRun(restarted.id) == 1, "expected a restarted timer to run");
     drop(&stopped);
     drop(&restarted);
