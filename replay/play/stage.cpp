@@ -136,6 +136,11 @@ void stage::open_gateway(const play_options &how) {
     }
     options.newest_log = [this](std::size_t bytes_max) { return logs_.newest(bytes_max); };
     options.address = [this] { return address_; };
+    options.installing_ms = [this](uint32_t scenario_ms) {
+        const uint64_t now_ms = world_.now_ms();
+        const auto end_ms = end_of_installation(played_, clock_, now_ms);
+        return end_ms ? static_cast<uint32_t>(*end_ms - now_ms) : scenario_ms;
+    };
     gateway::open(std::move(options));
 }
 

@@ -1,5 +1,6 @@
 #include "play/surroundings.h"
 
+#include "compare/acts.h"
 #include "lan_client/frame_types.h"
 #include "lan_client/json.h"
 
@@ -73,6 +74,21 @@ std::string address_of(const recording &of) {
         }
     }
     return "127.0.0.1";
+}
+
+std::optional<uint64_t> end_of_installation(const recording &of, const session_clock &clock,
+                                            uint64_t from_ms) {
+    constexpr std::string_view notice_of_end = "ug_notify_cb";
+    std::optional<uint64_t> last_act_ms;
+    for (const session::event &each : of.events) {
+        const uint64_t at_ms = clock.world_ms(each.at_us);
+        const auto *call = std::get_if<session::call>(&each.what);
+        if (at_ms >= from_ms && call != nullptr && call->name == notice_of_end) {
+            return at_ms + (last_act_ms == at_ms ? 1 : 0);
+        }
+        last_act_ms = is_act(each) ? at_ms : last_act_ms;
+    }
+    return std::nullopt;
 }
 
 void recorded_logs::note_request(const session::event &each) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace replay {
@@ -58,5 +59,15 @@ class recorded_logs {
     const recording &of_;
     std::string text_ = "a line\n";
 };
+
+/**
+ * When the installation of an image ended that is under way; how long it takes is the machine's
+ * business. Nothing: the record does not tell.
+ *
+ * @param from_ms  world time
+ * @return world time, after what an app did in the millisecond before the end
+ */
+[[nodiscard]] std::optional<uint64_t>
+end_of_installation(const recording &of, const session_clock &clock, uint64_t from_ms);
 
 } // namespace replay

@@ -101,6 +101,24 @@ class ReplayTest(unittest.TestCase):
         for seed in "123":
             code, text = replay("--all", "--seed", seed, self.session)
             self.assertEqual(code, 0, text)
+        self.let_the_installation_take_longer()
+        code, text = replay("--all", self.session)
+        self.assertEqual(code, 0, text)
+
+    def let_the_installation_take_longer(self):
+        """As on a slow machine: by 200 ms, in which the app asks once more."""
+        with open(self.session, encoding="utf-8") as file:
+            begin, *events = map(json.loads, file)
+        end = next(place for place, event in enumerate(events) if event.get("name") == "ug_notify_cb")
+        asked, answer = [event for event in events[:end] if event.get("type") == 250][-2:]
+        self.assertIn('"updateStatus":1', answer["text"])
+        ended_us = events[end]["at"]
+        for event in events[end:]:
+            for time in event.keys() & {"at", "began"}:
+                event[time] += 200_000
+        events[end:end] = [{**event, "at": ended_us + 100_000, "number": 99} for event in (asked, answer)]
+        with open(self.session, "w", encoding="utf-8") as file:
+            file.writelines(json.dumps(event) + "\n" for event in (begin, *events))
 
     def test_a_fault_of_an_agent_is_found_and_reduced(self):
         # In the faulty agent an app is lost when one that connected before it leaves.
@@ -119,7 +137,7 @@ class ReplayTest(unittest.TestCase):
                 app.close()
         code, text = replay(self.session, name="engr_replay_faulty")
         self.assertEqual(code, 1, text)
-        self.assertRegex(text, r"before it\n +[0-9:.]+  client", "expected the report to tell what was before")
+        self.assertRegex(text, r"before it\n(?: +[0-9:.]+  .*\n)* +[0-9:.]+  client", "expected the report to tell what was before")
         code, text = replay("--json", self.session, name="engr_replay_faulty")
         self.assertIn("missing", [each["kind"] for each in json.loads(text)["differences"]])
         self.assertLess(len(self.shrunk(name="engr_replay_faulty")), 40, "expected a tenth of the events at most")

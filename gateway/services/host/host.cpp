@@ -73,7 +73,8 @@ void open_parts(open_options &&options) {
     products_init(stored.products);
     joining_init(std::move(stored.joining));
     load_linkage();
-    upgrade_init(options.faults.upgrade, keeps_files ? image_medium::file : image_medium::memory);
+    upgrade_init(options.faults.upgrade, keeps_files ? image_medium::file : image_medium::memory,
+                 std::move(options.installing_ms));
     station_init();
     configuration_init(keeps_files);
     log_snapshots_init(std::move(options.newest_log));

@@ -66,6 +66,7 @@ kelo_mutex_t upgrade_mutex; // guards what follows; no call of the agent is made
 upgrade_record current;
 upgrade_scenario scenario_options;
 image_medium medium;
+std::function<uint32_t(uint32_t scenario_ms)> installing_time; // of open_options
 uint32_t last_number;
 /** The upgrade that takes the place of the current one once the agent has accepted its transfer. */
 std::optional<upgrade_record> awaited;
@@ -222,7 +223,7 @@ void install(received_image &image, const transfer &of) {
     verify_image(image, of.firmware.file_md5);
     check_version(target);
     report_percent(of, percent_sending);
-    pass_installing_time(of.options.install_ms);
+    pass_installing_time(installing_time(of.options.install_ms));
     install_firmware(image, target);
     {
         // The agent's upgrade ends with the report below, and the next one may begin.
@@ -457,10 +458,12 @@ void note_upgrade_end() {
     }
 }
 
-void upgrade_init(const upgrade_scenario &scenario, image_medium kept_in) {
+void upgrade_init(const upgrade_scenario &scenario, image_medium kept_in,
+                  std::function<uint32_t(uint32_t scenario_ms)> installing_ms) {
     make_mutex(upgrade_mutex);
     scenario_options = scenario;
     medium = kept_in;
+    installing_time = installing_ms ? std::move(installing_ms) : std::identity();
     is_installing = false;
     is_upgrade_stopped = false;
 }

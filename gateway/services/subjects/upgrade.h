@@ -7,14 +7,18 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <functional>
+
 namespace gateway {
 
 /**
  * Initialises the module; there is no upgrade.
  *
- * @param kept_in  where images are kept
+ * @param kept_in        where images are kept
+ * @param installing_ms  as in open_options
  */
-void upgrade_init(const upgrade_scenario &scenario, image_medium kept_in);
+void upgrade_init(const upgrade_scenario &scenario, image_medium kept_in,
+                  std::function<uint32_t(uint32_t scenario_ms)> installing_ms);
 /** Gives an installation up, and waits for the service's own calls of the agent, which has been
  * stopped. */
 void upgrade_stop();

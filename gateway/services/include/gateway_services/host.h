@@ -48,6 +48,9 @@ struct open_options {
     std::function<void(std::string_view)> activity = {};
     /** Names the app whose request the calling thread serves; an empty name: it is not known. */
     std::function<std::string()> asking_app = {};
+    /** How long the installation of an image takes that begins now, in ms, where the scenario says
+     * so long. Called on the thread that installs. Empty: as the scenario says. */
+    std::function<uint32_t(uint32_t scenario_ms)> installing_ms = {};
     /** Returns the gateway's address in dotted decimal, empty when it has none. */
     std::function<std::string()> address;
 };
