@@ -61,6 +61,20 @@ TEST_F(report, texts_are_cut_at_127_characters) {
     EXPECT_EQ(app.receive_text(), R"(232/0/0/{"firmwareType":0, "cid":"a", "progress":98})");
 }
 
+TEST_F(report, is_encrypted_from_its_first_byte_on_and_empty_without_one) {
+    gateway.start();
+    story_app app = gateway.connect();
+    const struct {
+        uint32_t length;
+        size_t payload_bytes;
+    } cases[] = {{0, 0}, {1, 16}, {16, 32}};
+    for (const auto &one : cases) {
+        EXPECT_EQ(engr_lan_data_report_cb(FRM_DP_REPORT, 0, "sixteen letters.", one.length), 0);
+        const auto frame = app.receive();
+        EXPECT_EQ(frame ? frame->payload.size() : 999, one.payload_bytes) << one.length;
+    }
+}
+
 TEST_F(report, reaches_the_clients_before_and_after_a_faulty_one) {
     gateway.start();
     story_app first = gateway.connect();

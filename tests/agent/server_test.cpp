@@ -340,13 +340,17 @@ TEST_F(server, logs_the_step_of_set_up_that_failed_and_retries) {
     }
 }
 
-TEST_F(server, accepts_descriptor_0_for_the_listening_socket_but_not_for_a_client) {
+TEST_F(server, accepts_descriptor_0_for_the_listening_socket_and_from_1_on_for_a_client) {
     world.fail("kelo_hal_net_socket_create", sim::nth(1), {.result = 0});
     EXPECT_EQ(__setup_tcp_serv_socket(7000), -6) << "expected the buffer of socket 0 to be set";
     world.fail("kelo_hal_net_accept", sim::nth(1), {.result = 0});
     story_app app = gateway.connect();
     EXPECT_TRUE(world.log().has(0, "net_accept client socket failed 0"));
     EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/") << "expected the next cycle to accept";
+    world.fail("kelo_hal_net_accept", sim::nth(1), {.result = 1});
+    const sim::peer second = world.connect(lan_port);
+    world.run_until_idle();
+    EXPECT_TRUE(world.log().has(4, "new client connect. nums:2 cfd:1 "));
 }
 
 TEST_F(server, exact_read_refuses_a_buffer_that_is_absent_or_too_small) {
@@ -371,6 +375,26 @@ TEST_F(server, serves_its_clients_while_no_connection_can_be_accepted) {
     world.clear(lasting);
     EXPECT_EQ(story_app(std::move(waiting)).ask(FRM_KEEPALIVE), "9/0/0/")
         << "expected the connection to be taken later";
+}
+
+TEST(server_cycle, ends_with_a_failed_accept_and_the_next_one_reads) {
+    uint64_t seen = 0;
+    sim::expect_all_seeds(50, [&](sim::world &world) {
+        story_gateway gateway(world);
+        gateway.start();
+        story_app app = gateway.connect();
+        world.run_until_idle();
+        world.log().clear();
+        world.fail("kelo_hal_net_accept", sim::nth(1));
+        const sim::peer waiting = world.connect(lan_port);
+        app.send(1, FRM_KEEPALIVE);
+        EXPECT_EQ(app.receive_text(), "9/0/0/");
+        if (world.log().has(5, "active socket num:2")) {
+            ++seen;
+            EXPECT_TRUE(world.log().has(5, "active socket num:1"));
+        }
+    });
+    EXPECT_GT(seen, 0U) << "expected connection and frame to come together now and then";
 }
 
 } // namespace
