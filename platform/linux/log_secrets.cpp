@@ -59,7 +59,7 @@ size_t secret_name_length(std::string_view text) {
     }
     // No longer than a name of which each letter is an escape of six.
     const size_t name = string_length(text.substr(0, 2 + 6 * longest_name));
-    if (!names_secret(text.substr(0, name))) {
+    if (text[name - 1] != '"' || !names_secret(text.substr(0, name))) {
         return 0;
     }
     const size_t colon = text.find_first_not_of(blanks, name);

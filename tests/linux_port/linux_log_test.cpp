@@ -64,6 +64,9 @@ TEST_F(linux_log, the_graver_levels_show_no_secret_of_a_request) {
               R"([{"token":***},{"pass\u0077d" :***},{"to\u006Ben":***}])");
     EXPECT_EQ(message_of(R"({"passwords":"a","\u":"b"})"), R"({"passwords":"a","\u":"b"})");
     EXPECT_EQ(message_of(R"(the "token" is "passwd")"), R"(the "token" is "passwd")");
+    const std::string longest = R"(\u006c\u006f\u0063\u0061\u006c\u005f\u006b\u0065\u0079)";
+    EXPECT_EQ(message_of('"' + longest + R"(":1)"), '"' + longest + R"(":***)");
+    EXPECT_EQ(message_of('"' + longest + R"(s:1")"), '"' + longest + R"(s:1")");
     linux_port::set_log_level(5);
     PrintLog(0, 4, "f", 1, "g", R"({"token":"t"})");
     EXPECT_NE(lines.back().find(R"({"token":"t"})"), std::string::npos);
