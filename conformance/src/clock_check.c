@@ -64,7 +64,10 @@ void clock_the_time_of_day_goes_on(void) {
     kelo_hal_system_sleep(1100);
     kelo_hal_system_delay(1000); // whole seconds
     const uint32_t passed = uni_time_get_posix() - before;
-    const uint32_t slept_s = kit_since(start) / 1000;
+    const uint32_t slept_ms = kit_since(start);
+    const uint32_t slept_s = slept_ms / 1000;
+    EXPECT(slept_ms >= 2100, "expected a sleep of 1100 ms and a delay of 1000 ms, they took %u ms",
+           (unsigned)slept_ms);
     EXPECT(passed >= 2 && passed <= slept_s + 1, "expected %u s to pass, the time of day tells %u",
            (unsigned)slept_s, (unsigned)passed);
 }
