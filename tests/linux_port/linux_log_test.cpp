@@ -3,11 +3,14 @@
 #include "log_limit.h"
 #include "platform/log.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -89,6 +92,27 @@ TEST_F(linux_log, control_characters_are_dropped_at_the_end_and_visible_inside) 
               "a\\xe2\\x80\\xaeb \\xe2\\x81\\xa6c \\xe2\\x80\\x8f \\xe2\\x80\\xa8.")
         << "what turns the direction of writing or ends a line is made visible";
     EXPECT_EQ(message_of("\u4f60\u597d \U0001F600"), "\u4f60\u597d \U0001F600");
+}
+
+TEST_F(linux_log, what_stands_next_to_an_invisible_character_or_a_wrong_byte_is_shown) {
+    for (const std::string shown :
+         {" ", "~", "\u00a0", "\u061b", "\u061d", "\u07ff", "\u0800", "\u200d", "\u2010", "\u2027",
+          "\u202f", "\u2065", "\u206a", "\ud7ff", "\ue000", "\uffff", "\U00010000", "\U0010ffff"}) {
+        EXPECT_EQ(message_of("a" + shown), "a" + shown);
+    }
+    std::istringstream escaped(
+        "\x1f \x7f \u0080 \u009f \u061c \u200e \u200f \u2028 \u202e \u2066 \u2069 "
+        "\xc1\xbf \xe0\x9f\xbf \xed\xa0\x80 \xed\xbf\xbf \xf0\x8f\xbf\xbf \xf4\x90\x80\x80 "
+        "\xf5\x80\x80\x80 \xc3 \xc3\xc3 \xc3\x7f \xe2\x80 \xf0\x9f\x98");
+    for (std::string bytes; escaped >> bytes;) {
+        std::string written;
+        for (const char byte : bytes) {
+            char digits[5];
+            std::snprintf(digits, sizeof digits, "\\x%02x", static_cast<unsigned char>(byte));
+            written += digits;
+        }
+        EXPECT_EQ(message_of(bytes + "."), written + ".");
+    }
 }
 
 TEST_F(linux_log, long_messages_are_kept_whole_up_to_a_bound) {
@@ -175,25 +199,31 @@ TEST(log_limit, more_places_than_it_has_room_for_are_not_limited) {
 
 namespace {
 
+/** Something else in the place of standard error. */
+class replaced_standard_error {
+  public:
+    /** Takes the descriptor over. */
+    explicit replaced_standard_error(int by) : before_(dup(STDERR_FILENO)) {
+        dup2(by, STDERR_FILENO);
+        ::close(by);
+    }
+    ~replaced_standard_error() {
+        dup2(before_, STDERR_FILENO);
+        ::close(before_);
+    }
+    replaced_standard_error(const replaced_standard_error &) = delete;
+    replaced_standard_error &operator=(const replaced_standard_error &) = delete;
+
+  private:
+    int before_;
+};
+
 /** A pipe in the place of standard error. */
 class standard_error_pipe {
   public:
-    standard_error_pipe() : before_(dup(STDERR_FILENO)) {
-        int ends[2];
-        EXPECT_EQ(pipe(ends), 0);
-        reader_ = ends[0];
-        dup2(ends[1], STDERR_FILENO);
-        ::close(ends[1]);
-    }
-    ~standard_error_pipe() {
-        dup2(before_, STDERR_FILENO);
-        ::close(before_);
-        close_reader();
-    }
-    standard_error_pipe(const standard_error_pipe &) = delete;
-    standard_error_pipe &operator=(const standard_error_pipe &) = delete;
+    ~standard_error_pipe() { close_reader(); }
 
-    /** What one read brings; something was written before. */
+    /** What one read brings of what was written before. */
     std::string read_some() const {
         std::string bytes(1 << 20, '\0');
         bytes.resize(
@@ -207,8 +237,17 @@ class standard_error_pipe {
     }
 
   private:
-    int before_;
+    /** The end to write to; the reader is kept. */
+    int open() {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        reader_ = ends[0];
+        fcntl(reader_, F_SETFL, O_NONBLOCK);
+        return ends[1];
+    }
+
     int reader_ = -1;
+    replaced_standard_error written_{open()};
 };
 
 } // namespace
@@ -231,4 +270,18 @@ TEST(standard_error, without_a_reader_never_blocks_and_counts_lost_lines) {
     EXPECT_TRUE(after.ends_with("\nread again\n")) << after;
     standard_error.close_reader();
     linux_port::write_standard_error("nobody is there");
+}
+
+TEST(standard_error, a_full_disk_costs_lines_and_nothing_else) {
+    {
+        const replaced_standard_error full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+        linux_port::write_standard_error("lost");
+    }
+    const standard_error_pipe standard_error;
+    linux_port::set_log_sink({});
+    PrintLog(0, LOG_LEVEL_FAILURE, "file.cpp", 1, "function", "room again");
+    const std::string bytes = standard_error.read_some();
+    EXPECT_NE(bytes.find(" lines were lost here"), std::string::npos) << bytes;
+    EXPECT_TRUE(bytes.ends_with(" file.cpp:1 function room again\n"))
+        << "without a sink of the program's own the log goes to standard error: " << bytes;
 }

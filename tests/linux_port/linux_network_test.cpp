@@ -239,6 +239,11 @@ TEST_F(linux_network, other_errno_values_give_negative_codes_without_a_name) {
     EXPECT_LT(kelo_hal_net_bind(other, KELO_ADDRESS_ANY, own_port()), 0);
     EXPECT_EQ(kelo_hal_net_get_errno(), -1000 - EADDRINUSE);
     kelo_hal_net_close(other);
+    const int32_t sender = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
+    const std::string too_long(70'000, 'x');
+    EXPECT_LT(kelo_hal_net_send_to(sender, too_long.data(), 70'000, 0x7F000001, own_port()), 0);
+    EXPECT_EQ(kelo_hal_net_get_errno(), -1000 - EMSGSIZE);
+    kelo_hal_net_close(sender);
     kelo_hal_net_close(listening);
     close(peer);
 }
