@@ -58,6 +58,7 @@ TEST_F(linux_log, a_line_has_time_level_place_and_message) {
 TEST_F(linux_log, the_graver_levels_show_no_secret_of_a_request) {
     EXPECT_EQ(message_of(R"(fails -1 {"ssid":"s","PassWd" : "a\"b","type":1})"),
               R"(fails -1 {"ssid":"s","PassWd" :***,"type":1})");
+    EXPECT_EQ(message_of(R"({"passwd":"","type":1})"), R"({"passwd":***,"type":1})");
     EXPECT_EQ(message_of(R"({"token":"never closed)"), R"({"token":***)");
     EXPECT_EQ(message_of(R"({"token":12,"local_key":)"), R"({"token":***,"local_key":***)");
     EXPECT_EQ(message_of(R"({"passwd":["s3cret","x",{"y":"]"}],"token":{"a":[1,"}"]},"b":1})"),

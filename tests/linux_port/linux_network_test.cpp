@@ -175,6 +175,12 @@ TEST_F(linux_network, the_observer_and_the_receiving_thread_know_the_peer) {
     }).join();
     EXPECT_EQ(before, "") << "the thread has received nothing";
     EXPECT_EQ(sender, "127.0.0.1");
+    const int32_t datagrams = open_udp_listener();
+    const uint32_t own = ntohl(inet_addr(own_address(0).c_str()));
+    EXPECT_EQ(kelo_hal_net_send_to(datagrams, "x", 1, own, own_port()), 1);
+    EXPECT_EQ(kelo_hal_net_recvfrom(datagrams, nullptr, 0, nullptr, nullptr), 0);
+    EXPECT_EQ(linux_port::last_sender(), own_address(0)) << "of a datagram without room, too";
+    kelo_hal_net_close(datagrams);
     kelo_hal_net_close(accepted);
     kelo_hal_net_close(listening);
     close(peer);
@@ -279,6 +285,28 @@ TEST_F(linux_network, running_out_of_descriptors_fails_calls_and_nothing_else) {
     close(peer);
 }
 
+TEST_F(linux_network, descriptor_0_is_as_good_as_any_where_standard_input_is_closed) {
+    const auto is_open = [] { return fcntl(STDIN_FILENO, F_GETFD) >= 0; };
+    const int input = dup(STDIN_FILENO);
+    const int32_t udp = kelo_hal_net_socket_create(KELO_SOCKET_UDP);
+    close(STDIN_FILENO);
+    const int32_t tcp = kelo_hal_net_socket_create(KELO_SOCKET_TCP);
+    EXPECT_GT(tcp, 0);
+    EXPECT_TRUE(is_open()) << "expected the system to give 0";
+    EXPECT_EQ(kelo_hal_net_close(tcp), 0);
+    EXPECT_FALSE(is_open()) << "expected it to be closed again";
+    EXPECT_EQ(kelo_hal_net_bind(udp, KELO_ADDRESS_ANY, own_port()), 0);
+    EXPECT_TRUE(is_open()) << "expected the socket for broadcasts to have 0";
+    EXPECT_EQ(kelo_hal_net_close(udp), 0);
+    EXPECT_FALSE(is_open()) << "expected it to be closed, too";
+    const int32_t sender = kelo_hal_net_socket_create(KELO_SOCKET_UDP); // has 0 now
+    EXPECT_EQ(kelo_hal_net_bind(sender, KELO_ADDRESS_ANY, 0), 0);
+    EXPECT_EQ(system_sockets().size(), 0u) << "expected no socket for broadcasts without a port";
+    EXPECT_EQ(kelo_hal_net_close(sender), 0);
+    dup2(input, STDIN_FILENO);
+    close(input);
+}
+
 TEST_F(linux_network, select_needs_no_more_descriptors_than_its_sockets) {
     std::vector<int32_t> listeners;
     for (int i = 0; i < 11; ++i) {
@@ -339,13 +367,16 @@ TEST_F(linux_network, the_port_reports_address_mask_and_state_of_its_interface) 
     EXPECT_TRUE(linux_port::interface_is_up("lo"));
     EXPECT_FALSE(linux_port::interface_is_up("no_such_if"));
     EXPECT_FALSE(linux_port::configure_network({"lo", "127.0.0"}));
-    EXPECT_FALSE(linux_port::configure_network({"a_name_that_is_too_long", ""}));
+    EXPECT_FALSE(linux_port::configure_network({"sixteen_letters_", ""})) << "no name is so long";
+    EXPECT_TRUE(linux_port::configure_network({"fifteen_letters", own_address(0)}));
+    be_gateway(0);
 
     uint8_t kind = 0xFF;
     gw_addr_t address{};
     EXPECT_EQ(engr_get_wired_wifi_current_net(&kind), 0);
     EXPECT_EQ(kind, NETWORK_KIND_WIRED);
     EXPECT_NE(engr_get_gw_nw_status() & 0xFF, 0u);
+    EXPECT_EQ(bnw_need_wifi_cfg() & 1, 0u) << "it is wired";
     EXPECT_EQ(bnw_get_ip(&address), 0);
     EXPECT_EQ(address.ip, own_address(0));
     EXPECT_STREQ(address.mask, "255.0.0.0");
