@@ -28,8 +28,11 @@ aes_key key_of_seed(seed_bytes &seed) {
     md5_update(&context, seed.size(), seed.data());
     std::array<uint8_t, MD5_DIGEST_SIZE> digest{};
     md5_digest(&context, digest.size(), digest.data());
+    const aes_key key(digest);
     explicit_bzero(seed.data(), seed.size());
-    return aes_key(digest);
+    explicit_bzero(&context, sizeof context); // has the seed as its last block
+    explicit_bzero(digest.data(), digest.size());
+    return key;
 }
 
 const uint8_t *as_bytes(std::string_view text) {
