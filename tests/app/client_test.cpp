@@ -3,6 +3,7 @@
 #include "lan_client/client.h"
 #include "send_window.h"
 
+#include <algorithm>
 #include <optional>
 
 #include <gtest/gtest.h>
@@ -159,6 +160,10 @@ TEST_F(client_test, names_the_ways_in_which_a_connection_fails) {
     start(nobody);
     ask(241);
     EXPECT_EQ(only_failure(), error_kind::refused);
+    answers.clear();
+    ask(241);
+    EXPECT_EQ(only_failure(), error_kind::refused)
+        << "expected a later request to be told the same";
 
     answers.clear();
     client_options nowhere = options();
@@ -260,12 +265,14 @@ TEST_F(client_test, a_long_frame_tells_how_far_it_has_been_sent) {
     start(options());
     std::size_t last = 0;
     bool grew = true;
+    std::size_t longest_step = 0;
     std::size_t whole = 0;
     app->ask({.type = frame_type::download_app_cfg,
               .payload = std::string(1'000'000, 'x'),
               .on_sent =
                   [&](std::size_t sent_bytes, std::size_t frame_bytes) {
                       grew = grew && sent_bytes > last;
+                      longest_step = std::max(longest_step, sent_bytes - last);
                       last = sent_bytes;
                       whole = frame_bytes;
                   }},
@@ -273,6 +280,7 @@ TEST_F(client_test, a_long_frame_tells_how_far_it_has_been_sent) {
     ask(9);
     wait_for_answers(2);
     EXPECT_TRUE(grew) << "each time more bytes have been sent";
+    EXPECT_LE(longest_step, 16u * 1024) << "expected progress to show in small steps";
     EXPECT_EQ(last, 1'000'024u) << "neither less than the frame nor the bytes of the next one";
     EXPECT_EQ(whole, 1'000'024u);
 }

@@ -1,6 +1,8 @@
-// What announcements say about gateways that need a Wi-Fi network, and how many are remembered.
+// What announcements say about gateways that need a Wi-Fi network, how many are remembered, and
+// what is sent to one of them.
 #include "lan_client/gateway_list.h"
 #include "lan_client/limits.h"
+#include "lan_client/provisioning.h"
 #include "lan_client/wifi_candidates.h"
 
 #include <gtest/gtest.h>
@@ -83,6 +85,27 @@ TEST(gateway_list_test, keeps_a_bounded_number_and_whoever_is_awaited) {
         list.note(heard("liar", false, "ap", std::to_string(made)));
     }
     EXPECT_EQ(list.all().size(), max_discovered_gateways);
+}
+
+TEST(provisioning_channel_test, sends_up_to_256_bytes_through_its_interface_and_shows_them) {
+    event_loop loop;
+    std::string shown;
+    provisioning_channel channel(
+        loop, [](const std::optional<wifi_failure> &) {},
+        [&](const traffic &seen) {
+            shown += (seen.sent ? "sent " : "received ") + std::string(seen.text);
+        });
+    const std::string longest(
+        max_configuration_bytes - configuration_bytes("", payload_coding::plain), 'x');
+    const auto send = [&channel](const std::string &text) {
+        return channel.send(text, payload_coding::plain, "127.0.0.1").kind;
+    };
+    EXPECT_EQ(send(longest + "x"), error_kind::too_large);
+    EXPECT_EQ(shown, "");
+    EXPECT_EQ(send(longest), error_kind::none);
+    EXPECT_EQ(shown, "sent " + longest);
+    EXPECT_EQ(channel.open("no-such-if").kind, error_kind::no_interface);
+    EXPECT_EQ(send("x"), error_kind::no_interface) << "expected it to leave by no other one";
 }
 
 } // namespace
