@@ -46,6 +46,17 @@ int complain(const std::string &message, int status) {
     return status;
 }
 
+/** Makes a system call again that failed because the process was stopped and goes on: a call with a
+ * time limit does. */
+template <typename Call>
+auto uninterrupted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
 /** Connects to the socket in the working directory: -1 with errno. Sends and receives end with
  * EAGAIN after a time. */
 int connect_to_daemon(int wait_s) {
@@ -54,9 +65,12 @@ int connect_to_daemon(int wait_s) {
     address.sun_family = AF_UNIX;
     std::string_view(control::socket_name).copy(address.sun_path, sizeof address.sun_path - 1);
     const timeval timeout{.tv_sec = wait_s, .tv_usec = 0};
+    const auto connect_it = [&] {
+        return connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    };
     if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0 ||
         setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) != 0 ||
-        connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        uninterrupted(connect_it) != 0) {
         return -1;
     }
     return fd;
@@ -69,7 +83,8 @@ int connect_to_daemon(int wait_s) {
  */
 std::string ask_daemon(int fd, const std::string &line) {
     for (std::size_t sent = 0; sent < line.size();) {
-        const ssize_t count = send(fd, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+        const ssize_t count = uninterrupted(
+            [&] { return send(fd, line.data() + sent, line.size() - sent, MSG_NOSIGNAL); });
         if (count <= 0) {
             break; // a request that is too long is answered before it is read whole
         }
@@ -78,7 +93,7 @@ std::string ask_daemon(int fd, const std::string &line) {
     std::string reply;
     char part[4096];
     while (reply.empty() || reply.back() != '\n') {
-        const ssize_t count = recv(fd, part, sizeof part, 0);
+        const ssize_t count = uninterrupted([&] { return recv(fd, part, sizeof part, 0); });
         if (count <= 0) {
             errno = count == 0 ? 0 : errno;
             return {};

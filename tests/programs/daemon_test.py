@@ -312,6 +312,20 @@ class ControlTest(unittest.TestCase):
             self.assertEqual((done.returncode, done.stdout), (1, ""))
             self.assertIn("has not answered for 1 s", done.stderr)
 
+    def test_a_control_client_that_was_stopped_waits_on(self):
+        with tempfile.TemporaryDirectory() as directory, socket.socket(socket.AF_UNIX) as daemon:
+            daemon.bind(os.path.join(directory, "control.sock"))
+            daemon.listen()
+            client = subprocess.Popen([program("engr_gatewayctl"), "--timeout", "60", "--data-dir", directory,
+                                       "status"], stdout=subprocess.PIPE, text=True)
+            with client, daemon.accept()[0] as connection:
+                connection.recv(4096)
+                client.send_signal(signal.SIGSTOP)
+                os.waitpid(client.pid, os.WUNTRACED)
+                client.send_signal(signal.SIGCONT)
+                connection.sendall(b'{"result":7}\n')
+                self.assertEqual((client.communicate(timeout=PATIENCE_S)[0], client.returncode), ("7\n", 0))
+
     def test_silent_clients_do_not_delay_others(self):
         with Gateway() as gateway:
             self.assertEqual(os.stat(os.path.join(gateway.data_dir, "control.sock")).st_mode & 0o777, 0o600)
