@@ -152,6 +152,30 @@ void mark_edges(std::vector<answer> &answers, const recording &of) {
     }
 }
 
+bool is_announcement(const answer &of) {
+    return of.kind == answer_kind::datagram && of.content.type == frame_type::udp_discovery;
+}
+
+void mark_brief_announcements(std::vector<answer> &answers) {
+    std::vector<answer *> same; // announcements one after the other
+    const auto mark = [&same] {
+        const bool brief = !same.empty() && same.back()->at_us - same.front()->at_us < passing_us;
+        for (answer *each : same) {
+            each->is_brief = brief;
+        }
+        same.clear();
+    };
+    for (answer &one : answers) {
+        if (is_announcement(one)) {
+            if (!same.empty() && !say_the_same(*same.back(), one)) {
+                mark();
+            }
+            same.push_back(&one);
+        }
+    }
+    mark();
+}
+
 } // namespace
 
 bool is_report(const answer &of) {
@@ -183,6 +207,7 @@ std::vector<answer> answers_of(const recording &from) {
         }
     }
     mark_edges(answers, from);
+    mark_brief_announcements(answers);
     return answers;
 }
 

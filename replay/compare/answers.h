@@ -26,6 +26,10 @@ enum class answer_kind : uint8_t {
  * server accepts connections on another thread than reports come from. */
 constexpr uint64_t edge_us = 100'000;
 
+/** A gateway announces itself every 5 s. What was true for less than two periods may have fallen
+ * between two announcements in another play, one of which came late. */
+constexpr uint64_t passing_us = 10'000'000;
+
 /** One thing that the gateway did. */
 struct answer {
     answer_kind kind = answer_kind::frame;
@@ -40,6 +44,8 @@ struct answer {
                                 machine decides whether it gets there */
     bool is_beside_operator = false; /**< a report while a line of the operator was carried out,
                                         whose own report may come before or after it */
+    bool is_brief = false;           /**< an announcement of what was not announced for longer than
+                                        passing_us; see there */
     std::size_t event = 0;           /**< place among the events of its session */
 };
 

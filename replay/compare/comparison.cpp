@@ -61,6 +61,7 @@ class comparing {
 
     void compare_group(const group &of) {
         const std::size_t found_before = found_.size();
+        is_silent_ = of.got.empty();
         std::size_t left = 0;
         std::size_t right = 0;
         while (left < of.expected.size() && right < of.got.size()) {
@@ -101,10 +102,11 @@ class comparing {
         one.at_us = one.shown().at_us;
         found_.push_back(std::move(one));
     }
-    /** Where one side ended by itself, nothing can be expected later; nor can a report at an edge.
-     */
+    /** Where one side ended by itself, nothing can be expected later. Nor can what the machine
+     * decides: a report at an edge, and a brief announcement of a gateway that makes others. */
     [[nodiscard]] bool counts(const answer &one) const {
-        return one.kind == answer_kind::ended || (one.at_us < lost_us_ && !one.is_at_edge);
+        return one.kind == answer_kind::ended ||
+               (one.at_us < lost_us_ && !one.is_at_edge && (!one.is_brief || is_silent_));
     }
     /** Reports beside the operator's may be in another place of the order. */
     void drop_pairs(std::size_t from) {
@@ -146,7 +148,8 @@ class comparing {
     }
 
     uint64_t end_us_;
-    uint64_t lost_us_; /**< nothing can be expected from then on */
+    uint64_t lost_us_;       /**< nothing can be expected from then on */
+    bool is_silent_ = false; /**< the other side has nothing at all in this group */
     std::vector<difference> found_;
 };
 

@@ -5,7 +5,8 @@
 // decides the order, and it is not compared. Nor is the time of an answer, but for a connection
 // that the gateway closes: the protocol sets the time after which a silent app is closed, and the
 // server looks once in a cycle. A datagram is repeated as long as it is true: texts are compared,
-// not how often each was sent. Of the operator's verbs those that only show the gateway's state are
+// not how often each was sent, and an announcement that was true for a moment may be there or not;
+// see passing_us. Of the operator's verbs those that only show the gateway's state are
 // left out. A report at the edge of an app's connection may be there or not; see edge_us.
 #pragma once
 
