@@ -33,6 +33,7 @@ class App:
         """Takes frames until one of a type has come."""
         while True:
             head = self.socket.recv(16, socket.MSG_WAITALL)
+            assert head, "the gateway closed the connection"
             self.socket.recv(int.from_bytes(head[12:], "big"), socket.MSG_WAITALL)
             if int.from_bytes(head[8:12], "big") == kind:
                 return
@@ -46,8 +47,9 @@ class App:
 
 
 def replay(*arguments, name="engr_replay"):
-    """Status and all that was printed."""
-    done = subprocess.run([program(name), *arguments], capture_output=True, text=True, timeout=PATIENCE_S, check=False)
+    """Status and all that was printed. To reduce a session takes hundreds of plays."""
+    done = subprocess.run([program(name), *arguments], capture_output=True, text=True, timeout=5 * PATIENCE_S,
+                          check=False)
     return done.returncode, done.stdout + done.stderr
 
 
@@ -137,7 +139,8 @@ class ReplayTest(unittest.TestCase):
                 app.close()
         code, text = replay(self.session, name="engr_replay_faulty")
         self.assertEqual(code, 1, text)
-        self.assertRegex(text, r"before it\n(?: +[0-9:.]+  .*\n)* +[0-9:.]+  client", "expected the report to tell what was before")
+        self.assertRegex(text, r"before it\n(?: +[0-9:.]+  .*\n)* +[0-9:.]+  client",
+                         "expected the report to tell what was before")
         code, text = replay("--json", self.session, name="engr_replay_faulty")
         self.assertIn("missing", [each["kind"] for each in json.loads(text)["differences"]])
         self.assertLess(len(self.shrunk(name="engr_replay_faulty")), 40, "expected a tenth of the events at most")
