@@ -43,18 +43,18 @@ bool is_same_name(std::string_view one, std::string_view other) {
  */
 class json_builder : public nlohmann::json_sax<ordered_json> {
   public:
-    json_builder(std::string_view text, const std::string &source, std::size_t members_max)
-        : text_(text), source_(source), members_max_(members_max) {}
+    json_builder(std::string_view text, const std::string &source, const json_bounds &bounds)
+        : text_(text), source_(source), bounds_(bounds) {}
 
     ordered_json take() { return std::move(root_); }
 
-    bool null() override { return put(nullptr); }
-    bool boolean(bool value) override { return put(value); }
-    bool number_integer(number_integer_t value) override { return put(value); }
-    bool number_unsigned(number_unsigned_t value) override { return put(value); }
-    bool number_float(number_float_t value, const string_t &) override { return put(value); }
-    bool string(string_t &value) override { return put(std::move(value)); }
-    bool binary(binary_t &value) override { return put(std::move(value)); }
+    bool null() override { return add(nullptr); }
+    bool boolean(bool value) override { return add(value); }
+    bool number_integer(number_integer_t value) override { return add(value); }
+    bool number_unsigned(number_unsigned_t value) override { return add(value); }
+    bool number_float(number_float_t value, const string_t &) override { return add(value); }
+    bool string(string_t &value) override { return add(std::move(value)); }
+    bool binary(binary_t &value) override { return add(std::move(value)); }
     bool start_object(std::size_t) override { return open(ordered_json::object()); }
     bool start_array(std::size_t) override { return open(ordered_json::array()); }
     bool end_object() override { return close(); }
@@ -65,8 +65,8 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
         if (!names.insert(lower_case(name)).second) {
             refuse(fmt::format("member \"{}\" is given twice", name));
         }
-        if (names.size() > members_max_) {
-            refuse(fmt::format("an object has more than {} members", members_max_));
+        if (names.size() > bounds_.members_max) {
+            refuse(fmt::format("an object has more than {} members", bounds_.members_max));
         }
         open_.back().name = std::move(name);
         return true;
@@ -96,6 +96,18 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
         throw input_error(source_ + ": " + what);
     }
 
+    void count_value() {
+        if (++values_ > bounds_.values_max) {
+            refuse(fmt::format("has more than {} values", bounds_.values_max));
+        }
+    }
+
+    bool add(ordered_json value) {
+        count_value();
+        return put(std::move(value));
+    }
+
+    /** Enters a value, or an object or array that has ended, into what is open. */
     bool put(ordered_json value) {
         if (open_.empty()) {
             root_ = std::move(value);
@@ -108,6 +120,7 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
     }
 
     bool open(ordered_json value) {
+        count_value();
         if (open_.size() >= levels_max) {
             refuse(fmt::format("has more than {} levels", levels_max));
         }
@@ -130,7 +143,8 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
 
     std::string_view text_;
     const std::string &source_;
-    std::size_t members_max_;
+    const json_bounds &bounds_;
+    std::size_t values_ = 0; // begun so far
     ordered_json root_;
     std::deque<structure> open_;
 };
@@ -142,9 +156,9 @@ bool is_control(char character) {
 
 } // namespace
 
-json_document::json_document(std::string_view text, std::string source, std::size_t members_max)
+json_document::json_document(std::string_view text, std::string source, const json_bounds &bounds)
     : source_(std::make_unique<const std::string>(std::move(source))) {
-    json_builder builder(text, *source_, members_max);
+    json_builder builder(text, *source_, bounds);
     ordered_json::sax_parse(text, &builder);
     json_ = std::make_unique<ordered_json>(builder.take());
 }

@@ -125,6 +125,16 @@ TEST_F(installer_services, wrong_values_are_refused_without_a_change) {
     EXPECT_EQ(channel, 26);
 }
 
+/** The agent reads no request for a channel itself, and so bounds none. */
+TEST_F(installer_services, a_request_with_very_many_values_is_refused) {
+    std::string values = R"({"channel":15,"others":[0)";
+    for (int more = 4; more < 65'536; ++more) {
+        values += ",0";
+    }
+    EXPECT_EQ(set_channel(values + "]}"), 0) << "65,536 are taken";
+    EXPECT_NE(set_channel(values + ",0]}"), 0);
+}
+
 TEST_F(installer_services, configuration_is_taken_over_as_the_file_stands) {
     EXPECT_STREQ(get_config_path(), "./");
     EXPECT_NE(gw_engineer_sync_default_config(), 0) << "there is no file yet";

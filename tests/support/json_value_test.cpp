@@ -20,9 +20,9 @@ std::string repeated(int count, std::string_view text) {
 
 /** What a reading of the text says is wrong with it; "" when nothing is. */
 std::string fault(std::string_view text, const std::function<void(const json_value &)> &read,
-                  std::size_t members_max = SIZE_MAX) {
+                  const json_bounds &bounds = {}) {
     try {
-        const json_document document(text, "f", members_max);
+        const json_document document(text, "f", bounds);
         read(document.root());
         return "";
     } catch (const input_error &error) {
@@ -48,13 +48,17 @@ TEST(json_value, a_text_is_read_as_it_stands_or_refused_with_the_place_of_its_fa
         {"[1e999]", "f: line 1, column 6: the number is too large"},
         {R"({"a":{"b":1,"c":2,"B":3}})", "f: member \"B\" is given twice"},
         {R"({"a":1,"b":2,"c":{},"d":3})", "f: an object has more than 3 members"},
-        {repeated(201, "["), "f: has more than 200 levels"},
-        {repeated(100'000, "{\"a\":"), "f: has more than 200 levels"},
+        {R"({"a":["x",2,{"b":null}],"c":[[[7]]]})", ""},
+        {R"({"a":["x",2,{"b":null}],"c":[[[7,8]]]})", "f: has more than 10 values"},
+        {R"({"a":["x",2,{"b":null}],"c":[[[7]],[]]})", "f: has more than 10 values"},
     };
     for (const auto &one : cases) {
-        EXPECT_EQ(fault(
-                      one.text, [](const json_value &) {}, 3),
-                  one.said);
+        EXPECT_EQ(fault(one.text, [](const json_value &) {}, {.members_max = 3, .values_max = 10}),
+                  one.said)
+            << one.text;
+    }
+    for (const std::string &text : {repeated(201, "["), repeated(100'000, "{\"a\":")}) {
+        EXPECT_EQ(fault(text, [](const json_value &) {}), "f: has more than 200 levels");
     }
 }
 

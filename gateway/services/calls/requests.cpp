@@ -15,14 +15,15 @@ namespace {
 
 using nlohmann::ordered_json;
 
-/** Most members of an object in a request: an object of all data points, and one to spare. */
-constexpr std::size_t request_members_max = 256;
+/** An object may have all data points, and one to spare; as many values as the agent lets pass of
+ * what it reads itself, since it hands some requests on unread. */
+constexpr support::json_bounds request_bounds = {.members_max = 256, .values_max = 65'536};
 
 } // namespace
 
 void read_request(const char *text, std::size_t length, const request_reader &read) {
     const support::json_document request({text, text == nullptr ? 0 : length}, "request",
-                                         request_members_max);
+                                         request_bounds);
     read(request.root());
 }
 

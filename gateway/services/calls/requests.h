@@ -22,7 +22,7 @@ using request_reader = std::function<void(const support::json_value &request)>;
  */
 void read_request(const cJSON *root, const request_reader &read);
 /**
- * Reads the text of a request, in which no object has more than 256 members.
+ * Reads the text of a request, which has at most 65,536 values, and 256 members in an object.
  *
  * @param text  may be null
  * @throws usage_error

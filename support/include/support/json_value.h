@@ -17,6 +17,12 @@ namespace support {
 
 struct json_value;
 
+/** What a JSON text may hold; reading it takes 50 to 100 bytes of memory for a value. */
+struct json_bounds {
+    std::size_t members_max = SIZE_MAX; /**< of one object */
+    std::size_t values_max = SIZE_MAX;  /**< of the text, objects and arrays included */
+};
+
 /**
  * A JSON text that has been read. It is refused when it is not valid JSON in UTF-8, has more than
  * 200 levels, or gives a member twice. Members keep their order. The time to read it is
@@ -28,10 +34,9 @@ class json_document {
      * Reads a text.
      *
      * @param source  file name, or what else messages shall call it
-     * @param members_max  most members of an object
      * @throws input_error
      */
-    json_document(std::string_view text, std::string source, std::size_t members_max = SIZE_MAX);
+    json_document(std::string_view text, std::string source, const json_bounds &bounds = {});
     json_document(json_document &&other) noexcept;
     json_document &operator=(json_document &&other) noexcept;
     ~json_document();
