@@ -233,11 +233,13 @@ TEST_F(server, closes_a_client_that_left_broke_off_or_sent_urgent_data) {
     story_app reset = gateway.connect();
     story_app urgent = gateway.connect();
     story_app sound = gateway.connect();
-    errno = ENOENT; // left by something before
     closed.peer.close();
     reset.peer.reset();
     world.run_until_idle();
-    EXPECT_FALSE(world.log().has(0, "errno:2")) << "expected the receive's own errno";
+    for (const int system_error : {0, ECONNRESET}) {
+        EXPECT_TRUE(world.log().has(0, " errno:" + std::to_string(system_error)))
+            << "expected the errno of the receive that failed, " << system_error;
+    }
     urgent.peer.send_urgent();
     world.run_until_idle();
     EXPECT_EQ(world.log().count(2, "find error socket"), 3U);
@@ -337,6 +339,24 @@ TEST_F(server, logs_the_step_of_set_up_that_failed_and_retries) {
         world.fail(one.operation, sim::nth(1));
         EXPECT_EQ(__setup_tcp_serv_socket(7000), one.code);
         EXPECT_EQ(world.in_use().sockets, before) << "expected no socket to be left";
+    }
+}
+
+TEST_F(server, logs_the_errno_of_the_call_that_failed) {
+    const struct {
+        const char *operation;
+        std::string log;
+    } cases[] = {
+        {"kelo_hal_net_accept", "net_accept client socket failed -1 (errno: " +
+                                    std::to_string(KELO_ERR_TIMED_OUT) + ").errno:"},
+        {"kelo_hal_net_select", "Select failed: -1,errno:"},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.operation);
+        world.fail(one.operation, sim::nth(1), {.error_code = KELO_ERR_TIMED_OUT});
+        const story_app app = gateway.connect();
+        world.run_for(1'000);
+        EXPECT_TRUE(world.log().has(0, one.log + std::to_string(ETIMEDOUT)));
     }
 }
 

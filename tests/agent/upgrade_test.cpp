@@ -277,6 +277,16 @@ TEST_F(upgrade, a_chunk_that_fails_ends_it_and_is_reported_unless_the_service_re
     EXPECT_EQ(service.take_calls(), "");
 }
 
+TEST_F(upgrade, an_offset_of_2_gib_or_more_is_asked_for_as_a_negative_number) {
+    begin_upgrade(*app, 10);
+    service.offered.file_size = UINT32_MAX;
+    EXPECT_EQ(service.start_transfer(), 0);
+    app->receive_text();
+    EXPECT_EQ(app->ask(FRM_DOWNLOAD_FIRMWARE, chunk(INT32_MAX, "a")),
+              R"(231/0/0/{"firmwareType":0,"cid":"gw0001","offset":-2147483648,"downloadSize":4})");
+    upgrade_end_by_version();
+}
+
 TEST_F(upgrade, a_chunk_never_ends_behind_4_gib) {
     service.starts_transfer = false;
     begin_upgrade(*app, 10);

@@ -10,6 +10,13 @@
 
 namespace sim {
 
+namespace {
+
+/** Found in errno after a call that did not fail: a system promises nothing about it then. */
+constexpr int errno_of_success = ENOTUNIQ;
+
+} // namespace
+
 operation operation_named(std::string_view name) {
     for (size_t index = 0; index < operation_count; ++index) {
         if (operations[index].name == name) {
@@ -35,6 +42,9 @@ call::call(operation called, std::initializer_list<int64_t> arguments)
     }
     if (info.noticeable || core_.chosen.quiet_points) {
         core_.threads.point();
+    }
+    if (called != operation::kelo_hal_net_recv) { // the end of a stream sets none
+        errno = errno_of_success;
     }
     ++core_.records.counts[static_cast<size_t>(called)];
     if (core_.records.active_faults != 0) {
