@@ -103,7 +103,8 @@ class NetworkTest(unittest.TestCase):
             self.first.cut()
             gateway.process.send_signal(signal.SIGCONT)
             self.check(self.second, *chosen, word="lamp")
-            _, err = asking.communicate(timeout=PATIENCE_S)
+            with asking:
+                err = asking.stderr.read()  # also what came together with its first line
             self.assertEqual(asking.returncode, 5)
             self.assertIn("did not answer within 2 s", err)
             self.check(self.first, *chosen, "--timeout", "1", code=5, word="can't be reached")
