@@ -1,6 +1,6 @@
 /* Concurrent starts and stops, under every schedule of short stories: no thread hangs or spins, and
  * the frame being handled is answered. */
-#include "base/service_life.h"
+#include "base/agent_use.h"
 #include "platform/clock.h"
 #include "sim/explore.h"
 #include "story_gateway.h"
@@ -82,6 +82,30 @@ TEST(agent_life, a_stop_lets_the_current_frame_be_answered_and_starts_no_other) 
     sim::expect_all_seeds(400, story, impatient);
     EXPECT_GT(answered, 0) << "expected some stops after a frame";
     EXPECT_GT(unanswered, 0) << "expected some stops before a frame";
+}
+
+TEST(agent_life, a_stop_during_a_frame_leaves_the_frames_behind_it_alone) {
+    sim::world world;
+    {
+        story_gateway gateway(world);
+        set_handler([] {
+            while (!agent_is_stopping()) {
+                kelo_hal_system_delay(1);
+            }
+            return 0;
+        });
+        gateway.start();
+        story_app app = gateway.connect();
+        const std::string frame =
+            lan_client::encode_request(1, handled_type, lan_client::encrypt(app.key, "{}"));
+        app.peer.send(frame + frame);
+        world.run_for(10);
+        gateway.stop();
+        EXPECT_EQ(handled, 1) << "expected no frame to be begun once a stop has begun";
+        EXPECT_TRUE(app.receive(100)) << "expected an answer to the frame that was begun";
+        EXPECT_FALSE(app.receive(100));
+    }
+    EXPECT_TRUE(world.finish().empty());
 }
 
 /** Runs all schedules of a story with up to two preemptions, and records how many there were. */
