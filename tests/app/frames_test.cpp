@@ -33,6 +33,9 @@ TEST(request_frame, has_exactly_these_bytes) {
               from_hex("000055aa00000001000000f1000000080aac03fd0000aa55"));
     EXPECT_EQ(encode_request(0x01020304, 251, "ping"),
               from_hex("000055aa01020304000000fb0000000c70696e67b6f6cdb30000aa55"));
+    EXPECT_EQ(encode_request(1, 241, std::string(max_request_payload_bytes, 'x')).size(),
+              2'098'175u)
+        << "expected the longest request to be the longest frame that a gateway takes";
 }
 
 TEST(received_frame, is_decoded_from_exactly_these_bytes) {
