@@ -28,6 +28,18 @@ struct stored_gateway : sim::test {
                        .trace = {},
                        .address = [] { return std::string("192.168.1.1"); }});
     }
+    /** A scene of the group g, a panel with a button for it, and a linkage scene. */
+    static void make_scenes() {
+        const auto hand_over = commissioned_gateway::hand_over;
+        hand_over(
+            engr_sf_send_scene_oper_cmd,
+            R"({"sid":"s","gid":"g","op":"save","actions":[{"cid":"lamp","dps":{"1":true}}]})");
+        hand_over(engr_sf_send_scene_panel_cmd,
+                  R"({"cid":"lamp","buttons":[{"button":1,"sid":"s","gid":"g"}]})");
+        cJSON *set = cJSON_Parse(R"({"scenes":[{"sceneId":"1","name":"n","actions":[]}]})");
+        engr_save_scene_link(1, -9, set);
+        cJSON_Delete(set);
+    }
     static void run_sql(const char *sql) {
         sqlite3 *database = nullptr;
         sqlite3_open(store_name, &database);
@@ -44,13 +56,7 @@ TEST_F(stored_gateway, keeps_all_that_it_was_told) {
     hand_over(engr_sf_send_gw_dev_cmd, R"({"cid":"lamp","dps":{"1":false}})");
     hand_over(engr_sf_send_gw_dev_cmd, R"({"dps":{"7":"own"}})");
     hand_over(engr_sf_send_grp_oper_cmd, R"({"gid":"g","op":"add","cids":["lamp"]})");
-    hand_over(engr_sf_send_scene_oper_cmd,
-              R"({"sid":"s","gid":"g","op":"save","actions":[{"cid":"lamp","dps":{"1":true}}]})");
-    hand_over(engr_sf_send_scene_panel_cmd,
-              R"({"cid":"lamp","buttons":[{"button":1,"sid":"s","gid":"g"}]})");
-    cJSON *set = cJSON_Parse(R"({"scenes":[{"sceneId":"1","name":"n","actions":[]}]})");
-    engr_save_scene_link(1, -9, set);
-    cJSON_Delete(set);
+    make_scenes();
     engr_load_scene_info_from_disk();
     engr_gw_user_token_bind("token");
     gw_wifi_modify_and_conn("net", "pass");
@@ -85,13 +91,7 @@ TEST_F(stored_gateway, becomes_a_site_with_what_apps_made_of_it) {
     const auto hand_over = commissioned_gateway::hand_over;
     hand_over(engr_sf_send_grp_oper_cmd, R"({"gid":"g","op":"add","cids":["lamp","door"]})");
     hand_over(engr_sf_send_grp_oper_cmd, R"({"gid":"h","op":"add","cids":["door"]})");
-    hand_over(engr_sf_send_scene_oper_cmd,
-              R"({"sid":"s","gid":"g","op":"save","actions":[{"cid":"lamp","dps":{"1":true}}]})");
-    hand_over(engr_sf_send_scene_panel_cmd,
-              R"({"cid":"lamp","buttons":[{"button":1,"sid":"s","gid":"g"}]})");
-    cJSON *set = cJSON_Parse(R"({"scenes":[{"sceneId":"1","name":"n","actions":[]}]})");
-    engr_save_scene_link(1, -9, set);
-    cJSON_Delete(set);
+    make_scenes();
     const std::string made = gateway::contents().dump();
     const std::string site = gateway::stored_site();
     gateway::close();
