@@ -100,14 +100,21 @@ std::string sides_text(const difference &one, const findings &of, std::size_t co
     return text;
 }
 
+/** Whether something had begun at a time: a line of the operator is recorded with its answer. */
+bool had_begun(const session::event &of, uint64_t at_us) {
+    const auto *line = std::get_if<session::control>(&of.what);
+    const uint64_t began_us = line != nullptr ? line->began_us.value_or(of.at_us) : of.at_us;
+    return began_us / 1000 <= at_us / 1000;
+}
+
 /** What was before a difference. A play that ended by itself does not tell the last event. */
 std::vector<std::string> story_of(const difference &one, const findings &of) {
     if (one.kind == difference_kind::ended) {
-        const auto behind = std::find_if(
-            of.recorded->events.begin(), of.recorded->events.end(),
-            [&](const session::event &each) { return each.at_us / 1000 > one.at_us / 1000; });
-        return story_before(*of.recorded,
-                            static_cast<std::size_t>(behind - of.recorded->events.begin()),
+        const auto &events = of.recorded->events;
+        const auto last =
+            std::find_if(events.rbegin(), events.rend(),
+                         [&](const session::event &each) { return had_begun(each, one.at_us); });
+        return story_before(*of.recorded, static_cast<std::size_t>(events.rend() - last),
                             story_lines);
     }
     return story_before(one.expected ? *of.expected.happened : *of.got.happened, one.shown().event,
