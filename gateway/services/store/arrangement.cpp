@@ -65,12 +65,17 @@ ordered_json linkage_in(store &from) {
     return all;
 }
 
-/** An id that no element before this one has; beside others in a set. */
+/**
+ * Reads an id that no element before this one has.
+ *
+ * @param taken  those so far
+ * @param group  in which the id is the only one; empty: it is so everywhere
+ */
 std::string read_id(const json_value &from, const char *name, std::set<std::string> &taken,
-                    const std::string &of = {}) {
+                    const std::string &group = {}) {
     const json_value id = from.required(name);
     std::string read = id.plain_text(name_bytes_max);
-    if (!taken.insert(of + '"' + read).second) {
+    if (!taken.insert(group + '"' + read).second) {
         id.refuse(fmt::format("'{}' is given twice", read));
     }
     return read;

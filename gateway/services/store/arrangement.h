@@ -49,14 +49,14 @@ nlohmann::ordered_json read_buttons(const support::json_value &buttons);
  */
 nlohmann::ordered_json read_linkage_scene(const support::json_value &scene);
 
-/**
- * Reads the member "groups", "scenes", "panels" or "linkage" of a site file.
- *
- * @throws usage_error
- */
+/** Reads "groups" of a site file: [{"gid": ID, "cids": [ID, ...]}, ...]; throws usage_error. */
 nlohmann::ordered_json read_groups(const support::json_value &from);
+/** Reads "scenes" of a site file: [{"gid": ID, "sid": ID, "actions": [...]}, ...]; throws
+ * usage_error. */
 nlohmann::ordered_json read_scenes(const support::json_value &from);
+/** Reads "panels" of a site file: [{"cid": ID, "buttons": [...]}, ...]; throws usage_error. */
 nlohmann::ordered_json read_panels(const support::json_value &from);
+/** Reads "linkage" of a site file: {"modified": N, "scenes": [...]}; throws usage_error. */
 nlohmann::ordered_json read_linkage(const support::json_value &from);
 
 /**
