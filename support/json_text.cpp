@@ -19,31 +19,34 @@ std::string json_escape(uint32_t value) {
 }
 
 bool is_plain(char character) {
-    return character >= ' ' && character <= '~';
+    return (character >= ' ' && character <= '~') || character == '\n';
 }
 
 } // namespace
 
 // Beyond ASCII's printable characters and the line ends between members there is nothing but the
 // content of texts, so an escape is valid wherever one is needed.
-std::string visible_json(std::string_view written) {
+std::string visible_json(std::string written) {
+    if (std::ranges::all_of(written, is_plain)) {
+        return written; // nearly always
+    }
     std::string out;
     out.reserve(written.size());
-    while (!written.empty()) {
-        const auto *const end = std::find_if_not(written.begin(), written.end(), is_plain);
-        const auto plain_bytes = static_cast<std::size_t>(end - written.begin());
-        out += written.substr(0, plain_bytes);
-        written.remove_prefix(plain_bytes);
-        if (written.empty()) {
+    for (std::string_view rest = written; !rest.empty();) {
+        const auto *const end = std::ranges::find_if_not(rest, is_plain);
+        const auto plain_bytes = static_cast<std::size_t>(end - rest.begin());
+        out += rest.substr(0, plain_bytes);
+        rest.remove_prefix(plain_bytes);
+        if (rest.empty()) {
             break;
         }
-        const code_point next = first_code_point(written);
-        if (next.value != '\n' && !is_visible(next.value)) {
-            out += json_escape(next.value);
+        const code_point next = first_code_point(rest);
+        if (is_visible(next.value)) {
+            out += rest.substr(0, next.bytes);
         } else {
-            out += written.substr(0, next.bytes);
+            out += json_escape(next.value);
         }
-        written.remove_prefix(next.bytes);
+        rest.remove_prefix(next.bytes);
     }
     return out;
 }

@@ -51,6 +51,31 @@ json parse_json(std::string_view text) {
     return json::parse(to_utf8(text), nullptr, false);
 }
 
+json parse_json(std::string_view text, const list_entry_taker &take) {
+    if (is_too_much(text)) {
+        return json(json::value_t::discarded);
+    }
+    using event_t = json::parse_event_t;
+    std::string member;
+    bool in_list = false;
+    const auto take_entries = [&](int depth, event_t event, json &parsed) {
+        if (depth == 1) {
+            if (event == event_t::key) {
+                member = parsed.get<std::string>();
+            }
+            in_list = event == event_t::array_start;
+        }
+        const bool ends_entry = in_list && depth == 2 &&
+                                (event == event_t::object_end || event == event_t::array_end ||
+                                 event == event_t::value);
+        if (ends_entry) {
+            take(member, std::move(parsed));
+        }
+        return !ends_entry;
+    };
+    return json::parse(to_utf8(text), take_entries, false);
+}
+
 std::string member_text(const json &object, const char *name) {
     if (!object.is_object() || !object.contains(name)) {
         return "";

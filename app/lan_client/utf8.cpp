@@ -1,6 +1,7 @@
 // UTF-8, read by utf8proc.
 #include "utf8.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include <utf8proc.h>
@@ -17,21 +18,43 @@ std::size_t code_point_bytes(std::string_view text) {
     return bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
 }
 
+std::size_t ascii_bytes(std::string_view text) {
+    const auto *const end = std::ranges::find_if(
+        text, [](char one) { return static_cast<unsigned char>(one) >= 0x80; });
+    return static_cast<std::size_t>(end - text.begin());
+}
+
+/** Bytes up to the first that is not part of valid UTF-8. Nearly all texts are ASCII throughout. */
+std::size_t valid_bytes(std::string_view text) {
+    std::size_t valid = 0;
+    for (;;) {
+        valid += ascii_bytes(text.substr(valid));
+        const std::size_t next = valid < text.size() ? code_point_bytes(text.substr(valid)) : 0;
+        if (next == 0) {
+            return valid;
+        }
+        valid += next;
+    }
+}
+
 } // namespace
 
 std::string to_utf8(std::string_view text) {
     std::string valid;
     valid.reserve(text.size());
-    while (!text.empty()) {
-        const std::size_t bytes = code_point_bytes(text);
-        valid += bytes != 0 ? text.substr(0, bytes) : "\uFFFD";
-        text.remove_prefix(bytes != 0 ? bytes : 1);
+    for (;;) {
+        const std::size_t bytes = valid_bytes(text);
+        valid += text.substr(0, bytes);
+        if (bytes == text.size()) {
+            return valid;
+        }
+        valid += "\uFFFD";
+        text.remove_prefix(bytes + 1);
     }
-    return valid;
 }
 
 bool is_utf8(std::string_view text) {
-    return to_utf8(text) == text;
+    return valid_bytes(text) == text.size();
 }
 
 } // namespace lan_client

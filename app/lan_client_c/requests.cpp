@@ -28,18 +28,6 @@ std::unique_ptr<owned_event> answer_event(uint32_t id, const answer &outcome) {
     return event;
 }
 
-std::string devices_text(const std::vector<lan_client::device> &devices,
-                         const lan_client::line_state &states) {
-    json all = json::array();
-    for (const auto &one : lan_client::with_states(devices, states)) {
-        all.push_back({{"cid", one.id}, {"pid", one.product_id}, {"online", nullptr}});
-        if (one.online) {
-            all.back()["online"] = *one.online;
-        }
-    }
-    return all.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
 // The answer for both: that of the list, unless the one about the states is bad news.
 std::unique_ptr<owned_event> devices_event(uint32_t id, const answer &list, const answer &states) {
     const bool none = lan_client::says_no_devices(states);
@@ -48,11 +36,12 @@ std::unique_ptr<owned_event> devices_event(uint32_t id, const answer &list, cons
         return answer_event(id, list_failed ? list : states);
     }
     auto event = answer_event(id, list);
-    const auto devices = lan_client::read_device_list(list.payload);
+    auto devices = lan_client::read_device_list(list.payload);
     const auto known =
         none ? lan_client::line_state() : lan_client::read_line_state(states.payload);
     if (devices && known) {
-        event->set_payload(devices_text(*devices, *known));
+        const json all = lan_client::as_json(lan_client::with_states(*std::move(devices), *known));
+        event->set_payload(all.dump(-1, ' ', false, json::error_handler_t::replace));
     } else {
         event->set_error(ENGR_CLIENT_BAD_ANSWER, "");
     }

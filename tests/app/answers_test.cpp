@@ -62,9 +62,21 @@ TEST(answer_devices, are_read_with_their_states) {
         R"({"products":[{"cid":"a","pid":"p"},{"cid":"b"},{"cid":"c"},{"cid":"d"}]})");
     ASSERT_TRUE(devices);
     EXPECT_EQ(devices->front().product_id, "p");
-    for (const char *none : {"[]", "{}", R"({"products":{}})", "products"}) {
+    for (const char *none :
+         {"[]", "{}", R"({"products":{}})", "products",
+          R"({"products":{"products":[{"cid":"a"}]}})",
+          R"({"products":[{"cid":"a"}],"products":7})", R"({"products":[{"cid":"a"}]}})"}) {
         EXPECT_FALSE(read_device_list(none)) << none;
     }
+    const auto odd = read_device_list(
+        R"({"n":[1],"products":["x",[{"cid":"in"}],{"cid":7,"pid":{"products":[1]}}],)"
+        R"("o":{"l":[2]}})");
+    ASSERT_TRUE(odd);
+    std::string entries;
+    for (const device &one : *odd) {
+        entries += one.id + ":" + one.product_id + " ";
+    }
+    EXPECT_EQ(entries, R"(: : 7:{"products":[1]} )") << "each entry once, and no other list's";
     const auto states = read_line_state(R"({"online":["a","c",7],"offline":["b","c"],"else":[]})");
     ASSERT_TRUE(states);
     std::string story;
@@ -72,6 +84,9 @@ TEST(answer_devices, are_read_with_their_states) {
         story += one.id + (!one.online ? "? " : *one.online ? "+ " : "- ");
     }
     EXPECT_EQ(story, "a+ b- c+ d? ");
+    EXPECT_EQ(as_json({{"a", "p", false}, {"b", "", {}}}),
+              parse_json(R"([{"cid":"a","pid":"p","online":false},)"
+                         R"({"cid":"b","pid":"","online":null}])"));
     EXPECT_FALSE(read_line_state("[]"));
     EXPECT_TRUE(read_line_state(R"({"online":"a"})")->online.empty());
 

@@ -16,8 +16,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr const char *typed = "";       // the source of what the user typed
-constexpr std::size_t words_max = 1000; // of one source and kind
+constexpr const char *typed = ""; // the source of what the user typed
 
 /** Ids come from the network, and the shell puts completions into a command line as they are. */
 bool is_harmless(const std::string &word) {
@@ -56,7 +55,7 @@ void add_texts(const json &list, std::set<std::string> &words) {
 void store(const std::string &kind, const std::string &source, std::vector<std::string> words) {
     static std::mutex one_at_a_time; // with several gateways each has a thread
     const std::lock_guard guard(one_at_a_time);
-    words.resize(std::min(words.size(), words_max));
+    words.resize(std::min(words.size(), seen_words_max));
     json all = read_words();
     json &of_kind = all[kind];
     if (!of_kind.is_object()) {

@@ -3,10 +3,14 @@
 // Losing them costs nothing, so failures are not reported.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace engr_app {
+
+/** Most words of one source and kind that are remembered. */
+inline constexpr std::size_t seen_words_max = 1000;
 
 /**
  * Remembers words in the place of those that the same source had.

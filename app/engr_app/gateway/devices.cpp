@@ -20,19 +20,12 @@ constexpr std::size_t requests_at_once = 64;
 
 nlohmann::json expect_devices(gateway_session &session, const lan_client::answer &list,
                               const lan_client::answer &states) {
-    const std::vector<device> devices = parse_device_list(expect_success(session, list));
+    std::vector<device> devices = parse_device_list(expect_success(session, list));
     line_state known;
     if (!says_no_devices(states)) {
         known = parse_line_state(expect_success(session, states));
     }
-    nlohmann::json all = nlohmann::json::array();
-    for (const lan_client::device_with_state &one : lan_client::with_states(devices, known)) {
-        all.push_back({{"cid", one.id}, {"pid", one.product_id}, {"online", nullptr}});
-        if (one.online) {
-            all.back()["online"] = *one.online;
-        }
-    }
-    return all;
+    return lan_client::as_json(lan_client::with_states(std::move(devices), known));
 }
 
 std::string device_text(gateway_session &session, const std::string &id) {

@@ -89,8 +89,11 @@ bool has_other_hardware(gateway_session &session, const gateway &recalled) {
 }
 
 void keep_hardware(gateway_session &session, const gateway &connected) {
+    if (!connected.announced) {
+        return;
+    }
     const std::string now = link_address_of(connected.address, connected.port);
-    if (connected.announced && !now.empty()) {
+    if (!now.empty()) {
         keep_link_address(session.out(), connected.announced->id, now);
     }
 }

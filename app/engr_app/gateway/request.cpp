@@ -25,7 +25,7 @@ lan_client::request json_request(uint32_t type, const nlohmann::json &payload) {
     }
 }
 
-std::string expect_success(gateway_session &session, const answer &answered) {
+const std::string &expect_success(gateway_session &session, const answer &answered) {
     if (answered.failure) {
         throw explain(session, answered);
     }

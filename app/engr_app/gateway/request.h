@@ -22,9 +22,9 @@ namespace engr_app {
 /**
  * The one way to take an answer.
  *
- * @return its payload; throws what explains a refusal or a missing answer
+ * @return the answer's payload; throws what explains a refusal or a missing answer
  */
-std::string expect_success(gateway_session &session, const lan_client::answer &answered);
+const std::string &expect_success(gateway_session &session, const lan_client::answer &answered);
 
 /** Sends one request; the rest as expect_success. */
 std::string ask_one(gateway_session &session, lan_client::request wanted);

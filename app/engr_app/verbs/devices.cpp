@@ -37,6 +37,9 @@ void add_names(nlohmann::json &all, const names_file &names) {
 void remember_devices(gateway_session &session, const nlohmann::json &all) {
     std::vector<std::string> ids;
     for (const nlohmann::json &one : all) {
+        if (ids.size() == seen_words_max) {
+            break;
+        }
         ids.push_back(member_text(one, "cid"));
     }
     remember_words("CID", session.chosen().label(), ids);

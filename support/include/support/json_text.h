@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 namespace support {
 
@@ -12,6 +11,6 @@ namespace support {
  *
  * @param written  valid JSON in UTF-8
  */
-[[nodiscard]] std::string visible_json(std::string_view written);
+[[nodiscard]] std::string visible_json(std::string written);
 
 } // namespace support

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 namespace lan_client {
 
 /** Longest id of a device or a gateway; a gateway cuts longer ones in what concerns upgrades. */
@@ -50,7 +52,10 @@ struct device_with_state {
 [[nodiscard]] bool says_no_devices(const answer &answered);
 
 /** @return the devices in their order, each with its state */
-[[nodiscard]] std::vector<device_with_state> with_states(const std::vector<device> &devices,
+[[nodiscard]] std::vector<device_with_state> with_states(std::vector<device> devices,
                                                          const line_state &states);
+
+/** @return [{"cid", "pid", "online"}], with "online" null where it is not known */
+[[nodiscard]] nlohmann::json as_json(std::vector<device_with_state> devices);
 
 } // namespace lan_client

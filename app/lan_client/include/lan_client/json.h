@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,6 +19,16 @@ namespace lan_client {
  * deeply that working on it would need much stack
  */
 [[nodiscard]] nlohmann::json parse_json(std::string_view text);
+
+/** Gets an entry of a list, and the name of the member that the list is. */
+using list_entry_taker = std::function<void(const std::string &list, nlohmann::json &&entry)>;
+
+/**
+ * The same for an object with long lists: each entry of a list that is a member of the object is
+ * handed over when it has been read, and is not kept. What comes after it may still be wrong, so
+ * look at the result before the entries are used.
+ */
+[[nodiscard]] nlohmann::json parse_json(std::string_view text, const list_entry_taker &take);
 
 /** A member's text, or "" when it is absent; a number or other value in its JSON form. */
 [[nodiscard]] std::string member_text(const nlohmann::json &object, const char *name);
