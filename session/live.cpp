@@ -9,6 +9,8 @@ namespace {
 constexpr std::size_t keys_max = 16;
 /** What a queued happening takes besides its texts. */
 constexpr std::size_t happening_bytes = 256;
+/** How long happenings are gathered: to wake a thread costs more than to tell what happens. */
+constexpr std::chrono::milliseconds gathering_time{5};
 
 } // namespace
 
@@ -72,15 +74,19 @@ void live_events::tell(happening what, std::size_t bytes) {
 
 void live_events::put(told what, std::size_t bytes) {
     bytes += happening_bytes;
+    bool is_first = false;
     {
         const std::lock_guard lock(mutex_);
         if (queued_bytes_ + bytes > waiting_bytes_max) {
             return count_loss();
         }
         queued_bytes_ += bytes;
+        is_first = queue_.empty();
         queue_.push_back({now_us(), std::move(what), bytes});
     }
-    changed_.notify_one();
+    if (is_first) {
+        changed_.notify_one();
+    }
 }
 
 uint64_t live_events::now_us() const {
@@ -107,6 +113,7 @@ void live_events::run() {
         {
             std::unique_lock lock(mutex_);
             changed_.wait(lock, [this] { return ends_ || !queue_.empty(); });
+            changed_.wait_for(lock, gathering_time, [this] { return ends_; });
             ends = ends_;
             taken.swap(queue_);
         }
