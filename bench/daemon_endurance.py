@@ -5,7 +5,8 @@
     python3 bench/daemon_endurance.py --only churn --seconds 600
 
     churn      ten apps at full speed that come and go; memory and descriptors at the end against the start
-    kill       kill -9 while changes are written, over and over; what was acknowledged must be there
+    kill       kill -9 while an operator and an app change what lasts, over and over; all that was acknowledged must be
+               there, and the store whole
     no_memory  the memory of the process is limited to what it has; requests must be answered or refused, and all
                be well when there is memory again
     clock      the time of day jumps forwards and back (needs the package faketime); well-behaved apps stay connected
@@ -21,10 +22,13 @@ import os
 import random
 import resource
 import select
+import shutil
 import signal
 import socket
+import sqlite3
 import struct
 import sys
+import tempfile
 import time
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
@@ -32,9 +36,10 @@ sys.path[:0] = [os.path.join(ROOT, "tests"), os.path.join(ROOT, "tests", "progra
 os.environ.setdefault("ENGR_BIN_DIR", os.path.join(ROOT, "build", "release", "bin"))
 
 from gateway import Gateway, program  # noqa: E402  (the path is set above)
-from lan_codec import FRM_DEV_LIST, FRM_KEEPALIVE, FRM_TP_CMD, KEYS, encrypt, request  # noqa: E402
+from lan_codec import (FRM_DEV_LINE_STAT, FRM_DEV_LIST, FRM_DOWNLOAD_APP_CFG, FRM_DP_REPORT,  # noqa: E402
+                       FRM_GET_CHANNEL, FRM_KEEPALIVE, FRM_READ_APP_CFG, FRM_SET_CHANNEL, FRM_TP_CMD, KEYS, decrypt,
+                       encrypt, request)
 
-FRM_DEV_LINE_STAT = 224
 QUERY = encrypt(KEYS[3], b'{"cid":"a4c1380001000001"}')
 FAKETIME = "/usr/lib/x86_64-linux-gnu/faketime/libfaketimeMT.so.1"
 APPS = 10
@@ -59,20 +64,31 @@ def connect(address):
     return client
 
 
+def receive(client, count):
+    """So many bytes; a socket with a time-out has no MSG_WAITALL."""
+    received = b""
+    while len(received) < count:
+        chunk = client.recv(count - len(received))
+        if not chunk:
+            raise ConnectionResetError
+        received += chunk
+    return received
+
+
 def read_reply(client):
-    """The type of the next frame of a gateway."""
-    head = client.recv(16, socket.MSG_WAITALL)
-    if len(head) < 16:
-        raise ConnectionResetError
-    _, _, kind, length = struct.unpack(">4I", head)
-    client.recv(length, socket.MSG_WAITALL)
-    return kind
+    """Type and text of the next frame of a gateway, and whether it refuses."""
+    _, _, kind, length = struct.unpack(">4I", receive(client, 16))
+    rest = receive(client, length)
+    return kind, decrypt(KEYS[3], rest[4:-8]), rest[:4] != bytes(4)
 
 
-def ask(client, kind, payload=b""):
+def ask(client, kind, payload=b"", answer=None):
+    """The text of the answer, or of the report that comes in its place, and whether it is a refusal."""
     client.sendall(request(1, kind, payload))
-    while read_reply(client) != kind:  # reports may come between
-        pass
+    while True:
+        answered, text, is_refused = read_reply(client)
+        if answered == kind or answered == answer:  # other reports may come between
+            return text, is_refused
 
 
 def check_well(gateway, what):
@@ -130,37 +146,125 @@ def churn(seconds):
 
 # ---- kill
 
+def configuration(number):
+    """Long enough that a kill meets it half-written."""
+    return json.dumps({"number": number, "text": "x" * 200_000})
+
+
+def set_field(gateway, _, number):
+    done = gateway.run_ctl("set", "product_key", number)
+    if done.returncode != 0:
+        raise ConnectionResetError(done.stderr)
+
+
+def have_accepted(client, kind, text, answer=None):
+    said, is_refused = ask(client, kind, encrypt(KEYS[3], text.encode()), answer)
+    if is_refused:
+        raise Failed(f"expected a request of type {kind} to be accepted, got {said}")
+
+
+def set_channel(_, client, number):
+    have_accepted(client, FRM_SET_CHANNEL, json.dumps({"channel": 11 + number % 16}))
+
+
+def push_configuration(_, client, number):
+    have_accepted(client, FRM_DOWNLOAD_APP_CFG, configuration(number))
+
+
+def set_data_point(_, client, number):
+    have_accepted(client, FRM_TP_CMD, json.dumps({"cid": "lamp", "dps": {"1": number}}), FRM_DP_REPORT)
+
+
+# Each change: how it is made, and whether what the gateway has is that of a number.
+CHANGES = (
+    (set_field, lambda has, number: has["status"]["gateway"]["product_key"] == str(number)),
+    (set_channel, lambda has, number: has["channel"] == {"channel": 11 + number % 16}),
+    (push_configuration, lambda has, number: has["configuration"] == json.loads(configuration(number))),
+    (set_data_point, lambda has, number: has["lamp"]["1"] == number),
+)
+
+
+def change_until_killed(gateway, number, acknowledge):
+    with contextlib.suppress(OSError), connect(gateway.address) as client:
+        while True:
+            number += 1
+            CHANGES[number % len(CHANGES)][0](gateway, client, number)
+            os.write(acknowledge, b"%d\n" % number)
+
+
+def check_store(gateway):
+    """The files as the kill has left them, looked at in a copy."""
+    with tempfile.TemporaryDirectory() as directory:
+        for name in os.listdir(gateway.data_dir):
+            if name.startswith("gateway.db"):
+                shutil.copy(os.path.join(gateway.data_dir, name), directory)
+        with contextlib.closing(sqlite3.connect(os.path.join(directory, "gateway.db"))) as store:
+            found = store.execute("PRAGMA integrity_check").fetchall()
+            if found != [("ok",)]:
+                raise Failed(f"expected a store that is whole after a kill: {found}")
+
+
+def lasting_state(gateway):
+    with connect(gateway.address) as client:
+        return {"status": gateway.status(), "lamp": gateway.ctl("devices")[0]["dps"],
+                "channel": json.loads(ask(client, FRM_GET_CHANNEL)[0]),
+                "configuration": json.loads(ask(client, FRM_READ_APP_CFG)[0])}
+
+
+def check_changes(gateway, written):
+    """The last change of each kind that was acknowledged, or the one that was under way, is there. Returns the number
+    of the last change that is."""
+    has, last = lasting_state(gateway), written
+    for number in range(written - len(CHANGES) + 2, written + 2):
+        is_there = CHANGES[number % len(CHANGES)][1]
+        if is_there(has, number):
+            last = max(last, number)
+        elif number <= written:
+            raise Failed(f"expected change {number} ({CHANGES[number % len(CHANGES)][0].__name__}), which was "
+                         f"acknowledged before the kill; the gateway has {str(has)[:1000]}")
+        elif not is_there(has, number - len(CHANGES)):
+            raise Failed(f"expected change {number - len(CHANGES)}, or {number}, which was under way; the gateway has "
+                         f"{str(has)[:1000]}")
+    return last
+
+
 def kill(seconds):
-    """Changes go through the control socket, one after the other; the daemon dies in the middle of one."""
+    """One change after the other; the daemon dies in the middle of one."""
     chance = random.Random(1)
-    kills = written = 0
+    kills = changed = 0
     until = time.monotonic() + seconds
-    with Gateway("--log-level", "0") as gateway:
+    lamp = {"dev_id": "lamp", "pid": "p", "state": 1, "online": 1, "dps": {"1": 0}}
+    with Gateway("--log-level", "0", site={"devices": [lamp]}) as gateway:
+        written = len(CHANGES)
+        with connect(gateway.address) as client:
+            for number in range(1, written + 1):
+                CHANGES[number % len(CHANGES)][0](gateway, client, number)
         while time.monotonic() < until:
             read, write = os.pipe()
             writer = os.fork()
             if writer == 0:
-                os.close(read)
-                number = written
-                while True:
-                    number += 1
-                    if gateway.run_ctl("set", "product_key", number).returncode != 0:
-                        os._exit(0)
-                    os.write(write, b"%d\n" % number)
+                try:
+                    os.close(read)
+                    change_until_killed(gateway, written, write)
+                except Failed as failure:
+                    print(failure, file=sys.stderr, flush=True)
+                finally:
+                    os._exit(0)
             os.close(write)
             select.select([read], [], [], 30)
             time.sleep(chance.random() / 20)
             gateway.stop(signal.SIGKILL)
             os.waitpid(writer, 0)
             with os.fdopen(read, "rb") as acknowledged:
-                written = int((acknowledged.read().split() or [written])[-1])
+                last = int((acknowledged.read().split() or [written])[-1])
+            changed += last - written
+            check_store(gateway)
             gateway.start()
-            kept = int(gateway.status()["gateway"]["product_key"])
-            if kept not in (written, written + 1):
-                raise Failed(f"expected change {written}, which was acknowledged, or the next one; {kept} is there")
-            written = kept
+            written = check_changes(gateway, last)
             kills += 1
-    return {"kills": kills, "changes": written, "lost": 0}
+    if changed == 0:
+        raise Failed("expected changes to be acknowledged between the kills")
+    return {"kills": kills, "changes": changed, "lost": 0}
 
 
 # ---- no_memory
