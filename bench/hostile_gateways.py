@@ -3,6 +3,7 @@
     cmake --preset release && ninja -C build/release
     python3 bench/hostile_gateways.py                       # all lies
     python3 bench/hostile_gateways.py --only million_devices --seconds 60 --json
+    python3 bench/hostile_gateways.py --library build/bench/bin/library_app     # to lan_client without engr_app
 
 It runs in a network namespace of its own; the gateway is a few lines on loopback. For each lie the table has the time
 until the app ended, its largest memory, its processor time, and how it ended. An app that is still busy after
@@ -27,11 +28,13 @@ ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
 sys.path[:0] = [os.path.join(ROOT, "tests"), os.path.join(ROOT, "tests", "app")]
 os.environ.setdefault("ENGR_BIN_DIR", os.path.join(ROOT, "build", "release", "bin"))
 
-from fake_gateway import APP, Gateway, all_requests, answering  # noqa: E402  (the path is set above)
-from lan_codec import FRM_DEV_LIST, FRM_GET_LOG, FRM_KEEPALIVE, KEYS, encrypt, frame  # noqa: E402
+from fake_gateway import APP, Gateway, all_requests, answering, broadcast, requests  # noqa: E402  (as set above)
+from lan_codec import (FRM_CHK_SOFT_VER, FRM_DEV_LINE_STAT, FRM_DEV_LIST, FRM_DEV_UPGRADE,  # noqa: E402
+                       FRM_DOWNLOAD_FIRMWARE, FRM_DP_REPORT, FRM_GET_LOG, FRM_KEEPALIVE, FRM_UDP_DISCOVERY,
+                       FRM_UPGRADE_PERCENT_RPT, KEYS, encrypt, frame)
 
 LARGEST_FRAME = 8 << 20
-FRM_DP_REPORT, FRM_DEV_LINE_STAT = 8, 224
+IMAGE_BYTES = 2_000_000
 TERMINAL_CODES = '\x1b]0;owned\x07\x9b31m\u202e\u2066'
 
 
@@ -91,6 +94,44 @@ def report_for_ever(connection):
         threading.Thread(target=send_until_closed, args=(connection, reports), daemon=True).start()
 
 
+def upgrade_with(report):
+    """A gateway that starts an upgrade and then sends what `report` makes of a piece's number, without end."""
+    def send_reports(connection):
+        number = 0
+        with contextlib.suppress(OSError):
+            while True:
+                connection.sendall(b"".join(report(number + each) for each in range(100)))
+                number += 100
+
+    def serve(connection):
+        started = False
+        for number, kind, _ in requests(connection):
+            if kind == FRM_CHK_SOFT_VER:
+                state = {"updateStatus": int(started), "updateCid": "gw1", "cid": "gw1", "softVer": "1.0"}
+                connection.sendall(frame(number, kind, 0, encrypt(KEYS[3], json.dumps(state).encode())))
+            elif kind in (FRM_KEEPALIVE, FRM_DEV_UPGRADE):
+                connection.sendall(frame(0 if kind == FRM_KEEPALIVE else number, kind, 0))
+                if kind == FRM_DEV_UPGRADE and not started:
+                    started = True
+                    threading.Thread(target=send_reports, args=(connection,), daemon=True).start()
+    return lambda: serve
+
+
+def upgrade_report(kind, **body):
+    return frame(0, kind, 0, encrypt(KEYS[3], json.dumps({"firmwareType": 0, "cid": "gw1", **body}).encode()))
+
+
+def announce_for_ever(is_over):
+    """Another gateway at another address with each datagram."""
+    number = 0
+    while not is_over.is_set():
+        number += 1
+        address = f"127.{number >> 16 & 255}.{number >> 8 & 255}.{number & 255 or 1}"
+        text = {"ip": address, "gwId": f"gw{number}", "active": 0, "ablilty": 1, "productKey": "pk", "version": "1"}
+        with contextlib.suppress(OSError):
+            broadcast(address, 6667, frame(0, FRM_UDP_DISCOVERY, 0, encrypt(KEYS[2], json.dumps(text).encode())))
+
+
 def nested(depth):
     return lambda: b"[" * depth + b"]" * depth
 
@@ -98,10 +139,12 @@ def nested(depth):
 @dataclass
 class Lie:
     what: str
-    serve: Callable  # () -> function (connection) -> None
+    serve: Callable | None  # () -> function (connection) -> None
     verb: tuple = ("devices",)
+    announce: Callable | None = None  # sends datagrams until an event is set; the app is then given no gateway
 
 
+UPGRADE = ("upgrade", "image.bin", "--version", "2.0.1")
 LIES = {
     "honest": Lie("none: a list of 40 devices", answer_device_list(
         lambda: b",".join(b'{"cid":"device%05d","pid":"p"}' % n for n in range(40)))),
@@ -121,11 +164,24 @@ LIES = {
         lambda: b'{"cid":"' + b"n" * 7_000_000 + b'","pid":"p"}')),
     "terminal_codes": Lie("terminal codes in a name", answer_device_list(
         lambda: json.dumps({"cid": TERMINAL_CODES, "pid": "p"}).encode())),
+    "terminal_codes_json": Lie("terminal codes in a name", answer_device_list(
+        lambda: json.dumps({"cid": TERMINAL_CODES, "pid": "p"}, ensure_ascii=False).encode()), ("devices", "--json")),
+    "terminal_codes_info": Lie("terminal codes in a version", lambda: answering({
+        FRM_CHK_SOFT_VER: (0, json.dumps({"softVer": TERMINAL_CODES, "cid": TERMINAL_CODES, "updateStatus": 0,
+                                          "updateCid": TERMINAL_CODES}, ensure_ascii=False).encode()),
+        FRM_DEV_LIST: (0, b'{"products":[]}'), FRM_DEV_LINE_STAT: (0, b'{"online":[]}')}), ("info", "--json")),
     "huge_log": Lie("a log of 2 billion segments", lambda: log_of(2 ** 31), ("log", "log.txt", "--force")),
     "long_log": Lie("a log of 65,536 segments without the last", lambda: log_of(65_536), ("log", "log.txt", "--force")),
     "reports": Lie("reports without end", lambda: report_for_ever, ("watch",)),
     "reports_joining": Lie("reports without end", lambda: report_for_ever, ("join", "open", "--seconds", "5")),
     "wrong_types": Lie("a number where a text belongs", answer_device_list(lambda: b'{"cid":1,"pid":[]}')),
+    "pieces": Lie("all of an image asked for without end", upgrade_with(
+        lambda _: upgrade_report(FRM_DOWNLOAD_FIRMWARE, offset=0, downloadSize=IMAGE_BYTES)), UPGRADE),
+    "small_pieces": Lie("an image asked for byte by byte", upgrade_with(
+        lambda number: upgrade_report(FRM_DOWNLOAD_FIRMWARE, offset=number, downloadSize=1)), UPGRADE),
+    "progress": Lie("progress of an upgrade without end", upgrade_with(
+        lambda number: upgrade_report(FRM_UPGRADE_PERCENT_RPT, progress=number % 100)), UPGRADE),
+    "announcements": Lie("another gateway with each announcement", None, ("discover",), announce_for_ever),
 }
 
 
@@ -140,13 +196,44 @@ def last_line(text):
     return lines[-1].replace("|", "/") if lines else ""
 
 
-def measure(name, lie, seconds):
-    with tempfile.TemporaryDirectory() as directory, open(os.path.join(directory, "errors"), "w+b") as errors, \
-            open(os.path.join(directory, "output"), "w+b") as output:
+@contextlib.contextmanager
+def lying(lie):
+    """Plays the lie as long as it lasts; yields address and port of the gateway, or nothing when it announces some."""
+    if lie.announce is None:
         gateway = Gateway(lie.serve())
+        yield gateway.name
+        gateway.listener.close()
+        return
+    is_over = threading.Event()
+    announcing = threading.Thread(target=lie.announce, args=(is_over,), daemon=True)
+    announcing.start()
+    yield ""
+    is_over.set()
+    announcing.join()
+
+
+# What the library alone does in the place of a verb.
+LIBRARY_WORK = {"devices": ("devices",), "watch": ("watch", "5"), "log": ("log",), "upgrade": ("upgrade", "image.bin"),
+                "discover": ("discover", "5")}
+
+
+def is_for_library(lie):
+    return lie.verb[0] in LIBRARY_WORK and "--json" not in lie.verb
+
+
+def command(lie, gateway, library):
+    if library:
+        return [library, gateway.rpartition(":")[2] or "0", *LIBRARY_WORK[lie.verb[0]]]
+    return [APP, *(("--gateway", gateway) if gateway else ()), *lie.verb]
+
+
+def measure(name, lie, seconds, library):
+    with tempfile.TemporaryDirectory() as directory, open(os.path.join(directory, "errors"), "w+b") as errors, \
+            open(os.path.join(directory, "output"), "w+b") as output, lying(lie) as gateway:
+        with open(os.path.join(directory, "image.bin"), "wb") as image:
+            image.truncate(IMAGE_BYTES)
         started = time.monotonic()
-        process = subprocess.Popen([APP, "--gateway", gateway.name, *lie.verb], cwd=directory, stdout=output,
-                                   stderr=errors)
+        process = subprocess.Popen(command(lie, gateway, library), cwd=directory, stdout=output, stderr=errors)
         interrupted, peak = None, 0
         while time.monotonic() < started + seconds + 60:
             pid, status, used = os.wait4(process.pid, os.WNOHANG)
@@ -162,11 +249,13 @@ def measure(name, lie, seconds):
             _, status, used = os.wait4(process.pid, 0)
         process.returncode = os.waitstatus_to_exitcode(status)
         ended = time.monotonic()
-        gateway.listener.close()
         output.seek(0)
         errors.seek(0)
-        passed = any(code in output.read() for code in (b"\x1b", b"\x9b", "\u202e".encode(), "\u2066".encode()))
-        return {"lie": name, "what": lie.what, "verb": " ".join(lie.verb), "seconds": round(ended - started, 3),
+        shown = output.read() + errors.read()
+        errors.seek(0)
+        passed = any(code in shown for code in (b"\x1b", b"\x9b", "\u202e".encode(), "\u2066".encode()))
+        return {"lie": name, "what": lie.what, "verb": " ".join(LIBRARY_WORK[lie.verb[0]] if library else lie.verb),
+                "seconds": round(ended - started, 3),
                 "interrupt_s": None if interrupted is None else round(ended - interrupted, 3),
                 "rss_peak_kib": peak, "cpu_s": round(used.ru_utime + used.ru_stime, 2),
                 "exit": process.returncode, "terminal_codes": passed, "last_line": last_line(errors.read())}
@@ -192,19 +281,21 @@ def main():
     parser.add_argument("--only", action="append", choices=[*LIES], metavar="NAME",
                         help="this lie alone; may be repeated: " + ", ".join(LIES))
     parser.add_argument("--seconds", type=int, default=20, help="after which the app gets Ctrl-C (default 20)")
+    parser.add_argument("--library", metavar="PROGRAM", type=os.path.abspath,
+                        help="lies to library_app, the library alone, instead of to engr_app")
     parser.add_argument("--json", action="store_true", help="the figures, and the app's last line, as JSON")
     chosen = parser.parse_args()
     if not 1 <= chosen.seconds <= 3600:
         parser.error("--seconds must be 1 to 3600")
-    if not os.path.exists(APP):
-        sys.exit(f"there is no {APP}; build it, or set ENGR_BIN_DIR")
+    if not os.path.exists(chosen.library or APP):
+        sys.exit(f"there is no {chosen.library or APP}; build it, or set ENGR_BIN_DIR")
     if "ENGR_ISOLATED" not in os.environ:
         launcher = os.path.join(ROOT, "tests", "isolated")
         os.execv(launcher, [launcher, sys.executable, "-B", *sys.argv])
     rows = []
-    for name in chosen.only or LIES:
+    for name in chosen.only or [name for name in LIES if not chosen.library or is_for_library(LIES[name])]:
         print(name, file=sys.stderr, flush=True)
-        rows.append(measure(name, LIES[name], chosen.seconds))
+        rows.append(measure(name, LIES[name], chosen.seconds, chosen.library))
     if chosen.json:
         print(json.dumps({"seconds": chosen.seconds, "lies": rows}, indent=2))
     else:
