@@ -19,6 +19,7 @@ import resource
 import select
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -31,11 +32,13 @@ sys.path[:0] = [os.path.join(ROOT, "tests"), os.path.join(ROOT, "tests", "progra
 os.environ.setdefault("ENGR_BIN_DIR", os.path.join(ROOT, "build", "release", "bin"))
 
 from gateway import Gateway, program  # noqa: E402  (the path is set above)
-from lan_codec import (FRM_AP_NW_CFG, FRM_DEV_LIST, FRM_DOWNLOAD_FIRMWARE, FRM_GET_LOG, FRM_GW_UNACTIVE,  # noqa: E402
-                       FRM_KEEPALIVE, FRM_PERMIT_JOIN, FRM_TP_CMD, KEYS, encrypt, request)
+from lan_codec import (FRM_AP_NW_CFG, FRM_DEV_LIST, FRM_DOWNLOAD_APP_CFG, FRM_DOWNLOAD_FIRMWARE,  # noqa: E402
+                       FRM_GET_LOG, FRM_GW_UNACTIVE, FRM_KEEPALIVE, FRM_PERMIT_JOIN, FRM_SET_CHANNEL, FRM_TP_CMD,
+                       FRM_USER_BIND_REQ_ENGR, KEYS, encrypt, request)
 
 KEEPALIVE = request(1, FRM_KEEPALIVE)
 ANSWER_BYTES = 28
+HEAD_BYTES = 16
 LONGEST_GARBAGE_S = 25
 MANY_DEVICES = {"devices": [{"dev_id": f"device{number:06}", "pid": "p", "state": 1} for number in range(10_000)]}
 
@@ -125,6 +128,21 @@ def a_million_numbers():
     return request(1, FRM_PERMIT_JOIN, encrypt(KEYS[3], b'{"n":[' + b",".join([b"1"] * 1_000_000) + b"]}"))
 
 
+def set_channel():
+    return request(1, FRM_SET_CHANNEL, encrypt(KEYS[3], b'{"channel":15}')) * 20
+
+
+def push_configuration():
+    return request(1, FRM_DOWNLOAD_APP_CFG, encrypt(KEYS[3], b'{"text":"' + b"x" * 2_000_000 + b'"}'))
+
+
+def bind_many(client):
+    """Every device that is bound is reported to every app, and this one reads no report."""
+    products = ",".join(f'{{"cid":"d{number}","pid":"p"}}' for number in range(10_000))
+    client.sendall(request(1, FRM_USER_BIND_REQ_ENGR, encrypt(KEYS[3], f'{{"products":[{products}]}}'.encode())))
+    time.sleep(3600)
+
+
 def large_request(make):
     def attack(address):
         again_and_again(ask_and_read(make()))(address)
@@ -160,6 +178,17 @@ def sound_client(gateway, begin):
     next_send = time.monotonic()
     until = next_send + seconds
 
+    def take_frames(received):
+        """Counts the answers among what came; the rest is not whole yet."""
+        while len(received) >= HEAD_BYTES:
+            _, _, kind, length = struct.unpack(">4I", received[:HEAD_BYTES])
+            if len(received) < HEAD_BYTES + length:
+                break
+            if kind == FRM_KEEPALIVE and waiting:
+                outcome.delays.append(time.monotonic() - waiting.pop(0))
+            received = received[HEAD_BYTES + length:]
+        return received
+
     def end_connection():
         outcome.missed += len(waiting)
         outcome.delays += [time.monotonic() - sent for sent in waiting]
@@ -174,13 +203,10 @@ def sound_client(gateway, begin):
                 client.sendall(KEEPALIVE)
             client.settimeout(max(0.001, min(next_send, until) - time.monotonic()))
             with contextlib.suppress(TimeoutError):
-                chunk = client.recv(4096)
+                chunk = client.recv(1 << 16)
                 if not chunk:
                     raise ConnectionResetError
-                received += chunk
-                while len(received) >= ANSWER_BYTES and waiting:
-                    outcome.delays.append(time.monotonic() - waiting.pop(0))
-                    received = received[ANSWER_BYTES:]
+                received = take_frames(received + chunk)
         except OSError:
             outcome.lost += 1
             end_connection()
@@ -240,6 +266,9 @@ ATTACKS = {
     "no_descriptors": Attack("the same, no descriptor left", come_and_go, 2, no_descriptors=True),
     "many_members": Attack("190,000 members in a request", large_request(many_members), key=True),
     "numbers": Attack("1,000,000 numbers in a request", large_request(a_million_numbers), key=True),
+    "channels": Attack("channel set in a loop, each kept", large_request(set_channel), 9, key=True),
+    "configurations": Attack("2 MB configurations in a loop", large_request(push_configuration), 9, key=True),
+    "binds": Attack("10,000 devices bound, no report read", again_and_again(bind_many), 9, key=True),
     "full_table": Attack("ten sound-looking connections", again_and_again(stay), 10, first=True),
     "empty_datagrams": Attack("60 empty datagrams before credentials", None, 1, options=("--ap",), client=credentials),
 }
