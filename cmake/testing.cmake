@@ -88,6 +88,25 @@ function(engr_add_python_test name file)
                          LABELS "${arg_LABELS}")
 endfunction()
 
+# engr_make_faulty(OUTPUT SOURCE FROM TO [FROM TO]...)
+# Writes a copy of a source with faults that a test has to find: each text FROM becomes TO. An executable that has the
+# copy takes it instead of the library's own file.
+function(engr_make_faulty output source)
+    file(READ "${source}" text)
+    set(at 2)
+    while(at LESS ARGC)
+        math(EXPR next "${at} + 1")
+        string(REPLACE "${ARGV${at}}" "${ARGV${next}}" faulty "${text}")
+        if(faulty STREQUAL text)
+            message(FATAL_ERROR "${source}: a place that is made faulty for a test is gone: ${ARGV${at}}")
+        endif()
+        set(text "${faulty}")
+        math(EXPR at "${next} + 1")
+    endwhile()
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${source}")
+    file(CONFIGURE OUTPUT "${output}" CONTENT "@text@" @ONLY)
+endfunction()
+
 # engr_add_fuzz_target(NAME SOURCES file... [LIBS target...])
 # Builds bin/NAME, a libFuzzer program, as part of the target "fuzzers". Its first inputs lie in fuzz/corpus/NAME, its
 # words in fuzz/dictionaries/NAME.dict; script/fuzz needs the sources that it is about. Nothing happens unless

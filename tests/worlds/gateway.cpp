@@ -75,9 +75,10 @@ void start(stage &at, actor_run &, uint32_t) {
 int take_chunk(lan_fw_info_t *, uint32_t, uint32_t offset, const uint8_t *, uint32_t,
                uint32_t *remain_len, void *argument) {
     constexpr uint32_t bad_offset = 8;
-    const stage &at = *static_cast<transfer *>(argument)->at;
-    at.world.run_for(at.service_ms);
+    transfer &under_way = *static_cast<transfer *>(argument);
+    under_way.at->world.run_for(under_way.at->service_ms);
     *remain_len = 0;
+    under_way.may_have_none |= offset == bad_offset;
     return offset == bad_offset ? -1 : 0;
 }
 
@@ -96,8 +97,18 @@ int32_t start_transfer(const char *dev_id) {
     constexpr uint32_t chunk_bytes = 4;
     stage &at = *current_stage;
     transfer &added = at.transfers.emplace_back(transfer{.at = &at});
-    return lan_gw_start_upgrade(dev_id, &at.offered, take_chunk, &added, take_outcome, 1,
-                                chunk_bytes);
+    at.excuse_transfers(&added);
+    const int32_t result =
+        lan_gw_start_upgrade(dev_id, &at.offered, take_chunk, &added, take_outcome, 1, chunk_bytes);
+    at.excuse_transfers(&added); // and those that another thread has started meanwhile
+    added.may_have_none |= result != 0;
+    return result;
+}
+
+void report_version(stage &at, actor_run &, uint32_t) {
+    at.excuse_transfers();
+    engr_lan_gw_subdevice_update("lamp", "2", 0, 0, 0);
+    at.excuse_transfers();
 }
 
 void start_transfer_unasked(stage &at, actor_run &, uint32_t number) {
@@ -113,8 +124,7 @@ constexpr action application[] = {
     {"starts the agent", 4, start},
     {"closes all connections", 1, [](stage &, actor_run &, uint32_t) { lpc_close_all_socket(); }},
     {"starts a transfer", 2, start_transfer_unasked},
-    {"reports a version", 2,
-     [](stage &, actor_run &, uint32_t) { engr_lan_gw_subdevice_update("lamp", "2", 0, 0, 0); }},
+    {"reports a version", 2, report_version},
     {"counts the apps", 2,
      [](stage &at, actor_run &, uint32_t) {
          const int32_t count = engr_lan_pro_cntl_get_valid_connect_cnt();

@@ -45,6 +45,7 @@ struct made_report {
 struct transfer {
     stage *at;
     uint32_t outcomes = 0;
+    bool may_have_none = false; /**< it was replaced, refused, or ended by a version report */
 };
 
 /** An actor while its story is told. */
@@ -60,7 +61,9 @@ class stage {
     /** @param[out] log  lines up to the first problem */
     stage(sim::world &in, std::string &log) : world(in), log_(log) {}
 
-    /** Reports a broken invariant; the log so far goes with the first one. */
+    /** The transfers so far, but for one, may end without an outcome. */
+    void excuse_transfers(const transfer *but = nullptr);
+    /** Reports a broken invariant, once; the log so far goes with the first one. */
     void problem(const std::string &text);
     /** The connection in use, made anew when need be; null when the gateway refuses. */
     link *connected(actor_run &by);
@@ -84,6 +87,7 @@ class stage {
 
   private:
     std::string &log_;
+    std::set<std::string> problems_;
     void take_frame(const actor &by, link &from, const lan_client::frame &frame);
     void take_report(const actor &by, link &from, const lan_client::frame &frame);
 };

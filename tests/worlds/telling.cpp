@@ -133,6 +133,18 @@ void check_upgrade(stage &at) {
     }
 }
 
+/** Each transfer has had its outcome, unless a call that failed cost it. */
+void check_outcomes(stage &at, const story &told) {
+    const bool had_misfortune =
+        std::any_of(told.actors.begin(), told.actors.end(),
+                    [](const actor &each) { return each.is == role::misfortune; });
+    for (const transfer &each : at.transfers) {
+        if (each.outcomes == 0 && !each.may_have_none && !had_misfortune) {
+            at.problem("a transfer had no outcome");
+        }
+    }
+}
+
 /** The misfortune has passed: the agent serves the next app. */
 void check_next_app(stage &at) {
     if (engr_lan_pro_cntl_init(ENGR_MODE_LAN) != 0 ||
@@ -190,6 +202,7 @@ void play(sim::world &world, const story &told, std::string &log) {
     pass(at, chunk_watchdog_ms);
     check_next_app(at);
     check_upgrade(at);
+    check_outcomes(at, told);
     engr_lan_pro_cntl_exit();
     close_gateway();
 }
@@ -217,12 +230,20 @@ telling collect(pid_t child, int from) {
 
 } // namespace
 
+void stage::excuse_transfers(const transfer *but) {
+    for (transfer &each : transfers) {
+        each.may_have_none |= &each != but;
+    }
+}
+
 void stage::problem(const std::string &text) {
     constexpr size_t lines = 20;
     if (log_.empty()) {
         log_ = world.log().text(lines);
     }
-    world.problem(text);
+    if (problems_.insert(text).second) {
+        world.problem(text);
+    }
 }
 
 std::string telling::kind() const {
