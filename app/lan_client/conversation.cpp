@@ -262,11 +262,11 @@ void client::conversation::written(std::size_t count) {
             static_cast<std::size_t>(frame_bytes));
 }
 
+// The timer still ends at the earlier time, finds nothing to expire, and is set anew.
 void client::conversation::extend_deadline(exchange &sending) {
     const auto timeout =
         sending.wanted.timeout.count() > 0 ? sending.wanted.timeout : options_.request_timeout;
     sending.deadline = clock::now() + timeout;
-    start_deadline_timer();
 }
 
 void client::conversation::start_deadline_timer() {

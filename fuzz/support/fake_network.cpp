@@ -7,14 +7,46 @@
 
 #include <algorithm>
 #include <deque>
+#include <list>
 #include <memory>
 #include <utility>
 
 namespace fuzz {
+namespace {
+
+struct open_port {
+    uint16_t port;
+    std::string interface_name; // empty: all
+    std::function<void(const std::string &bytes, const std::string &on)> arrive;
+};
+
+std::list<open_port> &open_ports() {
+    static std::list<open_port> all;
+    return all;
+}
+
+lan_client::error missing(const std::string &interface_name) {
+    const bool is = interface_name == the_far_side().missing_interface;
+    return is ? lan_client::error{lan_client::error_kind::no_interface, interface_name}
+              : lan_client::error{};
+}
+
+} // namespace
 
 far_side &the_far_side() {
     static far_side side;
     return side;
+}
+
+void deliver(uint16_t port, std::string_view bytes, const std::string &interface_name) {
+    for (const open_port &one : open_ports()) {
+        const bool here = one.interface_name.empty() || one.interface_name == interface_name;
+        if (one.port == port && here) {
+            call_later({}, [arrive = one.arrive, copy = std::string(bytes), interface_name] {
+                arrive(copy, interface_name);
+            });
+        }
+    }
 }
 
 } // namespace fuzz
@@ -99,7 +131,7 @@ class connection::link : public fuzz::far_end, public std::enable_shared_from_th
             return;
         }
         taking_ = true;
-        later([this] {
+        const auto take_piece = [this] {
             taking_ = false;
             const std::string bytes = from_client_.substr(0, most_at_once);
             from_client_.erase(0, bytes.size());
@@ -108,7 +140,8 @@ class connection::link : public fuzz::far_end, public std::enable_shared_from_th
             }
             events_.on_written(bytes.size());
             take();
-        });
+        };
+        later(take_piece, fuzz::the_far_side().piece_time);
     }
 
     connection_events events_;
@@ -164,21 +197,40 @@ void connection::close() {
 class udp_listener::socket : public std::enable_shared_from_this<socket> {
   public:
     explicit socket(callback on_datagram) : on_datagram_(std::move(on_datagram)) {}
+    socket(const socket &) = delete;
+    socket &operator=(const socket &) = delete;
+    ~socket() { close(); }
 
-    void open() {
-        const auto arrive = [self = shared_from_this(), bytes = fuzz::the_far_side().datagram] {
-            if (!self->closed_ && !bytes.empty()) {
-                self->on_datagram_(bytes, {fuzz::datagram_sender, "lo"});
+    error open(const std::string &interface_name, uint16_t port) {
+        if (error problem = fuzz::missing(interface_name)) {
+            return problem;
+        }
+        const auto arrive = [self = weak_from_this()](const std::string &bytes,
+                                                      const std::string &on) {
+            const auto alive = self.lock();
+            if (alive && alive->is_open_) {
+                alive->on_datagram_(bytes, {fuzz::datagram_sender, on});
             }
         };
-        fuzz::call_later({}, arrive);
+        place_ =
+            fuzz::open_ports().insert(fuzz::open_ports().end(), {port, interface_name, arrive});
+        is_open_ = true;
+        if (const std::string first = fuzz::the_far_side().datagram; !first.empty()) {
+            fuzz::call_later({}, [arrive, first] { arrive(first, "lo"); });
+        }
+        return {};
     }
 
-    void close() { closed_ = true; }
+    void close() {
+        if (std::exchange(is_open_, false)) {
+            fuzz::open_ports().erase(place_);
+        }
+    }
 
   private:
     callback on_datagram_;
-    bool closed_ = false;
+    std::list<fuzz::open_port>::iterator place_; // while it is open
+    bool is_open_ = false;
 };
 
 udp_listener::udp_listener(event_loop &, callback on_datagram)
@@ -188,14 +240,17 @@ udp_listener::~udp_listener() {
     socket_->close();
 }
 
-error udp_listener::open(const std::string &, uint16_t) {
-    socket_->open();
-    return {};
+error udp_listener::open(const std::string &interface_name, uint16_t port) {
+    return socket_->open(interface_name, port);
 }
 
-error send_datagram(event_loop &, const std::string &, const std::string &, uint16_t,
-                    std::string_view) {
-    return {};
+error send_datagram(event_loop &, const std::string &interface_name, const std::string &address,
+                    uint16_t port, std::string_view bytes) {
+    if (error problem = fuzz::missing(interface_name)) {
+        return problem;
+    }
+    const auto &sends = fuzz::the_far_side().on_datagram;
+    return sends ? sends({interface_name, address, port, std::string(bytes)}) : error{};
 }
 
 } // namespace lan_client

@@ -1,5 +1,5 @@
-// The loop below lan_client in a fuzz target: its time is virtual and jumps to the next timer when
-// nothing else is to be done, so that a time-out of hours costs as little as an answer.
+// The loop below lan_client in virtual time, which jumps to the next timer when nothing else is to
+// be done: a time-out of hours costs as little as an answer, and comes to the millisecond.
 #pragma once
 
 #include <chrono>
