@@ -59,7 +59,7 @@ class connection::link : public std::enable_shared_from_this<link> {
 
     void send(std::string bytes) {
         outgoing_.push_back(std::move(bytes));
-        if (open_ && outgoing_.size() == 1) {
+        if (outgoing_.size() == 1) {
             write_next();
         }
     }
@@ -89,10 +89,8 @@ class connection::link : public std::enable_shared_from_this<link> {
     }
 
     void end(const error &problem) {
-        if (!ended_) {
-            close();
-            events_.on_closed(problem);
-        }
+        close();
+        events_.on_closed(problem);
     }
 
     void connected(const asio::error_code &code) {
@@ -107,9 +105,6 @@ class connection::link : public std::enable_shared_from_this<link> {
         socket_.set_option(asio::ip::tcp::no_delay(true), ignored);
         open_ = true;
         read_next();
-        if (!outgoing_.empty()) {
-            write_next();
-        }
         events_.on_connected();
     }
 
@@ -161,7 +156,7 @@ class connection::link : public std::enable_shared_from_this<link> {
     asio::ip::tcp::socket socket_;
     timer connect_limit_;
     std::array<char, 64 * 1024> incoming_;
-    std::deque<std::string> outgoing_; // the front is being written while open
+    std::deque<std::string> outgoing_; // the front is being written
     std::size_t written_ = 0;          // bytes of the front that are
     bool open_ = false;
     bool ended_ = false;

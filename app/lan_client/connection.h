@@ -38,8 +38,8 @@ class connection {
     void open(const connection_target &target, std::chrono::milliseconds connect_timeout);
 
     /**
-     * Queues bytes; they are written in order, a short piece with one write where the system
-     * allows.
+     * Queues bytes, once it is connected; they are written in order, a short piece with one write
+     * where the system allows.
      */
     void send(std::string bytes);
 

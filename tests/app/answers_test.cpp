@@ -5,7 +5,10 @@
 #include "lan_client/devices.h"
 #include "lan_client/frame_types.h"
 #include "lan_client/json.h"
+#include "lan_client/limits.h"
 #include "lan_client/provisioning.h"
+#include "lan_client/upgrade_monitor.h"
+#include "utf8.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -41,6 +44,37 @@ TEST(answer_json, is_refused_when_it_is_nested_more_than_200_deep) {
     for (const auto &one : cases) {
         EXPECT_EQ(!parse_json(one.text).is_discarded(), one.is_taken) << one.what;
     }
+}
+
+TEST(answer_json, has_a_bounded_number_of_values) {
+    // Brackets and commas stand for the values before and behind them.
+    const auto zeros = [](std::size_t count) { return "[" + repeated("0,", count - 1) + "0]"; };
+    EXPECT_FALSE(parse_json(zeros(max_json_values - 1)).is_discarded());
+    EXPECT_TRUE(parse_json(zeros(max_json_values)).is_discarded());
+    const auto with_list = [](std::size_t count) { return "[" + repeated("0,", count) + "[]]"; };
+    EXPECT_FALSE(parse_json(with_list(max_json_values - 3)).is_discarded());
+    EXPECT_TRUE(parse_json(with_list(max_json_values - 2)).is_discarded());
+}
+
+TEST(answer_json, is_read_whatever_its_bytes_are) {
+    const struct {
+        const char *bytes;
+        const char *text;
+    } cases[] = {
+        {"caf\u00e9", "caf\u00e9"},
+        {"a\xff"
+         "b",
+         "a\ufffdb"},
+        {"\xe2\x82", "\ufffd\ufffd"},
+        {"", ""},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(parse_json('"' + std::string(one.bytes) + '"'), one.text) << one.text;
+        EXPECT_EQ(to_utf8(one.bytes), one.text);
+        EXPECT_EQ(is_utf8(one.bytes), std::string(one.bytes) == one.text) << one.text;
+    }
+    EXPECT_TRUE(parse_json("{").is_discarded());
+    EXPECT_TRUE(parse_json("]").is_discarded());
 }
 
 TEST(answer_json, members_are_texts_and_counts_or_nothing) {
@@ -89,12 +123,8 @@ TEST(answer_devices, are_read_with_their_states) {
                          R"({"cid":"b","pid":"","online":null}])"));
     EXPECT_FALSE(read_line_state("[]"));
     EXPECT_TRUE(read_line_state(R"({"online":"a"})")->online.empty());
-
-    const std::string refusal = "online_dev or offline_dev is null";
-    EXPECT_TRUE(says_no_devices({.ret = 1, .payload = refusal}));
-    EXPECT_FALSE(says_no_devices({.ret = 0, .payload = refusal}));
-    EXPECT_FALSE(says_no_devices({.ret = 1, .payload = "other"}));
-    EXPECT_FALSE(says_no_devices({.failure = {error_kind::timed_out, {}}, .payload = refusal}));
+    EXPECT_EQ(device_list_request().type, frame_type::dev_list);
+    EXPECT_EQ(line_state_request().type, frame_type::dev_line_stat);
 }
 
 TEST(answer_data_points, belong_to_the_device_that_the_report_names) {
@@ -119,6 +149,33 @@ TEST(answer_data_points, belong_to_the_device_that_the_report_names) {
     other = told;
     other.payload = "no JSON";
     EXPECT_FALSE(contains(other, "a", {}));
+}
+
+TEST(answer_data_points, are_asked_for_of_the_gateway_or_of_a_device) {
+    EXPECT_EQ(known_points_query("").dump(), "{}");
+    EXPECT_EQ(known_points_query("a").dump(), R"({"cid":"a"})");
+    EXPECT_EQ(device_command("a", {{"1", true}}).dump(), R"({"cid":"a","dps":{"1":true}})");
+    EXPECT_EQ(report_query("", {}).dump(), "{}");
+    EXPECT_EQ(report_query("a", {1}).dump(), R"({"cid":"a","dpId":1})");
+    EXPECT_EQ(report_query("a", {1, 2}).dump(), R"({"cid":"a","dpId":[1,2]})");
+    const struct {
+        bool (*says)(const answer &);
+        const char *text;
+    } refusals[] = {{says_unknown_device, "devid not found"},
+                    {says_no_data_points, "json obj data unvalid"},
+                    {says_no_devices, "online_dev or offline_dev is null"},
+                    {refuses_while_upgrading, "device is upgrading..."}};
+    for (const auto &one : refusals) {
+        EXPECT_TRUE(one.says({.ret = 1, .payload = one.text})) << one.text;
+        EXPECT_FALSE(one.says({.ret = 0, .payload = one.text})) << one.text;
+        EXPECT_FALSE(one.says({.ret = 1, .payload = "other"})) << one.text;
+        EXPECT_FALSE(one.says({.failure = {error_kind::timed_out, {}}, .payload = one.text}));
+        EXPECT_FALSE(
+            one.says({.failure = {error_kind::timed_out, {}}, .ret = 1, .payload = one.text}));
+    }
+    EXPECT_EQ(upgrade_probe_request().payload, "{}");
+    EXPECT_EQ(upgrade_probe_request().type, frame_type::tp_cmd);
+    EXPECT_EQ(upgrade_probe_request().coding, payload_coding::encrypted);
 }
 
 TEST(frame_type_names, are_found_in_any_case_with_and_without_their_prefix) {

@@ -4,9 +4,6 @@
 #include "lan_client/limits.h"
 #include "lan_client/provisioning.h"
 #include "lan_client/wifi_candidates.h"
-#include "udp_socket.h"
-
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -109,19 +106,6 @@ TEST(provisioning_channel_test, sends_up_to_256_bytes_through_its_interface_and_
     EXPECT_EQ(shown, "sent " + longest);
     EXPECT_EQ(channel.open("no-such-if").kind, error_kind::no_interface);
     EXPECT_EQ(send("x"), error_kind::no_interface) << "expected it to leave by no other one";
-}
-
-TEST(udp_listener_test, tells_from_whom_and_on_which_interface_a_datagram_came) {
-    event_loop loop;
-    std::string got;
-    udp_listener listener(loop, [&](std::string_view bytes, const datagram_source &from) {
-        got = std::string(bytes) + " from " + from.address + " on " + from.interface_name;
-    });
-    const auto own_port = static_cast<uint16_t>(30'000 + getpid() % 1000);
-    ASSERT_FALSE(listener.open("", own_port));
-    ASSERT_FALSE(send_datagram(loop, "lo", "127.0.0.1", own_port, "hello"));
-    ASSERT_TRUE(loop.run_until([&] { return !got.empty(); }, std::chrono::seconds(60)));
-    EXPECT_EQ(got, "hello from 127.0.0.1 on lo");
 }
 
 } // namespace
