@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <mutex>
 
 namespace linux_port {
@@ -38,7 +39,8 @@ class standard_error {
 
 bool standard_error::has_room(int fd) {
     pollfd watched{fd, POLLOUT, 0};
-    const bool is_ready = poll(&watched, 1, 0) == 1;
+    const timespec no_time{};
+    const bool is_ready = ppoll(&watched, 1, &no_time, nullptr) == 1;
     return is_ready && watched.revents == POLLOUT; // an error beside it: there is no reader left
 }
 

@@ -189,6 +189,26 @@ TEST(log_limit, lets_a_place_write_so_many_lines_or_bytes_a_second) {
     }
 }
 
+TEST(log_limit, names_the_place_of_what_was_left_out_in_so_many_characters) {
+    linux_port::log_limit limit;
+    linux_port::monotonic_clock::time_point now{};
+    const std::string file(60, 'f');
+    const std::string function(80, 'g');
+    for (uint32_t lines = 0; lines < linux_port::log_limit::lines_max + 3; ++lines) {
+        limit.admits(file, 7, function, 1, now);
+    }
+    EXPECT_TRUE(limit.has_left_out());
+    const auto left_out = limit.take_left_out(now + linux_port::log_limit::period);
+    ASSERT_TRUE(left_out);
+    EXPECT_EQ(left_out->count, 3U);
+    EXPECT_EQ(left_out->level, 1);
+    EXPECT_EQ(left_out->line, 7);
+    EXPECT_EQ(left_out->file, std::string(47, 'f'));
+    EXPECT_EQ(left_out->function, std::string(63, 'g'));
+    EXPECT_TRUE(limit.admits(file + "2", 7, function, 1, now + linux_port::log_limit::period))
+        << "expected another second to have lines of its own";
+}
+
 TEST(log_limit, more_places_than_it_has_room_for_are_not_limited) {
     linux_port::log_limit limit;
     const linux_port::monotonic_clock::time_point now{};

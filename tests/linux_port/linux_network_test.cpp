@@ -262,8 +262,13 @@ TEST_F(linux_network, running_out_of_descriptors_fails_calls_and_nothing_else) {
     close(static_cast<int>(lowest_free));
     const rlimit none{lowest_free, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const auto before = std::chrono::steady_clock::now();
     EXPECT_LT(kelo_hal_net_accept(listening, nullptr, nullptr), 0);
+    const auto after = std::chrono::steady_clock::now();
     EXPECT_EQ(kelo_hal_net_get_errno(), -1000 - EMFILE);
+    const auto pause_end = linux_port::find_socket(listening)->accept_pause_end.load();
+    EXPECT_GE(pause_end, before + std::chrono::milliseconds(250));
+    EXPECT_LE(pause_end, after + std::chrono::milliseconds(250));
     thrd_handle_t handle = nullptr;
     const thrd_param_t param{0, 0, "none"};
     EXPECT_LT(CreateAndStart(
