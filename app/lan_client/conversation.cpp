@@ -29,7 +29,6 @@ void client::conversation::connect() {
     stage_ = stage::connecting;
     confirmed_ = false;
     cutter_ = {};
-    unanswered_keep_alives_ = 0;
     connection_.open({options_.address, options_.port, options_.interface_name},
                      options_.connect_timeout);
 }

@@ -41,7 +41,6 @@ std::size_t valid_bytes(std::string_view text) {
 
 std::string to_utf8(std::string_view text) {
     std::string valid;
-    valid.reserve(text.size());
     for (;;) {
         const std::size_t bytes = valid_bytes(text);
         valid += text.substr(0, bytes);

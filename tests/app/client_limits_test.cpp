@@ -4,6 +4,8 @@
 #include "virtual_gateway.h"
 
 #include <optional>
+#include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -65,6 +67,35 @@ TEST_F(client_limits, requests_under_way_hold_8_mib) {
     EXPECT_EQ(failures, "");
     ask(overhead_bytes);
     EXPECT_EQ(failures, "queue_full ");
+}
+
+TEST_F(client_limits, frames_that_come_together_are_handled_64_at_a_time) {
+    client_events events;
+    int reports = 0;
+    events.on_report = [&reports](const report &) { ++reports; };
+    client_options wanted;
+    wanted.address = "192.0.2.1";
+    wanted.keys = {unactivated_key()};
+    app.emplace(loop, wanted, events);
+    app->open();
+    loop.run_until([] { return false; }, 1ms);
+    std::string flood;
+    for (int made = 0; made < 150; ++made) {
+        flood += fuzz::gateway_frame(0, frame_type::dp_report, {0}, "");
+    }
+    gateway.send(flood);
+    std::string steps;
+    loop.run_until(
+        [&, seen = 0]() mutable {
+            steps +=
+                reports > seen ? std::to_string(reports - std::exchange(seen, reports)) + " " : "";
+            return false;
+        },
+        1ms);
+    EXPECT_EQ(steps, "64 64 22 ");
+    gateway.report(frame_type::dp_report, "{}");
+    loop.run_until([] { return false; }, 1ms);
+    EXPECT_EQ(reports, 151) << "expected reading to go on";
 }
 
 TEST_F(client_limits, a_transfer_has_64_mib_and_65536_segments) {

@@ -148,6 +148,87 @@ TEST_F(client_test, goes_over_to_the_key_that_the_gateway_uses_and_repeats_the_r
     EXPECT_EQ(received, 2);
 }
 
+TEST_F(client_test, repeats_only_a_request_that_was_refused_for_its_key_and_only_once) {
+    const struct {
+        const char *what;
+        payload_coding coding;
+        std::uint32_t ret;
+        const char *text;
+        int times;
+    } cases[] = {
+        {"refused for its key, now for the other one", payload_coding::encrypted, 1,
+         "parse data error", 2},
+        {"refused for something else", payload_coding::encrypted, 1, "no", 1},
+        {"answered", payload_coding::encrypted, 0, "parse data error", 1},
+        {"sent in the clear", payload_coding::plain, 1, "parse data error", 1},
+    };
+    for (const auto &one : cases) {
+        answers.clear();
+        int received = 0;
+        gateway.on_request = [&](const seen_request &request) {
+            // Never the key that the client has just changed over to.
+            gateway.reply(request, one.ret, one.text,
+                          ++received % 2 == 1 ? local_key : unactivated_key());
+        };
+        client_options wanted = options();
+        wanted.keys = {unactivated_key(), local_key};
+        start(wanted);
+        ask(10, "{}", one.coding);
+        wait_for_answers(1);
+        EXPECT_EQ(answers.front().ret, one.ret) << one.what;
+        EXPECT_EQ(answers.front().payload, one.text) << one.what;
+        EXPECT_EQ(received, one.times) << one.what;
+    }
+}
+
+TEST_F(client_test, a_request_that_is_repeated_holds_up_the_next_one_again) {
+    std::vector<seen_request> held;
+    gateway.on_request = [&](const seen_request &request) {
+        held.push_back(request);
+        if (held.size() == 1) {
+            gateway.reply(request, 1, "parse data error", local_key);
+        } else if (request.type == 241) {
+            gateway.reply(request, 0, "", local_key);
+        }
+    };
+    client_options wanted = options();
+    wanted.keys = {unactivated_key(), local_key};
+    start(wanted);
+    ask(frame_type::dp_query, std::string(470, 'x'), payload_coding::encrypted);
+    wait_for([&] { return held.size() == 2; });
+    ask(241); // would start at byte 504 of the 512 that a gateway reads
+    EXPECT_EQ(sent, 2) << "it must not go out yet";
+    gateway.reply(held[1], 0, "", local_key);
+    wait_for_answers(2);
+}
+
+TEST_F(client_test, pads_only_a_text_that_may_stay_without_an_answer) {
+    const struct {
+        std::uint32_t type;
+        const char *end;
+        bool padded;
+    } cases[] = {
+        {frame_type::grp_oper, "}", true},  // answered when it fails
+        {frame_type::tp_cmd, "}", true},    // answered when it succeeds
+        {frame_type::dp_query, "}", false}, // answered always
+        {frame_type::tp_cmd, "]", false},   // no object
+        {9999, "}", false},                 // not known
+    };
+    for (const auto &one : cases) {
+        std::size_t got = 0;
+        gateway.on_request = [&](const seen_request &request) {
+            got = request.payload.size();
+            gateway.reply(request, 0, "");
+        };
+        start(options());
+        // With head, padding and tail the next frame would start at byte 504 of the 512 read.
+        ask(one.type, "{" + std::string(468, ' ') + one.end, payload_coding::encrypted);
+        wait_for_answers(1);
+        answers.clear();
+        EXPECT_EQ(got, one.padded ? 496U : 480U) << one.type << " " << one.end;
+    }
+}
+
 TEST_F(client_test, names_the_ways_in_which_a_connection_fails) {
     gateway.full = true;
     start(options());

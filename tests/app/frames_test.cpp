@@ -216,8 +216,11 @@ TEST(discovery_datagram, is_read_whole_or_told_apart) {
     EXPECT_FALSE(poor.content.needs_wifi_setup);
     EXPECT_EQ(kind(gateway_frame(0, 19, {0}, encrypt(unactivated_key(), text))),
               datagram_kind::unreadable);
-    EXPECT_EQ(kind(gateway_frame(0, 19, {0}, encrypt(discovery_key(), "[]"))),
-              datagram_kind::unreadable);
+    for (const char *other : {"[]", "{}", "no JSON"}) {
+        EXPECT_EQ(kind(gateway_frame(0, 19, {0}, encrypt(discovery_key(), other))),
+                  datagram_kind::unreadable)
+            << other;
+    }
 }
 
 } // namespace
