@@ -243,7 +243,6 @@ void image_upgrade::state::ask_to_start(bool may_announce) {
             return end({.end = upgrade_end::refused, .status = {}, .last = got, .fault = {}});
         }
         patience = silence_limit * answer_time;
-        last_progress = clock::now();
         link_lost = false; // or it would not have been accepted
         enter(upgrade_step::transferring);
         look_at_pieces();

@@ -1,5 +1,6 @@
 // When a client asks, waits, gives up and comes back, to the millisecond.
 #include "lan_client/client.h"
+#include "lan_client/image_sender.h"
 #include "lan_client/log_transfer.h"
 #include "support/gateway_frame.h"
 #include "support/virtual_loop.h"
@@ -274,6 +275,43 @@ TEST_F(client_time, a_gateway_that_asks_for_the_next_piece_before_one_has_left_d
     EXPECT_EQ(steps, "16384 32768 40024 ");
 }
 
+TEST_F(client_time, pieces_of_an_image_leave_one_after_the_other) {
+    fuzz::the_far_side().piece_time = 1s;
+    std::optional<image_sender> sender;
+    client_events events;
+    events.on_report = [&sender](const report &told) { sender->take(told); };
+    gateway.on_request = [this](const frame &seen) {
+        told_story.note("piece of " + std::to_string(seen.payload.size() - 4) + " at " +
+                        std::to_string(static_cast<unsigned char>(seen.payload[2])));
+    };
+    app.emplace(loop, options(), events);
+    std::size_t read = 0;
+    sender.emplace(
+        *app, 40'000, std::vector<std::string>{"gw"}, 5s,
+        [&read](std::string &bytes, uint64_t, std::size_t count) {
+            read += count;
+            bytes.append(count, 'i');
+            return true;
+        },
+        [] {});
+    app->open();
+    pass(1ms);
+    for (const char *place :
+         {R"("offset":0,"downloadSize":30000})", R"("offset":25600,"downloadSize":10000})"}) {
+        gateway.report(frame_type::download_firmware,
+                       std::string(R"({"firmwareType":0,"cid":"gw",)") + place);
+    }
+    pass(1s);
+    EXPECT_EQ(read, 30'000U) << "expected nothing to be read ahead";
+    EXPECT_EQ(sender->taken_bytes(), 0U);
+    pass(1500ms);
+    EXPECT_EQ(read, 40'000U);
+    EXPECT_EQ(sender->taken_bytes(), 25'600U);
+    EXPECT_EQ(std::chrono::steady_clock::now() - sender->last_progress(), 500ms);
+    pass(1s);
+    EXPECT_EQ(told_story.text(), "2001 piece of 30000 at 0\n3001 piece of 10000 at 100\n");
+}
+
 TEST_F(client_time, a_callback_may_close_the_client) {
     const struct {
         const char *what;
@@ -310,9 +348,10 @@ TEST_F(client_time, observers_see_each_frame_and_the_bytes_of_each_connection) {
     client_events events;
     events.on_traffic = [&](const traffic &seen) {
         const char *states[] = {"plain", "decrypted", "unreadable"};
-        frames += (seen.sent ? "> " : "< ") + std::to_string(seen.number) + " " +
-                  std::to_string(seen.type) + " " + (seen.ret ? std::to_string(*seen.ret) : "-") +
-                  " " + (seen.segment ? std::to_string(seen.segment->number) : "-") + " " +
+        frames += std::string(seen.sent ? "> " : "< ") + (seen.discovery ? "discovery " : "") +
+                  std::to_string(seen.number) + " " + std::to_string(seen.type) + " " +
+                  (seen.ret ? std::to_string(*seen.ret) : "-") + " " +
+                  (seen.segment ? std::to_string(seen.segment->number) : "-") + " " +
                   (seen.crc_matches ? "whole " : "damaged ") +
                   states[static_cast<int>(seen.state)] + " " + std::string(seen.text) + " " +
                   std::to_string(seen.wire_payload.size()) + " " + std::string(seen.peer) + "\n";

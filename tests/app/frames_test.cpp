@@ -223,4 +223,30 @@ TEST(discovery_datagram, is_read_whole_or_told_apart) {
     }
 }
 
+TEST(discovery_datagram, is_shown_to_observers_also_when_it_is_damaged) {
+    std::string shown;
+    const auto observer = [&shown](const traffic &seen) {
+        shown = (seen.sent ? "sent " : "received ") + std::to_string(seen.number) + " " +
+                std::to_string(seen.type) + " " + std::to_string(seen.ret.value_or(99)) +
+                (seen.discovery ? " discovery " : " ") +
+                (seen.crc_matches ? "whole " : "damaged ") +
+                std::to_string(static_cast<int>(seen.state)) + " " + std::string(seen.text) + " " +
+                std::to_string(seen.wire_payload.size()) + " " + std::string(seen.peer);
+    };
+    const std::string good = gateway_frame(5, 19, {3}, encrypt(discovery_key(), R"({"gwId":"g"})"));
+    EXPECT_EQ(parse_datagram(good, "192.0.2.1", observer).kind, datagram_kind::announcement);
+    EXPECT_EQ(shown, R"(received 5 19 3 discovery whole 1 {"gwId":"g"} 16 192.0.2.1)");
+    std::string damaged = good;
+    damaged[19] ^= 1; // ret
+    EXPECT_EQ(parse_datagram(damaged, "192.0.2.1", observer).kind, datagram_kind::unreadable);
+    EXPECT_EQ(shown, R"(received 5 19 2 discovery damaged 1 {"gwId":"g"} 16 192.0.2.1)");
+    const aes_key other = key_of("0123456789abcdef");
+    EXPECT_EQ(parse_datagram(good, "192.0.2.1", observer, other).kind, datagram_kind::unreadable);
+    EXPECT_EQ(shown, "received 5 19 3 discovery whole 2  16 192.0.2.1");
+    shown.clear();
+    EXPECT_EQ(parse_datagram(gateway_frame(5, 20, {3}, ""), "192.0.2.1", observer).kind,
+              datagram_kind::foreign);
+    EXPECT_EQ(shown, "");
+}
+
 } // namespace

@@ -86,6 +86,19 @@ TEST(image_upgrade, ends_when_the_same_pieces_are_asked_for_again_and_again) {
     }
     EXPECT_EQ(taken, 1001) << "expected one request and 1000 repeats";
 
+    piece_requests returning(100, {"gw"});
+    int returns = 0;
+    for (int asked = 0; asked < 3000; ++asked) {
+        // Forward once, and then behind where it was.
+        const uint64_t offset = asked == 0 ? 0 : asked == 1 ? 60 : 30;
+        if (!returning.next(piece(offset, 40), wanted).empty()) {
+            break;
+        }
+        returning.sent({offset, 60}, 60);
+        returns += asked > 1 ? 1 : 0;
+    }
+    EXPECT_EQ(returns, 1000);
+
     // Each request goes a little further, and the bytes are sent over and over.
     constexpr uint64_t image = 1024 * 1024;
     piece_requests crawling(image, {"gw"});
@@ -192,8 +205,10 @@ TEST(upgrade_monitor, sees_an_upgrade_begin_and_end) {
     EXPECT_EQ(state(), "no");
     monitor.on_answer(refusal("dev is upgrading"));
     EXPECT_EQ(state(), "runs:") << "expected nothing to be known of it yet";
+    const auto again = monitor.last_progress();
+    EXPECT_GT(again, began);
     monitor.on_report(percent(R"({"cid":"a","progress":1})"));
-    EXPECT_GT(monitor.last_progress(), began);
+    EXPECT_GT(monitor.last_progress(), again) << "expected percentages to begin anew";
     EXPECT_EQ(state(), "runs:a");
     monitor.on_report({.type = frame_type::subdevice_update_rpt});
     EXPECT_EQ(state(), "no");

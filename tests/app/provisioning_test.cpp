@@ -68,6 +68,27 @@ TEST(wifi_candidates_test, tell_the_right_gateway_from_others) {
     EXPECT_EQ(named.judge(heard("gw", false)), sign::joined);
 }
 
+TEST(wifi_candidates_test, remember_a_bounded_number_and_whoever_is_meant) {
+    wifi_candidates any("", "");
+    wifi_candidates one("", "gw");
+    for (std::size_t made = 0; made < max_discovered_gateways; ++made) {
+        const std::string number = std::to_string(made);
+        any.note(heard("w" + number, true, "ap", number));
+        one.note(heard("w" + number, true, "ap", number));
+    }
+    EXPECT_EQ(any.heard(), max_discovered_gateways);
+    any.note(heard("late", true, "ap2"));
+    EXPECT_EQ(any.interfaces(), std::set<std::string>{"ap"});
+    EXPECT_EQ(any.judge(heard("late", false)), sign::unsure) << "expected no room for it";
+    EXPECT_EQ(any.judge(heard("w0", false, "ap", "0")), sign::joined);
+    EXPECT_EQ(any.judge(heard("w4095", false, "ap", "4095")), sign::joined);
+
+    EXPECT_TRUE(one.interfaces().empty()) << "expected to know where the one that is meant is";
+    EXPECT_TRUE(one.note(heard("gw", true))) << "expected room for the one that is meant";
+    EXPECT_EQ(one.state(), readiness::ready);
+    EXPECT_EQ(one.heard(), max_discovered_gateways + 1);
+}
+
 TEST(gateway_list_test, keeps_a_bounded_number_and_whoever_is_awaited) {
     gateway_list list;
     EXPECT_TRUE(list.note(heard("a", true, "ap")));

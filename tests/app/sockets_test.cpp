@@ -4,6 +4,7 @@
 #include "lan_client/event_loop.h"
 #include "udp_socket.h"
 
+#include <algorithm>
 #include <csignal>
 #include <optional>
 #include <stdexcept>
@@ -208,6 +209,35 @@ TEST_F(connection_test, delivers_nothing_while_reading_pauses_and_tells_how_it_e
     EXPECT_EQ(told_within(), "connection_lost: the gateway closed it ");
 }
 
+TEST_F(connection_test, takes_64_kib_at_once_and_hands_over_16_kib_at_once) {
+    fake_gateway gateway(loop);
+    std::size_t most_read = 0;
+    std::size_t most_written = 0;
+    std::size_t read = 0;
+    std::size_t sent = 0;
+    connection large(loop, {[] {},
+                            [&](std::string_view bytes) {
+                                most_read = std::max(most_read, bytes.size());
+                                read += bytes.size();
+                            },
+                            [&](std::size_t count) {
+                                most_written = std::max(most_written, count);
+                                sent += count;
+                            },
+                            [](const error &) {}});
+    large.open({"127.0.0.1", gateway.port(), "lo"}, limit);
+    EXPECT_TRUE(loop.run_until([&] { return gateway.connections == 1; }, limit));
+    large.pause_reading();
+    const std::string bytes(1'000'000, 'x');
+    gateway.send(bytes);
+    large.send(bytes);
+    EXPECT_TRUE(loop.run_until([&] { return sent == bytes.size(); }, limit));
+    large.resume_reading();
+    EXPECT_TRUE(loop.run_until([&] { return read == bytes.size(); }, limit));
+    EXPECT_LE(most_read, 64U * 1024);
+    EXPECT_LE(most_written, 16U * 1024);
+}
+
 /** Ports of this process alone, as far as possible, and none that the system gives away. */
 uint16_t own_port(int number) {
     return static_cast<uint16_t>(10'000 + getpid() % 2'000 * 8 + number);
@@ -224,6 +254,13 @@ TEST(udp_test, tells_from_whom_and_on_which_interface_a_datagram_came) {
     ASSERT_FALSE(send_datagram(loop, "lo", "127.0.0.1", port, "hello"));
     ASSERT_TRUE(loop.run_until([&] { return !got.empty(); }, limit));
     EXPECT_EQ(got, "hello from 127.0.0.1 on lo");
+    got.clear();
+    ASSERT_FALSE(send_datagram(loop, "", "127.0.0.1", port, ""));
+    ASSERT_TRUE(loop.run_until([&] { return !got.empty(); }, limit));
+    EXPECT_EQ(got, " from 127.0.0.1 on lo") << "expected an empty one to be told, too";
+    const std::string longest(65'507, 'x');
+    ASSERT_FALSE(send_datagram(loop, "lo", "127.0.0.1", port, longest));
+    ASSERT_TRUE(loop.run_until([&] { return got.size() > longest.size(); }, limit));
 }
 
 TEST(udp_test, hands_a_broadcast_to_each_listener_until_it_is_destroyed) {

@@ -254,7 +254,8 @@ TEST(provisioning_in_time, configurations_and_failures_are_told_as_they_are) {
                                     told->description + ";";
         },
         [&](const traffic &seen) {
-            frames = (seen.sent ? "sent " : "received ") + std::to_string(seen.number) + " " +
+            frames = std::string(seen.sent ? "sent " : "received ") +
+                     (seen.discovery ? "discovery " : "") + std::to_string(seen.number) + " " +
                      std::to_string(seen.type) + " " +
                      std::to_string(static_cast<int>(seen.state)) + " " + std::string(seen.text) +
                      " " + std::string(seen.peer);
