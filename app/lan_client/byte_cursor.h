@@ -8,36 +8,38 @@
 
 namespace lan_client {
 
-/** Reads big-endian words and runs of bytes; a read that does not fit fails and takes nothing. */
+/**
+ * Reads big-endian words and runs of bytes. A read that does not fit takes nothing, and neither
+ * does one that follows it.
+ */
 class byte_reader {
   public:
     explicit byte_reader(std::string_view bytes) : rest_(bytes) {}
 
-    [[nodiscard]] bool read(uint32_t &word) {
-        std::string_view four;
-        if (!take(4, four)) {
-            return false;
+    /** @return 0 when it does not fit */
+    uint32_t word() {
+        uint32_t value = 0;
+        for (const char byte : take(4)) {
+            value = value << 8 | static_cast<unsigned char>(byte);
         }
-        word = 0;
-        for (const char byte : four) {
-            word = word << 8 | static_cast<unsigned char>(byte);
-        }
-        return true;
+        return value;
     }
 
-    [[nodiscard]] bool take(std::size_t count, std::string_view &bytes) {
-        if (count > rest_.size()) {
-            return false;
-        }
-        bytes = rest_.substr(0, count);
-        rest_.remove_prefix(count);
-        return true;
+    /** @return no bytes when they do not fit */
+    std::string_view take(std::size_t count) {
+        failed_ = failed_ || count > rest_.size();
+        const std::string_view taken = rest_.substr(0, failed_ ? 0 : count);
+        rest_.remove_prefix(taken.size());
+        return taken;
     }
 
+    /** @return whether a read did not fit */
+    [[nodiscard]] bool has_failed() const { return failed_; }
     [[nodiscard]] std::size_t remaining() const { return rest_.size(); }
 
   private:
     std::string_view rest_;
+    bool failed_ = false;
 };
 
 /** Appends big-endian words and runs of bytes to a string that grows as needed. */

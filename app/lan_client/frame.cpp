@@ -26,63 +26,46 @@ uint32_t frame_crc(std::string_view covered) {
 
 // Only the log travels in segments, and only when it was read: its failures are ordinary replies,
 // and a handler that replaces the built-in one answers with an empty ordinary reply.
-bool has_segment_words(uint32_t type, uint32_t ret, std::size_t length) {
-    return type == frame_type::get_log && ret == 0 &&
-           length >= segment_words_bytes + crc_and_tail_bytes;
+bool has_segment_words(uint32_t type, uint32_t ret, std::size_t body_bytes) {
+    return type == frame_type::get_log && ret == 0 && body_bytes >= segment_words_bytes;
 }
 
 // Looked at before anything is copied: in a hostile stream most heads have no tail.
-bool has_tail(std::string_view bytes, std::size_t frame_bytes) {
-    byte_reader reader(bytes.substr(frame_bytes - tail_bytes, tail_bytes));
-    uint32_t tail = 0;
-    return reader.read(tail) && tail == tail_word;
+bool has_tail(std::string_view frame_bytes) {
+    return byte_reader(frame_bytes.substr(frame_bytes.size() - tail_bytes)).word() == tail_word;
 }
 
-bool read_body(byte_reader &reader, std::size_t length, frame &decoded) {
-    if (!reader.read(decoded.ret)) {
-        return false;
-    }
+// Reads what stands between the length and the CRC, which is there in full.
+using body_reader = void (*)(byte_reader &, std::size_t body_bytes, frame &);
+
+void read_body(byte_reader &reader, std::size_t body_bytes, frame &decoded) {
+    decoded.ret = reader.word();
     std::size_t words_bytes = reply_words_bytes;
-    if (has_segment_words(decoded.type, decoded.ret, length)) {
-        uint32_t count = 0;
-        uint32_t number = 0;
-        if (!reader.read(count) || !reader.read(number)) {
-            return false;
-        }
-        decoded.segment =
-            segment_position{static_cast<int32_t>(count), static_cast<int32_t>(number)};
+    if (has_segment_words(decoded.type, decoded.ret, body_bytes)) {
+        const auto count = static_cast<int32_t>(reader.word());
+        const auto number = static_cast<int32_t>(reader.word());
+        decoded.segment = segment_position{count, number};
         words_bytes = segment_words_bytes;
     }
-    std::string_view payload;
-    if (!reader.take(length - words_bytes - crc_and_tail_bytes, payload)) {
-        return false;
-    }
-    decoded.payload = payload;
-    return true;
+    decoded.payload = reader.take(body_bytes - words_bytes);
 }
 
-bool read_request_body(byte_reader &reader, std::size_t length, frame &decoded) {
-    std::string_view payload;
-    if (!reader.take(length - crc_and_tail_bytes, payload)) {
-        return false;
-    }
-    decoded.payload = payload;
-    return true;
+void read_request_body(byte_reader &reader, std::size_t body_bytes, frame &decoded) {
+    decoded.payload = reader.take(body_bytes);
 }
-
-using body_reader = bool (*)(byte_reader &, std::size_t, frame &);
 
 decode_result decode(std::string_view bytes, std::size_t least_words_bytes,
                      std::size_t longest_frame_bytes, body_reader read) {
     decode_result result;
     byte_reader reader(bytes);
-    uint32_t head = 0;
-    uint32_t length = 0;
-    if (reader.read(head) && head != head_word) {
+    const uint32_t head = reader.word();
+    if (head != head_word && !reader.has_failed()) {
         return result;
     }
-    if (!reader.read(result.decoded.number) || !reader.read(result.decoded.type) ||
-        !reader.read(length)) {
+    result.decoded.number = reader.word();
+    result.decoded.type = reader.word();
+    const uint32_t length = reader.word();
+    if (reader.has_failed()) {
         result.status = decode_status::incomplete;
         return result;
     }
@@ -94,16 +77,15 @@ decode_result decode(std::string_view bytes, std::size_t least_words_bytes,
         result.status = decode_status::incomplete;
         return result;
     }
-    const std::size_t frame_bytes = head_number_type_length_bytes + length;
-    uint32_t crc = 0;
-    if (!has_tail(bytes, frame_bytes) || !read(reader, length, result.decoded) ||
-        !reader.read(crc)) {
+    const std::string_view whole = bytes.substr(0, head_number_type_length_bytes + length);
+    if (!has_tail(whole)) {
         return result;
     }
+    read(reader, length - crc_and_tail_bytes, result.decoded);
     result.status = decode_status::whole;
-    result.consumed_bytes = frame_bytes;
+    result.consumed_bytes = whole.size();
     result.decoded.crc_matches =
-        crc == frame_crc(bytes.substr(0, result.consumed_bytes - crc_and_tail_bytes));
+        reader.word() == frame_crc(whole.substr(0, whole.size() - crc_and_tail_bytes));
     return result;
 }
 

@@ -83,6 +83,7 @@ TEST(answer_json, members_are_texts_and_counts_or_nothing) {
     EXPECT_EQ(member_text(object, "n"), "7");
     EXPECT_EQ(member_text(object, "l"), "[1]");
     EXPECT_EQ(member_text(object, "none"), "");
+    EXPECT_EQ(member_text(parse_json(R"({"l":["é"]})"), "l"), R"(["é"])");
     EXPECT_EQ(member_text(parse_json("[]"), "t"), "");
     EXPECT_EQ(member_count(object, "n"), 7U);
     for (const char *none : {"f", "m", "s", "l", "none"}) {
@@ -200,6 +201,8 @@ TEST(configuration, has_a_name_of_1_to_32_bytes_and_no_password_for_an_open_netw
     EXPECT_FALSE(is_valid({"x", "", "\xff"}));
     EXPECT_EQ(configuration_text({"n", "p", "t"}), R"({"ssid":"n","token":"t","passwd":"p"})");
     EXPECT_EQ(configuration_text({"n", "", "t"}), R"({"ssid":"n","token":"t"})");
+    EXPECT_EQ(configuration_text({"né", "", "t\xff"}), "{\"ssid\":\"né\",\"token\":\"t\ufffd\"}");
+    EXPECT_TRUE(is_valid({"né", "é", "é"}));
     EXPECT_EQ(configuration_bytes("0123456789", payload_coding::plain), 34U);
     EXPECT_EQ(configuration_bytes("0123456789", payload_coding::encrypted), 40U);
     EXPECT_EQ(configuration_bytes("0123456789abcdef", payload_coding::encrypted), 56U)

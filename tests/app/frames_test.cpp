@@ -59,6 +59,41 @@ TEST(received_frame, is_decoded_from_exactly_these_bytes) {
     EXPECT_EQ(segment.decoded.payload, "log");
 }
 
+TEST(received_frame, a_log_without_room_for_a_position_is_an_ordinary_reply) {
+    for (const std::size_t bytes : {7U, 8U}) {
+        const auto got = decode_frame(gateway_frame(7, 254, {0}, std::string(bytes, '\2')));
+        ASSERT_EQ(got.status, decode_status::whole);
+        EXPECT_EQ(got.decoded.segment.has_value(), bytes == 8) << bytes;
+        EXPECT_EQ(got.decoded.payload.size(), bytes == 8 ? 0U : bytes);
+    }
+    EXPECT_FALSE(decode_frame(gateway_frame(7, 254, {1}, std::string(8, '\2'))).decoded.segment);
+    EXPECT_FALSE(decode_frame(gateway_frame(7, 247, {0}, std::string(8, '\2'))).decoded.segment);
+}
+
+TEST(request_frame, is_decoded_up_to_the_length_that_a_gateway_takes) {
+    const std::string longest = encode_request(1, 241, std::string(max_request_payload_bytes, 'x'));
+    EXPECT_EQ(decode_request(longest).decoded.payload.size(), max_request_payload_bytes);
+    EXPECT_EQ(
+        decode_request(encode_request(1, 241, std::string(max_request_payload_bytes + 1, 'x')))
+            .status,
+        decode_status::no_frame);
+    const auto shortest = decode_request(encode_request(7, 241, ""));
+    EXPECT_EQ(shortest.status, decode_status::whole);
+    EXPECT_EQ(shortest.consumed_bytes, 24U);
+    EXPECT_TRUE(shortest.decoded.crc_matches);
+    for (const std::size_t size : {0U, 3U, 4U, 15U, 16U, 23U}) {
+        EXPECT_EQ(decode_request(encode_request(7, 241, "").substr(0, size)).status,
+                  decode_status::incomplete)
+            << size;
+    }
+    EXPECT_EQ(decode_request("none").status, decode_status::no_frame);
+    EXPECT_EQ(
+        encode_reply({.number = 7, .type = 254, .ret = 0, .segment = {{2, 1}}, .payload = "log"}),
+        gateway_frame(7, 254, {0, 2, 1}, "log"));
+    EXPECT_EQ(encode_reply({.number = 7, .type = 241, .ret = 3, .segment = {}, .payload = "no"}),
+              gateway_frame(7, 241, {3}, "no"));
+}
+
 TEST(received_frame, crc_of_a_long_one_covers_its_length_modulo_65536) {
     std::string bytes = gateway_frame(7, 247, {0}, std::string(70000, 'x'));
     ASSERT_EQ(bytes.substr(bytes.size() - 8, 4), from_hex("7894cf05"));

@@ -41,6 +41,8 @@ TEST(image_upgrade, is_announced_started_and_asked_after) {
     for (const char *none : {"[]", R"({"updateStatus":0})", R"({"softVer":"1"})"}) {
         EXPECT_FALSE(read_upgrade_status(for_gateway, none)) << none;
     }
+    EXPECT_EQ(announce_request({"", "2.0é", 5, "m\xff"}).payload,
+              R"({"fileMd5":"m�","fileSize":5,"swVer":"2.0é"})");
     EXPECT_TRUE(same_version("1.0a", "1.0A"));
     EXPECT_FALSE(same_version("1.0", "1.0.1"));
     EXPECT_FALSE(same_version("1.0", "1.1"));

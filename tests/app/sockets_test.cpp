@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -279,6 +280,21 @@ TEST(udp_test, hands_a_broadcast_to_each_listener_until_it_is_destroyed) {
     ASSERT_FALSE(send_datagram(loop, "lo", "255.255.255.255", port, "3"));
     ASSERT_TRUE(loop.run_until([&] { return got.ends_with("3"); }, limit));
     EXPECT_EQ(got, "1123");
+}
+
+TEST(sockets_test, are_gone_with_what_they_call_once_they_are_closed) {
+    event_loop loop;
+    fake_gateway gateway(loop);
+    const auto token = std::make_shared<int>();
+    {
+        udp_listener listener(loop, [token](std::string_view, const datagram_source &) {});
+        ASSERT_FALSE(listener.open("lo", own_port(5)));
+        connection link(loop, {[token] {}, {}, {}, {}});
+        link.open({"127.0.0.1", gateway.port(), "lo"}, limit);
+        EXPECT_TRUE(loop.run_until([&] { return gateway.connections == 1; }, limit));
+        EXPECT_GT(token.use_count(), 1);
+    }
+    EXPECT_TRUE(loop.run_until([&] { return token.use_count() == 1; }, limit));
 }
 
 TEST(udp_test, says_what_can_not_be_opened_or_sent) {

@@ -66,7 +66,13 @@ void upgrade_scene::begin() {
                     EXPECT_EQ(run->step(), step);
                 },
             .on_progress = [this] { ++progress; },
-            .on_answer = [this](const answer &) { ++answers; },
+            .on_answer =
+                [this](const answer &) {
+                    ++answers;
+                    if (on_answer) {
+                        on_answer();
+                    }
+                },
             .on_end = [this](const upgrade_outcome &outcome) { note(outcome); }});
     run->start({.status = before, .gateway_id = "gw", .last = {}});
 }

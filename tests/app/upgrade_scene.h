@@ -63,7 +63,8 @@ class upgrade_scene {
     bool can_read = true; ///< the image
     int progress = 0;
     int answers = 0;
-    std::string others; ///< types of the reports that are not for the upgrade alone
+    std::function<void()> on_answer; ///< called with each of these
+    std::string others;              ///< types of the reports that are not for the upgrade alone
     std::optional<lan_client::client> app;
     std::optional<lan_client::image_upgrade> run;
 

@@ -455,4 +455,11 @@ TEST(upgrade_in_time, an_upgrade_that_is_destroyed_asks_and_tells_nothing_more) 
     }
 }
 
+TEST(upgrade_in_time, an_upgrade_that_is_destroyed_when_an_answer_is_shown_has_no_outcome) {
+    upgrade_scene all;
+    all.starts = {{1, "no"}};
+    all.on_answer = [&all] { all.run.reset(); };
+    EXPECT_EQ(all.tell(), "0 start\n");
+}
+
 } // namespace
