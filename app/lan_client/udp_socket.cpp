@@ -92,13 +92,13 @@ class udp_listener::socket : public std::enable_shared_from_this<socket> {
     // One datagram; the interface that it arrived on comes beside it, which Asio has no call for.
     void receive() {
         sockaddr_in sender{};
-        iovec bytes{datagram_.data(), datagram_.size()};
+        std::array<iovec, 1> bytes{{{datagram_.data(), datagram_.size()}}};
         alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo))> control{};
         msghdr message{};
         message.msg_name = &sender;
         message.msg_namelen = sizeof sender;
-        message.msg_iov = &bytes;
-        message.msg_iovlen = 1;
+        message.msg_iov = bytes.data();
+        message.msg_iovlen = bytes.size();
         message.msg_control = control.data();
         message.msg_controllen = control.size();
         const ssize_t count = recvmsg(socket_.native_handle(), &message, MSG_DONTWAIT);

@@ -124,6 +124,11 @@ TEST(answer_devices, are_read_with_their_states) {
                          R"({"cid":"b","pid":"","online":null}])"));
     EXPECT_FALSE(read_line_state("[]"));
     EXPECT_TRUE(read_line_state(R"({"online":"a"})")->online.empty());
+    const auto list_of = [](std::size_t count) {
+        return R"({"products":[)" + repeated(R"({"cid":"a"},)", count - 1) + R"({"cid":"a"}]})";
+    };
+    EXPECT_EQ(read_device_list(list_of(65'536)).value().size(), 65'536U);
+    EXPECT_FALSE(read_device_list(list_of(65'537))) << "expected no more than a network has";
     EXPECT_EQ(device_list_request().type, frame_type::dev_list);
     EXPECT_EQ(line_state_request().type, frame_type::dev_line_stat);
 }

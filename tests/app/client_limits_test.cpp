@@ -49,6 +49,14 @@ TEST_F(client_limits, a_request_leaves_room_for_the_padding_of_its_encryption) {
     }
 }
 
+TEST_F(client_limits, nobody_needs_to_listen_to_a_client) {
+    gateway.on_request = [this](const frame &) {
+        gateway.report(frame_type::dp_report, "{}");
+        gateway.hang_up();
+    };
+    EXPECT_EQ(answer_to({.type = frame_type::get_log}).failure.kind, error_kind::connection_lost);
+}
+
 TEST_F(client_limits, requests_under_way_hold_8_mib) {
     fuzz::the_far_side().piece_time = 1h;
     constexpr std::size_t overhead_bytes = 4 * 1024; // the records of four requests take less
