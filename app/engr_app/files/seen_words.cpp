@@ -17,13 +17,16 @@ namespace {
 using nlohmann::json;
 
 constexpr const char *typed = ""; // the source of what the user typed
+constexpr std::size_t word_bytes_max = 64;
 
 /** Ids come from the network, and the shell puts completions into a command line as they are. */
 bool is_harmless(const std::string &word) {
-    return !word.empty() && word.front() != '-' && std::ranges::all_of(word, [](char one) {
-        return (one >= '0' && one <= '9') || (one >= 'a' && one <= 'z') ||
-               (one >= 'A' && one <= 'Z') || one == '.' || one == '_' || one == ':' || one == '-';
-    });
+    return !word.empty() && word.size() <= word_bytes_max && word.front() != '-' &&
+           std::ranges::all_of(word, [](char one) {
+               return (one >= '0' && one <= '9') || (one >= 'a' && one <= 'z') ||
+                      (one >= 'A' && one <= 'Z') || one == '.' || one == '_' || one == ':' ||
+                      one == '-';
+           });
 }
 
 /** A file of the cache; discarded when there is none that can be read. */
@@ -55,6 +58,7 @@ void add_texts(const json &list, std::set<std::string> &words) {
 void store(const std::string &kind, const std::string &source, std::vector<std::string> words) {
     static std::mutex one_at_a_time; // with several gateways each has a thread
     const std::lock_guard guard(one_at_a_time);
+    std::erase_if(words, [](const std::string &word) { return !is_harmless(word); });
     words.resize(std::min(words.size(), seen_words_max));
     json all = read_words();
     json &of_kind = all[kind];
