@@ -56,6 +56,23 @@ class FullDiskTest(unittest.TestCase):
             self.assertEqual(gateway.run_app(*push, text='{"n": 2}').returncode, 0)
             self.assertEqual(json.loads(gateway.run_app("config", "pull", "app").stdout), {"n": 2})
 
+    def test_a_change_without_room_is_refused_and_leaves_the_one_before(self):
+        with Gateway(site=ONE_DEVICE) as gateway:
+            gateway.ctl("set", "product_key", 0)
+            filler = os.path.join(gateway.directory, "filler")
+            self.fill(filler)
+            for number in range(1, 1000):  # the store's log has room for some
+                done = gateway.run_ctl("set", "product_key", number)
+                if done.returncode != 0:
+                    break
+            self.assertIn("the disk is full", done.stderr)
+            for _ in range(2):
+                self.assertEqual(gateway.status()["gateway"]["product_key"], str(number - 1))
+                gateway.stop(signal.SIGKILL)
+                gateway.start()
+            os.remove(filler)
+            gateway.ctl("set", "product_key", "room")
+
     def test_a_recording_goes_on_when_there_is_room_again_and_counts_what_is_missing(self):
         disk = os.environ["ENGR_SMALL_DISK"]
         record, filler = (os.path.join(disk, name) for name in ("record.jsonl", "filler"))
