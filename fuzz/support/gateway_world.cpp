@@ -4,14 +4,12 @@
 #include "gateway_services/host.h"
 #include "lan_client/frame.h"
 #include "lan_client/frame_types.h"
+#include "support/kept_store.h"
 #include "support/require.h"
-
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -48,36 +46,6 @@ constexpr std::string_view queries[] = {"engr_get_gw_ext_stat",
 std::unique_ptr<gateway_world> kept;
 std::filesystem::path directory;
 
-sqlite3 *newest_database = nullptr;
-std::string first_store; // the first gateway's as it was at its start
-
-/** Makes a database that is being opened a copy of the first store: SQLite takes longer to make its
- * tables than most inputs take. */
-int copy_first_store(sqlite3 *database, char ** /*message*/, const sqlite3_api_routines *) {
-    newest_database = database;
-    if (first_store.empty()) {
-        return SQLITE_OK;
-    }
-    const size_t size = first_store.size();
-    auto *copy = static_cast<unsigned char *>(sqlite3_malloc64(size)); // taken over
-    require(copy != nullptr, "memory for a store");
-    std::memcpy(copy, first_store.data(), size);
-    return sqlite3_deserialize(database, "main", copy, static_cast<sqlite3_int64>(size),
-                               static_cast<sqlite3_int64>(size),
-                               SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE);
-}
-
-void keep_first_store() {
-    if (!first_store.empty()) {
-        return;
-    }
-    sqlite3_int64 size = 0;
-    unsigned char *bytes = sqlite3_serialize(newest_database, "main", &size, 0);
-    require(bytes != nullptr && size > 0, "a copy of the store");
-    first_store.assign(reinterpret_cast<const char *>(bytes), static_cast<size_t>(size));
-    sqlite3_free(bytes);
-}
-
 } // namespace
 
 gateway_world &gateway_world::fresh() {
@@ -108,7 +76,7 @@ gateway_world::gateway_world()
          .newest_log =
              [](size_t bytes) { return std::string("a line\n", std::min<size_t>(bytes, 7)); },
          .address = [] { return std::string("192.168.1.1"); }});
-    keep_first_store();
+    keep_store();
     require(engr_lan_pro_cntl_init(ENGR_MODE_LAN) == 0, "the agent to start");
     require(world_.run_until_listening(lan_port), "the agent to listen");
     world_.run_for(discovery_begins_ms);
@@ -173,7 +141,6 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     std::string name = std::filesystem::temp_directory_path() / "engr_fuzz_XXXXXX";
     fuzz::require(mkdtemp(name.data()) != nullptr, "a directory for the gateway's files");
     fuzz::directory = name;
-    sqlite3_auto_extension(reinterpret_cast<void (*)()>(fuzz::copy_first_store));
     std::filesystem::current_path(name);
     return std::atexit([] { std::filesystem::remove_all(fuzz::directory); });
 }

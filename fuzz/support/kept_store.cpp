@@ -1,0 +1,89 @@
+// Stands in for the library's functions that open, close and change a database, for the gateway's
+// calls alone: the linker leads them here.
+#include "support/kept_store.h"
+
+#include "support/require.h"
+
+#include <sqlite3.h>
+
+#include <string_view>
+
+extern "C" {
+int __real_sqlite3_open_v2(const char *name, sqlite3 **database, int flags, const char *layer);
+int __wrap_sqlite3_open_v2(const char *name, sqlite3 **database, int flags, const char *layer);
+int __real_sqlite3_close(sqlite3 *database);
+int __wrap_sqlite3_close(sqlite3 *database);
+int __real_sqlite3_exec(sqlite3 *database, const char *sql, sqlite3_callback take_row,
+                        void *argument, char **message);
+int __wrap_sqlite3_exec(sqlite3 *database, const char *sql, sqlite3_callback take_row,
+                        void *argument, char **message);
+}
+
+namespace {
+
+sqlite3 *kept_database = nullptr;
+bool is_kept = false;   // else the first gateway is still making its tables
+bool in_change = false; // between the beginning and the end of a transaction
+
+int run(const char *sql) {
+    return __real_sqlite3_exec(kept_database, sql, nullptr, nullptr, nullptr);
+}
+
+void begin_life() {
+    fuzz::require(run("SAVEPOINT life") == SQLITE_OK, "a store that can be brought back");
+}
+
+/** A transaction within the one that is undone at the end. */
+int change(std::string_view sql) {
+    const bool begins = sql.starts_with("BEGIN");
+    fuzz::require(in_change != begins, "one transaction at a time");
+    in_change = begins;
+    if (begins) {
+        return run("SAVEPOINT change");
+    }
+    return run(sql == "COMMIT" ? "RELEASE change" : "ROLLBACK TO change; RELEASE change");
+}
+
+} // namespace
+
+void fuzz::keep_store() {
+    if (!is_kept) {
+        is_kept = true;
+        begin_life();
+    }
+}
+
+int __wrap_sqlite3_open_v2(const char *name, sqlite3 **database, int flags, const char *layer) {
+    if (!is_kept) {
+        const int result = __real_sqlite3_open_v2(name, database, flags, layer);
+        kept_database = *database;
+        return result;
+    }
+    begin_life();
+    *database = kept_database;
+    return SQLITE_OK;
+}
+
+int __wrap_sqlite3_close(sqlite3 *database) {
+    if (!is_kept) {
+        return __real_sqlite3_close(database);
+    }
+    fuzz::require(!in_change && sqlite3_next_stmt(database, nullptr) == nullptr,
+                  "no transaction and no statement to be left open");
+    return run("ROLLBACK TO life; RELEASE life");
+}
+
+int __wrap_sqlite3_exec(sqlite3 *database, const char *sql, sqlite3_callback take_row,
+                        void *argument, char **message) {
+    const std::string_view text = sql;
+    if (!is_kept) {
+        return __real_sqlite3_exec(database, sql, take_row, argument, message);
+    }
+    if (text == "BEGIN IMMEDIATE" || text == "COMMIT" || text == "ROLLBACK") {
+        return change(text);
+    }
+    // How a database is kept on a disk is set when it is opened, and once is enough.
+    return text.starts_with("PRAGMA locking_mode")
+               ? SQLITE_OK
+               : __real_sqlite3_exec(database, sql, take_row, argument, message);
+}
