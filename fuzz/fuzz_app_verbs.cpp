@@ -5,6 +5,7 @@
 // the terminal unescaped, and a JSON document is UTF-8 in one piece. A password and a token are
 // sent once, encrypted, and never shown.
 #include "base/failure.h"
+#include "gateway/link_address.h"
 #include "gateway/session.h"
 #include "lan_client/frame_types.h"
 #include "support/gateway_frame.h"
@@ -137,9 +138,15 @@ void run(const engr_app::verb_work &work, const engr_app::global_options &option
 
 } // namespace
 
-// In the place of the screen on the terminal.
 namespace engr_app {
 
+// In the place of the machine's tables of neighbours and sockets: they differ from run to run, and
+// to read them takes longer than everything else.
+std::string link_address_of(const std::string &, uint16_t) {
+    return "socket 4711";
+}
+
+// In the place of the screen on the terminal.
 screen::screen(bool quiet)
     : quiet_(quiet), output_is_terminal_(true), messages_are_terminal_(true), columns_(100) {}
 

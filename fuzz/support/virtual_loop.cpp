@@ -7,6 +7,8 @@
 
 #include <cstdint>
 #include <map>
+#include <random>
+#include <string>
 #include <utility>
 
 namespace {
@@ -30,6 +32,13 @@ timeline &the_timeline() {
 // In the place of the library's.
 std::chrono::steady_clock::time_point std::chrono::_V2::steady_clock::now() noexcept {
     return the_timeline().now;
+}
+
+// In the place of the system's chance, so that an input does the same each time.
+void std::random_device::_M_init(const std::string &) {}
+void std::random_device::_M_fini() {}
+std::random_device::result_type std::random_device::_M_getval() {
+    return 1;
 }
 
 namespace fuzz {
