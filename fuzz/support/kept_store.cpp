@@ -1,12 +1,15 @@
-// Stands in for the library's functions that open, close and change a database, for the gateway's
-// calls alone: the linker leads them here.
+// Stands in for the library's functions that open, close and change a database and prepare what is
+// asked of it, for the gateway's calls alone: the linker leads them here.
 #include "support/kept_store.h"
 
 #include "support/require.h"
 
 #include <sqlite3.h>
 
+#include <map>
+#include <string>
 #include <string_view>
+#include <vector>
 
 extern "C" {
 int __real_sqlite3_open_v2(const char *name, sqlite3 **database, int flags, const char *layer);
@@ -17,6 +20,12 @@ int __real_sqlite3_exec(sqlite3 *database, const char *sql, sqlite3_callback tak
                         void *argument, char **message);
 int __wrap_sqlite3_exec(sqlite3 *database, const char *sql, sqlite3_callback take_row,
                         void *argument, char **message);
+int __real_sqlite3_prepare_v2(sqlite3 *database, const char *sql, int bytes,
+                              sqlite3_stmt **statement, const char **rest);
+int __wrap_sqlite3_prepare_v2(sqlite3 *database, const char *sql, int bytes,
+                              sqlite3_stmt **statement, const char **rest);
+int __real_sqlite3_finalize(sqlite3_stmt *statement);
+int __wrap_sqlite3_finalize(sqlite3_stmt *statement);
 }
 
 namespace {
@@ -24,6 +33,9 @@ namespace {
 sqlite3 *kept_database = nullptr;
 bool is_kept = false;   // else the first gateway is still making its tables
 bool in_change = false; // between the beginning and the end of a transaction
+
+std::map<std::string, std::vector<sqlite3_stmt *>> idle_statements; // by their text
+unsigned statements_in_use = 0;
 
 int run(const char *sql) {
     return __real_sqlite3_exec(kept_database, sql, nullptr, nullptr, nullptr);
@@ -68,9 +80,37 @@ int __wrap_sqlite3_close(sqlite3 *database) {
     if (!is_kept) {
         return __real_sqlite3_close(database);
     }
-    fuzz::require(!in_change && sqlite3_next_stmt(database, nullptr) == nullptr,
+    fuzz::require(!in_change && statements_in_use == 0,
                   "no transaction and no statement to be left open");
     return run("ROLLBACK TO life; RELEASE life");
+}
+
+int __wrap_sqlite3_prepare_v2(sqlite3 *database, const char *sql, int bytes,
+                              sqlite3_stmt **statement, const char **rest) {
+    if (!is_kept) {
+        return __real_sqlite3_prepare_v2(database, sql, bytes, statement, rest);
+    }
+    std::vector<sqlite3_stmt *> &idle = idle_statements[sql];
+    int result = SQLITE_OK;
+    if (idle.empty()) {
+        result = __real_sqlite3_prepare_v2(database, sql, bytes, statement, rest);
+    } else {
+        *statement = idle.back();
+        idle.pop_back();
+    }
+    statements_in_use += *statement != nullptr ? 1 : 0;
+    return result;
+}
+
+int __wrap_sqlite3_finalize(sqlite3_stmt *statement) {
+    if (!is_kept || statement == nullptr) {
+        return __real_sqlite3_finalize(statement);
+    }
+    const int result = sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+    idle_statements[sqlite3_sql(statement)].push_back(statement);
+    --statements_in_use;
+    return result;
 }
 
 int __wrap_sqlite3_exec(sqlite3 *database, const char *sql, sqlite3_callback take_row,
