@@ -102,7 +102,7 @@ std::vector<request> requests_of(std::string_view script) {
 void carry_out(const std::vector<request> &requests) {
     fuzz::gateway_world &gateway = fuzz::gateway_world::fresh();
     std::vector<request> asked = requests;
-    const auto devices_before = gateway::devices();
+    static const auto devices_at_start = gateway::devices();
     sim::peer app = gateway.connect();
     lan_client::stream_cutter cutter;
     bool any_taken = false;
@@ -132,7 +132,7 @@ void carry_out(const std::vector<request> &requests) {
         }
     }
     require(cutter.skipped_bytes() == 0, "nothing but whole frames");
-    require(any_taken || gateway::devices() == devices_before,
+    require(any_taken || gateway::devices() == devices_at_start,
             "refused requests to change no device");
     app.close();
     gateway.settle();
