@@ -5,6 +5,7 @@
 #include "udp_socket.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <memory>
 #include <optional>
@@ -18,6 +19,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -48,6 +50,9 @@ TEST(event_loop_test, does_what_other_threads_post_and_ends_at_its_limit) {
     event_loop loop;
     EXPECT_FALSE(loop.run_until([] { return false; }, 0ms));
     EXPECT_TRUE(loop.run_until([] { return true; }, 0ms));
+    const auto now = std::chrono::steady_clock::now();
+    const auto is_later = [now] { return std::chrono::steady_clock::now() >= now + 5ms; };
+    EXPECT_TRUE(loop.run_until(is_later, 5ms)) << "expected to be asked at the limit, too";
     bool done = false;
     std::thread other([&] { loop.post([&done] { done = true; }); });
     EXPECT_TRUE(loop.run_until([&done] { return done; }, limit));
@@ -197,10 +202,20 @@ TEST_F(connection_test, delivers_nothing_while_reading_pauses_and_tells_how_it_e
     gateway.send("one");
     EXPECT_EQ(told_within(), "bytes one ");
     gateway.send("two");
-    for (int turn = 0; turn < 100; ++turn) {
-        loop.post([] {});
-        loop.run_until([] { return false; }, 0ms);
-    }
+    const int socket = socket_to(gateway.port());
+    int waiting = 0;
+    EXPECT_TRUE(loop.run_until(
+        [&] {
+            return (ioctl(socket, FIONREAD, &waiting) == 0 && waiting > 0) || told != "bytes one ";
+        },
+        limit));
+    int turns = 0;
+    loop.run_until(
+        [&] {
+            loop.post([] {});
+            return ++turns == 100;
+        },
+        limit);
     EXPECT_EQ(told, "bytes one ");
     pauses = false;
     link.resume_reading();

@@ -261,7 +261,8 @@ TEST(upgrade_in_time, gives_a_gateway_that_can_not_be_asked_12_s) {
     loses(gone);
     gone.gateway.on_connected = {};
     gone.at(0ms, [&gone] { gone.gateway.full = true; });
-    EXPECT_EQ(gone.tell(), "0 start\n0 transferring\n0 piece of 60\n0 settling\n12336 unknown\n");
+    EXPECT_EQ(gone.tell(20s),
+              "0 start\n0 transferring\n0 piece of 60\n0 settling\n12336 unknown\n");
 }
 
 TEST(upgrade_in_time, ends_with_a_connection_that_does_not_come_back) {
