@@ -225,35 +225,6 @@ TEST_F(connection_test, delivers_nothing_while_reading_pauses_and_tells_how_it_e
     EXPECT_EQ(told_within(), "connection_lost: the gateway closed it ");
 }
 
-TEST_F(connection_test, takes_64_kib_at_once_and_hands_over_16_kib_at_once) {
-    fake_gateway gateway(loop);
-    std::size_t most_read = 0;
-    std::size_t most_written = 0;
-    std::size_t read = 0;
-    std::size_t sent = 0;
-    connection large(loop, {[] {},
-                            [&](std::string_view bytes) {
-                                most_read = std::max(most_read, bytes.size());
-                                read += bytes.size();
-                            },
-                            [&](std::size_t count) {
-                                most_written = std::max(most_written, count);
-                                sent += count;
-                            },
-                            [](const error &) {}});
-    large.open({"127.0.0.1", gateway.port(), "lo"}, limit);
-    EXPECT_TRUE(loop.run_until([&] { return gateway.connections == 1; }, limit));
-    large.pause_reading();
-    const std::string bytes(1'000'000, 'x');
-    gateway.send(bytes);
-    large.send(bytes);
-    EXPECT_TRUE(loop.run_until([&] { return sent == bytes.size(); }, limit));
-    large.resume_reading();
-    EXPECT_TRUE(loop.run_until([&] { return read == bytes.size(); }, limit));
-    EXPECT_LE(most_read, 64U * 1024);
-    EXPECT_LE(most_written, 16U * 1024);
-}
-
 /** Ports of this process alone, as far as possible, and none that the system gives away. */
 uint16_t own_port(int number) {
     return static_cast<uint16_t>(10'000 + getpid() % 2'000 * 8 + number);
