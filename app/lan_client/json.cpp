@@ -42,19 +42,18 @@ bool is_too_much(std::string_view text) {
     return false;
 }
 
+json parse_bounded(std::string_view text, const json::parser_callback_t &callback) {
+    return is_too_much(text) ? json(json::value_t::discarded)
+                             : json::parse(to_utf8(text), callback, false);
+}
+
 } // namespace
 
 json parse_json(std::string_view text) {
-    if (is_too_much(text)) {
-        return json(json::value_t::discarded);
-    }
-    return json::parse(to_utf8(text), nullptr, false);
+    return parse_bounded(text, nullptr);
 }
 
 json parse_json(std::string_view text, const list_entry_taker &take) {
-    if (is_too_much(text)) {
-        return json(json::value_t::discarded);
-    }
     using event_t = json::parse_event_t;
     std::string member;
     bool in_list = false;
@@ -73,7 +72,7 @@ json parse_json(std::string_view text, const list_entry_taker &take) {
         }
         return !ends_entry;
     };
-    return json::parse(to_utf8(text), take_entries, false);
+    return parse_bounded(text, take_entries);
 }
 
 std::string member_text(const json &object, const char *name) {

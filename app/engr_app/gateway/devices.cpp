@@ -5,6 +5,7 @@
 #include "gateway/request.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
