@@ -181,7 +181,11 @@ class Interrupts(unittest.TestCase):
             while at not in shown:
                 shown += os.read(terminal, 4096)
             running.send_signal(signal.SIGINT)
-            out, _ = running.communicate(timeout=PATIENCE_S)
+            try:
+                out, _ = running.communicate(timeout=PATIENCE_S)
+            except subprocess.TimeoutExpired:
+                running.kill()
+                raise
             try:
                 while piece := os.read(terminal, 4096):
                     shown += piece

@@ -142,13 +142,13 @@ class ReplayTest(unittest.TestCase):
         # In the faulty agent an app is lost when one that connected before it leaves.
         with self.record() as gateway:
             first, second, third = apps = App(gateway), App(gateway), App(gateway)
-            for value in range(40):
+            for value in range(12):
                 for app in apps:
                     app.ask(FRM_TP_CMD, json.dumps({"cid": "lamp1", "dps": {"2": 10 * value + apps.index(app)}}))
                     app.ask(FRM_LOCAL_DP_QUERY, '{"cid":"lamp1"}')
             gateway.ctl("report", "lamp2", "1=false")
             second.close()
-            for value in range(500, 540):
+            for value in range(500, 512):
                 first.ask(FRM_TP_CMD, json.dumps({"cid": "lamp1", "dps": {"2": value}}))
                 third.ask(FRM_LOCAL_DP_QUERY, '{"cid":"lamp1"}')
             for app in apps:
@@ -159,7 +159,7 @@ class ReplayTest(unittest.TestCase):
                          "expected the report to tell what was before")
         code, text = replay("--json", self.session, name="engr_replay_faulty")
         self.assertIn("missing", [each["kind"] for each in json.loads(text)["differences"]])
-        self.assertLess(len(self.shrunk(name="engr_replay_faulty")), 40, "expected a tenth of the events at most")
+        self.assertLess(len(self.shrunk(name="engr_replay_faulty")), 20, "expected a fifth of the events at most")
         self.assertEqual(replay(self.session + ".shrunk", name="engr_replay_faulty")[0], 1)
         left = self.shrunk("--compare-with", program("engr_replay"), name="engr_replay_faulty")
         self.assertIn(("closed", 2), left)
