@@ -4,9 +4,11 @@
 #include "support/completion.h"
 #include "support/interfaces.h"
 #include "support/manual_page.h"
+#include "verbs/verb.h"
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -37,7 +39,11 @@ std::vector<support::completion> value_completions(const std::string &kind) {
 
 } // namespace
 
-bool answer_about_command_line(const CLI::App &app, int count, const char *const *arguments) {
+bool answer_about_command_line(CLI::App &app, int count, const char *const *arguments) {
+    const std::string_view first = count > 1 ? arguments[1] : "";
+    if (first == support::completion_request || first == support::manual_page_request) {
+        declare_all_verbs(app);
+    }
     return support::answer_completion_request(app, count, arguments, value_completions) ||
            support::answer_manual_page_request(
                app, "commission Zigbee gateways over the local network", count, arguments);

@@ -11,10 +11,11 @@ namespace engr_app {
  * Answers a shell that completes a command line, and the build that makes the manual page; without
  * network.
  *
- * @param app  with all options and verbs; it has not parsed anything
+ * @param app  with its options and verbs; it has not parsed anything. If it is such a request the
+ *             options of all verbs are declared
  * @return whether the command line was such a request, and the program is done
  */
-[[nodiscard]] bool answer_about_command_line(const CLI::App &app, int count,
+[[nodiscard]] bool answer_about_command_line(CLI::App &app, int count,
                                              const char *const *arguments);
 
 /** Remembers the ids of a command line that was carried out. */

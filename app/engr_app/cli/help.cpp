@@ -5,6 +5,7 @@
 #include "base/failure.h"
 #include "cli/usage.h"
 #include "support/help_text.h"
+#include "verbs/verb.h"
 
 #include <algorithm>
 #include <memory>
@@ -167,15 +168,16 @@ void set_help_layout(CLI::App &whole, std::size_t columns) {
     whole.set_help_flag("-h,--help", "Show this help");
 }
 
-std::string help_of(const CLI::App &whole, const std::vector<std::string> &verb) {
-    const CLI::App *shown = &whole;
+std::string help_of(CLI::App &whole, const std::vector<std::string> &verb) {
+    CLI::App *shown = &whole;
     for (const std::string &word : verb) {
         const auto named =
-            shown->get_subcommands([&word](const CLI::App *one) { return one->check_name(word); });
+            shown->get_subcommands([&word](CLI::App *one) { return one->check_name(word); });
         if (named.empty()) {
             throw wrong_usage(unknown_command(*shown, word));
         }
         shown = named.front();
+        declare_verb(*shown);
     }
     return shown->get_formatter()->make_help(shown, "", CLI::AppFormatMode::Normal);
 }

@@ -16,6 +16,6 @@ void set_help_layout(CLI::App &whole, std::size_t columns);
 
 /** @return the help of a verb, named as in {"channel", "set"}; throws a failure when there is none
  */
-[[nodiscard]] std::string help_of(const CLI::App &whole, const std::vector<std::string> &verb);
+[[nodiscard]] std::string help_of(CLI::App &whole, const std::vector<std::string> &verb);
 
 } // namespace engr_app

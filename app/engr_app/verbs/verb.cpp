@@ -1,8 +1,8 @@
 // The list of verbs: a line here and a file NAME.cpp with declare_NAME make a verb.
 #include "verbs/verb.h"
 
+#include <cstddef>
 #include <memory>
-#include <string>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -38,10 +38,24 @@ namespace {
 /** The parser of a verb, with what the verb does. */
 class verb_parser : public CLI::App {
   public:
-    verb_parser(std::string summary, std::string name, CLI::App *above)
-        : CLI::App(std::move(summary), std::move(name), above) {}
+    verb_parser(const verb &parsed, CLI::App *above)
+        : CLI::App(parsed.summary, parsed.name, above), declare_(parsed.declare) {
+        footer(""); // that of a family is not about each of its verbs
+        preparse_callback([this](std::size_t) { declare(); });
+    }
+
+    /** Declares the verb's options unless that was done before. To declare those of all verbs takes
+     * longer than anything else in a short run, and a command line names one. */
+    void declare() {
+        if (const auto declare = std::exchange(declare_, nullptr)) {
+            about.work = declare(*this);
+        }
+    }
 
     named_verb about;
+
+  private:
+    verb_work (*declare_)(CLI::App &parser);
 };
 
 } // namespace
@@ -58,10 +72,20 @@ std::span<const verb> verbs() {
 }
 
 void add_verb(CLI::App &above, const verb &added) {
-    const auto parser = std::make_shared<verb_parser>(added.summary, added.name, &above);
-    above.add_subcommand(parser);
-    parser->footer(""); // that of a family is not about each of its verbs
-    parser->about.work = added.declare(*parser);
+    above.add_subcommand(std::make_shared<verb_parser>(added, &above));
+}
+
+void declare_verb(CLI::App &parser) {
+    if (auto *const of_verb = dynamic_cast<verb_parser *>(&parser)) {
+        of_verb->declare();
+    }
+}
+
+void declare_all_verbs(CLI::App &above) {
+    for (CLI::App *const each : above.get_subcommands(std::function<bool(CLI::App *)>())) {
+        declare_verb(*each);
+        declare_all_verbs(*each);
+    }
 }
 
 verb_work add_subverbs(CLI::App &parser, const std::vector<verb> &subverbs) {

@@ -46,8 +46,17 @@ template <typename Arguments, typename Work>
     };
 }
 
-/** Adds a verb to the program or to another verb. */
+/**
+ * Adds a verb to the program or to another verb. Its options are declared when the command line
+ * turns out to name it, or by one of the two below.
+ */
 void add_verb(CLI::App &above, const verb &added);
+
+/** Declares the options of a verb, so that they can be shown. */
+void declare_verb(CLI::App &parser);
+
+/** Declares those of all verbs of the program. */
+void declare_all_verbs(CLI::App &above);
 
 /**
  * Declares the verbs of a verb, one of which has to be given.
