@@ -400,7 +400,11 @@ TEST_F(upgrade, a_service_that_hangs_does_not_block_the_next_one) {
         has_ended = true;
     };
     app->ask(FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
+    world.run_for(100);
+    const uint64_t workers = world.calls("CreateAndStart");
+    app->peer.close();
     world.run_for(outcome_watchdog_ms + 1'000);
+    EXPECT_EQ(world.calls("CreateAndStart"), workers) << "expected no outcome of a decided upgrade";
     app.emplace(gateway.connect());
     EXPECT_FALSE(has_ended);
     EXPECT_EQ(update_stat, 0);
@@ -427,7 +431,8 @@ TEST_F(upgrade, percentages_never_overflow_and_leave_the_rest_to_the_installatio
         {48, 48, 97},
         {49, 49, 98},
         {500000, 1000000, 49},
-        {25000000, 50000000, 49},
+        {42008399, 50000000, 83},
+        {42008400, 50000000, 84},
         {42949671, 42949671, 98},
         {42949672, 42949672, 98},
         {0xFFFFFFFF, 0xFFFFFFFF, 98},

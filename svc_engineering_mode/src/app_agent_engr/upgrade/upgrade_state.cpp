@@ -11,8 +11,8 @@
 #include <utility>
 
 lan_upgrade_info_t up_info{};
-std::atomic<int32_t> update_stat{0};
-std::atomic<int32_t> update_socket{0};
+std::atomic<int32_t> update_stat{};
+std::atomic<int32_t> update_socket{};
 
 namespace {
 

@@ -32,10 +32,11 @@ bool start_worker(const lan_upg_mgr_t &decided, uint32_t result) {
     *manager.get() = decided;
     manager->thrd_param = worker_thread;
     manager->notify_result = result;
-    // Once the thread has started, it owns the record.
+    // Once the thread has started, it owns the record, and may release it before the call returns.
+    const thrd_param_t thrd_param = manager->thrd_param;
     lan_upg_mgr_t *argument = manager.release();
     if (CreateAndStart(&argument->thrd_hand, nullptr, nullptr, __lan_gw_upgrade_thread_func,
-                       argument, &worker_thread) != 0) {
+                       argument, &thrd_param) != 0) {
         manager.reset(argument);
         return false;
     }
