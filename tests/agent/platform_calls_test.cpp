@@ -2,6 +2,7 @@
  * waits and transfers. */
 #include "story_gateway.h"
 #include "transport/frame_types.h"
+#include "upgrade/upgrade_worker.h"
 
 #include <gmock/gmock.h>
 
@@ -82,6 +83,9 @@ TEST_F(platform_calls, start_threads_with_their_stack_and_priority) {
     gateway.start();
     EXPECT_THAT(since_last_look("main", "CreateAndStart"),
                 testing::StartsWith("CreateAndStart(2048, 3) [8 bytes "));
+    __lan_upgrade_nofity({}, 0);
+    EXPECT_THAT(since_last_look("main", "CreateAndStart"),
+                testing::StartsWith("CreateAndStart(3072, 2) [19 bytes "));
     gateway.stop();
     ASSERT_EQ(engr_lan_pro_cntl_init(ENGR_MODE_WECHAT), 0);
     EXPECT_THAT(since_last_look("main", "CreateAndStart"),
