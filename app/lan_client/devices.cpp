@@ -11,6 +11,60 @@
 #include <nlohmann/json.hpp>
 
 namespace lan_client {
+namespace {
+
+// Of two lists of one name the last one counts.
+class product_reader : public list_handler {
+  public:
+    void member(const std::string &name, bool is_list) override {
+        is_products_ = name == "products";
+        if (is_products_) {
+            has_list = is_list;
+            devices.clear();
+        }
+    }
+    void entry() override {
+        if (is_products_) {
+            devices.emplace_back();
+        }
+    }
+    void entry_member(const std::string &name, std::string &&text) override {
+        if (is_products_ && name == "cid") {
+            devices.back().id = std::move(text);
+        } else if (is_products_ && name == "pid") {
+            devices.back().product_id = std::move(text);
+        }
+    }
+
+    bool has_list = false;
+    std::vector<device> devices;
+
+  private:
+    bool is_products_ = false;
+};
+
+class state_reader : public list_handler {
+  public:
+    void member(const std::string &name, bool) override {
+        read_ = name == "online" ? &states.online : name == "offline" ? &states.offline : nullptr;
+        if (read_ != nullptr) {
+            read_->clear();
+        }
+    }
+    void entry_text(std::string &&text) override {
+        if (read_ != nullptr) {
+            read_->push_back(std::move(text));
+        }
+    }
+
+    line_state states;
+
+  private:
+    std::vector<std::string> *read_ = nullptr;
+};
+
+} // namespace
+
 request device_list_request() {
     return {.type = frame_type::dev_list};
 }
@@ -20,30 +74,16 @@ request line_state_request() {
 }
 
 std::optional<std::vector<device>> read_device_list(std::string_view payload) {
-    std::vector<device> devices;
-    const nlohmann::json object =
-        parse_json(payload, [&devices](const std::string &list, nlohmann::json &&product) {
-            if (list == "products") {
-                devices.push_back({member_text(product, "cid"), member_text(product, "pid")});
-            }
-        });
-    if (!object.is_object() || !object.contains("products") || !object["products"].is_array() ||
-        devices.size() > max_devices) {
+    product_reader reader;
+    if (!read_lists(payload, reader) || !reader.has_list || reader.devices.size() > max_devices) {
         return std::nullopt;
     }
-    return devices;
+    return std::move(reader.devices);
 }
 
 std::optional<line_state> read_line_state(std::string_view payload) {
-    line_state states;
-    const nlohmann::json object =
-        parse_json(payload, [&states](const std::string &list, nlohmann::json &&id) {
-            if (id.is_string() && (list == "online" || list == "offline")) {
-                auto &of_state = list == "online" ? states.online : states.offline;
-                of_state.push_back(std::move(id.get_ref<std::string &>()));
-            }
-        });
-    return object.is_object() ? std::optional(std::move(states)) : std::nullopt;
+    state_reader reader;
+    return read_lists(payload, reader) ? std::optional(std::move(reader.states)) : std::nullopt;
 }
 
 bool says_no_devices(const answer &answered) {

@@ -5,6 +5,7 @@
 #include "utf8.h"
 
 #include <cstddef>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -42,37 +43,92 @@ bool is_too_much(std::string_view text) {
     return false;
 }
 
-json parse_bounded(std::string_view text, const json::parser_callback_t &callback) {
-    return is_too_much(text) ? json(json::value_t::discarded)
-                             : json::parse(to_utf8(text), callback, false);
-}
+class list_reader : public nlohmann::json_sax<json> {
+  public:
+    explicit list_reader(list_handler &handler) : handler_(handler) {}
+
+    bool null() override { return value("null"); }
+    bool boolean(bool is_true) override { return value(is_true ? "true" : "false"); }
+    bool number_integer(number_integer_t number) override { return value(std::to_string(number)); }
+    bool number_unsigned(number_unsigned_t number) override {
+        return value(std::to_string(number));
+    }
+    bool number_float(number_float_t, const string_t &text) override { return value(text); }
+    bool string(string_t &text) override {
+        if (depth_ != in_list) {
+            return value(std::move(text));
+        }
+        if (is_list_) {
+            handler_.entry();
+            handler_.entry_text(std::move(text));
+        }
+        return true;
+    }
+    bool binary(binary_t &) override { return false; } // JSON has none
+    bool key(string_t &name) override {
+        name_.swap(name);
+        if (depth_ == in_object) {
+            member_.swap(name_);
+        }
+        return true;
+    }
+    bool start_object(std::size_t) override { return open(false); }
+    bool start_array(std::size_t) override { return open(true); }
+    bool end_object() override { return close(); }
+    bool end_array() override { return close(); }
+    bool parse_error(std::size_t, const std::string &, const json::exception &) override {
+        return false;
+    }
+
+  private:
+    /** How many objects and lists are open. */
+    enum : std::size_t { in_nothing, in_object, in_list, in_entry };
+
+    bool value(std::string text) {
+        if (depth_ == in_object) {
+            handler_.member(member_, false);
+        } else if (depth_ == in_list && is_list_) {
+            handler_.entry();
+        } else if (depth_ == in_entry && is_list_ && is_entry_object_) {
+            handler_.entry_member(name_, std::move(text));
+        }
+        return depth_ != in_nothing;
+    }
+
+    bool open(bool is_array) {
+        if (depth_ == in_object) {
+            is_list_ = is_array;
+            handler_.member(member_, is_array);
+        } else if (depth_ == in_list && is_list_) {
+            is_entry_object_ = !is_array;
+            handler_.entry();
+        }
+        return depth_++ != in_nothing || !is_array;
+    }
+
+    bool close() {
+        --depth_;
+        return true;
+    }
+
+    list_handler &handler_;
+    std::size_t depth_ = in_nothing;
+    bool is_list_ = false;         // the object's member
+    bool is_entry_object_ = false; // the list's entry
+    std::string member_;           // of the object
+    std::string name_;             // of the last other member
+};
 
 } // namespace
 
 json parse_json(std::string_view text) {
-    return parse_bounded(text, nullptr);
+    return is_too_much(text) ? json(json::value_t::discarded)
+                             : json::parse(to_utf8(text), nullptr, false);
 }
 
-json parse_json(std::string_view text, const list_entry_taker &take) {
-    using event_t = json::parse_event_t;
-    std::string member;
-    bool in_list = false;
-    const auto take_entries = [&](int depth, event_t event, json &parsed) {
-        if (depth == 1) {
-            if (event == event_t::key) {
-                member = parsed.get<std::string>();
-            }
-            in_list = event == event_t::array_start;
-        }
-        const bool ends_entry = in_list && depth == 2 &&
-                                (event == event_t::object_end || event == event_t::array_end ||
-                                 event == event_t::value);
-        if (ends_entry) {
-            take(member, std::move(parsed));
-        }
-        return !ends_entry;
-    };
-    return parse_bounded(text, take_entries);
+bool read_lists(std::string_view text, list_handler &handler) {
+    list_reader reader(handler);
+    return !is_too_much(text) && json::sax_parse(to_utf8(text), &reader);
 }
 
 std::string member_text(const json &object, const char *name) {

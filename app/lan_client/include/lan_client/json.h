@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,15 +19,29 @@ namespace lan_client {
  */
 [[nodiscard]] nlohmann::json parse_json(std::string_view text);
 
-/** Gets an entry of a list, and the name of the member that the list is. */
-using list_entry_taker = std::function<void(const std::string &list, nlohmann::json &&entry)>;
+/** Gets what an object with lists has, in its order, while it is read. */
+class list_handler {
+  public:
+    virtual ~list_handler() = default;
+
+    /** A member of the object begins: a list, whose entries follow, or anything else. */
+    virtual void member(const std::string &name, bool is_list) = 0;
+    /** An entry of the list begins. */
+    virtual void entry() {}
+    /** It is this string. */
+    virtual void entry_text(std::string &&) {}
+    /** It is an object with this member; a number or other value in its JSON form. Members that are
+     * lists or objects are passed over. */
+    virtual void entry_member(const std::string &, std::string &&) {}
+};
 
 /**
- * The same for an object with long lists: each entry of a list that is a member of the object is
- * handed over when it has been read, and is not kept. What comes after it may still be wrong, so
- * look at the result before the entries are used.
+ * Reads an object with long lists without keeping it. What comes last may still be wrong, so look
+ * at the result before using what the handler got.
+ *
+ * @return whether the text is an object, and one that parse_json would take
  */
-[[nodiscard]] nlohmann::json parse_json(std::string_view text, const list_entry_taker &take);
+[[nodiscard]] bool read_lists(std::string_view text, list_handler &handler);
 
 /** A member's text, or "" when it is absent; a number or other value in its JSON form. */
 [[nodiscard]] std::string member_text(const nlohmann::json &object, const char *name);
