@@ -28,11 +28,11 @@ class product_reader : public list_handler {
             devices.emplace_back();
         }
     }
-    void entry_member(const std::string &name, std::string &&text) override {
+    void entry_member(const std::string &name, const std::string &text) override {
         if (is_products_ && name == "cid") {
-            devices.back().id = std::move(text);
+            devices.back().id = text;
         } else if (is_products_ && name == "pid") {
-            devices.back().product_id = std::move(text);
+            devices.back().product_id = text;
         }
     }
 
@@ -51,9 +51,9 @@ class state_reader : public list_handler {
             read_->clear();
         }
     }
-    void entry_text(std::string &&text) override {
+    void entry_text(const std::string &text) override {
         if (read_ != nullptr) {
-            read_->push_back(std::move(text));
+            read_->push_back(text);
         }
     }
 
@@ -111,12 +111,15 @@ std::vector<device_with_state> with_states(std::vector<device> devices, const li
 }
 
 nlohmann::json as_json(std::vector<device_with_state> devices) {
-    nlohmann::json all = nlohmann::json::array();
+    nlohmann::json::array_t all;
+    all.reserve(devices.size());
     for (device_with_state &one : devices) {
-        nlohmann::json &entry = all.emplace_back(nlohmann::json::object());
-        entry["cid"] = std::move(one.id);
-        entry["online"] = one.online ? nlohmann::json(*one.online) : nlohmann::json();
-        entry["pid"] = std::move(one.product_id);
+        nlohmann::json::object_t entry;
+        entry.emplace_hint(entry.end(), "cid", std::move(one.id));
+        entry.emplace_hint(entry.end(), "online",
+                           one.online ? nlohmann::json(*one.online) : nlohmann::json());
+        entry.emplace_hint(entry.end(), "pid", std::move(one.product_id));
+        all.emplace_back(std::move(entry));
     }
     return all;
 }

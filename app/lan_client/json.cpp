@@ -5,7 +5,6 @@
 #include "utf8.h"
 
 #include <cstddef>
-#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -55,14 +54,12 @@ class list_reader : public nlohmann::json_sax<json> {
     }
     bool number_float(number_float_t, const string_t &text) override { return value(text); }
     bool string(string_t &text) override {
-        if (depth_ != in_list) {
-            return value(std::move(text));
+        if (depth_ != in_list || !is_list_) {
+            return value(text);
         }
-        if (is_list_) {
-            handler_.entry();
-            handler_.entry_text(std::move(text));
-        }
-        return true;
+        handler_.entry();
+        handler_.entry_text(text);
+        return ++values_ <= max_json_values;
     }
     bool binary(binary_t &) override { return false; } // JSON has none
     bool key(string_t &name) override {
@@ -84,15 +81,15 @@ class list_reader : public nlohmann::json_sax<json> {
     /** How many objects and lists are open. */
     enum : std::size_t { in_nothing, in_object, in_list, in_entry };
 
-    bool value(std::string text) {
+    bool value(const std::string &text) {
         if (depth_ == in_object) {
             handler_.member(member_, false);
         } else if (depth_ == in_list && is_list_) {
             handler_.entry();
         } else if (depth_ == in_entry && is_list_ && is_entry_object_) {
-            handler_.entry_member(name_, std::move(text));
+            handler_.entry_member(name_, text);
         }
-        return depth_ != in_nothing;
+        return depth_ != in_nothing && ++values_ <= max_json_values;
     }
 
     bool open(bool is_array) {
@@ -103,7 +100,8 @@ class list_reader : public nlohmann::json_sax<json> {
             is_entry_object_ = !is_array;
             handler_.entry();
         }
-        return depth_++ != in_nothing || !is_array;
+        const bool is_list_alone = is_array && depth_ == in_nothing;
+        return !is_list_alone && ++depth_ <= max_nesting && ++values_ <= max_json_values;
     }
 
     bool close() {
@@ -113,6 +111,7 @@ class list_reader : public nlohmann::json_sax<json> {
 
     list_handler &handler_;
     std::size_t depth_ = in_nothing;
+    std::size_t values_ = 0;
     bool is_list_ = false;         // the object's member
     bool is_entry_object_ = false; // the list's entry
     std::string member_;           // of the object
@@ -128,7 +127,7 @@ json parse_json(std::string_view text) {
 
 bool read_lists(std::string_view text, list_handler &handler) {
     list_reader reader(handler);
-    return !is_too_much(text) && json::sax_parse(to_utf8(text), &reader);
+    return json::sax_parse(to_utf8(text), &reader);
 }
 
 std::string member_text(const json &object, const char *name) {

@@ -29,10 +29,10 @@ class list_handler {
     /** An entry of the list begins. */
     virtual void entry() {}
     /** It is this string. */
-    virtual void entry_text(std::string &&) {}
+    virtual void entry_text(const std::string &) {}
     /** It is an object with this member; a number or other value in its JSON form. Members that are
      * lists or objects are passed over. */
-    virtual void entry_member(const std::string &, std::string &&) {}
+    virtual void entry_member(const std::string &, const std::string &) {}
 };
 
 /**
