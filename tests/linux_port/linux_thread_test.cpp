@@ -1,5 +1,6 @@
-// What threads of the Linux port leave behind.
+// What threads and mutexes of the Linux port leave behind.
 #include "platform/clock.h"
+#include "platform/mutex.h"
 #include "platform/thread.h"
 
 #include <unistd.h>
@@ -37,4 +38,13 @@ TEST(linux_thread, one_that_releases_itself_leaves_no_descriptor) {
         kelo_hal_system_sleep(1);
     }
     EXPECT_EQ(lowest_free_descriptor(), before);
+}
+
+TEST(linux_mutex, is_not_destroyed_while_it_is_held) {
+    kelo_mutex_t mutex = nullptr;
+    ASSERT_EQ(kelo_hal_mutex_create_init(&mutex), 0);
+    kelo_hal_mutex_lock(mutex);
+    EXPECT_LT(kelo_hal_mutex_release(mutex), 0);
+    kelo_hal_mutex_unlock(mutex);
+    EXPECT_EQ(kelo_hal_mutex_release(mutex), 0);
 }
