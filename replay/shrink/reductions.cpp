@@ -140,15 +140,18 @@ recording cut_behind(const recording &whole, const difference &last) {
     }
     recording cut{.begin = from.begin, .events = {}};
     std::map<uint16_t, answer> last_datagrams; // by port
+    bool has_left_out_act = false;
     for (std::size_t at = 0; at < from.events.size(); ++at) {
         const session::event &each = from.events[at];
         const bool is_behind = last.expected
                                    ? at > last.expected->event
                                    : each.at_us / 1000 > last.at_us / 1000; // a world has ms
         const std::optional<answer> made = answer_in(each);
-        // A report may leave after what was answered later.
-        const bool is_late_report = made && is_report(*made) && each.at_us <= last.at_us + edge_us;
-        if (is_behind && !is_late_report) {
+        has_left_out_act = has_left_out_act || (is_behind && is_act(each));
+        // A report may leave after what was answered later, and before what was asked earlier.
+        const bool is_late =
+            made && each.at_us <= last.at_us + edge_us && (is_report(*made) || !has_left_out_act);
+        if (is_behind && !is_late) {
             continue;
         }
         if (!made && !is_act(each)) {

@@ -53,6 +53,37 @@ TEST(shrink, keeps_what_the_difference_needs_and_the_answers_to_it) {
     EXPECT_LT(end_of(result.reduced), 2'000'000U) << "expected short pauses";
 }
 
+/** An agent that answers at once, and reports nothing to app 3. */
+replay::attempt agent_without_report(replay::recording tried) {
+    std::vector<replay::answer> got = replay::answers_of(tried);
+    for (const session::event &each : tried.events) {
+        const auto *frame = std::get_if<session::frame>(&each.what);
+        if (frame != nullptr && frame->from == session::side::app) {
+            std::erase_if(got, [&](const replay::answer &one) {
+                return one.content.number == frame->content.number;
+            });
+            got.push_back(
+                {.at_us = each.at_us, .client = frame->client, .content = frame->content});
+            got.back().content.ret = 0;
+        }
+    }
+    std::erase_if(got, [](const replay::answer &one) { return one.client == 3; });
+    return {.judged = tried,
+            .differences = replay::compare(replay::answers_of(tried), got, replay::end_of(tried)),
+            .got = got};
+}
+
+TEST(shrink, knows_the_answer_that_came_behind_the_difference) {
+    const replay::recording session = session_of(
+        {"10 connected 1", "20 connected 3", "500 1 > 1 7", "501 1 < 1 7 0", "1000 1 > 2 7",
+         "1010 1 < 0 8 0 {\"cid\":\"a\"}", "1010 3 < 0 8 0 {\"cid\":\"a\"}", "1011 1 < 2 7 0"});
+    const auto found = agent_without_report(session).differences;
+    ASSERT_FALSE(found.empty());
+    const auto reduced = replay::shrink(session, found.front(), {}, agent_without_report,
+                                        [](std::size_t, std::size_t) {});
+    EXPECT_EQ(reduced.events_after, 3U) << "expected two apps and the request that is reported";
+}
+
 /** An agent that does not answer commands to two devices, whatever else there is. */
 replay::attempt agent_without_answer(replay::recording tried) {
     std::vector<replay::answer> got = replay::answers_of(tried);
