@@ -4,6 +4,7 @@
 #include "platform/log.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -174,7 +175,7 @@ TEST(log_limit, lets_a_place_write_so_many_lines_or_bytes_a_second) {
     };
     for (int second = 0; second < 3; ++second) {
         EXPECT_EQ(admitted(1, 100), log_limit::lines_max);
-        EXPECT_EQ(admitted(2, log_limit::bytes_max / 4), 4U);
+        EXPECT_EQ(admitted(2, 4096), 4U);
         EXPECT_EQ(admitted(3, log_limit::bytes_max * 4), 1U);
         now += log_limit::period - std::chrono::nanoseconds(1);
         EXPECT_EQ(admitted(1, 100), 0U);
@@ -291,6 +292,17 @@ TEST(standard_error, without_a_reader_never_blocks_and_counts_lost_lines) {
     EXPECT_TRUE(after.ends_with("\nread again\n")) << after;
     standard_error.close_reader();
     linux_port::write_standard_error("nobody is there");
+}
+
+TEST(standard_error, that_is_a_file_gets_one_line_behind_the_other) {
+    const int file = memfd_create("log", 0);
+    const replaced_standard_error written(dup(file));
+    linux_port::write_standard_error("one");
+    linux_port::write_standard_error("two");
+    char content[20] = "";
+    EXPECT_EQ(pread(file, content, sizeof content, 0), 8);
+    EXPECT_STREQ(content, "one\ntwo\n");
+    ::close(file);
 }
 
 TEST(standard_error, a_full_disk_costs_lines_and_nothing_else) {
