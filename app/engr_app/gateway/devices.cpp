@@ -1,7 +1,6 @@
 // Asking for devices, many at once.
 #include "gateway/devices.h"
 
-#include "base/json_text.h"
 #include "gateway/request.h"
 
 #include <algorithm>
@@ -19,14 +18,15 @@ constexpr std::size_t requests_at_once = 64;
 
 } // namespace
 
-nlohmann::json expect_devices(gateway_session &session, const lan_client::answer &list,
-                              const lan_client::answer &states) {
+std::vector<lan_client::device_with_state> expect_devices(gateway_session &session,
+                                                          const lan_client::answer &list,
+                                                          const lan_client::answer &states) {
     std::vector<device> devices = parse_device_list(expect_success(session, list));
     line_state known;
     if (!says_no_devices(states)) {
         known = parse_line_state(expect_success(session, states));
     }
-    return lan_client::as_json(lan_client::with_states(std::move(devices), known));
+    return lan_client::with_states(std::move(devices), known);
 }
 
 std::string device_text(gateway_session &session, const std::string &id) {
@@ -41,27 +41,30 @@ std::string product_of(gateway_session &session, const std::string &id) {
     return found == devices.end() ? "" : found->product_id;
 }
 
-const char *state_word(const nlohmann::json &device_of_list) {
-    const auto online = device_of_list.find("online");
-    if (online == device_of_list.end() || !online->is_boolean()) {
-        return "-";
-    }
-    return online->get<bool>() ? "online" : "offline";
+const char *state_word(std::optional<bool> online) {
+    return !online ? "-" : *online ? "online" : "offline";
 }
 
-void ask_of_each(gateway_session &session, nlohmann::json &devices, const char *what,
-                 const std::function<lan_client::request(const nlohmann::json &)> &request_for,
-                 const std::function<void(nlohmann::json &, const lan_client::answer &)> &take) {
-    progress_bar bar = session.out().bar(what, devices.size(), "devices");
-    for (std::size_t start = 0; start < devices.size(); start += requests_at_once) {
-        const std::size_t end = std::min(start + requests_at_once, devices.size());
+const char *state_word(const nlohmann::json &device_of_list) {
+    const auto online = device_of_list.find("online");
+    const bool is_known = online != device_of_list.end() && online->is_boolean();
+    return state_word(is_known ? std::optional(online->get<bool>()) : std::nullopt);
+}
+
+void ask_of_each(
+    gateway_session &session, std::size_t count, const char *what,
+    const std::function<lan_client::request(std::size_t at)> &request_for,
+    const std::function<void(std::size_t at, const lan_client::answer &answered)> &take) {
+    progress_bar bar = session.out().bar(what, count, "devices");
+    for (std::size_t start = 0; start < count; start += requests_at_once) {
+        const std::size_t end = std::min(start + requests_at_once, count);
         std::vector<lan_client::request> requests;
         for (std::size_t at = start; at < end; ++at) {
-            requests.push_back(request_for(devices[at]));
+            requests.push_back(request_for(at));
         }
         const auto answers = session.ask(std::move(requests));
         for (std::size_t at = start; at < end; ++at) {
-            take(devices[at], answers[at - start]);
+            take(at, answers[at - start]);
         }
         bar.show(end);
     }
@@ -76,7 +79,7 @@ void warn_of_withdrawal(gateway_session &session) {
                            "announced and not started ...");
 }
 
-std::string add_versions(gateway_session &session, nlohmann::json &devices) {
+firmware_versions ask_versions(gateway_session &session, const std::vector<std::string> &ids) {
     warn_of_withdrawal(session);
     const auto own = session.ask({gateway_version_request()});
     const auto now = parse_upgrade_status({}, expect_success(session, own.front()));
@@ -85,19 +88,18 @@ std::string add_versions(gateway_session &session, nlohmann::json &devices) {
                                           "has ended",
                                           now.running_id));
     }
-    const auto order_for = [](const nlohmann::json &device) {
-        return upgrade_order{.cid = member_text(device, "cid"), .version = {}, .md5 = {}};
+    firmware_versions found{.gateway = now.version, .devices = {}};
+    const auto order_for = [&ids](std::size_t at) {
+        return upgrade_order{.cid = ids[at], .version = {}, .md5 = {}};
     };
     ask_of_each(
-        session, devices, "versions",
-        [&](const nlohmann::json &device) { return upgrade_status_request(order_for(device)); },
-        [&](nlohmann::json &device, const lan_client::answer &answered) {
-            const auto status =
-                parse_upgrade_status(order_for(device), expect_success(session, answered));
-            device["sw_ver"] =
-                status.version.empty() ? nlohmann::json() : nlohmann::json(status.version);
+        session, ids.size(), "versions",
+        [&](std::size_t at) { return upgrade_status_request(order_for(at)); },
+        [&](std::size_t at, const lan_client::answer &answered) {
+            found.devices.push_back(
+                parse_upgrade_status(order_for(at), expect_success(session, answered)).version);
         });
-    return now.version;
+    return found;
 }
 
 } // namespace engr_app

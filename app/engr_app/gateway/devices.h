@@ -4,8 +4,11 @@
 #include "gateway/answers.h"
 #include "lan_client/client.h"
 
+#include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -16,24 +19,25 @@ class gateway_session;
 /**
  * @param list    the answer to device_list_request
  * @param states  the answer to line_state_request
- * @return [{"cid", "pid", "online"}], with "online" null where the gateway keeps a device in
- *         neither list; throws what explains a missing, refusing or unreadable answer
+ * @return the devices with their states; throws what explains a missing, refusing or unreadable
+ *         answer
  */
-[[nodiscard]] nlohmann::json expect_devices(gateway_session &session,
-                                            const lan_client::answer &list,
-                                            const lan_client::answer &states);
+[[nodiscard]] std::vector<lan_client::device_with_state>
+expect_devices(gateway_session &session, const lan_client::answer &list,
+               const lan_client::answer &states);
 
 /**
- * Sends one request for each entry of that list, many at once, and shows a progress bar.
+ * Sends one request for each device, many at once, and shows a progress bar.
  *
+ * @param count        how many devices there are
  * @param what         what the bar calls it
- * @param request_for  makes the request
- * @param take         gets the answer
+ * @param request_for  makes the request for the device at a place, from 0 on
+ * @param take         gets the answer to it
  */
 void ask_of_each(
-    gateway_session &session, nlohmann::json &devices, const char *what,
-    const std::function<lan_client::request(const nlohmann::json &device)> &request_for,
-    const std::function<void(nlohmann::json &device, const lan_client::answer &answered)> &take);
+    gateway_session &session, std::size_t count, const char *what,
+    const std::function<lan_client::request(std::size_t at)> &request_for,
+    const std::function<void(std::size_t at, const lan_client::answer &answered)> &take);
 
 /** @return "device ID", or "device NAME (ID)" where the installer has named it */
 [[nodiscard]] std::string device_text(gateway_session &session, const std::string &id);
@@ -41,7 +45,10 @@ void ask_of_each(
 /** @return the product of a device, asked of the gateway; empty when it doesn't know the device */
 [[nodiscard]] std::string product_of(gateway_session &session, const std::string &id);
 
-/** @return "online", "offline" or "-" for an entry of that list */
+/** @return "online", "offline", or "-" when the gateway keeps it in neither list */
+[[nodiscard]] const char *state_word(std::optional<bool> online);
+
+/** The same for an entry of a list in JSON, by its member "online". */
 [[nodiscard]] const char *state_word(const nlohmann::json &device_of_list);
 
 /** What --help says about asking for versions. */
@@ -56,12 +63,15 @@ inline constexpr const char *versions_note =
 /** Says that versions are asked for and what that does to others. */
 void warn_of_withdrawal(gateway_session &session);
 
-/**
- * Adds "sw_ver" to each entry of a device list, null where the gateway tells none. Throws a
- * failure while an upgrade is under way, since asking would disturb it.
- *
- * @return the gateway's own version
- */
-std::string add_versions(gateway_session &session, nlohmann::json &devices);
+/** Versions of firmware; an empty text where the gateway tells none. */
+struct firmware_versions {
+    std::string gateway;
+    std::vector<std::string> devices;
+};
+
+/** Asks for the gateway's own version and those of devices. Throws a failure while an upgrade is
+ * under way, since asking would disturb it. */
+[[nodiscard]] firmware_versions ask_versions(gateway_session &session,
+                                             const std::vector<std::string> &ids);
 
 } // namespace engr_app

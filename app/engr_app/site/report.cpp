@@ -57,24 +57,34 @@ json config_json(gateway_session &session, const lan_client::answer &answered) {
 
 void add_data_points(gateway_session &session, json &devices) {
     ask_of_each(
-        session, devices, "data points",
-        [](const json &device) {
+        session, devices.size(), "data points",
+        [&](std::size_t at) {
             return json_request(frame_type::local_dp_query,
-                                lan_client::known_points_query(member_text(device, "cid")));
+                                lan_client::known_points_query(member_text(devices[at], "cid")));
         },
-        [&](json &device, const lan_client::answer &answered) {
+        [&](std::size_t at, const lan_client::answer &answered) {
             // The gateway refuses a device that has not reported any yet.
             const bool answers = answered.failure || answered.ret == 0;
             const json state =
                 answers ? lan_client::parse_device_state(expect_success(session, answered))
                         : json::object();
-            device["dps"] = state.is_object() ? state.value("dps", json::object()) : json();
+            devices[at]["dps"] = state.is_object() ? state.value("dps", json::object()) : json();
         });
 }
 
 // The version of the gateway's firmware, and those of its devices.
 void add_all_versions(gateway_session &session, json &report) {
-    report["gateway"]["sw_ver"] = add_versions(session, report["devices"]);
+    json &devices = report["devices"];
+    std::vector<std::string> ids;
+    for (const json &one : devices) {
+        ids.push_back(member_text(one, "cid"));
+    }
+    const firmware_versions versions = ask_versions(session, ids);
+    report["gateway"]["sw_ver"] = versions.gateway;
+    for (std::size_t at = 0; at < ids.size(); ++at) {
+        const std::string &version = versions.devices[at];
+        devices[at]["sw_ver"] = version.empty() ? json() : json(version);
+    }
 }
 
 // A cell of a Markdown table: one line in which nothing is markup.
@@ -151,7 +161,7 @@ json ask_site_report(gateway_session &session, const site_report_extent &extent)
                                       {.type = frame_type::get_channel},
                                       {.type = frame_type::read_app_cfg}});
     report["time"] = time_text();
-    report["devices"] = expect_devices(session, answers[0], answers[1]);
+    report["devices"] = lan_client::as_json(expect_devices(session, answers[0], answers[1]));
     report["channel"] = channel_json(session, answers[2], report["notes"]);
     report["app_config"] = config_json(session, answers[3]);
     if (report["gateway"]["id"].is_null()) {

@@ -113,6 +113,14 @@ void console::document(const nlohmann::json &value) {
     screen_.output(many_lines(value) + '\n');
 }
 
+void console::written_document(const std::string &text) {
+    if (!gateway_name_.empty()) {
+        return document(nlohmann::json::parse(text));
+    }
+    document_written_ = true;
+    screen_.output(text + '\n');
+}
+
 void console::json_line(const nlohmann::json &value) {
     kept_.streamed = true;
     if (gateway_name_.empty()) {

@@ -90,6 +90,9 @@ class console {
     /** The one JSON document of a run. */
     void document(const nlohmann::json &value);
 
+    /** The same for one that has been written already, in many lines. */
+    void written_document(const std::string &text);
+
     /** One JSON line of many; an object. */
     void json_line(const nlohmann::json &value);
 

@@ -1,18 +1,21 @@
 // devices: the gateway's devices with their online state.
 #include "gateway/devices.h"
 #include "base/counted.h"
-#include "base/json_text.h"
+#include "base/json_list.h"
 #include "files/seen_words.h"
 #include "gateway/session.h"
 #include "verbs/table_arguments.h"
 #include "verbs/verb.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace engr_app {
 namespace {
@@ -22,37 +25,56 @@ struct devices_arguments {
     table_view view;
 };
 
-void add_names(nlohmann::json &all, const names_file &names) {
-    const auto known = [](const std::string &text) {
-        return text.empty() ? nlohmann::json() : nlohmann::json(text);
-    };
-    for (nlohmann::json &one : all) {
-        const std::string id = member_text(one, "cid");
-        one["name"] = known(names.device_name(id));
-        one["room"] = known(names.device_room(id));
+/** What is shown of a gateway's devices. */
+struct found_devices {
+    std::vector<lan_client::device_with_state> all;
+    std::vector<std::string> versions; /**< of each; none unless they were asked for */
+    const names_file *names;           /**< null when it names no devices */
+};
+
+std::vector<std::string> ids_of(const std::vector<lan_client::device_with_state> &devices) {
+    std::vector<std::string> ids;
+    for (const auto &one : devices) {
+        ids.push_back(one.id);
     }
+    return ids;
 }
 
 /** For completion, which asks no gateway. */
-void remember_devices(gateway_session &session, const nlohmann::json &all) {
+void remember_devices(gateway_session &session,
+                      const std::vector<lan_client::device_with_state> &devices) {
     std::vector<std::string> ids;
-    for (const nlohmann::json &one : all) {
-        if (ids.size() == seen_words_max) {
-            break;
-        }
-        ids.push_back(member_text(one, "cid"));
+    for (std::size_t at = 0; at < std::min(devices.size(), seen_words_max); ++at) {
+        ids.push_back(devices[at].id);
     }
     remember_words("CID", session.chosen().label(), ids);
 }
 
-std::string text_or_dash(const nlohmann::json &device, const char *name) {
-    return device[name].is_null() ? "-" : member_text(device, name);
+std::string json_of(const found_devices &found, const devices_arguments &given) {
+    json_list list;
+    for (std::size_t at = 0; at < found.all.size(); ++at) {
+        const auto &one = found.all[at];
+        list.begin_object();
+        list.add("cid", one.id);
+        if (found.names != nullptr) {
+            list.add_known("name", found.names->device_name(one.id));
+        }
+        list.add("online", one.online);
+        list.add("pid", one.product_id);
+        if (found.names != nullptr) {
+            list.add_known("room", found.names->device_room(one.id));
+        }
+        if (given.versions) {
+            list.add_known("sw_ver", found.versions[at]);
+        }
+    }
+    return std::move(list).take();
 }
 
-void show_devices(console &out, const nlohmann::json &all, bool named,
-                  const devices_arguments &given) {
+void show_devices(console &out, const found_devices &found, const devices_arguments &given) {
+    const auto text_or_dash = [](const std::string &text) { return text.empty() ? "-" : text; };
     console::row header{"CID"};
-    if (named) {
+    if (found.names != nullptr) {
         header.insert(header.end(), {"NAME", "ROOM"});
     }
     header.insert(header.end(), {"PID", "STATE"});
@@ -60,39 +82,40 @@ void show_devices(console &out, const nlohmann::json &all, bool named,
         header.emplace_back("VERSION");
     }
     std::vector<console::row> rows;
-    for (const nlohmann::json &one : all) {
-        console::row cells{member_text(one, "cid")};
-        if (named) {
-            cells.insert(cells.end(), {text_or_dash(one, "name"), text_or_dash(one, "room")});
+    for (std::size_t at = 0; at < found.all.size(); ++at) {
+        const auto &one = found.all[at];
+        console::row cells{one.id};
+        if (found.names != nullptr) {
+            cells.insert(cells.end(), {text_or_dash(found.names->device_name(one.id)),
+                                       text_or_dash(found.names->device_room(one.id))});
         }
-        cells.insert(cells.end(), {member_text(one, "pid"), state_word(one)});
+        cells.insert(cells.end(), {one.product_id, state_word(one.online)});
         if (given.versions) {
-            cells.push_back(text_or_dash(one, "sw_ver"));
+            cells.push_back(text_or_dash(found.versions[at]));
         }
         rows.push_back(std::move(cells));
     }
     out.table(header, rows, given.view);
-    const auto offline = std::ranges::count_if(
-        all, [](const nlohmann::json &one) { return one["online"] == false; });
-    out.progress(counted(all.size(), "device") +
+    const auto offline =
+        std::ranges::count_if(found.all, [](const auto &one) { return one.online == false; });
+    out.progress(counted(found.all.size(), "device") +
                  (offline > 0 ? fmt::format(", {} offline", offline) : ""));
 }
 
 int devices(gateway_session &session, const devices_arguments &given) {
     const names_file &names = session.names();
     const auto answers = session.ask({device_list_request(), line_state_request()});
-    nlohmann::json all = expect_devices(session, answers[0], answers[1]);
+    found_devices found{.all = expect_devices(session, answers[0], answers[1]),
+                        .versions = {},
+                        .names = names.names_devices() ? &names : nullptr};
     if (given.versions) {
-        add_versions(session, all);
+        found.versions = ask_versions(session, ids_of(found.all)).devices;
     }
-    if (names.names_devices()) {
-        add_names(all, names);
-    }
-    remember_devices(session, all);
+    remember_devices(session, found.all);
     if (session.out().json()) {
-        session.out().document(all);
+        session.out().written_document(json_of(found, given));
     } else {
-        show_devices(session.out(), all, names.names_devices(), given);
+        show_devices(session.out(), found, given);
     }
     return exit_success;
 }
