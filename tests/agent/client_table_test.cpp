@@ -45,6 +45,8 @@ TEST_F(client_table, calls_for_an_unknown_socket_or_without_clients_are_logged_a
     EXPECT_EQ(__get_lpc_valid_socket_num(), 1);
     EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/");
     EXPECT_EQ(world.log().count(0, ""), 2U);
+    __lpc_close_all_socket();
+    EXPECT_EQ(__get_lpc_valid_socket_num(), 0);
 }
 
 TEST_F(client_table, is_empty_for_every_caller_once_the_agent_is_stopped) {

@@ -101,6 +101,7 @@ TEST_F(server, drops_a_frame_whose_rest_does_not_come_and_keeps_the_client) {
     world.run_for(1);
     EXPECT_TRUE(world.log().has(0, "kelo_net_recv_nd_size, -4, ret:-1"));
     EXPECT_TRUE(world.log().has(0, "unw_recv_nd_size error ret:-2"));
+    EXPECT_FALSE(world.log().has("recv tail")) << "expected nobody to look at the rest";
     EXPECT_EQ(app.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
 }
 
