@@ -8,6 +8,7 @@ It runs in a network namespace of its own. The first start of a site writes it i
 """
 
 import argparse
+import json
 import os
 import statistics
 import subprocess
@@ -28,9 +29,12 @@ def resident_mib(process):
 
 
 def measure(site):
-    """Seconds of the first start and of a second one, and MiB at rest after the second."""
+    """Seconds of the first start and of a second one, and MiB at rest after the second.
+
+    The site's file is there before, so that writing it takes no part in the first.
+    """
     begin = time.monotonic()
-    with Gateway(site=site, address="127.0.0.1") as gateway:
+    with Gateway(*(["--site", site] if site else []), address="127.0.0.1") as gateway:
         first = time.monotonic() - begin
         gateway.stop()
         begin = time.monotonic()
@@ -50,11 +54,13 @@ def main():
         os.execv(launcher, [launcher, sys.executable, "-B", *sys.argv])
     large = {"devices": [{"dev_id": f"device{number:06}", "pid": "k3v9xq2m7tzp4wbd", "state": 1}
                          for number in range(chosen.devices)]}
-    for title, site, rounds in (("demo site", None, chosen.rounds),
-                                (f"{chosen.devices:,} devices", large, chosen.rounds)):
-        figures = [statistics.median(column) for column in zip(*(measure(site) for _ in range(rounds)))]
-        print(f"{title}: first start {figures[0] * 1000:.0f} ms, later start {figures[1] * 1000:.0f} ms, "
-              f"at rest {figures[2]:.1f} MiB")
+    with tempfile.NamedTemporaryFile("w", suffix=".json") as file:
+        json.dump(large, file)
+        file.flush()
+        for title, site in (("demo site", None), (f"{chosen.devices:,} devices", file.name)):
+            figures = [statistics.median(column) for column in zip(*(measure(site) for _ in range(chosen.rounds)))]
+            print(f"{title}: first start {figures[0] * 1000:.0f} ms, later start {figures[1] * 1000:.0f} ms, "
+                  f"at rest {figures[2]:.1f} MiB")
     with tempfile.NamedTemporaryFile() as stripped:
         subprocess.run(["strip", "-o", stripped.name, program("engr_gatewayd")], check=True)
         print(f"program, stripped: {os.path.getsize(stripped.name) / 1e6:.2f} MB")
