@@ -7,7 +7,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <deque>
 #include <unordered_set>
 
 namespace support {
@@ -17,6 +16,9 @@ using nlohmann::ordered_json;
 
 /** Copying and writing a value takes stack for every level. */
 constexpr std::size_t levels_max = 200;
+
+/** So many members are compared with each other by name; a hash finds those of larger objects. */
+constexpr std::size_t compared_members_max = 16;
 
 /** The library's number of the error of a number that has no place in a double. */
 constexpr int number_too_large = 406;
@@ -41,7 +43,7 @@ bool is_same_name(std::string_view one, std::string_view other) {
  * a search among those before it, which takes a time that grows with the square of their number,
  * and lets the last of two with the same name win.
  */
-class json_builder : public nlohmann::json_sax<ordered_json> {
+class json_builder final : public nlohmann::json_sax<ordered_json> {
   public:
     json_builder(std::string_view text, const std::string &source, const json_bounds &bounds)
         : text_(text), source_(source), bounds_(bounds) {}
@@ -61,14 +63,13 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
     bool end_array() override { return close(); }
 
     bool key(string_t &name) override {
-        auto &names = open_.back().names;
-        if (!names.insert(lower_case(name)).second) {
+        if (is_given(name)) {
             refuse(fmt::format("member \"{}\" is given twice", name));
         }
-        if (names.size() > bounds_.members_max) {
+        if (members_.size() - open_.back().first_member >= bounds_.members_max) {
             refuse(fmt::format("an object has more than {} members", bounds_.members_max));
         }
-        open_.back().name = std::move(name);
+        members_.emplace_back(std::move(name), nullptr);
         return true;
     }
 
@@ -87,9 +88,8 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
     /** An object or array that has not ended. */
     struct structure {
         ordered_json value;
-        std::vector<std::pair<std::string, ordered_json>> members; // of an object
-        std::unordered_set<std::string> names;                     // of its members, in lower case
-        std::string name;                                          // of the member to come
+        std::size_t first_member;              // of an object: where its members begin
+        std::unordered_set<std::string> names; // of many members, in lower case
     };
 
     [[noreturn]] void refuse(const std::string &what) const {
@@ -100,6 +100,21 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
         if (++values_ > bounds_.values_max) {
             refuse(fmt::format("has more than {} values", bounds_.values_max));
         }
+    }
+
+    /** Whether the innermost object has a member of that name. Notes the name, if it is not. */
+    bool is_given(const std::string &name) {
+        structure &object = open_.back();
+        const auto first = members_.begin() + static_cast<std::ptrdiff_t>(object.first_member);
+        if (members_.size() - object.first_member <= compared_members_max) {
+            return std::any_of(first, members_.end(),
+                               [&](const auto &each) { return is_same_name(each.first, name); });
+        }
+        if (object.names.empty()) {
+            std::for_each(first, members_.end(),
+                          [&](const auto &each) { object.names.insert(lower_case(each.first)); });
+        }
+        return !object.names.insert(lower_case(name)).second;
     }
 
     bool add(ordered_json value) {
@@ -114,7 +129,7 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
         } else if (structure &outer = open_.back(); outer.value.is_array()) {
             outer.value.push_back(std::move(value));
         } else {
-            outer.members.emplace_back(std::move(outer.name), std::move(value));
+            members_.back().second = std::move(value);
         }
         return true;
     }
@@ -124,7 +139,7 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
         if (open_.size() >= levels_max) {
             refuse(fmt::format("has more than {} levels", levels_max));
         }
-        open_.push_back({.value = std::move(value), .members = {}, .names = {}, .name = {}});
+        open_.push_back({.value = std::move(value), .first_member = members_.size(), .names = {}});
         return true;
     }
 
@@ -133,10 +148,11 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
         open_.pop_back();
         if (ended.value.is_object()) {
             auto &members = ended.value.get_ref<ordered_json::object_t &>();
-            members.reserve(ended.members.size());
-            for (auto &[name, value] : ended.members) {
-                members.emplace_back(std::move(name), std::move(value));
+            members.reserve(members_.size() - ended.first_member);
+            for (std::size_t i = ended.first_member; i < members_.size(); ++i) {
+                members.emplace_back(std::move(members_[i].first), std::move(members_[i].second));
             }
+            members_.resize(ended.first_member);
         }
         return put(std::move(ended.value));
     }
@@ -146,7 +162,9 @@ class json_builder : public nlohmann::json_sax<ordered_json> {
     const json_bounds &bounds_;
     std::size_t values_ = 0; // begun so far
     ordered_json root_;
-    std::deque<structure> open_;
+    std::vector<structure> open_;
+    // Of all open objects, those of inner ones last. The last one gets the next value.
+    std::vector<std::pair<std::string, ordered_json>> members_;
 };
 
 bool is_control(char character) {
@@ -235,7 +253,7 @@ std::vector<json_value> json_value::elements(std::size_t least, std::size_t most
     std::vector<json_value> all;
     all.reserve(json.size());
     for (const ordered_json &element : json) {
-        all.push_back({source, fmt::format("{}[{}]", path, all.size()), element});
+        all.push_back({source, path + "[" + std::to_string(all.size()) + "]", element});
     }
     return all;
 }

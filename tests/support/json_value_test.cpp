@@ -57,6 +57,15 @@ TEST(json_value, a_text_is_read_as_it_stands_or_refused_with_the_place_of_its_fa
                   one.said)
             << one.text;
     }
+    std::string many = "{\"ten\":10";
+    for (int i = 0; i < 40; ++i) {
+        many += ",\"N" + std::to_string(i) + "\":0";
+    }
+    EXPECT_EQ(fault(many + "}", [](const json_value &) {}), "");
+    for (const char *again : {"TEN", "n0", "n16", "n39"}) {
+        EXPECT_EQ(fault(many + ",\"" + again + "\":0}", [](const json_value &) {}),
+                  std::string("f: member \"") + again + "\" is given twice");
+    }
     for (const std::string &text : {repeated(201, "["), repeated(100'000, "{\"a\":")}) {
         EXPECT_EQ(fault(text, [](const json_value &) {}), "f: has more than 200 levels");
     }
