@@ -21,6 +21,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <span>
 #include <variant>
@@ -46,6 +47,18 @@ nlohmann::ordered_json record_status() {
     return shown_fields(&the_gateway(), gateway_fields());
 }
 
+/** Lists what the store holds: the devices of the site that it was just filled with, or those that
+ * are read back. */
+void list_devices(site first) {
+    if (store_was_new) {
+        expect_devices(first.devices.size());
+        std::ranges::for_each(first.devices, list_device);
+    } else {
+        expect_devices(the_store().device_count());
+        the_store().load_devices(list_device);
+    }
+}
+
 void open_parts(open_options &&options) {
     activity_init(std::move(options.activity), std::move(options.asking_app));
     const bool keeps_files = options.store_path != memory_database;
@@ -56,7 +69,6 @@ void open_parts(open_options &&options) {
     store_was_new = the_store().is_new();
     if (store_was_new) {
         the_store().begin_life(options.initial_site);
-        options.initial_site = {};
     } else {
         the_store().update_schema();
     }
@@ -69,7 +81,7 @@ void open_parts(open_options &&options) {
                {std::move(options.trace), std::move(options.trace_soon), std::move(options.call)});
     network_init(std::move(options.address));
     records_init(stored, own_dps.empty() ? std::string(no_data_points) : own_dps);
-    the_store().load_devices(list_device);
+    list_devices(std::move(options.initial_site));
     products_init(stored.products);
     joining_init(std::move(stored.joining));
     load_linkage();

@@ -189,6 +189,11 @@ void check_room_for_devices(std::size_t more) {
     }
 }
 
+void expect_devices(std::size_t number) {
+    device_records.reserve(number);
+    devices_by_id.reserve(number);
+}
+
 void list_device(const site_device &from) {
     const platform::held_mutex guard(record.shared.dev_mutex);
     device_record &device = make_record(from.id());

@@ -91,6 +91,8 @@ std::string product_of(const device_record &device);
 
 /** @throws refused  so many more records would be too many; change_mutex is held */
 void check_room_for_devices(std::size_t more);
+/** Prepares for very many devices, which are listed faster then; nobody else runs. */
+void expect_devices(std::size_t number);
 /** Puts a device that is not listed at the end of the list; change_mutex is held, there is room.
  * Takes dev_mutex. */
 void list_device(const site_device &from);

@@ -12,7 +12,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <set>
+#include <unordered_set>
 
 namespace gateway {
 namespace {
@@ -60,7 +60,9 @@ std::vector<field_setting> read_gateway(const json_value &from, uint32_t number)
  * none
  */
 void read_device(const json_value &from, site_device &device, uint32_t *join_after_ms) {
-    for (const auto &[name, value] : from.members()) {
+    const auto members = from.members();
+    device.fields.reserve(members.size());
+    for (const auto &[name, value] : members) {
         if (name == "dps") {
             support::check_data_points(value, text_value_bytes_max);
             device.dps = value.json.dump();
@@ -73,18 +75,24 @@ void read_device(const json_value &from, site_device &device, uint32_t *join_aft
                                              join_after_ms != nullptr ? ", join_after_ms" : ""));
         }
     }
-    (void)from.required("dev_id");
+    if (device.find(device_fields().front()) == nullptr) {
+        from.refuse("has no dev_id");
+    }
 }
 
 /**
  * Reads a list of devices.
  *
- * @param ids  those of all lists so far
+ * @param ids  those of all lists so far; the new ones are in the devices that are returned
  */
 template <typename Device>
-std::vector<Device> read_devices(const json_value &from, std::set<std::string> &ids) {
+std::vector<Device> read_devices(const json_value &from,
+                                 std::unordered_set<std::string_view> &ids) {
+    const std::vector<json_value> elements = from.elements();
     std::vector<Device> devices;
-    for (const json_value &element : from.elements()) {
+    devices.reserve(elements.size());
+    ids.reserve(ids.size() + elements.size());
+    for (const json_value &element : elements) {
         Device &device = devices.emplace_back();
         if constexpr (std::is_same_v<Device, joining_device>) {
             read_device(element, device, &device.join_after_ms);
@@ -221,7 +229,10 @@ std::string numbered(const char *format, uint32_t number) {
  */
 void check_arranged(const ordered_json &arranged, const std::vector<site_device> &devices,
                     const std::string &file_name) {
-    std::set<std::string_view> ids;
+    if (arranged.empty()) {
+        return;
+    }
+    std::unordered_set<std::string_view> ids(devices.size());
     for (const site_device &device : devices) {
         ids.insert(device.id());
     }
@@ -262,21 +273,25 @@ void site_device::set(std::string_view name, field_value value) {
 }
 
 const std::string &site_device::id() const {
-    return std::get<std::string>(*find("dev_id"));
+    return std::get<std::string>(*find(device_fields().front()));
+}
+
+const field_value *site_device::find(const field &of) const {
+    const auto found =
+        std::find_if(fields.begin(), fields.end(),
+                     [&](const field_setting &setting) { return setting.of == &of; });
+    return found == fields.end() ? nullptr : &found->value;
 }
 
 const field_value *site_device::find(std::string_view name) const {
-    const auto found =
-        std::find_if(fields.begin(), fields.end(),
-                     [&](const field_setting &setting) { return setting.of->name == name; });
-    return found == fields.end() ? nullptr : &found->value;
+    return find(*find_field(device_fields(), name));
 }
 
 site parse_site(std::string_view text, const std::string &file_name, uint32_t number) {
     const support::json_document file(text, file_name);
     site read;
     read.gateway = default_gateway(number);
-    std::set<std::string> ids;
+    std::unordered_set<std::string_view> ids;
     product_table products;
     auto arranged = ordered_json::object();
     support::read_members(

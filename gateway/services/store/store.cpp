@@ -146,7 +146,7 @@ std::string device_columns() {
 int bind_device(statement &row, const site_device &device) {
     int place = 0;
     for (const field &of : device_fields()) {
-        row.bind(++place, device.find(of.name));
+        row.bind(++place, device.find(of));
     }
     row.bind(++place, device.dps);
     return place;
@@ -210,7 +210,7 @@ statement &statement::bind(int place, int64_t number) {
 
 statement &statement::bind(int place, std::string_view text) {
     return check(sqlite3_bind_text(statement_, place, text.data(), static_cast<int>(text.size()),
-                                   SQLITE_TRANSIENT));
+                                   SQLITE_STATIC));
 }
 
 bool statement::next() {
@@ -353,6 +353,10 @@ site store::load() {
 void store::set_gateway_field(const field &of, const field_value &value) {
     run("INSERT OR REPLACE INTO gateway(name, value) VALUES(?, ?)", std::string_view(of.name),
         value);
+}
+
+std::size_t store::device_count() {
+    return static_cast<std::size_t>(number("SELECT count(*) FROM device"));
 }
 
 void store::load_devices(const std::function<void(const site_device &device)> &take) {

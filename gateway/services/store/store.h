@@ -23,7 +23,10 @@ namespace gateway {
 /** Path of a database that is kept in memory. */
 constexpr std::string_view memory_database = ":memory:";
 
-/** One prepared statement. Places and columns count as SQLite counts them, from 1 and from 0. */
+/**
+ * One prepared statement. Places and columns count as SQLite counts them, from 1 and from 0. Texts
+ * are not copied: they stay where they are until the statement has run or its last row is read.
+ */
 class statement {
   public:
     statement(sqlite3 *database, const std::string &sql);
@@ -78,6 +81,8 @@ class store {
     void update_schema();
     /** Reads everything back but the devices; throws refused for an invalid value. */
     site load();
+    /** How many devices there are. */
+    std::size_t device_count();
     /** Reads the devices back, one after the other, since there may be very many. */
     void load_devices(const std::function<void(const site_device &device)> &take);
 

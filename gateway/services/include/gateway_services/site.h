@@ -30,8 +30,10 @@ struct site_device {
     /**
      * A field that was given, else null.
      *
-     * @param name  one of device_fields()
+     * @param of  one of device_fields()
      */
+    [[nodiscard]] const field_value *find(const field &of) const;
+    /** The same by the field's name. */
     [[nodiscard]] const field_value *find(std::string_view name) const;
     /** Its dev_id. */
     [[nodiscard]] const std::string &id() const;
