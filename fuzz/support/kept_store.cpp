@@ -38,7 +38,13 @@ std::map<std::string, std::vector<sqlite3_stmt *>> idle_statements; // by their 
 unsigned statements_in_use = 0;
 
 int run(const char *sql) {
-    return __real_sqlite3_exec(kept_database, sql, nullptr, nullptr, nullptr);
+    sqlite3_stmt *statement = nullptr;
+    const int result = __wrap_sqlite3_prepare_v2(kept_database, sql, -1, &statement, nullptr);
+    if (result != SQLITE_OK) {
+        return result;
+    }
+    sqlite3_step(statement);
+    return __wrap_sqlite3_finalize(statement);
 }
 
 void begin_life() {
@@ -53,7 +59,8 @@ int change(std::string_view sql) {
     if (begins) {
         return run("SAVEPOINT change");
     }
-    return run(sql == "COMMIT" ? "RELEASE change" : "ROLLBACK TO change; RELEASE change");
+    const int result = sql == "COMMIT" ? SQLITE_OK : run("ROLLBACK TO change");
+    return result == SQLITE_OK ? run("RELEASE change") : result;
 }
 
 } // namespace
@@ -82,7 +89,8 @@ int __wrap_sqlite3_close(sqlite3 *database) {
     }
     fuzz::require(!in_change && statements_in_use == 0,
                   "no transaction and no statement to be left open");
-    return run("ROLLBACK TO life; RELEASE life");
+    const int result = run("ROLLBACK TO life");
+    return result == SQLITE_OK ? run("RELEASE life") : result;
 }
 
 int __wrap_sqlite3_prepare_v2(sqlite3 *database, const char *sql, int bytes,

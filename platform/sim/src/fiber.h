@@ -58,9 +58,10 @@ class fiber {
     entry begin_ = nullptr;
     void *argument_ = nullptr;
     exception_state exceptions_; /**< of this context */
-    void *fake_stack_ = nullptr; /**< of the address sanitizer, as are the next two */
+    void *fake_stack_ = nullptr; /**< of the address sanitizer, as are the next three */
     const void *bottom_ = nullptr;
     size_t size_ = 0;
+    const char *end_frame_ = nullptr; /**< where it ended; null: not at all */
 };
 
 } // namespace sim

@@ -40,21 +40,31 @@ std::string presentable(std::string_view message) {
     return shown;
 }
 
-std::string formatted(const char *format, va_list arguments) {
-    char first_try[512];
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(first_try, sizeof first_try, format, arguments);
-    std::string message;
-    if (length < static_cast<int>(sizeof first_try)) {
-        message.assign(first_try, static_cast<size_t>(std::max(length, 0)));
-    } else {
-        message.resize(static_cast<size_t>(length));
-        std::vsnprintf(message.data(), message.size() + 1, format, again);
+/** A message with its values; only a long one takes memory, since there are many. */
+class formatted_message {
+  public:
+    formatted_message(const char *format, va_list arguments) {
+        va_list again;
+        va_copy(again, arguments);
+        const int length = std::vsnprintf(short_one_, sizeof short_one_, format, arguments);
+        if (length < static_cast<int>(sizeof short_one_)) {
+            text_ = {short_one_, static_cast<size_t>(std::max(length, 0))};
+        } else {
+            long_one_.resize(static_cast<size_t>(length));
+            std::vsnprintf(long_one_.data(), long_one_.size() + 1, format, again);
+            text_ = long_one_;
+        }
+        va_end(again);
     }
-    va_end(again);
-    return message;
-}
+    formatted_message(const formatted_message &) = delete;
+    formatted_message &operator=(const formatted_message &) = delete;
+    [[nodiscard]] std::string_view text() const { return text_; }
+
+  private:
+    char short_one_[512];
+    std::string long_one_;
+    std::string_view text_;
+};
 
 } // namespace
 
@@ -92,12 +102,12 @@ void PrintLog(int module, int level, const char *file, int line, const char *fun
     sim::core &core = sim::current_core();
     va_list arguments;
     va_start(arguments, format);
-    const std::string message = sim::formatted(format, arguments);
+    const sim::formatted_message message(format, arguments);
     va_end(arguments);
-    call.note(message);
+    call.note(message.text());
     if (core.chosen.keeps_log) {
         core.log.add({core.threads.now_ms(), core.threads.self().name, module, level, file, line,
-                      function, sim::presentable(message)});
+                      function, sim::presentable(message.text())});
     }
     call.end(0);
     errno = saved_errno;
