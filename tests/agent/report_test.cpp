@@ -158,6 +158,7 @@ TEST_F(report, that_can_not_be_encrypted_is_not_sent_and_does_not_mark_the_clien
         EXPECT_EQ(engr_lan_sub_dev_unbind_report("b"), 0);
         EXPECT_EQ(app.receive_text(), R"(228/0/0/{"cid":"b"})");
     }
+    EXPECT_EQ(world.log().count(0, "aes128_ecb_encode error"), 2U);
     EXPECT_TRUE(world.log().has(0, "aes128_ecb_encode error:-3"));
     EXPECT_TRUE(world.log().has(0, "Create Send Buf Fails"));
 }
