@@ -176,11 +176,17 @@ class Player:
             assert re.fullmatch(pattern, even(output)), \
                 f"line {block.line}: {command}\nexpected\n{expected}got\n{output}"
 
+    def end_running(self):
+        while self.running:
+            self.running.pop().end()
+
     def play(self, text):
         """Number of blocks of commands that were run."""
         played = 0
         try:
             for block in blocks(text):
+                if "stopped" in block.options:
+                    self.end_running()
                 if block.language == "console" and block.is_played():
                     self.play_console(block)
                 elif block.is_played():
@@ -190,8 +196,7 @@ class Player:
                     with open(os.path.join(self.directory, block.options[0]), "w", encoding="utf-8") as file:
                         file.write(self.edit(block.text))
                 played += block.is_played()
-            for each in reversed(self.running):
-                each.end()
+            self.end_running()
         finally:
             for each in self.running:
                 each.stop(signal.SIGKILL)
