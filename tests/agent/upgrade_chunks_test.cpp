@@ -64,12 +64,15 @@ TEST_F(upgrade_chunks, reach_the_service_byte_for_byte_and_are_asked_for_in_turn
     EXPECT_TRUE(world.log().has(4, "download firmware success"));
 }
 
-TEST_F(upgrade_chunks, have_half_a_megabyte_by_default) {
-    announce(*app, 600'000);
-    service.offered.file_size = 600'000;
+TEST_F(upgrade_chunks, have_half_a_megabyte_by_default_and_what_the_service_wants) {
+    announce(*app, 4'000'000);
+    service.offered.file_size = 4'000'000;
     start_transfer(0);
     EXPECT_EQ(app->receive_text(),
               R"(231/0/0/{"firmwareType":0,"cid":"gw0001","offset":0,"downloadSize":524288})");
+    start_transfer(3'000'000);
+    EXPECT_EQ(app->receive_text(),
+              R"(231/0/0/{"firmwareType":0,"cid":"gw0001","offset":0,"downloadSize":3000000})");
 }
 
 TEST_F(upgrade_chunks, of_a_shorter_version_leave_nothing_of_a_longer_one) {

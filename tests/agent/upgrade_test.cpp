@@ -435,6 +435,7 @@ TEST_F(upgrade, percentages_never_overflow_and_leave_the_rest_to_the_installatio
         {42008400, 50000000, 84},
         {42949671, 42949671, 98},
         {42949672, 42949672, 98},
+        {21474837, 42949672, 49},
         {0xFFFFFFFF, 0xFFFFFFFF, 98},
         {0, 1000, 0},
     };
