@@ -1,6 +1,5 @@
-// What threads and mutexes of the Linux port leave behind.
+// What threads of the Linux port leave behind.
 #include "platform/clock.h"
-#include "platform/mutex.h"
 #include "platform/thread.h"
 
 #include <unistd.h>
@@ -39,14 +38,3 @@ TEST(linux_thread, one_that_releases_itself_leaves_no_descriptor) {
     }
     EXPECT_EQ(lowest_free_descriptor(), before);
 }
-
-#ifndef __SANITIZE_THREAD__ // it takes the attempt for a fault
-TEST(linux_mutex, is_not_destroyed_while_it_is_held) {
-    kelo_mutex_t mutex = nullptr;
-    ASSERT_EQ(kelo_hal_mutex_create_init(&mutex), 0);
-    kelo_hal_mutex_lock(mutex);
-    EXPECT_LT(kelo_hal_mutex_release(mutex), 0);
-    kelo_hal_mutex_unlock(mutex);
-    EXPECT_EQ(kelo_hal_mutex_release(mutex), 0);
-}
-#endif
