@@ -42,6 +42,7 @@ bool is_too_much(std::string_view text) {
     return false;
 }
 
+// Tells a handler what the parser finds.
 class list_reader : public nlohmann::json_sax<json> {
   public:
     explicit list_reader(list_handler &handler) : handler_(handler) {}

@@ -84,7 +84,7 @@ def line_pattern(line):
 
 
 class Background:
-    """A program that runs until the end of the page."""
+    """A program that runs until the end of the page, or until a block wants it stopped."""
 
     def __init__(self, process, expected):
         self.process, self.expected = process, expected

@@ -8,8 +8,8 @@
 namespace engr_app {
 
 /**
- * Writes a list of objects, each with one member at least, the way many_lines writes it. A tree of
- * values for thousands of objects would take longer than to ask for them.
+ * Writes a list of objects, each with one member at least, the way many_lines writes it. To build a
+ * tree of values for thousands of objects first takes as long as to read what they are made of.
  */
 class json_list {
   public:

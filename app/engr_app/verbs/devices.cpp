@@ -32,22 +32,14 @@ struct found_devices {
     const names_file *names;           /**< null when it names no devices */
 };
 
-std::vector<std::string> ids_of(const std::vector<lan_client::device_with_state> &devices) {
+/** The ids of the first devices, of so many at most. */
+std::vector<std::string> ids_of(const std::vector<lan_client::device_with_state> &devices,
+                                std::size_t most) {
     std::vector<std::string> ids;
-    for (const auto &one : devices) {
-        ids.push_back(one.id);
-    }
-    return ids;
-}
-
-/** For completion, which asks no gateway. */
-void remember_devices(gateway_session &session,
-                      const std::vector<lan_client::device_with_state> &devices) {
-    std::vector<std::string> ids;
-    for (std::size_t at = 0; at < std::min(devices.size(), seen_words_max); ++at) {
+    for (std::size_t at = 0; at < std::min(devices.size(), most); ++at) {
         ids.push_back(devices[at].id);
     }
-    remember_words("CID", session.chosen().label(), ids);
+    return ids;
 }
 
 std::string json_of(const found_devices &found, const devices_arguments &given) {
@@ -109,9 +101,10 @@ int devices(gateway_session &session, const devices_arguments &given) {
                         .versions = {},
                         .names = names.names_devices() ? &names : nullptr};
     if (given.versions) {
-        found.versions = ask_versions(session, ids_of(found.all)).devices;
+        found.versions = ask_versions(session, ids_of(found.all, found.all.size())).devices;
     }
-    remember_devices(session, found.all);
+    // For completion, which asks no gateway.
+    remember_words("CID", session.chosen().label(), ids_of(found.all, seen_words_max));
     if (session.out().json()) {
         session.out().written_document(json_of(found, given));
     } else {

@@ -44,8 +44,8 @@ class verb_parser : public CLI::App {
         preparse_callback([this](std::size_t) { declare(); });
     }
 
-    /** Declares the verb's options unless that was done before. To declare those of all verbs takes
-     * longer than anything else in a short run, and a command line names one. */
+    /** Declares the verb's options unless that was done before. Those of all verbs would take a
+     * third of a short run, and a command line names one. */
     void declare() {
         if (const auto declare = std::exchange(declare_, nullptr)) {
             about.work = declare(*this);

@@ -39,7 +39,7 @@ class list_handler {
  * Reads an object with long lists without keeping it. What comes last may still be wrong, so look
  * at the result before using what the handler got.
  *
- * @return whether the text is an object, and one that parse_json would take
+ * @return whether the text is an object, with no more values and levels than parse_json takes
  */
 [[nodiscard]] bool read_lists(std::string_view text, list_handler &handler);
 
