@@ -15,6 +15,7 @@ option(ENGR_LINUX_PORT "Build the Linux port; it needs the ciphers" ${complete})
 option(ENGR_CIPHERS "Build crypto.h over nettle and libdeflate" ${ENGR_LINUX_PORT})
 option(ENGR_BUILD_PROGRAMS "Build gatewayd, gatewayctl and engr_app; else only what the agent's tests need of them"
        ${complete})
+option(ENGR_STATIC_APP "Link engr_app with static libraries only" OFF)
 option(ENGR_BUILD_CONSOLE "Build gatewayd with its console, a page for a browser; it needs Boost" ON)
 set(ENGR_PORT_DIR "" CACHE PATH "Directory of a port from outside, added to the build: its CMakeLists.txt")
 set(ENGR_FRAME_LIMIT 2098176 CACHE STRING "A request frame of so many bytes or more is refused; 1024 to 2098176")

@@ -16,7 +16,7 @@ namespace {
 // Of two lists of one name the last one counts.
 class product_reader : public list_handler {
   public:
-    void member(const std::string &name, bool is_list) override {
+    void member(std::string_view name, bool is_list) override {
         is_products_ = name == "products";
         if (is_products_) {
             has_list = is_list;
@@ -28,7 +28,7 @@ class product_reader : public list_handler {
             devices.emplace_back();
         }
     }
-    void entry_member(const std::string &name, const std::string &text) override {
+    void entry_member(std::string_view name, std::string_view text) override {
         if (is_products_ && name == "cid") {
             devices.back().id = text;
         } else if (is_products_ && name == "pid") {
@@ -45,15 +45,15 @@ class product_reader : public list_handler {
 
 class state_reader : public list_handler {
   public:
-    void member(const std::string &name, bool) override {
+    void member(std::string_view name, bool) override {
         read_ = name == "online" ? &states.online : name == "offline" ? &states.offline : nullptr;
         if (read_ != nullptr) {
             read_->clear();
         }
     }
-    void entry_text(const std::string &text) override {
+    void entry_text(std::string_view text) override {
         if (read_ != nullptr) {
-            read_->push_back(text);
+            read_->emplace_back(text);
         }
     }
 

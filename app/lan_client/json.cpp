@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include <nlohmann/json.hpp>
+#include <rapidjson/reader.h>
 
 namespace lan_client {
 namespace {
@@ -42,19 +43,19 @@ bool is_too_much(std::string_view text) {
     return false;
 }
 
-// Tells a handler what the parser finds.
-class list_reader : public nlohmann::json_sax<json> {
+// Tells a handler what the parser finds. Its functions have the names that the parser calls.
+class list_reader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, list_reader> {
   public:
     explicit list_reader(list_handler &handler) : handler_(handler) {}
 
-    bool null() override { return value("null"); }
-    bool boolean(bool is_true) override { return value(is_true ? "true" : "false"); }
-    bool number_integer(number_integer_t number) override { return value(std::to_string(number)); }
-    bool number_unsigned(number_unsigned_t number) override {
-        return value(std::to_string(number));
-    }
-    bool number_float(number_float_t, const string_t &text) override { return value(text); }
-    bool string(string_t &text) override {
+    bool Null() { return value("null"); }
+    bool Bool(bool is_true) { return value(is_true ? "true" : "false"); }
+    bool RawNumber(const char *text, std::size_t size, bool) { return value({text, size}); }
+    bool String(const char *start, std::size_t size, bool) {
+        const std::string_view text(start, size);
+        if (!is_utf8(text)) { // half of a surrogate pair, by an escape
+            return false;
+        }
         if (depth_ != in_list || !is_list_) {
             return value(text);
         }
@@ -62,27 +63,20 @@ class list_reader : public nlohmann::json_sax<json> {
         handler_.entry_text(text);
         return ++values_ <= max_json_values;
     }
-    bool binary(binary_t &) override { return false; } // JSON has none
-    bool key(string_t &name) override {
-        name_.swap(name);
-        if (depth_ == in_object) {
-            member_.swap(name_);
-        }
-        return true;
+    bool Key(const char *start, std::size_t size, bool) {
+        (depth_ == in_object ? member_ : name_) = {start, size};
+        return is_utf8({start, size});
     }
-    bool start_object(std::size_t) override { return open(false); }
-    bool start_array(std::size_t) override { return open(true); }
-    bool end_object() override { return close(); }
-    bool end_array() override { return close(); }
-    bool parse_error(std::size_t, const std::string &, const json::exception &) override {
-        return false;
-    }
+    bool StartObject() { return open(false); }
+    bool StartArray() { return open(true); }
+    bool EndObject(std::size_t) { return close(); }
+    bool EndArray(std::size_t) { return close(); }
 
   private:
     /** How many objects and lists are open. */
     enum : std::size_t { in_nothing, in_object, in_list, in_entry };
 
-    bool value(const std::string &text) {
+    bool value(std::string_view text) {
         if (depth_ == in_object) {
             handler_.member(member_, false);
         } else if (depth_ == in_list && is_list_) {
@@ -115,8 +109,8 @@ class list_reader : public nlohmann::json_sax<json> {
     std::size_t values_ = 0;
     bool is_list_ = false;         // the object's member
     bool is_entry_object_ = false; // the list's entry
-    std::string member_;           // of the object
-    std::string name_;             // of the last other member
+    std::string_view member_;      // of the object
+    std::string_view name_;        // of the last other member
 };
 
 } // namespace
@@ -126,9 +120,14 @@ json parse_json(std::string_view text) {
                              : json::parse(to_utf8(text), nullptr, false);
 }
 
+// Texts are taken apart where they are: none is copied before a handler keeps it.
 bool read_lists(std::string_view text, list_handler &handler) {
+    std::string valid = to_utf8(text);
+    rapidjson::InsituStringStream stream(valid.data());
     list_reader reader(handler);
-    return json::sax_parse(to_utf8(text), &reader);
+    constexpr unsigned how = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
+    const bool is_object = rapidjson::Reader().Parse<how>(stream, reader);
+    return is_object && stream.Tell() == valid.size(); // to the parser a NUL is the end
 }
 
 std::string member_text(const json &object, const char *name) {

@@ -100,9 +100,12 @@ TEST(answer_devices, are_read_with_their_states) {
     for (const char *none :
          {"[]", "{}", R"({"products":{}})", "products",
           R"({"products":{"products":[{"cid":"a"}]}})",
-          R"({"products":[{"cid":"a"}],"products":7})", R"({"products":[{"cid":"a"}]}})"}) {
+          R"({"products":[{"cid":"a"}],"products":7})", R"({"products":[{"cid":"a"}]}})",
+          R"({"products":[{"cid":"\udc00"}]})", R"({"products":[{"\udc00":"a"}]})"}) {
         EXPECT_FALSE(read_device_list(none)) << none;
     }
+    EXPECT_FALSE(read_device_list(std::string(R"({"products":[]})") + '\0' + "{"))
+        << "expected all of the text to be read";
     const auto odd = read_device_list(
         R"({"n":[1],"products":["x",[{"cid":"in"}],{"cid":7,"pid":{"products":[1]}}],)"
         R"("o":{"l":[2]}})");

@@ -18,8 +18,13 @@ TEST(seen_words, of_a_hostile_gateway_neither_fill_the_cache_nor_mean_anything_t
     remember_words("CID", "gw1",
                    {std::string(7'000'000, 'n'), "$(reboot)", "-rf", "", "lamp1", "a:b_c.d-e"});
     EXPECT_EQ(seen_words("CID"), (std::vector<std::string>{"a:b_c.d-e", "lamp1"}));
-    EXPECT_LT(std::filesystem::file_size(seen_words_path()), 1'000U)
+    EXPECT_LT(std::filesystem::file_size(seen_words_path("CID", "gw1")), 1'000U)
         << "expected a cache that costs later commands nothing";
+    for (std::size_t gateway = 0; gateway < 2 * word_sources_max; ++gateway) {
+        remember_words("CID", std::to_string(gateway), {"of" + std::to_string(gateway)});
+    }
+    remember_words("CID", "../../gw", {"elsewhere"});
+    EXPECT_EQ(seen_words("CID").size(), word_sources_max) << "expected those of the last gateways";
     std::filesystem::remove_all(directory);
 }
 

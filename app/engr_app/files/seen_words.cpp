@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <exception>
-#include <mutex>
+#include <filesystem>
 #include <set>
+#include <string_view>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -15,12 +17,13 @@ namespace engr_app {
 namespace {
 
 using nlohmann::json;
+namespace fs = std::filesystem;
 
-constexpr const char *typed = ""; // the source of what the user typed
+constexpr std::string_view typed = "-"; // the source of what the user typed; no gateway's name
 constexpr std::size_t word_bytes_max = 64;
 
 /** Ids come from the network, and the shell puts completions into a command line as they are. */
-bool is_harmless(const std::string &word) {
+bool is_harmless(std::string_view word) {
     return !word.empty() && word.size() <= word_bytes_max && word.front() != '-' &&
            std::ranges::all_of(word, [](char one) {
                return (one >= '0' && one <= '9') || (one >= 'a' && one <= 'z') ||
@@ -29,49 +32,70 @@ bool is_harmless(const std::string &word) {
            });
 }
 
-/** A file of the cache; discarded when there is none that can be read. */
-json read_cache(const std::string &path) {
-    if (path.empty()) {
-        return json(json::value_t::discarded);
-    }
+/** A file of the cache; empty when there is none that can be read. */
+std::string read_cache(const std::string &path) {
     try {
-        return json::parse(support::read_file(path), nullptr, false);
+        return path.empty() ? "" : support::read_file(path);
     } catch (const std::exception &) {
-        return json(json::value_t::discarded);
+        return "";
     }
 }
 
-json read_words() {
-    json all = read_cache(seen_words_path());
-    return all.is_object() ? all : json::object();
+/** The harmless lines of a text. */
+std::vector<std::string> words_in(std::string_view text) {
+    std::vector<std::string> words;
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        if (is_harmless(line)) {
+            words.emplace_back(line);
+        }
+        text.remove_prefix(std::min(text.size(), line.size() + 1));
+    }
+    return words;
 }
 
-/** Adds the harmless texts of a list. */
-void add_texts(const json &list, std::set<std::string> &words) {
-    for (const json &each : list.is_array() ? list : json::array()) {
-        if (each.is_string() && is_harmless(each.get<std::string>())) {
-            words.insert(each.get<std::string>());
+/** The files with words of a kind, one for each source. */
+std::vector<fs::path> files_of(const std::string &kind) {
+    const fs::path any = seen_words_path(kind, "");
+    std::vector<fs::path> files;
+    std::error_code none;
+    for (const fs::directory_entry &each : fs::directory_iterator(any.parent_path(), none)) {
+        if (each.path().filename().native().starts_with(any.filename().native())) {
+            files.push_back(each.path());
         }
     }
+    return files;
 }
 
-void store(const std::string &kind, const std::string &source, std::vector<std::string> words) {
-    static std::mutex one_at_a_time; // with several gateways each has a thread
-    const std::lock_guard guard(one_at_a_time);
-    std::erase_if(words, [](const std::string &word) { return !is_harmless(word); });
-    words.resize(std::min(words.size(), seen_words_max));
-    json all = read_words();
-    json &of_kind = all[kind];
-    if (!of_kind.is_object()) {
-        of_kind = json::object();
+void forget_oldest_sources(const std::string &kind) {
+    std::vector<std::pair<fs::file_time_type, fs::path>> by_age;
+    std::error_code gone; // by another run, perhaps
+    for (const fs::path &each : files_of(kind)) {
+        by_age.emplace_back(fs::last_write_time(each, gone), each);
     }
-    if (of_kind.contains(source) && of_kind[source] == json(words)) {
+    std::ranges::sort(by_age);
+    for (std::size_t at = 0; at + word_sources_max < by_age.size(); ++at) {
+        fs::remove(by_age[at].second, gone);
+    }
+}
+
+void store(const std::string &kind, std::string_view source,
+           const std::vector<std::string> &words) {
+    const std::string path = seen_words_path(kind, source);
+    std::string text;
+    std::size_t kept = 0;
+    for (const std::string &word : words) {
+        if (kept < seen_words_max && is_harmless(word)) {
+            text.append(word).push_back('\n');
+            ++kept;
+        }
+    }
+    if (text == read_cache(path)) {
         return;
     }
-    of_kind[source] = words;
     try {
-        write_user_file(seen_words_path(),
-                        all.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+        write_user_file(path, text);
+        forget_oldest_sources(kind);
     } catch (const failure &) {
         return; // the next time, perhaps
     }
@@ -81,28 +105,26 @@ void store(const std::string &kind, const std::string &source, std::vector<std::
 
 void remember_words(const std::string &kind, const std::string &source,
                     const std::vector<std::string> &words) {
-    store(kind, source, words);
+    if (is_harmless(source)) { // it becomes the name of a file
+        store(kind, source, words);
+    }
 }
 
 void remember_typed_words(const std::string &kind, const std::vector<std::string> &words) {
-    const json all = read_words();
     std::vector<std::string> together = words; // the newest come first, the oldest fall off
-    const json older = all.value(kind, json::object());
-    for (const json &each : older.is_object() ? older.value(typed, json::array()) : json::array()) {
-        const std::string word = each.is_string() ? each.get<std::string>() : "";
-        if (!word.empty() && std::ranges::find(together, word) == together.end()) {
+    for (const std::string &word : words_in(read_cache(seen_words_path(kind, typed)))) {
+        if (std::ranges::find(together, word) == together.end()) {
             together.push_back(word);
         }
     }
-    store(kind, typed, std::move(together));
+    store(kind, typed, together);
 }
 
 std::vector<std::string> seen_words(const std::string &kind) {
     std::set<std::string> words;
-    const json all = read_words();
-    if (const auto of_kind = all.find(kind); of_kind != all.end() && of_kind->is_object()) {
-        for (const json &of_source : *of_kind) {
-            add_texts(of_source, words);
+    for (const fs::path &each : files_of(kind)) {
+        for (std::string &word : words_in(read_cache(each))) {
+            words.insert(std::move(word));
         }
     }
     return {words.begin(), words.end()};
@@ -110,11 +132,13 @@ std::vector<std::string> seen_words(const std::string &kind) {
 
 std::vector<std::string> seen_gateways() {
     std::set<std::string> words;
-    const json all = read_cache(known_gateways_path());
+    const json all = json::parse(read_cache(known_gateways_path()), nullptr, false);
     for (const json &each : all.is_array() ? all : json::array()) {
         for (const char *member : {"id", "address"}) {
-            if (each.is_object() && each.contains(member)) {
-                add_texts(json::array({each[member]}), words);
+            const auto found = each.is_object() ? each.find(member) : each.end();
+            if (found != each.end() && found->is_string() &&
+                is_harmless(found->get_ref<const std::string &>())) {
+                words.insert(found->get<std::string>());
             }
         }
     }

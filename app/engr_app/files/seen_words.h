@@ -12,6 +12,9 @@ namespace engr_app {
 /** Most words of one source and kind that are remembered. */
 inline constexpr std::size_t seen_words_max = 1000;
 
+/** Most sources of one kind; those that had something new last are kept. */
+inline constexpr std::size_t word_sources_max = 50;
+
 /**
  * Remembers words in the place of those that the same source had.
  *

@@ -50,8 +50,8 @@ std::string known_gateways_path() {
     return user_path("XDG_CACHE_HOME", ".cache", "gateways.json");
 }
 
-std::string seen_words_path() {
-    return user_path("XDG_CACHE_HOME", ".cache", "words.json");
+std::string seen_words_path(std::string_view kind, std::string_view source) {
+    return user_path("XDG_CACHE_HOME", ".cache", fmt::format("words.{}.{}", kind, source));
 }
 
 std::string saved_log_path(const std::string &name) {

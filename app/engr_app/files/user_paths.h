@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace engr_app {
 
@@ -20,8 +21,11 @@ namespace engr_app {
 /** @return the gateways heard last, in ~/.cache; empty as above */
 [[nodiscard]] std::string known_gateways_path();
 
-/** @return ids for the completion of command lines, in ~/.cache; empty as above */
-[[nodiscard]] std::string seen_words_path();
+/**
+ * @return ids of one kind for the completion of command lines, one a line, in ~/.cache; empty as
+ * above. The file of no source is never there: its name is how those of all sources begin.
+ */
+[[nodiscard]] std::string seen_words_path(std::string_view kind, std::string_view source);
 
 /**
  * Writes such a file as a whole, for its owner only, and makes its directories.

@@ -19,20 +19,21 @@ namespace lan_client {
  */
 [[nodiscard]] nlohmann::json parse_json(std::string_view text);
 
-/** Gets what an object with lists has, in its order, while it is read. */
+/** Gets what an object with lists has, in its order, while it is read. Texts last until the
+ * function returns. */
 class list_handler {
   public:
     virtual ~list_handler() = default;
 
     /** A member of the object begins: a list, whose entries follow, or anything else. */
-    virtual void member(const std::string &name, bool is_list) = 0;
+    virtual void member(std::string_view name, bool is_list) = 0;
     /** An entry of the list begins. */
     virtual void entry() {}
     /** It is this string. */
-    virtual void entry_text(const std::string &) {}
+    virtual void entry_text(std::string_view) {}
     /** It is an object with this member; a number or other value in its JSON form. Members that are
      * lists or objects are passed over. */
-    virtual void entry_member(const std::string &, const std::string &) {}
+    virtual void entry_member(std::string_view, std::string_view) {}
 };
 
 /**
