@@ -70,6 +70,10 @@ if(ENGR_WARNINGS_AS_ERRORS)
     target_compile_options(engr_warnings INTERFACE -Werror)
 endif()
 
+# The release preset makes the smallest code, for boards. On a desk what handles thousands of devices is to be fast.
+add_library(engr_fast INTERFACE)
+target_compile_options(engr_fast INTERFACE $<$<CONFIG:MinSizeRel>:-O2>)
+
 if(ENGR_SANITIZE STREQUAL "address")
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=address,undefined)
