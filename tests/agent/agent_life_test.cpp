@@ -177,6 +177,7 @@ void visit_and(void (*act)()) {
 TEST(service_life_schedules, two_starts_at_once) {
     expect_every_schedule([](sim::world &world) {
         run_beside(world, {start_once, start_once});
+        EXPECT_LE(world.now_ms(), 3U) << "expected a look at a start of 2 ms every millisecond";
         EXPECT_EQ(releases, 1);
     });
 }

@@ -84,6 +84,7 @@ TEST_F(ap_config, passes_on_valid_credentials_and_drops_all_other_datagrams) {
         {"257 bytes", sized(257), nullptr, "Frame is Too Big To Recv"},
         {"bytes behind the frame", plain(good) + "more", "s/p/t", "Parse ssid:s"},
         {"head is not looked at", "\x12" + plain(good).substr(1), "s/p/t", "Parse ssid:s"},
+        {"1 byte", "x", nullptr, "Rev Data Too short 1 24"},
         {"23 bytes", std::string(23, 'x'), nullptr, "Rev Data Too short 23 24"},
         {"length beyond 256", too_big, nullptr, "Frame is Too Big To Recv"},
         {"length beyond 32 bits", huge, nullptr, "Frame is Too Big To Recv"},
@@ -143,6 +144,17 @@ TEST_F(ap_config, listens_until_accepted_and_again_after_a_stop) {
     EXPECT_EQ(finish.got.size(), 3U) << "expected one accepted configuration to be enough";
     EXPECT_FALSE(world.log().has("start thread fails"));
     EXPECT_FALSE(world.log().has("DeleteThrdHandle error"));
+    engr_lan_ap_nw_cfg_stop();
+    finish.act = [&] {
+        world.run_for(2);
+        EXPECT_EQ(engr_lan_ap_nw_cfg_start(take_credentials), -1)
+            << "expected no start inside of a stop by another thread";
+    };
+    start();
+    app.send(config_port, plain(good));
+    world.run_for(1);
+    engr_lan_ap_nw_cfg_stop();
+    EXPECT_EQ(finish.got.size(), 4U);
 }
 
 TEST_F(ap_config, tries_again_a_second_after_a_receive_error_or_an_empty_datagram) {
@@ -150,6 +162,7 @@ TEST_F(ap_config, tries_again_a_second_after_a_receive_error_or_an_empty_datagra
         world.fail("kelo_hal_net_recvfrom", sim::nth(1), {.result = received});
         start();
         EXPECT_TRUE(world.log().has(0, "udp_ap_v3 recvfrom error:"));
+        EXPECT_EQ(world.log().count(0, ""), 1U) << "expected nothing to be read then";
         world.log().clear();
         app.send(config_port, plain(good));
         world.run_for(999);
@@ -186,6 +199,7 @@ TEST_F(ap_config, a_start_that_fails_leaves_nothing_behind) {
     EXPECT_EQ(engr_lan_ap_nw_cfg_start(take_credentials), -1);
     EXPECT_EQ(world.calls("kelo_hal_net_close"), closes + 1)
         << "expected a socket with descriptor 0 to be closed, too";
+    EXPECT_EQ(world.log().count(0, "unw_socket_create udp errno"), 1U);
     start();
 }
 
@@ -257,7 +271,7 @@ TEST_F(ap_config, reports_a_failure_once_and_shuts_the_access_point_down) {
         ASSERT_TRUE(datagram) << "expected four copies";
         const auto frame = lan_client::decode_frame(datagram->bytes).decoded;
         EXPECT_EQ(frame.type, 20U);
-        EXPECT_EQ(frame.number, 0U);
+        EXPECT_EQ(frame.number + frame.ret, 0U);
         EXPECT_TRUE(frame.crc_matches);
         const auto text =
             lan_client::decrypt(lan_client::configuration_key(), frame.payload).value_or("?");

@@ -20,7 +20,7 @@ TEST_F(client_table, calls_for_an_unknown_socket_or_without_clients_are_logged_a
     } cases[] = {
         {"add none", [] { __lpc_add_socket(-1, 0); }, "add socket err 0 -1"},
         {"update none", [] { __up_socket_time(-1, 0); }, "up_socket_time err 0 -1"},
-        {"update an unknown one", [] { __up_socket_time(77, 0); }, nullptr},
+        {"update an unknown one", [] { __up_socket_time(0, 0); }, nullptr},
         {"fault without clients", [] { __lpc_set_socket_fault(77); }, "set socket fault err 0 77"},
         {"close without clients", [] { __lpc_close_socket(77); }, "close socket err 0 77"},
     };
@@ -38,15 +38,23 @@ TEST_F(client_table, calls_for_an_unknown_socket_or_without_clients_are_logged_a
     __lpc_close_socket(-1);
     EXPECT_TRUE(world.log().has(0, "set socket fault err 1 -1"));
     EXPECT_TRUE(world.log().has(0, "close socket err 1 -1"));
-    __lpc_set_socket_fault(77);
-    __lpc_close_socket(77);
+    __lpc_set_socket_fault(0);
+    __lpc_close_socket(0);
     EXPECT_EQ(world.log().count(0, ""), 2U) << "expected silence about an unknown socket";
     EXPECT_EQ(__get_lpc_sockets_fault(77), 1) << "expected an unknown socket to count as faulty";
     EXPECT_EQ(__get_lpc_valid_socket_num(), 1);
     EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/");
     EXPECT_EQ(world.log().count(0, ""), 2U);
-    __lpc_close_all_socket();
+    __lpc_set_socket_fault(record().sockets[0]);
     EXPECT_EQ(__get_lpc_valid_socket_num(), 0);
+    EXPECT_TRUE(world.log().has(5, "socket all falult:1"));
+    const uint64_t closes = world.calls("kelo_hal_net_close");
+    __lpc_close_all_socket();
+    EXPECT_EQ(world.calls("kelo_hal_net_close"), closes + 2) << "expected listener and client";
+    EXPECT_EQ(__get_lpc_valid_socket_num(), 0);
+    world.log().clear();
+    __check_socket_tm(0);
+    EXPECT_FALSE(world.log().has("no socket to close")) << "expected no look at an empty table";
 }
 
 TEST_F(client_table, is_empty_for_every_caller_once_the_agent_is_stopped) {
@@ -83,17 +91,34 @@ TEST_F(client_table, closing_a_client_moves_all_fields_of_the_later_ones_up) {
     const int32_t second = record().sockets[1];
     const int32_t third = record().sockets[2];
     const int32_t fourth = record().sockets[3];
-    __lpc_set_socket_fault(third);
-    __lpc_close_socket(second);
+    __lpc_set_socket_fault(fourth);
+    {
+        const lpc_send under_way(fourth);
+        __lpc_close_socket(second);
+        EXPECT_EQ(record().foreign_sends[1], 0U);
+        EXPECT_EQ(record().foreign_sends[2], 1U);
+    }
     ASSERT_EQ(record().socket_num, 3);
     EXPECT_EQ(record().sockets[1], third);
-    EXPECT_EQ(record().socket_fault[1], 1);
+    EXPECT_EQ(record().socket_fault[1], 0);
     EXPECT_EQ(record().socket_time[1], world.posix_s() - 2);
     EXPECT_EQ(record().sockets[2], fourth);
-    EXPECT_EQ(record().socket_fault[2], 0);
+    EXPECT_EQ(record().socket_fault[2], 1);
     EXPECT_EQ(record().socket_time[2], world.posix_s() - 3);
     EXPECT_TRUE(apps[1].peer.ended());
     EXPECT_EQ(__get_lpc_valid_socket_num(), 2);
+    __lpc_add_socket(0, 5); // in the slot that the fourth had
+    __up_socket_time(0, 7);
+    EXPECT_EQ(record().socket_time[3], 7U);
+    EXPECT_EQ(record().foreign_sends[3], 0U);
+    EXPECT_EQ(__get_lpc_sockets_fault(0), 0) << "expected nothing of an earlier client";
+    __lpc_set_socket_fault(0);
+    EXPECT_EQ(__get_lpc_sockets_fault(0), 1);
+    __lpc_close_socket(0);
+    ASSERT_EQ(record().socket_num, 3);
+    const uint64_t before = world.now_ms();
+    gateway.stop();
+    EXPECT_LT(world.now_ms() - before, 20U) << "expected no wait for a send that is over";
 }
 
 TEST(client_table_sweep, closes_faulty_clients_and_those_silent_for_120_s_to_30_days) {

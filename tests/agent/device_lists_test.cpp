@@ -172,7 +172,8 @@ TEST_F(device_lists_memory, answer_10000_devices_whole) {
     std::string devices;
     for (int i = 0; i < 10'000; ++i) {
         devices += (i == 0 ? "" : ",") + std::string(R"({"dev_id":"device-)") + std::to_string(i) +
-                   R"(","pid":"product-of-the-usual-length","state":1,"online":1})";
+                   R"(","pid":"product-of-the-usual-length","state":1,"online":)" +
+                   (i % 2 == 0 ? "1}" : "0}");
     }
     gateway.stop();
     ::gateway::close();

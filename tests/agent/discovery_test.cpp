@@ -45,9 +45,9 @@ TEST_F(discovery, follows_the_gateway_record_and_its_address) {
         const char *value;
         const char *expected;
     } cases[] = {
-        {"gw_id", "", R"("gwId":"alt1")"},         {"active_stat", "1", R"("active":0)"},
-        {"active_stat", "2", R"("active":2)"},     {"ability", "7", R"("ablilty":7)"},
-        {"product_key", "", R"("productKey":"")"},
+        {"gw_id", "g", R"("gwId":"g")"},       {"gw_id", "", R"("gwId":"alt1")"},
+        {"active_stat", "1", R"("active":0)"}, {"active_stat", "2", R"("active":2)"},
+        {"ability", "7", R"("ablilty":7)"},    {"product_key", "", R"("productKey":"")"},
     };
     ::gateway::set_gateway_field("alt_gw_id", "alt1");
     for (const auto &one : cases) {
@@ -191,6 +191,7 @@ TEST_F(airkiss, takes_the_step_that_fits_the_state_and_initialises_the_packet_on
         }
         EXPECT_EQ(calls, one.calls);
         EXPECT_TRUE(world.log().has(one.log)) << "expected: " << one.log;
+        EXPECT_EQ(world.log().has(0, "error:"), one.fault != nullptr);
         if (one.fault != nullptr) {
             ::gateway::set_service_fault(one.fault, std::nullopt);
         }

@@ -40,11 +40,13 @@ TEST_F(dispatcher, decrypts_unless_the_type_is_exempt_and_refuses_what_it_can_no
          "Cmd Parse Fails -5.Cannot handle"},
         {"without a brace", FRM_NOP, cipher("[1, 2]"), "251/7/1/parse data error",
          "find last } fails -1 [1, 2]"},
+        {"without a brace, too", FRM_NOP, cipher("[]"), "251/7/1/parse data error",
+         "Cmd Parse Fails -1.Cannot handle"},
         {"no operation", FRM_NOP, cipher("{}"), "nothing", "tmp_out length is 2"},
         {"a brace alone", FRM_NOP, cipher("}"), "nothing", "tmp_out length is 1"},
         {"no operation, empty", FRM_NOP, "", "nothing", "tmp_out length is 0"},
         {"cut behind the last brace", FRM_NOP, cipher("{\"a\":1}  \n\x01"), "nothing",
-         "lan parse decode buf:{\"a\":1}"},
+         "tmp_out length is 7"},
     };
     story_app app = gateway.connect();
     for (const auto &one : cases) {
@@ -106,6 +108,11 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
     const auto nested = [](size_t levels) {
         return R"({"a":)" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
     };
+    std::string beside_each_other = R"({"a":[{})";
+    for (int i = 0; i < 33; ++i) {
+        beside_each_other += ",{}";
+    }
+    beside_each_other += "]}";
     const std::string levels_32 = nested(32);
     const std::string levels_33 = nested(33);
     const struct {
@@ -121,6 +128,7 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
         {"nested too deep",
          R"({"a":[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[0]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]})", 0,
          "241/7/1/data format error"},
+        {"objects beside each other", beside_each_other.c_str(), 0, "241/7/0/"},
         {"32 levels", levels_32.c_str(), 0, "241/7/0/"},
         {"33 levels", levels_33.c_str(), 0, "241/7/1/data format error"},
         {"braces in a string", R"({"a":"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[\"[[["})", 0,
@@ -165,6 +173,16 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
     }
     EXPECT_EQ(engr_lan_protocol_register_cb(600, must_not_run), -2);
     EXPECT_TRUE(world.log().has(0, "register lan proto err, reach max: 20"));
+}
+
+TEST(json_request, releases_what_it_has_parsed) {
+    static int blocks = 0;
+    cJSON_Hooks hooks{[](size_t size) { return ++blocks, std::malloc(size); },
+                      [](void *block) { blocks -= block != nullptr ? 1 : 0, std::free(block); }};
+    cJSON_InitHooks(&hooks);
+    EXPECT_TRUE(json_request("[1]") && blocks == 2) << "expected a block for each value";
+    cJSON_InitHooks(nullptr);
+    EXPECT_EQ(blocks, 0);
 }
 
 TEST(json_request, reads_nothing_behind_the_end_of_its_text) {

@@ -51,6 +51,7 @@ TEST_F(platform_calls, set_up_the_listening_socket_and_each_client) {
               "kelo_hal_net_set_keepalive(4, 1, 30, 5, 1) = 0\n"
               "kelo_hal_net_set_reuse(4) = 0\n"
               "kelo_hal_net_set_block(4, 0) = 0\n");
+    EXPECT_FALSE(world.log().has(0, "")) << "expected no failure to be logged";
     app.send(1, FRM_KEEPALIVE);
     world.run_until_idle();
     app.peer.close();

@@ -101,11 +101,14 @@ TEST_F(report, is_dropped_without_a_leak_when_its_clients_left_or_packing_fails)
         EXPECT_EQ(queue("{}"), 0);
         world.run_until_idle();
         EXPECT_TRUE(world.log().has(0, "pack_data_with_cmd error:-6"));
+        EXPECT_EQ(app.receive_text(100), "nothing");
         ::gateway::set_service_fault("engr_pack_data_with_cmd", std::nullopt);
         EXPECT_EQ(queue("{}"), 0);
         lpc_close_all_socket();
     }
+    gateway.trace.clear();
     world.run_until_idle();
+    EXPECT_TRUE(gateway.trace.empty()) << "expected nothing to be packed for nobody";
     EXPECT_EQ(engr_lan_dp_sata_report(nullptr, 9), -940);
     world.run_until_listening(lan_port);
     story_app app = gateway.connect();
@@ -115,7 +118,8 @@ TEST_F(report, is_dropped_without_a_leak_when_its_clients_left_or_packing_fails)
     EXPECT_EQ(engr_lan_dp_sata_report(&smallest, sizeof smallest), 0);
     gateway.trace.clear();
     world.run_until_idle();
-    EXPECT_THAT(gateway.trace, testing::Contains(testing::HasSubstr("engr_pack_data_with_cmd")));
+    EXPECT_THAT(gateway.trace, testing::Contains(testing::HasSubstr(
+                                   R"({"mode": 0, "text": "", "flags": 0, "pack_arg": 0})")));
     world.fail("cmmod_post_msg", sim::nth(1), {.result = -44});
     EXPECT_EQ(queue("{}"), -44);
 }

@@ -35,6 +35,7 @@ TEST_F(server, splits_the_stream_into_frames_and_logs_what_it_drops) {
         {"two frames in one read", {list + list}, 2, nullptr},
         {"a frame behind noise", {"noise\x55\xAA" + list}, 1, nullptr},
         {"noise alone", {std::string(400, '\x55')}, 0, nullptr},
+        {"one byte", {"x"}, 0, "not enough data"},
         {"fewer bytes than the smallest frame", {list.substr(0, 23)}, 0, "not enough data"},
         {"a head cut by two reads", {cut_head, list.substr(12) + list}, 1, "not enough data"},
         {"a frame of 600 bytes", {frame(5, 241, std::string(576, 'x'))}, 1, nullptr},
@@ -52,6 +53,8 @@ TEST_F(server, splits_the_stream_into_frames_and_logs_what_it_drops) {
          nullptr},
         {"a wrong CRC", {with_byte(list, 16, 'x')}, 1, nullptr},
         {"a wrong tail, then a frame", {with_byte(list, 23, 'x') + list}, 1, "recv tail:0xaa78"},
+        {"a frame that begins with the CRC of that", {list.substr(0, 16) + list}, 0, "tail:0x5"},
+        {"a frame a byte later", {list.substr(0, 16) + "x" + list}, 1, "recv tail:0xaa000000"},
         {"a length of 7", {with_byte(list, 15, '\x07') + list}, 1, "lan data len is too short:7"},
         {"a length of 0", {with_byte(list, 15, '\x00') + list}, 1, "lan data len is too short:0"},
         {"a length of 4 GiB",
@@ -178,6 +181,7 @@ TEST_F(server, answers_keepalives_itself_with_frame_number_0) {
         EXPECT_EQ(app.receive_text(), "9/0/0/");
     }
     EXPECT_FALSE(world.log().has("Process Data"));
+    EXPECT_FALSE(world.log().has(0, "")) << "expected no failure to be logged";
 }
 
 TEST_F(server, refuses_the_eleventh_client_and_serves_the_ten) {
@@ -212,13 +216,18 @@ TEST_F(server, closes_a_client_after_120_s_of_silence_and_not_before) {
     world.run_for(1'000);
     EXPECT_EQ(world.log().count("time out close socket"), 1U);
     EXPECT_TRUE(silent.peer.ended());
-    EXPECT_FALSE(lively.peer.ended());
+    for (int s = 0; s < 140; s += 7) {
+        EXPECT_EQ(lively.ask(FRM_KEEPALIVE), "9/0/0/");
+        world.run_for(7'000);
+    }
+    EXPECT_FALSE(lively.peer.ended()) << "expected its time to be that of its own slot";
 }
 
 TEST_F(server, keeps_clients_when_the_clock_is_set_by_30_days_or_back) {
     story_app app = gateway.connect();
     world.jump_posix(30 * 24 * 3600);
     world.run_for(20'000);
+    EXPECT_FALSE(world.log().has("active socket num:0")) << "expected silence to end a cycle";
     EXPECT_FALSE(app.peer.ended()) << "expected 30 days of silence to be seen as a set clock";
     EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/");
     world.jump_posix(-3600);
@@ -232,8 +241,8 @@ TEST_F(server, keeps_clients_when_the_clock_is_set_by_30_days_or_back) {
 TEST_F(server, closes_a_client_that_left_broke_off_or_sent_urgent_data) {
     story_app closed = gateway.connect();
     story_app reset = gateway.connect();
-    story_app urgent = gateway.connect();
     story_app sound = gateway.connect();
+    story_app urgent = gateway.connect();
     closed.peer.close();
     reset.peer.reset();
     world.run_until_idle();
@@ -380,9 +389,11 @@ TEST_F(server, exact_read_refuses_a_buffer_that_is_absent_or_too_small) {
     EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, 3, 4), -1);
     EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, UINT32_MAX, 0x80000000), -1)
         << "expected no more than can be told in the result";
-    EXPECT_EQ(kelo_net_recv_nd_size(1 << 20, buffer, 4, 4), -2)
+    EXPECT_EQ(kelo_net_recv_nd_size(1 << 20, buffer, INT32_MAX, INT32_MAX), -2)
         << "expected an unknown socket to end it at once";
+    const uint64_t receives = world.calls("kelo_hal_net_recv");
     EXPECT_EQ(kelo_net_recv_nd_size(1, buffer, 4, 0), 0);
+    EXPECT_EQ(world.calls("kelo_hal_net_recv"), receives) << "expected nothing to be read";
 }
 
 TEST_F(server, serves_its_clients_while_no_connection_can_be_accepted) {
@@ -390,32 +401,43 @@ TEST_F(server, serves_its_clients_while_no_connection_can_be_accepted) {
     const sim::fault_id lasting = world.fail("kelo_hal_net_accept", sim::every());
     sim::peer waiting = world.connect(lan_port);
     world.run_for(1'000);
-    EXPECT_LE(world.log().count(0, "net_accept client socket failed"), 12U)
-        << "expected a pause after each attempt";
+    EXPECT_EQ(world.log().count(0, "net_accept client socket failed"), 11U)
+        << "expected a pause of 100 ms after each attempt";
     EXPECT_EQ(app.ask(FRM_KEEPALIVE), "9/0/0/");
     world.clear(lasting);
     EXPECT_EQ(story_app(std::move(waiting)).ask(FRM_KEEPALIVE), "9/0/0/")
         << "expected the connection to be taken later";
 }
 
-TEST(server_cycle, ends_with_a_failed_accept_and_the_next_one_reads) {
-    uint64_t seen = 0;
-    sim::expect_all_seeds(50, [&](sim::world &world) {
-        story_gateway gateway(world);
-        gateway.start();
-        story_app app = gateway.connect();
-        world.run_until_idle();
-        world.log().clear();
-        world.fail("kelo_hal_net_accept", sim::nth(1));
-        const sim::peer waiting = world.connect(lan_port);
-        app.send(1, FRM_KEEPALIVE);
-        EXPECT_EQ(app.receive_text(), "9/0/0/");
-        if (world.log().has(5, "active socket num:2")) {
-            ++seen;
-            EXPECT_TRUE(world.log().has(5, "active socket num:1"));
-        }
-    });
-    EXPECT_GT(seen, 0U) << "expected connection and frame to come together now and then";
+TEST(server_cycle, ends_with_what_can_not_be_accepted_or_read_and_the_next_one_reads) {
+    for (const std::string event : {"connection", "loss", "noise"}) {
+        SCOPED_TRACE(event);
+        uint64_t seen = 0;
+        sim::expect_all_seeds(50, [&](sim::world &world) {
+            story_gateway gateway(world);
+            gateway.start();
+            story_app first = gateway.connect();
+            story_app app = gateway.connect();
+            world.run_until_idle();
+            world.log().clear();
+            std::optional<sim::peer> waiting;
+            if (event == "connection") {
+                world.fail("kelo_hal_net_accept", sim::nth(1));
+                waiting.emplace(world.connect(lan_port));
+            } else if (event == "loss") {
+                first.peer.close();
+            } else {
+                first.peer.send("noise");
+            }
+            app.send(1, FRM_KEEPALIVE);
+            EXPECT_EQ(app.receive_text(), "9/0/0/");
+            if (world.log().has(5, "active socket num:2")) {
+                ++seen;
+                EXPECT_TRUE(world.log().has(5, "active socket num:1"));
+            }
+        });
+        EXPECT_GT(seen, 0U) << "expected event and frame to come together now and then";
+    }
 }
 
 } // namespace

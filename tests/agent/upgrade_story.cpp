@@ -99,7 +99,7 @@ std::string chunk(uint32_t offset, std::string_view bytes) {
 std::string announce(story_app &app, uint32_t size, const char *version) {
     return app.ask(FRM_CHK_SOFT_VER,
                    R"({"swVer":")" + std::string(version) + R"(","fileSize":)" +
-                       std::to_string(size) + R"(,"fileMd5":"0123456789abcdef0123456789abcdef"})",
+                       std::to_string(size) + R"(,"fileMd5":"0123456789abcdef0123456789abcdef+"})",
                    true);
 }
 

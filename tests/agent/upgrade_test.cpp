@@ -110,6 +110,13 @@ TEST_F(upgrade, of_a_sub_device_ends_with_its_new_version) {
     EXPECT_EQ(engr_lan_gw_subdevice_update("nobody", "1", 10, 0, 0), -901);
     EXPECT_TRUE(world.log().has(0, "get devctl fail. devID:nobody"));
     EXPECT_EQ(engr_lan_gw_subdevice_update(nullptr, "1", 10, 0, 0), -2);
+
+    world.run_until_idle();
+    app->peer.receive_available();
+    begin_upgrade(*app, 2);
+    EXPECT_EQ(engr_lan_gw_subdevice_update("nobody", "1", 10, 0, 0), -901);
+    EXPECT_EQ(state(), "1/3/still") << "expected an unknown device to end nothing but the time-out";
+    upgrade_end_by_version();
 }
 
 TEST_F(upgrade, announcements_are_checked_and_stored) {
@@ -135,9 +142,9 @@ TEST_F(upgrade, announcements_are_checked_and_stored) {
          R"({"firmwareType":"0","fileSize":1,"fileMd5":"m","cid":"lamp","swVer":"1"})",
          "229/7/1/data format error"},
         {FRM_DEV_UPGRADE_INFO,
-         R"({"firmwareType":-3,"fileSize":1,"fileMd5":7,"cid":"nobody","swVer":[]})",
+         R"({"firmwareType":-3,"fileSize":1,"fileMd5":7,"cid":"no ~body","swVer":[]})",
          R"(229/7/0/{"firmwareType":-3, "updateStatus":0, "updateCid":"", )"
-         R"("cids":["nobody"], "softVer":""})"},
+         R"("cids":["no ~body"], "softVer":""})"},
         {FRM_DEV_UPGRADE_INFO,
          R"({"firmwareType":0,"fileSize":1,"fileMd5":"m","cid":"a\"","swVer":"1"})",
          R"(229/7/0/{"firmwareType":0, "updateStatus":0, "updateCid":"", )"
@@ -181,7 +188,7 @@ TEST_F(upgrade, a_start_that_fails_is_refused_and_rolled_back) {
          "Json Parse Fails"},
         {R"({"cid":"lamp","firmwareType":0})", true, "230/7/0/ 230/7/1/gw_lan_ug_cb error",
          "gw_lan_ug_cb ret:-6"},
-        {R"({"cid":"lamp","firmwareType":10})", true, "230/7/0/ 230/7/1/dev_lan_ug_cb error",
+        {R"({"cid":"l","firmwareType":10})", true, "230/7/0/ 230/7/1/dev_lan_ug_cb error",
          "dev_lan_ug_cb ret:-6"},
         {R"({"cid":"lamp","firmwareType":0})", false,
          "230/7/0/ 230/7/1/gw_lan_ug_cb func not exist", "gw_lan_ug_cb func not exist"},
@@ -287,18 +294,32 @@ TEST_F(upgrade, an_offset_of_2_gib_or_more_is_asked_for_as_a_negative_number) {
     upgrade_end_by_version();
 }
 
-TEST_F(upgrade, a_chunk_never_ends_behind_4_gib) {
+TEST_F(upgrade, a_chunk_may_end_an_image_of_4_gib_and_never_ends_behind_that) {
     service.starts_transfer = false;
-    begin_upgrade(*app, 10);
-    app->receive_text();
-    service.offered.file_size = UINT32_MAX;
-    EXPECT_EQ(service.start_transfer(), 0);
-    app->receive_text();
-    service.take_calls();
-    app->send(7, FRM_DOWNLOAD_FIRMWARE, chunk(UINT32_MAX - 1, "abcd"));
-    EXPECT_EQ(app->receive_text(100), "nothing");
-    EXPECT_TRUE(world.log().has(0, "download length is too long:2"));
-    EXPECT_EQ(service.take_calls(), "outcome 1");
+    const struct {
+        std::string payload;
+        const char *calls;
+        int level;
+        const char *log;
+    } cases[] = {
+        {chunk(UINT32_MAX - 1, "abcd"), "outcome 1", 0, "download length is too long:2"},
+        {chunk(UINT32_MAX, ""), "chunk 4294967295+0; outcome 0", 4,
+         "file size:10,offset1:-1,offset2:-1,len:4"},
+    };
+    for (const auto &one : cases) {
+        begin_upgrade(*app, 10);
+        app->receive_text();
+        service.offered.file_size = UINT32_MAX;
+        EXPECT_EQ(service.start_transfer(), 0);
+        app->receive_text();
+        service.take_calls();
+        app->send(7, FRM_DOWNLOAD_FIRMWARE, one.payload);
+        world.run_for(100);
+        app->peer.receive_available();
+        EXPECT_TRUE(world.log().has(one.level, one.log)) << "expected: " << one.log;
+        EXPECT_EQ(service.take_calls(), one.calls);
+    }
+    EXPECT_TRUE(world.log().has(4, "data[0]:255,data[1]:255,data[2]:255,data[3]:255"));
 }
 
 TEST_F(upgrade, that_ends_while_the_service_takes_the_last_chunk_has_no_second_end) {
@@ -339,9 +360,15 @@ TEST_F(upgrade, calls_of_the_service_are_refused_without_what_they_need) {
     EXPECT_EQ(app->receive_text(),
               R"(231/0/0/{"firmwareType":0,"cid":"gw0001","offset":0,"downloadSize":8})")
         << "expected the gateway to be meant where no device is named";
+    EXPECT_EQ(lan_gw_start_upgrade("d", &firmware, take, nullptr, told, 0, 0), 0);
+    EXPECT_NE(app->receive_text().find(R"("cid":"d")"), std::string::npos);
     EXPECT_EQ(engr_rpt_upload_upgrade_percent(5, nullptr, 0), 0);
     EXPECT_EQ(app->receive_text(), R"(232/0/0/{"firmwareType":0, "cid":"", "progress":5})");
-    upgrade_end_by_version();
+    const std::string longer(200, 'l');
+    EXPECT_EQ(engr_rpt_upload_upgrade_percent(5, longer.c_str(), 0), 0);
+    EXPECT_EQ(app->receive_text().size(), 8U + 127U) << R"(expected a cut text behind "232/0/0/")";
+    EXPECT_EQ(engr_lan_gw_subdevice_update("lamp", longer.c_str(), 10, 0, 0), 0);
+    EXPECT_EQ(app->receive_text().size(), 8U + 127U) << R"(expected a cut text behind "233/0/0/")";
 }
 
 TEST_F(upgrade, a_request_that_can_not_be_sent_ends_it) {
@@ -368,9 +395,10 @@ TEST_F(upgrade, an_app_that_falls_silent_or_is_lost_is_noticed) {
     begin_upgrade(*app, 10);
     service.take_calls();
     app->ask(FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
-    world.run_for(chunk_watchdog_ms - 100);
-    EXPECT_EQ(update_stat, 1);
-    world.run_for(200);
+    const uint64_t before = world.now_ms();
+    EXPECT_TRUE(world.run_until([] { return update_stat == 0; }));
+    EXPECT_EQ(world.now_ms() - before, 40'000U);
+    world.run_for(1);
     EXPECT_TRUE(world.log().has(1, "upgrade timeout!"));
     EXPECT_EQ(state(), "0/2/still");
     EXPECT_EQ(service.take_calls(), "chunk 0+4; outcome 1");
@@ -400,10 +428,13 @@ TEST_F(upgrade, a_service_that_hangs_does_not_block_the_next_one) {
         has_ended = true;
     };
     app->ask(FRM_DOWNLOAD_FIRMWARE, chunk(0, "abcd"));
+    const uint64_t before = world.now_ms();
     world.run_for(100);
     const uint64_t workers = world.calls("CreateAndStart");
     app->peer.close();
-    world.run_for(outcome_watchdog_ms + 1'000);
+    EXPECT_TRUE(world.run_until([] { return update_stat == 0; }, 200'000));
+    EXPECT_EQ(world.now_ms() - before, 120'000U);
+    world.run_for(1'000);
     EXPECT_EQ(world.calls("CreateAndStart"), workers) << "expected no outcome of a decided upgrade";
     app.emplace(gateway.connect());
     EXPECT_FALSE(has_ended);
