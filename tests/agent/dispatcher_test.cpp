@@ -80,8 +80,10 @@ TEST_F(dispatcher, uses_the_gateways_own_key_exactly_while_it_is_activated) {
 
 cJSON *taken = nullptr;
 int handler_result = 0;
+size_t blocks_in_handler = 0;
 
 int record_request(cJSON *root) {
+    blocks_in_handler = sim::world::current().in_use().memory_blocks;
     if (handler_result == 0) {
         taken = root;
     }
@@ -146,6 +148,7 @@ TEST_F(dispatcher, gives_a_registered_handler_its_frames_before_any_built_in_han
         cJSON_Delete(taken);
         taken = nullptr;
     }
+    EXPECT_EQ(blocks_in_handler, world.in_use().memory_blocks) << "expected no text beside it";
     EXPECT_TRUE(world.log().has(0, "Json Cmd handler err op_ret = 5"));
     EXPECT_TRUE(world.log().has(0, "Not Json Cmd Parse Fails"));
 

@@ -91,6 +91,7 @@ TEST_F(report, reaches_the_clients_before_and_after_a_faulty_one) {
     EXPECT_EQ(world.log().count(0, "__mlp_gw_tcp_send op_ret:-909"), 1U);
     EXPECT_EQ(world.log().count(0, "__mlp_gw_tcp_send op_ret:-925"), 1U);
     EXPECT_EQ(second.receive_text(100), "nothing");
+    EXPECT_EQ(world.log().count(4, "send length:"), 3U) << "expected none for plain bytes";
 }
 
 TEST_F(report, is_dropped_without_a_leak_when_its_clients_left_or_packing_fails) {
