@@ -64,6 +64,7 @@ TEST_F(platform_calls, set_up_the_listening_socket_and_each_client) {
     world.run_for(10'000);
     EXPECT_EQ(since_last_look("lpc_task", "kelo_hal_net_"), "kelo_hal_net_select(5, 10000) = 0\n")
         << "expected the highest descriptor never to go down";
+    EXPECT_FALSE(world.log().has("active socket num:0"));
 }
 
 TEST_F(platform_calls, set_up_the_broadcast_once) {
