@@ -30,6 +30,7 @@ TEST_F(client_table, calls_for_an_unknown_socket_or_without_clients_are_logged_a
         one.call();
         EXPECT_EQ(world.log().count(0, ""), one.log != nullptr ? 1U : 0U);
         EXPECT_TRUE(one.log == nullptr || world.log().has(0, one.log)) << "expected: " << one.log;
+        EXPECT_EQ(world.log().lines().size(), 1U) << "expected nothing to follow a refusal";
         EXPECT_EQ(record().socket_num, 0);
     }
     story_app app = gateway.connect();
