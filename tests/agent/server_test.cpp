@@ -258,6 +258,9 @@ TEST_F(server, closes_a_client_that_left_broke_off_or_sent_urgent_data) {
     EXPECT_EQ(world.log().count(5, "time out close socket"), 3U);
     EXPECT_TRUE(urgent.peer.ended());
     EXPECT_EQ(sound.ask(FRM_DEV_LIST), "241/7/0/" + dev_list_answer);
+    sound.peer.send_urgent();
+    world.run_for(11'000);
+    EXPECT_TRUE(sound.peer.ended()) << "expected the first client to be looked at, too";
 }
 
 TEST_F(server, a_client_that_does_not_read_costs_the_others_one_bounded_wait) {
