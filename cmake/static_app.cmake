@@ -1,5 +1,5 @@
 # With ENGR_STATIC_APP engr_app is one file that needs nothing of the system that it runs on: it starts in half the
-# time and can be copied to any Linux of its machine. Everything else keeps the shared libraries.
+# time and can be copied to any Linux of the same processor. Everything else keeps the shared libraries.
 include_guard(GLOBAL)
 
 # engr_link_static(TARGET): links a program with the static libraries of all that engr_static_or_shared() has declared.

@@ -58,10 +58,11 @@ std::vector<std::string> words_in(std::string_view text) {
 std::vector<fs::path> files_of(const std::string &kind) {
     const fs::path any = seen_words_path(kind, "");
     std::vector<fs::path> files;
-    std::error_code none;
-    for (const fs::directory_entry &each : fs::directory_iterator(any.parent_path(), none)) {
-        if (each.path().filename().native().starts_with(any.filename().native())) {
-            files.push_back(each.path());
+    std::error_code unreadable; // ends the list
+    for (fs::directory_iterator each(any.parent_path(), unreadable);
+         each != fs::directory_iterator(); each.increment(unreadable)) {
+        if (each->path().filename().native().starts_with(any.filename().native())) {
+            files.push_back(each->path());
         }
     }
     return files;
