@@ -10,8 +10,8 @@
 namespace lan_client {
 namespace {
 
-// How a gateway answers a request that it can't decrypt.
-constexpr std::string_view undecryptable_reply = "parse data error";
+// How a gateway answers a request that it can't decrypt, or that comes out of it as no JSON.
+constexpr std::string_view refusals_of_other_keys[] = {"parse data error", "data format error"};
 
 } // namespace
 
@@ -153,7 +153,8 @@ void client::conversation::take_answer(exchange_list::iterator found, const fram
         return take_segment(found, got, payload.text);
     }
     const bool refused_for_its_key = payload.key_changed && got.ret != 0 &&
-                                     payload.text == undecryptable_reply &&
+                                     std::ranges::find(refusals_of_other_keys, payload.text) !=
+                                         std::end(refusals_of_other_keys) &&
                                      found->wanted.coding == payload_coding::encrypted;
     if (refused_for_its_key && !found->repeated) {
         found->repeated = true;

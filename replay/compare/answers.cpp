@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <tuple>
 
 namespace replay {
 namespace {
@@ -152,6 +153,30 @@ void mark_edges(std::vector<answer> &answers, const recording &of) {
     }
 }
 
+/** Under what the requests are that have no reply yet. */
+class open_requests {
+  public:
+    void note(const session::event &of) {
+        const auto *frame = std::get_if<session::frame>(&of.what);
+        if (frame != nullptr && frame->from == side::app) {
+            coded_[{frame->client, frame->content.type, frame->content.number}] =
+                frame->content.coded;
+        }
+    }
+    /** Whether it replies to one under another key: the gateway's own is that of the reply. */
+    bool has_other_key(const answer &reply) {
+        using session::coding;
+        const auto request =
+            coded_.extract({reply.client, reply.content.type, reply.content.number});
+        return reply.kind == answer_kind::frame && !request.empty() &&
+               request.mapped() != coding::plain && request.mapped() != reply.content.coded &&
+               reply.content.coded != coding::plain;
+    }
+
+  private:
+    std::map<std::tuple<uint32_t, uint32_t, uint32_t>, session::coding> coded_;
+};
+
 bool is_announcement(const answer &of) {
     return of.kind == answer_kind::datagram && of.content.type == frame_type::udp_discovery;
 }
@@ -189,8 +214,8 @@ bool say_the_same(const answer &one, const answer &other) {
     return one.kind == other.kind && one.client == other.client && one.port == other.port &&
            one.text == other.text && left.number == right.number && left.type == right.type &&
            left.ret == right.ret && has_segment(left.segment, right.segment) &&
-           left.coded == right.coded && left.payload == right.payload &&
-           left.crc_matches == right.crc_matches;
+           left.coded == right.coded && left.crc_matches == right.crc_matches &&
+           (left.payload == right.payload || (one.is_to_other_key && other.is_to_other_key));
 }
 
 std::optional<answer> answer_in(const session::event &of) {
@@ -200,9 +225,12 @@ std::optional<answer> answer_in(const session::event &of) {
 
 std::vector<answer> answers_of(const recording &from) {
     std::vector<answer> answers;
+    open_requests requests;
     for (std::size_t at = 0; at < from.events.size(); ++at) {
+        requests.note(from.events[at]);
         if (std::optional<answer> one = answer_in(from.events[at])) {
             one->event = at;
+            one->is_to_other_key = requests.has_other_key(*one);
             answers.push_back(std::move(*one));
         }
     }

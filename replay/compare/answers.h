@@ -46,13 +46,17 @@ struct answer {
                                         whose own report may come before or after it */
     bool is_brief = false;           /**< an announcement of what was not announced for longer than
                                         passing_us; see there */
-    std::size_t event = 0;           /**< place among the events of its session */
+    bool is_to_other_key = false; /**< the reply to a request under another key than the gateway's,
+                                     which may come out of its decryption as if it were sound */
+    std::size_t event = 0;        /**< place among the events of its session */
 };
 
 /** Whether it is a frame that does not belong to a request of its app. */
 [[nodiscard]] bool is_report(const answer &of);
 
-/** Whether two answers say the same, whenever that is. */
+/** Whether two answers say the same, whenever that is. For what reason the gateway refuses a
+ * request under another key is chance: one in 256 looks sound until it is read as JSON, and a play
+ * has another key than the recorded gateway had. */
 [[nodiscard]] bool say_the_same(const answer &one, const answer &other);
 
 /** The answer that an event is; none when it is none, or one that is not compared. */

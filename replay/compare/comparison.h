@@ -7,7 +7,8 @@
 // server looks once in a cycle. A datagram is repeated as long as it is true: texts are compared,
 // not how often each was sent, and an announcement that was true for a moment may be there or not;
 // see passing_us. Of the operator's verbs those that only show the gateway's state are
-// left out. A report at the edge of an app's connection may be there or not; see edge_us.
+// left out. A report at the edge of an app's connection may be there or not; see edge_us. Why a
+// request under another key than the gateway's is refused is chance; see say_the_same.
 #pragma once
 
 #include "compare/answers.h"

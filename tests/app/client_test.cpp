@@ -158,6 +158,7 @@ TEST_F(client_test, repeats_only_a_request_that_was_refused_for_its_key_and_only
     } cases[] = {
         {"refused for its key, now for the other one", payload_coding::encrypted, 1,
          "parse data error", 2},
+        {"decrypted to garbage by its key", payload_coding::encrypted, 1, "data format error", 2},
         {"refused for something else", payload_coding::encrypted, 1, "no", 1},
         {"answered", payload_coding::encrypted, 0, "parse data error", 1},
         {"sent in the clear", payload_coding::plain, 1, "parse data error", 1},

@@ -18,12 +18,13 @@ session::happening frame_of(uint32_t client, std::istringstream &words) {
     std::string arrow;
     session::frame made{.client = client, .from = {}, .began_us = {}, .content = {}};
     words >> arrow >> made.content.number >> made.content.type;
-    made.from = arrow == ">" ? side::app : side::gateway;
+    made.from = arrow.front() == '>' ? side::app : side::gateway;
     if (uint32_t ret = 0; made.from == side::gateway && words >> ret) {
         made.content.ret = ret;
     }
     made.content.payload = rest_of(words);
-    made.content.coded = session::usual_coding(made.from, made.content);
+    made.content.coded = arrow.ends_with('*') ? session::coding::built_in
+                                              : session::usual_coding(made.from, made.content);
     return made;
 }
 

@@ -14,7 +14,7 @@
  *     connected 1 | closed 1 app | operator ANSWER WORD... | broadcast TEXT
  *     1 > 7 252 {"channel":11} | 1 < 7 252 0 TEXT
  *
- * with number, type and, from the gateway, ret before the text. */
+ * with number, type and, from the gateway, ret before the text; `<*` is under the built-in key. */
 replay::recording session_of(std::initializer_list<std::string_view> lines);
 
 /** Each as "KIND AT_MS SUBJECT". */
