@@ -51,7 +51,6 @@ void image_sender::answer_next() {
     fault_ = pieces_.next(requests_.front(), wanted);
     requests_.pop_front();
     if (fault_.empty()) {
-        last_progress_ = std::chrono::steady_clock::now();
         complete_ = wanted.bytes == 0;
         taken_bytes_ = wanted.offset;
         if (!complete_) {

@@ -1,4 +1,5 @@
 // Upgrades from the start to the outcome, to the millisecond, with gateways of all kinds.
+#include "support/gateway_frame.h"
 #include "upgrade_scene.h"
 
 #include <chrono>
@@ -370,8 +371,11 @@ TEST(upgrade_in_time, may_be_told_again_that_it_has_begun) {
     upgrade_scene accepted;
     accepted.wants = {wanted_piece(0, 60)};
     refuses(accepted, 0);
+    accepted.at(200ms, [&accepted] {
+        accepted.gateway.send(fuzz::gateway_frame(0, frame_type::dev_upgrade, {1}, "unreadable"));
+    });
     EXPECT_EQ(accepted.tell(500ms), "0 start\n0 transferring\n0 piece of 60\n");
-    EXPECT_EQ(accepted.others, "230 ");
+    EXPECT_EQ(accepted.others, "230 230 ");
 }
 
 TEST(upgrade_in_time, takes_no_refusal_once_the_gateway_has_the_image) {

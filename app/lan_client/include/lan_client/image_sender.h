@@ -45,7 +45,7 @@ class image_sender {
     /** @return bytes from the beginning of the image that the gateway has */
     [[nodiscard]] uint64_t taken_bytes() const { return taken_bytes_; }
 
-    /** @return when it was last asked for a piece, or the system last accepted a part of one */
+    /** @return when the system last accepted a part of a piece */
     [[nodiscard]] std::chrono::steady_clock::time_point last_progress() const {
         return last_progress_;
     }
