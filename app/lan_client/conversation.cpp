@@ -6,6 +6,7 @@
 #include "send_window.h"
 
 #include <algorithm>
+#include <random>
 #include <utility>
 
 namespace lan_client {
@@ -77,7 +78,8 @@ void client::conversation::closed(error why) {
     const bool returns = options_.reconnect && ever_confirmed_;
     if (returns) {
         stage_ = stage::pausing;
-        change.pause = options_.pause.next(std::uniform_real_distribution<>(0, 1)(chance_));
+        std::random_device chance; // made here, since most connections are never lost
+        change.pause = options_.pause.next(std::uniform_real_distribution<>(0, 1)(chance));
         reconnect_timer_.start(change.pause, [this] { connect(); });
     } else {
         stage_ = stage::idle;

@@ -9,7 +9,6 @@
 #include <deque>
 #include <memory>
 #include <optional>
-#include <random>
 #include <string>
 
 namespace lan_client {
@@ -92,7 +91,6 @@ class client::conversation : public std::enable_shared_from_this<conversation> {
     timer keep_alive_timer_;
     timer reconnect_timer_;
     timer resume_timer_;
-    std::minstd_rand chance_{std::random_device{}()};
 
     stage stage_ = stage::idle;
     bool abandoned_ = false;
