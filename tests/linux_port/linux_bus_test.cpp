@@ -82,7 +82,10 @@ class linux_bus : public testing::Test {
 TEST_F(linux_bus, releases_messages_that_wait_when_it_is_shut_down) {
     EXPECT_EQ(cmmod_post_msg(busy.id, "second", 6), 0);
     EXPECT_EQ(cmmod_post_msg(busy.id, nullptr, 0), 0);
-    EXPECT_EQ(blocks, 3);
+    uint16_t other = CMMOD_NO_MESSAGE_ID;
+    ASSERT_EQ(cmmod_reg_msgcb([](cmmod_msg_t *) {}, &other), 0);
+    EXPECT_EQ(cmmod_post_msg(other, "third", 5), 0);
+    EXPECT_EQ(blocks, 4);
 }
 
 TEST_F(linux_bus, releases_messages_that_wait_when_their_receiver_goes) {

@@ -216,7 +216,12 @@ TEST(log_limit, more_places_than_it_has_room_for_are_not_limited) {
     for (int line = 0; line < 1000; ++line) {
         EXPECT_TRUE(limit.admits("file.cpp", line, "f", 0, now));
     }
-    EXPECT_TRUE(limit.admits("file.cpp", 1000, "f", 0, now + linux_port::log_limit::period));
+    const auto later = now + linux_port::log_limit::period;
+    for (uint32_t lines = 0; lines < linux_port::log_limit::lines_max; ++lines) {
+        EXPECT_TRUE(limit.admits("file.cpp", 1000, "f", 0, later));
+    }
+    EXPECT_FALSE(limit.admits("file.cpp", 1000, "f", 0, later))
+        << "expected the room of a place whose second is over to be taken again";
 }
 
 namespace {

@@ -170,9 +170,12 @@ TEST_F(linux_socket, observers_know_the_ports_of_both_sides) {
                 ", peer " + std::to_string(notice.peer_port) + "\n";
     });
     std::vector<linux_port::server_notice> failures;
+    int closed_with_error = -1;
     linux_port::set_server_observer([&](const linux_port::server_notice &notice) {
         if (notice.event == linux_port::server_event::failed) {
             failures.push_back(notice);
+        } else if (notice.event == linux_port::server_event::closed) {
+            closed_with_error = notice.error;
         }
     });
     const int32_t receiver = make(KELO_SOCKET_UDP);
@@ -203,6 +206,8 @@ TEST_F(linux_socket, observers_know_the_ports_of_both_sides) {
     ASSERT_EQ(failures.size(), 1U);
     EXPECT_EQ(failures[0].port, port_of(server));
     EXPECT_EQ(failures[0].error, EADDRINUSE);
+    kelo_hal_net_close(server);
+    EXPECT_EQ(closed_with_error, 0);
     linux_port::set_traffic_observer({});
     linux_port::set_server_observer({});
 }

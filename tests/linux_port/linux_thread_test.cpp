@@ -6,9 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 
 namespace {
+
+thread_local char large[1 << 20];
 
 int lowest_free_descriptor() {
     const int found = dup(STDERR_FILENO);
@@ -37,4 +41,12 @@ TEST(linux_thread, one_that_releases_itself_leaves_no_descriptor) {
         kelo_hal_system_sleep(1);
     }
     EXPECT_EQ(lowest_free_descriptor(), before);
+}
+
+TEST(linux_thread, has_its_stack_beside_large_thread_local_variables) {
+    thrd_handle_t started = nullptr;
+    const thrd_param_t param{0x800, 0, "small"};
+    const auto touch = [](void *) { std::fill(std::begin(large), std::end(large), 'x'); };
+    ASSERT_EQ(CreateAndStart(&started, nullptr, nullptr, touch, nullptr, &param), 0);
+    EXPECT_EQ(DeleteThrdHandle(started), 0);
 }
