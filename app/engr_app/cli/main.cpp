@@ -68,14 +68,15 @@ int run_command_line(std::span<char *const> arguments) {
                    "network.");
     whole.name("engr_app");
     set_help_layout(whole, support::help_columns());
-    whole.set_version_flag("--version", "engr_app " ENGR_VERSION, "Show the version");
     whole.require_subcommand(1);
     whole.fallthrough(); // global options may stand behind the verb as well
-    global_options options;
-    declare_globals(whole, options);
     for (const verb &one : verbs()) {
         add_verb(whole, one);
     }
+    declare_help_flag(whole);
+    whole.set_version_flag("--version", "engr_app " ENGR_VERSION, "Show the version");
+    global_options options;
+    declare_globals(whole, options);
     std::string help;
     declare_help(whole, help);
     whole.footer(notes()); // last, since verbs inherit it

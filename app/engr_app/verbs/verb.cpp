@@ -48,6 +48,7 @@ class verb_parser : public CLI::App {
      * third of a short run, and a command line names one. */
     void declare() {
         if (const auto declare = std::exchange(declare_, nullptr)) {
+            declare_help_flag(*this);
             about.work = declare(*this);
         }
     }
@@ -73,6 +74,10 @@ std::span<const verb> verbs() {
 
 void add_verb(CLI::App &above, const verb &added) {
     above.add_subcommand(std::make_shared<verb_parser>(added, &above));
+}
+
+void declare_help_flag(CLI::App &parser) {
+    parser.set_help_flag("-h,--help", "Show this help");
 }
 
 void declare_verb(CLI::App &parser) {

@@ -52,6 +52,10 @@ template <typename Arguments, typename Work>
  */
 void add_verb(CLI::App &above, const verb &added);
 
+/** Declares the flag that shows the help of the program, or of a verb. Call it for the program once
+ * all verbs are added: they have theirs only when they are declared. */
+void declare_help_flag(CLI::App &parser);
+
 /** Declares the options of a verb, so that they can be shown. */
 void declare_verb(CLI::App &parser);
 
