@@ -5,8 +5,11 @@ include_guard(GLOBAL)
 # engr_link_static(TARGET): links a program with the static libraries of all that engr_static_or_shared() has declared.
 function(engr_link_static target)
     set_target_properties(${target} PROPERTIES ENGR_STATIC ON)
-    # Relocations take less room and time in this form (DT_RELR).
-    target_link_options(${target} PRIVATE -static-pie -Wl,-z,pack-relative-relocs)
+    target_link_options(${target} PRIVATE -static-pie)
+    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64") # the linker has it for few others
+        # Relocations take less room and time in this form (DT_RELR).
+        target_link_options(${target} PRIVATE -Wl,-z,pack-relative-relocs)
+    endif()
 endfunction()
 
 # engr_static_or_shared(NAME SHARED FILE): makes the target NAME, which is the target SHARED, or the file FILE in a
