@@ -1,5 +1,6 @@
 #include "support/json_value.h"
 
+#include "json_parser.h"
 #include "support/input_error.h"
 
 #include <fmt/format.h>
@@ -172,14 +173,22 @@ bool is_control(char character) {
     return code < 0x20 || code == 0x7F;
 }
 
+/** What is not plainly JSON goes to the slower parser, which knows what is wrong and where. */
+ordered_json parsed(std::string_view text, const std::string &source, const json_bounds &bounds) {
+    json_builder quick(text, source, bounds);
+    if (parse_json(std::string(text), quick)) {
+        return quick.take();
+    }
+    json_builder exact(text, source, bounds);
+    ordered_json::sax_parse(text, &exact);
+    return exact.take();
+}
+
 } // namespace
 
 json_document::json_document(std::string_view text, std::string source, const json_bounds &bounds)
-    : source_(std::make_unique<const std::string>(std::move(source))) {
-    json_builder builder(text, *source_, bounds);
-    ordered_json::sax_parse(text, &builder);
-    json_ = std::make_unique<ordered_json>(builder.take());
-}
+    : source_(std::make_unique<const std::string>(std::move(source))),
+      json_(std::make_unique<ordered_json>(parsed(text, *source_, bounds))) {}
 
 json_document::json_document(json_document &&other) noexcept = default;
 json_document &json_document::operator=(json_document &&other) noexcept = default;

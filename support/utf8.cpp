@@ -18,14 +18,20 @@ code_point first_code_point(std::string_view text) {
 }
 
 bool is_utf8(std::string_view text) {
-    while (!text.empty()) {
+    const auto is_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    for (;;) {
+        // Most of a text; a call for each of its characters takes many times longer.
+        const auto other = std::find_if_not(text.begin(), text.end(), is_ascii);
+        text.remove_prefix(static_cast<std::size_t>(other - text.begin()));
+        if (text.empty()) {
+            return true;
+        }
         const code_point first = first_code_point(text);
         if (!first.is_valid) {
             return false;
         }
         text.remove_prefix(first.bytes);
     }
-    return true;
 }
 
 std::string valid_utf8(std::string_view text) {

@@ -33,6 +33,7 @@ std::string fault(std::string_view text, const std::function<void(const json_val
 TEST(json_value, a_text_is_read_as_it_stands_or_refused_with_the_place_of_its_fault) {
     for (const std::string &text :
          {std::string(R"({"b":[1,-2,2.5,true,null,"ü"],"a":{"c":{},"d":[[],[{}]]},"e":""})"),
+          std::string("[18446744073709551615,-9223372036854775808,5e-324,1.7976931348623157e+308]"),
           std::string("7"), std::string("[]"), repeated(200, "[") + repeated(200, "]")}) {
         EXPECT_EQ(fault(text, [&](const json_value &read) { EXPECT_EQ(read.json.dump(), text); }),
                   "");
@@ -45,6 +46,7 @@ TEST(json_value, a_text_is_read_as_it_stands_or_refused_with_the_place_of_its_fa
         {"{\"a\":\n [}", "f: line 2, column 3: is not valid JSON in UTF-8"},
         {"{} {}", "f: line 1, column 4: is not valid JSON in UTF-8"},
         {"\"\xff\"", "f: line 1, column 2: is not valid JSON in UTF-8"},
+        {R"(["\udc00"])", "f: line 1, column 8: is not valid JSON in UTF-8"},
         {"[1e999]", "f: line 1, column 6: the number is too large"},
         {R"({"a":{"b":1,"c":2,"B":3}})", "f: member \"B\" is given twice"},
         {R"({"a":1,"b":2,"c":{},"d":3})", "f: an object has more than 3 members"},
