@@ -2,6 +2,7 @@
 
 #include "support/utf8.h"
 
+#include <nlohmann/json.hpp>
 #include <rapidjson/reader.h>
 
 #include <charconv>

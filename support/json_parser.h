@@ -1,9 +1,14 @@
 // The faster of two parsers for the texts of json_document.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <string>
+
+NLOHMANN_JSON_NAMESPACE_BEGIN
+template <typename BasicJsonType>
+struct json_sax; // which json_fwd.hpp leaves out
+NLOHMANN_JSON_NAMESPACE_END
 
 namespace support {
 
