@@ -153,7 +153,7 @@ void mark_edges(std::vector<answer> &answers, const recording &of) {
     }
 }
 
-/** Under what the requests are that have no reply yet. */
+/** The codings of the requests that have no reply yet. */
 class open_requests {
   public:
     void note(const session::event &of) {
@@ -163,8 +163,9 @@ class open_requests {
                 frame->content.coded;
         }
     }
-    /** Whether it replies to one under another key: the gateway's own is that of the reply. */
-    bool has_other_key(const answer &reply) {
+    /** Closes the request of a reply. Returns whether it was under another key than the gateway's,
+     * which is that of the reply. */
+    bool close(const answer &reply) {
         using session::coding;
         const auto request =
             coded_.extract({reply.client, reply.content.type, reply.content.number});
@@ -215,7 +216,8 @@ bool say_the_same(const answer &one, const answer &other) {
            one.text == other.text && left.number == right.number && left.type == right.type &&
            left.ret == right.ret && has_segment(left.segment, right.segment) &&
            left.coded == right.coded && left.crc_matches == right.crc_matches &&
-           (left.payload == right.payload || (one.is_to_other_key && other.is_to_other_key));
+           (left.payload == right.payload ||
+            (one.request_has_other_key && other.request_has_other_key));
 }
 
 std::optional<answer> answer_in(const session::event &of) {
@@ -230,7 +232,7 @@ std::vector<answer> answers_of(const recording &from) {
         requests.note(from.events[at]);
         if (std::optional<answer> one = answer_in(from.events[at])) {
             one->event = at;
-            one->is_to_other_key = requests.has_other_key(*one);
+            one->request_has_other_key = requests.close(*one);
             answers.push_back(std::move(*one));
         }
     }

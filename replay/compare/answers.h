@@ -46,9 +46,10 @@ struct answer {
                                         whose own report may come before or after it */
     bool is_brief = false;           /**< an announcement of what was not announced for longer than
                                         passing_us; see there */
-    bool is_to_other_key = false; /**< the reply to a request under another key than the gateway's,
-                                     which may come out of its decryption as if it were sound */
-    std::size_t event = 0;        /**< place among the events of its session */
+    bool request_has_other_key =
+        false;             /**< a reply: its request was under another key than the gateway's,
+                        which may come out of its decryption as if it were sound */
+    std::size_t event = 0; /**< place among the events of its session */
 };
 
 /** Whether it is a frame that does not belong to a request of its app. */

@@ -165,7 +165,6 @@ class layout : public CLI::Formatter {
 
 void set_help_layout(CLI::App &whole, std::size_t columns) {
     whole.formatter(std::make_shared<layout>(columns));
-    whole.set_help_flag(); // none yet: each verb that is added would get its own
 }
 
 std::string help_of(CLI::App &whole, const std::vector<std::string> &verb) {

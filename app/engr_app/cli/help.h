@@ -11,8 +11,7 @@ class App;
 
 namespace engr_app {
 
-/** Lays out the help of the program and of the verbs that are added to it later, and takes away the
- * flag that shows it, which declare_help_flag declares. */
+/** Lays out the help of the program and of the verbs that are added to it later. */
 void set_help_layout(CLI::App &whole, std::size_t columns);
 
 /** @return the help of a verb, named as in {"channel", "set"}; throws a failure when there is none

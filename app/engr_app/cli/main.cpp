@@ -69,7 +69,8 @@ int run_command_line(std::span<char *const> arguments) {
     whole.name("engr_app");
     set_help_layout(whole, support::help_columns());
     whole.require_subcommand(1);
-    whole.fallthrough(); // global options may stand behind the verb as well
+    whole.fallthrough();   // global options may stand behind the verb as well
+    whole.set_help_flag(); // none yet: each verb that is added would get its own
     for (const verb &one : verbs()) {
         add_verb(whole, one);
     }
